@@ -1,0 +1,72 @@
+/* exec/compare.cpp - bounds of repeat and the comparisons of if. */
+#include <stdlib.h>
+#include <string.h>
+
+#include "exec/exec.h"
+#include "grammar/commands.h"
+#include "interface/log.h"
+#include "interface/process.h"
+#include "vars/number.h"
+
+int32_t doRepeat(const char *lowText, const char *upText, int32_t *lower, int32_t *upper)
+{
+    char *end;
+    *lower = readNumber(lowText, &end);
+    if (end == lowText) {
+        logMessage("%s, near line %d: Warning: Lower boundary %s of repeat is no valid number "
+                   "in current context\n",
+                   currentTemplate(), scanner.line, lowText);
+        return 0;
+    }
+    *upper = readNumber(upText, &end);
+    if (end == upText) {
+        logMessage("%s, near line %d: Warning: Upper boundary %s of repeat is no valid number "
+                   "in current context\n",
+                   currentTemplate(), scanner.line, upText);
+        return 0;
+    }
+    return 1;
+}
+
+// The sign of a - b; no number when both are numbers and the difference is none.
+static float difference(const char *a, const char *b)
+{
+    char *endOfA;
+    char *endOfB;
+    // Stored, so that no machine keeps more than single precision.
+    volatile const float left = static_cast<float>(strtod(a, &endOfA));
+    volatile const float right = static_cast<float>(strtod(b, &endOfB));
+    const bool numeric = *a && *b && !*endOfA && !*endOfB;
+    volatile const float result = numeric ? left - right : static_cast<float>(strcmp(a, b));
+    return result;
+}
+
+static bool isTrue(const char *text)
+{
+    return *text && *text != '0';
+}
+
+int32_t doIf(const char *a, const char *b, uint32_t id)
+{
+    if (id == ID_IFAND)
+        return isTrue(a) && isTrue(b);
+    if (id == ID_IFOR)
+        return isTrue(a) || isTrue(b);
+    const float d = difference(a, b);
+    switch (id) {
+    case ID_IFEQ:
+        return d == 0;
+    case ID_IFNEQ:
+        return d != 0;
+    case ID_IFGT:
+        return d > 0;
+    case ID_IFGTE:
+        return d >= 0;
+    case ID_IFLT:
+        return d < 0;
+    case ID_IFLTE:
+        return d <= 0;
+    default:
+        return -1;
+    }
+}

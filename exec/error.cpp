@@ -1,0 +1,15 @@
+/* exec/error.cpp - the web program's error message. */
+#include "exec/exec.h"
+#include "grammar/commands.h"
+#include "interface/process.h"
+
+int32_t doError(uint32_t id, QueryRow **rows)
+{
+    const char *message = nullptr;
+    *rows = nullptr;
+    if (inpr->callbacks->fError(inpr, &message) == 0)
+        return 0;
+    if (id == ID_ERRORMESSAGE)
+        *rows = createQueryRow(message);
+    return 1;
+}

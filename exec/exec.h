@@ -1,0 +1,122 @@
+/* exec/exec.h - what commands do. All of it works on the handle of the run.
+ *
+ * direct, in these functions: 1 writes to the page, 0 appends to the argument
+ * buffer. While a suspended command runs again (resuming), direct output is
+ * dropped until its include is reached, since the page has it already. */
+#ifndef ORV_EXEC_EXEC_H
+#define ORV_EXEC_EXEC_H
+
+#include <stdint.h>
+
+#include <string_view>
+
+#include "grammar/records.h"
+#include "interface/interpreter.h"
+
+enum : int32_t {
+    EXEC_DONE = 0,
+    EXEC_NO_COMMAND = -1,
+    EXEC_TOO_DEEP = -2,
+    EXEC_BAD_COMMAND = -3,  // an argument is missing, or no family has the identifier
+    EXEC_SUSPENDED = -9,    // an include in its body waits to be read; no failure
+};
+
+extern "C" {
+/* Runs one command, borrowed. Returns an EXEC_ result; a suspended command now
+ * belongs to the pending includes and must not be freed by the caller. */
+ORV_API int32_t executeCmd(Cmd *cmd, int32_t direct);
+
+/* Expands one argument, which may be null; id's escaping bits apply to values.
+ * Direct: 0, or -1 for a null argument. Else the offset in the argument buffer
+ * of the text, which ends in a zero byte that argLen counts. EXEC_SUSPENDED when
+ * an include in it has suspended the command. */
+ORV_API int32_t expandArg(Arg *arg, uint32_t id, int32_t direct);
+
+/* Appends text, which must not lie in the buffer. Returns the offset where it
+ * starts; -1, with the buffer as it was, when text is null, the limit is reached
+ * or memory ran out (both logged). */
+ORV_API int32_t pushStr(ArgBuffer *buffer, const char *text);
+
+/* Writes or appends the value of a variable, of the web program or else of the
+ * templates. Returns 0, or -1 when there is no such variable. */
+ORV_API int32_t lookupVar(const char *name, uint32_t id, int32_t direct);
+
+/* The same for an array's element (mode 0), smallest (1) or greatest index (2):
+ * the name says it all. */
+ORV_API int32_t lookupArray(const char *name, int32_t mode, uint32_t id, int32_t direct);
+
+/* Writes or appends a numbered value. index: a column, or a level and a column.
+ * Returns 0, or -1 when there is none (logged). */
+ORV_API int32_t lookupNumvar(const char *index, uint32_t id, int32_t direct);
+
+/* Write or append text, with the characters of HTML text, of a JavaScript
+ * string or of a table (replacements by character code, null for none)
+ * replaced. Return 0, or -1 for a null text. */
+ORV_API int32_t escapeToHtml(const char *text, int32_t direct);
+ORV_API int32_t escapeToJs(const char *text, int32_t direct);
+ORV_API int32_t escapeByTable(const char *text, int32_t direct, const char *const *table);
+
+/* Writes or appends n in decimal. Returns 0. */
+ORV_API int32_t putoutNumber(int32_t n, int32_t direct);
+
+/* Asks the web program. id: of the query command. rows: out, the answer's first
+ * row, the caller's, or null. Returns the number of rows; -1 on failure (logged). */
+ORV_API int32_t doQuery(const char *query, uint32_t id, QueryRow **rows);
+
+/* A row of one column with a copy of text, or of none when text is null. Null
+ * when memory ran out. */
+ORV_API QueryRow *createQueryRow(const char *text);
+
+/* A copy of the list from first on; null when first is null or memory ran out. */
+ORV_API QueryRow *copyQueryRows(const QueryRow *first);
+
+/* Frees the whole list that *rows is part of and leaves *rows null. */
+ORV_API void freeQueryRows(QueryRow **rows);
+
+/* Reads the bounds of a repeat. lower and upper: out; upper is not set when the
+ * lower one is no number. Returns 1, or 0 when one is no number (logged). */
+ORV_API int32_t doRepeat(const char *lowText, const char *upText, int32_t *lower, int32_t *upper);
+
+/* Compares two texts, as single-precision numbers where both are numbers, else
+ * byte by byte. Returns 1 or 0; -1 when id is no comparison. */
+ORV_API int32_t doIf(const char *a, const char *b, uint32_t id);
+
+/* Computes with two numbers. Returns the result with as many decimals as the
+ * operands have, at most 16 characters, on the heap and the caller's; null when
+ * an operand is no number or memory ran out (both logged). */
+ORV_API char *doCalc(const char *a, const char *b, uint32_t id);
+
+/* Asks the web program for its error message. rows: out, one row with it for
+ * error message, the caller's, else null. Returns 1 when there is an error. */
+ORV_API int32_t doError(uint32_t id, QueryRow **rows);
+
+/* Writes a file to the page in Base64 (RFC 4648), without line breaks; nothing
+ * when it cannot be opened. path: any path of the file system. */
+ORV_API void doBase64(const char *path);
+
+/* Numbered-value indices of column 1 at each level, null where none can be
+ * written. */
+ORV_API extern const char *const firstColumnNames[MAX_CMD_DEPTH];
+}
+
+/* Writes to the page, unless a command that runs again has not reached its
+ * include, or appends to the argument buffer. */
+void emitPiece(std::string_view piece, int32_t direct);
+
+/* As pushStr, for a piece of a text. */
+int32_t appendPiece(ArgBuffer *buffer, std::string_view piece);
+
+/* Text of the argument buffer at offset, good until the next append; empty
+ * while there is no buffer. */
+const char *argText(int32_t offset);
+
+/* Runs the suspended command of the template that has become current again. */
+void resumeSuspended();
+
+/* Frees all suspended commands of a run that has ended. */
+void dropPending();
+
+/* A row's columns, within the room that it has. */
+int32_t columnCount(const QueryRow *row);
+
+#endif

@@ -1,0 +1,278 @@
+/* exec/execute.cpp - the dispatcher: every command takes effect here.
+ *
+ * Leading arguments are expanded to texts, then the command acts, then its body
+ * is expanded once per iteration. Each running body has a frame of the loop
+ * stack. An include inside a body cannot be read before the dispatcher has
+ * returned: it suspends the whole top-level command, which runs again, its
+ * output dropped up to that include, when the included template has ended.
+ * Between top-level commands of a run: loopTop is -1, argLen is 0. */
+#include <stdlib.h>
+#include <string.h>
+
+#include <algorithm>
+
+#include "exec/exec.h"
+#include "grammar/commands.h"
+#include "interface/log.h"
+#include "scanner/input.h"
+#include "vars/tree.h"
+
+#include "interface/process.h"
+
+// A level above 9 has no digit, so none can be written from there on.
+const char *const firstColumnNames[MAX_CMD_DEPTH] = {"01", "11", "21", "31", "41",
+                                                     "51", "61", "71", "81", "91"};
+
+namespace
+{
+// How often and over which rows a command's body runs. The bounds are wider than
+// the counter, so that counting does not overflow at its ends.
+struct Loop {
+    int64_t lower;
+    int64_t upper;
+    QueryRow *rows;  // owned
+    Arg *body;       // borrowed, null without one
+};
+} // namespace
+
+// Whether the include that suspended the command which runs again is this one:
+// the same record in the same iteration of every body around it.
+static bool isAwaited(const Cmd *cmd)
+{
+    const PendingInclude &awaited = inpr->pendingIncludes[inpr->pendingTop];
+    if (awaited.includeCmd != cmd || awaited.bodies != inpr->loopTop)
+        return false;
+    for (int32_t level = 0; level <= awaited.bodies; ++level)
+        if (awaited.counters[level] != inpr->loopFrames[level].counter)
+            return false;
+    return true;
+}
+
+static void pushPending(Cmd *cmd)
+{
+    PendingInclude *pending = &inpr->pendingIncludes[++inpr->pendingTop];
+    pending->resumeCmd = nullptr;
+    pending->includeCmd = cmd;
+    pending->bodies = inpr->loopTop;
+    for (int32_t level = 0; level <= inpr->loopTop; ++level)
+        pending->counters[level] = inpr->loopFrames[level].counter;
+}
+
+static void logTooDeep()
+{
+    logMessage("zarn - ERROR in executeCmd: MAX_CMD_DEPTH exceeded! (%s)\n", currentTemplate());
+}
+
+static int32_t include(Cmd *cmd, const char *path, int32_t direct)
+{
+    if (!direct && inpr->loopTop >= 0) {
+        logMessage("zarn - ERROR in executeCmd: "
+                   "include in an argument of a running body refused! (%s)\n",
+                   currentTemplate());
+        return EXEC_DONE;
+    }
+    if (inpr->resuming) {
+        if (isAwaited(cmd)) {
+            inpr->resuming = 0;
+            --inpr->pendingTop;
+        }
+        return EXEC_DONE;
+    }
+    if (inpr->loopTop < 0) {
+        doInclude(path, 0);
+        return EXEC_DONE;
+    }
+    if (inpr->pendingTop >= MAX_CMD_DEPTH - 1) {
+        logTooDeep();
+        return EXEC_TOO_DEEP;
+    }
+    pushPending(cmd);
+    if (doInclude(path, 1) >= 0)
+        return EXEC_SUSPENDED;
+    --inpr->pendingTop;
+    return EXEC_DONE;
+}
+
+static void setVariable(const char *name, const char *value, uint32_t flags)
+{
+    if (name && strcmp(name, "lang") == 0)
+        Orv_Interpreter_SetLanguage(value);
+    insertVar(&inpr->varTree, name, value, flags);
+}
+
+static void setBounds(const Cmd *cmd, const char *lowText, const char *upText, Loop *loop)
+{
+    int32_t lower = 0;
+    int32_t upper = 0;
+    doRepeat(lowText, upText, &lower, &upper);
+    const auto *upperExcluded = static_cast<const int32_t *>(cmd->extra);
+    loop->lower = static_cast<int64_t>(lower) + (cmd->id == ID_REPEATEXCL);
+    loop->upper = static_cast<int64_t>(upper) - (upperExcluded && *upperExcluded == 1);
+}
+
+static void query(uint32_t id, const char *text, int32_t direct, Loop *loop)
+{
+    const int32_t rows = doQuery(text, id, &loop->rows);
+    const bool single = id == ID_QUERY || id == ID_QUERYTEXT || id == ID_QUERYJS;
+    loop->upper = single ? 0 : static_cast<int64_t>(rows) - 1;
+    if (id == ID_MULTIQUERYCOUNT)
+        putoutNumber(rows, direct);
+}
+
+static void compare(uint32_t id, const char *a, const char *b, int32_t direct, Loop *loop)
+{
+    const int32_t holds = doIf(a, b, id);
+    if (!loop->body)
+        emitPiece(holds ? "1" : "0", direct);
+    else if (!holds)
+        loop->body = loop->body->next;
+}
+
+static void calculate(uint32_t id, const char *a, const char *b, int32_t direct)
+{
+    char *result = doCalc(a, b, id);
+    if (result)
+        emitPiece(result, direct);
+    free(result);
+}
+
+// Performs the command's action; a1 and a2 are its expanded arguments.
+static int32_t act(Cmd *cmd, const char *a1, const char *a2, int32_t direct, Loop *loop)
+{
+    const auto *name = static_cast<const char *>(cmd->extra);
+    switch (cmd->id) {
+    case ID_ECHO:
+    case ID_PRINT:
+    case ID_PRINTJS:
+        return EXEC_DONE;
+    case ID_BASE64:
+        doBase64(a1);
+        return EXEC_DONE;
+    case ID_SETVARIABLE:
+        setVariable(name, a1, VAR_REPLACE);
+        return EXEC_DONE;
+    case ID_SETVARIABLEONCE:
+        setVariable(name, a1, 0);
+        return EXEC_DONE;
+    case ID_SETARRAY:
+        insertArray(&inpr->varTree, name, a1, a2, VAR_REPLACE);
+        return EXEC_DONE;
+    case ID_SETARRAYONCE:
+        insertArray(&inpr->varTree, name, a1, a2, 0);
+        return EXEC_DONE;
+    case ID_REPEATINCL:
+    case ID_REPEATEXCL:
+        setBounds(cmd, a1, a2, loop);
+        return EXEC_DONE;
+    case ID_INCLUDE:
+        return include(cmd, a1, direct);
+    }
+    if (cmd->id & CMDF_QUERY) {
+        query(cmd->id, a1, direct, loop);
+    } else if (cmd->id & CMDF_IF) {
+        compare(cmd->id, a1, a2, direct, loop);
+    } else if (cmd->id & CMDF_CALC) {
+        calculate(cmd->id, a1, a2, direct);
+    } else if (cmd->id & CMDF_ERROR) {
+        const int32_t found = doError(cmd->id, &loop->rows);
+        if (cmd->id == ID_ERRORFOUND)
+            putoutNumber(found, direct);
+    } else {
+        return EXEC_BAD_COMMAND;
+    }
+    return EXEC_DONE;
+}
+
+// Expands the body once per iteration. Frees nothing.
+static int32_t runBody(Cmd *cmd, Loop *loop, int32_t direct)
+{
+    if (inpr->loopTop >= MAX_CMD_DEPTH - 1) {
+        logTooDeep();
+        return EXEC_TOO_DEEP;
+    }
+    const int32_t level = ++inpr->loopTop;
+    int32_t result = EXEC_DONE;
+    for (int64_t counter = loop->lower; counter <= loop->upper; ++counter) {
+        inpr->loopFrames[level] = {loop->rows, static_cast<int32_t>(counter)};
+        if (!loop->body && (cmd->id & (CMDF_QUERY | CMDF_ERROR))) {
+            lookupNumvar(firstColumnNames[level], cmd->id, direct);
+        } else if (expandArg(loop->body, cmd->id, direct) == EXEC_SUSPENDED) {
+            result = EXEC_SUSPENDED;
+            break;
+        }
+        if (loop->rows && loop->rows->next)
+            loop->rows = loop->rows->next;
+    }
+    --inpr->loopTop;
+    if (result == EXEC_SUSPENDED && inpr->loopTop < 0)
+        inpr->pendingIncludes[inpr->pendingTop].resumeCmd = cmd;
+    return result;
+}
+
+static bool hasArgument(const Cmd *cmd, const Arg *arg, const char *ordinal)
+{
+    if (!arg)
+        logMessage("zarn - ERROR in executeCmd: Missing %s argument in cmd ID%X! (%s)\n", ordinal,
+                   cmd->id, currentTemplate());
+    return arg;
+}
+
+// Expands the arguments that the identifier's bits call for, and moves *next
+// behind them. Returns whether they are all there.
+static bool expandLeading(const Cmd *cmd, Arg **next, int32_t offsets[2])
+{
+    static constexpr uint32_t bits[] = {CMDF_ARG1, CMDF_ARG2};
+    static constexpr const char *ordinals[] = {"1st", "2nd"};
+    const int32_t start = inpr->args.argLen;
+    bool complete = true;
+    for (int i = 0; i < 2 && complete; ++i) {
+        if (!(cmd->id & bits[i]))
+            continue;
+        complete = hasArgument(cmd, *next, ordinals[i]);
+        if (complete) {
+            offsets[i] = expandArg(*next, 0, 0);
+            *next = (*next)->next;
+        }
+    }
+    inpr->args.argLen = start;
+    return complete;
+}
+
+int32_t executeCmd(Cmd *cmd, int32_t direct)
+{
+    if (!cmd)
+        return EXEC_NO_COMMAND;
+    Loop loop = {0, 0, nullptr, cmd->args};
+    int32_t offsets[2] = {0, 0};
+    if (!expandLeading(cmd, &loop.body, offsets))
+        return EXEC_BAD_COMMAND;
+    // The texts stay where they are until the action appends something.
+    int32_t result = act(cmd, argText(offsets[0]), argText(offsets[1]), direct, &loop);
+    if (result == EXEC_DONE && (cmd->id & CMDF_BODY))
+        result = runBody(cmd, &loop, direct);
+    freeQueryRows(&loop.rows);
+    return result;
+}
+
+void resumeSuspended()
+{
+    if (inpr->pendingTop < 0 ||
+        inpr->pendingIncludes[inpr->pendingTop].includeLevel != inpr->includeIndex)
+        return;
+    Cmd *cmd = inpr->pendingIncludes[inpr->pendingTop].resumeCmd;
+    inpr->resuming = 1;
+    if (executeCmd(cmd, 1) == EXEC_SUSPENDED)
+        return;
+    if (inpr->resuming) {  // it took another way and never came to its include
+        inpr->resuming = 0;
+        --inpr->pendingTop;
+    }
+    destroyCmd(&cmd);
+}
+
+void dropPending()
+{
+    for (; inpr->pendingTop >= 0; --inpr->pendingTop)
+        destroyCmd(&inpr->pendingIncludes[inpr->pendingTop].resumeCmd);
+    inpr->resuming = 0;
+}

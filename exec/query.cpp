@@ -1,0 +1,153 @@
+/* exec/query.cpp - queries to the web program, and the lists of rows that
+ * answer them. Rows that the web program keeps are copied before anything else
+ * happens, so what the interpreter holds is always its own. Called by the
+ * dispatcher and by the error commands. */
+#include <stdlib.h>
+#include <string.h>
+
+#include <algorithm>
+
+#include "exec/exec.h"
+#include "grammar/commands.h"
+#include "interface/log.h"
+#include "interface/process.h"
+
+int32_t columnCount(const QueryRow *row)
+{
+    return std::clamp<int32_t>(row->count, 0, ORV_MAX_COLUMNS);
+}
+
+QueryRow *createQueryRow(const char *text)
+{
+    auto *row = static_cast<QueryRow *>(calloc(1, sizeof(QueryRow)));
+    if (!row || !text)
+        return row;
+    row->cols[0] = strdup(text);
+    if (!row->cols[0]) {
+        free(row);
+        return nullptr;
+    }
+    row->count = 1;
+    return row;
+}
+
+// A copy of one row, in no list; null when memory ran out.
+static QueryRow *copyRow(const QueryRow *source)
+{
+    QueryRow *row = createQueryRow(nullptr);
+    const int32_t count = columnCount(source);
+    while (row && row->count < count) {
+        const char *text = source->cols[row->count];
+        row->cols[row->count] = strdup(text ? text : "");
+        if (row->cols[row->count])
+            ++row->count;
+        else
+            freeQueryRows(&row);
+    }
+    return row;
+}
+
+QueryRow *copyQueryRows(const QueryRow *first)
+{
+    QueryRow *last = nullptr;
+    QueryRow *head = nullptr;
+    for (; first; first = first->next) {
+        QueryRow *row = copyRow(first);
+        if (!row) {
+            freeQueryRows(&head);
+            return nullptr;
+        }
+        row->prev = last;
+        if (last)
+            last->next = row;
+        else
+            head = row;
+        last = row;
+    }
+    return head;
+}
+
+static QueryRow *firstRow(QueryRow *row)
+{
+    while (row && row->prev)
+        row = row->prev;
+    return row;
+}
+
+void freeQueryRows(QueryRow **rows)
+{
+    QueryRow *row = firstRow(*rows);
+    *rows = nullptr;
+    while (row) {
+        QueryRow *next = row->next;
+        for (int32_t column = columnCount(row); column > 0; --column)
+            free(row->cols[column - 1]);
+        free(row);
+        row = next;
+    }
+}
+
+static int32_t modeOf(uint32_t id)
+{
+    switch (id) {
+    case ID_MULTIQUERY:
+    case ID_MULTIQUERYTEXT:
+    case ID_MULTIQUERYJS:
+        return ORV_QUERY_ROWS;
+    case ID_MULTIQUERYCOUNT:
+        return ORV_QUERY_COUNT;
+    default:
+        return ORV_QUERY_SINGLE;
+    }
+}
+
+static void logSlowQuery(const char *query)
+{
+    constexpr unsigned long quickEnough = 100;  // milliseconds
+    const unsigned long real = milliseconds(queryTimes.startTicks, times(&queryTimes.end));
+    if (real > quickEnough)
+        logMessage("%s, query %s: Real Time %lums, User Time %lums, System Time %lums\n",
+                   currentTemplate(), query, real,
+                   milliseconds(queryTimes.start.tms_utime, queryTimes.end.tms_utime),
+                   milliseconds(queryTimes.start.tms_stime, queryTimes.end.tms_stime));
+}
+
+// Takes over an answer, or a copy of it. Returns the number of rows, or -1.
+static int32_t takeRows(QueryRow **rows, int32_t mode, bool owned)
+{
+    *rows = firstRow(*rows);
+    int32_t count = 0;
+    for (const QueryRow *row = *rows; row; row = row->next)
+        ++count;
+    if (mode == ORV_QUERY_COUNT) {
+        if (owned)
+            freeQueryRows(rows);
+        *rows = nullptr;
+    } else if (!owned) {
+        *rows = copyQueryRows(*rows);
+        if (!*rows) {
+            logMessage("zarn - ERROR in doQuery: NO MEMORY (%s)\n", currentTemplate());
+            return -1;
+        }
+    }
+    return count;
+}
+
+int32_t doQuery(const char *query, uint32_t id, QueryRow **rows)
+{
+    const int32_t mode = modeOf(id);
+    int32_t owned = 0;
+    *rows = nullptr;
+    queryTimes.startTicks = times(&queryTimes.start);
+    if (inpr->callbacks->fQuery(inpr, mode, query, rows, &owned) != 0) {
+        *rows = nullptr;
+        logMessage("zarn - ERROR in doQuery: fQuery() returned -1! (%s)\n", currentTemplate());
+        return -1;
+    }
+    logSlowQuery(query);
+    if (*rows)
+        return takeRows(rows, mode, owned != 0);
+    if (mode != ORV_QUERY_COUNT)
+        logMessage("%s: No query result received for %s.\n", currentTemplate(), query);
+    return 0;
+}

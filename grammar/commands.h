@@ -1,0 +1,174 @@
+/* grammar/commands.h - every command of the language, named once: scanner,
+ * grammar, dispatcher and messages read these rows. */
+#ifndef ORV_GRAMMAR_COMMANDS_H
+#define ORV_GRAMMAR_COMMANDS_H
+
+#include <stddef.h>
+#include <stdint.h>
+
+#include <array>
+
+#include "zarn.tab.h"
+
+// Bits of a command's identifier.
+enum : uint32_t {
+    CMDF_ARG1 = 0x100,     // the first argument is expanded before the action
+    CMDF_ARG2 = 0x200,     // so is the second
+    CMDF_BODY = 0x400,     // the argument behind them is the body
+    CMDF_HTML = 0x800,     // values are written HTML-escaped
+    CMDF_JS = 0x1000,      // values are written JavaScript-escaped
+    CMDF_QUERY = 0x2000,   // the families
+    CMDF_IF = 0x4000,
+    CMDF_CALC = 0x8000,
+    CMDF_ERROR = 0x10000,
+};
+
+// Identifiers. They stand in logs, so none is ever renumbered.
+enum : uint32_t {
+    ID_SETVARIABLE = 0x104,
+    ID_SETVARIABLEONCE = 0x105,
+    ID_SETARRAY = 0x306,
+    ID_SETARRAYONCE = 0x307,
+    ID_INCLUDE = 0x108,
+    ID_BASE64 = 0x120,
+    ID_ECHO = 0xC01,
+    ID_PRINT = 0x402,
+    ID_PRINTJS = 0x1403,
+    ID_QUERY = 0x2D09,
+    ID_QUERYTEXT = 0x250A,
+    ID_QUERYJS = 0x350B,
+    ID_MULTIQUERY = 0x2D0C,
+    ID_MULTIQUERYTEXT = 0x250D,
+    ID_MULTIQUERYJS = 0x350E,
+    ID_MULTIQUERYCOUNT = 0x210F,
+    ID_REPEATINCL = 0x700,
+    ID_REPEATEXCL = 0x701,
+    ID_IFEQ = 0x4702,
+    ID_IFNEQ = 0x4713,
+    ID_IFGT = 0x4714,
+    ID_IFGTE = 0x4715,
+    ID_IFLT = 0x4716,
+    ID_IFLTE = 0x4717,
+    ID_IFAND = 0x4718,
+    ID_IFOR = 0x4719,
+    ID_CALCPLUS = 0x831A,
+    ID_CALCMIN = 0x831B,
+    ID_CALCMULT = 0x831C,
+    ID_CALCDIV = 0x831D,
+    ID_ERRORFOUND = 0x1001E,
+    ID_ERRORMESSAGE = 0x1041F,
+};
+
+// What follows a command's words in a template.
+enum class Tail : uint8_t {
+    BLANK,     // white space
+    OPERATOR,  // an operator, each side of it with or without a quote, and white space
+    NAME,      // var: and a name, white space or not
+    ELEMENT,   // var:, a name and "[", white space or not: an index follows
+};
+
+struct CommandDef {
+    const char *words;      // as templates write them, " " for any white space;
+                            // a leading "if " may be left out
+    Tail tail;
+    char sign;              // the operator of Tail::OPERATOR
+    int token;
+    uint32_t id;
+    int minArgs;            // arguments that the grammar takes
+    int maxArgs;
+    const char *malformed;  // what the log says when the arguments do not fit, or null
+                            // where the grammar has no error point for the command
+};
+
+/* In token order. Messages are stored whole: people search logs for them, and
+ * their punctuation differs. */
+inline constexpr CommandDef commandTable[] = {
+    // words, tail, sign, token, id, least and most arguments, when malformed
+    {"setvariable", Tail::NAME, 0, F_SETVARIABLE, ID_SETVARIABLE, 1, 1, nullptr},
+    {"setvariableonce", Tail::NAME, 0, F_SETVARIABLEONCE, ID_SETVARIABLEONCE, 1, 1, nullptr},
+    {"setvariable", Tail::ELEMENT, 0, F_SETARRAY, ID_SETARRAY, 2, 2,
+     "%s, line %d: Syntax error: Too few arguments in <? setvariable\n"},
+    {"setvariableonce", Tail::ELEMENT, 0, F_SETARRAYONCE, ID_SETARRAYONCE, 2, 2,
+     "%s, line %d: Syntax error: Too few arguments in <? setvariableonce\n"},
+    {"echo", Tail::BLANK, 0, F_ECHO, ID_ECHO, 1, 1, nullptr},
+    {"print", Tail::BLANK, 0, F_PRINT, ID_PRINT, 1, 1, nullptr},
+    {"printjs", Tail::BLANK, 0, F_PRINTJS, ID_PRINTJS, 1, 1, nullptr},
+    {"include", Tail::BLANK, 0, F_INCLUDE, ID_INCLUDE, 1, 1, nullptr},
+    {"query", Tail::BLANK, 0, F_QUERY, ID_QUERY, 1, 2, nullptr},
+    {"querytext", Tail::BLANK, 0, F_QUERYTEXT, ID_QUERYTEXT, 1, 2, nullptr},
+    {"queryjs", Tail::BLANK, 0, F_QUERYJS, ID_QUERYJS, 1, 2, nullptr},
+    {"multiquery", Tail::BLANK, 0, F_MULTIQUERY, ID_MULTIQUERY, 1, 2, nullptr},
+    {"multiquerytext", Tail::BLANK, 0, F_MULTIQUERYTEXT, ID_MULTIQUERYTEXT, 1, 2, nullptr},
+    {"multiqueryjs", Tail::BLANK, 0, F_MULTIQUERYJS, ID_MULTIQUERYJS, 1, 2, nullptr},
+    {"multiquerycount", Tail::BLANK, 0, F_MULTIQUERYCOUNT, ID_MULTIQUERYCOUNT, 1, 2, nullptr},
+    {"repeat [", Tail::BLANK, 0, F_REPEATINCL, ID_REPEATINCL, 4, 4,
+     "%s, line %d: Syntax error: Too few arguments in <? repeat\n"},
+    {"repeat ]", Tail::BLANK, 0, F_REPEATEXCL, ID_REPEATEXCL, 4, 4,
+     "%s, line %d: Syntax error: Too few arguments in <? repeat\n"},
+    {"if eq", Tail::BLANK, 0, F_IFEQ, ID_IFEQ, 2, 4,
+     "%s, line %d: Syntax error: Too few arguments in <? if eq\n"},
+    {"if neq", Tail::BLANK, 0, F_IFNEQ, ID_IFNEQ, 2, 4,
+     "%s, line %d: Syntax error: Too few arguments in <? if neq\n"},
+    {"if gt", Tail::BLANK, 0, F_IFGT, ID_IFGT, 2, 4,
+     "%s, line %d: Syntax error: Too few arguments in <? if gt\n"},
+    {"if gte", Tail::BLANK, 0, F_IFGTE, ID_IFGTE, 2, 4,
+     "%s, line %d: Syntax error: Too few arguments in <? if gte\n"},
+    {"if lt", Tail::BLANK, 0, F_IFLT, ID_IFLT, 2, 4,
+     "%s, line %d: Syntax error. Too few arguments in <? if lt\n"},
+    {"if lte", Tail::BLANK, 0, F_IFLTE, ID_IFLTE, 2, 4,
+     "%s, line %d: Syntax error: Too few arguments in <? if lte\n"},
+    {"if and", Tail::BLANK, 0, F_IFAND, ID_IFAND, 2, 4,
+     "%s, line %d: Syntax error: Too few arguments in <? if and\n"},
+    {"if or", Tail::BLANK, 0, F_IFOR, ID_IFOR, 2, 4,
+     "%s, line %d: Syntax error: Too few arguments in <? if or\n"},
+    {"calc", Tail::OPERATOR, '+', F_CALCPLUS, ID_CALCPLUS, 2, 2,
+     "%s, line %d: Syntax error: Too few arguments in <? calc +\n"},
+    {"calc", Tail::OPERATOR, '-', F_CALCMIN, ID_CALCMIN, 2, 2,
+     "%s, line %d: Syntax error: Too few arguments in <? calc -\n"},
+    {"calc", Tail::OPERATOR, '*', F_CALCMULT, ID_CALCMULT, 2, 2,
+     "%s, line %d: Syntax error: Too few arguments in <? calc *\n"},
+    {"calc", Tail::OPERATOR, '/', F_CALCDIV, ID_CALCDIV, 2, 2,
+     "%s, line %d: Syntax error Too few arguments in <? calc /\n"},
+    {"error found", Tail::BLANK, 0, F_ERRORFOUND, ID_ERRORFOUND, 0, 0, nullptr},
+    {"error message", Tail::BLANK, 0, F_ERRORMESSAGE, ID_ERRORMESSAGE, 1, 1, nullptr},
+    {"base64", Tail::BLANK, 0, F_BASE64, ID_BASE64, 1, 1, nullptr},
+};
+
+inline constexpr size_t COMMAND_COUNT = sizeof commandTable / sizeof commandTable[0];
+inline constexpr int FIRST_COMMAND = F_SETVARIABLE;
+inline constexpr int LAST_COMMAND = F_BASE64;
+
+// Row of each keyword token; 0 where the token is no command's.
+inline constexpr auto rowOfToken = [] {
+    std::array<uint8_t, LAST_COMMAND - FIRST_COMMAND + 1> table = {};
+    for (size_t row = 0; row < COMMAND_COUNT; ++row)
+        table[static_cast<size_t>(commandTable[row].token - FIRST_COMMAND)] =
+            static_cast<uint8_t>(row);
+    return table;
+}();
+
+// The rows stand in the order of the grammar's tokens, and as many arguments as
+// an identifier's bits call for can be given.
+constexpr bool commandTableHolds()
+{
+    int previous = 0;
+    for (const CommandDef &row : commandTable) {
+        const int expanded = !!(row.id & CMDF_ARG1) + !!(row.id & CMDF_ARG2);
+        const int body = !!(row.id & CMDF_BODY);
+        if (row.token <= previous || row.minArgs < expanded || row.maxArgs < expanded + body)
+            return false;
+        previous = row.token;
+    }
+    return true;
+}
+static_assert(commandTableHolds());
+static_assert(HTML_TEXT == 258 && F_SETVARIABLE == 259 && ARG_TEXT == 263 && F_UNDEF == 269 &&
+              F_ECHO == 270 && F_BASE64 == 301 && ARG_RIGHT == 307);
+
+/* The row of a command's keyword token. */
+constexpr const CommandDef &commandOf(int token)
+{
+    return commandTable[rowOfToken[static_cast<size_t>(token - FIRST_COMMAND)]];
+}
+
+#endif

@@ -1,0 +1,90 @@
+/* grammar/parse.cpp - the parse of one run, and what the grammar's actions do.
+ * Syntax errors are reported here, with the line of the command. */
+#include "grammar/parse.h"
+
+#include <stdlib.h>
+
+#include "exec/exec.h"
+#include "grammar/commands.h"
+#include "interface/log.h"
+
+int32_t doParse()
+{
+    constexpr int memoryExhausted = 2;
+    const int result = zarn_parse();
+    if (result == memoryExhausted)
+        logMessage("zarn - ERROR in pushStr: NO MEMORY while parsing %s with Bison!\n",
+                   currentTemplate());
+    return result;
+}
+
+int zarn_error(const char *)
+{
+    return 0;
+}
+
+void runCommand(Cmd *cmd)
+{
+    if (executeCmd(cmd, 1) != EXEC_SUSPENDED)
+        destroyCmd(&cmd);
+}
+
+static void reportTooFew(int32_t line)
+{
+    logMessage("%s, line %d: Syntax error: Too few arguments in cmd\n", currentTemplate(), line);
+}
+
+Cmd *makeUnary(int token, int32_t line, char *name, Arg *arg)
+{
+    if (!arg)
+        reportTooFew(line);
+    return createCmd(commandOf(token).id, name, arg, nullptr, nullptr, nullptr);
+}
+
+Cmd *makeElement(int token, int32_t line, char *name, Arg *index, Arg *value)
+{
+    if (!value)
+        reportTooFew(line);
+    return createCmd(commandOf(token).id, name, index, value, nullptr, nullptr);
+}
+
+Cmd *makeCommand(int token, Arg *a1, Arg *a2, Arg *a3, Arg *a4)
+{
+    return createCmd(commandOf(token).id, nullptr, a1, a2, a3, a4);
+}
+
+Cmd *makeRepeat(int token, Arg *lower, Arg *upper, Arg *marker, Arg *body)
+{
+    return createCmd(commandOf(token).id, getRepeatUpBound(marker), lower, upper, body, nullptr);
+}
+
+Arg *addArrayRef(Arg *index, int32_t line, char *name)
+{
+    if (index)
+        return addArgElem(index, ELEM_GETARRAY, name);
+    logMessage("%s, line %d: Syntax error: Missing array Index\n", currentTemplate(), line);
+    free(name);
+    return nullptr;
+}
+
+// The rows' messages are formats with the template and the line in this order.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+Cmd *dropMalformed(int token, int32_t line)
+{
+    logMessage(commandOf(token).malformed, currentTemplate(), line);
+    return nullptr;
+}
+#pragma GCC diagnostic pop
+
+Cmd *dropUnknown(int32_t line)
+{
+    logMessage("%s, line %d: Syntax error: Unknown Cmd\n", currentTemplate(), line);
+    return nullptr;
+}
+
+void reportSurplus(int32_t line)
+{
+    logMessage("%s, line %d: Syntax error: Cmd ending with too many arguments.\n",
+               currentTemplate(), line);
+}

@@ -1,0 +1,104 @@
+/* grammar/records.cpp - command records: made by the grammar from the inside
+ * out, read by the dispatcher, freed as whole trees. Nothing is shared between
+ * records. Uses the name of the current template for its messages. */
+#include "grammar/records.h"
+
+#include <stdlib.h>
+
+#include <initializer_list>
+
+#include "interface/log.h"
+
+static void destroyValue(int32_t type, void *value)
+{
+    if (type == ELEM_CMD) {
+        auto *cmd = static_cast<Cmd *>(value);
+        destroyCmd(&cmd);
+    } else {
+        free(value);
+    }
+}
+
+Cmd *createCmd(uint32_t id, void *extra, Arg *a1, Arg *a2, Arg *a3, Arg *a4)
+{
+    auto *cmd = static_cast<Cmd *>(malloc(sizeof(Cmd)));
+    if (!cmd) {
+        logMessage("zarn - ERROR in createCmd: NO MEMORY! (%s)\n", currentTemplate());
+        free(extra);
+    } else {
+        *cmd = {nullptr, id, extra};
+    }
+    Arg **link = cmd ? &cmd->args : nullptr;
+    for (Arg *arg : {a1, a2, a3, a4}) {
+        if (arg && link) {
+            *link = arg;
+            link = &arg->next;
+        } else {
+            link = nullptr;
+            destroyArg(&arg);
+        }
+    }
+    return cmd;
+}
+
+Arg *addArgElem(Arg *arg, int32_t type, void *value)
+{
+    auto *elem = static_cast<ArgElem *>(malloc(sizeof(ArgElem)));
+    if (!arg)
+        arg = static_cast<Arg *>(calloc(1, sizeof(Arg)));
+    if (!elem || !arg) {
+        logMessage("zarn - ERROR in addArgElem: NO MEMORY! (%s)\n", currentTemplate());
+        free(elem);
+        destroyValue(type, value);
+        destroyArg(&arg);
+        return nullptr;
+    }
+    *elem = {type, value, arg->elems};
+    arg->elems = elem;
+    return arg;
+}
+
+void destroyCmd(Cmd **cmd)
+{
+    Cmd *doomed = *cmd;
+    if (!doomed)
+        return;
+    while (Arg *arg = doomed->args) {
+        doomed->args = arg->next;
+        destroyArg(&arg);
+    }
+    free(doomed->extra);
+    free(doomed);
+}
+
+void destroyArg(Arg **arg)
+{
+    Arg *doomed = *arg;
+    if (!doomed)
+        return;
+    while (ArgElem *elem = doomed->elems) {
+        doomed->elems = elem->next;
+        destroyValue(elem->type, elem->value);
+        free(elem);
+    }
+    free(doomed);
+}
+
+int32_t *getRepeatUpBound(Arg *marker)
+{
+    const char *text =
+        marker && marker->elems ? static_cast<const char *>(marker->elems->value) : nullptr;
+    auto *flag = static_cast<int32_t *>(malloc(sizeof(int32_t)));
+    if (!flag || !text) {
+        logMessage("zarn - ERROR in getRepeatUpBound: NO MEMORY or missing repeat boundary. (%s)\n",
+                   currentTemplate());
+        free(flag);
+        flag = nullptr;
+    } else {
+        // A nested command's record never begins with "[": its first field is an
+        // aligned address.
+        *flag = *text == '[' ? 1 : 0;
+    }
+    destroyArg(&marker);
+    return flag;
+}

@@ -1,0 +1,176 @@
+/* grammar/zarn.y - the language of the templates.
+ *
+ * Page text has been written when HTML_TEXT arrives. A top-level command runs
+ * at its CMD_END, before anything behind it is scanned: every state from there
+ * to the command has one possible reduction, which is taken without lookahead.
+ * A command inside an argument only becomes an element of it. Malformed
+ * commands end in the rules with error, which name and drop them. */
+
+%define api.prefix {zarn_}
+%locations
+%expect 0
+
+%code requires {
+#include <stdint.h>
+
+struct Arg;
+struct Cmd;
+
+// The parser's objects are exported.
+#pragma GCC visibility push(default)
+extern "C" int zarn_parse();
+extern int zarn_char;
+extern int zarn_nerrs;
+}
+
+%{
+#define YYINITDEPTH 200
+#define YYMAXDEPTH 10000
+%}
+
+%union {
+    char *text;
+    Cmd *cmd;
+    Arg *arg;
+    int token;
+}
+
+%code provides {
+#pragma GCC visibility pop
+}
+
+%code {
+#include <stdlib.h>
+
+#include "grammar/parse.h"
+#include "scanner/input.h"
+}
+
+// Codes from 258 on, in this order. Some are never produced; they keep the
+// others in their places.
+%token HTML_TEXT
+%token <text> F_SETVARIABLE F_SETVARIABLEONCE F_SETARRAY F_SETARRAYONCE
+%token <text> ARG_TEXT ARG_GETVAR ARG_NUMVAR ARG_GETARRAY ARG_MINARRAY ARG_MAXARRAY
+%token F_UNDEF F_ECHO F_PRINT F_PRINTJS F_INCLUDE
+%token F_QUERY F_QUERYTEXT F_QUERYJS
+%token F_MULTIQUERY F_MULTIQUERYTEXT F_MULTIQUERYJS F_MULTIQUERYCOUNT
+%token F_REPEATINCL F_REPEATEXCL
+%token F_IFEQ F_IFNEQ F_IFGT F_IFGTE F_IFLT F_IFLTE F_IFAND F_IFOR
+%token F_CALCPLUS F_CALCMIN F_CALCMULT F_CALCDIV
+%token F_ERRORFOUND F_ERRORTABLE F_ERRORTABLESIZE F_ERRORCOUNT F_ERRORMESSAGE F_ERRORDEBUG
+%token F_BASE64 ARG_END CMD_END
+%token <token> EOF_TAG
+%token ERROR_LEFT ERROR_RIGHT ARG_RIGHT
+
+%type <cmd> cmd
+%type <arg> arg arglast
+%type <token> unary query repeat if calc end
+
+// What is discarded or popped is released; a template's end closes it all the same.
+%destructor { free($$); } <text>
+%destructor { destroyCmd(&$$); } <cmd>
+%destructor { destroyArg(&$$); } <arg>
+%destructor { doExclude(); } EOF_TAG
+
+%%
+
+htmlroot: %empty
+        | html
+        ;
+
+html    : html cmd                         { runCommand($2); }
+        | cmd                              { runCommand($1); }
+        | html HTML_TEXT
+        | HTML_TEXT
+        | html end
+        | end
+        | html error CMD_END               { reportSurplus(@3.first_line); }
+        ;
+
+cmd     : F_SETVARIABLE arglast            { $$ = makeUnary(F_SETVARIABLE, @1.first_line, $1, $2); }
+        | F_SETVARIABLEONCE arglast        { $$ = makeUnary(F_SETVARIABLEONCE, @1.first_line, $1, $2); }
+        | F_SETARRAY arg arglast           { $$ = makeElement(F_SETARRAY, @2.first_line, $1, $2, $3); }
+        | F_SETARRAYONCE arg arglast       { $$ = makeElement(F_SETARRAYONCE, @2.first_line, $1, $2, $3); }
+        | unary arglast                    { $$ = makeUnary($1, @1.first_line, nullptr, $2); }
+        | query arglast                    { $$ = makeUnary($1, @1.first_line, nullptr, $2); }
+        | query arg arglast                { $$ = makeCommand($1, $2, $3); }
+        | repeat arg arg arg arglast       { $$ = makeRepeat($1, $2, $3, $4, $5); }
+        | if arg arglast                   { $$ = makeCommand($1, $2, $3); }
+        | if arg arg arglast               { $$ = makeCommand($1, $2, $3, $4); }
+        | if arg arg arg arglast           { $$ = makeCommand($1, $2, $3, $4, $5); }
+        | calc arg arglast                 { $$ = makeCommand($1, $2, $3); }
+        | F_ERRORMESSAGE arglast           { $$ = makeCommand(F_ERRORMESSAGE, $2); }
+        | F_ERRORFOUND CMD_END             { $$ = makeCommand(F_ERRORFOUND); }
+        | F_UNDEF HTML_TEXT                { $$ = dropUnknown(@1.first_line); }
+        | F_UNDEF ARG_TEXT error CMD_END   { $$ = dropUnknown(@1.first_line); free($2); }
+        | F_UNDEF error CMD_END            { $$ = dropUnknown(@1.first_line); }
+        | F_SETARRAY error HTML_TEXT       { $$ = dropMalformed(F_SETARRAY, @1.first_line); free($1); }
+        | F_SETARRAYONCE error HTML_TEXT   { $$ = dropMalformed(F_SETARRAYONCE, @1.first_line); free($1); }
+        | repeat error HTML_TEXT           { $$ = dropMalformed($1, @1.first_line); }
+        | if error HTML_TEXT               { $$ = dropMalformed($1, @1.first_line); }
+        | calc error HTML_TEXT             { $$ = dropMalformed($1, @1.first_line); }
+        ;
+
+unary   : F_ECHO                           { $$ = F_ECHO; }
+        | F_PRINT                          { $$ = F_PRINT; }
+        | F_PRINTJS                        { $$ = F_PRINTJS; }
+        | F_INCLUDE                        { $$ = F_INCLUDE; }
+        | F_BASE64                         { $$ = F_BASE64; }
+        ;
+
+query   : F_QUERY                          { $$ = F_QUERY; }
+        | F_QUERYTEXT                      { $$ = F_QUERYTEXT; }
+        | F_QUERYJS                        { $$ = F_QUERYJS; }
+        | F_MULTIQUERY                     { $$ = F_MULTIQUERY; }
+        | F_MULTIQUERYTEXT                 { $$ = F_MULTIQUERYTEXT; }
+        | F_MULTIQUERYJS                   { $$ = F_MULTIQUERYJS; }
+        | F_MULTIQUERYCOUNT                { $$ = F_MULTIQUERYCOUNT; }
+        ;
+
+repeat  : F_REPEATINCL                     { $$ = F_REPEATINCL; }
+        | F_REPEATEXCL                     { $$ = F_REPEATEXCL; }
+        ;
+
+if      : F_IFEQ                           { $$ = F_IFEQ; }
+        | F_IFNEQ                          { $$ = F_IFNEQ; }
+        | F_IFGT                           { $$ = F_IFGT; }
+        | F_IFGTE                          { $$ = F_IFGTE; }
+        | F_IFLT                           { $$ = F_IFLT; }
+        | F_IFLTE                          { $$ = F_IFLTE; }
+        | F_IFAND                          { $$ = F_IFAND; }
+        | F_IFOR                           { $$ = F_IFOR; }
+        ;
+
+calc    : F_CALCPLUS                       { $$ = F_CALCPLUS; }
+        | F_CALCMIN                        { $$ = F_CALCMIN; }
+        | F_CALCMULT                       { $$ = F_CALCMULT; }
+        | F_CALCDIV                        { $$ = F_CALCDIV; }
+        ;
+
+// The end of an included template; where it ends a command, it does so as CMD_END.
+end     : EOF_TAG                          { $$ = $1; doExclude(); }
+        ;
+
+// An argument's elements are added from its end on, so they come out in order.
+arg     : cmd arg                          { $$ = addArgElem($2, ELEM_CMD, $1); }
+        | ARG_TEXT arg                     { $$ = addArgElem($2, ELEM_TEXT, $1); }
+        | ARG_GETVAR arg                   { $$ = addArgElem($2, ELEM_GETVAR, $1); }
+        | ARG_NUMVAR arg                   { $$ = addArgElem($2, ELEM_NUMVAR, $1); }
+        | ARG_GETARRAY arg                 { $$ = addArrayRef($2, @1.first_line, $1); }
+        | ARG_MINARRAY arg                 { $$ = addArgElem($2, ELEM_MINARRAY, $1); }
+        | ARG_MAXARRAY arg                 { $$ = addArgElem($2, ELEM_MAXARRAY, $1); }
+        | ARG_END                          { $$ = nullptr; }
+        ;
+
+arglast : cmd arglast                      { $$ = addArgElem($2, ELEM_CMD, $1); }
+        | ARG_TEXT arglast                 { $$ = addArgElem($2, ELEM_TEXT, $1); }
+        | ARG_GETVAR arglast               { $$ = addArgElem($2, ELEM_GETVAR, $1); }
+        | ARG_NUMVAR arglast               { $$ = addArgElem($2, ELEM_NUMVAR, $1); }
+        | ARG_GETARRAY arglast             { $$ = addArrayRef($2, @1.first_line, $1); }
+        | ARG_MINARRAY arglast             { $$ = addArgElem($2, ELEM_MINARRAY, $1); }
+        | ARG_MAXARRAY arglast             { $$ = addArgElem($2, ELEM_MAXARRAY, $1); }
+        | end                              { $$ = nullptr; }
+        | CMD_END                          { $$ = nullptr; }
+        ;
+
+%%

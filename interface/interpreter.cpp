@@ -1,0 +1,92 @@
+/* interface/interpreter.cpp - the life of a handle and the run of a template.
+ *
+ * A run exists from the moment that inpr is set until it is null again; all
+ * inner functions reach the handle through it. Between runs a handle keeps its
+ * variables and the argument buffer, and the scanner is empty. */
+#include <stdlib.h>
+
+#include "exec/exec.h"
+#include "grammar/parse.h"
+#include "interface/log.h"
+#include "interface/process.h"
+#include "scanner/input.h"
+#include "vars/locals.h"
+#include "vars/tree.h"
+
+Interpreter *Orv_Interpreter_Create(const InterpreterCallbacks *callbacks)
+{
+    if (!callbacks || !callbacks->fOpen || !callbacks->fQuery || !callbacks->fError) {
+        logMessage("zarn - ERROR in Orv_Interpreter_Create: no valid callbacks!\n");
+        return nullptr;
+    }
+    auto *made = static_cast<Interpreter *>(calloc(1, sizeof(Interpreter)));
+    auto *copy = static_cast<InterpreterCallbacks *>(
+        made ? malloc(sizeof(InterpreterCallbacks)) : nullptr);
+    if (!copy) {
+        logMessage("zarn - ERROR in Orv_Interpreter_Create: NO MEMORY!\n");
+        free(made);
+        return nullptr;
+    }
+    *copy = *callbacks;
+    made->callbacks = copy;
+    made->tooltipMode = getTooltipVar();
+    if (made->tooltipMode != -1 && openLog())
+        logMessage("zarn - $HTML_TOOLTIPS is set to %d\n", made->tooltipMode);
+    return made;
+}
+
+static void logTimes(const Interpreter *run, const char *path)
+{
+    if (!logfileBuf)
+        return;
+    tms now;
+    const clock_t ticks = times(&now);
+    logMessage("zarn - %s: Real Time %lums, User Time %lums, System Time %lums"
+               " - %d HTML-Text-Fields parsed\n",
+               path, milliseconds(run->startTicks, ticks),
+               milliseconds(run->startTimes.tms_utime, now.tms_utime),
+               milliseconds(run->startTimes.tms_stime, now.tms_stime), run->textFieldCount);
+}
+
+int32_t Orv_Interpreter_Run(Interpreter *interpreter, const char *path, int32_t outputFd)
+{
+    if (!interpreter || !path) {
+        logMessage("zarn - ERROR in Orv_Interpreter_Run: "
+                   "no valid interpreter-struct or input-path!\n");
+        return ORV_RUN_BAD_ARGUMENT;
+    }
+    if (inpr) {
+        logMessage("zarn - ERROR in Orv_Interpreter_Run: illegal multiple instances!\n");
+        return ORV_RUN_BUSY;
+    }
+    interpreter->includeIndex = -1;
+    interpreter->loopTop = -1;
+    interpreter->pendingTop = -1;
+    interpreter->outputFd = outputFd;
+    interpreter->textFieldCount = 0;
+    inpr = interpreter;
+    if (logfileBuf)
+        interpreter->startTicks = times(&interpreter->startTimes);
+
+    int32_t result = ORV_RUN_NO_TEMPLATE;
+    if (doInclude(path, 0) > 0)
+        result = doParse() == 0 ? ORV_RUN_DONE : ORV_RUN_GAVE_UP;
+    logTimes(interpreter, path);
+    dropPending();
+    closeTemplates();
+    inpr = nullptr;
+    return result;
+}
+
+int32_t Orv_Interpreter_Destroy(Interpreter *interpreter)
+{
+    closeLog();
+    if (!interpreter || interpreter == inpr)
+        return 0;
+    Orv_Interpreter_ClearVariables(interpreter);
+    destroyTree(&interpreter->varTree);
+    free(interpreter->callbacks);
+    free(interpreter->args.argBuf);
+    free(interpreter);
+    return 0;
+}

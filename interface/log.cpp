@@ -1,0 +1,132 @@
+/* interface/log.cpp - the diagnostic log and the switch that opens it.
+ *
+ * Every message of the library is composed in one buffer and leaves it in one
+ * write, so several processes can append to the same file. The log never
+ * reports a failure of its own. Between calls: messages are dropped unless
+ * logfileBuf and logfileFd are both there. */
+#include "interface/log.h"
+
+#include <fcntl.h>
+#include <limits.h>
+#include <stdarg.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <unistd.h>
+
+#include "interface/process.h"
+
+static constexpr char logPath[] = "/var/log/zarn_interpreter.log";
+static constexpr char cmdlinePath[] = "/proc/cmdline";
+static constexpr char switchKey[] = "tooltip=";
+
+void logMessage(const char *format, ...)
+{
+    if (!logfileBuf || logfileFd < 0)
+        return;
+    va_list arguments;
+    va_start(arguments, format);
+    vsnprintf(logfileBuf, LOG_CAPACITY, format, arguments);
+    va_end(arguments);
+    const ssize_t written = write(logfileFd, logfileBuf, strlen(logfileBuf));
+    static_cast<void>(written);
+}
+
+const char *currentTemplate()
+{
+    if (!inpr || inpr->includeIndex < 0)
+        return "";
+    const char *name = inpr->includes[inpr->includeIndex].fileName;
+    return name ? name : "";
+}
+
+bool systemPath(char *full, size_t capacity, const char *path)
+{
+    const int length = snprintf(full, capacity, "%s%s", systemRoot, path);
+    return length >= 0 && static_cast<size_t>(length) < capacity;
+}
+
+static int openSystemFile(const char *path, int flags)
+{
+    char full[PATH_MAX];
+    if (!systemPath(full, sizeof full, path))
+        return -1;
+    return open(full, flags | O_CLOEXEC, 0644);
+}
+
+// Puts a new descriptor and buffer in the place of the old ones.
+static void replaceLog(int fd, char *buffer)
+{
+    if (logfileFd >= 0)
+        close(logfileFd);
+    free(logfileBuf);
+    logfileFd = fd;
+    logfileBuf = buffer;
+}
+
+bool openLog()
+{
+    replaceLog(openSystemFile(logPath, O_WRONLY | O_CREAT | O_APPEND),
+               static_cast<char *>(malloc(LOG_CAPACITY)));
+    return logfileFd >= 0 && logfileBuf;
+}
+
+void closeLog()
+{
+    if (logfileBuf)
+        replaceLog(-1, nullptr);
+}
+
+int32_t Orv_Interpreter_SetLog(int32_t fd)
+{
+    if (fd < 0) {
+        replaceLog(-1, nullptr);
+        return 0;
+    }
+    const int copy = fcntl(fd, F_DUPFD_CLOEXEC, 0);
+    char *buffer = static_cast<char *>(malloc(LOG_CAPACITY));
+    if (copy < 0 || !buffer) {
+        if (copy >= 0)
+            close(copy);
+        free(buffer);
+        return -1;
+    }
+    replaceLog(copy, buffer);
+    return 0;
+}
+
+unsigned long milliseconds(clock_t from, clock_t to)
+{
+    constexpr uint32_t millisecondsPerTick = 10;
+    return (static_cast<uint32_t>(to) - static_cast<uint32_t>(from)) * millisecondsPerTick;
+}
+
+// Reads the kernel command line into cmdlineBuf; returns whether there is any.
+static bool readCmdline()
+{
+    const int fd = openSystemFile(cmdlinePath, O_RDONLY);
+    if (fd < 0)
+        return false;
+    const ssize_t length = read(fd, cmdlineBuf, CMDLINE_CAPACITY - 1);
+    close(fd);
+    cmdlineBuf[length > 0 ? length : 0] = '\0';
+    return length > 0;
+}
+
+int32_t getTooltipVar()
+{
+    char *value = readCmdline() ? strstr(cmdlineBuf, switchKey) : nullptr;
+    if (!value) {
+        logMessage("zarn - $HTML_TOOLTIPS is not set!\n");
+        return -1;
+    }
+    value += sizeof switchKey - 1;
+    if (*value)
+        value[1] = '\0';
+    const int32_t mode = *value >= '0' && *value <= '9' ? *value - '0' : 0;
+    if (mode <= 2)
+        return mode;
+    logMessage("zarn - $HTML_TOOLTIPS is set to illegal value %s, resetting to 0 (no tooltips)\n",
+               value);
+    return 0;
+}

@@ -1,0 +1,38 @@
+/* interface/log.h - the diagnostic log and the switch that opens it. */
+#ifndef ORV_INTERFACE_LOG_H
+#define ORV_INTERFACE_LOG_H
+
+#include <stddef.h>
+#include <stdint.h>
+#include <time.h>
+
+#include "interface/orvinterpreter.h"
+
+/* Writes one message, cut at 499 bytes, with one write call; nothing while the
+ * log is closed. The message carries its own line end. */
+void logMessage(const char *format, ...) __attribute__((format(printf, 1, 2)));
+
+/* Name of the template that is being read, for messages; empty without one. */
+const char *currentTemplate();
+
+/* Opens the log file and gets the message buffer in place of what was open.
+ * Returns whether both succeeded; both are stored whatever their outcome. */
+bool openLog();
+
+/* Closes the log if there is a message buffer. */
+void closeLog();
+
+/* Puts systemRoot in front of path, one of the library's own absolute paths.
+ * full: out, room for capacity bytes. Returns whether it fits. */
+bool systemPath(char *full, size_t capacity, const char *path);
+
+/* A tick count's difference in milliseconds, as messages print it. */
+unsigned long milliseconds(clock_t from, clock_t to);
+
+extern "C" {
+/* Reads the tooltip mode off the kernel command line: the digit behind its
+ * first "tooltip=", 0 when that is none of 0, 1 and 2, -1 without the key. */
+ORV_API int32_t getTooltipVar();
+}
+
+#endif

@@ -1,0 +1,12 @@
+/* interface/output.h - the page's way out. */
+#ifndef ORV_INTERFACE_OUTPUT_H
+#define ORV_INTERFACE_OUTPUT_H
+
+#include <string_view>
+
+/* Writes one piece to the run's output descriptor with one write call, which
+ * is continued when it is cut short or interrupted. After an error the rest of
+ * the piece is dropped. An empty piece makes no call. */
+void writePiece(std::string_view piece);
+
+#endif

@@ -1,0 +1,62 @@
+/* interface/variables.cpp - the request's variables, as the web program sets
+ * them: plain names go to the handle's list, name[index] to its tree. */
+#include <stdlib.h>
+#include <string.h>
+
+#include "interface/log.h"
+#include "interface/process.h"
+#include "vars/locals.h"
+#include "vars/tree.h"
+
+static void logNoMemory()
+{
+    logMessage("zarn - ERROR in Orv_Interpreter_SetVariable: NO MEMORY!\n");
+}
+
+// Stores name[index], where bracket points at the first "[" of name.
+static int32_t setElement(Interpreter *interpreter, const char *name, const char *bracket,
+                          const char *value)
+{
+    const char *indexText = bracket + 1;
+    char *array = strndup(name, static_cast<size_t>(indexText - name));
+    char *index = strndup(indexText, strcspn(indexText, "]"));
+    const bool stored = array && index &&
+                        insertArray(&interpreter->varTree, array, index, value, VAR_REPLACE);
+    free(array);
+    free(index);
+    if (!stored && inpr)
+        logNoMemory();
+    return stored ? 0 : -1;
+}
+
+int32_t Orv_Interpreter_SetVariable(Interpreter *interpreter, const char *name, const char *value)
+{
+    if (!interpreter) {
+        if (inpr)
+            logMessage("zarn - ERROR in Orv_Interpreter_SetVariable: "
+                       "no valid interpreter-struct!\n");
+        return -1;
+    }
+    if (!name || !value)
+        return -1;
+    logMessage("zarn - CGI-Variable set: %s=%s!\n", name, value);
+    if (strcmp(name, "lang") == 0)
+        Orv_Interpreter_SetLanguage(value);
+    if (const char *bracket = strchr(name, '['))
+        return setElement(interpreter, name, bracket, value);
+    const int32_t result = insertLocalVar(&interpreter->localVars, name, value);
+    if (result < 0)
+        logNoMemory();
+    return result;
+}
+
+int32_t Orv_Interpreter_ClearVariables(Interpreter *interpreter)
+{
+    if (!interpreter) {
+        logMessage("zarn - ERROR in Orv_Interpreter_ClearVariables: "
+                   "no valid interpreter-struct!\n");
+        return -1;
+    }
+    destroyLocalVarList(&interpreter->localVars);
+    return 0;
+}

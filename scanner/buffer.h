@@ -1,0 +1,43 @@
+/* scanner/buffer.h - the current match, byte by byte, for the scanner's rules. */
+#ifndef ORV_SCANNER_BUFFER_H
+#define ORV_SCANNER_BUFFER_H
+
+#include <stddef.h>
+
+#include "interface/process.h"
+
+constexpr int END_OF_INPUT = -1;
+
+/* Reads more of the template behind the bytes of the current match. Returns
+ * whether there was more. The match may move to another address. */
+bool refill();
+
+/* Byte of the current match at offset, or END_OF_INPUT; reads more when the
+ * buffer has no such byte yet, so rules ask only for bytes that can lengthen
+ * their match. */
+inline int byteAt(size_t offset)
+{
+    ScanBuffer *buffer = scanner.buffer;
+    while (buffer->pos + offset >= buffer->end)
+        if (!refill())
+            return END_OF_INPUT;
+    return static_cast<unsigned char>(buffer->bytes[buffer->pos + offset]);
+}
+
+/* Start of the current match, good until the next refill, and the number of its
+ * bytes that have been read. */
+inline char *matchStart()
+{
+    return scanner.buffer->bytes + scanner.buffer->pos;
+}
+
+inline size_t bytesRead()
+{
+    return scanner.buffer->end - scanner.buffer->pos;
+}
+
+/* Keep a stack of conditions to go back to. */
+void enterCondition(Condition condition);
+void leaveCondition();
+
+#endif

@@ -1,0 +1,233 @@
+/* scanner/fields.cpp - the input routine: bytes of the template on top of the
+ * include stack, with each text field replaced by its text.
+ *
+ * The scanner never sees a field, so a text is scanned like any other part of
+ * the template. Between calls nothing is kept but the entry's readPos, the rest
+ * of a text that was too long, and in tooltip mode the handle's htmlContext. */
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+
+#include <algorithm>
+#include <array>
+#include <string_view>
+
+#include "interface/log.h"
+#include "interface/process.h"
+#include "scanner/input.h"
+
+using std::string_view;
+
+static constexpr auto idCharacters = [] {
+    std::array<bool, 256> table = {};
+    for (const char c : string_view("abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ"
+                                    "0123456789._:"))
+        table[static_cast<unsigned char>(c)] = true;
+    return table;
+}();
+
+namespace
+{
+// One call's work: where it reads and what it has placed.
+struct Refill {
+    IncludeEntry *entry;
+    const char *scanPos;  // bytes from entry->readPos to here are still to be copied
+    const char *limit;    // behind the template's last byte
+    char *dest;
+    size_t placed;        // bytes in dest
+    size_t max;
+
+    size_t pending() const
+    {
+        return static_cast<size_t>(scanPos - entry->readPos);
+    }
+    size_t room() const
+    {
+        return max - placed - pending();
+    }
+};
+
+enum class FieldResult { GO_ON, FULL };
+} // namespace
+
+static void place(Refill *refill, string_view text)
+{
+    memcpy(refill->dest + refill->placed, text.data(), text.size());
+    refill->placed += text.size();
+}
+
+static void placePending(Refill *refill)
+{
+    place(refill, {refill->entry->readPos, refill->pending()});
+    refill->entry->readPos = refill->scanPos;
+}
+
+static bool startsWithLetters(const char *at, const char *letters)
+{
+    for (int i = 0; i < 3; ++i)
+        if ((at[i] | 0x20) != letters[i])
+            return false;
+    return true;
+}
+
+// Follows tags, scripts and styles of an HTML page at one byte.
+static void followContext(const Refill &refill)
+{
+    uint32_t &context = inpr->htmlContext;
+    if (context & CONTEXT_NOT_HTML)
+        return;
+    const char *at = refill.scanPos;
+    if (*at == '\n') {
+        ++inpr->tooltipLine;
+    } else if (*at == '>') {
+        context &= ~CONTEXT_TAG;
+    } else if (*at == '<' && refill.limit - at > 5) {
+        const bool closing = at[1] == '/';
+        const char *name = at + (closing ? 2 : 1);
+        const uint32_t element = startsWithLetters(name, "scr")   ? CONTEXT_SCRIPT
+                                 : startsWithLetters(name, "sty") ? CONTEXT_STYLE
+                                                                  : 0;
+        if (closing)
+            context &= ~element;
+        else
+            context |= element ? element : CONTEXT_TAG;
+    }
+}
+
+// The end of the field that begins at scanPos, behind its "?}"; null when it is none.
+static const char *fieldEnd(const Refill &refill)
+{
+    const char *at = refill.scanPos + 2;
+    while (at < refill.limit && idCharacters[static_cast<unsigned char>(*at)])
+        ++at;
+    return refill.limit - at >= 2 && at[0] == '?' && at[1] == '}' ? at + 2 : nullptr;
+}
+
+// The text in the mark for translators that the tooltip mode asks for here.
+static string_view marked(string_view text)
+{
+    int length;
+    if (inpr->tooltipMode <= 0)
+        return text;
+    if (inpr->htmlContext == 0)
+        length = snprintf(fieldMark, MARK_CAPACITY,
+                          "<span title=\"{?%s?} => %s Zeile %d\">%s</span>", fieldId,
+                          currentTemplate(), inpr->tooltipLine, text.data());
+    else if (inpr->tooltipMode == 2)
+        length = snprintf(fieldMark, MARK_CAPACITY, "-=%s {?%s?}=-", text.data(), fieldId);
+    else
+        return text;
+    return {fieldMark, std::min(static_cast<size_t>(length), MARK_CAPACITY - 1)};
+}
+
+// Places what fits of a text that not even an empty destination can hold; the
+// entry keeps a copy of the rest, which outlives the database.
+static void placeFirstPiece(Refill *refill, string_view text)
+{
+    const string_view piece(text.data(), refill->max);
+    const string_view rest(piece.end(), text.size() - piece.size());
+    place(refill, piece);
+    auto *copy = static_cast<char *>(malloc(rest.size()));
+    if (!copy) {
+        logMessage("zarn - ERROR in readInput: NO MEMORY! (%s)\n", currentTemplate());
+        return;
+    }
+    memcpy(copy, rest.data(), rest.size());
+    refill->entry->rest = copy;
+    refill->entry->restPos = 0;
+    refill->entry->restLen = rest.size();
+}
+
+static void placeRest(IncludeEntry *entry, Refill *refill)
+{
+    const size_t length = std::min(entry->restLen - entry->restPos, refill->max);
+    place(refill, {entry->rest + entry->restPos, length});
+    entry->restPos += length;
+    if (entry->restPos < entry->restLen)
+        return;
+    free(entry->rest);
+    entry->rest = nullptr;
+}
+
+// Replaces the field from scanPos to end by its text.
+static FieldResult substitute(Refill *refill, const char *end)
+{
+    const char *field = refill->scanPos;
+    placePending(refill);
+    refill->scanPos = refill->entry->readPos = end;
+    const size_t idLength =
+        std::min(static_cast<size_t>(end - field) - 4, FIELD_ID_CAPACITY - 1);
+    memcpy(fieldId, field + 2, idLength);
+    fieldId[idLength] = '\0';
+    const char *found = lookupDBField(fieldId);
+    ++inpr->textFieldCount;
+    if (!found) {
+        logMessage("%s: WARNING - HTML-Text entry {?%s?} not found in database\n",
+                   currentTemplate(), fieldId);
+        return FieldResult::GO_ON;
+    }
+    const string_view text = marked(found);
+    if (text.size() <= refill->room()) {
+        place(refill, text);
+        return FieldResult::GO_ON;
+    }
+    if (refill->placed == 0)
+        placeFirstPiece(refill, text);
+    else
+        refill->scanPos = refill->entry->readPos = field;  // examined again, counted again
+    return FieldResult::FULL;
+}
+
+// Treats the "{?" at scanPos.
+static FieldResult examineField(Refill *refill)
+{
+    if (const char *end = fieldEnd(*refill))
+        return substitute(refill, end);
+    if (refill->room() >= 2)
+        refill->scanPos += 2;
+    else if (refill->placed + refill->pending() == 0)
+        refill->scanPos += 1;  // too little room for anything else
+    return FieldResult::FULL;
+}
+
+// Moves scanPos to the next "{?", or as far as there is room.
+static void passText(Refill *refill)
+{
+    while (refill->scanPos < refill->limit && refill->room() > 0) {
+        const char *at = refill->scanPos;
+        if (inpr->tooltipMode > 0) {
+            followContext(*refill);
+        } else {
+            const size_t length =
+                std::min(static_cast<size_t>(refill->limit - at), refill->room());
+            const void *brace = memchr(at, '{', length);
+            refill->scanPos = at = brace ? static_cast<const char *>(brace) : at + length;
+            if (!brace)
+                return;
+        }
+        if (*at == '{' && refill->limit - at >= 2 && at[1] == '?')
+            return;
+        ++refill->scanPos;
+    }
+}
+
+void readInput(char *dest, int32_t *count, int32_t max)
+{
+    IncludeEntry *entry = &inpr->includes[inpr->includeIndex];
+    Refill refill = {entry, entry->readPos, entry->mapStart ? entry->mapLast + 1 : nullptr,
+                     dest,  0,              static_cast<size_t>(max)};
+    if (entry->rest) {
+        placeRest(entry, &refill);
+    } else if (refill.scanPos < refill.limit) {
+        inpr->tooltipLine = scanner.line;
+        FieldResult result = FieldResult::GO_ON;
+        while (result == FieldResult::GO_ON) {
+            passText(&refill);
+            if (refill.scanPos == refill.limit || refill.room() == 0)
+                break;
+            result = examineField(&refill);
+        }
+        placePending(&refill);
+    }
+    *count = static_cast<int32_t>(refill.placed);
+}

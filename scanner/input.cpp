@@ -1,0 +1,166 @@
+/* scanner/input.cpp - the stack of open templates, mapped whole.
+ *
+ * The scanner reads the one on top. Each entry owns its mapping, descriptor and
+ * name from push to pop; the run's own template keeps its place and its name
+ * until the run ends, since messages may still name it. Works on the handle of
+ * the run. */
+#include "scanner/input.h"
+
+#include <errno.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+
+#include "exec/exec.h"
+#include "interface/log.h"
+#include "interface/process.h"
+
+// Bytes to map: the file that the path names, but no more than the descriptor's,
+// so that no read leaves the file. Negative, with errno set, when unknown.
+static off_t mappedSize(const char *path, int fd)
+{
+    struct stat byPath;
+    struct stat byDescriptor;
+    if (stat(path, &byPath) != 0 || fstat(fd, &byDescriptor) != 0)
+        return -1;
+    const off_t size = std::min(byPath.st_size, byDescriptor.st_size);
+    if (static_cast<uint64_t>(size) <= SIZE_MAX)
+        return size;
+    errno = EOVERFLOW;
+    return -1;
+}
+
+static const char *mapFile(const char *path, int fd, size_t *length)
+{
+    const off_t size = mappedSize(path, fd);
+    if (size < 0)
+        return nullptr;
+    *length = static_cast<size_t>(size);
+    void *start = mmap(nullptr, *length, PROT_READ, MAP_SHARED, fd, 0);
+    return start == MAP_FAILED ? nullptr : static_cast<const char *>(start);
+}
+
+static bool startsWithByteOrderMark(const char *start, size_t length)
+{
+    return length >= 3 && memcmp(start, "\xEF\xBB\xBF", 3) == 0;
+}
+
+static uint32_t contextOf(const char *path)
+{
+    return strstr(path, ".htm") || strstr(path, ".frm") ? 0 : CONTEXT_NOT_HTML;
+}
+
+// Opens and maps path into entry, which is filled only on success.
+static int32_t openTemplate(IncludeEntry *entry, const char *path)
+{
+    const int fd = inpr->callbacks->fOpen(inpr, path);
+    if (fd < 0)
+        return INCLUDE_FAILED;
+    size_t length = 0;
+    const char *start = mapFile(path, fd, &length);
+    char *name = nullptr;
+    if (!start)
+        logMessage("ERROR: mmap() on file %s failed with error '%s' => No parsing...\n", path,
+                   strerror(errno));
+    else if (!(name = strdup(path)))
+        logMessage("zarn - ERROR in doInclude: NO MEMORY! (%s)\n", currentTemplate());
+    if (!name) {
+        if (start)
+            munmap(const_cast<char *>(start), length);
+        close(fd);
+        return INCLUDE_FAILED;
+    }
+    *entry = {fd, start, start, start + length - 1, nullptr, name, 0, nullptr, 0, 0};
+    return INCLUDE_PUSHED;
+}
+
+int32_t doInclude(const char *path, int32_t recordPending)
+{
+    const int32_t parent = inpr->includeIndex;
+    if (!path) {
+        logMessage("zarn - ERROR in pushStr: Empty include path (%s)!\n", currentTemplate());
+        return INCLUDE_FAILED;
+    }
+    if (parent >= MAX_INCLUDE_DEPTH - 1) {
+        logMessage("zarn - ERROR in pushStr: MAX_INCLUDE_DEPTH for including %s exceeded! (%s)\n",
+                   path, currentTemplate());
+        return INCLUDE_TOO_DEEP;
+    }
+    IncludeEntry *entry = &inpr->includes[parent + 1];
+    const int32_t result = openTemplate(entry, path);
+    if (result != INCLUDE_PUSHED)
+        return result;
+    inpr->htmlContext = contextOf(path);
+    if (recordPending)
+        inpr->pendingIncludes[inpr->pendingTop].includeLevel = parent;
+    if (parent >= 0) {
+        const size_t length = static_cast<size_t>(entry->mapLast - entry->mapStart) + 1;
+        if (startsWithByteOrderMark(entry->mapStart, length))
+            entry->readPos += 3;
+        inpr->includes[parent].savedBuffer = scanner.buffer;
+        inpr->includes[parent].savedLine = scanner.line;
+        scanner.buffer = createBuffer();
+    }
+    scanner.line = 1;
+    inpr->includeIndex = parent + 1;
+    return INCLUDE_PUSHED;
+}
+
+// Gives the mapping and the descriptor back; the name stays.
+static void closeTemplate(IncludeEntry *entry)
+{
+    if (!entry->mapStart)
+        return;
+    munmap(const_cast<char *>(entry->mapStart),
+           static_cast<size_t>(entry->mapLast - entry->mapStart) + 1);
+    close(entry->fd);
+    free(entry->rest);
+    entry->fd = -1;
+    entry->mapStart = entry->readPos = entry->mapLast = nullptr;
+    entry->rest = nullptr;
+}
+
+// Closes a nested template and goes back to the one beneath.
+static void popTemplate()
+{
+    IncludeEntry *entry = &inpr->includes[inpr->includeIndex];
+    closeTemplate(entry);
+    free(entry->fileName);
+    entry->fileName = nullptr;
+    --inpr->includeIndex;
+    IncludeEntry *parent = &inpr->includes[inpr->includeIndex];
+    destroyBuffer(scanner.buffer);
+    scanner.buffer = parent->savedBuffer;
+    parent->savedBuffer = nullptr;
+    scanner.line = parent->savedLine;
+}
+
+int32_t doExclude()
+{
+    if (!inpr || inpr->includeIndex < 0)
+        return 0;
+    if (inpr->includeIndex == 0) {
+        closeTemplate(&inpr->includes[0]);
+        return 0;
+    }
+    popTemplate();
+    resumeSuspended();
+    return 1;
+}
+
+void closeTemplates()
+{
+    while (inpr->includeIndex > 0)
+        popTemplate();
+    if (inpr->includeIndex == 0) {
+        closeTemplate(&inpr->includes[0]);
+        free(inpr->includes[0].fileName);
+        inpr->includes[0].fileName = nullptr;
+        inpr->includeIndex = -1;
+    }
+    resetScanner();
+}

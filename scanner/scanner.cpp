@@ -1,0 +1,502 @@
+/* scanner/scanner.cpp - the lexical rules, one function for each kind of start
+ * condition.
+ *
+ * A rule looks at the bytes of the current match through byteAt, and only at
+ * those that can lengthen it: asking for more may refill the buffer, and what a
+ * refill reads depends on what commands have done before it. Called by the
+ * parser. Between calls: the next match begins at the buffer's pos. */
+#include "scanner/scanner.h"
+
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+
+#include <algorithm>
+#include <array>
+#include <bit>
+#include <string_view>
+
+#include "grammar/commands.h"
+#include "grammar/parse.h"
+#include "interface/log.h"
+#include "interface/output.h"
+#include "scanner/buffer.h"
+#include "scanner/input.h"
+
+using std::string_view;
+
+static constexpr int SCAN_ON = -1;  // the match made no token
+static constexpr char BLANKS[] = " \t\n\r";
+
+namespace
+{
+// A set of bytes.
+struct ByteSet {
+    std::array<bool, 256> has;
+
+    bool contains(int byte) const
+    {
+        return byte != END_OF_INPUT && has[static_cast<size_t>(byte)];
+    }
+};
+} // namespace
+
+static constexpr ByteSet setOf(string_view members, bool inside)
+{
+    ByteSet set = {};
+    set.has.fill(!inside);
+    for (const char c : members)
+        set.has[static_cast<unsigned char>(c)] = inside;
+    return set;
+}
+
+static constexpr ByteSet blank = setOf(BLANKS, true);
+static constexpr ByteSet digit = setOf("0123456789", true);
+static constexpr ByteSet digitOrSmall = setOf("0123456789abcdefghijklmnopqrstuvwxyz", true);
+static constexpr ByteSet nameByte = setOf("0123456789abcdefghijklmnopqrstuvwxyz"
+                                          "ABCDEFGHIJKLMNOPQRSTUVWXYZ",
+                                          true);
+static constexpr ByteSet quoteByte = setOf("\"'`", true);
+static constexpr ByteSet argumentText = setOf(" \t\n\r\"'`$<?]", false);
+static constexpr ByteSet commentText = setOf("<?", false);
+
+// Text of a quoted argument; a "<" needs a look at the byte behind it.
+static constexpr ByteSet quotedText(char quote)
+{
+    ByteSet set = setOf("$?<", false);
+    set.has[static_cast<unsigned char>(quote)] = false;
+    return set;
+}
+static constexpr ByteSet dquotedText = quotedText('"');
+static constexpr ByteSet squotedText = quotedText('\'');
+static constexpr ByteSet bquotedText = quotedText('`');
+
+// Rows of the command table that can begin with a letter, a bit each.
+static_assert(COMMAND_COUNT <= 32);
+static constexpr char optionalWord[] = "if ";
+static constexpr auto rowsOfLetter = [] {
+    std::array<uint32_t, 256> table = {};
+    for (size_t row = 0; row < COMMAND_COUNT; ++row) {
+        const string_view words = commandTable[row].words;
+        table[static_cast<unsigned char>(words[0])] |= 1U << row;
+        if (words.starts_with(optionalWord))
+            table[static_cast<unsigned char>(words[3])] |= 1U << row;
+    }
+    return table;
+}();
+
+// Offset behind the bytes of set that stand from offset on.
+static size_t skip(size_t offset, const ByteSet &set)
+{
+    do {
+        const char *match = matchStart();
+        const size_t read = bytesRead();
+        while (offset < read && set.has[static_cast<unsigned char>(match[offset])])
+            ++offset;
+        if (offset < read)
+            break;
+    } while (refill());
+    return offset;
+}
+
+// Offset behind text if it stands at offset, else 0. A blank of text stands for
+// one or more of white space.
+static size_t matchText(size_t offset, const char *text)
+{
+    for (; *text; ++text) {
+        if (*text == ' ') {
+            const size_t behind = skip(offset, blank);
+            if (behind == offset)
+                return 0;
+            offset = behind;
+        } else if (byteAt(offset) != *text) {
+            return 0;
+        } else {
+            ++offset;
+        }
+    }
+    return offset;
+}
+
+static string_view without(string_view text, size_t length)
+{
+    text.remove_prefix(length);
+    return text;
+}
+
+// Ends the match after length bytes: counts its lines and moves on.
+static string_view take(size_t length)
+{
+    const string_view match(matchStart(), length);
+    scanner.line += static_cast<int32_t>(std::count(match.begin(), match.end(), '\n'));
+    scanner.buffer->pos += length;
+    return match;
+}
+
+int32_t dataToToken(const char *text, int32_t cut)
+{
+    const size_t length = cut ? strcspn(text, BLANKS) : strlen(text);
+    zarn_lval.text = strndup(text, length);
+    if (zarn_lval.text)
+        return 0;
+    logMessage("zarn - ERROR in dataToToken: NO MEMORY! (%s)\n", currentTemplate());
+    return -2;
+}
+
+// Returns token with text as its value, or drops it when there is no memory.
+// text lies in the buffer, which has room for a terminator behind it.
+static int valueToken(int token, string_view text, int32_t cut)
+{
+    char *end = const_cast<char *>(text.data() + text.size());
+    const char held = *end;
+    *end = '\0';
+    const int32_t result = dataToToken(text.data(), cut);
+    *end = held;
+    return result == 0 ? token : SCAN_ON;
+}
+
+static int textToken(size_t length)
+{
+    return valueToken(ARG_TEXT, take(length), 0);
+}
+
+static void setLocation()
+{
+    zarn_lloc.first_line = scanner.line;
+}
+
+// ---- commands ----
+
+// Offset behind an operator and the white space around it, else 0.
+static size_t matchOperator(size_t offset, char sign)
+{
+    offset = matchText(offset, " ");
+    if (offset == 0)
+        return 0;
+    offset += quoteByte.contains(byteAt(offset));
+    if (byteAt(offset) != sign)
+        return 0;
+    ++offset;
+    offset += quoteByte.contains(byteAt(offset));
+    return matchText(offset, " ");
+}
+
+// Offset behind var:, a name and, with bracket, a "[", and white space, else 0.
+static size_t matchName(size_t offset, bool bracket)
+{
+    offset = matchText(offset, " var:");
+    if (offset == 0)
+        return 0;
+    const size_t behind = skip(offset, nameByte);
+    if (behind == offset || (bracket && byteAt(behind) != '['))
+        return 0;
+    return skip(behind + bracket, blank);
+}
+
+// Length of the match if the command of that row stands at offset, else 0.
+static size_t matchRow(const CommandDef &row, size_t offset)
+{
+    const char *words = row.words;
+    if (string_view(words).starts_with(optionalWord) && byteAt(offset) != *optionalWord)
+        words += sizeof optionalWord - 1;
+    offset = matchText(offset, words);
+    if (offset == 0)
+        return 0;
+    switch (row.tail) {
+    case Tail::BLANK:
+        return matchText(offset, " ");
+    case Tail::OPERATOR:
+        return matchOperator(offset, row.sign);
+    case Tail::NAME:
+        return matchName(offset, false);
+    case Tail::ELEMENT:
+        return matchName(offset, true);
+    }
+    return 0;
+}
+
+// The row whose command stands at offset, with the length of the match; null if none.
+static const CommandDef *findCommand(size_t offset, size_t *length)
+{
+    const int letter = byteAt(offset);
+    uint32_t candidates = letter == END_OF_INPUT ? 0 : rowsOfLetter[static_cast<size_t>(letter)];
+    const CommandDef *found = nullptr;
+    for (*length = 0; candidates; candidates &= candidates - 1) {
+        const CommandDef &row = commandTable[std::countr_zero(candidates)];
+        const size_t matched = matchRow(row, offset);
+        if (matched > *length) {
+            *length = matched;
+            found = &row;
+        }
+    }
+    return found;
+}
+
+// At "<?", in every condition but comments.
+static int scanCommandStart()
+{
+    for (const char *opener : {"--", "xml"}) {
+        if (const size_t length = matchText(2, opener)) {
+            take(length);
+            enterCondition(Condition::COMMENT);
+            return SCAN_ON;
+        }
+    }
+    const size_t words = skip(2, blank);
+    size_t length;
+    const CommandDef *command = findCommand(words, &length);
+    if (!command) {
+        writePiece(take(words));
+        setLocation();
+        return F_UNDEF;
+    }
+    enterCondition(Condition::ARGS);
+    if (command->tail == Tail::ELEMENT)
+        enterCondition(Condition::INDEX);
+    const string_view match = take(length);
+    setLocation();
+    if (command->tail == Tail::NAME || command->tail == Tail::ELEMENT)
+        return valueToken(command->token, without(match, match.rfind(':') + 1), 1);
+    return command->token;
+}
+
+// At the "?>" that ends the match: back to where the command's keyword stood.
+static int endCommand(size_t length)
+{
+    take(length);
+    while (scanner.condition != Condition::ARGS)
+        leaveCondition();
+    leaveCondition();
+    setLocation();
+    return CMD_END;
+}
+
+// ---- page text and comments ----
+
+// Length of the run of page text: it ends before "<?", before a "<" that another
+// "<" follows, and before one that ends the template.
+static size_t textRun()
+{
+    size_t length = 0;
+    for (;;) {
+        const char *match = matchStart();
+        const size_t read = bytesRead();
+        const void *bracket = length < read ? memchr(match + length, '<', read - length) : nullptr;
+        if (bracket) {
+            length = static_cast<size_t>(static_cast<const char *>(bracket) - match);
+            const int next = byteAt(length + 1);
+            if (next == END_OF_INPUT || next == '<' || next == '?')
+                return length;
+            length += 2;
+        } else {
+            length = std::max(length, read);
+            if (!refill())
+                return length;
+        }
+    }
+}
+
+static int scanText()
+{
+    const size_t length = textRun();
+    if (length == 0 && byteAt(1) == '?')
+        return scanCommandStart();
+    writePiece(take(std::max<size_t>(length, 1)));
+    return HTML_TEXT;
+}
+
+static int scanComment()
+{
+    size_t length = 0;
+    for (;;) {
+        length = skip(length, commentText);
+        const int first = byteAt(length);
+        if (first == END_OF_INPUT || byteAt(length + 1) == (first == '<' ? '?' : '>'))
+            break;
+        ++length;
+    }
+    if (length > 0) {
+        take(length);
+    } else if (take(2)[0] == '<') {
+        enterCondition(Condition::COMMENT);
+    } else {
+        leaveCondition();
+    }
+    return SCAN_ON;
+}
+
+// ---- arguments ----
+
+// At "$var:", with name the offset behind it and behind that of the name's end.
+static int scanVariable(size_t name, size_t behind)
+{
+    if (byteAt(behind) != '[')
+        return valueToken(ARG_GETVAR, without(take(behind), name), 0);
+    const size_t index = skip(behind + 1, blank);
+    for (const char *word : {"min", "max"}) {
+        size_t end = matchText(index, word);
+        end = end ? skip(end, blank) : 0;
+        if (end && byteAt(end) == ']') {
+            char *sign = const_cast<char *>(take(end + 1).data()) + behind + 1;
+            const bool least = word[1] == 'i';
+            *sign = least ? '-' : '+';
+            const size_t length = behind + 2 - name;
+            return valueToken(least ? ARG_MINARRAY : ARG_MAXARRAY, {sign + 1 - length, length}, 0);
+        }
+    }
+    enterCondition(Condition::INDEX);
+    const string_view match = take(index);
+    setLocation();
+    return valueToken(ARG_GETARRAY, without(match, name), 1);
+}
+
+// At "$".
+static int scanReference()
+{
+    if (const size_t name = matchText(1, "var:")) {
+        const size_t behind = skip(name, nameByte);
+        if (behind > name)
+            return scanVariable(name, behind);
+    }
+    const int first = byteAt(1);
+    if (first == '$')
+        return valueToken(ARG_TEXT, without(take(2), 1), 0);
+    if (!digitOrSmall.contains(first))
+        return textToken(1);
+    const bool two = digit.contains(first) && digitOrSmall.contains(byteAt(2));
+    return valueToken(ARG_NUMVAR, without(take(two ? 3 : 2), 1), 0);
+}
+
+// Length of the quoted text from offset on. A "<" belongs to it unless the quote,
+// "$", "?" or the end of the template follows.
+static size_t quotedRun(size_t offset, char quote, const ByteSet &text)
+{
+    for (;;) {
+        offset = skip(offset, text);
+        if (byteAt(offset) != '<')
+            return offset;
+        const int next = byteAt(offset + 1);
+        if (next == END_OF_INPUT || next == quote || next == '$' || next == '?')
+            return offset;
+        ++offset;
+    }
+}
+
+static const ByteSet &textInside(char quote)
+{
+    return quote == '"' ? dquotedText : quote == '\'' ? squotedText : bquotedText;
+}
+
+static int openQuote(char quote)
+{
+    const size_t length = quotedRun(1, quote, textInside(quote));
+    enterCondition(quote == '"'    ? Condition::DQUOTE
+                   : quote == '\'' ? Condition::SQUOTE
+                                   : Condition::BQUOTE);
+    return valueToken(ARG_TEXT, without(take(length), 1), 0);
+}
+
+static bool endsCommandAt(size_t offset)
+{
+    return byteAt(offset) == '?' && byteAt(offset + 1) == '>';
+}
+
+static int scanQuoted(char quote)
+{
+    const int first = byteAt(0);
+    if (first == '$')
+        return scanReference();
+    if (first == '<' && byteAt(1) == '?')
+        return scanCommandStart();
+    if (first == quote || first == '?' || blank.contains(first)) {
+        const bool closes = first == quote;
+        const size_t end = skip(closes, blank);
+        if (endsCommandAt(end))
+            return endCommand(end + 2);
+        if (closes) {
+            take(end);
+            leaveCondition();
+            return ARG_END;
+        }
+    }
+    return textToken(std::max<size_t>(quotedRun(0, quote, textInside(quote)), 1));
+}
+
+// In a command's arguments, or with index in the index of an array reference.
+static int scanArguments(bool index)
+{
+    const int first = byteAt(0);
+    if (first == '$')
+        return scanReference();
+    if (first == '<' && byteAt(1) == '?')
+        return scanCommandStart();
+    if (quoteByte.contains(first)) {
+        if (!index)
+            return openQuote(static_cast<char>(first));
+        putchar(first);  // no rule for it here
+        take(1);
+        return SCAN_ON;
+    }
+    const size_t end = skip(0, blank);
+    if (index && byteAt(end) == ']') {
+        take(end + 1);
+        leaveCondition();
+        return SCAN_ON;
+    }
+    if (endsCommandAt(end))
+        return endCommand(end + 2);
+    if (end > 0) {
+        take(end);
+        return ARG_END;
+    }
+    return textToken(std::max<size_t>(skip(0, argumentText), 1));
+}
+
+// ---- tokens ----
+
+static int endTemplate()
+{
+    if (scanner.condition != Condition::TEXT)
+        logMessage("%s: Syntax error: File ends inside cmd\n", currentTemplate());
+    while (scanner.condition != Condition::TEXT)
+        leaveCondition();
+    if (inpr->includeIndex != 0)
+        return EOF_TAG;
+    doExclude();
+    return 0;
+}
+
+static int scanOnce()
+{
+    if (byteAt(0) == END_OF_INPUT)
+        return endTemplate();
+    switch (scanner.condition) {
+    case Condition::TEXT:
+        return scanText();
+    case Condition::ARGS:
+        return scanArguments(false);
+    case Condition::DQUOTE:
+        return scanQuoted('"');
+    case Condition::SQUOTE:
+        return scanQuoted('\'');
+    case Condition::BQUOTE:
+        return scanQuoted('`');
+    case Condition::INDEX:
+        return scanArguments(true);
+    case Condition::COMMENT:
+        return scanComment();
+    }
+    return 0;
+}
+
+int zarn_lex()
+{
+    if (!scanner.buffer)
+        scanner.buffer = createBuffer();
+    zarn_lval.text = nullptr;
+    int token;
+    do
+        token = scanOnce();
+    while (token == SCAN_ON);
+    return token;
+}

@@ -1,0 +1,57 @@
+/* scanner/scanner.h - from a template's bytes to tokens.
+ *
+ * Page text is written to the output as soon as it is matched; commands become
+ * tokens. The longest match wins, and of equal ones the rule listed first. */
+#ifndef ORV_SCANNER_SCANNER_H
+#define ORV_SCANNER_SCANNER_H
+
+#include <stddef.h>
+#include <stdint.h>
+
+#include "interface/orvinterpreter.h"
+
+enum class Condition : uint8_t {
+    TEXT,     // page text outside commands
+    ARGS,     // a command's arguments
+    DQUOTE,   // a quoted argument
+    SQUOTE,
+    BQUOTE,
+    INDEX,    // the index of an array reference
+    COMMENT,  // removed from the page, as is an XML declaration
+};
+
+// The bytes of one template that are being scanned. A match never spans two
+// refills: what is unfinished moves to the front before more is read.
+struct ScanBuffer {
+    char *bytes;      // owned, capacity + 1: a terminator may stand behind the last one
+    size_t capacity;
+    size_t pos;       // where the current match begins
+    size_t end;       // behind the last valid byte
+};
+
+struct Scanner {
+    ScanBuffer *buffer;   // owned, made at the first token of the process
+    Condition condition;
+    Condition *stack;     // owned, conditions to go back to
+    size_t depth;         // of them in use
+    size_t stackRoom;
+    int32_t line;         // counts newlines of whole matches
+};
+
+/* Makes an empty buffer; ends the process when there is no memory. */
+ScanBuffer *createBuffer();
+
+/* Frees a buffer; null is allowed. */
+void destroyBuffer(ScanBuffer *buffer);
+
+/* Back to an empty first buffer of the first size, in page text. */
+void resetScanner();
+
+extern "C" {
+/* Makes a copy of text the value of the token that is about to be returned;
+ * with cut the copy ends before the first white space. Returns 0, or -2 when
+ * memory ran out (logged). */
+ORV_API int32_t dataToToken(const char *text, int32_t cut);
+}
+
+#endif

@@ -1,0 +1,114 @@
+/* textdb/language.cpp - which text database is in use.
+ *
+ * The language code, or else the device's own link, chooses the file. What that
+ * file lacks is looked up in the fallback, which is mapped at the first miss and
+ * for good. All of it belongs to the process and outlives handles. Between
+ * calls: htmlDB is either whole or empty. */
+#include <limits.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+
+#include "interface/log.h"
+#include "interface/process.h"
+
+static constexpr char languagePrefix[] = "/etc/htmltext_";
+static constexpr char languageSuffix[] = ".db";
+static constexpr char defaultPath[] = "/var/htmltext.db";
+static constexpr char fallbackPath[] = "/etc/htmltext.db";
+static constexpr size_t CODE_LENGTH = 2;
+
+// Resolves one of the library's own paths; resolved has room for PATH_MAX bytes.
+static bool resolvePath(const char *path, char *resolved)
+{
+    char full[PATH_MAX];
+    return systemPath(full, sizeof full, path) && realpath(full, resolved);
+}
+
+// A resolved path as the device's own: without the root that stands before it.
+static const char *withoutRoot(const char *resolved)
+{
+    const size_t length = strlen(systemRoot);
+    const bool below = strncmp(resolved, systemRoot, length) == 0 && resolved[length] == '/';
+    return below ? resolved + length : resolved;
+}
+
+// Maps the resolved file in the place of the one in use.
+static bool useDatabase(const char *resolved, const char *code)
+{
+    const char *image;
+    const int32_t fd = loadMmapTree(resolved, &image);
+    if (fd < 0)
+        return false;
+    unloadMmapTree(htmlDB.path, htmlDB.fd, &htmlDB.image);
+    htmlDB.image = image;
+    htmlDB.fd = fd;
+    snprintf(htmlDB.language, sizeof htmlDB.language, "%s", code);
+    snprintf(htmlDB.path, sizeof htmlDB.path, "%s", resolved);
+    return true;
+}
+
+int32_t Orv_Interpreter_SetLanguage(const char *code)
+{
+    char path[127];
+    char resolved[PATH_MAX];
+    const bool named = code && *code;
+    if (named && strlen(code) != CODE_LENGTH) {
+        logMessage("zarn - ERROR invalid language request for '%s'\n", code);
+        return -1;
+    }
+    if (named)
+        snprintf(path, sizeof path, "%s%s%s", languagePrefix, code, languageSuffix);
+    else
+        snprintf(path, sizeof path, "%s", defaultPath);
+    if (!resolvePath(path, resolved)) {
+        logMessage("zarn - ERROR could not resolve link '%s'\n", path);
+        return -1;
+    }
+    if (strcmp(resolved, htmlDB.path) == 0)
+        return 0;
+    if (!useDatabase(resolved, code ? code : "")) {
+        logMessage("zarn - ERROR database file %s not found for requested language '%s'\n",
+                   withoutRoot(resolved), code ? code : "*default*");
+        return -1;
+    }
+    return 0;
+}
+
+static bool openFallback()
+{
+    char full[PATH_MAX];
+    htmlFallbackDB.fd = systemPath(full, sizeof full, fallbackPath)
+                            ? loadMmapTree(full, &htmlFallbackDB.image)
+                            : -1;
+    return htmlFallbackDB.fd >= 0;
+}
+
+const char *lookupDBField(const char *id)
+{
+    if (!htmlDB.image)
+        Orv_Interpreter_SetLanguage(nullptr);
+    if (const char *text = findMmapVar(htmlDB.image, id, nullptr))
+        return text;
+    if (!htmlFallbackDB.image) {
+        if (!openFallback()) {
+            logMessage("zarn - ERROR - requested open/mmap of fallback database (%s) failed!\n",
+                       fallbackPath);
+            return nullptr;
+        }
+        logMessage("zarn - Language entries not found for current language. "
+                   "Fallback database (%s) successfully opened\n",
+                   fallbackPath);
+    }
+    logMessage("zarn - Fallback for DB-Field {?%s?}\n", id);
+    return findMmapVar(htmlFallbackDB.image, id, nullptr);
+}
+
+const char *Orv_Interpreter_LookupDBField(const char *id)
+{
+    const char *text = lookupDBField(id);
+    if (getTooltipVar() != 2 || !text)
+        return text;
+    snprintf(lookupBuf, MARK_CAPACITY, "-=%s {?%s?}=-", text, id);
+    return lookupBuf;
+}

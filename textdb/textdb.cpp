@@ -1,0 +1,186 @@
+/* textdb/textdb.cpp - text database files: mapped whole, searched in place.
+ *
+ * A file is a radix tree: 16 bytes that are skipped, the node array, and the
+ * strings, whose offsets count from the node array. Siblings lie side by side
+ * and ascend by the first byte of their labels, taken as unsigned. Nothing in a
+ * file is trusted: a lookup that would leave the mapping finds nothing. Between
+ * calls: every mapping stands in the list of mappings with its length. */
+#include "textdb/textdb.h"
+
+#include <fcntl.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "interface/process.h"
+
+static constexpr size_t HEADER_SIZE = 16;
+static constexpr size_t NODE_SIZE = 8;
+
+namespace
+{
+// A node record, taken apart.
+struct Node {
+    uint32_t firstChild;   // index, 0 for none
+    uint32_t valueOffset;  // from the label's first byte, 0 for no value
+    uint32_t label;        // offset of the label
+    bool hasSibling;       // the next record is its next sibling
+    bool attribute;
+};
+
+// The bytes of one mapping behind the header.
+struct Image {
+    const char *bytes;
+    size_t length;
+
+    // The byte at offset, or -1 outside.
+    int at(size_t offset) const
+    {
+        return offset < length ? static_cast<unsigned char>(bytes[offset]) : -1;
+    }
+};
+} // namespace
+
+static const Mapping *findMapping(const char *image)
+{
+    const Mapping *mapping = mappings;
+    while (mapping && mapping->image != image)
+        mapping = mapping->next;
+    return mapping;
+}
+
+static uint32_t readWord(const char *at)
+{
+    uint32_t word = 0;
+    for (int i = 3; i >= 0; --i)
+        word = word << 8 | static_cast<unsigned char>(at[i]);
+    return word;
+}
+
+// Takes the record of that index apart. Returns whether it lies in the image.
+static bool readNode(const Image &image, size_t index, Node *node)
+{
+    if (index >= image.length / NODE_SIZE)
+        return false;
+    const char *record = image.bytes + index * NODE_SIZE;
+    const uint32_t links = readWord(record);
+    const uint32_t strings = readWord(record + 4);
+    *node = {links & 0xFFFFF, links >> 20, strings & 0x3FFFFFFF, (strings >> 30 & 1) != 0,
+             strings >> 31 != 0};
+    return true;
+}
+
+// The last of the siblings from first on whose label does not begin with a byte
+// above c. False when there is none, or on the first record or label outside.
+static bool chooseChild(const Image &image, size_t first, int c, Node *chosen)
+{
+    Node node;
+    bool found = false;
+    for (size_t index = first;; ++index) {
+        if (!readNode(image, index, &node))
+            return false;
+        const int start = image.at(node.label);
+        if (start < 0)
+            return false;
+        if (start > c)
+            return found;
+        *chosen = node;
+        found = true;
+        if (!node.hasSibling)
+            return true;
+    }
+}
+
+// Moves key behind the label at offset. False when key does not begin with it, or
+// the label is empty or leaves the image.
+static bool passLabel(const Image &image, size_t offset, const char **key)
+{
+    const char *at = *key;
+    for (int c; (c = image.at(offset)) > 0; ++offset, ++at)
+        if (static_cast<unsigned char>(*at) != c)
+            return false;
+    const bool passed = at > *key && image.at(offset) == 0;
+    *key = at;
+    return passed;
+}
+
+// The value of a node, if it ends within the image.
+static const char *valueOf(const Image &image, const Node &node)
+{
+    const size_t offset = static_cast<size_t>(node.label) + node.valueOffset;
+    if (offset >= image.length ||
+        !memchr(image.bytes + offset, '\0', image.length - offset))
+        return nullptr;
+    return image.bytes + offset;
+}
+
+const char *findMmapVar(const char *image, const char *key, int32_t *attribute)
+{
+    if (!image || !key)
+        return nullptr;
+    const Mapping *mapping = findMapping(image);
+    // Bytes that were not mapped here are their owner's to vouch for.
+    const Image whole = {image, mapping ? mapping->length - HEADER_SIZE : SIZE_MAX / 2};
+    Node node;
+    if (!readNode(whole, 0, &node))
+        return nullptr;
+    while (node.valueOffset == 0 || *key) {
+        if (node.firstChild == 0 ||
+            !chooseChild(whole, node.firstChild, static_cast<unsigned char>(*key), &node) ||
+            !passLabel(whole, node.label, &key))
+            return nullptr;
+    }
+    if (attribute)
+        *attribute = node.attribute;
+    return valueOf(whole, node);
+}
+
+static const char *mapWhole(int fd, size_t *length)
+{
+    struct stat status;
+    if (fstat(fd, &status) != 0 || static_cast<uint64_t>(status.st_size) > SIZE_MAX)
+        return nullptr;
+    *length = static_cast<size_t>(status.st_size);
+    if (*length < HEADER_SIZE)
+        return nullptr;
+    void *start = mmap(nullptr, *length, PROT_READ, MAP_SHARED, fd, 0);
+    return start == MAP_FAILED ? nullptr : static_cast<const char *>(start);
+}
+
+int32_t loadMmapTree(const char *path, const char **image)
+{
+    *image = nullptr;
+    const int fd = open(path, O_RDONLY | O_CLOEXEC);
+    if (fd < 0)
+        return -1;
+    auto *mapping = static_cast<Mapping *>(malloc(sizeof(Mapping)));
+    size_t length = 0;
+    const char *start = mapping ? mapWhole(fd, &length) : nullptr;
+    if (!start) {
+        free(mapping);
+        close(fd);
+        return -1;
+    }
+    *mapping = {start + HEADER_SIZE, length, mappings};
+    mappings = mapping;
+    *image = mapping->image;
+    return fd;
+}
+
+void unloadMmapTree(const char *, int32_t fd, const char **image)
+{
+    if (!*image)
+        return;
+    Mapping **link = &mappings;
+    while (*link && (*link)->image != *image)
+        link = &(*link)->next;
+    *image = nullptr;
+    if (Mapping *mapping = *link) {
+        *link = mapping->next;
+        munmap(const_cast<char *>(mapping->image) - HEADER_SIZE, mapping->length);
+        free(mapping);
+    }
+    close(fd);
+}

@@ -1,0 +1,262 @@
+/* tools/host.cpp - opens templates, answers queries, reports the error.
+ *
+ * The interpreter calls from code that no exception may pass: the callbacks use
+ * the stack and malloc(), and no container of the C++ library grows in them. */
+#include "host.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/stat.h>
+#include <algorithm>
+#include <sqlite3.h>
+
+// How long a query waits for a program that is writing to the database.
+static constexpr int busyMilliseconds = 2000;
+
+// The host that the callbacks answer for: set by hostOpen, null after hostClose.
+static Host *currentHost;
+
+/* Reports a problem with subject (a path, a query), in one line whatever bytes
+ * that consists of. */
+static void report(Host &host, const char *what, const char *subject, const char *reason)
+{
+    char *line = strdup(subject);
+    for (char *at = line; at && *at; at++)
+        if (static_cast<unsigned char>(*at) < ' ' || *at == '\x7f')
+            *at = ' ';
+    dprintf(host.reportFd, "%s: %s '%s': %s\n", host.program, what, line ? line : "", reason);
+    free(line);
+    host.problems++;
+}
+
+/* Whether a step of path leads to the parent folder. */
+static bool hasParentStep(const char *path)
+{
+    for (const char *at = strstr(path, ".."); at; at = strstr(at + 1, ".."))
+        if ((at == path || at[-1] == '/') && (at[2] == '/' || at[2] == '\0'))
+            return true;
+    return false;
+}
+
+/* Opens a template. A link is followed as far as it stays below the document
+ * root. Returns null and sets *fd, or returns why the template is refused. */
+static const char *openBelow(const Host &host, const char *path, int32_t *fd)
+{
+    char resolved[PATH_MAX];
+    struct stat status;
+    if (path[0] == '/' || hasParentStep(path))
+        return "not below the document root";
+    if (!realpath(path, resolved))
+        return strerror(errno);
+    if (strncmp(resolved, host.docRoot, strlen(host.docRoot)) != 0)
+        return "not below the document root";
+    // Without O_NONBLOCK a fifo would keep the page waiting for a writer.
+    int opened = open(resolved, O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
+    if (opened < 0)
+        return strerror(errno);
+    if (fstat(opened, &status) != 0 || !S_ISREG(status.st_mode)) {
+        close(opened);
+        return "not a regular file";
+    }
+    *fd = opened;
+    return nullptr;
+}
+
+static int32_t openTemplate(Interpreter *, const char *path)
+{
+    Host &host = *currentHost;
+    int32_t fd = -1;
+    host.openProblem = openBelow(host, path, &fd);
+    if (host.openProblem && host.reportTemplates)
+        report(host, "cannot open template", path, host.openProblem);
+    return fd;
+}
+
+/* Lets a statement read tables and compute, and nothing else. */
+static int authorize(void *, int action, const char *, const char *function, const char *,
+                     const char *)
+{
+    switch (action) {
+    case SQLITE_SELECT:
+    case SQLITE_READ:
+    case SQLITE_RECURSIVE:
+        return SQLITE_OK;
+    case SQLITE_FUNCTION:
+        return sqlite3_stricmp(function, "load_extension") == 0 ? SQLITE_DENY : SQLITE_OK;
+    default:
+        return SQLITE_DENY;
+    }
+}
+
+/* Binds each :name to the request's newest variable of that name. One that is
+ * not set stays NULL. Returns null, or why it cannot be done. */
+static const char *bindVariables(const Host &host, sqlite3_stmt *statement)
+{
+    for (int i = 1; i <= sqlite3_bind_parameter_count(statement); i++) {
+        const char *name = sqlite3_bind_parameter_name(statement, i);
+        if (!name || name[0] != ':')
+            return "only parameters of the form :name have a value";
+        auto newest = std::find_if(host.variables.rbegin(), host.variables.rend(),
+                                   [name](const HostVariable &v) { return v.name == name + 1; });
+        // The texts outlive the statement, so it needs no copy.
+        if (newest != host.variables.rend() &&
+            sqlite3_bind_text(statement, i, newest->value.c_str(), -1, SQLITE_STATIC) != SQLITE_OK)
+            return sqlite3_errmsg(host.db);
+    }
+    return nullptr;
+}
+
+/* Returns the statement of a query, bound and owned by the caller; null after a
+ * report when it is not one statement that only reads. */
+static sqlite3_stmt *prepareQuery(Host &host, const char *query)
+{
+    sqlite3_stmt *statement = nullptr;
+    const char *rest = "";
+    const char *reason = nullptr;
+    if (!host.db)
+        reason = "there is no database";
+    else if (sqlite3_prepare_v2(host.db, query, -1, &statement, &rest) != SQLITE_OK)
+        reason = sqlite3_errmsg(host.db);
+    else if (!statement)
+        reason = "there is no statement";
+    else if (rest[strspn(rest, " \t\r\n\f\v")] != '\0')
+        reason = "text follows the statement";
+    else if (!sqlite3_stmt_readonly(statement))
+        reason = "the statement does not only read";
+    else
+        reason = bindVariables(host, statement);
+    if (!reason)
+        return statement;
+    report(host, "cannot answer query", query, reason);
+    sqlite3_finalize(statement);
+    return nullptr;
+}
+
+static void freeRows(QueryRow *last)
+{
+    while (last) {
+        QueryRow *prev = last->prev;
+        for (int32_t i = 0; i < last->count; i++)
+            free(last->cols[i]);
+        free(last);
+        last = prev;
+    }
+}
+
+/* Appends the statement's current row. Returns it, now the last; null when
+ * memory ran out, and the list is then as before. */
+static QueryRow *appendRow(QueryRow *last, sqlite3_stmt *statement, int32_t columns)
+{
+    QueryRow *row = static_cast<QueryRow *>(calloc(1, sizeof(QueryRow)));
+    for (int32_t i = 0; row && i < columns; i++) {
+        // The type must be asked for first: reading the text may change it.
+        bool isNull = sqlite3_column_type(statement, i) == SQLITE_NULL;
+        const void *text = isNull ? nullptr : sqlite3_column_text(statement, i);
+        if (isNull || text)
+            row->cols[i] = strdup(isNull ? "" : static_cast<const char *>(text));
+        if (!row->cols[i]) {
+            freeRows(row);
+            return nullptr;
+        }
+        row->count++;
+    }
+    if (row && last) {
+        row->prev = last;
+        last->next = row;
+    }
+    return row;
+}
+
+static int32_t answerQuery(Interpreter *, int32_t mode, const char *query, QueryRow **rows,
+                           int32_t *owned)
+{
+    Host &host = *currentHost;
+    sqlite3_stmt *statement = prepareQuery(host, query);
+    if (!statement)
+        return -1;
+    int32_t columns = std::min<int32_t>(sqlite3_column_count(statement), ORV_MAX_COLUMNS);
+    if (mode == ORV_QUERY_COUNT)
+        columns = 0;
+    QueryRow *last = nullptr;
+    int status;
+    while ((status = sqlite3_step(statement)) == SQLITE_ROW) {
+        QueryRow *row = appendRow(last, statement, columns);
+        if (!row) {
+            status = SQLITE_NOMEM;
+            break;
+        }
+        last = row;
+    }
+    if (status != SQLITE_DONE) {
+        report(host, "cannot answer query", query,
+               status == SQLITE_NOMEM ? "out of memory" : sqlite3_errmsg(host.db));
+        freeRows(last);
+        last = nullptr;
+    }
+    sqlite3_finalize(statement);
+    *rows = last;
+    *owned = 1;
+    return status == SQLITE_DONE ? 0 : -1;
+}
+
+static int32_t reportError(Interpreter *, const char **message)
+{
+    *message = currentHost->error;
+    return currentHost->error ? 1 : 0;
+}
+
+/* Opens the database and reads from it once, since SQLite itself looks at a file
+ * no sooner. An absolute path cannot be taken for one of SQLite's special names. */
+static bool openDatabase(Host &host, const char *dbFile)
+{
+    char resolved[PATH_MAX];
+    if (!realpath(dbFile, resolved)) {
+        report(host, "cannot read database", dbFile, strerror(errno));
+        return false;
+    }
+    int status = sqlite3_open_v2(resolved, &host.db, SQLITE_OPEN_READONLY, nullptr);
+    if (status == SQLITE_OK) {
+        sqlite3_busy_timeout(host.db, busyMilliseconds);
+        status = sqlite3_exec(host.db, "select 1 from sqlite_master", nullptr, nullptr, nullptr);
+    }
+    if (status == SQLITE_OK)
+        status = sqlite3_set_authorizer(host.db, authorize, nullptr);
+    if (status != SQLITE_OK)
+        report(host, "cannot read database", dbFile, sqlite3_errmsg(host.db));
+    return status == SQLITE_OK;
+}
+
+const InterpreterCallbacks hostCallbacks = {openTemplate, answerQuery, reportError};
+
+bool hostOpen(Host &host, const char *docRoot, const char *dbFile)
+{
+    if (dbFile && !openDatabase(host, dbFile))
+        return false;
+    if (!realpath(docRoot, host.docRoot) || chdir(host.docRoot) != 0) {
+        report(host, "cannot use document root", docRoot, strerror(errno));
+        return false;
+    }
+    size_t length = strlen(host.docRoot);
+    if (host.docRoot[length - 1] != '/')
+        memcpy(host.docRoot + length, "/", 2);
+    currentHost = &host;
+    return true;
+}
+
+int32_t hostSet(Host &host, Interpreter *interpreter, const char *name, const char *value)
+{
+    int32_t result = Orv_Interpreter_SetVariable(interpreter, name, value);
+    if (result == 0 && !strchr(name, '['))
+        host.variables.push_back({name, value});
+    return result;
+}
+
+void hostClose(Host &host)
+{
+    sqlite3_close(host.db);
+    host.db = nullptr;
+    currentHost = nullptr;
+}

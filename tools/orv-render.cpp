@@ -1,0 +1,334 @@
+/* tools/orv-render.cpp - renders one template, for template authors and tests.
+ *
+ * The page goes straight to standard output. With --output it is collected in
+ * memory first and the file is written at the end, so that a run that fails
+ * leaves the file alone, which may also be a template of the page. The
+ * diagnostics are collected as well: they follow the page, and whether they
+ * tell of errors decides on the exit status. */
+#include "host.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <getopt.h>
+#include <stdarg.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <algorithm>
+#include <new>
+#include <string_view>
+
+using std::string_view;
+
+// Exit statuses.
+enum { PAGE_WHOLE = 0, PAGE_WITH_PROBLEMS = 1, NO_PAGE = 2, PAGE_BROKEN_OFF = 3 };
+
+// A message of the interpreter is cut at this many bytes, then without line end.
+static constexpr size_t maxMessage = 499;
+
+static constexpr char helpText[] =
+    "Usage: orv-render [OPTION]... TEMPLATE\n"
+    "Renders TEMPLATE, a path below the document root, to standard output.\n"
+    "\n"
+    "  --set NAME=VALUE         set a request variable; repeatable\n"
+    "  --set NAME[INDEX]=VALUE  set an element of an array\n"
+    "  --docroot DIR            find templates below DIR and nowhere else (default: .)\n"
+    "  --root DIR               look below DIR for the interpreter's own files:\n"
+    "                           /etc/htmltext_CODE.db, /var/htmltext.db, ...\n"
+    "  --lang CODE              choose the text database of a language\n"
+    "  --error TEXT             the error that the page's error commands find\n"
+    "  --db FILE                answer queries from this SQLite database, read-only;\n"
+    "                           :NAME in a query stands for the request variable\n"
+    "  --output FILE            write the page to FILE\n"
+    "  --log                    print the diagnostics on standard error\n"
+    "  --help, --version        print this text, or the version\n"
+    "\n"
+    "Exit status: 0 page rendered; 1 page rendered, and --log printed errors or\n"
+    "warnings; 2 wrong usage, a missing file, or the page cannot be written; 3 the\n"
+    "interpreter gave up in the middle of the page.\n";
+
+struct Options {
+    const char *docRoot = ".";
+    const char *root = nullptr;
+    const char *lang = nullptr;
+    const char *error = nullptr;
+    const char *db = nullptr;
+    const char *output = nullptr;
+    const char *page = nullptr;
+    bool log = false;
+    std::vector<char *> variables; // NAME=VALUE each
+};
+
+/* Prints one line and returns the exit status for it. */
+__attribute__((format(printf, 1, 2))) static int fail(const char *format, ...)
+{
+    va_list values;
+    va_start(values, format);
+    fputs("orv-render: ", stderr);
+    vfprintf(stderr, format, values);
+    fputc('\n', stderr);
+    va_end(values);
+    return NO_PAGE;
+}
+
+/* Prints a text on standard output and returns the exit status. */
+static int print(const char *text)
+{
+    if (fputs(text, stdout) >= 0 && fflush(stdout) == 0)
+        return PAGE_WHOLE;
+    return fail("cannot write standard output: %s", strerror(errno));
+}
+
+/* Reads the command line. Returns -1 to go on, else the exit status. */
+static int readOptions(int argc, char **argv, Options &options)
+{
+    static const option table[] = {
+        {"set", required_argument, nullptr, 's'},
+        {"docroot", required_argument, nullptr, 'd'},
+        {"root", required_argument, nullptr, 'r'},
+        {"lang", required_argument, nullptr, 'l'},
+        {"error", required_argument, nullptr, 'e'},
+        {"db", required_argument, nullptr, 'q'},
+        {"output", required_argument, nullptr, 'o'},
+        {"log", no_argument, nullptr, 'g'},
+        {"help", no_argument, nullptr, 'h'},
+        {"version", no_argument, nullptr, 'v'},
+        {nullptr, 0, nullptr, 0},
+    };
+    opterr = 0;
+    for (int key; (key = getopt_long(argc, argv, ":", table, nullptr)) != -1;) {
+        switch (key) {
+        case 's':
+            if (optarg[0] == '=' || !strchr(optarg, '='))
+                return fail("--set needs NAME=VALUE, not '%s'", optarg);
+            options.variables.push_back(optarg);
+            break;
+        case 'd':
+            options.docRoot = optarg;
+            break;
+        case 'r':
+            options.root = optarg;
+            break;
+        case 'l':
+            options.lang = optarg;
+            break;
+        case 'e':
+            options.error = optarg;
+            break;
+        case 'q':
+            options.db = optarg;
+            break;
+        case 'o':
+            options.output = optarg;
+            break;
+        case 'g':
+            options.log = true;
+            break;
+        case 'h':
+            return print(helpText);
+        case 'v':
+            return print("orv-render " ORV_VERSION "\n");
+        case ':':
+            return fail("option '%s' needs a value, see --help", argv[optind - 1]);
+        default:
+            return fail("wrong option '%s', see --help", argv[optind - 1]);
+        }
+    }
+    if (optind + 1 != argc)
+        return fail("%s, see --help", optind == argc ? "no template given" : "several templates");
+    options.page = argv[optind];
+    return -1;
+}
+
+/* Gives each standard descriptor that is closed a place that no file opened later
+ * can take. Returns whether standard output was open. */
+static bool holdStandardDescriptors()
+{
+    bool isOpen = fcntl(STDOUT_FILENO, F_GETFD) >= 0;
+    int fd;
+    do
+        fd = open("/dev/null", O_RDWR | O_CLOEXEC);
+    while (fd >= 0 && fd <= STDERR_FILENO);
+    if (fd >= 0)
+        close(fd);
+    return isOpen;
+}
+
+/* Returns all that was written to a file in memory. */
+static std::string readAll(int fd)
+{
+    std::string text;
+    char piece[8192];
+    ssize_t got;
+    while ((got = pread(fd, piece, sizeof piece, static_cast<off_t>(text.size()))) > 0)
+        text.append(piece, static_cast<size_t>(got));
+    return text;
+}
+
+static bool writeAll(int fd, string_view text)
+{
+    while (!text.empty()) {
+        ssize_t put = write(fd, text.data(), text.size());
+        if (put < 0 && errno != EINTR)
+            return false;
+        text.remove_prefix(put < 0 ? 0 : static_cast<size_t>(put));
+    }
+    return true;
+}
+
+/* Whether a message of the diagnostics tells of an error or a warning. What comes
+ * first in it decides, as values and queries at its end can hold any text. */
+static bool tellsOfProblem(string_view message)
+{
+    static constexpr struct {
+        string_view mark;
+        bool isProblem;
+    } marks[] = {
+        {": Syntax error", true},
+        {": WARNING - ", true},
+        {": Invalid numVar Index", true},
+        {", near line ", true},
+        {": No query result received for ", false},
+        {", query ", false},
+    };
+    for (string_view start : {"zarn - ERROR ", "zarn - Syntaxerror", "ERROR: "})
+        if (message.starts_with(start))
+            return true;
+    if (message.starts_with("zarn - "))
+        return false;
+    size_t first = string_view::npos;
+    bool isProblem = false;
+    for (auto &row : marks) {
+        size_t at = message.find(row.mark);
+        if (at < first) {
+            first = at;
+            isProblem = row.isProblem;
+        }
+    }
+    return isProblem;
+}
+
+static bool logTellsOfProblem(string_view log)
+{
+    while (!log.empty()) {
+        string_view message = log.substr(0, maxMessage);
+        message = message.substr(0, message.find('\n'));
+        if (tellsOfProblem(message))
+            return true;
+        log.remove_prefix(std::min(log.size(), message.size() + (message.size() < maxMessage)));
+    }
+    return false;
+}
+
+/* Sets the variables of the command line. Returns -1 to go on, else the exit status. */
+static int setVariables(Host &host, Interpreter *interpreter, const Options &options)
+{
+    for (char *variable : options.variables) {
+        char *value = strchr(variable, '=');
+        *value++ = '\0';
+        if (hostSet(host, interpreter, variable, value) != 0)
+            return fail("cannot set variable '%s'", variable);
+    }
+    return -1;
+}
+
+/* Writes the page to the file of --output. Returns false after a line. */
+static bool writeOutput(int startDir, const char *path, int page)
+{
+    int fd = openat(startDir, path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+    bool isWritten = fd >= 0 && writeAll(fd, readAll(page));
+    int cause = errno;
+    if (fd >= 0 && close(fd) != 0 && isWritten) {
+        isWritten = false;
+        cause = errno;
+    }
+    if (!isWritten)
+        fail("cannot write '%s': %s", path, strerror(cause));
+    return isWritten;
+}
+
+/* Runs the template with the descriptors at hand: page, where it goes, and log,
+ * -1 without --log. Returns the exit status, after a line for a missing page. */
+static int runPage(Host &host, const Options &options, int page, int log)
+{
+    Interpreter *interpreter = Orv_Interpreter_Create(&hostCallbacks);
+    if (!interpreter || (log >= 0 && Orv_Interpreter_SetLog(log) != 0)) {
+        Orv_Interpreter_Destroy(interpreter);
+        return fail("out of memory");
+    }
+    int status = setVariables(host, interpreter, options);
+    int32_t result = ORV_RUN_DONE;
+    if (status < 0)
+        result = Orv_Interpreter_Run(interpreter, options.page, page);
+    Orv_Interpreter_Destroy(interpreter);
+    if (status >= 0)
+        return status;
+    if (result == ORV_RUN_NO_TEMPLATE && log >= 0 && host.openProblem)
+        return NO_PAGE; // the log has the line
+    if (result == ORV_RUN_NO_TEMPLATE)
+        return fail("cannot open template '%s': %s", options.page,
+                    host.openProblem ? host.openProblem : "it is empty or cannot be mapped");
+    return result == ORV_RUN_GAVE_UP ? PAGE_BROKEN_OFF : PAGE_WHOLE;
+}
+
+/* Renders the page, prints the log and writes the output file. */
+static int renderPage(Host &host, const Options &options, int startDir)
+{
+    int page = options.output ? memfd_create("page", MFD_CLOEXEC) : STDOUT_FILENO;
+    int log = options.log ? memfd_create("log", MFD_CLOEXEC) : -1;
+    if (page < 0 || (options.log && log < 0))
+        return fail("no memory for the page or the log: %s", strerror(errno));
+    if (log >= 0) {
+        host.reportFd = log;
+        host.reportTemplates = true;
+    }
+    int status = runPage(host, options, page, log);
+    if (log >= 0) {
+        std::string text = readAll(log);
+        writeAll(STDERR_FILENO, text);
+        if (status == PAGE_WHOLE && (host.problems > 0 || logTellsOfProblem(text)))
+            status = PAGE_WITH_PROBLEMS;
+    }
+    if (status != NO_PAGE && options.output && !writeOutput(startDir, options.output, page))
+        return NO_PAGE;
+    return status;
+}
+
+/* Resolves what is relative to the caller's directory, then enters the document
+ * root and renders. */
+static int run(const Options &options, bool hasStandardOutput)
+{
+    static char root[PATH_MAX]; // systemRoot must outlive the interpreter
+    Host host;
+    host.program = "orv-render";
+    host.error = options.error;
+    int startDir = open(".", O_PATH | O_DIRECTORY | O_CLOEXEC);
+    if (!options.output && !hasStandardOutput)
+        return fail("standard output is closed");
+    if (options.root && !realpath(options.root, root))
+        return fail("cannot use root '%s': %s", options.root, strerror(errno));
+    systemRoot = root;
+    int status = NO_PAGE;
+    if (hostOpen(host, options.docRoot, options.db)) {
+        if (options.lang && Orv_Interpreter_SetLanguage(options.lang) != 0)
+            fail("there is no text database for language '%s'", options.lang);
+        else
+            status = renderPage(host, options, startDir);
+    }
+    hostClose(host);
+    // A file system may report a failed write no sooner than here.
+    if (fclose(stdout) != 0 && hasStandardOutput)
+        return fail("cannot write standard output: %s", strerror(errno));
+    return status;
+}
+
+int main(int argc, char **argv)
+{
+    bool hasStandardOutput = holdStandardDescriptors();
+    Options options;
+    std::set_new_handler([] { _exit(fail("out of memory")); });
+    int status = readOptions(argc, argv, options);
+    return status >= 0 ? status : run(options, hasStandardOutput);
+}
