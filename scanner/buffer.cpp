@@ -14,8 +14,13 @@
 
 #include "scanner/input.h"
 
-static constexpr size_t BUFFER_CAPACITY = 16384;
-static constexpr size_t REFILL_MAX = 8192;
+// A test build makes them tiny, so that every match meets the end of a buffer.
+#ifndef ORV_BUFFER_CAPACITY
+#define ORV_BUFFER_CAPACITY 16384
+#define ORV_REFILL_MAX 8192
+#endif
+static constexpr size_t BUFFER_CAPACITY = ORV_BUFFER_CAPACITY;
+static constexpr size_t REFILL_MAX = ORV_REFILL_MAX;
 static constexpr size_t STACK_STEP = 25;
 
 [[noreturn]] static void fail(const char *problem)

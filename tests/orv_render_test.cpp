@@ -53,6 +53,7 @@ static const string failedQuery = "zarn - ERROR in doQuery: fQuery() returned -1
 
 static const Row rows[] = {
     {"a page as it is", "t.htm", "a<b\n", "a<b\n", "", 0},
+    {"a page into a pipe", "t.htm | cat", "a<b\n", "a<b\n", "", 0},
     {"the newest variable, an element", "--set n=1 --set n=2= --set 'a[3]=x' t.htm",
      "<?echo $var:n?><?echo $var:a[3]?>", "2=x", "", 0},
     {"an error", "--error '<Oops>' t.htm", "<?error found ?><?error message ?>", "1<Oops>", "", 0},
@@ -60,8 +61,10 @@ static const Row rows[] = {
     {"absolute path", "/etc/passwd", "", "", noTemplate("/etc/passwd", outside), 2},
     {"parent step", "sub/../t.htm", "x", "", noTemplate("sub/../t.htm", outside), 2},
     {"link that leads out", "out.htm", "", "", noTemplate("out.htm", outside), 2},
-    {"folder link that leads out", "up/secret.htm", "", "", noTemplate("up/secret.htm", outside), 2},
-    {"sibling folder with the same start", "other/x.htm", "", "", noTemplate("other/x.htm", outside), 2},
+    {"folder link that leads out", "up/secret.htm", "", "", noTemplate("up/secret.htm", outside),
+     2},
+    {"sibling folder with the same start", "other/x.htm", "", "",
+     noTemplate("other/x.htm", outside), 2},
     {"link that stays inside", "in.htm", "", "inc", "", 0},
     {"dots in a name", "..a..htm", "", "dots", "", 0},
     {"folder", "sub", "", "", noTemplate("sub", "not a regular file"), 2},
@@ -101,24 +104,27 @@ static const Row rows[] = {
     {"notices are no problem", "--log --db r.db --set 'x=: WARNING - ' t.htm",
      "a<?multiquerytext 'select 1 where 0'?>", "a",
      "zarn - CGI-Variable set: x=: WARNING - !\n"
-     "t.htm: No query result received for select 1 where 0.\n", 0},
+     "t.htm: No query result received for select 1 where 0.\n",
+     0},
     {"syntax error", "--log t.htm", "x<?if eq a ?>y", "xy",
      "t.htm, line 1: Syntax error: Too few arguments in <? if eq\n", 1},
     {"an error after a notice that was cut", "--log --set x=" + repeat("v", 500) + " t.htm",
      "<?calc + a 1?>", "",
      "zarn - CGI-Variable set: x=" + repeat("v", 472) +
-         "t.htm, near line 1: Warning: 1st operator a of calc is no valid number in current context\n",
+         "t.htm, near line 1: Warning: 1st operator a of calc is no valid number in current "
+         "context\n",
      1},
     {"gave up", "t.htm", "a<?echo " + repeat("x$$", 6000) + "?>b", "a", "", 3},
 
     {"output beside the document root", "--output page t.htm && cat page", "x", "x", "", 0},
-    {"output over its template", "--output site/t.htm t.htm && cat site/t.htm", "<?echo x?>", "x", "", 0},
-    {"a missing page leaves the output", "--output secret.htm x.htm || cat secret.htm", "", "secret",
-     noTemplate("x.htm", missing), 0},
+    {"output over its template", "--output site/t.htm t.htm && cat site/t.htm", "<?echo x?>", "x",
+     "", 0},
+    {"a missing page leaves the output", "--output secret.htm x.htm || cat secret.htm", "",
+     "secret", noTemplate("x.htm", missing), 0},
     {"output into a missing folder", "--output none/page t.htm", "x", "",
-     "orv-render: cannot write 'none/page': No such file or directory\n", 2},
-    {"full disk", "--output /dev/full t.htm", "x", "",
-     "orv-render: cannot write '/dev/full': No space left on device\n", 2},
+     "orv-render: cannot write none/page: No such file or directory\n", 2},
+    {"full disk", "t.htm >/dev/full", "x", "",
+     "orv-render: cannot write standard output: No space left on device\n", 2},
     {"closed output", "t.htm >&-", "x", "", "orv-render: standard output is closed\n", 2},
     {"missing document root", "--docroot none t.htm", "x", "",
      "orv-render: cannot use document root 'none': No such file or directory\n", 2},
@@ -166,13 +172,12 @@ static void makeSite()
     ASSERT_EQ(0, mkfifo("site/fifo", 0600));
     sqlite3 *db = nullptr;
     ASSERT_EQ(SQLITE_OK, sqlite3_open("r.db", &db));
-    ASSERT_EQ(SQLITE_OK,
-              sqlite3_exec(db,
-                           "create table device(name, ip, net);"
-                           "insert into device values ('<b>\"&''', '10.0.0.1', 'lan'),"
-                           " (null, '10.0.0.2', 'lan'), ('x', '10.0.1.1', 'wan');"
-                           "create table num(n); insert into num values (0), (1);",
-                           nullptr, nullptr, nullptr));
+    ASSERT_EQ(SQLITE_OK, sqlite3_exec(db,
+                                      "create table device(name, ip, net);"
+                                      "insert into device values ('<b>\"&''', '10.0.0.1', 'lan'),"
+                                      " (null, '10.0.0.2', 'lan'), ('x', '10.0.1.1', 'wan');"
+                                      "create table num(n); insert into num values (0), (1);",
+                                      nullptr, nullptr, nullptr));
     sqlite3_close(db);
 }
 

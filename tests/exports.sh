@@ -1,0 +1,15 @@
+#!/usr/bin/env bash
+# exports.sh LIBRARY MAP - the library exports the names of the map and no others,
+# and needs nothing but the C library (and a sanitizer's runtime).
+set -euo pipefail
+library=$1 map=$2
+wanted=$(sed -n '/^global:/,/^local:/s/^ *\([A-Za-z_][A-Za-z0-9_]*\);/\1/p' "$map" | sort)
+got=$(nm -D --defined-only "$library" | awk '{print $3}' | sort)
+diff <(echo "$wanted") <(echo "$got")
+needed=$(readelf -d "$library" | sed -n 's/.*(NEEDED).*\[\(.*\)\]/\1/p' |
+    grep -Ev '^lib(asan|ubsan|m|gcc_s)\.so' || true)
+if readelf -d "$library" | grep -q 'lib[au].*san\.so' || nm -D "$library" | grep -q __asan_init; then
+    grep -q '^libc\.so\.6$' <<<"$needed"
+else
+    [ "$(readelf -d "$library" | grep -c '(NEEDED)')" = 1 ] && [ "$needed" = libc.so.6 ]
+fi

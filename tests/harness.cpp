@@ -1,0 +1,219 @@
+/* tests/harness.cpp - a web program for the tests, and their main. */
+#include "tests/harness.h"
+
+#include <dirent.h>
+#include <errno.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+static Host *current;
+static std::vector<std::string> pieces;
+Writes writes;
+std::string folder;
+
+extern "C" ssize_t write(int fd, const void *data, size_t size)
+{
+    if (fd != pageFd)
+        return syscall(SYS_write, fd, data, size);
+    if (!writes.failures.empty()) {
+        errno = writes.failures.front();
+        writes.failures.erase(writes.failures.begin());
+        if (errno != 0)
+            return -1;
+    }
+    if (writes.most > 0)
+        size = std::min(size, writes.most);
+    pieces.emplace_back(static_cast<const char *>(data), size);
+    return static_cast<ssize_t>(size);
+}
+
+void writeFile(const std::string &path, const std::string &content)
+{
+    const auto slash = path.rfind('/');
+    if (slash != std::string::npos)
+        std::filesystem::create_directories(path.substr(0, slash));
+    std::ofstream(path, std::ios::binary) << content;
+}
+
+static int32_t openFile(Interpreter *, const char *path)
+{
+    current->calls.push_back(std::string("open ") + path);
+    return open(path, O_RDONLY);
+}
+
+static QueryRow *makeRows(const Rows &rows)
+{
+    QueryRow *last = nullptr;
+    for (const auto &columns : rows) {
+        auto *row = static_cast<QueryRow *>(calloc(1, sizeof(QueryRow)));
+        for (const auto &column : columns)
+            row->cols[row->count++] = strdup(column.c_str());
+        row->prev = last;
+        if (last)
+            last->next = row;
+        last = row;
+    }
+    return last;
+}
+
+static void freeRows(QueryRow *row)
+{
+    while (row) {
+        QueryRow *prev = row->prev;
+        for (int32_t i = 0; i < row->count; ++i)
+            free(row->cols[i]);
+        free(row);
+        row = prev;
+    }
+}
+
+static QueryRow *kept;  // of the latest query, when they stay the host's
+
+static int32_t answer(Interpreter *interpreter, int32_t mode, const char *query, QueryRow **rows,
+                      int32_t *owned)
+{
+    current->calls.push_back("query " + std::to_string(mode) + " " + query);
+    if (current->onQuery)
+        current->onQuery(interpreter, query);
+    const auto found = current->rows.find(query);
+    if (found != current->rows.end()) {
+        *rows = makeRows(found->second);
+        *owned = current->handOver;
+        if (!current->handOver) {
+            freeRows(kept);
+            kept = *rows;
+        }
+    }
+    return strcmp(query, "fail") == 0 ? -5 : 0;
+}
+
+static int32_t reportError(Interpreter *, const char **message)
+{
+    current->calls.push_back("error");
+    if (current->error.empty())
+        return 0;
+    *message = current->error.c_str();
+    return 1;
+}
+
+const InterpreterCallbacks hostCallbacks = {openFile, answer, reportError};
+
+void useHost(Host *host)
+{
+    current = host;
+    for (const auto &[name, content] : host->files)
+        writeFile(name, content);
+}
+
+int logTarget()
+{
+    static const int fd = memfd_create("log", MFD_CLOEXEC);
+    return fd;
+}
+
+std::string takeLog()
+{
+    std::string log(static_cast<size_t>(lseek(logTarget(), 0, SEEK_END)), '\0');
+    EXPECT_EQ(pread(logTarget(), log.data(), log.size(), 0), static_cast<ssize_t>(log.size()));
+    EXPECT_EQ(ftruncate(logTarget(), 0), 0);
+    lseek(logTarget(), 0, SEEK_SET);
+    return log;
+}
+
+std::string withoutTimes(const std::string &log)
+{
+    std::string kept_lines;
+    std::istringstream lines(log);
+    for (std::string line; std::getline(lines, line);)
+        if (line.find(" HTML-Text-Fields parsed") == std::string::npos)
+            kept_lines += line + (lines.eof() ? "" : "\n");
+    return kept_lines;
+}
+
+Outcome runHandle(Interpreter *interpreter, const std::string &path)
+{
+    pieces.clear();
+    Outcome outcome = {};
+    outcome.result = Orv_Interpreter_Run(interpreter, path.c_str(), pageFd);
+    outcome.pieces = pieces;
+    for (const auto &piece : pieces)
+        outcome.page += piece;
+    outcome.log = withoutTimes(takeLog());
+    return outcome;
+}
+
+Outcome render(Host &host, const std::string &path)
+{
+    useHost(&host);
+    Interpreter *interpreter = Orv_Interpreter_Create(&hostCallbacks);
+    for (const auto &[name, value] : host.variables)
+        Orv_Interpreter_SetVariable(interpreter, name.c_str(), value.c_str());
+    Orv_Interpreter_SetLog(logTarget());
+    const size_t descriptors = openDescriptors();
+    const size_t mappings = mappedFiles();
+    const Outcome outcome = runHandle(interpreter, path);
+    EXPECT_EQ(openDescriptors(), descriptors);
+    EXPECT_EQ(mappedFiles(), mappings);
+    Orv_Interpreter_Destroy(interpreter);
+    freeRows(kept);
+    kept = nullptr;
+    return outcome;
+}
+
+Outcome renderText(const std::string &text)
+{
+    Host host;
+    host.files = {{"t.htm", text}};
+    return render(host);
+}
+
+size_t openDescriptors()
+{
+    size_t count = 0;
+    DIR *entries = opendir("/proc/self/fd");
+    while (readdir(entries))
+        ++count;
+    closedir(entries);
+    return count;
+}
+
+size_t mappedFiles()
+{
+    size_t count = 0;
+    std::ifstream maps("/proc/self/maps");
+    for (std::string line; std::getline(maps, line);)
+        count += line.find(folder) != std::string::npos && line.find(".db") == std::string::npos;
+    return count;
+}
+
+std::string repeated(const std::string &text, size_t times)
+{
+    std::string result;
+    for (size_t i = 0; i < times; ++i)
+        result += text;
+    return result;
+}
+
+int main(int argc, char **argv)
+{
+    testing::InitGoogleTest(&argc, argv);
+    char name[] = "/tmp/orv-tests-XXXXXX";
+    if (!mkdtemp(name) || chdir(name) != 0)
+        return 1;
+    folder = name;
+    static const std::string root = folder + "/root";
+    systemRoot = root.c_str();
+    const int result = RUN_ALL_TESTS();
+    std::filesystem::remove_all(folder);
+    return result;
+}

@@ -1,0 +1,74 @@
+/* tests/harness.h - a web program for the tests: templates, answers and errors
+ * come from memory, and the page is kept piece by piece.
+ *
+ * Templates are files of a private folder, which is the working directory. The
+ * library's write calls come here first: what goes to pageFd is recorded, and
+ * can be cut short, interrupted or refused. */
+#ifndef ORV_TESTS_HARNESS_H
+#define ORV_TESTS_HARNESS_H
+
+#include <functional>
+#include <map>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "interface/orvinterpreter.h"
+
+constexpr int32_t pageFd = 1 << 20;  // no real descriptor
+
+using Texts = std::vector<std::pair<std::string, std::string>>;
+using Rows = std::vector<std::vector<std::string>>;
+
+struct Host {
+    Texts files;                        // name and content of each template
+    Texts variables;                    // set in front of the run
+    std::map<std::string, Rows> rows;   // by query; any other query has no rows
+    std::string error;                  // for fError, empty for none
+    bool handOver = true;               // rows pass to the interpreter
+    std::function<void(Interpreter *, const std::string &)> onQuery;
+    std::vector<std::string> calls;     // what the callbacks were asked
+};
+
+struct Outcome {
+    int32_t result;
+    std::string page;
+    std::vector<std::string> pieces;
+    std::string log;  // without the lines of the run's times
+};
+
+/* Runs one of the host's templates with a handle of its own. */
+Outcome render(Host &host, const std::string &path = "t.htm");
+
+/* Runs a template of that content, t.htm, without anything else. */
+Outcome renderText(const std::string &text);
+
+/* The parts of it, for tests of their own. */
+void writeFile(const std::string &path, const std::string &content);
+extern const InterpreterCallbacks hostCallbacks;
+void useHost(Host *host);
+Outcome runHandle(Interpreter *interpreter, const std::string &path = "t.htm");
+std::string withoutTimes(const std::string &log);
+
+/* Descriptors and mappings of the process, to see that nothing stays. */
+size_t openDescriptors();
+size_t mappedFiles();
+
+/* What becomes of the next writes to the page: at most so many bytes each
+ * (0: no limit); errors before each, as errno values. */
+struct Writes {
+    size_t most = 0;
+    std::vector<int> failures;
+};
+extern Writes writes;
+
+/* What the library writes to its log, once SetLog has been given logTarget(). */
+int logTarget();
+std::string takeLog();
+
+/* The private folder: root/ below it stands for the device's root. */
+extern std::string folder;
+
+std::string repeated(const std::string &text, size_t times);
+
+#endif

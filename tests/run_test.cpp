@@ -1,0 +1,436 @@
+/* tests/run_test.cpp - what surrounds a page: includes, callbacks, handles,
+ * results, pieces, limits and the messages that no single template shows. */
+#include <errno.h>
+#include <gtest/gtest.h>
+#include <string.h>
+#include <unistd.h>
+
+#include "exec/exec.h"
+#include "grammar/commands.h"
+#include "grammar/records.h"
+#include "interface/log.h"
+#include "interface/process.h"
+#include "scanner/input.h"
+#include "tests/harness.h"
+
+namespace
+{
+struct IncludeRow {
+    const char *name;
+    Texts files;
+    std::string page;
+    std::string log;
+};
+
+const IncludeRow includeRows[] = {
+    {"in its place", {{"t.htm", "a<?include b.htm?>c"}, {"b.htm", "B"}}, "aBc", ""},
+    {"byte order marks",
+     {{"t.htm", "\xEF\xBB\xBF<?include b.htm?>"}, {"b.htm", "\xEF\xBB\xBFx"}},
+     "\xEF\xBB\xBFx",
+     ""},
+    {"an empty file",
+     {{"t.htm", "a<?include b.htm?>c"}, {"b.htm", ""}},
+     "ac",
+     "ERROR: mmap() on file b.htm failed with error 'Invalid argument' => No parsing...\n"},
+    {"lines go on behind it",
+     {{"t.htm", "\n<?include b.htm?>\n<?foo\n?>x"}, {"b.htm", "\n\n<?foo"}},
+     "\n\n\n<?foo\n<?foo\n?>x",
+     "b.htm, line 3: Syntax error: Unknown Cmd\nt.htm, line 3: Syntax error: Unknown Cmd\n"},
+    {"ends inside an argument",
+     {{"t.htm", "<?include b.htm?>c"}, {"b.htm", "<?echo 'x"}},
+     "xc",
+     "b.htm: Syntax error: File ends inside cmd\n"},
+    {"ends in a recovery",
+     {{"t.htm", "<?include b.htm?>c"}, {"b.htm", "<?if eq a b c d e"}},
+     "c",
+     "b.htm: Syntax error: File ends inside cmd\n"
+     "t.htm, line 1: Syntax error: Too few arguments in <? if eq\n"},
+    {"three times",
+     {{"t.htm", "<?repeat [ 1 3 ] '$0<?include b.htm?>;'?>."}, {"b.htm", "<?echo $var:v?>B"}},
+     "1B;2B;3B;.",
+     ""},
+    {"two in a body, and one fails",
+     {{"t.htm", "<?echo 'X<?include a.htm?>Y<?include none?>Z<?include b.htm?>!'?>"},
+      {"a.htm", "a"},
+      {"b.htm", "b"}},
+     "XaYZb!",
+     ""},
+    {"only in the second iteration, effects happen twice",
+     {{"t.htm", "<?repeat [ 1 3 ] '<?setvariable var:s $var:s$0?>$0"
+                "<?if eq $0 2 '<?include b.htm?>'?>'?><?echo $var:s?>"},
+      {"b.htm", "B"}},
+     "12B312123",
+     ""},
+    {"in bodies of included bodies",
+     {{"t.htm", "<?repeat [ 1 2 ] '$0(<?include a.htm?>)'?>"},
+      {"a.htm", "<?repeat [ 1 2 ] '$0[<?include b.htm?>]'?>"},
+      {"b.htm", "b"}},
+     "1(1[b]2[b])2(1[b]2[b])",
+     ""},
+    {"never reached again",
+     {{"t.htm", "<?if eq $var:go '' '<?setvariable var:go no?>a<?include b.htm?>c' d?>e"},
+      {"b.htm", "B"}},
+     "aBe",
+     ""},
+    {"queries are asked again",
+     {{"t.htm", "<?multiquery two '$1<?include b.htm?>'?>"}, {"b.htm", "-"}},
+     "x-y-",
+     ""},
+    {"base64 is not written again",
+     {{"t.htm", "<?echo '<?base64 b.htm?><?include b.htm?>'?>"}, {"b.htm", "abc"}},
+     "YWJjabc",
+     ""},
+    {"in a leading argument",
+     {{"t.htm", "<?if eq <?include b.htm?> '' yes?>."}, {"b.htm", "B"}},
+     "yesB.",
+     ""},
+};
+
+Host withFiles(const Texts &files)
+{
+    Host host;
+    host.files = files;
+    host.rows = {{"two", {{"x", "1"}, {"y", "2"}}}, {"none", {}}, {"wide", {{}}}};
+    host.rows["wide"][0] = std::vector<std::string>(35, "c");
+    return host;
+}
+
+// A template b.htm ... that includes the next, the last one the text end.
+Texts chain(size_t length)
+{
+    Texts files;
+    for (size_t i = 0; i < length; ++i)
+        files.push_back({std::to_string(i) + ".htm",
+                         i + 1 < length ? "<?include " + std::to_string(i + 1) + ".htm?>." : "end"});
+    return files;
+}
+} // namespace
+
+TEST(Include, ComesInItsPlace)
+{
+    for (const IncludeRow &row : includeRows) {
+        Host host = withFiles(row.files);
+        const Outcome got = render(host);
+        EXPECT_EQ(got.page, row.page) << row.name;
+        EXPECT_EQ(got.log, row.log) << row.name;
+        EXPECT_EQ(got.result, ORV_RUN_DONE) << row.name;
+    }
+}
+
+TEST(Include, TwentyTemplatesAreOpenAtMost)
+{
+    Host fits = withFiles(chain(20));
+    EXPECT_EQ(render(fits, "0.htm").page, "end" + repeated(".", 19));
+    Host deeper = withFiles(chain(21));
+    const Outcome got = render(deeper, "0.htm");
+    EXPECT_EQ(got.page, repeated(".", 20));
+    EXPECT_EQ(got.log, "zarn - ERROR in pushStr: MAX_INCLUDE_DEPTH for including 20.htm exceeded! "
+                       "(19.htm)\n");
+}
+
+TEST(Query, RowsAreTheBodysValues)
+{
+    for (const bool handOver : {true, false}) {
+        Host host = withFiles({{"t.htm", "<?multiquery two '$0$1$2,'?><?query two?>"
+                                         "<?querytext two '$2'?><?multiquerycount two x?>"
+                                         "<?if eq a a '<?multiqueryjs two $11$1?>'?>"
+                                         "<?query wide '$z$y'?>"}});
+        host.handOver = handOver;
+        const Outcome got = render(host);
+        EXPECT_EQ(got.page, "0x1,1y2,x12xycc");
+        EXPECT_EQ(got.log, "t.htm: Invalid numVar Index $1\nt.htm: Invalid numVar Index $1\n");
+        EXPECT_EQ(host.calls, (std::vector<std::string>{
+                                  "open t.htm", "query 1 two", "query 0 two", "query 0 two",
+                                  "query 2 two", "query 1 two", "query 0 wide"}));
+    }
+}
+
+TEST(Query, SlowOnesAreLogged)
+{
+    Host host = withFiles({{"t.htm", "<?multiquerycount two?>"}});
+    host.onQuery = [](Interpreter *, const std::string &) { usleep(130000); };
+    const Outcome got = render(host);
+    int real = 0;
+    EXPECT_EQ(sscanf(got.log.c_str(), "t.htm, query two: Real Time %dms, User Time ", &real), 1);
+    EXPECT_GE(real, 110);
+}
+
+TEST(Callbacks, MaySetVariablesButNotRun)
+{
+    Host host = withFiles({{"t.htm", "<?multiquerycount two?><?echo $var:v?><?error found ?>"
+                                     "<?error message '$1'?><?error message ?>"}});
+    host.error = "<E>";
+    int32_t nested = 0;
+    host.onQuery = [&](Interpreter *interpreter, const std::string &) {
+        Orv_Interpreter_SetVariable(interpreter, "v", "set");
+        Orv_Interpreter_SetVariable(nullptr, "v", "set");
+        Orv_Interpreter_SetVariable(interpreter, "[1]", "");
+        nested = Orv_Interpreter_Run(interpreter, "t.htm", pageFd);
+    };
+    const Outcome got = render(host);
+    EXPECT_EQ(nested, ORV_RUN_BUSY);
+    EXPECT_EQ(got.page, "2set1<E><E>");
+    EXPECT_EQ(got.log,
+              "zarn - CGI-Variable set: v=set!\n"
+              "zarn - ERROR in Orv_Interpreter_SetVariable: no valid interpreter-struct!\n"
+              "zarn - CGI-Variable set: [1]=!\n"
+              "zarn - ERROR in Orv_Interpreter_Run: illegal multiple instances!\n");
+    EXPECT_EQ(inpr, nullptr);
+}
+
+TEST(Page, GoesOutInOneWriteAPiece)
+{
+    Host host = withFiles({{"t.htm", "a<<b<?echo 'x$var:v'?><?foo\n?>c<?print $var:e$var:v?>"
+                                     "<?base64 b.bin?>"},
+                           {"b.bin", std::string(382, 'b')}});
+    host.variables = {{"v", "<1"}, {"e", ""}};
+    const std::string encoded = repeated("YmJi", 127);
+    EXPECT_EQ(render(host).pieces,
+              (std::vector<std::string>{"a", "<", "<b", "x", "&lt;", "1", "<?", "foo\n?>c", "<1",
+                                        encoded, "Yg=="}));
+}
+
+TEST(Page, SurvivesBadWrites)
+{
+    Host host = withFiles({{"t.htm", "first<?echo second?>third"}});
+    writes = {2, {EINTR, 0, 0, 0, EINTR, 0, EIO}};
+    EXPECT_EQ(render(host).page, "firstsethird");
+    writes = {};
+}
+
+TEST(Run, Results)
+{
+    Host host = withFiles({{"t.htm", "x"},
+                           {"surplus.htm", "<?echo a b?>x"},
+                           {"open.htm", "x<?echo a"},
+                           {"deep.htm", "<?echo " + repeated("$$", 10001) + "?>x"}});
+    EXPECT_EQ(render(host, "none").result, ORV_RUN_NO_TEMPLATE);
+    EXPECT_EQ(render(host, "surplus.htm").result, ORV_RUN_GAVE_UP);
+    const Outcome open = render(host, "open.htm");
+    EXPECT_EQ(open.result, ORV_RUN_GAVE_UP);
+    EXPECT_EQ(open.page, "x");
+    EXPECT_EQ(open.log, "open.htm: Syntax error: File ends inside cmd\n");
+    const Outcome deep = render(host, "deep.htm");
+    EXPECT_EQ(deep.result, ORV_RUN_GAVE_UP);
+    EXPECT_EQ(deep.log, "zarn - ERROR in pushStr: NO MEMORY while parsing deep.htm with Bison!\n");
+    EXPECT_EQ(render(host).page, "x");
+}
+
+TEST(Run, GivesUpInsideIncludesAndStartsClean)
+{
+    Host host = withFiles({{"t.htm", "<?echo '<?include b.htm?>'?>"},
+                           {"b.htm", "b<?echo " + repeated("$$", 10001) + "?>x"}});
+    useHost(&host);
+    Interpreter *interpreter = Orv_Interpreter_Create(&hostCallbacks);
+    Orv_Interpreter_SetLog(logTarget());
+    for (int i = 0; i < 2; ++i) {
+        const Outcome got = runHandle(interpreter);
+        EXPECT_EQ(got.result, ORV_RUN_GAVE_UP);
+        EXPECT_EQ(got.page, "b");
+        EXPECT_EQ(mappedFiles(), 0U);
+    }
+    Orv_Interpreter_Destroy(interpreter);
+}
+
+TEST(Handle, BadArguments)
+{
+    Orv_Interpreter_SetLog(logTarget());
+    InterpreterCallbacks partial = hostCallbacks;
+    partial.fError = nullptr;
+    EXPECT_EQ(Orv_Interpreter_Create(nullptr), nullptr);
+    EXPECT_EQ(Orv_Interpreter_Create(&partial), nullptr);
+    EXPECT_EQ(Orv_Interpreter_Run(nullptr, "t.htm", pageFd), ORV_RUN_BAD_ARGUMENT);
+    EXPECT_EQ(Orv_Interpreter_SetVariable(nullptr, "a", "b"), -1);
+    EXPECT_EQ(Orv_Interpreter_ClearVariables(nullptr), -1);
+    Interpreter *interpreter = Orv_Interpreter_Create(&hostCallbacks);
+    EXPECT_EQ(Orv_Interpreter_Run(interpreter, nullptr, pageFd), ORV_RUN_BAD_ARGUMENT);
+    EXPECT_EQ(Orv_Interpreter_SetVariable(interpreter, nullptr, "b"), -1);
+    EXPECT_EQ(Orv_Interpreter_SetVariable(interpreter, "a", nullptr), -1);
+    EXPECT_EQ(Orv_Interpreter_SetVariable(interpreter, "", ""), -1);
+    const std::string none = "zarn - ERROR in Orv_Interpreter_Create: no valid callbacks!\n";
+    const std::string path = "zarn - ERROR in Orv_Interpreter_Run: "
+                             "no valid interpreter-struct or input-path!\n";
+    EXPECT_EQ(takeLog(),
+              none + none + path +
+                  "zarn - ERROR in Orv_Interpreter_ClearVariables: no valid interpreter-struct!\n"
+                  "zarn - $HTML_TOOLTIPS is not set!\n" +
+                  path + "zarn - CGI-Variable set: =!\n"
+                         "zarn - ERROR in Orv_Interpreter_SetVariable: NO MEMORY!\n");
+    EXPECT_EQ(Orv_Interpreter_Destroy(interpreter), 0);
+    Orv_Interpreter_SetLog(logTarget());
+    EXPECT_EQ(Orv_Interpreter_Destroy(nullptr), 0);
+    EXPECT_EQ(logfileFd, -1);
+    EXPECT_EQ(logfileBuf, nullptr);
+    EXPECT_EQ(Orv_Interpreter_SetLog(pageFd), -1);
+}
+
+TEST(Handle, KeepsItsVariables)
+{
+    Host host = withFiles({{"t.htm", "<?echo $var:a $var:a?><?print \"$var:a$var:l[3]$var:l[0]"
+                                     "$var:l[b]$var:t.\"?><?setvariableonce var:t t?>"}});
+    useHost(&host);
+    Interpreter *interpreter = Orv_Interpreter_Create(&hostCallbacks);
+    for (const auto &[name, value] :
+         Texts{{"a", "1"}, {"a", "2"}, {"l[3", "three"}, {"l[]", "zero"}, {"l[b]c[d]", "b"}})
+        EXPECT_EQ(Orv_Interpreter_SetVariable(interpreter, name.c_str(), value.c_str()), 0);
+    host.files[0].second.erase(0, host.files[0].second.find("?>") + 2);
+    useHost(&host);
+    EXPECT_EQ(runHandle(interpreter).page, "2threezerob.");
+    EXPECT_EQ(Orv_Interpreter_ClearVariables(interpreter), 0);
+    EXPECT_EQ(runHandle(interpreter).page, "threezerobt.");
+    Orv_Interpreter_Destroy(interpreter);
+}
+
+TEST(Log, IsOpenedByTheSwitch)
+{
+    struct {
+        const char *cmdline;
+        int32_t mode;
+    } const cases[] = {{"", -1},           {"quiet", -1},       {"a tooltip=2 b", 2},
+                       {"xtooltip=12", 1}, {"tooltip=7 x", 0},  {"tooltip=x", 0},
+                       {"tooltip=", 0},    {"tooltip=0", 0}};
+    const std::string path = folder + "/root/var/log/zarn_interpreter.log";
+    for (const auto &row : cases) {
+        writeFile(folder + "/root/proc/cmdline", row.cmdline);
+        EXPECT_EQ(getTooltipVar(), row.mode) << row.cmdline;
+    }
+    writeFile(path, "");
+    writeFile(folder + "/root/proc/cmdline", "tooltip=9");
+    Interpreter *first = Orv_Interpreter_Create(&hostCallbacks);
+    Interpreter *second = Orv_Interpreter_Create(&hostCallbacks);
+    Orv_Interpreter_SetVariable(first, "a", std::string(600, 'x').c_str());
+    Orv_Interpreter_Destroy(second);
+    Orv_Interpreter_SetVariable(first, "b", "lost");
+    Orv_Interpreter_Destroy(first);
+    unlink((folder + "/root/proc/cmdline").c_str());
+    FILE *file = fopen(path.c_str(), "r");
+    char text[2000];
+    const std::string log(text, fread(text, 1, sizeof text, file));
+    fclose(file);
+    EXPECT_EQ(log, "zarn - $HTML_TOOLTIPS is set to 0\n"
+                   "zarn - $HTML_TOOLTIPS is set to illegal value 9, "
+                   "resetting to 0 (no tooltips)\n"
+                   "zarn - $HTML_TOOLTIPS is set to 0\n"
+                   "zarn - CGI-Variable set: a=" + std::string(472, 'x'));
+}
+
+TEST(Log, HasARunsTimes)
+{
+    Host host = withFiles({{"t.htm", "x"}});
+    useHost(&host);
+    Interpreter *interpreter = Orv_Interpreter_Create(&hostCallbacks);
+    Orv_Interpreter_SetLog(logTarget());
+    Orv_Interpreter_Run(interpreter, "t.htm", pageFd);
+    EXPECT_EQ(takeLog(), "zarn - t.htm: Real Time 0ms, User Time 0ms, System Time 0ms"
+                         " - 0 HTML-Text-Fields parsed\n");
+    Orv_Interpreter_Destroy(interpreter);
+}
+
+TEST(Limits, NestedBodies)
+{
+    for (const size_t depth : {64U, 65U}) {
+        const Outcome got =
+            renderText(repeated("<?echo x", depth) + "!" + repeated("?>", depth) + ".");
+        EXPECT_EQ(got.page, repeated("x", depth == 64 ? 64 : 64) + (depth == 64 ? "!." : "."));
+        EXPECT_EQ(got.log, depth == 64 ? ""
+                                       : "zarn - ERROR in executeCmd: MAX_CMD_DEPTH exceeded! "
+                                         "(t.htm)\n");
+    }
+    const Outcome query = renderText(repeated("<?print ", 10) + "<?error message ?>" +
+                                     repeated("?>", 10));
+    EXPECT_EQ(query.log, "t.htm, near line 1: Invalid numVar Index\n");
+}
+
+TEST(Limits, NestingWithoutBodiesNeedsLittleStack)
+{
+    const size_t depth = 9900;
+    const Outcome got = renderText(repeated("<?calc + ", depth) + "1" + repeated(" 1?>", depth));
+    EXPECT_EQ(got.page, "9901");
+    EXPECT_EQ(got.result, ORV_RUN_DONE);
+}
+
+TEST(Limits, ArgumentBuffer)
+{
+    const std::string message = "zarn - ERROR in pushStr: ARG_MAXLEN exceeded! (t.htm)\n";
+    const std::string longest(65536 + 1023, 'x');
+    const Outcome fits = renderText("<?setvariable var:a '" + longest + "'?><?echo $var:a?>");
+    EXPECT_EQ(fits.page, longest);
+    EXPECT_EQ(fits.log, "");
+    const Outcome cut = renderText("<?setvariable var:a " + longest + "$$?>"
+                                   "<?echo $var:a?><?if eq '" + longest + "' '' x y?>");
+    EXPECT_EQ(cut.page, longest + "y");
+    EXPECT_EQ(cut.log, repeated(message, 3));
+    const Outcome number = renderText("<?setvariable var:a " + longest.substr(5) +
+                                      "<?multiquerycount q?>?><?echo $var:a?>");
+    EXPECT_EQ(number.page, longest.substr(5));
+}
+
+TEST(Fallback, AQuoteInAnIndexGoesToStandardOutput)
+{
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(renderText("<?setvariable var:a[x] A?><?echo $var:a[ 'x\" ]?>").page, "A");
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "'\"");
+}
+
+TEST(Records, AreLinkedUpToTheFirstNullArgument)
+{
+    Arg *a = addArgElem(nullptr, ELEM_TEXT, strdup("b"));
+    a = addArgElem(a, ELEM_TEXT, strdup("a"));
+    EXPECT_STREQ(static_cast<char *>(a->elems->value), "a");
+    EXPECT_STREQ(static_cast<char *>(a->elems->next->value), "b");
+    Arg *lost = addArgElem(nullptr, ELEM_CMD, createCmd(ID_ECHO, nullptr, nullptr, nullptr,
+                                                        nullptr, nullptr));
+    Cmd *cmd = createCmd(ID_PRINT, strdup("extra"), a, nullptr, lost, nullptr);
+    EXPECT_EQ(cmd->args, a);
+    EXPECT_EQ(a->next, nullptr);
+    destroyCmd(&cmd);
+    Orv_Interpreter_SetLog(logTarget());
+    EXPECT_EQ(executeCmd(nullptr, 1), EXEC_NO_COMMAND);
+    EXPECT_EQ(getRepeatUpBound(nullptr), nullptr);
+    EXPECT_EQ(takeLog(),
+              "zarn - ERROR in getRepeatUpBound: NO MEMORY or missing repeat boundary. ()\n");
+    Orv_Interpreter_SetLog(-1);
+}
+
+TEST(Internal, BadCallsAreRefused)
+{
+    Host host = withFiles({{"t.htm", "<?multiquerycount two?>"}});
+    host.onQuery = [](Interpreter *, const std::string &) {
+        Arg *odd = addArgElem(nullptr, 7, nullptr);
+        expandArg(odd, 0, 1);
+        destroyArg(&odd);
+        Cmd *unknown = createCmd(0x50, nullptr, nullptr, nullptr, nullptr, nullptr);
+        EXPECT_EQ(executeCmd(unknown, 1), EXEC_BAD_COMMAND);
+        destroyCmd(&unknown);
+        EXPECT_EQ(doInclude(nullptr, 0), INCLUDE_FAILED);
+        EXPECT_EQ(lookupNumvar("", 0, 1), -1);
+        EXPECT_EQ(doIf("a", "a", 0), -1);
+        EXPECT_EQ(doCalc("1", "1", 0), nullptr);
+    };
+    EXPECT_EQ(render(host).log, "zarn - ERROR in expandArg: Invalid argElem type\n"
+                                "zarn - ERROR in pushStr: Empty include path (t.htm)!\n"
+                                "t.htm, near line 1: Invalid numVar Index\n");
+}
+
+TEST(Malformed, EachCommandHasItsMessage)
+{
+    for (const CommandDef &row : commandTable) {
+        if (!row.malformed)
+            continue;
+        std::string text = std::string("<?") + row.words;
+        text += row.tail == Tail::OPERATOR ? std::string(" ") + row.sign
+                : row.tail == Tail::ELEMENT ? " var:a[1]"
+                                            : "";
+        const Outcome got = renderText("\n" + text + " ?>x");
+        EXPECT_EQ(got.page, "\nx");
+        const bool dotted = row.token == F_IFLT;
+        const bool plain = row.token == F_CALCDIV;
+        const std::string words = row.tail == Tail::OPERATOR ? std::string("calc ") + row.sign
+                                  : row.token == F_REPEATINCL || row.token == F_REPEATEXCL
+                                      ? "repeat"
+                                      : row.words;
+        EXPECT_EQ(got.log, std::string("t.htm, line 2: Syntax error") +
+                               (dotted ? "." : plain ? "" : ":") + " Too few arguments in <? " +
+                               words + "\n");
+    }
+}

@@ -1,0 +1,118 @@
+/* tests/vars_test.cpp - the variable tree against a sorted map, and arrays. */
+#include "vars/tree.h"
+
+#include <gtest/gtest.h>
+
+#include <map>
+#include <random>
+#include <string>
+
+#include "tests/harness.h"
+
+namespace
+{
+// Checks the order of siblings and that each node without value branches.
+void checkNode(const VarNode *node, bool root)
+{
+    size_t children = 0;
+    int last = -1;
+    for (const VarNode *child = node->firstChild; child; child = child->nextSibling) {
+        const int first = static_cast<unsigned char>(child->label[0]);
+        EXPECT_LT(last, first);
+        EXPECT_NE(first, 0);
+        last = first;
+        ++children;
+        checkNode(child, false);
+    }
+    EXPECT_EQ(node->hasValue != 0, node->value != nullptr);
+    EXPECT_GE(children, node->hasValue ? 0U : root ? 1U : 2U);
+}
+} // namespace
+
+TEST(VarTree, AgreesWithAMap)
+{
+    std::mt19937 random(1);
+    VarNode *root = nullptr;
+    std::map<std::string, std::string> model;
+    for (int i = 0; i < 20000; ++i) {
+        std::string key;
+        for (auto length = random() % 6; length > 0; --length)
+            key += "ab\xFF\x01"[random() % 4];
+        const std::string value(1, static_cast<char>('0' + random() % 3));
+        const uint32_t flags = random() % 2;
+        const bool free = !model.count(key) || flags || model[key] == value;
+        const VarNode *node = insertVar(&root, key.c_str(), value.c_str(), flags);
+        ASSERT_EQ(node != nullptr, !key.empty() && free) << i;
+        if (node)
+            model[key] = node->value;
+        const std::string other = key + "a";
+        const char *found = findVar(root, other.c_str());
+        ASSERT_EQ(found ? found : "none", model.count(other) ? model[other] : "none");
+    }
+    checkNode(root, true);
+    for (const auto &[key, value] : model)
+        EXPECT_EQ(findVar(root, key.c_str()), value);
+    destroyTree(&root);
+    EXPECT_EQ(root, nullptr);
+}
+
+TEST(VarTree, TellsWhereAKeyWouldGo)
+{
+    VarNode *root = nullptr;
+    int32_t consumed = 9;
+    VarNode *parent;
+    VarNode *at;
+    EXPECT_EQ(lookupNode(root, "a", &consumed, &parent, &at), nullptr);
+    EXPECT_TRUE(consumed == 0 && !parent && !at);
+    insertVar(&root, "abc", "1", 0);
+    insertVar(&root, "abd", "2", 0);
+    EXPECT_EQ(lookupNode(root, "ab", &consumed, &parent, &at), nullptr);
+    EXPECT_TRUE(consumed == 2 && parent == root->firstChild && !at);
+    EXPECT_EQ(lookupNode(root, "abz", &consumed, &parent, &at), nullptr);
+    EXPECT_TRUE(consumed == 2 && parent == root->firstChild && at == parent->firstChild->nextSibling);
+    VarNode *found = lookupNode(root, "abc", &consumed, &parent, &at);
+    EXPECT_TRUE(found && consumed == 3 && parent == root->firstChild && at == found);
+    destroyTree(&root);
+}
+
+TEST(VarTree, ArraysKeepTheirBounds)
+{
+    struct {
+        const char *index;
+        uint32_t flags;
+        const char *bounds;  // smallest and greatest afterwards
+    } const steps[] = {{"x", 1, "xx"}, {"5", 1, "55"},  {"-2", 1, "-25"}, {"007", 1, "-27"},
+                       {"y", 1, "-27"}, {"", 1, "-27"}, {"+9", 0, "-29"}, {" -3", 0, "-39"},
+                       {"-5", 1, "-59"}, {"99999999999", 1, "-52147483647"}};
+    VarNode *root = nullptr;
+    for (const auto &step : steps) {
+        const VarNode *node = insertArray(&root, "l[", step.index, step.index, step.flags);
+        ASSERT_NE(node, nullptr) << step.index;
+        EXPECT_STREQ(node->value, step.index);
+        EXPECT_EQ(std::string(findVar(root, "l[-")) + findVar(root, "l[+"), step.bounds);
+        checkNode(root, true);
+    }
+    EXPECT_STREQ(findVar(root, "l[7"), "007");
+    EXPECT_STREQ(findVar(root, "l[0"), "");
+    EXPECT_EQ(insertArray(&root, "l[", "7", "other", 0), nullptr);
+    EXPECT_EQ(insertArray(&root, "", "7", "", 1), nullptr);
+    EXPECT_EQ(insertArray(&root, "l[", "7", nullptr, 1), nullptr);
+    insertVar(&root, "v[", "a variable", 1);
+    insertArray(&root, "v[", "1", "one", 1);
+    EXPECT_STREQ(findVar(root, "v["), "a variable");
+    EXPECT_STREQ(findVar(root, "v[1"), "one");
+    destroyTree(&root);
+}
+
+TEST(VarTree, MayBeDeeperThanAStack)
+{
+    VarNode *root = nullptr;
+    std::string key;
+    for (int i = 0; i < 60000; ++i) {
+        key += 'a';
+        if (i > 59000 || i % 40 == 0)
+            insertVar(&root, key.c_str(), "v", 1);
+    }
+    EXPECT_STREQ(findVar(root, key.c_str()), "v");
+    destroyTree(&root);
+}
