@@ -79,7 +79,7 @@ void closeLog()
 
 int32_t Orv_Interpreter_SetLog(int32_t fd)
 {
-    if (fd < 0) {
+    if (fd == -1) {
         replaceLog(-1, nullptr);
         return 0;
     }

@@ -1,8 +1,8 @@
 /* tools/orv-render.cpp - renders one template, for template authors and tests.
  *
- * The page goes straight to standard output. With --output it is collected in
- * memory first and the file is written at the end, so that a run that fails
- * leaves the file alone, which may also be a template of the page. The
+ * A pipe or a terminal gets the page piece by piece. For a file it is collected in
+ * memory and written at the end, so that a failed write is told and a run without
+ * a page leaves the file of --output alone; that may be one of the templates. The
  * diagnostics are collected as well: they follow the page, and whether they
  * tell of errors decides on the exit status. */
 #include "host.h"
@@ -234,18 +234,32 @@ static int setVariables(Host &host, Interpreter *interpreter, const Options &opt
     return -1;
 }
 
-/* Writes the page to the file of --output. Returns false after a line. */
-static bool writeOutput(int startDir, const char *path, int page)
+/* Whether the page is collected in memory and written at the end, by us: then a
+ * failed write is noticed, which the interpreter passes over. A pipe or terminal
+ * gets the page at once; when a pipe's reader is gone, the signal ends us. */
+static bool collectsPage(const Options &options)
 {
-    int fd = openat(startDir, path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+    struct stat status;
+    if (options.output)
+        return true;
+    return fstat(STDOUT_FILENO, &status) == 0 && !S_ISFIFO(status.st_mode) &&
+           !S_ISSOCK(status.st_mode) && !isatty(STDOUT_FILENO);
+}
+
+/* Writes the collected page to where it belongs. Returns false after a line. */
+static bool writePage(int startDir, const char *output, int page)
+{
+    int fd = STDOUT_FILENO;
+    if (output)
+        fd = openat(startDir, output, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
     bool isWritten = fd >= 0 && writeAll(fd, readAll(page));
     int cause = errno;
-    if (fd >= 0 && close(fd) != 0 && isWritten) {
+    if (output && fd >= 0 && close(fd) != 0 && isWritten) {
         isWritten = false;
         cause = errno;
     }
     if (!isWritten)
-        fail("cannot write '%s': %s", path, strerror(cause));
+        fail("cannot write %s: %s", output ? output : "standard output", strerror(cause));
     return isWritten;
 }
 
@@ -273,10 +287,11 @@ static int runPage(Host &host, const Options &options, int page, int log)
     return result == ORV_RUN_GAVE_UP ? PAGE_BROKEN_OFF : PAGE_WHOLE;
 }
 
-/* Renders the page, prints the log and writes the output file. */
+/* Renders the page, writes it if it was collected, and prints the log. */
 static int renderPage(Host &host, const Options &options, int startDir)
 {
-    int page = options.output ? memfd_create("page", MFD_CLOEXEC) : STDOUT_FILENO;
+    bool collects = collectsPage(options);
+    int page = collects ? memfd_create("page", MFD_CLOEXEC) : STDOUT_FILENO;
     int log = options.log ? memfd_create("log", MFD_CLOEXEC) : -1;
     if (page < 0 || (options.log && log < 0))
         return fail("no memory for the page or the log: %s", strerror(errno));
@@ -285,14 +300,14 @@ static int renderPage(Host &host, const Options &options, int startDir)
         host.reportTemplates = true;
     }
     int status = runPage(host, options, page, log);
+    if (status != NO_PAGE && collects && !writePage(startDir, options.output, page))
+        status = NO_PAGE;
     if (log >= 0) {
         std::string text = readAll(log);
         writeAll(STDERR_FILENO, text);
         if (status == PAGE_WHOLE && (host.problems > 0 || logTellsOfProblem(text)))
             status = PAGE_WITH_PROBLEMS;
     }
-    if (status != NO_PAGE && options.output && !writeOutput(startDir, options.output, page))
-        return NO_PAGE;
     return status;
 }
 

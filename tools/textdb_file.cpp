@@ -98,7 +98,8 @@ static void appendChildren(std::span<const TextEntry> entries, std::vector<Build
     (*nodes)[parent].firstChild = static_cast<uint32_t>(nodes->size());
     while (first < node.last) {
         size_t last = first + 1;
-        while (last < node.last && entries[last].id[node.keyLength] == entries[first].id[node.keyLength])
+        while (last < node.last &&
+               entries[last].id[node.keyLength] == entries[first].id[node.keyLength])
             last++;
         const size_t length = std::min<size_t>(sharedLength(entries, first, last) - node.keyLength,
                                                MAX_VALUE_DISTANCE - 1);
@@ -141,8 +142,8 @@ static void appendStrings(std::span<const TextEntry> entries, const BuildNode &n
                           std::string *file)
 {
     if (node.labelLength)
-        file->append(entries[node.first].id.substr(node.keyLength - node.labelLength,
-                                                   node.labelLength));
+        file->append(
+            entries[node.first].id.substr(node.keyLength - node.labelLength, node.labelLength));
     file->push_back('\0');
     if (hasText(entries, node)) {
         file->append(entries[node.first].text);
@@ -183,10 +184,10 @@ const char *buildTextDb(std::span<const TextEntry> entries, std::string *file, s
  * labels of the records that have been looked at. */
 struct Check {
     std::string_view file;
-    std::string_view area;      // the file from its first record on
-    uint64_t stringsStart;      // smallest label offset so far, or the area's size
-    std::vector<bool> reached;  // by record index, for all that fit into the file
-    std::vector<size_t> queue;  // reached records, in the order they were reached
+    std::string_view area;     // the file from its first record on
+    uint64_t stringsStart;     // smallest label offset so far, or the area's size
+    std::vector<bool> reached; // by record index, for all that fit into the file
+    std::vector<size_t> queue; // reached records, in the order they were reached
     TextDbReport report;
 };
 
@@ -203,7 +204,8 @@ static bool stringAt(Check *check, size_t record, const char *what, uint64_t off
 {
     if (offset >= check->area.size()) {
         addFault(check, record,
-                 std::string(what) + " offset " + std::to_string(offset) + " lies outside the file");
+                 std::string(what) + " offset " + std::to_string(offset) +
+                     " lies outside the file");
         return false;
     }
     const size_t end = check->area.find('\0', offset);
