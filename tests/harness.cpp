@@ -181,8 +181,11 @@ size_t openDescriptors()
 {
     size_t count = 0;
     DIR *entries = opendir("/proc/self/fd");
-    while (readdir(entries))
-        ++count;
+    while (const dirent *entry = readdir(entries)) {
+        char target[4096] = "";
+        static_cast<void>(!readlinkat(dirfd(entries), entry->d_name, target, sizeof target - 1));
+        count += strstr(target, ".db") == nullptr;
+    }
     closedir(entries);
     return count;
 }

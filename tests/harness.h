@@ -50,7 +50,8 @@ void useHost(Host *host);
 Outcome runHandle(Interpreter *interpreter, const std::string &path = "t.htm");
 std::string withoutTimes(const std::string &log);
 
-/* Descriptors and mappings of the process, to see that nothing stays. */
+/* Descriptors and mappings of the process, to see that nothing stays; text
+ * databases, which do, are left out. */
 size_t openDescriptors();
 size_t mappedFiles();
 
