@@ -1,7 +1,6 @@
 /* tests/docs_test.cpp - renders every example of docs/templates.md, with the web
  * program and the files that its head describes. */
 #include <gtest/gtest.h>
-
 #include <fstream>
 #include <sstream>
 
@@ -9,38 +8,32 @@
 #include "tools/textdb_file.h"
 
 struct Example {
-    int line;  // of the template's fence in the document
-    std::string text;
-    std::string page;
-    std::string log;
+    int line; // of the template block in the document
+    std::string text, page, log;
 };
 
 // The rest of a fenced block; the line end in front of the closing fence is not its.
-static std::string readBlock(std::istream &document, int *number)
+static std::string readBlock(std::istream &document, int *line)
 {
     std::string block;
-    for (std::string line; std::getline(document, line) && line != "```";) {
-        ++*number;
-        block += (block.empty() ? "" : "\n") + line;
-    }
-    ++*number;
-    return block;
+    for (std::string text; std::getline(document, text) && ++*line && text != "```";)
+        block += text + "\n";
+    return block.substr(0, block.size() - !block.empty());
 }
 
 static std::vector<Example> readExamples()
 {
     std::ifstream document(ORV_DOCS "/templates.md");
     std::vector<Example> examples;
-    int number = 0;
-    for (std::string line; std::getline(document, line);) {
-        ++number;
-        if (line == "```template")
-            examples.push_back({number, readBlock(document, &number), "no page", ""});
-        else if (line == "```page" && !examples.empty())
-            examples.back().page = readBlock(document, &number);
-        else if (line == "```log" && !examples.empty())
-            examples.back().log = readBlock(document, &number) + "\n";
-    }
+    int line = 0;
+    for (std::string text; std::getline(document, text) && ++line;)
+        if (text == "```template")
+            examples.push_back({line, readBlock(document, &line), "no page block", ""});
+        else if (text == "```page" && !examples.empty())
+            examples.back().page = readBlock(document, &line);
+        else if (text == "```log" && !examples.empty())
+            examples.back().log = readBlock(document, &line) + "\n";
+    EXPECT_FALSE(examples.empty());
     return examples;
 }
 
@@ -56,16 +49,14 @@ static std::string withoutNotices(const std::string &log)
 
 TEST(Docs, ExamplesOfTheTemplateLanguage)
 {
-    const std::vector<TextEntry> texts = {{"greeting", "Good day", 0}};
+    static const TextEntry text[] = {{"greeting", "Good day", 0}};
     std::string database;
     size_t culprit;
-    ASSERT_EQ(buildTextDb(texts, &database, &culprit), nullptr);
+    ASSERT_EQ(buildTextDb(text, &database, &culprit), nullptr);
     writeFile(folder + "/root/etc/htmltext_en.db", database);
     writeFile(folder + "/root/etc/htmltext.db", database);
     ASSERT_EQ(Orv_Interpreter_SetLanguage("en"), 0);
-    const std::vector<Example> examples = readExamples();
-    EXPECT_FALSE(examples.empty());
-    for (const auto &example : examples) {
+    for (const auto &example : readExamples()) {
         SCOPED_TRACE("docs/templates.md:" + std::to_string(example.line));
         Host host;
         host.files = {{"t.htm", example.text}, {"part.htm", "(part of <?echo $var:owner?>)"}};
