@@ -1,0 +1,29 @@
+# shellcheck shell=bash
+# tools/setup.sh - the Debian packages that a script needs; sourced by demo.sh and test.sh.
+
+# need COMMAND-OR-HEADER:PACKAGE...
+# Installs, with apt-get, the packages whose command or header is missing. Where
+# this user may not install, names them and ends the script. A header is a name
+# that ends in .h, looked up in the compiler's folder; a command is looked up in
+# PATH; where the first part is empty, the package itself must be installed.
+need() {
+    local entry what missing=() sudo=()
+    for entry in "$@"; do
+        what=${entry%%:*}
+        case $what in
+        '') dpkg -s "${entry#*:}" >/dev/null 2>&1 ;;
+        *.h) [[ -e /usr/include/$what ]] ;;
+        *) command -v "$what" >/dev/null ;;
+        esac || missing+=("${entry#*:}")
+    done
+    [[ ${#missing[@]} -eq 0 ]] && return
+    [[ $EUID -eq 0 ]] || sudo=(sudo -n)
+    if ! command -v apt-get >/dev/null || ! "${sudo[@]}" true 2>/dev/null; then
+        echo "Missing packages, please install: ${missing[*]}" >&2
+        exit 1
+    fi
+    echo "Installing ${missing[*]}" >&2
+    "${sudo[@]}" apt-get update -q >&2
+    "${sudo[@]}" env DEBIAN_FRONTEND=noninteractive \
+        apt-get install -q -y --no-install-recommends "${missing[@]}" >&2
+}
