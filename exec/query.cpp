@@ -10,6 +10,7 @@
 #include "exec/exec.h"
 #include "grammar/commands.h"
 #include "interface/log.h"
+#include "interface/output.h"
 #include "interface/process.h"
 
 int32_t columnCount(const QueryRow *row)
@@ -138,6 +139,7 @@ int32_t doQuery(const char *query, uint32_t id, QueryRow **rows)
     const int32_t mode = modeOf(id);
     int32_t owned = 0;
     *rows = nullptr;
+    flushOutput();
     queryTimes.startTicks = times(&queryTimes.start);
     if (inpr->callbacks->fQuery(inpr, mode, query, rows, &owned) != 0) {
         *rows = nullptr;

@@ -8,6 +8,7 @@
 #include "exec/exec.h"
 #include "grammar/parse.h"
 #include "interface/log.h"
+#include "interface/output.h"
 #include "interface/process.h"
 #include "scanner/input.h"
 #include "vars/locals.h"
@@ -71,6 +72,7 @@ int32_t Orv_Interpreter_Run(Interpreter *interpreter, const char *path, int32_t 
     int32_t result = ORV_RUN_NO_TEMPLATE;
     if (doInclude(path, 0) > 0)
         result = doParse() == 0 ? ORV_RUN_DONE : ORV_RUN_GAVE_UP;
+    flushOutput();
     logTimes(interpreter, path);
     dropPending();
     closeTemplates();
@@ -87,6 +89,7 @@ int32_t Orv_Interpreter_Destroy(Interpreter *interpreter)
     destroyTree(&interpreter->varTree);
     free(interpreter->callbacks);
     free(interpreter->args.argBuf);
+    free(interpreter->output.bytes);
     free(interpreter);
     return 0;
 }

@@ -63,6 +63,14 @@ constexpr uint32_t CONTEXT_TAG = 2;
 constexpr uint32_t CONTEXT_SCRIPT = 4;
 constexpr uint32_t CONTEXT_STYLE = 8;
 
+// Pieces of the page that wait to be written together.
+struct OutputBuffer {
+    char *bytes;        // owned, null while each piece is written at once
+    uint8_t *ends;      // a bit for each byte that ends a piece; part of the block of bytes
+    size_t capacity;
+    size_t length;
+};
+
 struct Interpreter {
     InterpreterCallbacks *callbacks;  // owned
     ArgBuffer args;
@@ -82,6 +90,7 @@ struct Interpreter {
     int32_t textFieldCount;
     clock_t startTicks;
     tms startTimes;
+    OutputBuffer output;
 };
 
 #endif

@@ -154,6 +154,19 @@ ORV_API int32_t Orv_Interpreter_ClearVariables(Interpreter *interpreter);
  * Orv_Interpreter_LookupDBField has returned are gone. */
 ORV_API int32_t Orv_Interpreter_SetLanguage(const char *code);
 
+/* Gathers the pages of a handle: the pieces of a page, each of them one write
+ * call otherwise, are collected and written together.
+ * bytes: how much is collected, a few KiB do; 0, the initial state, writes each
+ * piece at once. The pieces go out when the next one does not fit, before every
+ * callback and at the end of the run; a piece of more than bytes goes out from
+ * where it lies. An error loses what it loses without gathering, the rest of one
+ * piece.
+ *
+ * Returns 0; -1 for a null handle, a negative number, while a run is in progress,
+ * or when memory ran out, and then nothing has changed. */
+ORV_API int32_t Orv_Interpreter_SetOutputBuffer(Interpreter *interpreter, int32_t bytes);
+#define ORV_HAS_OUTPUT_BUFFER 1
+
 /* Looks a text up as a text field of a template would, in the database of the
  * chosen language and then in the fallback, /etc/htmltext.db.
  * id: the field's id. On a device whose kernel command line has "tooltip=2" the

@@ -1,19 +1,77 @@
-/* interface/output.cpp - the page's way out: everything that a run writes to
- * its output descriptor passes here. Uses the handle of the run. */
+/* interface/output.cpp - the page's way out: everything that a run writes to its
+ * output descriptor passes here, each piece in a write call of its own or, where
+ * the host has asked for it, gathered. Uses the handle of the run. Between runs
+ * nothing is gathered. */
 #include "interface/output.h"
 
 #include <errno.h>
+#include <stdlib.h>
+#include <string.h>
 #include <unistd.h>
 
 #include "interface/process.h"
 
+// Writes bytes until they are out or an error comes. Returns how many are out.
+static size_t writeOut(std::string_view bytes)
+{
+    size_t out = 0;
+    while (out < bytes.size()) {
+        const ssize_t written = write(inpr->outputFd, bytes.data() + out, bytes.size() - out);
+        if (written > 0)
+            out += static_cast<size_t>(written);
+        else if (written == 0 || errno != EINTR)
+            break;
+    }
+    return out;
+}
+
+// Offset behind the piece that the byte at offset belongs to.
+static size_t pieceEnd(const OutputBuffer &buffer, size_t offset)
+{
+    while (!(buffer.ends[offset / 8] >> offset % 8 & 1))
+        ++offset;
+    return offset + 1;
+}
+
+void flushOutput()
+{
+    OutputBuffer &buffer = inpr->output;
+    size_t out = 0;
+    while (out < buffer.length) {
+        out += writeOut({buffer.bytes + out, buffer.length - out});
+        if (out < buffer.length)
+            out = pieceEnd(buffer, out);  // an error loses the rest of a piece, not those behind
+    }
+    if (buffer.length > 0)
+        memset(buffer.ends, 0, buffer.length / 8 + 1);
+    buffer.length = 0;
+}
+
 void writePiece(std::string_view piece)
 {
-    while (!piece.empty()) {
-        const ssize_t written = write(inpr->outputFd, piece.data(), piece.size());
-        if (written > 0)
-            piece.remove_prefix(static_cast<size_t>(written));
-        else if (written == 0 || errno != EINTR)
-            return;
+    OutputBuffer &buffer = inpr->output;
+    if (piece.empty())
+        return;
+    if (piece.size() > buffer.capacity - buffer.length)
+        flushOutput();
+    if (piece.size() > buffer.capacity) {
+        writeOut(piece);
+        return;
     }
+    memcpy(buffer.bytes + buffer.length, piece.data(), piece.size());
+    buffer.length += piece.size();
+    buffer.ends[(buffer.length - 1) / 8] |= static_cast<uint8_t>(1U << (buffer.length - 1) % 8);
+}
+
+int32_t Orv_Interpreter_SetOutputBuffer(Interpreter *interpreter, int32_t bytes)
+{
+    if (!interpreter || inpr || bytes < 0)
+        return -1;
+    const auto capacity = static_cast<size_t>(bytes);
+    char *block = nullptr;
+    if (capacity > 0 && !(block = static_cast<char *>(calloc(1, capacity + capacity / 8 + 1))))
+        return -1;
+    free(interpreter->output.bytes);
+    interpreter->output = {block, reinterpret_cast<uint8_t *>(block) + capacity, capacity, 0};
+    return 0;
 }

@@ -12,6 +12,7 @@
 
 #include <algorithm>
 
+#include "interface/output.h"
 #include "scanner/input.h"
 
 // A test build makes them tiny, so that every match meets the end of a buffer.
@@ -25,6 +26,8 @@ static constexpr size_t STACK_STEP = 25;
 
 [[noreturn]] static void fail(const char *problem)
 {
+    if (inpr)
+        flushOutput();
     fprintf(stderr, "zarn - scanner: %s\n", problem);
     exit(2);
 }

@@ -17,6 +17,7 @@
 
 #include "exec/exec.h"
 #include "interface/log.h"
+#include "interface/output.h"
 #include "interface/process.h"
 
 // Bytes to map: the file that the path names, but no more than the descriptor's,
@@ -57,6 +58,7 @@ static uint32_t contextOf(const char *path)
 // Opens and maps path into entry, which is filled only on success.
 static int32_t openTemplate(IncludeEntry *entry, const char *path)
 {
+    flushOutput();
     const int fd = inpr->callbacks->fOpen(inpr, path);
     if (fd < 0)
         return INCLUDE_FAILED;

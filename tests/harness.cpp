@@ -19,6 +19,7 @@
 static Host *current;
 static std::vector<std::string> pieces;
 Writes writes;
+int32_t gatheredBytes;
 std::string folder;
 
 extern "C" ssize_t write(int fd, const void *data, size_t size)
@@ -159,6 +160,7 @@ Outcome render(Host &host, const std::string &path)
     for (const auto &[name, value] : host.variables)
         Orv_Interpreter_SetVariable(interpreter, name.c_str(), value.c_str());
     Orv_Interpreter_SetLog(logTarget());
+    EXPECT_EQ(Orv_Interpreter_SetOutputBuffer(interpreter, gatheredBytes), 0);
     const size_t descriptors = openDescriptors();
     const size_t mappings = mappedFiles();
     const Outcome outcome = runHandle(interpreter, path);

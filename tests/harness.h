@@ -40,6 +40,9 @@ struct Outcome {
 /* Runs one of the host's templates with a handle of its own. */
 Outcome render(Host &host, const std::string &path = "t.htm");
 
+/* Whether render() gathers the page, in a buffer of that many bytes. */
+extern int32_t gatheredBytes;
+
 /* Runs a template of that content, t.htm, without anything else. */
 Outcome renderText(const std::string &text);
 

@@ -44,6 +44,8 @@ struct TextDbTool : testing::Test {
     TextDbTool()
     {
         std::filesystem::current_path(mkdtemp(folder));
+        write("lsan", "leak:libgettextpo"); // it loses a copy of the header entry
+        setenv("LSAN_OPTIONS", "suppressions=lsan:print_suppressions=0", 1);
     }
 
     ~TextDbTool() override
@@ -114,8 +116,8 @@ TEST_F(TextDbTool, givesBackWhatWasBuilt)
               std::string::npos);
     std::filesystem::create_symlink("u.db", "link.db"); // the file behind a link is replaced
     write("u.db", "old");
-    EXPECT_EQ(run("dump t.db >u.po; " ORV_TEXTDB " build -o link.db u.po; ls"),
-              "link.db\nout\nt.db\nt.po\nu.db\nu.po\n=0");
+    EXPECT_EQ(run("dump t.db >u.po; " ORV_TEXTDB " build -o link.db u.po; ls *.db*"),
+              "link.db\nt.db\nu.db\n=0");
     EXPECT_EQ(read("u.db"), read("t.db"));
     EXPECT_EQ(run("dump t.db >/dev/full"),
               "orv-textdb: cannot write to standard output: No space left on device\n=1");

@@ -136,10 +136,14 @@ const Row rows[] = {
 
 TEST(Page, RendersAndLogs)
 {
-    for (const Row &row : rows) {
-        const Outcome got = renderText(row.text);
-        EXPECT_EQ(got.page, row.page) << row.name;
-        EXPECT_EQ(got.log, row.log) << row.name;
-        EXPECT_EQ(got.result, ORV_RUN_DONE) << row.name;
+    for (const int32_t bytes : {0, 1, 7, 4096}) {
+        gatheredBytes = bytes;
+        for (const Row &row : rows) {
+            const Outcome got = renderText(row.text);
+            EXPECT_EQ(got.page, row.page) << row.name;
+            EXPECT_EQ(got.log, row.log) << row.name;
+            EXPECT_EQ(got.result, ORV_RUN_DONE) << row.name;
+        }
     }
+    gatheredBytes = 0;
 }

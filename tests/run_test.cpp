@@ -108,13 +108,17 @@ Texts chain(size_t length)
 
 TEST(Include, ComesInItsPlace)
 {
-    for (const IncludeRow &row : includeRows) {
-        Host host = withFiles(row.files);
-        const Outcome got = render(host);
-        EXPECT_EQ(got.page, row.page) << row.name;
-        EXPECT_EQ(got.log, row.log) << row.name;
-        EXPECT_EQ(got.result, ORV_RUN_DONE) << row.name;
+    for (const int32_t bytes : {0, 4096}) {
+        gatheredBytes = bytes;
+        for (const IncludeRow &row : includeRows) {
+            Host host = withFiles(row.files);
+            const Outcome got = render(host);
+            EXPECT_EQ(got.page, row.page) << row.name;
+            EXPECT_EQ(got.log, row.log) << row.name;
+            EXPECT_EQ(got.result, ORV_RUN_DONE) << row.name;
+        }
     }
+    gatheredBytes = 0;
 }
 
 TEST(Include, TwentyTemplatesAreOpenAtMost)
@@ -196,6 +200,29 @@ TEST(Page, SurvivesBadWrites)
     writes = {2, {EINTR, 0, 0, 0, EINTR, 0, EIO}};
     EXPECT_EQ(render(host).page, "firstsethird");
     writes = {};
+}
+
+TEST(Page, IsGatheredOnDemand)
+{
+    Host host = withFiles({{"t.htm", "ab<?echo cde?>f<?error found ?>gh<?echo ijklmnopq?>r"}});
+    gatheredBytes = 6;
+    EXPECT_EQ(render(host).pieces,
+              (std::vector<std::string>{"abcdef", "0gh", "ijklmnopq", "r"}));
+    writes = {4, {EINTR, 0, EIO}};
+    EXPECT_EQ(render(host).page, "abcdf0ghijklmnopqr");
+    writes = {};
+    gatheredBytes = 0;
+    Interpreter *interpreter = Orv_Interpreter_Create(&hostCallbacks);
+    EXPECT_EQ(Orv_Interpreter_SetOutputBuffer(nullptr, 1), -1);
+    EXPECT_EQ(Orv_Interpreter_SetOutputBuffer(interpreter, -1), -1);
+    int32_t during = 0;
+    host.files = {{"t.htm", "<?query two?>"}};
+    host.onQuery = [&](Interpreter *running, const std::string &) {
+        during = Orv_Interpreter_SetOutputBuffer(running, 1);
+    };
+    render(host);
+    EXPECT_EQ(during, -1);
+    Orv_Interpreter_Destroy(interpreter);
 }
 
 TEST(Run, Results)
