@@ -44,8 +44,8 @@ Cmd *createCmd(uint32_t id, void *extra, Arg *a1, Arg *a2, Arg *a3, Arg *a4)
 Arg *addArgElem(Arg *arg, int32_t type, void *value)
 {
     auto *elem = static_cast<ArgElem *>(malloc(sizeof(ArgElem)));
-    if (!arg)
-        arg = static_cast<Arg *>(calloc(1, sizeof(Arg)));
+    if (!arg && (arg = static_cast<Arg *>(malloc(sizeof(Arg)))))
+        *arg = {nullptr, nullptr};
     if (!elem || !arg) {
         logMessage("zarn - ERROR in addArgElem: NO MEMORY! (%s)\n", currentTemplate());
         free(elem);

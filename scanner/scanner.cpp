@@ -71,19 +71,37 @@ static constexpr ByteSet dquotedText = quotedText('"');
 static constexpr ByteSet squotedText = quotedText('\'');
 static constexpr ByteSet bquotedText = quotedText('`');
 
-// Rows of the command table that can begin with a letter, a bit each.
+// Sets of rows of the command table, a bit each, by the first and by the second
+// letter of their words; an "if" in front of those does not count.
 static_assert(COMMAND_COUNT <= 32);
 static constexpr char optionalWord[] = "if ";
-static constexpr auto rowsOfLetter = [] {
-    std::array<uint32_t, 256> table = {};
-    for (size_t row = 0; row < COMMAND_COUNT; ++row) {
-        const string_view words = commandTable[row].words;
-        table[static_cast<unsigned char>(words[0])] |= 1U << row;
-        if (words.starts_with(optionalWord))
-            table[static_cast<unsigned char>(words[3])] |= 1U << row;
-    }
+static constexpr size_t LETTERS = 26;
+
+static constexpr bool takesIf(const CommandDef &row)
+{
+    return string_view(row.words).starts_with(optionalWord);
+}
+
+static constexpr const char *wordsOf(const CommandDef &row)
+{
+    return row.words + (takesIf(row) ? sizeof optionalWord - 1 : 0);
+}
+
+static constexpr std::array<uint32_t, LETTERS> rowsByLetter(size_t position)
+{
+    std::array<uint32_t, LETTERS> table = {};
+    for (size_t row = 0; row < COMMAND_COUNT; ++row)
+        table[static_cast<size_t>(wordsOf(commandTable[row])[position] - 'a')] |= 1U << row;
     return table;
+}
+static constexpr uint32_t rowsTakingIf = [] {
+    uint32_t rows = 0;
+    for (size_t row = 0; row < COMMAND_COUNT; ++row)
+        rows |= static_cast<uint32_t>(takesIf(commandTable[row])) << row;
+    return rows;
 }();
+static constexpr auto rowsByFirst = rowsByLetter(0);
+static constexpr auto rowsBySecond = rowsByLetter(1);
 
 // Offset behind the bytes of set that stand from offset on.
 static size_t skip(size_t offset, const ByteSet &set)
@@ -124,11 +142,26 @@ static string_view without(string_view text, size_t length)
     return text;
 }
 
+static int32_t countLines(const char *at, size_t length)
+{
+    constexpr size_t block = 64;  // few enough for a byte to count, and a vector's multiple
+    size_t lines = 0;
+    for (; length >= block; at += block, length -= block) {
+        uint8_t inBlock = 0;
+        for (size_t i = 0; i < block; ++i)
+            inBlock = static_cast<uint8_t>(inBlock + (at[i] == '\n'));
+        lines += inBlock;
+    }
+    for (size_t i = 0; i < length; ++i)
+        lines += at[i] == '\n';
+    return static_cast<int32_t>(lines);
+}
+
 // Ends the match after length bytes: counts its lines and moves on.
 static string_view take(size_t length)
 {
     const string_view match(matchStart(), length);
-    scanner.line += static_cast<int32_t>(std::count(match.begin(), match.end(), '\n'));
+    scanner.line += countLines(match.data(), length);
     scanner.buffer->pos += length;
     return match;
 }
@@ -196,10 +229,7 @@ static size_t matchName(size_t offset, bool bracket)
 // Length of the match if the command of that row stands at offset, else 0.
 static size_t matchRow(const CommandDef &row, size_t offset)
 {
-    const char *words = row.words;
-    if (string_view(words).starts_with(optionalWord) && byteAt(offset) != *optionalWord)
-        words += sizeof optionalWord - 1;
-    offset = matchText(offset, words);
+    offset = matchText(offset, wordsOf(row));
     if (offset == 0)
         return 0;
     switch (row.tail) {
@@ -215,11 +245,22 @@ static size_t matchRow(const CommandDef &row, size_t offset)
     return 0;
 }
 
+static uint32_t rowsWith(int letter, const std::array<uint32_t, LETTERS> &rows)
+{
+    return letter >= 'a' && letter <= 'z' ? rows[static_cast<size_t>(letter - 'a')] : 0;
+}
+
 // The row whose command stands at offset, with the length of the match; null if none.
 static const CommandDef *findCommand(size_t offset, size_t *length)
 {
-    const int letter = byteAt(offset);
-    uint32_t candidates = letter == END_OF_INPUT ? 0 : rowsOfLetter[static_cast<size_t>(letter)];
+    uint32_t candidates = ~0U;
+    if (const size_t behindIf = matchText(offset, optionalWord)) {
+        offset = behindIf;
+        candidates = rowsTakingIf;
+    }
+    candidates &= rowsWith(byteAt(offset), rowsByFirst);
+    if (candidates)
+        candidates &= rowsWith(byteAt(offset + 1), rowsBySecond);
     const CommandDef *found = nullptr;
     for (*length = 0; candidates; candidates &= candidates - 1) {
         const CommandDef &row = commandTable[std::countr_zero(candidates)];

@@ -21,6 +21,8 @@ const Row rows[] = {
      "t.htm, line 5: Syntax error: Unknown Cmd\n"},
     {"no command", "<?echo?><?ECHO x?>", "<?echo?><?ECHO x?>",
      "t.htm, line 1: Syntax error: Unknown Cmd\nt.htm, line 1: Syntax error: Unknown Cmd\n"},
+    {"if without a comparison", "<?if echo x?>", "<?if echo x?>",
+     "t.htm, line 1: Syntax error: Unknown Cmd\n"},
     {"blanks in front of a keyword", "<? \n\techo\nx ?>.", "x.", ""},
     {"open at the end", "a<?-- b", "a", "t.htm: Syntax error: File ends inside cmd\n"},
 

@@ -421,7 +421,7 @@ static void takeEntries(Build *build, po_file_t po, const std::vector<size_t> &l
         count++;
     }
     po_message_iterator_free(iterator);
-    if (count != lines.size() && poErrors == 0) // a pipe, for one, is empty the second time
+    if (count != lines.size() && poErrors == 0)
         reportLine(build->path, 0, true, nullptr, "the file changed while it was read");
 }
 
@@ -444,6 +444,9 @@ static int writeDatabase(Build *build, const char *output)
 static int runBuild(const Options &options)
 {
     const char *path = options.files[0];
+    struct stat status;
+    if (stat(path, &status) == 0 && !S_ISREG(status.st_mode))
+        return complain("cannot read %s: it is not a regular file, and is read twice", path);
     std::string bytes;
     if (!readFile(path, &bytes))
         return STATUS_FAULT;
@@ -457,10 +460,10 @@ static int runBuild(const Options &options)
     Build build = {path, options.fuzzy, {}};
     checkWholePo(path, po, source);
     takeEntries(&build, po, source.lines);
-    const int status = poErrors ? complain("%s is not written", options.output)
+    const int result = poErrors ? complain("%s is not written", options.output)
                                 : writeDatabase(&build, options.output);
     po_file_free(po);
-    return status;
+    return result;
 }
 
 /* ---- dump, get, check ---- */

@@ -112,10 +112,10 @@ static void appendChildren(std::span<const TextEntry> entries, std::vector<Build
 /* Gives each node its place among the strings.
  * Returns the size of records and strings, or 0 when the node of index *culprit
  * cannot be placed. */
-static uint64_t placeStrings(std::span<const TextEntry> entries, std::vector<BuildNode> *nodes,
-                             size_t *culprit)
+static size_t placeStrings(std::span<const TextEntry> entries, std::vector<BuildNode> *nodes,
+                           size_t *culprit)
 {
-    uint64_t offset = nodes->size() * RECORD_SIZE;
+    size_t offset = nodes->size() * RECORD_SIZE;
     for (BuildNode &node : *nodes) {
         if (offset > MAX_LABEL_OFFSET) {
             *culprit = node.first;
@@ -162,7 +162,7 @@ const char *buildTextDb(std::span<const TextEntry> entries, std::string *file, s
             return "the database would need more than 1048576 records";
         }
     }
-    const uint64_t size = placeStrings(entries, &nodes, culprit);
+    const size_t size = placeStrings(entries, &nodes, culprit);
     if (!size)
         return "its place would lie beyond the 1073741823 bytes that a database can address";
 
@@ -185,7 +185,7 @@ const char *buildTextDb(std::span<const TextEntry> entries, std::string *file, s
 struct Check {
     std::string_view file;
     std::string_view area;     // the file from its first record on
-    uint64_t stringsStart;     // smallest label offset so far, or the area's size
+    size_t stringsStart;       // smallest label offset so far, or the area's size
     std::vector<bool> reached; // by record index, for all that fit into the file
     std::vector<size_t> queue; // reached records, in the order they were reached
     TextDbReport report;
@@ -199,7 +199,7 @@ static void addFault(Check *check, size_t record, std::string problem)
 
 /* Finds the string at offset, without its zero byte. Adds a fault and returns
  * false when it does not lie within the file. */
-static bool stringAt(Check *check, size_t record, const char *what, uint64_t offset,
+static bool stringAt(Check *check, size_t record, const char *what, size_t offset,
                      std::string_view *string)
 {
     if (offset >= check->area.size()) {
@@ -229,7 +229,7 @@ static void checkStrings(Check *check, size_t index)
     // The root's label is never read, it only stands in front of the root's text.
     const bool labelCounts = index != 0 || record.valueDistance != 0;
     if (record.labelOffset >= (index + 1) * RECORD_SIZE)
-        check->stringsStart = std::min<uint64_t>(check->stringsStart, record.labelOffset);
+        check->stringsStart = std::min<size_t>(check->stringsStart, record.labelOffset);
     else if (labelCounts)
         addFault(check, index,
                  "label offset " + std::to_string(record.labelOffset) + " lies among the records");
@@ -240,7 +240,7 @@ static void checkStrings(Check *check, size_t index)
     if (record.valueDistance <= label.size())
         addFault(check, index,
                  "value distance " + std::to_string(record.valueDistance) + " ends in the label");
-    stringAt(check, index, "value", uint64_t(record.labelOffset) + record.valueDistance, &value);
+    stringAt(check, index, "value", size_t{record.labelOffset} + record.valueDistance, &value);
 }
 
 /* Compares a sibling's first byte with that of the record before it. Labels that

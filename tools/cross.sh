@@ -1,0 +1,51 @@
+#!/bin/bash
+# tools/cross.sh - builds the library and its tests for foreign machines, with
+# Debian's cross compilers, and runs the tests under qemu-user.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+# shellcheck source=tools/setup.sh
+. tools/setup.sh
+
+usage() {
+    cat <<'END'
+Usage: tools/cross.sh [MACHINE...]
+Machines: arm (32 bits, hardware floating point) and s390x (big-endian); both
+unless named. Builds in build/MACHINE.
+END
+}
+
+# build_and_test MACHINE
+build_and_test() {
+    local machine=$1 build=$PWD/build/$1
+    local toolchain=$PWD/cmake/$machine.cmake
+    # The tests need GoogleTest for that machine: Debian has its source.
+    cmake -S /usr/src/googletest -B "$build/gtest" -G Ninja --toolchain "$toolchain" \
+        -DBUILD_GMOCK=OFF -DCMAKE_INSTALL_PREFIX="$build/root"
+    cmake --build "$build/gtest" --target install
+    cmake -S . -B "$build" -G Ninja --toolchain "$toolchain" -DORV_WERROR=ON -DORV_TOOLS=OFF \
+        -DORV_FUZZ=ON -DCMAKE_FIND_ROOT_PATH="$build/root"
+    cmake --build "$build"
+    ctest --test-dir "$build" --output-on-failure -j "$(nproc)"
+}
+
+machines=()
+for argument in "$@"; do
+    case $argument in
+    arm | s390x) machines+=("$argument") ;;
+    --help)
+        usage
+        exit
+        ;;
+    *)
+        usage >&2
+        exit 2
+        ;;
+    esac
+done
+need cmake:cmake ninja:ninja-build bison:bison qemu-arm:qemu-user \
+    arm-linux-gnueabihf-g++:g++-arm-linux-gnueabihf s390x-linux-gnu-g++:g++-s390x-linux-gnu \
+    :googletest
+[[ ${#machines[@]} -gt 0 ]] || machines=(arm s390x)
+for machine in "${machines[@]}"; do
+    build_and_test "$machine"
+done
