@@ -43,8 +43,7 @@ static void *resize(void *block, size_t size)
 ScanBuffer *createBuffer()
 {
     auto *buffer = static_cast<ScanBuffer *>(resize(nullptr, sizeof(ScanBuffer)));
-    auto *bytes = static_cast<char *>(resize(nullptr, BUFFER_CAPACITY + 1));
-    *buffer = {bytes, BUFFER_CAPACITY, 0, 0};
+    *buffer = {nullptr, nullptr, 0, BUFFER_CAPACITY, 0, 0};
     return buffer;
 }
 
@@ -52,27 +51,61 @@ void destroyBuffer(ScanBuffer *buffer)
 {
     if (!buffer)
         return;
-    free(buffer->bytes);
+    free(buffer->block);
     free(buffer);
+}
+
+// Puts what is unfinished to the front of a block of the buffer's own.
+static void moveToBlock(ScanBuffer *buffer)
+{
+    const size_t unfinished = buffer->end - buffer->pos;
+    if (buffer->bytes == buffer->block && unfinished > 0)
+        memmove(buffer->block, buffer->block + buffer->pos, unfinished);
+    const bool inPlace = buffer->bytes != buffer->block;
+    if (buffer->blockSize < buffer->capacity) {
+        buffer->block = static_cast<char *>(resize(buffer->block, buffer->capacity));
+        buffer->blockSize = buffer->capacity;
+    }
+    if (inPlace && unfinished > 0)
+        memcpy(buffer->block, buffer->bytes + buffer->pos, unfinished);
+    buffer->bytes = buffer->block;
+    buffer->pos = 0;
+    buffer->end = unfinished;
+}
+
+// Reads the next bytes of the template where they lie. Returns whether it can be
+// done: they join what is unfinished only if that lies there as well.
+static bool extendInPlace(ScanBuffer *buffer, size_t max)
+{
+    const char *next = inpr->includes[inpr->includeIndex].readPos;
+    if (buffer->pos == buffer->end) {
+        buffer->bytes = next;
+        buffer->pos = buffer->end = 0;
+    } else if (buffer->bytes == buffer->block) {
+        return false;
+    }
+    const size_t count = readInPlace(max);
+    buffer->end += count;
+    return count > 0;
 }
 
 bool refill()
 {
     ScanBuffer *buffer = scanner.buffer;
+    if (isExhausted())
+        return false;
     const size_t unfinished = buffer->end - buffer->pos;
-    memmove(buffer->bytes, buffer->bytes + buffer->pos, unfinished);
-    buffer->pos = 0;
-    buffer->end = unfinished;
-    // One byte stays free behind the last: room for a token's terminator.
     while (unfinished + 1 >= buffer->capacity) {
-        if (buffer->capacity > SIZE_MAX / 2 - 1)
+        if (buffer->capacity > SIZE_MAX / 2)
             fail("a piece of a template is too long");
-        buffer->bytes = static_cast<char *>(resize(buffer->bytes, buffer->capacity * 2 + 1));
         buffer->capacity *= 2;
     }
-    const size_t room = std::min(buffer->capacity - unfinished - 1, REFILL_MAX);
+    const size_t max = std::min(buffer->capacity - unfinished - 1, REFILL_MAX);
+    if (extendInPlace(buffer, max))
+        return true;
+    moveToBlock(buffer);
     int32_t count = 0;
-    readInput(buffer->bytes + unfinished, &count, static_cast<int32_t>(room));
+    readInput(buffer->block + unfinished, &count, static_cast<int32_t>(max));
     buffer->end += static_cast<size_t>(count);
     return count > 0;
 }
@@ -103,12 +136,6 @@ void resetScanner()
     ScanBuffer *buffer = scanner.buffer;
     if (!buffer)
         return;
-    buffer->pos = 0;
-    buffer->end = 0;
-    if (buffer->capacity == BUFFER_CAPACITY)
-        return;
     // The next run starts as the first did, so its refills fall on the same bytes.
-    if (auto *bytes = static_cast<char *>(realloc(buffer->bytes, BUFFER_CAPACITY + 1)))
-        buffer->bytes = bytes;
-    buffer->capacity = BUFFER_CAPACITY;
+    *buffer = {nullptr, buffer->block, buffer->blockSize, BUFFER_CAPACITY, 0, 0};
 }

@@ -26,7 +26,7 @@ inline int byteAt(size_t offset)
 
 /* Start of the current match, good until the next refill, and the number of its
  * bytes that have been read. */
-inline char *matchStart()
+inline const char *matchStart()
 {
     return scanner.buffer->bytes + scanner.buffer->pos;
 }

@@ -178,16 +178,32 @@ static FieldResult substitute(Refill *refill, const char *end)
     return FieldResult::FULL;
 }
 
+// Passes a "{?" that begins no field; the rest is read on the next refill.
+static void passBrace(Refill *refill)
+{
+    if (refill->room() >= 2)
+        refill->scanPos += 2;
+    else if (refill->placed + refill->pending() == 0)
+        refill->scanPos += 1;  // too little room for anything else
+}
+
 // Treats the "{?" at scanPos.
 static FieldResult examineField(Refill *refill)
 {
     if (const char *end = fieldEnd(*refill))
         return substitute(refill, end);
-    if (refill->room() >= 2)
-        refill->scanPos += 2;
-    else if (refill->placed + refill->pending() == 0)
-        refill->scanPos += 1;  // too little room for anything else
+    passBrace(refill);
     return FieldResult::FULL;
+}
+
+static const char *limitOf(const IncludeEntry &entry)
+{
+    return entry.mapStart ? entry.mapLast + 1 : nullptr;
+}
+
+static bool isDone(const Refill &refill)
+{
+    return refill.scanPos == refill.limit || refill.room() == 0;
 }
 
 // Moves scanPos to the next "{?", or as far as there is room.
@@ -214,8 +230,7 @@ static void passText(Refill *refill)
 void readInput(char *dest, int32_t *count, int32_t max)
 {
     IncludeEntry *entry = &inpr->includes[inpr->includeIndex];
-    Refill refill = {entry, entry->readPos, entry->mapStart ? entry->mapLast + 1 : nullptr,
-                     dest,  0,              static_cast<size_t>(max)};
+    Refill refill = {entry, entry->readPos, limitOf(*entry), dest, 0, static_cast<size_t>(max)};
     if (entry->rest) {
         placeRest(entry, &refill);
     } else if (refill.scanPos < refill.limit) {
@@ -223,11 +238,35 @@ void readInput(char *dest, int32_t *count, int32_t max)
         FieldResult result = FieldResult::GO_ON;
         while (result == FieldResult::GO_ON) {
             passText(&refill);
-            if (refill.scanPos == refill.limit || refill.room() == 0)
+            if (isDone(refill))
                 break;
             result = examineField(&refill);
         }
         placePending(&refill);
     }
     *count = static_cast<int32_t>(refill.placed);
+}
+
+bool isExhausted()
+{
+    const IncludeEntry &entry = inpr->includes[inpr->includeIndex];
+    return !entry.rest && entry.readPos == limitOf(entry);
+}
+
+size_t readInPlace(size_t max)
+{
+    IncludeEntry *entry = &inpr->includes[inpr->includeIndex];
+    // In tooltip mode the bytes that are passed leave traces in the handle.
+    if (entry->rest || inpr->tooltipMode > 0)
+        return 0;
+    Refill refill = {entry, entry->readPos, limitOf(*entry), nullptr, 0, max};
+    passText(&refill);
+    if (!isDone(refill)) {
+        if (fieldEnd(refill))
+            return 0;
+        passBrace(&refill);
+    }
+    const size_t count = refill.pending();
+    entry->readPos = refill.scanPos;
+    return count;
 }

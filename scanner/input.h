@@ -35,6 +35,14 @@ ORV_API int32_t doExclude();
 ORV_API void readInput(char *dest, int32_t *count, int32_t max);
 }
 
+/* Whether nothing more will come from the template on top. */
+bool isExhausted();
+
+/* As readInput, without copying: moves the template's readPos over the bytes that
+ * readInput would place, max at most. Returns their number; 0, and nothing has
+ * changed, when it would not just copy them. */
+size_t readInPlace(size_t max);
+
 /* Closes all templates of a run that has ended, however it did, and leaves the
  * scanner empty. */
 void closeTemplates();

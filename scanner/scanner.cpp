@@ -119,6 +119,14 @@ static size_t skip(size_t offset, const ByteSet &set)
 
 // Offset behind text if it stands at offset, else 0. A blank of text stands for
 // one or more of white space.
+static size_t matchText(size_t offset, const char *text);
+
+// The same for a text that begins with a letter or sign, which decides mostly.
+static inline size_t matchWord(size_t offset, const char *text)
+{
+    return byteAt(offset) == *text ? matchText(offset, text) : 0;
+}
+
 static size_t matchText(size_t offset, const char *text)
 {
     for (; *text; ++text) {
@@ -152,8 +160,11 @@ static int32_t countLines(const char *at, size_t length)
             inBlock = static_cast<uint8_t>(inBlock + (at[i] == '\n'));
         lines += inBlock;
     }
-    for (size_t i = 0; i < length; ++i)
-        lines += at[i] == '\n';
+    for (const char *end = at + length; at < end; ++at, ++lines) {
+        at = static_cast<const char *>(memchr(at, '\n', static_cast<size_t>(end - at)));
+        if (!at)
+            break;
+    }
     return static_cast<int32_t>(lines);
 }
 
@@ -166,31 +177,30 @@ static string_view take(size_t length)
     return match;
 }
 
-int32_t dataToToken(const char *text, int32_t cut)
+// Makes a copy of text the token's value; it ends before a zero byte.
+static int32_t storeValue(string_view text)
 {
-    const size_t length = cut ? strcspn(text, BLANKS) : strlen(text);
-    zarn_lval.text = strndup(text, length);
+    zarn_lval.text = strndup(text.data(), text.size());
     if (zarn_lval.text)
         return 0;
     logMessage("zarn - ERROR in dataToToken: NO MEMORY! (%s)\n", currentTemplate());
     return -2;
 }
 
-// Returns token with text as its value, or drops it when there is no memory.
-// text lies in the buffer, which has room for a terminator behind it.
-static int valueToken(int token, string_view text, int32_t cut)
+int32_t dataToToken(const char *text, int32_t cut)
 {
-    char *end = const_cast<char *>(text.data() + text.size());
-    const char held = *end;
-    *end = '\0';
-    const int32_t result = dataToToken(text.data(), cut);
-    *end = held;
-    return result == 0 ? token : SCAN_ON;
+    return storeValue({text, cut ? strcspn(text, BLANKS) : strlen(text)});
+}
+
+// Returns token with text as its value, or drops it when there is no memory.
+static int valueToken(int token, string_view text)
+{
+    return storeValue(text) == 0 ? token : SCAN_ON;
 }
 
 static int textToken(size_t length)
 {
-    return valueToken(ARG_TEXT, take(length), 0);
+    return valueToken(ARG_TEXT, take(length));
 }
 
 static void setLocation()
@@ -254,7 +264,7 @@ static uint32_t rowsWith(int letter, const std::array<uint32_t, LETTERS> &rows)
 static const CommandDef *findCommand(size_t offset, size_t *length)
 {
     uint32_t candidates = ~0U;
-    if (const size_t behindIf = matchText(offset, optionalWord)) {
+    if (const size_t behindIf = matchWord(offset, optionalWord)) {
         offset = behindIf;
         candidates = rowsTakingIf;
     }
@@ -273,11 +283,18 @@ static const CommandDef *findCommand(size_t offset, size_t *length)
     return found;
 }
 
+// The name in the match of a set command, with the "[" of an array.
+static string_view nameIn(string_view match)
+{
+    const string_view name = without(match, match.rfind(':') + 1);
+    return {name.data(), std::min(name.find_first_of(BLANKS), name.size())};
+}
+
 // At "<?", in every condition but comments.
 static int scanCommandStart()
 {
     for (const char *opener : {"--", "xml"}) {
-        if (const size_t length = matchText(2, opener)) {
+        if (const size_t length = matchWord(2, opener)) {
             take(length);
             enterCondition(Condition::COMMENT);
             return SCAN_ON;
@@ -297,7 +314,7 @@ static int scanCommandStart()
     const string_view match = take(length);
     setLocation();
     if (command->tail == Tail::NAME || command->tail == Tail::ELEMENT)
-        return valueToken(command->token, without(match, match.rfind(':') + 1), 1);
+        return valueToken(command->token, nameIn(match));
     return command->token;
 }
 
@@ -372,40 +389,42 @@ static int scanComment()
 static int scanVariable(size_t name, size_t behind)
 {
     if (byteAt(behind) != '[')
-        return valueToken(ARG_GETVAR, without(take(behind), name), 0);
+        return valueToken(ARG_GETVAR, without(take(behind), name));
     const size_t index = skip(behind + 1, blank);
     for (const char *word : {"min", "max"}) {
         size_t end = matchText(index, word);
         end = end ? skip(end, blank) : 0;
         if (end && byteAt(end) == ']') {
-            char *sign = const_cast<char *>(take(end + 1).data()) + behind + 1;
             const bool least = word[1] == 'i';
-            *sign = least ? '-' : '+';
-            const size_t length = behind + 2 - name;
-            return valueToken(least ? ARG_MINARRAY : ARG_MAXARRAY, {sign + 1 - length, length}, 0);
+            const size_t sign = behind + 1 - name;  // takes the place of what follows the "["
+            const int token = valueToken(least ? ARG_MINARRAY : ARG_MAXARRAY,
+                                         {take(end + 1).data() + name, sign + 1});
+            if (zarn_lval.text)
+                zarn_lval.text[sign] = least ? '-' : '+';
+            return token;
         }
     }
     enterCondition(Condition::INDEX);
-    const string_view match = take(index);
+    const string_view array(take(index).data() + name, behind + 1 - name);
     setLocation();
-    return valueToken(ARG_GETARRAY, without(match, name), 1);
+    return valueToken(ARG_GETARRAY, array);
 }
 
 // At "$".
 static int scanReference()
 {
-    if (const size_t name = matchText(1, "var:")) {
+    if (const size_t name = matchWord(1, "var:")) {
         const size_t behind = skip(name, nameByte);
         if (behind > name)
             return scanVariable(name, behind);
     }
     const int first = byteAt(1);
     if (first == '$')
-        return valueToken(ARG_TEXT, without(take(2), 1), 0);
+        return valueToken(ARG_TEXT, without(take(2), 1));
     if (!digitOrSmall.contains(first))
         return textToken(1);
     const bool two = digit.contains(first) && digitOrSmall.contains(byteAt(2));
-    return valueToken(ARG_NUMVAR, without(take(two ? 3 : 2), 1), 0);
+    return valueToken(ARG_NUMVAR, without(take(two ? 3 : 2), 1));
 }
 
 // Length of the quoted text from offset on. A "<" belongs to it unless the quote,
@@ -434,7 +453,7 @@ static int openQuote(char quote)
     enterCondition(quote == '"'    ? Condition::DQUOTE
                    : quote == '\'' ? Condition::SQUOTE
                                    : Condition::BQUOTE);
-    return valueToken(ARG_TEXT, without(take(length), 1), 0);
+    return valueToken(ARG_TEXT, without(take(length), 1));
 }
 
 static bool endsCommandAt(size_t offset)

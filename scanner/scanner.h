@@ -20,13 +20,16 @@ enum class Condition : uint8_t {
     COMMENT,  // removed from the page, as is an XML declaration
 };
 
-// The bytes of one template that are being scanned. A match never spans two
-// refills: what is unfinished moves to the front before more is read.
+// The bytes of one template that are being scanned, in place as long as they hold
+// no text field, else in a copy with the texts. A match never spans two refills:
+// what is unfinished stands in front of what is read next.
 struct ScanBuffer {
-    char *bytes;      // owned, capacity + 1: a terminator may stand behind the last one
-    size_t capacity;
-    size_t pos;       // where the current match begins
-    size_t end;       // behind the last valid byte
+    const char *bytes;  // block, or borrowed from the template's mapping
+    char *block;        // owned, null until a copy is needed
+    size_t blockSize;
+    size_t capacity;    // bytes that may be unread; doubled for a longer match
+    size_t pos;         // where the current match begins
+    size_t end;         // behind the last valid byte
 };
 
 struct Scanner {
