@@ -14,7 +14,6 @@
 #include "interface/log.h"
 #include "interface/output.h"
 #include "interface/process.h"
-#include "vars/locals.h"
 #include "vars/tree.h"
 
 static constexpr int32_t ARG_STEP = 1024;
@@ -106,7 +105,7 @@ int32_t lookupVar(const char *name, uint32_t id, int32_t direct)
 {
     if (direct && inpr->resuming)
         return 0;
-    const char *value = findLocalVar(inpr->localVars, name);
+    const char *value = findVar(inpr->localTree, name);
     if (!value)
         value = findVar(inpr->varTree, name);
     return value ? emitValue(value, id, direct) : -1;

@@ -91,6 +91,7 @@ struct Interpreter {
     clock_t startTicks;
     tms startTimes;
     OutputBuffer output;
+    VarNode *localTree;  // owned, the newest value of each name in localVars
 };
 
 #endif

@@ -1,5 +1,6 @@
 /* interface/variables.cpp - the request's variables, as the web program sets
- * them: plain names go to the handle's list, name[index] to its tree. */
+ * them: plain names go to the handle's list, whose newest values a tree finds
+ * quickly, and name[index] to the tree of the templates' variables. */
 #include <stdlib.h>
 #include <string.h>
 
@@ -29,6 +30,19 @@ static int32_t setElement(Interpreter *interpreter, const char *name, const char
     return stored ? 0 : -1;
 }
 
+// Stores a plain variable in the list and, for reads, in the tree.
+static int32_t setPlain(Interpreter *interpreter, const char *name, const char *value)
+{
+    const int32_t result = insertLocalVar(&interpreter->localVars, name, value);
+    if (result < 0 || insertVar(&interpreter->localTree, name, value, VAR_REPLACE))
+        return result;
+    LocalVar *added = interpreter->localVars;
+    interpreter->localVars = added->next;
+    added->next = nullptr;
+    destroyLocalVarList(&added);
+    return LOCALVAR_NO_MEMORY;
+}
+
 int32_t Orv_Interpreter_SetVariable(Interpreter *interpreter, const char *name, const char *value)
 {
     if (!interpreter) {
@@ -44,7 +58,7 @@ int32_t Orv_Interpreter_SetVariable(Interpreter *interpreter, const char *name, 
         Orv_Interpreter_SetLanguage(value);
     if (const char *bracket = strchr(name, '['))
         return setElement(interpreter, name, bracket, value);
-    const int32_t result = insertLocalVar(&interpreter->localVars, name, value);
+    const int32_t result = setPlain(interpreter, name, value);
     if (result < 0)
         logNoMemory();
     return result;
@@ -58,5 +72,6 @@ int32_t Orv_Interpreter_ClearVariables(Interpreter *interpreter)
         return -1;
     }
     destroyLocalVarList(&interpreter->localVars);
+    destroyTree(&interpreter->localTree);
     return 0;
 }
