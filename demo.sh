@@ -1,5 +1,6 @@
 #!/bin/bash
-# demo.sh - renders a page of the demo site, examples/site, to standard output.
+# demo.sh - renders a page of the demo site, examples/site, to standard output, or
+# serves the site to browsers.
 # Builds what it needs in build/demo; all messages go to standard error.
 set -euo pipefail
 cd "$(dirname "$0")"
@@ -13,7 +14,9 @@ site=$PWD/examples/site
 usage() {
     cat <<'END'
 Usage: ./demo.sh [OPTION]... [PAGE]
-Renders PAGE of examples/site (default: overview.htm) to standard output.
+       ./demo.sh --serve [PORT]
+Renders PAGE of examples/site (default: overview.htm) to standard output, or runs a
+web server with the site on 127.0.0.1, PORT (default: 8080), until Ctrl-C.
 
   --lang CODE      texts in this language: en or de (default: en)
   --tooltips MODE  mark each text for translators: 1 as tooltips, 2 also in
@@ -34,23 +37,7 @@ set_up() {
 
 build_programs() {
     cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DORV_TOOLS=ON -DORV_TESTS=OFF >&2
-    cmake --build "$build" --target orv-render orv-textdb >&2
-}
-
-# make_data TOOLTIPS - a fresh database and fresh texts. On a device the key
-# "tooltip=" stands on the kernel's command line; here a file takes its place.
-make_data() {
-    local root=$data/root
-    rm -rf "$data"
-    mkdir -p "$root/etc" "$root/var/log" "$root/proc"
-    sqlite3 "$data/router.db" <"$site/router.sql"
-    local po
-    for po in "$site"/texts/*.po; do
-        "$build/tools/orv-textdb" build -o "$root/etc/htmltext_$(basename "$po" .po).db" "$po" >&2
-    done
-    ln -s htmltext_en.db "$root/etc/htmltext.db"
-    ln -s ../etc/htmltext_en.db "$root/var/htmltext.db"
-    [[ -z $1 ]] || echo "quiet tooltip=$1" >"$root/proc/cmdline"
+    cmake --build "$build" --target orv-render orv-textdb zarn >&2
 }
 
 # render PAGE LANG
@@ -61,6 +48,7 @@ render() {
 }
 
 page=
+serve=
 lang=
 tooltips=
 while [[ $# -gt 0 ]]; do
@@ -75,6 +63,7 @@ while [[ $# -gt 0 ]]; do
         [[ $tooltips == [12] ]] || fail "--tooltips needs 1 or 2"
         shift
         ;;
+    --serve) serve=yes ;;
     --help)
         usage
         exit
@@ -87,9 +76,15 @@ while [[ $# -gt 0 ]]; do
     esac
     shift
 done
-page=${page:-overview.htm}
-
 set_up
+if [[ -n $serve ]]; then
+    port=${page:-8080}
+    [[ $port =~ ^[1-9][0-9]{0,4}$ && $port -le 65535 ]] || fail "'$port' is no port"
+    [[ -z $lang$tooltips ]] || fail "--serve goes with no other option"
+    need :lighttpd
+    build_programs
+    exec tools/serve.sh "$build" "$port"
+fi
 build_programs
-make_data "$tooltips"
-render "$page" "$lang"
+tools/site-data.sh "$build" "$data" "$tooltips"
+render "${page:-overview.htm}" "$lang"

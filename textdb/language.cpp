@@ -106,7 +106,7 @@ const char *lookupDBField(const char *id)
 
 const char *Orv_Interpreter_LookupDBField(const char *id)
 {
-    const char *text = lookupDBField(id);
+    const char *text = id ? lookupDBField(id) : nullptr;
     if (getTooltipVar() != 2 || !text)
         return text;
     snprintf(lookupBuf, MARK_CAPACITY, "-=%s {?%s?}=-", text, id);

@@ -1,6 +1,6 @@
 -- router.sql - the database of the demo site: sqlite3 FILE < router.sql
 --
--- The pages only read it. Lists that a page shows come from the views at the
+-- The pages only read it; the web program updates the settings. Lists that a page shows come from the views at the
 -- end, so that a template's query says what it wants and not how it is stored.
 
 pragma foreign_keys = on;
@@ -95,7 +95,8 @@ insert into event (at, level, source, message) values
     ('2025-03-13 18:40', 'info', 'devices', 'New device "C:\new\table" in network Guests'),
     ('2025-03-14 03:40', 'error', 'devices', 'Device "backup disk" went away during a transfer'),
     ('2025-03-14 08:59', 'info', 'devices', 'New device "<b>"&''" in network Guests'),
-    ('2025-03-14 09:02', 'info', 'system', 'Settings changed');
+    ('2025-03-14 09:02', 'info', 'system',
+                'Settings changed');
 
 create table traffic (  -- one row an hour, Mbit/s on average
     hour integer primary key check (hour between 0 and 23),
@@ -131,6 +132,14 @@ create table settings (
 );
 insert into settings values (1, 'fjord', 2, 1, 30, 199, '198.51.100.53', 'Fjord "upstairs"', 11,
                              'mixed', 0, 1);
+
+-- A change is noted; the log's oldest events make room.
+create trigger settings_changed after update on settings begin
+    insert into event (at, level, source, message)
+        values (strftime('%Y-%m-%d %H:%M', 'now', 'localtime'), 'info', 'system',
+                'Settings changed');
+    delete from event where id <= (select max(id) - 1000 from event);
+end;
 
 create view device_list as
     select device.id, device.name, network.id as network_id, network.name as network,
