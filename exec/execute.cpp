@@ -14,10 +14,9 @@
 #include "exec/exec.h"
 #include "grammar/commands.h"
 #include "interface/log.h"
+#include "interface/process.h"
 #include "scanner/input.h"
 #include "vars/tree.h"
-
-#include "interface/process.h"
 
 // A level above 9 has no digit, so none can be written from there on.
 const char *const firstColumnNames[MAX_CMD_DEPTH] = {"01", "11", "21", "31", "41",

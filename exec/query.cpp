@@ -12,6 +12,7 @@
 #include "interface/log.h"
 #include "interface/output.h"
 #include "interface/process.h"
+#include "interface/ticks.h"
 
 int32_t columnCount(const QueryRow *row)
 {

@@ -74,7 +74,8 @@ struct CommandDef {
     char sign;              // the operator of Tail::OPERATOR
     int token;
     uint32_t id;
-    int minArgs;            // arguments that the grammar takes
+    int minArgs;            // arguments that the grammar takes, at least those
+                            // that the identifier's bits call for
     int maxArgs;
     const char *malformed;  // what the log says when the arguments do not fit, or null
                             // where the grammar has no error point for the command

@@ -86,8 +86,8 @@ void destroyArg(Arg **arg)
 
 int32_t *getRepeatUpBound(Arg *marker)
 {
-    const char *text =
-        marker && marker->elems ? static_cast<const char *>(marker->elems->value) : nullptr;
+    const ArgElem *elem = marker ? marker->elems : nullptr;
+    const auto *text = static_cast<const char *>(elem ? elem->value : nullptr);
     auto *flag = static_cast<int32_t *>(malloc(sizeof(int32_t)));
     if (!flag || !text) {
         logMessage("zarn - ERROR in getRepeatUpBound: NO MEMORY or missing repeat boundary. (%s)\n",
@@ -95,9 +95,7 @@ int32_t *getRepeatUpBound(Arg *marker)
         free(flag);
         flag = nullptr;
     } else {
-        // A nested command's record never begins with "[": its first field is an
-        // aligned address.
-        *flag = *text == '[' ? 1 : 0;
+        *flag = elem->type != ELEM_CMD && *text == '[' ? 1 : 0;
     }
     destroyArg(&marker);
     return flag;

@@ -9,6 +9,7 @@
 %define api.prefix {zarn_}
 %locations
 %expect 0
+%initial-action { zarn_nerrs = 0; }
 
 %code requires {
 #include <stdint.h>
@@ -58,19 +59,17 @@ extern int zarn_nerrs;
 %token F_IFEQ F_IFNEQ F_IFGT F_IFGTE F_IFLT F_IFLTE F_IFAND F_IFOR
 %token F_CALCPLUS F_CALCMIN F_CALCMULT F_CALCDIV
 %token F_ERRORFOUND F_ERRORTABLE F_ERRORTABLESIZE F_ERRORCOUNT F_ERRORMESSAGE F_ERRORDEBUG
-%token F_BASE64 ARG_END CMD_END
-%token <token> EOF_TAG
-%token ERROR_LEFT ERROR_RIGHT ARG_RIGHT
+%token F_BASE64 ARG_END CMD_END EOF_TAG ERROR_LEFT ERROR_RIGHT ARG_RIGHT
 
 %type <cmd> cmd
 %type <arg> arg arglast
-%type <token> unary query repeat if calc end
+%type <token> unary query repeat if calc
 
-// What is discarded or popped is released; a template's end closes it all the same.
+// What is discarded or popped is released. The end of a template that is
+// discarded closes it all the same: the scanner sees to that.
 %destructor { free($$); } <text>
 %destructor { destroyCmd(&$$); } <cmd>
 %destructor { destroyArg(&$$); } <arg>
-%destructor { doExclude(); } EOF_TAG
 
 %%
 
@@ -78,99 +77,101 @@ htmlroot: %empty
         | html
         ;
 
-html    : html cmd                         { runCommand($2); }
-        | cmd                              { runCommand($1); }
+html    : html cmd                  { runCommand($2); }
+        | cmd                       { runCommand($1); }
         | html HTML_TEXT
         | HTML_TEXT
         | html end
         | end
-        | html error CMD_END               { reportSurplus(@3.first_line); }
+        | html error CMD_END        { reportSurplus(@3.first_line); }
         ;
 
-cmd     : F_SETVARIABLE arglast            { $$ = makeUnary(F_SETVARIABLE, @1.first_line, $1, $2); }
-        | F_SETVARIABLEONCE arglast        { $$ = makeUnary(F_SETVARIABLEONCE, @1.first_line, $1, $2); }
-        | F_SETARRAY arg arglast           { $$ = makeElement(F_SETARRAY, @2.first_line, $1, $2, $3); }
-        | F_SETARRAYONCE arg arglast       { $$ = makeElement(F_SETARRAYONCE, @2.first_line, $1, $2, $3); }
-        | unary arglast                    { $$ = makeUnary($1, @1.first_line, nullptr, $2); }
-        | query arglast                    { $$ = makeUnary($1, @1.first_line, nullptr, $2); }
-        | query arg arglast                { $$ = makeCommand($1, $2, $3); }
-        | repeat arg arg arg arglast       { $$ = makeRepeat($1, $2, $3, $4, $5); }
-        | if arg arglast                   { $$ = makeCommand($1, $2, $3); }
-        | if arg arg arglast               { $$ = makeCommand($1, $2, $3, $4); }
-        | if arg arg arg arglast           { $$ = makeCommand($1, $2, $3, $4, $5); }
-        | calc arg arglast                 { $$ = makeCommand($1, $2, $3); }
-        | F_ERRORMESSAGE arglast           { $$ = makeCommand(F_ERRORMESSAGE, $2); }
-        | F_ERRORFOUND CMD_END             { $$ = makeCommand(F_ERRORFOUND); }
-        | F_UNDEF HTML_TEXT                { $$ = dropUnknown(@1.first_line); }
-        | F_UNDEF ARG_TEXT error CMD_END   { $$ = dropUnknown(@1.first_line); free($2); }
-        | F_UNDEF error CMD_END            { $$ = dropUnknown(@1.first_line); }
-        | F_SETARRAY error HTML_TEXT       { $$ = dropMalformed(F_SETARRAY, @1.first_line); free($1); }
-        | F_SETARRAYONCE error HTML_TEXT   { $$ = dropMalformed(F_SETARRAYONCE, @1.first_line); free($1); }
-        | repeat error HTML_TEXT           { $$ = dropMalformed($1, @1.first_line); }
-        | if error HTML_TEXT               { $$ = dropMalformed($1, @1.first_line); }
-        | calc error HTML_TEXT             { $$ = dropMalformed($1, @1.first_line); }
+cmd     : F_SETVARIABLE arglast     { $$ = makeUnary(F_SETVARIABLE, @1.first_line, $1, $2); }
+        | F_SETVARIABLEONCE arglast { $$ = makeUnary(F_SETVARIABLEONCE, @1.first_line, $1, $2); }
+        | F_SETARRAY arg arglast    { $$ = makeElement(F_SETARRAY, @2.first_line, $1, $2, $3); }
+        | F_SETARRAYONCE arg arglast
+                                    { $$ = makeElement(F_SETARRAYONCE, @2.first_line, $1, $2, $3); }
+        | unary arglast             { $$ = makeUnary($1, @1.first_line, nullptr, $2); }
+        | query arglast             { $$ = makeUnary($1, @1.first_line, nullptr, $2); }
+        | query arg arglast         { $$ = makeCommand($1, $2, $3); }
+        | repeat arg arg arg arglast { $$ = makeRepeat($1, $2, $3, $4, $5); }
+        | if arg arglast            { $$ = makeCommand($1, $2, $3); }
+        | if arg arg arglast        { $$ = makeCommand($1, $2, $3, $4); }
+        | if arg arg arg arglast    { $$ = makeCommand($1, $2, $3, $4, $5); }
+        | calc arg arglast          { $$ = makeCommand($1, $2, $3); }
+        | F_ERRORMESSAGE arglast    { $$ = makeCommand(F_ERRORMESSAGE, $2); }
+        | F_ERRORFOUND CMD_END      { $$ = makeCommand(F_ERRORFOUND); }
+        | F_UNDEF HTML_TEXT         { $$ = dropUnknown(@1.first_line); }
+        | F_UNDEF ARG_TEXT error CMD_END { $$ = dropUnknown(@1.first_line); free($2); }
+        | F_UNDEF error CMD_END     { $$ = dropUnknown(@1.first_line); }
+        | F_SETARRAY error HTML_TEXT { $$ = dropMalformed(F_SETARRAY, @1.first_line); free($1); }
+        | F_SETARRAYONCE error HTML_TEXT
+                                    { $$ = dropMalformed(F_SETARRAYONCE, @1.first_line); free($1); }
+        | repeat error HTML_TEXT    { $$ = dropMalformed($1, @1.first_line); }
+        | if error HTML_TEXT        { $$ = dropMalformed($1, @1.first_line); }
+        | calc error HTML_TEXT      { $$ = dropMalformed($1, @1.first_line); }
         ;
 
-unary   : F_ECHO                           { $$ = F_ECHO; }
-        | F_PRINT                          { $$ = F_PRINT; }
-        | F_PRINTJS                        { $$ = F_PRINTJS; }
-        | F_INCLUDE                        { $$ = F_INCLUDE; }
-        | F_BASE64                         { $$ = F_BASE64; }
+unary   : F_ECHO                    { $$ = F_ECHO; }
+        | F_PRINT                   { $$ = F_PRINT; }
+        | F_PRINTJS                 { $$ = F_PRINTJS; }
+        | F_INCLUDE                 { $$ = F_INCLUDE; }
+        | F_BASE64                  { $$ = F_BASE64; }
         ;
 
-query   : F_QUERY                          { $$ = F_QUERY; }
-        | F_QUERYTEXT                      { $$ = F_QUERYTEXT; }
-        | F_QUERYJS                        { $$ = F_QUERYJS; }
-        | F_MULTIQUERY                     { $$ = F_MULTIQUERY; }
-        | F_MULTIQUERYTEXT                 { $$ = F_MULTIQUERYTEXT; }
-        | F_MULTIQUERYJS                   { $$ = F_MULTIQUERYJS; }
-        | F_MULTIQUERYCOUNT                { $$ = F_MULTIQUERYCOUNT; }
+query   : F_QUERY                   { $$ = F_QUERY; }
+        | F_QUERYTEXT               { $$ = F_QUERYTEXT; }
+        | F_QUERYJS                 { $$ = F_QUERYJS; }
+        | F_MULTIQUERY              { $$ = F_MULTIQUERY; }
+        | F_MULTIQUERYTEXT          { $$ = F_MULTIQUERYTEXT; }
+        | F_MULTIQUERYJS            { $$ = F_MULTIQUERYJS; }
+        | F_MULTIQUERYCOUNT         { $$ = F_MULTIQUERYCOUNT; }
         ;
 
-repeat  : F_REPEATINCL                     { $$ = F_REPEATINCL; }
-        | F_REPEATEXCL                     { $$ = F_REPEATEXCL; }
+repeat  : F_REPEATINCL              { $$ = F_REPEATINCL; }
+        | F_REPEATEXCL              { $$ = F_REPEATEXCL; }
         ;
 
-if      : F_IFEQ                           { $$ = F_IFEQ; }
-        | F_IFNEQ                          { $$ = F_IFNEQ; }
-        | F_IFGT                           { $$ = F_IFGT; }
-        | F_IFGTE                          { $$ = F_IFGTE; }
-        | F_IFLT                           { $$ = F_IFLT; }
-        | F_IFLTE                          { $$ = F_IFLTE; }
-        | F_IFAND                          { $$ = F_IFAND; }
-        | F_IFOR                           { $$ = F_IFOR; }
+if      : F_IFEQ                    { $$ = F_IFEQ; }
+        | F_IFNEQ                   { $$ = F_IFNEQ; }
+        | F_IFGT                    { $$ = F_IFGT; }
+        | F_IFGTE                   { $$ = F_IFGTE; }
+        | F_IFLT                    { $$ = F_IFLT; }
+        | F_IFLTE                   { $$ = F_IFLTE; }
+        | F_IFAND                   { $$ = F_IFAND; }
+        | F_IFOR                    { $$ = F_IFOR; }
         ;
 
-calc    : F_CALCPLUS                       { $$ = F_CALCPLUS; }
-        | F_CALCMIN                        { $$ = F_CALCMIN; }
-        | F_CALCMULT                       { $$ = F_CALCMULT; }
-        | F_CALCDIV                        { $$ = F_CALCDIV; }
+calc    : F_CALCPLUS                { $$ = F_CALCPLUS; }
+        | F_CALCMIN                 { $$ = F_CALCMIN; }
+        | F_CALCMULT                { $$ = F_CALCMULT; }
+        | F_CALCDIV                 { $$ = F_CALCDIV; }
         ;
 
 // The end of an included template; where it ends a command, it does so as CMD_END.
-end     : EOF_TAG                          { $$ = $1; doExclude(); }
+end     : EOF_TAG                   { doExclude(); }
         ;
 
 // An argument's elements are added from its end on, so they come out in order.
-arg     : cmd arg                          { $$ = addArgElem($2, ELEM_CMD, $1); }
-        | ARG_TEXT arg                     { $$ = addArgElem($2, ELEM_TEXT, $1); }
-        | ARG_GETVAR arg                   { $$ = addArgElem($2, ELEM_GETVAR, $1); }
-        | ARG_NUMVAR arg                   { $$ = addArgElem($2, ELEM_NUMVAR, $1); }
-        | ARG_GETARRAY arg                 { $$ = addArrayRef($2, @1.first_line, $1); }
-        | ARG_MINARRAY arg                 { $$ = addArgElem($2, ELEM_MINARRAY, $1); }
-        | ARG_MAXARRAY arg                 { $$ = addArgElem($2, ELEM_MAXARRAY, $1); }
-        | ARG_END                          { $$ = nullptr; }
+arg     : cmd arg                   { $$ = addArgElem($2, ELEM_CMD, $1); }
+        | ARG_TEXT arg              { $$ = addArgElem($2, ELEM_TEXT, $1); }
+        | ARG_GETVAR arg            { $$ = addArgElem($2, ELEM_GETVAR, $1); }
+        | ARG_NUMVAR arg            { $$ = addArgElem($2, ELEM_NUMVAR, $1); }
+        | ARG_GETARRAY arg          { $$ = addArrayRef($2, @1.first_line, $1); }
+        | ARG_MINARRAY arg          { $$ = addArgElem($2, ELEM_MINARRAY, $1); }
+        | ARG_MAXARRAY arg          { $$ = addArgElem($2, ELEM_MAXARRAY, $1); }
+        | ARG_END                   { $$ = nullptr; }
         ;
 
-arglast : cmd arglast                      { $$ = addArgElem($2, ELEM_CMD, $1); }
-        | ARG_TEXT arglast                 { $$ = addArgElem($2, ELEM_TEXT, $1); }
-        | ARG_GETVAR arglast               { $$ = addArgElem($2, ELEM_GETVAR, $1); }
-        | ARG_NUMVAR arglast               { $$ = addArgElem($2, ELEM_NUMVAR, $1); }
-        | ARG_GETARRAY arglast             { $$ = addArrayRef($2, @1.first_line, $1); }
-        | ARG_MINARRAY arglast             { $$ = addArgElem($2, ELEM_MINARRAY, $1); }
-        | ARG_MAXARRAY arglast             { $$ = addArgElem($2, ELEM_MAXARRAY, $1); }
-        | end                              { $$ = nullptr; }
-        | CMD_END                          { $$ = nullptr; }
+arglast : cmd arglast               { $$ = addArgElem($2, ELEM_CMD, $1); }
+        | ARG_TEXT arglast          { $$ = addArgElem($2, ELEM_TEXT, $1); }
+        | ARG_GETVAR arglast        { $$ = addArgElem($2, ELEM_GETVAR, $1); }
+        | ARG_NUMVAR arglast        { $$ = addArgElem($2, ELEM_NUMVAR, $1); }
+        | ARG_GETARRAY arglast      { $$ = addArrayRef($2, @1.first_line, $1); }
+        | ARG_MINARRAY arglast      { $$ = addArgElem($2, ELEM_MINARRAY, $1); }
+        | ARG_MAXARRAY arglast      { $$ = addArgElem($2, ELEM_MAXARRAY, $1); }
+        | end                       { $$ = nullptr; }
+        | CMD_END                   { $$ = nullptr; }
         ;
 
 %%

@@ -10,6 +10,7 @@
 #include "interface/log.h"
 #include "interface/output.h"
 #include "interface/process.h"
+#include "interface/ticks.h"
 #include "scanner/input.h"
 #include "vars/locals.h"
 #include "vars/tree.h"
@@ -66,8 +67,7 @@ int32_t Orv_Interpreter_Run(Interpreter *interpreter, const char *path, int32_t 
     interpreter->outputFd = outputFd;
     interpreter->textFieldCount = 0;
     inpr = interpreter;
-    if (logfileBuf)
-        interpreter->startTicks = times(&interpreter->startTimes);
+    interpreter->startTicks = times(&interpreter->startTimes);
 
     int32_t result = ORV_RUN_NO_TEMPLATE;
     if (doInclude(path, 0) > 0)

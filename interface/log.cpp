@@ -66,6 +66,7 @@ static void replaceLog(int fd, char *buffer)
 
 bool openLog()
 {
+    replaceLog(-1, nullptr);
     replaceLog(openSystemFile(logPath, O_WRONLY | O_CREAT | O_APPEND),
                static_cast<char *>(malloc(LOG_CAPACITY)));
     return logfileFd >= 0 && logfileBuf;
@@ -93,12 +94,6 @@ int32_t Orv_Interpreter_SetLog(int32_t fd)
     }
     replaceLog(copy, buffer);
     return 0;
-}
-
-unsigned long milliseconds(clock_t from, clock_t to)
-{
-    constexpr uint32_t millisecondsPerTick = 10;
-    return (static_cast<uint32_t>(to) - static_cast<uint32_t>(from)) * millisecondsPerTick;
 }
 
 // Reads the kernel command line into cmdlineBuf; returns whether there is any.

@@ -4,7 +4,6 @@
 
 #include <stddef.h>
 #include <stdint.h>
-#include <time.h>
 
 #include "interface/orvinterpreter.h"
 
@@ -25,9 +24,6 @@ void closeLog();
 /* Puts systemRoot in front of path, one of the library's own absolute paths.
  * full: out, room for capacity bytes. Returns whether it fits. */
 bool systemPath(char *full, size_t capacity, const char *path);
-
-/* A tick count's difference in milliseconds, as messages print it. */
-unsigned long milliseconds(clock_t from, clock_t to);
 
 extern "C" {
 /* Reads the tooltip mode off the kernel command line: the digit behind its

@@ -173,7 +173,7 @@ ORV_API int32_t Orv_Interpreter_SetOutputBuffer(Interpreter *interpreter, int32_
  * text comes framed for translators, cut at 383 bytes.
  *
  * Returns the text, borrowed until the next change of language or the next such
- * call; null when no database has it. */
+ * call; null when no database has it, or id is null. */
 ORV_API const char *Orv_Interpreter_LookupDBField(const char *id);
 
 /* Sends the diagnostics to a descriptor of the host, whatever the kernel

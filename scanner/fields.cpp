@@ -125,7 +125,7 @@ static string_view marked(string_view text)
 static void placeFirstPiece(Refill *refill, string_view text)
 {
     const string_view piece(text.data(), refill->max);
-    const string_view rest(piece.end(), text.size() - piece.size());
+    const string_view rest(text.data() + piece.size(), text.size() - piece.size());
     place(refill, piece);
     auto *copy = static_cast<char *>(malloc(rest.size()));
     if (!copy) {

@@ -69,7 +69,7 @@ static int32_t openTemplate(IncludeEntry *entry, const char *path)
         logMessage("ERROR: mmap() on file %s failed with error '%s' => No parsing...\n", path,
                    strerror(errno));
     else if (!(name = strdup(path)))
-        logMessage("zarn - ERROR in doInclude: NO MEMORY! (%s)\n", currentTemplate());
+        logMessage("zarn - ERROR in doInclude: NO MEMORY! (%s)\n", path);
     if (!name) {
         if (start)
             munmap(const_cast<char *>(start), length);
@@ -139,6 +139,7 @@ static void popTemplate()
     scanner.buffer = parent->savedBuffer;
     parent->savedBuffer = nullptr;
     scanner.line = parent->savedLine;
+    scanner.ended = 0;
 }
 
 int32_t doExclude()

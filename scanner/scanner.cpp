@@ -520,6 +520,7 @@ static int endTemplate()
         logMessage("%s: Syntax error: File ends inside cmd\n", currentTemplate());
     while (scanner.condition != Condition::TEXT)
         leaveCondition();
+    scanner.ended = inpr->includeIndex;
     if (inpr->includeIndex != 0)
         return EOF_TAG;
     doExclude();
@@ -554,6 +555,8 @@ int zarn_lex()
     if (!scanner.buffer)
         scanner.buffer = createBuffer();
     zarn_lval.text = nullptr;
+    if (scanner.ended > 0)  // a recovery has discarded the end of that template
+        doExclude();
     int token;
     do
         token = scanOnce();

@@ -39,6 +39,8 @@ struct Scanner {
     size_t depth;         // of them in use
     size_t stackRoom;
     int32_t line;         // counts newlines of whole matches
+    int32_t ended;        // index of a nested template whose end the parser was told; 0 when
+                          // it has closed it
 };
 
 /* Makes an empty buffer; ends the process when there is no memory. */

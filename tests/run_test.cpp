@@ -245,18 +245,29 @@ TEST(Run, Results)
 
 TEST(Run, GivesUpInsideIncludesAndStartsClean)
 {
-    Host host = withFiles({{"t.htm", "<?echo '<?include b.htm?>'?>"},
-                           {"b.htm", "b<?echo " + repeated("$$", 10001) + "?>x"}});
-    useHost(&host);
-    Interpreter *interpreter = Orv_Interpreter_Create(&hostCallbacks);
-    Orv_Interpreter_SetLog(logTarget());
-    for (int i = 0; i < 2; ++i) {
-        const Outcome got = runHandle(interpreter);
-        EXPECT_EQ(got.result, ORV_RUN_GAVE_UP);
-        EXPECT_EQ(got.page, "b");
-        EXPECT_EQ(mappedFiles(), 0U);
+    // The stack is exhausted behind, at and in front of the included template's end.
+    for (const size_t depth : {9990U, 9997U, 9998U, 9999U, 10001U}) {
+        Host host = withFiles({{"t.htm", "x<?echo 'A<?include b.htm?>B'?>y"},
+                               {"b.htm", "b" + repeated("<?calc + ", depth)},
+                               {"c.htm", "z"}});
+        useHost(&host);
+        Interpreter *interpreter = Orv_Interpreter_Create(&hostCallbacks);
+        Orv_Interpreter_SetLog(logTarget());
+        for (int i = 0; i < 2; ++i) {
+            const Outcome got = runHandle(interpreter);
+            const bool fits = depth < 9996;
+            EXPECT_EQ(got.result, ORV_RUN_GAVE_UP) << depth;
+            EXPECT_EQ(got.page, fits ? "xAbBy" : "xAb") << depth;
+            EXPECT_NE(got.log.find(fits ? "t.htm, line 1: Syntax error: Too few arguments"
+                                        : "NO MEMORY while parsing b.htm with Bison!\n"),
+                      std::string::npos)
+                << depth << got.log;
+            EXPECT_EQ(mappedFiles(), 0U);
+        }
+        EXPECT_EQ(runHandle(interpreter, "c.htm").page, "z");
+        EXPECT_EQ(zarn_nerrs, 0);
+        Orv_Interpreter_Destroy(interpreter);
     }
-    Orv_Interpreter_Destroy(interpreter);
 }
 
 TEST(Handle, BadArguments)

@@ -158,6 +158,11 @@ TEST_F(TextFields, LanguageIsChosen)
     EXPECT_EQ(Orv_Interpreter_SetLanguage("en"), 0);
     EXPECT_EQ(Orv_Interpreter_SetLanguage(nullptr), 0);
     EXPECT_EQ(htmlDB.image, image);
+    writeFile(folder + "/root/etc/htmltext_sh.db", "short");
+    EXPECT_EQ(Orv_Interpreter_SetLanguage("sh"), 0);
+    EXPECT_STREQ(Orv_Interpreter_LookupDBField("old"), "fallback");
+    EXPECT_EQ(Orv_Interpreter_LookupDBField("hi"), nullptr);
+    EXPECT_EQ(Orv_Interpreter_LookupDBField(nullptr), nullptr);
     EXPECT_EQ(Orv_Interpreter_SetLanguage("de"), 0);
     EXPECT_STREQ(htmlDB.language, "de");
     EXPECT_STREQ(Orv_Interpreter_LookupDBField("hi"), "hallo");
@@ -166,6 +171,7 @@ TEST_F(TextFields, LanguageIsChosen)
     std::filesystem::remove_all(folder + "/root/var");
     std::filesystem::remove(folder + "/root/etc/htmltext.db");
     forget(&htmlDB);
+    forget(&htmlFallbackDB);
     takeLog();
     EXPECT_EQ(Orv_Interpreter_LookupDBField("hi"), nullptr);
     EXPECT_EQ(takeLog(), "zarn - ERROR could not resolve link '/var/htmltext.db'\n"

@@ -28,8 +28,11 @@ static bool resolvePath(const char *path, char *resolved)
 // A resolved path as the device's own: without the root that stands before it.
 static const char *withoutRoot(const char *resolved)
 {
-    const size_t length = strlen(systemRoot);
-    const bool below = strncmp(resolved, systemRoot, length) == 0 && resolved[length] == '/';
+    char root[PATH_MAX];
+    if (!*systemRoot || !realpath(systemRoot, root))
+        return resolved;
+    const size_t length = strlen(root);
+    const bool below = strncmp(resolved, root, length) == 0 && resolved[length] == '/';
     return below ? resolved + length : resolved;
 }
 
@@ -106,7 +109,9 @@ const char *lookupDBField(const char *id)
 
 const char *Orv_Interpreter_LookupDBField(const char *id)
 {
-    const char *text = id ? lookupDBField(id) : nullptr;
+    if (!id)
+        return nullptr;
+    const char *text = lookupDBField(id);
     if (getTooltipVar() != 2 || !text)
         return text;
     snprintf(lookupBuf, MARK_CAPACITY, "-=%s {?%s?}=-", text, id);

@@ -14,6 +14,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
+
 #include "interface/process.h"
 
 static constexpr size_t HEADER_SIZE = 16;
@@ -122,7 +124,8 @@ const char *findMmapVar(const char *image, const char *key, int32_t *attribute)
         return nullptr;
     const Mapping *mapping = findMapping(image);
     // Bytes that were not mapped here are their owner's to vouch for.
-    const Image whole = {image, mapping ? mapping->length - HEADER_SIZE : SIZE_MAX / 2};
+    const Image whole = {image, mapping ? mapping->length - std::min(mapping->length, HEADER_SIZE)
+                                        : SIZE_MAX / 2};
     Node node;
     if (!readNode(whole, 0, &node))
         return nullptr;
@@ -143,8 +146,6 @@ static const char *mapWhole(int fd, size_t *length)
     if (fstat(fd, &status) != 0 || static_cast<uint64_t>(status.st_size) > SIZE_MAX)
         return nullptr;
     *length = static_cast<size_t>(status.st_size);
-    if (*length < HEADER_SIZE)
-        return nullptr;
     void *start = mmap(nullptr, *length, PROT_READ, MAP_SHARED, fd, 0);
     return start == MAP_FAILED ? nullptr : static_cast<const char *>(start);
 }

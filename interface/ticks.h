@@ -1,0 +1,15 @@
+/* interface/ticks.h - clock ticks in messages. */
+#ifndef ORV_INTERFACE_TICKS_H
+#define ORV_INTERFACE_TICKS_H
+
+#include <stdint.h>
+#include <time.h>
+
+/* The difference of two counts of ticks, 100 a second, in milliseconds. */
+inline unsigned long milliseconds(clock_t from, clock_t to)
+{
+    constexpr uint32_t millisecondsPerTick = 10;
+    return (static_cast<uint32_t>(to) - static_cast<uint32_t>(from)) * millisecondsPerTick;
+}
+
+#endif
