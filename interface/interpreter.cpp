@@ -32,7 +32,7 @@ Interpreter *Orv_Interpreter_Create(const InterpreterCallbacks *callbacks)
     *copy = *callbacks;
     made->callbacks = copy;
     made->tooltipMode = getTooltipVar();
-    if (made->tooltipMode != -1 && openLog())
+    if (made->tooltipMode != TOOLTIPS_NOT_SET && openLog())
         logMessage("zarn - $HTML_TOOLTIPS is set to %d\n", made->tooltipMode);
     return made;
 }

@@ -82,7 +82,7 @@ int32_t Orv_Interpreter_SetLog(int32_t fd)
 {
     if (fd == -1) {
         replaceLog(-1, nullptr);
-        return 0;
+        return ORV_OK;
     }
     const int copy = fcntl(fd, F_DUPFD_CLOEXEC, 0);
     char *buffer = static_cast<char *>(malloc(LOG_CAPACITY));
@@ -90,10 +90,10 @@ int32_t Orv_Interpreter_SetLog(int32_t fd)
         if (copy >= 0)
             close(copy);
         free(buffer);
-        return -1;
+        return ORV_FAILED;
     }
     replaceLog(copy, buffer);
-    return 0;
+    return ORV_OK;
 }
 
 // Reads the kernel command line into cmdlineBuf; returns whether there is any.
@@ -113,7 +113,7 @@ int32_t getTooltipVar()
     char *value = readCmdline() ? strstr(cmdlineBuf, switchKey) : nullptr;
     if (!value) {
         logMessage("zarn - $HTML_TOOLTIPS is not set!\n");
-        return -1;
+        return TOOLTIPS_NOT_SET;
     }
     value += sizeof switchKey - 1;
     if (*value)

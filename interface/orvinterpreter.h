@@ -26,6 +26,9 @@ extern "C" {
 #define ORV_API
 #endif
 
+/* Results of calls that do one thing or fail. */
+enum { ORV_OK = 0, ORV_FAILED = -1 };
+
 /* A handle. Made by Orv_Interpreter_Create, ended by Orv_Interpreter_Destroy. */
 typedef struct Interpreter Interpreter;
 
@@ -124,6 +127,13 @@ ORV_API int32_t Orv_Interpreter_Run(Interpreter *interpreter, const char *path, 
  * Returns 0. */
 ORV_API int32_t Orv_Interpreter_Destroy(Interpreter *interpreter);
 
+/* Results of Orv_Interpreter_SetVariable. */
+enum {
+    ORV_VARIABLE_SET = 0,
+    ORV_VARIABLE_REFUSED = -1,  /* a null argument, an empty name, or an element not stored */
+    ORV_VARIABLE_NO_MEMORY = -2 /* a plain variable that memory did not suffice for */
+};
+
 /* Sets a variable of the request, during a run or between runs.
  * name: a plain name, which hides a template's variable of that name until
  * Orv_Interpreter_ClearVariables; or array[index], an element of an array that
@@ -131,15 +141,14 @@ ORV_API int32_t Orv_Interpreter_Destroy(Interpreter *interpreter);
  * Orv_Interpreter_SetLanguage; a language that is not there changes nothing.
  * value: may be empty.
  *
- * Returns 0; -1 when an argument is null, a plain name is empty or an element
- * could not be stored; -2 when memory ran out. What was set before stays. */
+ * Returns an ORV_VARIABLE_ number. After a failure what was set before stays. */
 ORV_API int32_t Orv_Interpreter_SetVariable(Interpreter *interpreter, const char *name,
                                             const char *value);
 
 /* Removes the plain variables that were set by Orv_Interpreter_SetVariable.
  * Array elements and the templates' own variables stay.
  *
- * Returns 0, or -1 for a null handle. */
+ * Returns ORV_OK, or ORV_FAILED for a null handle. */
 ORV_API int32_t Orv_Interpreter_ClearVariables(Interpreter *interpreter);
 
 /* Chooses the text database of a language, for all handles of the process.
@@ -148,9 +157,9 @@ ORV_API int32_t Orv_Interpreter_ClearVariables(Interpreter *interpreter);
  * language, the file behind /var/htmltext.db. Without this call the first text
  * field chooses the latter.
  *
- * Returns 0 also when that file is in use already; -1 when the code does not
- * have two bytes, or the file is missing or cannot be mapped: the database in
- * use then stays in use. On a change, texts of the former database that
+ * Returns ORV_OK, also when that file is in use already; ORV_FAILED when the code
+ * does not have two bytes, or the file is missing or cannot be mapped: the
+ * database in use then stays in use. On a change, texts of the former database that
  * Orv_Interpreter_LookupDBField has returned are gone. */
 ORV_API int32_t Orv_Interpreter_SetLanguage(const char *code);
 
@@ -162,8 +171,8 @@ ORV_API int32_t Orv_Interpreter_SetLanguage(const char *code);
  * where it lies. An error loses what it loses without gathering, the rest of one
  * piece.
  *
- * Returns 0; -1 for a null handle, a negative number, while a run is in progress,
- * or when memory ran out, and then nothing has changed. */
+ * Returns ORV_OK; ORV_FAILED for a null handle, a negative number, while a run is
+ * in progress, or when memory ran out, and then nothing has changed. */
 ORV_API int32_t Orv_Interpreter_SetOutputBuffer(Interpreter *interpreter, int32_t bytes);
 #define ORV_HAS_OUTPUT_BUFFER 1
 
@@ -182,8 +191,8 @@ ORV_API const char *Orv_Interpreter_LookupDBField(const char *id);
  * one write. The log is the process's: Orv_Interpreter_Destroy of any handle
  * closes it, and an Orv_Interpreter_Create that opens the log file replaces it.
  *
- * Returns 0, or -1 when the descriptor cannot be duplicated or memory ran out;
- * then nothing has changed. */
+ * Returns ORV_OK, or ORV_FAILED when the descriptor cannot be duplicated or memory
+ * ran out; then nothing has changed. */
 ORV_API int32_t Orv_Interpreter_SetLog(int32_t fd);
 
 /* Put in front of each path that the library itself knows (/proc/cmdline,

@@ -66,12 +66,12 @@ void writePiece(std::string_view piece)
 int32_t Orv_Interpreter_SetOutputBuffer(Interpreter *interpreter, int32_t bytes)
 {
     if (!interpreter || inpr || bytes < 0)
-        return -1;
+        return ORV_FAILED;
     const auto capacity = static_cast<size_t>(bytes);
     char *block = nullptr;
     if (capacity > 0 && !(block = static_cast<char *>(calloc(1, capacity + capacity / 8 + 1))))
-        return -1;
+        return ORV_FAILED;
     free(interpreter->output.bytes);
     interpreter->output = {block, reinterpret_cast<uint8_t *>(block) + capacity, capacity, 0};
-    return 0;
+    return ORV_OK;
 }

@@ -27,7 +27,7 @@ static int32_t setElement(Interpreter *interpreter, const char *name, const char
     free(index);
     if (!stored && inpr)
         logNoMemory();
-    return stored ? 0 : -1;
+    return stored ? ORV_VARIABLE_SET : ORV_VARIABLE_REFUSED;
 }
 
 // Stores a plain variable in the list and, for reads, in the tree.
@@ -40,7 +40,7 @@ static int32_t setPlain(Interpreter *interpreter, const char *name, const char *
     interpreter->localVars = added->next;
     added->next = nullptr;
     destroyLocalVarList(&added);
-    return LOCALVAR_NO_MEMORY;
+    return ORV_VARIABLE_NO_MEMORY;
 }
 
 int32_t Orv_Interpreter_SetVariable(Interpreter *interpreter, const char *name, const char *value)
@@ -49,10 +49,10 @@ int32_t Orv_Interpreter_SetVariable(Interpreter *interpreter, const char *name, 
         if (inpr)
             logMessage("zarn - ERROR in Orv_Interpreter_SetVariable: "
                        "no valid interpreter-struct!\n");
-        return -1;
+        return ORV_VARIABLE_REFUSED;
     }
     if (!name || !value)
-        return -1;
+        return ORV_VARIABLE_REFUSED;
     logMessage("zarn - CGI-Variable set: %s=%s!\n", name, value);
     if (strcmp(name, "lang") == 0)
         Orv_Interpreter_SetLanguage(value);
@@ -69,9 +69,9 @@ int32_t Orv_Interpreter_ClearVariables(Interpreter *interpreter)
     if (!interpreter) {
         logMessage("zarn - ERROR in Orv_Interpreter_ClearVariables: "
                    "no valid interpreter-struct!\n");
-        return -1;
+        return ORV_FAILED;
     }
     destroyLocalVarList(&interpreter->localVars);
     destroyTree(&interpreter->localTree);
-    return 0;
+    return ORV_OK;
 }

@@ -182,9 +182,9 @@ static int32_t storeValue(string_view text)
 {
     zarn_lval.text = strndup(text.data(), text.size());
     if (zarn_lval.text)
-        return 0;
+        return TOKEN_VALUE_SET;
     logMessage("zarn - ERROR in dataToToken: NO MEMORY! (%s)\n", currentTemplate());
-    return -2;
+    return TOKEN_NO_MEMORY;
 }
 
 int32_t dataToToken(const char *text, int32_t cut)
@@ -195,7 +195,7 @@ int32_t dataToToken(const char *text, int32_t cut)
 // Returns token with text as its value, or drops it when there is no memory.
 static int valueToken(int token, string_view text)
 {
-    return storeValue(text) == 0 ? token : SCAN_ON;
+    return storeValue(text) == TOKEN_VALUE_SET ? token : SCAN_ON;
 }
 
 static int textToken(size_t length)

@@ -52,10 +52,13 @@ void destroyBuffer(ScanBuffer *buffer);
 /* Back to an empty first buffer of the first size, in page text. */
 void resetScanner();
 
+constexpr int32_t TOKEN_VALUE_SET = 0;
+constexpr int32_t TOKEN_NO_MEMORY = -2;
+
 extern "C" {
 /* Makes a copy of text the value of the token that is about to be returned;
- * with cut the copy ends before the first white space. Returns 0, or -2 when
- * memory ran out (logged). */
+ * with cut the copy ends before the first white space. Returns TOKEN_VALUE_SET,
+ * or TOKEN_NO_MEMORY (logged). */
 ORV_API int32_t dataToToken(const char *text, int32_t cut);
 }
 

@@ -58,7 +58,7 @@ int32_t Orv_Interpreter_SetLanguage(const char *code)
     const bool named = code && *code;
     if (named && strlen(code) != CODE_LENGTH) {
         logMessage("zarn - ERROR invalid language request for '%s'\n", code);
-        return -1;
+        return ORV_FAILED;
     }
     if (named)
         snprintf(path, sizeof path, "%s%s%s", languagePrefix, code, languageSuffix);
@@ -66,16 +66,16 @@ int32_t Orv_Interpreter_SetLanguage(const char *code)
         snprintf(path, sizeof path, "%s", defaultPath);
     if (!resolvePath(path, resolved)) {
         logMessage("zarn - ERROR could not resolve link '%s'\n", path);
-        return -1;
+        return ORV_FAILED;
     }
     if (strcmp(resolved, htmlDB.path) == 0)
-        return 0;
+        return ORV_OK;
     if (!useDatabase(resolved, code ? code : "")) {
         logMessage("zarn - ERROR database file %s not found for requested language '%s'\n",
                    withoutRoot(resolved), code ? code : "*default*");
-        return -1;
+        return ORV_FAILED;
     }
-    return 0;
+    return ORV_OK;
 }
 
 static bool openFallback()

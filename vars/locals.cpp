@@ -9,7 +9,7 @@
 int32_t insertLocalVar(LocalVar **head, const char *name, const char *value)
 {
     if (!name || !value || !*name)
-        return LOCALVAR_BAD_ARGUMENT;
+        return ORV_VARIABLE_REFUSED;
     auto *entry = static_cast<LocalVar *>(malloc(sizeof(LocalVar)));
     char *nameCopy = strdup(name);
     char *valueCopy = strdup(value);
@@ -17,11 +17,11 @@ int32_t insertLocalVar(LocalVar **head, const char *name, const char *value)
         free(entry);
         free(nameCopy);
         free(valueCopy);
-        return LOCALVAR_NO_MEMORY;
+        return ORV_VARIABLE_NO_MEMORY;
     }
     *entry = {nameCopy, valueCopy, *head};
     *head = entry;
-    return LOCALVAR_STORED;
+    return ORV_VARIABLE_SET;
 }
 
 const char *findLocalVar(const LocalVar *head, const char *name)

@@ -12,15 +12,9 @@ struct LocalVar {
     LocalVar *next;  // owned, the entry set before this one
 };
 
-enum : int32_t {
-    LOCALVAR_STORED = 0,
-    LOCALVAR_BAD_ARGUMENT = -1,
-    LOCALVAR_NO_MEMORY = -2,
-};
-
 extern "C" {
 /* Puts a copy of name and value in front of the list at *head. An earlier entry
- * of that name stays behind it. Returns a LOCALVAR_ result: bad argument for a
+ * of that name stays behind it. Returns an ORV_VARIABLE_ number: refused for a
  * null text or an empty name. After a failure the list is as before. */
 ORV_API int32_t insertLocalVar(LocalVar **head, const char *name, const char *value);
 
