@@ -50,14 +50,14 @@ void flushOutput()
 void writePiece(std::string_view piece)
 {
     OutputBuffer &buffer = inpr->output;
-    if (piece.empty())
-        return;
-    if (piece.size() > buffer.capacity - buffer.length)
+    if (piece.size() > buffer.capacity - buffer.length && buffer.length > 0)
         flushOutput();
     if (piece.size() > buffer.capacity) {
         writeOut(piece);
         return;
     }
+    if (piece.empty())
+        return;
     memcpy(buffer.bytes + buffer.length, piece.data(), piece.size());
     buffer.length += piece.size();
     buffer.ends[(buffer.length - 1) / 8] |= static_cast<uint8_t>(1U << (buffer.length - 1) % 8);

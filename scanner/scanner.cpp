@@ -150,13 +150,16 @@ static string_view without(string_view text, size_t length)
     return text;
 }
 
+// Bytes that are looked at together: few enough for a byte to count them, and a
+// multiple of what a vector holds.
+static constexpr size_t BLOCK = 64;
+
 static int32_t countLines(const char *at, size_t length)
 {
-    constexpr size_t block = 64;  // few enough for a byte to count, and a vector's multiple
     size_t lines = 0;
-    for (; length >= block; at += block, length -= block) {
+    for (; length >= BLOCK; at += BLOCK, length -= BLOCK) {
         uint8_t inBlock = 0;
-        for (size_t i = 0; i < block; ++i)
+        for (size_t i = 0; i < BLOCK; ++i)
             inBlock = static_cast<uint8_t>(inBlock + (at[i] == '\n'));
         lines += inBlock;
     }
@@ -331,26 +334,44 @@ static int endCommand(size_t length)
 
 // ---- page text and comments ----
 
+static bool endsText(const char *at)
+{
+    return at[0] == '<' && (at[1] == '<' || at[1] == '?');
+}
+
+// Offset of the first of length bytes that ends a run of page text together with
+// the byte behind it; length if none does.
+static size_t findTextEnd(const char *at, size_t length)
+{
+    size_t offset = 0;
+    for (; length - offset >= BLOCK; offset += BLOCK) {
+        uint8_t found = 0;
+        for (size_t i = 0; i < BLOCK; ++i) {
+            const char *here = at + offset + i;
+            found |= static_cast<uint8_t>((here[0] == '<') & ((here[1] == '<') | (here[1] == '?')));
+        }
+        if (found)
+            break;
+    }
+    while (offset < length && !endsText(at + offset))
+        ++offset;
+    return offset;
+}
+
 // Length of the run of page text: it ends before "<?", before a "<" that another
 // "<" follows, and before one that ends the template.
 static size_t textRun()
 {
     size_t length = 0;
     for (;;) {
-        const char *match = matchStart();
         const size_t read = bytesRead();
-        const void *bracket = length < read ? memchr(match + length, '<', read - length) : nullptr;
-        if (bracket) {
-            length = static_cast<size_t>(static_cast<const char *>(bracket) - match);
-            const int next = byteAt(length + 1);
-            if (next == END_OF_INPUT || next == '<' || next == '?')
-                return length;
-            length += 2;
-        } else {
-            length = std::max(length, read);
-            if (!refill())
-                return length;
-        }
+        const size_t pairs = read - length - 1;  // bytes with one behind them, read already
+        const size_t end = length + findTextEnd(matchStart() + length, pairs);
+        if (end < read - 1)
+            return end;
+        length = read - 1;
+        if (!refill())
+            return length + (matchStart()[length] != '<');
     }
 }
 

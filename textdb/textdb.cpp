@@ -7,6 +7,7 @@
  * calls: every mapping stands in the list of mappings with its length. */
 #include "textdb/textdb.h"
 
+#include <endian.h>
 #include <fcntl.h>
 #include <stdlib.h>
 #include <string.h>
@@ -21,6 +22,11 @@
 static constexpr size_t HEADER_SIZE = 16;
 static constexpr size_t NODE_SIZE = 8;
 
+// Of a record's second word.
+static constexpr uint32_t LABEL_BITS = 0x3FFFFFFF;
+static constexpr uint32_t SIBLING_BIT = 0x40000000;  // the next record is the next sibling
+static constexpr uint32_t ATTRIBUTE_BIT = 0x80000000;
+
 namespace
 {
 // A node record, taken apart.
@@ -28,7 +34,6 @@ struct Node {
     uint32_t firstChild;   // index, 0 for none
     uint32_t valueOffset;  // from the label's first byte, 0 for no value
     uint32_t label;        // offset of the label
-    bool hasSibling;       // the next record is its next sibling
     bool attribute;
 };
 
@@ -53,46 +58,52 @@ static const Mapping *findMapping(const char *image)
     return mapping;
 }
 
+// A little-endian word of the file, at any alignment.
 static uint32_t readWord(const char *at)
 {
-    uint32_t word = 0;
-    for (int i = 3; i >= 0; --i)
-        word = word << 8 | static_cast<unsigned char>(at[i]);
-    return word;
+    uint32_t word;
+    memcpy(&word, at, sizeof word);
+    return le32toh(word);
 }
 
-// Takes the record of that index apart. Returns whether it lies in the image.
-static bool readNode(const Image &image, size_t index, Node *node)
+static bool holdsNode(const Image &image, size_t index)
 {
-    if (index >= image.length / NODE_SIZE)
-        return false;
+    return index < image.length / NODE_SIZE;
+}
+
+// Takes the record of that index apart, which lies in the image.
+static Node readNode(const Image &image, size_t index)
+{
     const char *record = image.bytes + index * NODE_SIZE;
     const uint32_t links = readWord(record);
     const uint32_t strings = readWord(record + 4);
-    *node = {links & 0xFFFFF, links >> 20, strings & 0x3FFFFFFF, (strings >> 30 & 1) != 0,
-             strings >> 31 != 0};
-    return true;
+    return {links & 0xFFFFF, links >> 20, strings & LABEL_BITS, (strings & ATTRIBUTE_BIT) != 0};
 }
 
 // The last of the siblings from first on whose label does not begin with a byte
-// above c. False when there is none, or on the first record or label outside.
+// above c. Returns false when there is none, or a record or label on the way lies
+// outside the image.
 static bool chooseChild(const Image &image, size_t first, int c, Node *chosen)
 {
-    Node node;
-    bool found = false;
-    for (size_t index = first;; ++index) {
-        if (!readNode(image, index, &node))
+    size_t index = first;
+    for (;; ++index) {
+        if (!holdsNode(image, index))
             return false;
-        const int start = image.at(node.label);
+        const uint32_t strings = readWord(image.bytes + index * NODE_SIZE + 4);
+        const int start = image.at(strings & LABEL_BITS);
         if (start < 0)
             return false;
-        if (start > c)
-            return found;
-        *chosen = node;
-        found = true;
-        if (!node.hasSibling)
-            return true;
+        if (start > c) {
+            if (index == first)
+                return false;
+            --index;
+            break;
+        }
+        if (!(strings & SIBLING_BIT))
+            break;
     }
+    *chosen = readNode(image, index);
+    return true;
 }
 
 // Moves key behind the label at offset. False when key does not begin with it, or
@@ -126,9 +137,9 @@ const char *findMmapVar(const char *image, const char *key, int32_t *attribute)
     // Bytes that were not mapped here are their owner's to vouch for.
     const Image whole = {image, mapping ? mapping->length - std::min(mapping->length, HEADER_SIZE)
                                         : SIZE_MAX / 2};
-    Node node;
-    if (!readNode(whole, 0, &node))
+    if (!holdsNode(whole, 0))
         return nullptr;
+    Node node = readNode(whole, 0);
     while (node.valueOffset == 0 || *key) {
         if (node.firstChild == 0 ||
             !chooseChild(whole, node.firstChild, static_cast<unsigned char>(*key), &node) ||
