@@ -35,7 +35,8 @@ case ${1-} in
 esac
 need cmake:cmake ninja:ninja-build g++:g++ clang++:clang bison:bison sqlite3.h:libsqlite3-dev \
     sqlite3:sqlite3 msgfmt:gettext gettext-po.h:libgettextpo-dev gtest/gtest.h:libgtest-dev \
-    :libclang-rt-dev
+    :libclang-rt-dev :lighttpd curl:curl chromium:chromium chromedriver:chromium-driver tidy:tidy \
+    :python3
 run_tests test -DCMAKE_CXX_COMPILER=g++ -DCMAKE_C_COMPILER=gcc
 export UBSAN_OPTIONS=print_stacktrace=1
 run_tests test-sanitized -DCMAKE_CXX_COMPILER=clang++ -DCMAKE_C_COMPILER=clang \

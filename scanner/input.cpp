@@ -41,8 +41,7 @@ static const char *mapFile(const char *path, int fd, size_t *length)
     if (size < 0)
         return nullptr;
     *length = static_cast<size_t>(size);
-    // All of it will be read, and soon: one call is cheaper than a fault for each part.
-    void *start = mmap(nullptr, *length, PROT_READ, MAP_SHARED | MAP_POPULATE, fd, 0);
+    void *start = mmap(nullptr, *length, PROT_READ, MAP_SHARED, fd, 0);
     return start == MAP_FAILED ? nullptr : static_cast<const char *>(start);
 }
 

@@ -1,5 +1,5 @@
-/* tests/docs_test.cpp - renders every example of docs/templates.md, with the web
- * program and the files that its head describes. */
+/* tests/docs_test.cpp - renders every example of docs/templates.md and security.md,
+ * with the web program and the files that the head of the first describes. */
 #include <gtest/gtest.h>
 #include <fstream>
 #include <sstream>
@@ -21,9 +21,9 @@ static std::string readBlock(std::istream &document, int *line)
     return block.substr(0, block.size() - !block.empty());
 }
 
-static std::vector<Example> readExamples()
+static std::vector<Example> readExamples(const std::string &name)
 {
-    std::ifstream document(ORV_DOCS "/templates.md");
+    std::ifstream document(ORV_DOCS "/" + name);
     std::vector<Example> examples;
     int line = 0;
     for (std::string text; std::getline(document, text) && ++line;)
@@ -47,7 +47,13 @@ static std::string withoutNotices(const std::string &log)
     return kept;
 }
 
-TEST(Docs, ExamplesOfTheTemplateLanguage)
+class Docs : public testing::TestWithParam<const char *>
+{
+};
+
+INSTANTIATE_TEST_SUITE_P(Examples, Docs, testing::Values("templates.md", "security.md"));
+
+TEST_P(Docs, Examples)
 {
     static const TextEntry text[] = {{"greeting", "Good day", 0}};
     std::string database;
@@ -56,8 +62,8 @@ TEST(Docs, ExamplesOfTheTemplateLanguage)
     writeFile(folder + "/root/etc/htmltext_en.db", database);
     writeFile(folder + "/root/etc/htmltext.db", database);
     ASSERT_EQ(Orv_Interpreter_SetLanguage("en"), 0);
-    for (const auto &example : readExamples()) {
-        SCOPED_TRACE("docs/templates.md:" + std::to_string(example.line));
+    for (const auto &example : readExamples(GetParam())) {
+        SCOPED_TRACE(std::string(GetParam()) + ":" + std::to_string(example.line));
         Host host;
         host.files = {{"t.htm", example.text}, {"part.htm", "(part of <?echo $var:owner?>)"}};
         host.variables = {{"name", "Ann"}};
