@@ -36,8 +36,12 @@ QueryRow *createQueryRow(const char *text)
 // A copy of one row, in no list; null when memory ran out.
 static QueryRow *copyRow(const QueryRow *source)
 {
-    QueryRow *row = createQueryRow(nullptr);
+    auto *row = static_cast<QueryRow *>(malloc(sizeof(QueryRow)));
     const int32_t count = columnCount(source);
+    if (row) {
+        row->next = row->prev = nullptr;
+        row->count = 0;
+    }
     while (row && row->count < count) {
         const char *text = source->cols[row->count];
         row->cols[row->count] = strdup(text ? text : "");
