@@ -27,6 +27,8 @@ extern int zarn_nerrs;
 %{
 #define YYINITDEPTH 200
 #define YYMAXDEPTH 10000
+// A symbol stands where the first symbol of its rule does.
+#define YYLLOC_DEFAULT(symbol, parts, count) ((symbol) = YYRHSLOC(parts, (count) ? 1 : 0))
 %}
 
 %union {
