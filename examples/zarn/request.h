@@ -1,0 +1,69 @@
+/* examples/zarn/request.h - decodes what a request brings: form fields, cookies,
+ * languages, the page's name. Pure functions over untrusted bytes: they open
+ * nothing and keep nothing, and what they make is no larger than what they read. */
+#ifndef ZARN_REQUEST_H
+#define ZARN_REQUEST_H
+
+#include <stddef.h>
+#include <string>
+#include <string_view>
+#include <vector>
+
+// Limits of one request, in bytes unless said otherwise.
+inline constexpr size_t maxForm = 16384;
+inline constexpr size_t maxFieldName = 32;
+inline constexpr size_t maxFieldValue = 2048;
+inline constexpr size_t maxFields = 64;    // fields
+inline constexpr size_t maxLanguages = 16; // languages
+inline constexpr size_t maxPageName = 128;
+inline constexpr size_t tokenDigits = 32;
+
+struct FormField {
+    std::string name;  // letters and digits: neither an array element nor part of one
+    std::string value; // UTF-8 without a zero byte
+};
+
+/* Results of decodeForm. */
+enum FormResult { FORM_DONE, FORM_BAD, FORM_TOO_LARGE };
+
+/* Decodes a query string or a body of type application/x-www-form-urlencoded and
+ * sets fields to what it holds, in order.
+ *
+ * Returns FORM_BAD for a % without two hexadecimal digits, a name that is no
+ * variable's name, a zero byte, or a value that is not UTF-8; FORM_TOO_LARGE
+ * beyond a limit. No fields are left then. */
+FormResult decodeForm(std::string_view form, std::vector<FormField> &fields);
+
+/* Returns the last field of that name, borrowed from fields; null for none. */
+const std::string *findField(const std::vector<FormField> &fields, std::string_view name);
+
+/* Returns the value of the first cookie of that name in a Cookie header, a part of
+ * header; empty when there is none. */
+std::string_view findCookie(std::string_view header, std::string_view name);
+
+/* Returns the languages of an Accept-Language header, two small letters each and
+ * none twice, the most wanted first. Those refused by q=0 are left out. */
+std::vector<std::string> acceptedLanguages(std::string_view header);
+
+/* Whether text is two small letters. */
+bool isLanguage(std::string_view text);
+
+/* Whether path, relative to the document root, names a page: it ends in .htm, and
+ * its steps are made of letters, digits, '-', '_' and '.', with no '.' in front. */
+bool isPageName(std::string_view path);
+
+/* Whether a Content-Type header names the encoding of a form. */
+bool isFormType(std::string_view type);
+
+/* Sets *number to the number of a Content-Length header or a field, digits alone.
+ * Returns false when it is none; one beyond maxForm reads as maxForm + 1. */
+bool readNumber(std::string_view text, size_t *number);
+
+/* Whether text has the form of a token: tokenDigits small hexadecimal digits. */
+bool isToken(std::string_view text);
+
+/* Whether the form's token is a token and that of the cookie. Takes the same time
+ * wherever they differ. */
+bool isSameToken(std::string_view form, std::string_view cookie);
+
+#endif

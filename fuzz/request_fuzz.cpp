@@ -1,0 +1,82 @@
+/* fuzz/request_fuzz.cpp - what the demo site's web program makes of a request.
+ *
+ * The lines of an input are a form, a Cookie header, an Accept-Language header, a
+ * path, a Content-Length header and two tokens. */
+#include <algorithm>
+#include <cctype>
+#include <set>
+#include <sstream>
+
+#include "examples/zarn/request.h"
+#include "fuzz/fuzz.h"
+
+using std::string;
+
+// Every byte of the value as a % and two digits.
+static string encode(const FormField &field)
+{
+    string text = field.name + '=';
+    for (const char c : field.value) {
+        char escape[4];
+        snprintf(escape, sizeof escape, "%%%02X", static_cast<unsigned char>(c));
+        text += escape;
+    }
+    return text;
+}
+
+static void checkForm(const string &form)
+{
+    std::vector<FormField> fields{{"left", "over"}};
+    const FormResult result = decodeForm(form, fields);
+    MUST(result == FORM_DONE || fields.empty());
+    MUST(result != FORM_DONE || form.size() <= maxForm);
+    MUST(fields.size() <= maxFields);
+    size_t decoded = 0;
+    for (const FormField &field : fields) {
+        decoded += field.name.size() + field.value.size();
+        MUST(!field.name.empty() && field.name.size() <= maxFieldName);
+        MUST(std::all_of(field.name.begin(), field.name.end(), isalnum));
+        MUST(field.value.size() <= maxFieldValue && field.value.find('\0') == string::npos);
+        std::vector<FormField> again;
+        MUST(decodeForm(encode(field), again) == FORM_DONE && again.size() == 1);
+        MUST(again[0].name == field.name && again[0].value == field.value);
+        MUST(findField(fields, field.name) >= &field.value);
+    }
+    MUST(decoded <= form.size());
+}
+
+static void checkHeaders(const string &cookies, const string &languages)
+{
+    const std::string_view value = findCookie(cookies, "lang");
+    MUST(value.empty() ||
+         (value.data() - cookies.data() >= 5 && string(value.data() - 5, 5) == "lang=" &&
+          value.data() + value.size() <= cookies.data() + cookies.size()));
+    MUST(value.find(';') == string::npos);
+    const std::vector<string> codes = acceptedLanguages(languages);
+    MUST(codes.size() <= maxLanguages && codes.size() * 2 <= languages.size());
+    MUST(std::set<string>(codes.begin(), codes.end()).size() == codes.size());
+    MUST(std::all_of(codes.begin(), codes.end(), isLanguage));
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
+{
+    std::istringstream lines(string(reinterpret_cast<const char *>(data), size));
+    string line[7];
+    for (string &text : line)
+        std::getline(lines, text);
+    checkForm(line[0]);
+    checkHeaders(line[1], line[2]);
+    const string path = '/' + line[3];
+    MUST(!isPageName(line[3]) ||
+         (path.ends_with(".htm") && path.size() <= maxPageName + 1 &&
+          path.find("/.") == string::npos && path.find("//") == string::npos &&
+          path.find('\0') == string::npos));
+    size_t length;
+    const bool isNumber =
+        !line[4].empty() && line[4].find_first_not_of("0123456789") == string::npos;
+    MUST(readNumber(line[4], &length) == isNumber);
+    MUST(!isNumber ||
+         length == std::min<unsigned long>(strtoul(line[4].c_str(), nullptr, 10), maxForm + 1));
+    MUST(isSameToken(line[5], line[6]) == (line[5] == line[6] && isToken(line[5])));
+    return 0;
+}
