@@ -35,7 +35,7 @@ done <<END_OF_ROWS
 200 devices.htm?find=%3Cb%3E&sort=ip&page=99999999999999999999
 200 overview.htm?&&a&b=&a=1
 404 nothere.htm
-404 header.inc
+404 header.frm
 404 sub/../overview.htm/
 404 %2e%2e/%2e%2e/zarn/zarn.cpp
 405 overview.htm -X PUT

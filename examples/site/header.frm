@@ -17,6 +17,6 @@
 <a href="?lang=en" lang="en" hreflang="en"<?if eq {?site.lang?} en ` aria-current="true"`?>>English</a>
 <a href="?lang=de" lang="de" hreflang="de"<?if eq {?site.lang?} de ` aria-current="true"`?>>Deutsch</a>
 </nav>
-<?include menu.inc?></header>
+<?include menu.frm?></header>
 <main id="main">
 <h1><?print $var:page[title]?></h1>
