@@ -1,6 +1,7 @@
 #!/bin/bash
 # test.sh - builds with warnings as errors and runs all tests, twice: plain with
 # g++, and with clang++ under the address, undefined-behaviour and leak sanitizers.
+# The fuzz targets run over their corpora in both.
 set -euo pipefail
 cd "$(dirname "$0")"
 # shellcheck source=tools/setup.sh
@@ -8,36 +9,64 @@ cd "$(dirname "$0")"
 
 usage() {
     cat <<'END'
-Usage: ./test.sh
+Usage: ./test.sh [OPTION]
 Builds in build/test and build/test-sanitized, and runs all tests.
+
+  --fuzz SECONDS  run each fuzz target for that long instead; what it finds is
+                  left in build/fuzz
+  --cross         build for foreign machines and run the tests there instead
+  --help          print this text
 END
 }
 
-# run_tests FOLDER OPTION... - configures, builds and tests in build/FOLDER.
-run_tests() {
-    local build=build/$1
-    shift
-    cmake -S . -B "$build" -G Ninja -DORV_WERROR=ON "$@"
-    cmake --build "$build"
-    ctest --test-dir "$build" --output-on-failure -j "$(nproc)"
+sanitized=(-DCMAKE_CXX_COMPILER=clang++ -DCMAKE_C_COMPILER=clang -DORV_FUZZ=ON
+    -DCMAKE_BUILD_TYPE=RelWithDebInfo
+    -DORV_SANITIZE=fuzzer-no-link,address,undefined)
+export UBSAN_OPTIONS=print_stacktrace=1
+
+# build_in FOLDER OPTION... - configures and builds in build/FOLDER.
+build_in() {
+    cmake -S . -B "build/$1" -G Ninja -DORV_WERROR=ON "${@:2}"
+    cmake --build "build/$1"
 }
 
+run_tests() {
+    build_in "$@"
+    ctest --test-dir "build/$1" --output-on-failure -j "$(nproc)"
+}
+
+# fuzz SECONDS - each target in turn, from its corpus and what it has found before.
+fuzz() {
+    local target name found
+    build_in test-sanitized "${sanitized[@]}"
+    for target in fuzz/*_fuzz.cpp; do
+        name=$(basename "$target" _fuzz.cpp)
+        found=$PWD/build/fuzz/$name
+        mkdir -p "$found/corpus"
+        local options=(-max_total_time="$1" -timeout=20 -artifact_prefix="$found/")
+        [[ ! -e fuzz/$name.dict ]] || options+=(-dict="$PWD/fuzz/$name.dict")
+        "build/test-sanitized/fuzz/${name}_fuzz" "${options[@]}" "$found/corpus" \
+            "fuzz/corpus/$name" 2>&1 | tee "$found/log"
+    done
+}
+
+need cmake:cmake ninja:ninja-build g++:g++ clang++:clang bison:bison sqlite3.h:libsqlite3-dev \
+    sqlite3:sqlite3 msgfmt:gettext gettext-po.h:libgettextpo-dev gtest/gtest.h:libgtest-dev \
+    :libclang-rt-dev :lighttpd curl:curl chromium:chromium chromedriver:chromium-driver tidy:tidy \
+    :python3
 case ${1-} in
-'') ;;
---help)
-    usage
-    exit
+'')
+    run_tests test -DCMAKE_CXX_COMPILER=g++ -DCMAKE_C_COMPILER=gcc -DORV_FUZZ=ON
+    run_tests test-sanitized "${sanitized[@]}"
     ;;
+--fuzz)
+    [[ ${2-} =~ ^[0-9]+$ ]] || { usage >&2 && exit 2; }
+    fuzz "$2"
+    ;;
+--cross) exec tools/cross.sh ;;
+--help) usage ;;
 *)
     usage >&2
     exit 2
     ;;
 esac
-need cmake:cmake ninja:ninja-build g++:g++ clang++:clang bison:bison sqlite3.h:libsqlite3-dev \
-    sqlite3:sqlite3 msgfmt:gettext gettext-po.h:libgettextpo-dev gtest/gtest.h:libgtest-dev \
-    :libclang-rt-dev :lighttpd curl:curl chromium:chromium chromedriver:chromium-driver tidy:tidy \
-    :python3
-run_tests test -DCMAKE_CXX_COMPILER=g++ -DCMAKE_C_COMPILER=gcc
-export UBSAN_OPTIONS=print_stacktrace=1
-run_tests test-sanitized -DCMAKE_CXX_COMPILER=clang++ -DCMAKE_C_COMPILER=clang \
-    -DCMAKE_BUILD_TYPE=RelWithDebInfo -DORV_SANITIZE=address,undefined

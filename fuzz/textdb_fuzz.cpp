@@ -27,33 +27,33 @@ extern "C" size_t LLVMFuzzerMutate(uint8_t *data, size_t size, size_t maxSize);
 extern "C" size_t LLVMFuzzerCustomMutator(uint8_t *data, size_t size, size_t maxSize,
                                           unsigned seed);
 
-// Looks key up in the mapped file, whose size is that of the image and a header.
-static const char *find(const char *image, size_t size, const std::string &key)
+// Looks key up in the mapped file, which ends at end.
+static const char *find(const char *image, const char *end, const std::string &key)
 {
     int32_t attribute = -1;
     const char *text = findMmapVar(image, key.c_str(), &attribute);
     if (!text)
         return nullptr;
     MUST(attribute == 0 || attribute == 1);
-    MUST(text >= image && text < image + (size - HEADER_SIZE));
-    MUST(memchr(text, 0, static_cast<size_t>(image + (size - HEADER_SIZE) - text)));
+    MUST(text >= image && text < end && memchr(text, 0, static_cast<size_t>(end - text)));
     return text;
 }
 
-static void check(const char *image, std::string_view file, const std::string &keys)
+static void check(const char *image, const char *end, std::string_view file,
+                  const std::string &keys)
 {
     std::map<std::string, std::string> texts;
     const bool sound = checkTextDb(file).faults.empty();
     if (sound)
         walkTextDb(file, [&](auto id, auto text) { texts[std::string(id)] = text; });
     for (const auto &[id, text] : texts) {
-        const char *found = find(image, file.size(), id);
+        const char *found = find(image, end, id);
         MUST(found && found == text);
     }
     std::istringstream stream(keys);
     for (std::string key; std::getline(stream, key, ' ');) {
         key.resize(strlen(key.c_str()));
-        const char *found = find(image, file.size(), key);
+        const char *found = find(image, end, key);
         MUST(!sound || (found != nullptr) == (texts.count(key) == 1));
     }
 }
@@ -70,15 +70,15 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 
     const char *image;
     const int32_t fd = loadMmapTree(path.c_str(), &image);
-    MUST((fd >= 0) == (file.size() >= HEADER_SIZE) && (fd >= 0) == (image != nullptr));
+    MUST((fd >= 0) == !file.empty() && (fd >= 0) == (image != nullptr));
     MUST(!findMmapVar(nullptr, "a", nullptr));
     if (fd < 0)
         return 0;
     const auto pageSize = static_cast<size_t>(sysconf(_SC_PAGESIZE));
-    const char *end = image + (file.size() - HEADER_SIZE);
+    const char *end = image - HEADER_SIZE + file.size();
     [[maybe_unused]] const size_t behind = (pageSize - file.size() % pageSize) % pageSize;
     ASAN_POISON_MEMORY_REGION(end, behind);
-    check(image, file, std::string(input.substr(0, line)));
+    check(image, end, file, std::string(input.substr(0, line)));
     ASAN_UNPOISON_MEMORY_REGION(end, behind);
     unloadMmapTree(path.c_str(), fd, &image);
     MUST(!image && fcntl(fd, F_GETFD) == -1);
