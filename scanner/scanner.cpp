@@ -79,7 +79,7 @@ static constexpr size_t LETTERS = 26;
 
 static constexpr bool takesIf(const CommandDef &row)
 {
-    return string_view(row.words).starts_with(optionalWord);
+    return string_view(row.words, sizeof optionalWord - 1) == optionalWord;
 }
 
 static constexpr const char *wordsOf(const CommandDef &row)

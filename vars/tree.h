@@ -46,7 +46,8 @@ ORV_API VarNode *insertVar(VarNode **root, const char *key, const char *value, u
  * its shortest form (007 is 7, the empty text is 0); any other text is taken as
  * it is, and moves the bounds only as the first element. flags: as insertVar's.
  *
- * Returns as insertVar does. */
+ * Returns as insertVar does. A bound that memory does not suffice for is left as
+ * it was, or missing. */
 ORV_API VarNode *insertArray(VarNode **root, const char *name, const char *index,
                              const char *value, uint32_t flags);
 
