@@ -46,7 +46,7 @@ fuzz() {
         local options=(-max_total_time="$1" -timeout=20 -artifact_prefix="$found/")
         [[ ! -e fuzz/$name.dict ]] || options+=(-dict="$PWD/fuzz/$name.dict")
         "build/test-sanitized/fuzz/${name}_fuzz" "${options[@]}" "$found/corpus" \
-            "fuzz/corpus/$name" 2>&1 | tee "$found/log"
+            "$PWD/fuzz/corpus/$name" 2>&1 | tee "$found/log"
     done
 }
 
