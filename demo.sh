@@ -40,10 +40,11 @@ build_programs() {
     cmake --build "$build" --target orv-render orv-textdb zarn >&2
 }
 
-# render PAGE LANG
+# render PAGE LANG TOOLTIPS
 render() {
     local options=(--docroot "$site" --db "$data/router.db" --root "$data/root")
     [[ -z $2 ]] || options+=(--lang "$2")
+    [[ -z $3 ]] || options+=(--tooltips "$3")
     "$build/tools/orv-render" "${options[@]}" "$1"
 }
 
@@ -86,5 +87,5 @@ if [[ -n $serve ]]; then
     exec tools/serve.sh "$build" "$port"
 fi
 build_programs
-tools/site-data.sh "$build" "$data" "$tooltips"
-render "${page:-overview.htm}" "$lang"
+tools/site-data.sh "$build" "$data"
+render "${page:-overview.htm}" "$lang" "$tooltips"

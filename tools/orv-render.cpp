@@ -17,16 +17,23 @@
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <algorithm>
+#include <filesystem>
+#include <fstream>
 #include <new>
 #include <string_view>
 
 using std::string_view;
+
+namespace fs = std::filesystem;
 
 // Exit statuses.
 enum { PAGE_WHOLE = 0, PAGE_WITH_PROBLEMS = 1, NO_PAGE = 2, PAGE_BROKEN_OFF = 3 };
 
 // A message of the interpreter is cut at this many bytes, then without line end.
 static constexpr size_t maxMessage = 499;
+
+// Bytes of the page that are written together.
+static constexpr int32_t outputBuffer = 16384;
 
 static constexpr char helpText[] =
     "Usage: orv-render [OPTION]... TEMPLATE\n"
@@ -41,7 +48,10 @@ static constexpr char helpText[] =
     "  --error TEXT             the error that the page's error commands find\n"
     "  --db FILE                answer queries from this SQLite database, read-only;\n"
     "                           :NAME in a query stands for the request variable\n"
+    "  --tooltips MODE          mark texts for translators: 1 as tooltips, 2 also in\n"
+    "                           attributes and scripts\n"
     "  --output FILE            write the page to FILE\n"
+    "  --unbuffered             write each piece of the page at once, not together\n"
     "  --log                    print the diagnostics on standard error\n"
     "  --help, --version        print this text, or the version\n"
     "\n"
@@ -55,9 +65,11 @@ struct Options {
     const char *lang = nullptr;
     const char *error = nullptr;
     const char *db = nullptr;
+    const char *tooltips = nullptr;
     const char *output = nullptr;
     const char *page = nullptr;
     bool log = false;
+    bool gathers = true;
     std::vector<char *> variables; // NAME=VALUE each
 };
 
@@ -91,7 +103,9 @@ static int readOptions(int argc, char **argv, Options &options)
         {"lang", required_argument, nullptr, 'l'},
         {"error", required_argument, nullptr, 'e'},
         {"db", required_argument, nullptr, 'q'},
+        {"tooltips", required_argument, nullptr, 't'},
         {"output", required_argument, nullptr, 'o'},
+        {"unbuffered", no_argument, nullptr, 'u'},
         {"log", no_argument, nullptr, 'g'},
         {"help", no_argument, nullptr, 'h'},
         {"version", no_argument, nullptr, 'v'},
@@ -120,8 +134,16 @@ static int readOptions(int argc, char **argv, Options &options)
         case 'q':
             options.db = optarg;
             break;
+        case 't':
+            if (strcmp(optarg, "1") != 0 && strcmp(optarg, "2") != 0)
+                return fail("--tooltips needs 1 or 2, not '%s'", optarg);
+            options.tooltips = optarg;
+            break;
         case 'o':
             options.output = optarg;
+            break;
+        case 'u':
+            options.gathers = false;
             break;
         case 'g':
             options.log = true;
@@ -268,7 +290,8 @@ static bool writePage(int startDir, const char *output, int page)
 static int runPage(Host &host, const Options &options, int page, int log)
 {
     Interpreter *interpreter = Orv_Interpreter_Create(&hostCallbacks);
-    if (!interpreter || (log >= 0 && Orv_Interpreter_SetLog(log) != 0)) {
+    if (!interpreter || (log >= 0 && Orv_Interpreter_SetLog(log) != 0) ||
+        Orv_Interpreter_SetOutputBuffer(interpreter, options.gathers ? outputBuffer : 0) != 0) {
         Orv_Interpreter_Destroy(interpreter);
         return fail("out of memory");
     }
@@ -311,11 +334,47 @@ static int renderPage(Host &host, const Options &options, int startDir)
     return status;
 }
 
+/* A root of our own with a kernel command line that asks for tooltips, and links
+ * to the texts of the real one. It is gone with the record. */
+struct TooltipRoot {
+    std::string path;
+
+    ~TooltipRoot()
+    {
+        std::error_code ignored;
+        if (!path.empty())
+            fs::remove_all(path, ignored);
+    }
+};
+
+/* Returns whether the root could be made; errno tells why not. */
+static bool makeTooltipRoot(TooltipRoot &made, const char *root, const char *mode)
+{
+    std::error_code error;
+    std::string path = (fs::temp_directory_path(error) / "orv-render-XXXXXX").string();
+    if (error || !mkdtemp(path.data()))
+        return false;
+    made.path = path;
+    for (const char *folder : {"/proc", "/var"})
+        if (!fs::create_directory(path + folder, error))
+            return false;
+    for (const char *file : {"/etc", "/var/htmltext.db"}) {
+        fs::create_symlink(std::string(root) + file, path + file, error);
+        if (error)
+            return false;
+    }
+    std::ofstream cmdline(path + "/proc/cmdline");
+    cmdline << "tooltip=" << mode << '\n';
+    cmdline.close();
+    return !cmdline.fail();
+}
+
 /* Resolves what is relative to the caller's directory, then enters the document
  * root and renders. */
 static int run(const Options &options, bool hasStandardOutput)
 {
     static char root[PATH_MAX]; // systemRoot must outlive the interpreter
+    static TooltipRoot tooltipRoot;
     Host host;
     host.program = "orv-render";
     host.error = options.error;
@@ -325,6 +384,11 @@ static int run(const Options &options, bool hasStandardOutput)
     if (options.root && !realpath(options.root, root))
         return fail("cannot use root '%s': %s", options.root, strerror(errno));
     systemRoot = root;
+    if (options.tooltips) {
+        if (!makeTooltipRoot(tooltipRoot, root, options.tooltips))
+            return fail("cannot make a folder for --tooltips: %s", strerror(errno));
+        systemRoot = tooltipRoot.path.c_str();
+    }
     int status = NO_PAGE;
     if (hostOpen(host, options.docRoot, options.db)) {
         if (options.lang && Orv_Interpreter_SetLanguage(options.lang) != 0)
