@@ -37,7 +37,8 @@ static float difference(const char *a, const char *b)
     volatile const float left = static_cast<float>(strtod(a, &endOfA));
     volatile const float right = static_cast<float>(strtod(b, &endOfB));
     const bool numeric = *a && *b && !*endOfA && !*endOfB;
-    volatile const float result = numeric ? left - right : static_cast<float>(strcmp(a, b));
+    const int order = strcmp(a, b);
+    volatile const float result = numeric ? left - right : static_cast<float>(order);
     return result;
 }
 

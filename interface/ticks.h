@@ -9,7 +9,9 @@
 inline unsigned long milliseconds(clock_t from, clock_t to)
 {
     constexpr uint32_t millisecondsPerTick = 10;
-    return (static_cast<uint32_t>(to) - static_cast<uint32_t>(from)) * millisecondsPerTick;
+    const uint32_t ticks = static_cast<uint32_t>(to) - static_cast<uint32_t>(from);
+    const uint32_t result = ticks * millisecondsPerTick;
+    return result;
 }
 
 #endif

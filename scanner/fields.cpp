@@ -97,10 +97,14 @@ static void followContext(const Refill &refill)
 // The end of the field that begins at scanPos, behind its "?}"; null when it is none.
 static const char *fieldEnd(const Refill &refill)
 {
-    const char *at = refill.scanPos + 2;
-    while (at < refill.limit && idCharacters[static_cast<unsigned char>(*at)])
-        ++at;
-    return refill.limit - at >= 2 && at[0] == '?' && at[1] == '}' ? at + 2 : nullptr;
+    const string_view rest(refill.scanPos + 2,
+                           static_cast<size_t>(refill.limit - refill.scanPos) - 2);
+    size_t length = 0;
+    while (length < rest.size() && idCharacters[static_cast<unsigned char>(rest[length])])
+        ++length;
+    const bool closed =
+        rest.size() - length >= 2 && rest[length] == '?' && rest[length + 1] == '}';
+    return closed ? rest.data() + length + 2 : nullptr;
 }
 
 // The text in the mark for translators that the tooltip mode asks for here.

@@ -55,12 +55,12 @@ int32_t Orv_Interpreter_SetLanguage(const char *code)
 {
     char path[127];
     char resolved[PATH_MAX];
-    const bool named = code && *code;
-    if (named && strlen(code) != CODE_LENGTH) {
+    const size_t length = code ? strlen(code) : 0;
+    if (length != 0 && length != CODE_LENGTH) {
         logMessage("zarn - ERROR invalid language request for '%s'\n", code);
         return ORV_FAILED;
     }
-    if (named)
+    if (length != 0)
         snprintf(path, sizeof path, "%s%s%s", languagePrefix, code, languageSuffix);
     else
         snprintf(path, sizeof path, "%s", defaultPath);

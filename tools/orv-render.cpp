@@ -222,7 +222,7 @@ static bool tellsOfProblem(string_view message)
         return false;
     size_t first = string_view::npos;
     bool isProblem = false;
-    for (auto &row : marks) {
+    for (const auto &row : marks) {
         size_t at = message.find(row.mark);
         if (at < first) {
             first = at;

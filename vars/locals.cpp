@@ -19,7 +19,9 @@ int32_t insertLocalVar(LocalVar **head, const char *name, const char *value)
         free(valueCopy);
         return ORV_VARIABLE_NO_MEMORY;
     }
-    *entry = {nameCopy, valueCopy, *head};
+    entry->name = nameCopy;
+    entry->value = valueCopy;
+    entry->next = *head;
     *head = entry;
     return ORV_VARIABLE_SET;
 }

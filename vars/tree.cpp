@@ -254,7 +254,7 @@ static VarNode *insertFirst(VarNode **root, const char *name, const char *indexT
     auto *key = static_cast<char *>(malloc(nameLength + indexLength + 2));
     if (!key)
         return nullptr;
-    memcpy(key, name, nameLength);
+    memcpy(key, name, nameLength + 1);
     memcpy(key + nameLength, indexText, indexLength + 1);
     const StoreResult stored = store(root, key, value, flags);
     VarNode *node = nullptr;
