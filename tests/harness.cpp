@@ -1,20 +1,21 @@
 /* tests/harness.cpp - a web program for the tests, and their main. */
 #include "tests/harness.h"
 
-#include <dirent.h>
 #include <errno.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/mman.h>
-#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
 #include <filesystem>
 #include <fstream>
-#include <sstream>
+#include <regex>
+
+#include "exec/exec.h"
+#include "interface/process.h"
 
 static Host *current;
 static std::vector<std::string> pieces;
@@ -49,7 +50,7 @@ void writeFile(const std::string &path, const std::string &content)
 static int32_t openFile(Interpreter *, const char *path)
 {
     current->calls.push_back(std::string("open ") + path);
-    return open(path, O_RDONLY);
+    return current->onOpen ? current->onOpen(path) : open(path, O_RDONLY);
 }
 
 static QueryRow *makeRows(const Rows &rows)
@@ -67,17 +68,6 @@ static QueryRow *makeRows(const Rows &rows)
     return last;
 }
 
-static void freeRows(QueryRow *row)
-{
-    while (row) {
-        QueryRow *prev = row->prev;
-        for (int32_t i = 0; i < row->count; ++i)
-            free(row->cols[i]);
-        free(row);
-        row = prev;
-    }
-}
-
 static QueryRow *kept;  // of the latest query, when they stay the host's
 
 static int32_t answer(Interpreter *interpreter, int32_t mode, const char *query, QueryRow **rows,
@@ -91,7 +81,7 @@ static int32_t answer(Interpreter *interpreter, int32_t mode, const char *query,
         *rows = makeRows(found->second);
         *owned = current->handOver;
         if (!current->handOver) {
-            freeRows(kept);
+            freeQueryRows(&kept);
             kept = *rows;
         }
     }
@@ -131,16 +121,6 @@ std::string takeLog()
     return log;
 }
 
-std::string withoutTimes(const std::string &log)
-{
-    std::string kept_lines;
-    std::istringstream lines(log);
-    for (std::string line; std::getline(lines, line);)
-        if (line.find(" HTML-Text-Fields parsed") == std::string::npos)
-            kept_lines += line + (lines.eof() ? "" : "\n");
-    return kept_lines;
-}
-
 Outcome runHandle(Interpreter *interpreter, const std::string &path)
 {
     pieces.clear();
@@ -149,7 +129,8 @@ Outcome runHandle(Interpreter *interpreter, const std::string &path)
     outcome.pieces = pieces;
     for (const auto &piece : pieces)
         outcome.page += piece;
-    outcome.log = withoutTimes(takeLog());
+    static const std::regex times("zarn - [^\n]* HTML-Text-Fields parsed\n");
+    outcome.log = std::regex_replace(takeLog(), times, "");
     return outcome;
 }
 
@@ -162,13 +143,12 @@ Outcome render(Host &host, const std::string &path)
     Orv_Interpreter_SetLog(logTarget());
     EXPECT_EQ(Orv_Interpreter_SetOutputBuffer(interpreter, gatheredBytes), 0);
     const size_t descriptors = openDescriptors();
-    const size_t mappings = mappedFiles();
+    const size_t mapped = mappedFiles();
     const Outcome outcome = runHandle(interpreter, path);
     EXPECT_EQ(openDescriptors(), descriptors);
-    EXPECT_EQ(mappedFiles(), mappings);
+    EXPECT_EQ(mappedFiles(), mapped);
     Orv_Interpreter_Destroy(interpreter);
-    freeRows(kept);
-    kept = nullptr;
+    freeQueryRows(&kept);
     return outcome;
 }
 
@@ -179,26 +159,33 @@ Outcome renderText(const std::string &text)
     return render(host);
 }
 
-size_t openDescriptors()
+size_t openDescriptors(bool databases)
 {
     size_t count = 0;
-    DIR *entries = opendir("/proc/self/fd");
-    while (const dirent *entry = readdir(entries)) {
-        char target[4096] = "";
-        static_cast<void>(!readlinkat(dirfd(entries), entry->d_name, target, sizeof target - 1));
-        count += strstr(target, ".db") == nullptr;
+    std::error_code closed;
+    for (const auto &entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+        const std::string target = std::filesystem::read_symlink(entry, closed);
+        count += databases || target.find(".db") == std::string::npos;
     }
-    closedir(entries);
     return count;
 }
 
-size_t mappedFiles()
+size_t mappedFiles(bool databases)
 {
     size_t count = 0;
     std::ifstream maps("/proc/self/maps");
     for (std::string line; std::getline(maps, line);)
-        count += line.find(folder) != std::string::npos && line.find(".db") == std::string::npos;
+        count += line.find(folder) != std::string::npos &&
+                 (databases || line.find(".db") == std::string::npos);
     return count;
+}
+
+void forgetTexts()
+{
+    for (TextDatabase *db : {&htmlDB, &htmlFallbackDB}) {
+        unloadMmapTree(db->path, db->fd, &db->image);
+        *db = {};
+    }
 }
 
 std::string repeated(const std::string &text, size_t times)

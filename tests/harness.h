@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "interface/orvinterpreter.h"
+#include "tools/textdb_file.h"
 
 constexpr int32_t pageFd = 1 << 20;  // no real descriptor
 
@@ -27,6 +28,7 @@ struct Host {
     std::string error;                  // for fError, empty for none
     bool handOver = true;               // rows pass to the interpreter
     std::function<void(Interpreter *, const std::string &)> onQuery;
+    std::function<int(const std::string &)> onOpen;  // in the place of open()
     std::vector<std::string> calls;     // what the callbacks were asked
 };
 
@@ -51,12 +53,23 @@ void writeFile(const std::string &path, const std::string &content);
 extern const InterpreterCallbacks hostCallbacks;
 void useHost(Host *host);
 Outcome runHandle(Interpreter *interpreter, const std::string &path = "t.htm");
-std::string withoutTimes(const std::string &log);
 
-/* Descriptors and mappings of the process, to see that nothing stays; text
- * databases, which do, are left out. */
-size_t openDescriptors();
-size_t mappedFiles();
+/* Descriptors and mappings of the process, to see that nothing stays, with or
+ * without those of text databases, which do until forgetTexts(). */
+size_t openDescriptors(bool databases = false);
+size_t mappedFiles(bool databases = false);
+void forgetTexts();
+
+/* The text database file of these ids and texts. */
+inline std::string database(const std::map<std::string, std::string> &texts)
+{
+    std::vector<TextEntry> entries;
+    for (const auto &[id, text] : texts)
+        entries.push_back({id, text, 0});
+    std::string file;
+    size_t culprit;
+    return buildTextDb(entries, &file, &culprit) ? "" : file;
+}
 
 /* What becomes of the next writes to the page: at most so many bytes each
  * (0: no limit); errors before each, as errno values. */

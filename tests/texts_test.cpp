@@ -4,83 +4,43 @@
 #include <unistd.h>
 
 #include <filesystem>
-#include <map>
 #include <random>
 
 #include "interface/process.h"
 #include "tests/harness.h"
-#include "tools/textdb_file.h"
-
-namespace
-{
-using TextMap = std::map<std::string, std::string>;
-
-std::string database(const TextMap &texts)
-{
-    std::vector<TextEntry> entries;
-    for (const auto &[id, text] : texts)
-        entries.push_back({id, text, 0});
-    std::string file;
-    size_t culprit;
-    EXPECT_EQ(buildTextDb(entries, &file, &culprit), nullptr);
-    return file;
-}
-
-void forget(TextDatabase *db)
-{
-    unloadMmapTree(db->path, db->fd, &db->image);
-    *db = {};
-}
 
 // A device with English as its own language, German, and a fallback.
 class TextFields : public testing::Test
 {
 protected:
+    const std::string longText = std::string(20000, 'x');
+
     void SetUp() override
     {
-        const std::string root = folder + "/root";
-        const std::string longText(20000, 'x');
-        writeFile(root + "/etc/htmltext_en.db",
-                  database({{"hi", "hello"},
-                            {"a.b_c:d", "all"},
-                            {"", "empty"},
-                            {"none", ""},
+        writeFile("root/etc/htmltext_en.db",
+                  database({{"hi", "hello"}, {"a.b_c:d", "all"}, {"", "empty"}, {"none", ""},
                             {"cmd", "<?echo 1?>{?hi?}"},
                             {"long", "<?setvariable var:lang de?>" + longText + "{?hi?}"},
                             {"incl", "<?include b.htm?>" + longText + "<?echo y?>"},
                             {std::string(128, 'i'), "128"}}));
-        writeFile(root + "/etc/htmltext_de.db", database({{"hi", "hallo"}, {"long", "lang"}}));
-        writeFile(root + "/etc/htmltext_xx.db", "");
-        writeFile(root + "/etc/htmltext.db", database({{"old", "fallback"}}));
-        writeFile(root + "/var/x", "");
-        std::filesystem::remove(root + "/var/htmltext.db");
-        std::filesystem::create_symlink("../etc/htmltext_en.db", root + "/var/htmltext.db");
+        writeFile("root/etc/htmltext_de.db", database({{"hi", "hallo"}, {"long", "lang"}}));
+        writeFile("root/etc/htmltext_xx.db", "");
+        writeFile("root/etc/htmltext.db", database({{"old", "fallback"}}));
+        writeFile("root/var/x", "");
+        symlink("../etc/htmltext_en.db", "root/var/htmltext.db");
     }
     void TearDown() override
     {
-        unlink((folder + "/root/proc/cmdline").c_str());
-        forget(&htmlDB);
-        forget(&htmlFallbackDB);
+        std::filesystem::remove_all("root");
+        forgetTexts();
     }
 };
 
-struct FieldRow {
-    std::string text;
-    std::string page;
-    std::string log;
-};
-
-std::string missing(const std::string &id)
-{
-    return "zarn - Fallback for DB-Field {?" + id + "?}\nt.htm: WARNING - HTML-Text entry {?" + id +
-           "?} not found in database\n";
-}
-} // namespace
-
 TEST_F(TextFields, FieldsAreReplaced)
 {
-    const std::string x20000(20000, 'x');
-    const FieldRow rows[] = {
+    const struct {
+        std::string text, page, log;
+    } rows[] = {
         {"{?hi?}{?a.b_c:d?}{??}[{?none?}]{?old?}", "helloallempty[]fallback",
          "zarn - Language entries not found for current language. "
          "Fallback database (/etc/htmltext.db) successfully opened\n"
@@ -89,17 +49,16 @@ TEST_F(TextFields, FieldsAreReplaced)
         {"{?hi", "{?hi", ""},
         {"{?hi?", "{?hi?", ""},
         {"{?", "{?", ""},
-        {"[{?gone?}]", "[]", missing("gone")},
+        {"[{?gone?}]", "[]",
+         "zarn - Fallback for DB-Field {?gone?}\n"
+         "t.htm: WARNING - HTML-Text entry {?gone?} not found in database\n"},
         {"{?cmd?}", "1{?hi?}", ""},
         {"<?echo '{?hi?}'?>", "hello", ""},
         {"{?" + std::string(129, 'i') + "?}", "128", ""},
-        {"{?hi?} {?long?}|{?hi?}", "hello " + x20000 + "{?hi?}|hallo", ""},
-        {"{?incl?}|{?hi?}", "(hello)" + x20000 + "y|hello", ""},
-        {repeated(".", 8188) + "{?hi?}{?a-", repeated(".", 8188) + "hello{?a-", ""},
-        {repeated(".", 8191) + "{?hi?}" + repeated(".", 8185) + "{?hi?}",
-         repeated(".", 8191) + "hello" + repeated(".", 8185) + "hello", ""},
+        {"{?hi?} {?long?}|{?hi?}", "hello " + longText + "{?hi?}|hallo", ""},
+        {"{?incl?}|{?hi?}", "(hello)" + longText + "y|hello", ""},
     };
-    for (const FieldRow &row : rows) {
+    for (const auto &row : rows) {
         Host host;
         host.files = {{"t.htm", row.text}, {"b.htm", "({?hi?})"}};
         Orv_Interpreter_SetLanguage("en");
@@ -112,43 +71,36 @@ TEST_F(TextFields, FieldsAreReplaced)
 TEST_F(TextFields, AreMarkedForTranslators)
 {
     const std::string span = "<span title=\"{?hi?} => t.htm Zeile 1\">hello</span>";
-    struct {
-        const char *name;
-        std::string text;
-        std::string pages[2];  // in mode 1 and in mode 2
-    } const rows[] = {
-        {"t.htm", "<p>{?hi?}</p>", {"<p>" + span + "</p>", "<p>" + span + "</p>"}},
-        {"t.htm", "<a b='{?hi?}'>c</a>", {"<a b='hello'>c</a>", "<a b='-=hello {?hi?}=-'>c</a>"}},
-        {"t.htm",
-         "<SCRIPT>'{?hi?}'</Script>{?hi?}<style >{?hi?}</style>|",
-         {"<SCRIPT>'hello'</Script>" + span + "<style >hello</style>|",
-          "<SCRIPT>'-=hello {?hi?}=-'</Script>" + span + "<style >-=hello {?hi?}=-</style>|"}},
-        {"t.js", "<p>{?hi?}</p>", {"<p>hello</p>", "<p>-=hello {?hi?}=-</p>"}},
-        {"t.htm", "\n<a>\n{?hi?}<br", {"\n<a>\n<span title=\"{?hi?} => t.htm Zeile 3\">hello</span><br",
-                                    "\n<a>\n<span title=\"{?hi?} => t.htm Zeile 3\">hello</span><br"}},
-    };
-    for (int mode = 1; mode <= 2; ++mode) {
-        writeFile(folder + "/root/proc/cmdline", "tooltip=" + std::to_string(mode));
+    const std::string span3 = "<span title=\"{?hi?} => t.htm Zeile 3\">hello</span>";
+    for (const int mode : {1, 2}) {
+        writeFile("root/proc/cmdline", "tooltip=" + std::to_string(mode));
+        const std::string mark = mode == 1 ? "hello" : "-=hello {?hi?}=-";
+        const struct {
+            std::string name, text, page;
+        } rows[] = {
+            {"t.htm", "<p>{?hi?}</p>", "<p>" + span + "</p>"},
+            {"t.htm", "<a b='{?hi?}'>c</a>", "<a b='" + mark + "'>c</a>"},
+            {"t.htm", "<SCRIPT>'{?hi?}'</Script>{?hi?}<style >{?hi?}</style>|",
+             "<SCRIPT>'" + mark + "'</Script>" + span + "<style >" + mark + "</style>|"},
+            {"t.js", "<p>{?hi?}</p>", "<p>" + mark + "</p>"},
+            {"t.htm", "\n<a>\n{?hi?}<br", "\n<a>\n" + span3 + "<br"},
+        };
         for (const auto &row : rows) {
             Host host;
             host.files = {{row.name, row.text}};
-            EXPECT_EQ(render(host, row.name).page, row.pages[mode - 1]) << row.text;
+            EXPECT_EQ(render(host, row.name).page, row.page) << row.text;
         }
     }
     EXPECT_STREQ(Orv_Interpreter_LookupDBField("hi"), "-=hello {?hi?}=-");
     EXPECT_EQ(strlen(Orv_Interpreter_LookupDBField("long")), 383U);
-    EXPECT_EQ(Orv_Interpreter_LookupDBField("gone"), nullptr);
-    Host cut;
-    cut.files = {{"t.htm", "{?long?}"}};
-    EXPECT_EQ(render(cut).page.size(), 383 - strlen("<?setvariable var:lang de?>"));
+    EXPECT_EQ(renderText("{?long?}").page.size(), 383 - strlen("<?setvariable var:lang de?>"));
 }
 
 TEST_F(TextFields, LanguageIsChosen)
 {
     Orv_Interpreter_SetLog(logTarget());
-    EXPECT_EQ(Orv_Interpreter_SetLanguage("deu"), -1);
-    EXPECT_EQ(Orv_Interpreter_SetLanguage("fr"), -1);
-    EXPECT_EQ(Orv_Interpreter_SetLanguage("xx"), -1);
+    for (const char *code : {"deu", "fr", "xx"})
+        EXPECT_EQ(Orv_Interpreter_SetLanguage(code), -1);
     EXPECT_EQ(takeLog(), "zarn - ERROR invalid language request for 'deu'\n"
                          "zarn - ERROR could not resolve link '/etc/htmltext_fr.db'\n"
                          "zarn - ERROR database file /etc/htmltext_xx.db not found for requested "
@@ -158,7 +110,7 @@ TEST_F(TextFields, LanguageIsChosen)
     EXPECT_EQ(Orv_Interpreter_SetLanguage("en"), 0);
     EXPECT_EQ(Orv_Interpreter_SetLanguage(nullptr), 0);
     EXPECT_EQ(htmlDB.image, image);
-    writeFile(folder + "/root/etc/htmltext_sh.db", "short");
+    writeFile("root/etc/htmltext_sh.db", "short");
     EXPECT_EQ(Orv_Interpreter_SetLanguage("sh"), 0);
     EXPECT_STREQ(Orv_Interpreter_LookupDBField("old"), "fallback");
     EXPECT_EQ(Orv_Interpreter_LookupDBField("hi"), nullptr);
@@ -168,10 +120,8 @@ TEST_F(TextFields, LanguageIsChosen)
     EXPECT_STREQ(Orv_Interpreter_LookupDBField("hi"), "hallo");
     EXPECT_EQ(Orv_Interpreter_SetLanguage("fr"), -1);
     EXPECT_STREQ(Orv_Interpreter_LookupDBField("hi"), "hallo");
-    std::filesystem::remove_all(folder + "/root/var");
-    std::filesystem::remove(folder + "/root/etc/htmltext.db");
-    forget(&htmlDB);
-    forget(&htmlFallbackDB);
+    std::filesystem::remove_all("root");
+    forgetTexts();
     takeLog();
     EXPECT_EQ(Orv_Interpreter_LookupDBField("hi"), nullptr);
     EXPECT_EQ(takeLog(), "zarn - ERROR could not resolve link '/var/htmltext.db'\n"
@@ -184,23 +134,37 @@ TEST_F(TextFields, LanguageIsChosen)
 TEST_F(TextFields, AMappedDatabaseOutlivesItsFile)
 {
     EXPECT_EQ(Orv_Interpreter_SetLanguage("en"), 0);
-    const std::string path = folder + "/root/etc/htmltext_en.db";
-    writeFile(path + ".new", database({{"hi", "new"}}));
-    std::filesystem::rename(path + ".new", path);
+    writeFile("new", database({{"hi", "new"}}));
+    std::filesystem::rename("new", "root/etc/htmltext_en.db");
     EXPECT_STREQ(Orv_Interpreter_LookupDBField("hi"), "hello");
-    const int next = dup(0);  // the lowest free descriptor tells whether one was left open
-    close(next);
+    const size_t descriptors = openDescriptors(true);
     EXPECT_EQ(Orv_Interpreter_SetLanguage("de"), 0);
     EXPECT_EQ(Orv_Interpreter_SetLanguage("en"), 0);
     EXPECT_STREQ(Orv_Interpreter_LookupDBField("hi"), "new");
-    EXPECT_EQ(dup(0), next);
-    close(next);
+    EXPECT_EQ(openDescriptors(true), descriptors);
+}
+
+TEST_F(TextFields, MayHaveAnyLength)
+{
+    std::map<std::string, std::string> texts;
+    for (const size_t size : {0U, 1U, 8190U, 8191U, 8192U, 8193U, 16383U, 16384U, 16385U, 100000U})
+        for (std::string &text = texts[std::to_string(size)]; text.size() < size;)
+            text += static_cast<char>('a' + text.size() % 23);
+    writeFile("root/etc/htmltext_en.db", database(texts));
+    Orv_Interpreter_SetLanguage("en");
+    for (const auto &[id, text] : texts)
+        for (const size_t before : {0U, 1U, 8185U, 8191U, 8192U}) {
+            const std::string front(before, '-');
+            const std::string field = "{?" + id + "?}";
+            const Outcome got = renderText(front + field + "<?echo '" + field + "'?>" + field);
+            EXPECT_TRUE(got.page == front + text + text + text) << id << " behind " << before;
+        }
 }
 
 TEST(TextDatabase, AgreesWithAMap)
 {
     std::mt19937 random(7);
-    TextMap texts;
+    std::map<std::string, std::string> texts;
     while (texts.size() < 100000) {
         std::string id = random() % 4 ? "shared.prefix." : "";
         for (auto length = random() % 12; length > 0; --length)

@@ -11,6 +11,8 @@ FLAGS = """--headless --no-sandbox --disable-gpu --disable-quic --no-first-run -
 ODD_NAME = """<b>"&'"""
 DEVICES = """select name, network, ip, mac, iif(online, 'online', 'offline'), seen, volume || ' MiB'
 from device_list """
+CELLS = """return [...document.querySelector('tbody').rows]
+.map(row => [...row.cells].map(cell => cell.textContent))"""
 session, failed = "", False
 
 
@@ -27,12 +29,9 @@ def sql(query):
 
 
 def post(path, **body):
-    try:
-        request = urllib.request.Request(session + path, json.dumps(body).encode())
-        with urllib.request.urlopen(request, timeout=60) as answer:
-            return json.load(answer)["value"]
-    except urllib.error.HTTPError as error:
-        sys.exit(f"WebDriver {path} {body}: {error.read().decode()}")
+    request = urllib.request.Request(session + path, json.dumps(body).encode())
+    with urllib.request.urlopen(request, timeout=60) as answer:
+        return json.load(answer)["value"]
 
 
 def run(script, *args):
@@ -48,16 +47,9 @@ def texts(selector):
                selector)
 
 
-def cells():
-    return run("return [...document.querySelector('tbody').rows]"
-               ".map(row => [...row.cells].map(cell => cell.textContent))")
-
-
 def follow(selector):
     """Clicks on what leads to another page, and waits for that."""
-    run("window.isLeft = true")
-    element = post("/element", using="css selector", value=selector)
-    post(f"/element/{list(element.values())[0]}/click")
+    run("window.isLeft = true; document.querySelector(arguments[0]).click()", selector)
     deadline = time.monotonic() + 30
     while run("return window.isLeft || document.readyState !== 'complete'"):
         if time.monotonic() > deadline:
@@ -82,13 +74,13 @@ def check_site():
         check_markup(page + ".htm")
 
     show("devices.htm")
-    check("devices", sql(DEVICES + "order by lower(name) limit 10"), cells())
+    check("devices", sql(DEVICES + "order by lower(name) limit 10"), run(CELLS))
     check("an odd name", 1, texts("tbody th").count(ODD_NAME))
     run("net.value = '2'; sort.value = 'ip'")
     follow("form button")
     follow(".pager button:last-of-type")
     check("filtered, sorted, second page",
-          sql(DEVICES + "where network_id = 2 order by ip_order limit 10 offset 10"), cells())
+          sql(DEVICES + "where network_id = 2 order by ip_order limit 10 offset 10"), run(CELLS))
 
     show("traffic.htm")
     names = sql("select name from device_list order by volume desc, id limit 6")
@@ -106,13 +98,10 @@ def check_site():
     follow("main form button")
     check("error box", 1, len(texts("[role=alert] p")))
     check("typed is kept", ["attic", ODD_NAME, "100", True], run(state))
-    check("nothing saved", [["fjord"]], sql("select hostname from settings"))
     run("document.forms[0].elements.last.value = 220")
     follow("main form button")
     check("saved", [0, 1], [len(texts("[role=alert]")), len(texts("[role=status]"))])
     check("saved is shown", ["attic", ODD_NAME, "220", True], run(state))
-    check("saved values", [["attic", ODD_NAME, "200", "220", "1", "1", "1"]], sql(
-        "select hostname, ssid, first_host, last_host, hidden, guests, dhcp from settings"))
     check("complaints", [], [entry["message"] for entry in post("/se/log", type="browser")])
 
 
