@@ -171,13 +171,18 @@ static int32_t countLines(const char *at, size_t length)
     return static_cast<int32_t>(lines);
 }
 
-// Ends the match after length bytes: counts its lines and moves on.
-static string_view take(size_t length)
+// Ends the match after length bytes, which hold so many newlines, and moves on.
+static string_view takeCounted(size_t length, int32_t lines)
 {
     const string_view match(matchStart(), length);
-    scanner.line += countLines(match.data(), length);
+    scanner.line += lines;
     scanner.buffer->pos += length;
     return match;
+}
+
+static string_view take(size_t length)
+{
+    return takeCounted(length, countLines(matchStart(), length));
 }
 
 // Makes a copy of text the token's value; it ends before a zero byte.
@@ -359,28 +364,34 @@ static size_t findTextEnd(const char *at, size_t length)
 }
 
 // Length of the run of page text: it ends before "<?", before a "<" that another
-// "<" follows, and before one that ends the template.
-static size_t textRun()
+// "<" follows, and before one that ends the template. lines: out, its newlines,
+// counted while the bytes are at hand.
+static size_t textRun(int32_t *lines)
 {
     size_t length = 0;
-    for (;;) {
-        const size_t read = bytesRead();
-        const size_t pairs = read - length - 1;  // bytes with one behind them, read already
-        const size_t end = length + findTextEnd(matchStart() + length, pairs);
-        if (end < read - 1)
-            return end;
-        length = read - 1;
-        if (!refill())
-            return length + (matchStart()[length] != '<');
+    for (*lines = 0;;) {
+        const char *from = matchStart() + length;
+        const size_t pairs = bytesRead() - length - 1;  // bytes with one behind them, read already
+        const size_t passed = findTextEnd(from, pairs);
+        *lines += countLines(from, passed);
+        length += passed;
+        if (passed < pairs)
+            return length;
+        if (refill())
+            continue;
+        const char last = matchStart()[length];
+        *lines += last == '\n';
+        return length + (last != '<');
     }
 }
 
 static int scanText()
 {
-    const size_t length = textRun();
+    int32_t lines;
+    const size_t length = textRun(&lines);
     if (length == 0 && byteAt(1) == '?')
         return scanCommandStart();
-    writePiece(take(std::max<size_t>(length, 1)));
+    writePiece(length > 0 ? takeCounted(length, lines) : take(1));
     return HTML_TEXT;
 }
 
