@@ -32,7 +32,7 @@ struct Host {
     int cmdline;      // of the kernel command line's
     int page;
     int log;
-    std::string folder; // private, the working directory; root/ is the device's
+    std::string folder; // private, the working directory; device/ is the device's
     Lines answers;
     size_t asked;      // queries of this run
     std::string error; // message of the web program, empty for none
@@ -160,7 +160,7 @@ static size_t mappedTemplates()
     const std::string text(std::istreambuf_iterator<char>(maps), {});
     size_t count = 0;
     for (size_t at = 0; (at = text.find(host.folder, at)) != std::string::npos; ++at)
-        count += text.compare(at + host.folder.size(), 6, "/root/") != 0;
+        count += text.compare(at + host.folder.size(), 8, "/device/") != 0;
     return count;
 }
 
@@ -209,19 +209,19 @@ static void makeHost()
     MUST(mkdtemp(name) && chdir(name) == 0);
     host.folder = name;
     atexit([] { std::filesystem::remove_all(host.folder); });
-    for (const char *folder : {"root/etc", "root/var", "root/proc"})
+    for (const char *folder : {"device/etc", "device/var", "device/proc"})
         std::filesystem::create_directories(folder);
-    static const std::string root = host.folder + "/root", huge(20000, 'x');
+    static const std::string root = host.folder + "/device", huge(20000, 'x');
     systemRoot = root.c_str();
-    writeDatabase("root/etc/htmltext_de.db", {{"a", "ein Text", 0}, {"ab", "<?echo $var:a?>", 0}});
-    writeDatabase("root/etc/htmltext_en.db", {{"a", "a text", 0}, {"b", "{?a?} <?", 0}});
-    writeDatabase("root/var/htmltext.db", {{"a", "the device's", 0}, {"c", "?>'", 0}});
-    writeDatabase("root/etc/htmltext.db", {{"a", "fallback", 0}, {"long", huge, 0}});
+    writeDatabase("device/etc/htmltext_de.db", {{"a", "ein Text", 0}, {"ab", "<?echo $var:a?>", 0}});
+    writeDatabase("device/etc/htmltext_en.db", {{"a", "a text", 0}, {"b", "{?a?} <?", 0}});
+    writeDatabase("device/var/htmltext.db", {{"a", "the device's", 0}, {"c", "?>'", 0}});
+    writeDatabase("device/etc/htmltext.db", {{"a", "fallback", 0}, {"long", huge, 0}});
     constexpr int flags = O_RDWR | O_CREAT | O_CLOEXEC;
     const char *const files[] = {"a.htm", "b.frm", "c.txt"};
     for (size_t i = 0; i < 3; ++i)
         host.templates[i] = open(files[i], flags, 0600);
-    host.cmdline = open("root/proc/cmdline", flags, 0600);
+    host.cmdline = open("device/proc/cmdline", flags, 0600);
     host.page = memfd_create("page", MFD_CLOEXEC);
     host.log = memfd_create("log", MFD_CLOEXEC);
     Orv_Interpreter_SetLanguage("de");

@@ -33,7 +33,7 @@ static void readExamples(const std::string &name, std::vector<Example> *examples
 TEST(Docs, Examples)
 {
     for (const char *suffix : {"_en.db", ".db"})
-        writeFile(folder + "/root/etc/htmltext" + suffix, database({{"greeting", "Good day"}}));
+        writeFile(folder + "/device/etc/htmltext" + suffix, database({{"greeting", "Good day"}}));
     ASSERT_EQ(Orv_Interpreter_SetLanguage("en"), 0);
     const std::regex notices("zarn - (?!ERROR)[^\n]*\n");
     std::vector<Example> examples;

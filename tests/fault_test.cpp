@@ -200,14 +200,14 @@ static long sweep(Calls *calls, bool onward)
         return fileCalls.fail() ? -1 : open(path.c_str(), O_RDONLY);
     };
     useHost(&host);
-    writeFile("root/etc/htmltext_en.db", database({{"hi", "hello"},
+    writeFile("device/etc/htmltext_en.db", database({{"hi", "hello"},
                                                    {"kilo", repeated("k", 1500)},
                                                    {"long", repeated(".", 9000)}}));
-    writeFile("root/etc/htmltext_de.db", database({{"hi", "hallo"}}));
-    writeFile("root/etc/htmltext.db", database({{"old", "fallback"}}));
-    writeFile("root/proc/cmdline", "tooltip=0");
-    writeFile("root/var/log/none", "");
-    symlink("/dev/full", "root/var/log/zarn_interpreter.log");
+    writeFile("device/etc/htmltext_de.db", database({{"hi", "hallo"}}));
+    writeFile("device/etc/htmltext.db", database({{"old", "fallback"}}));
+    writeFile("device/proc/cmdline", "tooltip=0");
+    writeFile("device/var/log/none", "");
+    symlink("/dev/full", "device/var/log/zarn_interpreter.log");
     logTarget();
     writeFile("seen", "");
     long step = 0;
@@ -217,7 +217,7 @@ static long sweep(Calls *calls, bool onward)
     while (code == 0 || code == 2)
         code = liveInChild(calls, ++step, onward);
     EXPECT_EQ(code, 3) << "step " << step;
-    unlink("root/proc/cmdline");
+    unlink("device/proc/cmdline");
     return step - 1;
 }
 

@@ -203,7 +203,7 @@ int main(int argc, char **argv)
     if (!mkdtemp(name) || chdir(name) != 0)
         return 1;
     folder = name;
-    static const std::string root = folder + "/root";
+    static const std::string root = folder + "/device";
     systemRoot = root.c_str();
     const int result = RUN_ALL_TESTS();
     std::filesystem::remove_all(folder);

@@ -83,7 +83,7 @@ extern Writes writes;
 int logTarget();
 std::string takeLog();
 
-/* The private folder: root/ below it stands for the device's root. */
+/* The private folder: device/ below it stands for the device's root. */
 extern std::string folder;
 
 std::string repeated(const std::string &text, size_t times);

@@ -327,20 +327,20 @@ TEST(Log, IsOpenedByTheSwitch)
     } const cases[] = {{"", -1},           {"quiet", -1},       {"a tooltip=2 b", 2},
                        {"xtooltip=12", 1}, {"tooltip=7 x", 0},  {"tooltip=x", 0},
                        {"tooltip=", 0},    {"tooltip=0", 0}};
-    const std::string path = folder + "/root/var/log/zarn_interpreter.log";
+    const std::string path = folder + "/device/var/log/zarn_interpreter.log";
     for (const auto &row : cases) {
-        writeFile(folder + "/root/proc/cmdline", row.cmdline);
+        writeFile(folder + "/device/proc/cmdline", row.cmdline);
         EXPECT_EQ(getTooltipVar(), row.mode) << row.cmdline;
     }
     writeFile(path, "");
-    writeFile(folder + "/root/proc/cmdline", "tooltip=9");
+    writeFile(folder + "/device/proc/cmdline", "tooltip=9");
     Interpreter *first = Orv_Interpreter_Create(&hostCallbacks);
     Interpreter *second = Orv_Interpreter_Create(&hostCallbacks);
     Orv_Interpreter_SetVariable(first, "a", std::string(600, 'x').c_str());
     Orv_Interpreter_Destroy(second);
     Orv_Interpreter_SetVariable(first, "b", "lost");
     Orv_Interpreter_Destroy(first);
-    unlink((folder + "/root/proc/cmdline").c_str());
+    unlink((folder + "/device/proc/cmdline").c_str());
     FILE *file = fopen(path.c_str(), "r");
     char text[2000];
     const std::string log(text, fread(text, 1, sizeof text, file));

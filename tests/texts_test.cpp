@@ -17,21 +17,21 @@ protected:
 
     void SetUp() override
     {
-        writeFile("root/etc/htmltext_en.db",
+        writeFile("device/etc/htmltext_en.db",
                   database({{"hi", "hello"}, {"a.b_c:d", "all"}, {"", "empty"}, {"none", ""},
                             {"cmd", "<?echo 1?>{?hi?}"},
                             {"long", "<?setvariable var:lang de?>" + longText + "{?hi?}"},
                             {"incl", "<?include b.htm?>" + longText + "<?echo y?>"},
                             {std::string(128, 'i'), "128"}}));
-        writeFile("root/etc/htmltext_de.db", database({{"hi", "hallo"}, {"long", "lang"}}));
-        writeFile("root/etc/htmltext_xx.db", "");
-        writeFile("root/etc/htmltext.db", database({{"old", "fallback"}}));
-        writeFile("root/var/x", "");
-        symlink("../etc/htmltext_en.db", "root/var/htmltext.db");
+        writeFile("device/etc/htmltext_de.db", database({{"hi", "hallo"}, {"long", "lang"}}));
+        writeFile("device/etc/htmltext_xx.db", "");
+        writeFile("device/etc/htmltext.db", database({{"old", "fallback"}}));
+        writeFile("device/var/x", "");
+        symlink("../etc/htmltext_en.db", "device/var/htmltext.db");
     }
     void TearDown() override
     {
-        std::filesystem::remove_all("root");
+        std::filesystem::remove_all("device");
         forgetTexts();
     }
 };
@@ -73,7 +73,7 @@ TEST_F(TextFields, AreMarkedForTranslators)
     const std::string span = "<span title=\"{?hi?} => t.htm Zeile 1\">hello</span>";
     const std::string span3 = "<span title=\"{?hi?} => t.htm Zeile 3\">hello</span>";
     for (const int mode : {1, 2}) {
-        writeFile("root/proc/cmdline", "tooltip=" + std::to_string(mode));
+        writeFile("device/proc/cmdline", "tooltip=" + std::to_string(mode));
         const std::string mark = mode == 1 ? "hello" : "-=hello {?hi?}=-";
         const struct {
             std::string name, text, page;
@@ -110,7 +110,7 @@ TEST_F(TextFields, LanguageIsChosen)
     EXPECT_EQ(Orv_Interpreter_SetLanguage("en"), 0);
     EXPECT_EQ(Orv_Interpreter_SetLanguage(nullptr), 0);
     EXPECT_EQ(htmlDB.image, image);
-    writeFile("root/etc/htmltext_sh.db", "short");
+    writeFile("device/etc/htmltext_sh.db", "short");
     EXPECT_EQ(Orv_Interpreter_SetLanguage("sh"), 0);
     EXPECT_STREQ(Orv_Interpreter_LookupDBField("old"), "fallback");
     EXPECT_EQ(Orv_Interpreter_LookupDBField("hi"), nullptr);
@@ -120,7 +120,7 @@ TEST_F(TextFields, LanguageIsChosen)
     EXPECT_STREQ(Orv_Interpreter_LookupDBField("hi"), "hallo");
     EXPECT_EQ(Orv_Interpreter_SetLanguage("fr"), -1);
     EXPECT_STREQ(Orv_Interpreter_LookupDBField("hi"), "hallo");
-    std::filesystem::remove_all("root");
+    std::filesystem::remove_all("device");
     forgetTexts();
     takeLog();
     EXPECT_EQ(Orv_Interpreter_LookupDBField("hi"), nullptr);
@@ -135,7 +135,7 @@ TEST_F(TextFields, AMappedDatabaseOutlivesItsFile)
 {
     EXPECT_EQ(Orv_Interpreter_SetLanguage("en"), 0);
     writeFile("new", database({{"hi", "new"}}));
-    std::filesystem::rename("new", "root/etc/htmltext_en.db");
+    std::filesystem::rename("new", "device/etc/htmltext_en.db");
     EXPECT_STREQ(Orv_Interpreter_LookupDBField("hi"), "hello");
     const size_t descriptors = openDescriptors(true);
     EXPECT_EQ(Orv_Interpreter_SetLanguage("de"), 0);
@@ -150,7 +150,7 @@ TEST_F(TextFields, MayHaveAnyLength)
     for (const size_t size : {0U, 1U, 8190U, 8191U, 8192U, 8193U, 16383U, 16384U, 16385U, 100000U})
         for (std::string &text = texts[std::to_string(size)]; text.size() < size;)
             text += static_cast<char>('a' + text.size() % 23);
-    writeFile("root/etc/htmltext_en.db", database(texts));
+    writeFile("device/etc/htmltext_en.db", database(texts));
     Orv_Interpreter_SetLanguage("en");
     for (const auto &[id, text] : texts)
         for (const size_t before : {0U, 1U, 8185U, 8191U, 8192U}) {
