@@ -127,6 +127,8 @@ const Row rows[] = {
     {"no such file", "a<?include none.htm?>b", "ab", ""},
     {"a directory", "<?include '.'?>.", ".",
      "ERROR: mmap() on file . failed with error 'No such device' => No parsing...\n"},
+    {"a device", "a<?include '/dev/null'?>c", "ac",
+     "ERROR: mmap() on file /dev/null failed with error 'Invalid argument' => No parsing...\n"},
     {"refused in an argument", "<?repeat [ 1 1 ] <?if eq <?include t.htm?> '' x?>?>$", "x$",
      "zarn - ERROR in executeCmd: include in an argument of a running body refused! (t.htm)\n"},
     {"an unknown command's text", "<?nothing\n?>\n<?echo ok?>", "<?nothing\n?>\nok",

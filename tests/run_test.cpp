@@ -2,7 +2,9 @@
  * results, pieces, limits and the messages that no single template shows. */
 #include <errno.h>
 #include <gtest/gtest.h>
+#include <signal.h>
 #include <string.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include "exec/exec.h"
@@ -411,6 +413,93 @@ TEST(Limits, ArgumentBuffer)
     const Outcome number = renderText("<?setvariable var:a " + longest.substr(5) +
                                       "<?multiquerycount q?>?><?echo $var:a?>");
     EXPECT_EQ(number.page, longest.substr(5));
+}
+
+TEST(Limits, ColumnsOfARow)
+{
+    static QueryRow row = {};
+    static char text[] = "c";
+    InterpreterCallbacks callbacks = hostCallbacks;
+    callbacks.fQuery = [](Interpreter *, int32_t, const char *, QueryRow **rows, int32_t *) {
+        *rows = &row;
+        return 0;
+    };
+    row.cols[0] = row.cols[33] = text;
+    Host host = withFiles({{"t.htm", "<?query q '$1$y[$z].'?>"}});
+    useHost(&host);
+    for (const auto &[count, invalid] : {std::pair(34, "z"), {35, ""}, {36, ""}, {-1, "1yz"}}) {
+        row.count = count;
+        std::string log;
+        for (const char *column = invalid; *column; ++column)
+            log += std::string("t.htm: Invalid numVar Index $") + *column + "\n";
+        Interpreter *interpreter = Orv_Interpreter_Create(&callbacks);
+        Orv_Interpreter_SetLog(logTarget());
+        const Outcome got = runHandle(interpreter);
+        Orv_Interpreter_Destroy(interpreter);
+        EXPECT_EQ(got.page, count > 0 ? "cc[]." : "[].");
+        EXPECT_EQ(got.log, log);
+    }
+}
+
+TEST(Limits, ParserSymbols)
+{
+    for (const size_t elements : {9996U, 9997U}) {
+        const Outcome got = renderText("<?echo " + repeated("$$", elements) + "?>.");
+        EXPECT_EQ(got.page, elements == 9996 ? std::string(elements, '$') + "." : "");
+        EXPECT_EQ(got.result, elements == 9996 ? ORV_RUN_DONE : ORV_RUN_GAVE_UP);
+    }
+}
+
+// Each suspended include has a template open, so templates come to 19 of them; the
+// last of the 64 that there is room for are reached only from inside.
+TEST(Limits, SuspendedIncludes)
+{
+    Host host = withFiles({{"t.htm", "<?multiquerycount two?>"}, {"b.htm", "b"}});
+    host.onQuery = [&](Interpreter *handle, const std::string &) {
+        for (const int32_t top : {62, 63}) {
+            Arg *path = addArgElem(nullptr, ELEM_TEXT, strdup("b.htm"));
+            Cmd *include = createCmd(ID_INCLUDE, nullptr, path, nullptr, nullptr, nullptr);
+            Arg *body = addArgElem(nullptr, ELEM_CMD, include);
+            Cmd *echo = createCmd(ID_ECHO, nullptr, body, nullptr, nullptr, nullptr);
+            handle->pendingTop = top;
+            EXPECT_EQ(executeCmd(echo, 1), top == 62 ? EXEC_SUSPENDED : EXEC_DONE);
+            if (top == 62)
+                EXPECT_EQ(doExclude(), 1);
+            else
+                destroyCmd(&echo);
+            EXPECT_EQ(handle->pendingTop, top);
+        }
+        handle->pendingTop = -1;
+    };
+    EXPECT_EQ(render(host).log, "zarn - ERROR in executeCmd: MAX_CMD_DEPTH exceeded! (t.htm)\n");
+}
+
+TEST(System, NoDescriptorsAndNoReader)
+{
+    Host host = withFiles({{"t.htm", "a<?include b.htm?>c"}, {"b.htm", "b"}});
+    useHost(&host);
+    Interpreter *interpreter = Orv_Interpreter_Create(&hostCallbacks);
+    rlimit former;
+    getrlimit(RLIMIT_NOFILE, &former);
+    const int next = dup(0);
+    close(next);
+    for (const int free : {0, 1, 2}) {
+        const rlimit few = {static_cast<rlim_t>(next + free), former.rlim_max};
+        setrlimit(RLIMIT_NOFILE, &few);
+        const int32_t result = Orv_Interpreter_Run(interpreter, "t.htm", pageFd);
+        setrlimit(RLIMIT_NOFILE, &former);
+        EXPECT_EQ(result, free == 0 ? ORV_RUN_NO_TEMPLATE : ORV_RUN_DONE);
+        EXPECT_EQ(dup(0), next);
+        close(next);
+    }
+    int ends[2];
+    EXPECT_EQ(pipe(ends), 0);
+    close(ends[0]);
+    signal(SIGPIPE, SIG_IGN);
+    EXPECT_EQ(Orv_Interpreter_Run(interpreter, "t.htm", ends[1]), ORV_RUN_DONE);
+    signal(SIGPIPE, SIG_DFL);
+    close(ends[1]);
+    Orv_Interpreter_Destroy(interpreter);
 }
 
 TEST(Fallback, AQuoteInAnIndexGoesToStandardOutput)
