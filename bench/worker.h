@@ -24,8 +24,8 @@ extern "C" {
 #endif
 
 enum {
-    MAX_FIELDS = 8,      /* of a record of data.txt */
-    NOT_AVAILABLE = 77,  /* exit status: the engine cannot run in that way here */
+    MAX_FIELDS = 8,     /* of a record of data.txt */
+    NOT_AVAILABLE = 77, /* exit status: the engine cannot run in that way here */
 };
 
 typedef struct Engine {

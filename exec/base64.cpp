@@ -8,7 +8,7 @@
 static constexpr char alphabet[] =
     "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 static constexpr size_t STAGING_CAPACITY = 516;
-static constexpr size_t FULL_PIECE = 505;  // a piece with more than this goes out
+static constexpr size_t FULL_PIECE = 505; // a piece with more than this goes out
 
 // Encodes count (1 to 3) bytes as four characters.
 static void encodeGroup(const unsigned char bytes[3], size_t count, char *out)

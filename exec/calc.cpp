@@ -45,7 +45,7 @@ static bool compute(uint32_t id, double a, double b, double *result)
         *result = a * b;
         return true;
     case ID_CALCDIV:
-        *result = a / b;  // by zero: infinity or no number, as the C library writes them
+        *result = a / b; // by zero: infinity or no number, as the C library writes them
         return true;
     default:
         return false;

@@ -55,7 +55,7 @@ int32_t escapeToJs(const char *text, int32_t direct)
 
 int32_t putoutNumber(int32_t n, int32_t direct)
 {
-    constexpr int32_t appendedDigits = 10;  // the least number loses its last one
+    constexpr int32_t appendedDigits = 10; // the least number loses its last one
     char digits[sizeof "-2147483648"];
     const int length = snprintf(digits, sizeof digits, "%d", n);
     if (direct) {

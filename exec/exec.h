@@ -17,8 +17,8 @@ enum : int32_t {
     EXEC_DONE = 0,
     EXEC_NO_COMMAND = -1,
     EXEC_TOO_DEEP = -2,
-    EXEC_BAD_COMMAND = -3,  // an argument is missing, or no family has the identifier
-    EXEC_SUSPENDED = -9,    // an include in its body waits to be read; no failure
+    EXEC_BAD_COMMAND = -3, // an argument is missing, or no family has the identifier
+    EXEC_SUSPENDED = -9,   // an include in its body waits to be read; no failure
 };
 
 extern "C" {

@@ -29,8 +29,8 @@ namespace
 struct Loop {
     int64_t lower;
     int64_t upper;
-    QueryRow *rows;  // owned
-    Arg *body;       // borrowed, null without one
+    QueryRow *rows; // owned
+    Arg *body;      // borrowed, null without one
 };
 } // namespace
 
@@ -262,7 +262,7 @@ void resumeSuspended()
     inpr->resuming = 1;
     if (executeCmd(cmd, 1) == EXEC_SUSPENDED)
         return;
-    if (inpr->resuming) {  // it took another way and never came to its include
+    if (inpr->resuming) { // it took another way and never came to its include
         inpr->resuming = 0;
         --inpr->pendingTop;
     }

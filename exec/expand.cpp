@@ -17,7 +17,7 @@
 #include "vars/tree.h"
 
 static constexpr int32_t ARG_STEP = 1024;
-static constexpr int32_t ARG_MAXLEN = 65536;  // the last capacity that still grows
+static constexpr int32_t ARG_MAXLEN = 65536; // the last capacity that still grows
 
 // Makes room for length bytes and a terminator behind argLen.
 static bool reserve(ArgBuffer *buffer, size_t length)
@@ -199,7 +199,7 @@ int32_t expandArg(Arg *arg, uint32_t id, int32_t direct)
     const int32_t start = inpr->args.argLen;
     if (!arg && direct)
         return -1;
-    int32_t arrayName = -1;  // offset of a name that waits for its index
+    int32_t arrayName = -1; // offset of a name that waits for its index
     for (const ArgElem *elem = arg ? arg->elems : nullptr; elem; elem = elem->next) {
         const int32_t write = direct && arrayName < 0;
         if (elem->type == ELEM_GETARRAY) {

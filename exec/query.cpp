@@ -109,7 +109,7 @@ static int32_t modeOf(uint32_t id)
 
 static void logSlowQuery(const char *query)
 {
-    constexpr unsigned long quickEnough = 100;  // milliseconds
+    constexpr unsigned long quickEnough = 100; // milliseconds
     const unsigned long real = milliseconds(queryTimes.startTicks, times(&queryTimes.end));
     if (real > quickEnough)
         logMessage("%s, query %s: Real Time %lums, User Time %lums, System Time %lums\n",

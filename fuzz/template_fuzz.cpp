@@ -213,7 +213,8 @@ static void makeHost()
         std::filesystem::create_directories(folder);
     static const std::string root = host.folder + "/device", huge(20000, 'x');
     systemRoot = root.c_str();
-    writeDatabase("device/etc/htmltext_de.db", {{"a", "ein Text", 0}, {"ab", "<?echo $var:a?>", 0}});
+    writeDatabase("device/etc/htmltext_de.db",
+                  {{"a", "ein Text", 0}, {"ab", "<?echo $var:a?>", 0}});
     writeDatabase("device/etc/htmltext_en.db", {{"a", "a text", 0}, {"b", "{?a?} <?", 0}});
     writeDatabase("device/var/htmltext.db", {{"a", "the device's", 0}, {"c", "?>'", 0}});
     writeDatabase("device/etc/htmltext.db", {{"a", "fallback", 0}, {"long", huge, 0}});

@@ -12,12 +12,12 @@
 
 // Bits of a command's identifier.
 enum : uint32_t {
-    CMDF_ARG1 = 0x100,     // the first argument is expanded before the action
-    CMDF_ARG2 = 0x200,     // so is the second
-    CMDF_BODY = 0x400,     // the argument behind them is the body
-    CMDF_HTML = 0x800,     // values are written HTML-escaped
-    CMDF_JS = 0x1000,      // values are written JavaScript-escaped
-    CMDF_QUERY = 0x2000,   // the families
+    CMDF_ARG1 = 0x100,   // the first argument is expanded before the action
+    CMDF_ARG2 = 0x200,   // so is the second
+    CMDF_BODY = 0x400,   // the argument behind them is the body
+    CMDF_HTML = 0x800,   // values are written HTML-escaped
+    CMDF_JS = 0x1000,    // values are written JavaScript-escaped
+    CMDF_QUERY = 0x2000, // the families
     CMDF_IF = 0x4000,
     CMDF_CALC = 0x8000,
     CMDF_ERROR = 0x10000,
@@ -61,24 +61,24 @@ enum : uint32_t {
 
 // What follows a command's words in a template.
 enum class Tail : uint8_t {
-    BLANK,     // white space
-    OPERATOR,  // an operator, each side of it with or without a quote, and white space
-    NAME,      // var: and a name, white space or not
-    ELEMENT,   // var:, a name and "[", white space or not: an index follows
+    BLANK,    // white space
+    OPERATOR, // an operator, each side of it with or without a quote, and white space
+    NAME,     // var: and a name, white space or not
+    ELEMENT,  // var:, a name and "[", white space or not: an index follows
 };
 
 struct CommandDef {
-    const char *words;      // as templates write them, " " for any white space;
-                            // a leading "if " may be left out
+    const char *words; // as templates write them, " " for any white space;
+                       // a leading "if " may be left out
     Tail tail;
-    char sign;              // the operator of Tail::OPERATOR
+    char sign; // the operator of Tail::OPERATOR
     int token;
     uint32_t id;
-    int minArgs;            // arguments that the grammar takes, at least those
-                            // that the identifier's bits call for
+    int minArgs; // arguments that the grammar takes, at least those
+                 // that the identifier's bits call for
     int maxArgs;
-    const char *malformed;  // what the log says when the arguments do not fit, or null
-                            // where the grammar has no error point for the command
+    const char *malformed; // what the log says when the arguments do not fit, or null
+                           // where the grammar has no error point for the command
 };
 
 /* In token order. Messages are stored whole: people search logs for them, and

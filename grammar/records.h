@@ -7,32 +7,32 @@
 #include "interface/orvinterpreter.h"
 
 enum : int32_t {
-    ELEM_CMD = 0,       // a nested command
-    ELEM_TEXT = 1,      // literal text
-    ELEM_GETVAR = 2,    // a variable's name
-    ELEM_NUMVAR = 3,    // a numbered value's index
-    ELEM_GETARRAY = 4,  // an array's name with its "["; the next element is the index
-    ELEM_MINARRAY = 5,  // name of the variable with an array's smallest index
-    ELEM_MAXARRAY = 6,  // and with its greatest
+    ELEM_CMD = 0,      // a nested command
+    ELEM_TEXT = 1,     // literal text
+    ELEM_GETVAR = 2,   // a variable's name
+    ELEM_NUMVAR = 3,   // a numbered value's index
+    ELEM_GETARRAY = 4, // an array's name with its "["; the next element is the index
+    ELEM_MINARRAY = 5, // name of the variable with an array's smallest index
+    ELEM_MAXARRAY = 6, // and with its greatest
 };
 
 // A piece of an argument.
 struct ArgElem {
-    int32_t type;   // an ELEM_ number
-    void *value;    // owned, a Cmd for ELEM_CMD, else a text; may be null for a dropped command
-    ArgElem *next;  // owned
+    int32_t type;  // an ELEM_ number
+    void *value;   // owned, a Cmd for ELEM_CMD, else a text; may be null for a dropped command
+    ArgElem *next; // owned
 };
 
 // An argument; one without elements does not exist, null stands for it.
 struct Arg {
-    ArgElem *elems;  // owned, in the template's order
-    Arg *next;       // owned by the command, its following argument
+    ArgElem *elems; // owned, in the template's order
+    Arg *next;      // owned by the command, its following argument
 };
 
 struct Cmd {
-    Arg *args;    // owned, null without arguments
-    uint32_t id;  // an ID_ number
-    void *extra;  // owned: a set command's name, a repeat's int32_t flag, else null
+    Arg *args;   // owned, null without arguments
+    uint32_t id; // an ID_ number
+    void *extra; // owned: a set command's name, a repeat's int32_t flag, else null
 };
 
 extern "C" {

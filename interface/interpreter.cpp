@@ -22,8 +22,8 @@ Interpreter *Orv_Interpreter_Create(const InterpreterCallbacks *callbacks)
         return nullptr;
     }
     auto *made = static_cast<Interpreter *>(calloc(1, sizeof(Interpreter)));
-    auto *copy = static_cast<InterpreterCallbacks *>(
-        made ? malloc(sizeof(InterpreterCallbacks)) : nullptr);
+    auto *copy =
+        static_cast<InterpreterCallbacks *>(made ? malloc(sizeof(InterpreterCallbacks)) : nullptr);
     if (!copy) {
         logMessage("zarn - ERROR in Orv_Interpreter_Create: NO MEMORY!\n");
         free(made);

@@ -16,45 +16,45 @@ struct LocalVar;
 struct ScanBuffer;
 struct VarNode;
 
-constexpr int32_t MAX_INCLUDE_DEPTH = 20;  // open templates, the run's own included
-constexpr int32_t MAX_CMD_DEPTH = 64;      // nested bodies, and suspended includes
+constexpr int32_t MAX_INCLUDE_DEPTH = 20; // open templates, the run's own included
+constexpr int32_t MAX_CMD_DEPTH = 64;     // nested bodies, and suspended includes
 
 // The argument buffer: text that commands need whole, such as a query.
 // Positions in it are offsets, since the block moves when it grows.
 struct ArgBuffer {
-    char *argBuf;    // owned, null until first used
-    int32_t argLen;  // bytes in use
-    int32_t argCap;  // bytes allocated, argLen or more
+    char *argBuf;   // owned, null until first used
+    int32_t argLen; // bytes in use
+    int32_t argCap; // bytes allocated, argLen or more
 };
 
 // State of one running body.
 struct LoopFrame {
-    QueryRow *rows;   // borrowed, current row of the answer, null when there is none
-    int32_t counter;  // of the current iteration
+    QueryRow *rows;  // borrowed, current row of the answer, null when there is none
+    int32_t counter; // of the current iteration
 };
 
 // An include inside a body: it suspends the whole top-level command, which runs
 // again when the included template has ended.
 struct PendingInclude {
-    Cmd *resumeCmd;         // owned, the top-level command; null until it has returned
-    Cmd *includeCmd;        // borrowed, the include inside it
-    int32_t includeLevel;   // index of the template that holds the command
-    int32_t bodies;         // loopTop when it suspended
-    int32_t counters[MAX_CMD_DEPTH];  // of the frames 0 to bodies
+    Cmd *resumeCmd;                  // owned, the top-level command; null until it has returned
+    Cmd *includeCmd;                 // borrowed, the include inside it
+    int32_t includeLevel;            // index of the template that holds the command
+    int32_t bodies;                  // loopTop when it suspended
+    int32_t counters[MAX_CMD_DEPTH]; // of the frames 0 to bodies
 };
 
 // An open template.
 struct IncludeEntry {
-    int32_t fd;               // owned
-    const char *mapStart;     // owned mapping, read-only; null when it is closed
-    const char *readPos;      // next byte for the scanner
-    const char *mapLast;      // last byte; the template is exhausted when readPos is beyond
-    ScanBuffer *savedBuffer;  // owned while a further template is read on top of this one
-    char *fileName;           // owned, the path as it was pushed
-    int32_t savedLine;        // line counter, likewise kept
-    char *rest;               // owned, undelivered part of a long text, else null
-    size_t restPos;           // next byte of it
-    size_t restLen;           // its length
+    int32_t fd;              // owned
+    const char *mapStart;    // owned mapping, read-only; null when it is closed
+    const char *readPos;     // next byte for the scanner
+    const char *mapLast;     // last byte; the template is exhausted when readPos is beyond
+    ScanBuffer *savedBuffer; // owned while a further template is read on top of this one
+    char *fileName;          // owned, the path as it was pushed
+    int32_t savedLine;       // line counter, likewise kept
+    char *rest;              // owned, undelivered part of a long text, else null
+    size_t restPos;          // next byte of it
+    size_t restLen;          // its length
 };
 
 // Bits of htmlContext; 0 is the text of an HTML page.
@@ -65,24 +65,24 @@ constexpr uint32_t CONTEXT_STYLE = 8;
 
 // Pieces of the page that wait to be written together.
 struct OutputBuffer {
-    char *bytes;        // owned, null while each piece is written at once
-    uint8_t *ends;      // a bit for each byte that ends a piece; part of the block of bytes
+    char *bytes;   // owned, null while each piece is written at once
+    uint8_t *ends; // a bit for each byte that ends a piece; part of the block of bytes
     size_t capacity;
     size_t length;
 };
 
 struct Interpreter {
-    InterpreterCallbacks *callbacks;  // owned
+    InterpreterCallbacks *callbacks; // owned
     ArgBuffer args;
-    VarNode *varTree;     // owned, null when empty
-    LocalVar *localVars;  // owned, null when empty
+    VarNode *varTree;    // owned, null when empty
+    LocalVar *localVars; // owned, null when empty
     LoopFrame loopFrames[MAX_CMD_DEPTH];
-    int32_t loopTop;  // innermost running body, -1 for none
+    int32_t loopTop; // innermost running body, -1 for none
     PendingInclude pendingIncludes[MAX_CMD_DEPTH];
-    int32_t pendingTop;  // -1 for none
-    int32_t resuming;    // 1 while a command runs again and has not reached its include
+    int32_t pendingTop; // -1 for none
+    int32_t resuming;   // 1 while a command runs again and has not reached its include
     IncludeEntry includes[MAX_INCLUDE_DEPTH];
-    int32_t includeIndex;  // template being read, -1 for none
+    int32_t includeIndex; // template being read, -1 for none
     int32_t outputFd;
     uint32_t htmlContext;
     int32_t tooltipMode;
@@ -91,7 +91,7 @@ struct Interpreter {
     clock_t startTicks;
     tms startTimes;
     OutputBuffer output;
-    VarNode *localTree;  // owned, the newest value of each name in localVars
+    VarNode *localTree; // owned, the newest value of each name in localVars
 };
 
 #endif

@@ -25,7 +25,7 @@ void closeLog();
  * full: out, room for capacity bytes. Returns whether it fits. */
 bool systemPath(char *full, size_t capacity, const char *path);
 
-constexpr int32_t TOOLTIPS_NOT_SET = -1;  // the mode without the switch
+constexpr int32_t TOOLTIPS_NOT_SET = -1; // the mode without the switch
 
 extern "C" {
 /* Reads the tooltip mode off the kernel command line: the digit behind its

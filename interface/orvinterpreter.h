@@ -39,10 +39,10 @@ enum { ORV_MAX_COLUMNS = 35 };
  * the web program, which builds the rows. Rows that it hands over are released
  * with free(), and so is each of their texts, so both must come from malloc(). */
 typedef struct QueryRow {
-    struct QueryRow *next;        /* the following row, null for the last */
-    struct QueryRow *prev;        /* the preceding row, null for the first */
-    int32_t count;                /* columns in use, 0 to ORV_MAX_COLUMNS */
-    char *cols[ORV_MAX_COLUMNS];  /* the columns' texts, column 1 first */
+    struct QueryRow *next;       /* the following row, null for the last */
+    struct QueryRow *prev;       /* the preceding row, null for the first */
+    int32_t count;               /* columns in use, 0 to ORV_MAX_COLUMNS */
+    char *cols[ORV_MAX_COLUMNS]; /* the columns' texts, column 1 first */
 } QueryRow;
 
 /* What a template asks for: the mode argument of FQuery. */
@@ -101,11 +101,11 @@ ORV_API Interpreter *Orv_Interpreter_Create(const InterpreterCallbacks *callback
 
 /* Results of Orv_Interpreter_Run. */
 enum {
-    ORV_RUN_DONE = 0,           /* the template was read to its end */
-    ORV_RUN_NO_TEMPLATE = -1,   /* it could not be opened or mapped; an empty file cannot be */
-    ORV_RUN_BAD_ARGUMENT = -2,  /* the handle or the path is null */
-    ORV_RUN_BUSY = -3,          /* a run is in progress in this process; it is not disturbed */
-    ORV_RUN_GAVE_UP = -4        /* the parser stopped before the template's end */
+    ORV_RUN_DONE = 0,          /* the template was read to its end */
+    ORV_RUN_NO_TEMPLATE = -1,  /* it could not be opened or mapped; an empty file cannot be */
+    ORV_RUN_BAD_ARGUMENT = -2, /* the handle or the path is null */
+    ORV_RUN_BUSY = -3,         /* a run is in progress in this process; it is not disturbed */
+    ORV_RUN_GAVE_UP = -4       /* the parser stopped before the template's end */
 };
 
 /* Runs one template and returns when its page has been written.

@@ -40,7 +40,7 @@ void flushOutput()
     while (out < buffer.length) {
         out += writeOut({buffer.bytes + out, buffer.length - out});
         if (out < buffer.length)
-            out = pieceEnd(buffer, out);  // an error loses the rest of a piece, not those behind
+            out = pieceEnd(buffer, out); // an error loses the rest of a piece, not those behind
     }
     if (buffer.length > 0)
         memset(buffer.ends, 0, buffer.length / 8 + 1);

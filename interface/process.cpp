@@ -5,19 +5,19 @@
  * zarn_lloc, zarn_nerrs) stand in the generated parser. */
 #include "interface/process.h"
 
-const char *systemRoot = "";  // set by the host before its first call
+const char *systemRoot = ""; // set by the host before its first call
 
-Interpreter *inpr;        // borrowed; set only while Orv_Interpreter_Run is active
-int32_t logfileFd = -1;   // owned; interface/log.cpp
-char *logfileBuf;         // owned, LOG_CAPACITY bytes; interface/log.cpp
-TextDatabase htmlDB;          // textdb/language.cpp; outlives handles
-TextDatabase htmlFallbackDB;  // textdb/language.cpp; once mapped, for good
+Interpreter *inpr;           // borrowed; set only while Orv_Interpreter_Run is active
+int32_t logfileFd = -1;      // owned; interface/log.cpp
+char *logfileBuf;            // owned, LOG_CAPACITY bytes; interface/log.cpp
+TextDatabase htmlDB;         // textdb/language.cpp; outlives handles
+TextDatabase htmlFallbackDB; // textdb/language.cpp; once mapped, for good
 
-Scanner scanner;        // scanner/; outlives handles, in ST_TEXT and empty after each run
-Mapping *mappings;      // textdb/textdb.cpp, every mapped text database
-QueryTimes queryTimes;  // exec/query.cpp, during one query
+Scanner scanner;       // scanner/; outlives handles, in ST_TEXT and empty after each run
+Mapping *mappings;     // textdb/textdb.cpp, every mapped text database
+QueryTimes queryTimes; // exec/query.cpp, during one query
 
-char cmdlineBuf[CMDLINE_CAPACITY];  // interface/log.cpp, the kernel command line
-char fieldId[FIELD_ID_CAPACITY];    // scanner/fields.cpp, during one lookup
-char fieldMark[MARK_CAPACITY];      // scanner/fields.cpp, until the mark is placed
-char lookupBuf[MARK_CAPACITY];      // textdb/language.cpp, until the host's next lookup
+char cmdlineBuf[CMDLINE_CAPACITY]; // interface/log.cpp, the kernel command line
+char fieldId[FIELD_ID_CAPACITY];   // scanner/fields.cpp, during one lookup
+char fieldMark[MARK_CAPACITY];     // scanner/fields.cpp, until the mark is placed
+char lookupBuf[MARK_CAPACITY];     // textdb/language.cpp, until the host's next lookup

@@ -9,7 +9,7 @@
 // Texts cut at the end of their buffers, terminator included.
 constexpr size_t LOG_CAPACITY = 500;
 constexpr size_t CMDLINE_CAPACITY = 1024;
-constexpr size_t MARK_CAPACITY = 384;  // a text in its translators' mark
+constexpr size_t MARK_CAPACITY = 384; // a text in its translators' mark
 constexpr size_t FIELD_ID_CAPACITY = 129;
 
 // Clock ticks before and after a query.

@@ -21,8 +21,8 @@ static int32_t setElement(Interpreter *interpreter, const char *name, const char
     const char *indexText = bracket + 1;
     char *array = strndup(name, static_cast<size_t>(indexText - name));
     char *index = strndup(indexText, strcspn(indexText, "]"));
-    const bool stored = array && index &&
-                        insertArray(&interpreter->varTree, array, index, value, VAR_REPLACE);
+    const bool stored =
+        array && index && insertArray(&interpreter->varTree, array, index, value, VAR_REPLACE);
     free(array);
     free(index);
     if (!stored && inpr)

@@ -114,8 +114,7 @@ void enterCondition(Condition condition)
 {
     if (scanner.depth == scanner.stackRoom) {
         const size_t room = scanner.stackRoom + STACK_STEP;
-        scanner.stack =
-            static_cast<Condition *>(resize(scanner.stack, room * sizeof(Condition)));
+        scanner.stack = static_cast<Condition *>(resize(scanner.stack, room * sizeof(Condition)));
         scanner.stackRoom = room;
     }
     scanner.stack[scanner.depth++] = scanner.condition;

@@ -31,10 +31,10 @@ namespace
 // One call's work: where it reads and what it has placed.
 struct Refill {
     IncludeEntry *entry;
-    const char *scanPos;  // bytes from entry->readPos to here are still to be copied
-    const char *limit;    // behind the template's last byte
+    const char *scanPos; // bytes from entry->readPos to here are still to be copied
+    const char *limit;   // behind the template's last byte
     char *dest;
-    size_t placed;        // bytes in dest
+    size_t placed; // bytes in dest
     size_t max;
 
     size_t pending() const
@@ -102,8 +102,7 @@ static const char *fieldEnd(const Refill &refill)
     size_t length = 0;
     while (length < rest.size() && idCharacters[static_cast<unsigned char>(rest[length])])
         ++length;
-    const bool closed =
-        rest.size() - length >= 2 && rest[length] == '?' && rest[length + 1] == '}';
+    const bool closed = rest.size() - length >= 2 && rest[length] == '?' && rest[length + 1] == '}';
     return closed ? rest.data() + length + 2 : nullptr;
 }
 
@@ -114,9 +113,9 @@ static string_view marked(string_view text)
     if (inpr->tooltipMode <= 0)
         return text;
     if (inpr->htmlContext == 0)
-        length = snprintf(fieldMark, MARK_CAPACITY,
-                          "<span title=\"{?%s?} => %s Zeile %d\">%s</span>", fieldId,
-                          currentTemplate(), inpr->tooltipLine, text.data());
+        length =
+            snprintf(fieldMark, MARK_CAPACITY, "<span title=\"{?%s?} => %s Zeile %d\">%s</span>",
+                     fieldId, currentTemplate(), inpr->tooltipLine, text.data());
     else if (inpr->tooltipMode == 2)
         length = snprintf(fieldMark, MARK_CAPACITY, "-=%s {?%s?}=-", text.data(), fieldId);
     else
@@ -159,8 +158,7 @@ static FieldResult substitute(Refill *refill, const char *end)
     const char *field = refill->scanPos;
     placePending(refill);
     refill->scanPos = refill->entry->readPos = end;
-    const size_t idLength =
-        std::min(static_cast<size_t>(end - field) - 4, FIELD_ID_CAPACITY - 1);
+    const size_t idLength = std::min(static_cast<size_t>(end - field) - 4, FIELD_ID_CAPACITY - 1);
     memcpy(fieldId, field + 2, idLength);
     fieldId[idLength] = '\0';
     const char *found = lookupDBField(fieldId);
@@ -178,7 +176,7 @@ static FieldResult substitute(Refill *refill, const char *end)
     if (refill->placed == 0)
         placeFirstPiece(refill, text);
     else
-        refill->scanPos = refill->entry->readPos = field;  // examined again, counted again
+        refill->scanPos = refill->entry->readPos = field; // examined again, counted again
     return FieldResult::FULL;
 }
 
@@ -188,7 +186,7 @@ static void passBrace(Refill *refill)
     if (refill->room() >= 2)
         refill->scanPos += 2;
     else if (refill->placed + refill->pending() == 0)
-        refill->scanPos += 1;  // too little room for anything else
+        refill->scanPos += 1; // too little room for anything else
 }
 
 // Treats the "{?" at scanPos.
@@ -218,8 +216,7 @@ static void passText(Refill *refill)
         if (inpr->tooltipMode > 0) {
             followContext(*refill);
         } else {
-            const size_t length =
-                std::min(static_cast<size_t>(refill->limit - at), refill->room());
+            const size_t length = std::min(static_cast<size_t>(refill->limit - at), refill->room());
             const void *brace = memchr(at, '{', length);
             refill->scanPos = at = brace ? static_cast<const char *>(brace) : at + length;
             if (!brace)

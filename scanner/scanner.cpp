@@ -25,7 +25,7 @@
 
 using std::string_view;
 
-static constexpr int SCAN_ON = -1;  // the match made no token
+static constexpr int SCAN_ON = -1; // the match made no token
 static constexpr char BLANKS[] = " \t\n\r";
 
 namespace
@@ -371,7 +371,7 @@ static size_t textRun(int32_t *lines)
     size_t length = 0;
     for (*lines = 0;;) {
         const char *from = matchStart() + length;
-        const size_t pairs = bytesRead() - length - 1;  // bytes with one behind them, read already
+        const size_t pairs = bytesRead() - length - 1; // bytes with one behind them, read already
         const size_t passed = findTextEnd(from, pairs);
         *lines += countLines(from, passed);
         length += passed;
@@ -428,7 +428,7 @@ static int scanVariable(size_t name, size_t behind)
         end = end ? skip(end, blank) : 0;
         if (end && byteAt(end) == ']') {
             const bool least = word[1] == 'i';
-            const size_t sign = behind + 1 - name;  // takes the place of what follows the "["
+            const size_t sign = behind + 1 - name; // takes the place of what follows the "["
             const int token = valueToken(least ? ARG_MINARRAY : ARG_MAXARRAY,
                                          {take(end + 1).data() + name, sign + 1});
             if (zarn_lval.text)
@@ -525,7 +525,7 @@ static int scanArguments(bool index)
     if (quoteByte.contains(first)) {
         if (!index)
             return openQuote(static_cast<char>(first));
-        putchar(first);  // no rule for it here
+        putchar(first); // no rule for it here
         take(1);
         return SCAN_ON;
     }
@@ -587,7 +587,7 @@ int zarn_lex()
     if (!scanner.buffer)
         scanner.buffer = createBuffer();
     zarn_lval.text = nullptr;
-    if (scanner.ended > 0)  // a recovery has discarded the end of that template
+    if (scanner.ended > 0) // a recovery has discarded the end of that template
         doExclude();
     int token;
     do

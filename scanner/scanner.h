@@ -11,36 +11,36 @@
 #include "interface/orvinterpreter.h"
 
 enum class Condition : uint8_t {
-    TEXT,     // page text outside commands
-    ARGS,     // a command's arguments
-    DQUOTE,   // a quoted argument
+    TEXT,   // page text outside commands
+    ARGS,   // a command's arguments
+    DQUOTE, // a quoted argument
     SQUOTE,
     BQUOTE,
-    INDEX,    // the index of an array reference
-    COMMENT,  // removed from the page, as is an XML declaration
+    INDEX,   // the index of an array reference
+    COMMENT, // removed from the page, as is an XML declaration
 };
 
 // The bytes of one template that are being scanned, in place as long as they hold
 // no text field, else in a copy with the texts. A match never spans two refills:
 // what is unfinished stands in front of what is read next.
 struct ScanBuffer {
-    const char *bytes;  // block, or borrowed from the template's mapping
-    char *block;        // owned, null until a copy is needed
+    const char *bytes; // block, or borrowed from the template's mapping
+    char *block;       // owned, null until a copy is needed
     size_t blockSize;
-    size_t capacity;    // bytes that may be unread; doubled for a longer match
-    size_t pos;         // where the current match begins
-    size_t end;         // behind the last valid byte
+    size_t capacity; // bytes that may be unread; doubled for a longer match
+    size_t pos;      // where the current match begins
+    size_t end;      // behind the last valid byte
 };
 
 struct Scanner {
-    ScanBuffer *buffer;   // owned, made at the first token of the process
+    ScanBuffer *buffer; // owned, made at the first token of the process
     Condition condition;
-    Condition *stack;     // owned, conditions to go back to
-    size_t depth;         // of them in use
+    Condition *stack; // owned, conditions to go back to
+    size_t depth;     // of them in use
     size_t stackRoom;
-    int32_t line;         // counts newlines of whole matches
-    int32_t ended;        // index of a nested template whose end the parser was told; 0 when
-                          // it has closed it
+    int32_t line;  // counts newlines of whole matches
+    int32_t ended; // index of a nested template whose end the parser was told; 0 when
+                   // it has closed it
 };
 
 /* Makes an empty buffer; ends the process when there is no memory. */

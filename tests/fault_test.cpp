@@ -200,9 +200,9 @@ static long sweep(Calls *calls, bool onward)
         return fileCalls.fail() ? -1 : open(path.c_str(), O_RDONLY);
     };
     useHost(&host);
-    writeFile("device/etc/htmltext_en.db", database({{"hi", "hello"},
-                                                   {"kilo", repeated("k", 1500)},
-                                                   {"long", repeated(".", 9000)}}));
+    writeFile(
+        "device/etc/htmltext_en.db",
+        database({{"hi", "hello"}, {"kilo", repeated("k", 1500)}, {"long", repeated(".", 9000)}}));
     writeFile("device/etc/htmltext_de.db", database({{"hi", "hallo"}}));
     writeFile("device/etc/htmltext.db", database({{"old", "fallback"}}));
     writeFile("device/proc/cmdline", "tooltip=0");
@@ -310,15 +310,19 @@ TEST(Faults, TemplatesChangeUnderTheRun)
         };
         const Outcome got = render(host);
         EXPECT_EQ(got.page, "a" + row.text + "c");
-        EXPECT_EQ(got.log,
-                  row.error.empty() ? "" : failure + row.error + "' => No parsing...\n");
+        EXPECT_EQ(got.log, row.error.empty() ? "" : failure + row.error + "' => No parsing...\n");
     }
 }
 
 TEST(Limits, NoLookupLeavesADamagedDatabase)
 {
-    std::string sound = database({{"", "e"}, {"a", "1"}, {"ab", "22"}, {"abc.d", ""},
-                                        {"b1", "y"}, {"b\xFF", "x"}, {"long.label", "value"}});
+    std::string sound = database({{"", "e"},
+                                  {"a", "1"},
+                                  {"ab", "22"},
+                                  {"abc.d", ""},
+                                  {"b1", "y"},
+                                  {"b\xFF", "x"},
+                                  {"long.label", "value"}});
     std::vector<std::string> files;
     for (size_t length = 1; length < sound.size(); ++length)
         files.push_back(sound.substr(0, length));

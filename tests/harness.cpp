@@ -68,7 +68,7 @@ static QueryRow *makeRows(const Rows &rows)
     return last;
 }
 
-static QueryRow *kept;  // of the latest query, when they stay the host's
+static QueryRow *kept; // of the latest query, when they stay the host's
 
 static int32_t answer(Interpreter *interpreter, int32_t mode, const char *query, QueryRow **rows,
                       int32_t *owned)

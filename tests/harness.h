@@ -16,27 +16,27 @@
 #include "interface/orvinterpreter.h"
 #include "tools/textdb_file.h"
 
-constexpr int32_t pageFd = 1 << 20;  // no real descriptor
+constexpr int32_t pageFd = 1 << 20; // no real descriptor
 
 using Texts = std::vector<std::pair<std::string, std::string>>;
 using Rows = std::vector<std::vector<std::string>>;
 
 struct Host {
-    Texts files;                        // name and content of each template
-    Texts variables;                    // set in front of the run
-    std::map<std::string, Rows> rows;   // by query; any other query has no rows
-    std::string error;                  // for fError, empty for none
-    bool handOver = true;               // rows pass to the interpreter
+    Texts files;                      // name and content of each template
+    Texts variables;                  // set in front of the run
+    std::map<std::string, Rows> rows; // by query; any other query has no rows
+    std::string error;                // for fError, empty for none
+    bool handOver = true;             // rows pass to the interpreter
     std::function<void(Interpreter *, const std::string &)> onQuery;
-    std::function<int(const std::string &)> onOpen;  // in the place of open()
-    std::vector<std::string> calls;     // what the callbacks were asked
+    std::function<int(const std::string &)> onOpen; // in the place of open()
+    std::vector<std::string> calls;                 // what the callbacks were asked
 };
 
 struct Outcome {
     int32_t result;
     std::string page;
     std::vector<std::string> pieces;
-    std::string log;  // without the lines of the run's times
+    std::string log; // without the lines of the run's times
 };
 
 /* Runs one of the host's templates with a handle of its own. */

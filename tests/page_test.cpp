@@ -36,8 +36,8 @@ const Row rows[] = {
     {"dollars", "<?echo 5$ ?><?echo '$$x'?><?echo $-?>", "5$$x$-", ""},
     {"joined elements", "<?setvariable var:n N?><?echo a'b'?><?echo x$var:n'!'y?>", "ab",
      "t.htm, line 1: Syntax error: Cmd ending with too many arguments.\n"},
-    {"a quoted reference", "<?setvariable var:n N?><?echo '$var:n!$var:'?>", "N!ar:",
-     "t.htm: Invalid numVar Index $v\n"},
+    {"a quoted reference", "<?setvariable var:n N?><?echo '$var:n!$var:'?>",
+     "N!ar:", "t.htm: Invalid numVar Index $v\n"},
     {"no argument", "x<?echo ?>", "x", "t.htm, line 1: Syntax error: Too few arguments in cmd\n"},
     {"no path", "x<?include ?>", "x",
      "t.htm, line 1: Syntax error: Too few arguments in cmd\n"
@@ -50,17 +50,20 @@ const Row rows[] = {
      "zarn - ERROR in executeCmd: Missing 2nd argument in cmd ID306! (t.htm)\n"},
 
     // variables
-    {"escaping", "<?setvariable var:v \"<a&'\\\"?><?setvariable var:w '\"'?>"
-                 "<?echo <$var:v$var:w?>|<?print $var:v$var:w?>|<?printjs $var:v$var:w?>",
+    {"escaping",
+     "<?setvariable var:v \"<a&'\\\"?><?setvariable var:w '\"'?>"
+     "<?echo <$var:v$var:w?>|<?print $var:v$var:w?>|<?printjs $var:v$var:w?>",
      "<&lt;a&amp;'\\&quot;|<a&'\\\"|<a&\\'\\\\\"", ""},
     {"set once", "<?setvariableonce var:a 1?><?setvariableonce var:a 2?><?echo $var:a?>", "1", ""},
     {"unknown", "[<?echo $var:none?>$<?echo $var:a[3]?>]", "[$]", ""},
-    {"arrays", "<?setvariable var:l[5] five?><?setvariable var:l[02] two?>"
-               "<?setvariableonce var:l[2] no?><?setvariable var:l[x] ex?>"
-               "<?echo $var:l[min]-$var:l[ max ]:$var:l[ 2 ]$var:l[+2]$var:l[x]?>",
+    {"arrays",
+     "<?setvariable var:l[5] five?><?setvariable var:l[02] two?>"
+     "<?setvariableonce var:l[2] no?><?setvariable var:l[x] ex?>"
+     "<?echo $var:l[min]-$var:l[ max ]:$var:l[ 2 ]$var:l[+2]$var:l[x]?>",
      "2-5:twoex", ""},
-    {"an index of references", "<?setvariable var:l[7] seven?><?setvariable var:i 7?>"
-                               "<?echo $var:l[$var:i]?><?echo $var:l[<?calc - 10 3?>]?>",
+    {"an index of references",
+     "<?setvariable var:l[7] seven?><?setvariable var:i 7?>"
+     "<?echo $var:l[$var:i]?><?echo $var:l[<?calc - 10 3?>]?>",
      "sevenseven", ""},
     {"a value from a command", "<?setvariable var:a <?echo b?>c?><?echo $var:a?>", "bc", ""},
     {"a value ends at its first iteration",
@@ -71,48 +74,53 @@ const Row rows[] = {
      "t.htm, near line 1: Invalid numVar Index $1\nt.htm: Invalid numVar Index $1\n"},
 
     // repeat and if
-    {"bounds", "<?repeat [ 1 3 ] $0?>,<?repeat ] 1 3 ] $0?>,<?repeat [ 1 3 [ $0?>,"
-               "<?repeat ] 1 3 [ $0?>,<?repeat [ 3 1 ] $0?>",
+    {"bounds",
+     "<?repeat [ 1 3 ] $0?>,<?repeat ] 1 3 ] $0?>,<?repeat [ 1 3 [ $0?>,"
+     "<?repeat ] 1 3 [ $0?>,<?repeat [ 3 1 ] $0?>",
      "123,23,12,2,", ""},
     {"bad bounds", "<?repeat [ abc 3 ] $0?>\n<?repeat [ ' -1x' b ] $0?>", "0\n-10",
      "t.htm, near line 1: Warning: Lower boundary abc of repeat is no valid number "
      "in current context\n"
      "t.htm, near line 2: Warning: Upper boundary b of repeat is no valid number "
      "in current context\n"},
-    {"extreme bounds", "<?repeat [ 2147483646 99999999999 ] '$0 '?>"
-                       "<?repeat ] 2147483647 2147483647 ] x?>"
-                       "<?repeat [ -99999999999 -2147483648 [ x?>",
+    {"extreme bounds",
+     "<?repeat [ 2147483646 99999999999 ] '$0 '?>"
+     "<?repeat ] 2147483647 2147483647 ] x?>"
+     "<?repeat [ -99999999999 -2147483648 [ x?>",
      "2147483646 2147483647 ", ""},
     {"no marker", "<?repeat [ 1 2 '' $0?>", "12", ""},
     {"missing marker", "<?repeat [ 1 2 $var:a[] $0?>.", "12.",
      "t.htm, line 1: Syntax error: Missing array Index\n"
      "zarn - ERROR in getRepeatUpBound: NO MEMORY or missing repeat boundary. (t.htm)\n"},
     {"levels", "<?repeat [ 1 2 ] <?repeat [ 5 6 ] '$0$10 '?>?>$", "15 16 25 26 $", ""},
-    {"short forms", "<?eq 1 1?><?neq 1 1?><?gt 2 1?><?gte 1 2?><?lt 1 2?><?lte 2 1?>"
-                    "<?and 1 0.5?><?or '' x?>",
+    {"short forms",
+     "<?eq 1 1?><?neq 1 1?><?gt 2 1?><?gte 1 2?><?lt 1 2?><?lte 2 1?>"
+     "<?and 1 0.5?><?or '' x?>",
      "10101001", ""},
-    {"numbers and texts", "<?if eq 10 10.0?><?if eq 10 '10 '?><?if gt 9 10?><?if gt 9x 10x?>"
-                          "<?if eq 16777216 16777217?><?if eq inf inf?><?if neq inf inf?>"
-                          "<?if lt '' a?><?if eq 0x10 16?>",
+    {"numbers and texts",
+     "<?if eq 10 10.0?><?if eq 10 '10 '?><?if gt 9 10?><?if gt 9x 10x?>"
+     "<?if eq 16777216 16777217?><?if eq inf inf?><?if neq inf inf?>"
+     "<?if lt '' a?><?if eq 0x10 16?>",
      "100110111", ""},
-    {"branches", "<?if eq a a then?>,<?if eq a b then?>,<?if eq a b then else?>,"
-                 "<?if eq a b '' '$var:x'else?>|",
+    {"branches",
+     "<?if eq a a then?>,<?if eq a b then?>,<?if eq a b then else?>,"
+     "<?if eq a b '' '$var:x'else?>|",
      "then,,else,|", "t.htm, line 1: Syntax error: Too few arguments in <? if eq\n"},
     {"a short if swallows up to text", "<?if eq a ?><?echo x?>text", "text",
      "t.htm, line 1: Syntax error: Too few arguments in <? if eq\n"},
 
     // calc, errors, Base64
-    {"calc", "<?calc + 1.25 2?>,<?calc '*' 1.5 1.5?>,<?calc / 7 2?>,<?calc \"-' 10 3?>,"
-             "<?calc + 5. 1?>,<?calc / 1 0?>,<?calc + 12abc 1?>,<?calc * 1e15 10?>,"
-             "<?calc + 12345678901.123456 0?>,<?calc + .123456789 0?>",
+    {"calc",
+     "<?calc + 1.25 2?>,<?calc '*' 1.5 1.5?>,<?calc / 7 2?>,<?calc \"-' 10 3?>,"
+     "<?calc + 5. 1?>,<?calc / 1 0?>,<?calc + 12abc 1?>,<?calc * 1e15 10?>,"
+     "<?calc + 12345678901.123456 0?>,<?calc + .123456789 0?>",
      "3.25,2.2,4,7,6.,inf,13,1000000000000000,12345678901.1234,0.123457", ""},
     {"bad operands", "<?calc + a 1?><?calc - 1 ''?>.", ".",
      "t.htm, near line 1: Warning: 1st operator a of calc is no valid number in current context\n"
      "t.htm, near line 1: Warning: 2nd operator  of calc is no valid number in current context\n"},
     {"errors without an error", "<?error found ?><?error message ?><?error message '[$1]'?>.",
      "0[].", "t.htm: Invalid numVar Index $1\nt.htm: Invalid numVar Index $1\n"},
-    {"a base64 argument stays empty", "<?base64 t.htm?>",
-     "PD9iYXNlNjQgdC5odG0/Pg==", ""},
+    {"a base64 argument stays empty", "<?base64 t.htm?>", "PD9iYXNlNjQgdC5odG0/Pg==", ""},
     {"base64 of nothing", "<?base64 none?><?base64 .?>.", ".", ""},
 
     // queries

@@ -102,8 +102,9 @@ Texts chain(size_t length)
 {
     Texts files;
     for (size_t i = 0; i < length; ++i)
-        files.push_back({std::to_string(i) + ".htm",
-                         i + 1 < length ? "<?include " + std::to_string(i + 1) + ".htm?>." : "end"});
+        files.push_back(
+            {std::to_string(i) + ".htm",
+             i + 1 < length ? "<?include " + std::to_string(i + 1) + ".htm?>." : "end"});
     return files;
 }
 } // namespace
@@ -145,9 +146,9 @@ TEST(Query, RowsAreTheBodysValues)
         const Outcome got = render(host);
         EXPECT_EQ(got.page, "0x1,1y2,x12xycc");
         EXPECT_EQ(got.log, "t.htm: Invalid numVar Index $1\nt.htm: Invalid numVar Index $1\n");
-        EXPECT_EQ(host.calls, (std::vector<std::string>{
-                                  "open t.htm", "query 1 two", "query 0 two", "query 0 two",
-                                  "query 2 two", "query 1 two", "query 0 wide"}));
+        EXPECT_EQ(host.calls, (std::vector<std::string>{"open t.htm", "query 1 two", "query 0 two",
+                                                        "query 0 two", "query 2 two", "query 1 two",
+                                                        "query 0 wide"}));
     }
 }
 
@@ -176,11 +177,10 @@ TEST(Callbacks, MaySetVariablesButNotRun)
     const Outcome got = render(host);
     EXPECT_EQ(nested, ORV_RUN_BUSY);
     EXPECT_EQ(got.page, "2set1<E><E>");
-    EXPECT_EQ(got.log,
-              "zarn - CGI-Variable set: v=set!\n"
-              "zarn - ERROR in Orv_Interpreter_SetVariable: no valid interpreter-struct!\n"
-              "zarn - CGI-Variable set: [1]=!\n"
-              "zarn - ERROR in Orv_Interpreter_Run: illegal multiple instances!\n");
+    EXPECT_EQ(got.log, "zarn - CGI-Variable set: v=set!\n"
+                       "zarn - ERROR in Orv_Interpreter_SetVariable: no valid interpreter-struct!\n"
+                       "zarn - CGI-Variable set: [1]=!\n"
+                       "zarn - ERROR in Orv_Interpreter_Run: illegal multiple instances!\n");
     EXPECT_EQ(inpr, nullptr);
 }
 
@@ -191,9 +191,8 @@ TEST(Page, GoesOutInOneWriteAPiece)
                            {"b.bin", std::string(382, 'b')}});
     host.variables = {{"v", "<1"}, {"e", ""}};
     const std::string encoded = repeated("YmJi", 127);
-    EXPECT_EQ(render(host).pieces,
-              (std::vector<std::string>{"a", "<", "<b", "x", "&lt;", "1", "<?", "foo\n?>c", "<1",
-                                        encoded, "Yg=="}));
+    EXPECT_EQ(render(host).pieces, (std::vector<std::string>{"a", "<", "<b", "x", "&lt;", "1", "<?",
+                                                             "foo\n?>c", "<1", encoded, "Yg=="}));
 }
 
 TEST(Page, SurvivesBadWrites)
@@ -208,8 +207,7 @@ TEST(Page, IsGatheredOnDemand)
 {
     Host host = withFiles({{"t.htm", "ab<?echo cde?>f<?error found ?>gh<?echo ijklmnopq?>r"}});
     gatheredBytes = 6;
-    EXPECT_EQ(render(host).pieces,
-              (std::vector<std::string>{"abcdef", "0gh", "ijklmnopq", "r"}));
+    EXPECT_EQ(render(host).pieces, (std::vector<std::string>{"abcdef", "0gh", "ijklmnopq", "r"}));
     writes = {4, {EINTR, 0, EIO}};
     EXPECT_EQ(render(host).page, "abcdf0ghijklmnopqr");
     writes = {};
@@ -294,8 +292,9 @@ TEST(Handle, BadArguments)
               none + none + path +
                   "zarn - ERROR in Orv_Interpreter_ClearVariables: no valid interpreter-struct!\n"
                   "zarn - $HTML_TOOLTIPS is not set!\n" +
-                  path + "zarn - CGI-Variable set: =!\n"
-                         "zarn - ERROR in Orv_Interpreter_SetVariable: NO MEMORY!\n");
+                  path +
+                  "zarn - CGI-Variable set: =!\n"
+                  "zarn - ERROR in Orv_Interpreter_SetVariable: NO MEMORY!\n");
     EXPECT_EQ(Orv_Interpreter_Destroy(interpreter), 0);
     Orv_Interpreter_SetLog(logTarget());
     EXPECT_EQ(Orv_Interpreter_Destroy(nullptr), 0);
@@ -326,8 +325,8 @@ TEST(Log, IsOpenedByTheSwitch)
     struct {
         const char *cmdline;
         int32_t mode;
-    } const cases[] = {{"", -1},           {"quiet", -1},       {"a tooltip=2 b", 2},
-                       {"xtooltip=12", 1}, {"tooltip=7 x", 0},  {"tooltip=x", 0},
+    } const cases[] = {{"", -1},           {"quiet", -1},      {"a tooltip=2 b", 2},
+                       {"xtooltip=12", 1}, {"tooltip=7 x", 0}, {"tooltip=x", 0},
                        {"tooltip=", 0},    {"tooltip=0", 0}};
     const std::string path = folder + "/device/var/log/zarn_interpreter.log";
     for (const auto &row : cases) {
@@ -351,7 +350,8 @@ TEST(Log, IsOpenedByTheSwitch)
                    "zarn - $HTML_TOOLTIPS is set to illegal value 9, "
                    "resetting to 0 (no tooltips)\n"
                    "zarn - $HTML_TOOLTIPS is set to 0\n"
-                   "zarn - CGI-Variable set: a=" + std::string(472, 'x'));
+                   "zarn - CGI-Variable set: a=" +
+                       std::string(472, 'x'));
 }
 
 TEST(Log, HasARunsTimes)
@@ -386,8 +386,8 @@ TEST(Limits, NestedBodies)
                                        : "zarn - ERROR in executeCmd: MAX_CMD_DEPTH exceeded! "
                                          "(t.htm)\n");
     }
-    const Outcome query = renderText(repeated("<?print ", 10) + "<?error message ?>" +
-                                     repeated("?>", 10));
+    const Outcome query =
+        renderText(repeated("<?print ", 10) + "<?error message ?>" + repeated("?>", 10));
     EXPECT_EQ(query.log, "t.htm, near line 1: Invalid numVar Index\n");
 }
 
@@ -406,8 +406,10 @@ TEST(Limits, ArgumentBuffer)
     const Outcome fits = renderText("<?setvariable var:a '" + longest + "'?><?echo $var:a?>");
     EXPECT_EQ(fits.page, longest);
     EXPECT_EQ(fits.log, "");
-    const Outcome cut = renderText("<?setvariable var:a " + longest + "$$?>"
-                                   "<?echo $var:a?><?if eq '" + longest + "' '' x y?>");
+    const Outcome cut = renderText("<?setvariable var:a " + longest +
+                                   "$$?>"
+                                   "<?echo $var:a?><?if eq '" +
+                                   longest + "' '' x y?>");
     EXPECT_EQ(cut.page, longest + "y");
     EXPECT_EQ(cut.log, repeated(message, 3));
     const Outcome number = renderText("<?setvariable var:a " + longest.substr(5) +
@@ -515,8 +517,8 @@ TEST(Records, AreLinkedUpToTheFirstNullArgument)
     a = addArgElem(a, ELEM_TEXT, strdup("a"));
     EXPECT_STREQ(static_cast<char *>(a->elems->value), "a");
     EXPECT_STREQ(static_cast<char *>(a->elems->next->value), "b");
-    Arg *lost = addArgElem(nullptr, ELEM_CMD, createCmd(ID_ECHO, nullptr, nullptr, nullptr,
-                                                        nullptr, nullptr));
+    Arg *lost = addArgElem(nullptr, ELEM_CMD,
+                           createCmd(ID_ECHO, nullptr, nullptr, nullptr, nullptr, nullptr));
     Cmd *cmd = createCmd(ID_PRINT, strdup("extra"), a, nullptr, lost, nullptr);
     EXPECT_EQ(cmd->args, a);
     EXPECT_EQ(a->next, nullptr);
@@ -555,7 +557,7 @@ TEST(Malformed, EachCommandHasItsMessage)
         if (!row.malformed)
             continue;
         std::string text = std::string("<?") + row.words;
-        text += row.tail == Tail::OPERATOR ? std::string(" ") + row.sign
+        text += row.tail == Tail::OPERATOR  ? std::string(" ") + row.sign
                 : row.tail == Tail::ELEMENT ? " var:a[1]"
                                             : "";
         const Outcome got = renderText("\n" + text + " ?>x");
@@ -567,7 +569,9 @@ TEST(Malformed, EachCommandHasItsMessage)
                                       ? "repeat"
                                       : row.words;
         EXPECT_EQ(got.log, std::string("t.htm, line 2: Syntax error") +
-                               (dotted ? "." : plain ? "" : ":") + " Too few arguments in <? " +
-                               words + "\n");
+                               (dotted  ? "."
+                                : plain ? ""
+                                        : ":") +
+                               " Too few arguments in <? " + words + "\n");
     }
 }

@@ -18,7 +18,10 @@ protected:
     void SetUp() override
     {
         writeFile("device/etc/htmltext_en.db",
-                  database({{"hi", "hello"}, {"a.b_c:d", "all"}, {"", "empty"}, {"none", ""},
+                  database({{"hi", "hello"},
+                            {"a.b_c:d", "all"},
+                            {"", "empty"},
+                            {"none", ""},
                             {"cmd", "<?echo 1?>{?hi?}"},
                             {"long", "<?setvariable var:lang de?>" + longText + "{?hi?}"},
                             {"incl", "<?include b.htm?>" + longText + "<?echo y?>"},

@@ -55,9 +55,11 @@ TEST(VarTree, ArraysKeepTheirBounds)
     struct {
         const char *index;
         uint32_t flags;
-        const char *bounds;  // smallest and greatest afterwards
-    } const steps[] = {{"x", 1, "xx"}, {"5", 1, "55"},  {"-2", 1, "-25"}, {"007", 1, "-27"},
-                       {"y", 1, "-27"}, {"", 1, "-27"}, {"+9", 0, "-29"}, {" -3", 0, "-39"},
+        const char *bounds; // smallest and greatest afterwards
+    } const steps[] = {{"x", 1, "xx"},   {"5", 1, "55"},
+                       {"-2", 1, "-25"}, {"007", 1, "-27"},
+                       {"y", 1, "-27"},  {"", 1, "-27"},
+                       {"+9", 0, "-29"}, {" -3", 0, "-39"},
                        {"-5", 1, "-59"}, {"99999999999", 1, "-52147483647"}};
     VarNode *root = nullptr;
     for (const auto &step : steps) {

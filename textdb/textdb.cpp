@@ -24,16 +24,16 @@ static constexpr size_t NODE_SIZE = 8;
 
 // Of a record's second word.
 static constexpr uint32_t LABEL_BITS = 0x3FFFFFFF;
-static constexpr uint32_t SIBLING_BIT = 0x40000000;  // the next record is the next sibling
+static constexpr uint32_t SIBLING_BIT = 0x40000000; // the next record is the next sibling
 static constexpr uint32_t ATTRIBUTE_BIT = 0x80000000;
 
 namespace
 {
 // A node record, taken apart.
 struct Node {
-    uint32_t firstChild;   // index, 0 for none
-    uint32_t valueOffset;  // from the label's first byte, 0 for no value
-    uint32_t label;        // offset of the label
+    uint32_t firstChild;  // index, 0 for none
+    uint32_t valueOffset; // from the label's first byte, 0 for no value
+    uint32_t label;       // offset of the label
     bool attribute;
 };
 
@@ -123,8 +123,7 @@ static bool passLabel(const Image &image, size_t offset, const char **key)
 static const char *valueOf(const Image &image, const Node &node)
 {
     const size_t offset = static_cast<size_t>(node.label) + node.valueOffset;
-    if (offset >= image.length ||
-        !memchr(image.bytes + offset, '\0', image.length - offset))
+    if (offset >= image.length || !memchr(image.bytes + offset, '\0', image.length - offset))
         return nullptr;
     return image.bytes + offset;
 }

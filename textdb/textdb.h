@@ -9,17 +9,17 @@
 
 // A mapped database. Zero-filled, nothing is mapped.
 struct TextDatabase {
-    const char *image;    // node array of the mapping, null when nothing is mapped
-    int32_t fd;           // owned while mapped
-    char path[4096];      // resolved path; empty for the fallback
-    char language[4];     // code that chose the file; empty for the default
+    const char *image; // node array of the mapping, null when nothing is mapped
+    int32_t fd;        // owned while mapped
+    char path[4096];   // resolved path; empty for the fallback
+    char language[4];  // code that chose the file; empty for the default
 };
 
 // A mapping and its length, which the file's size may have left behind.
 struct Mapping {
-    const char *image;  // borrowed: the mapping begins a header before it
-    size_t length;      // of the mapping, header included
-    Mapping *next;      // owned
+    const char *image; // borrowed: the mapping begins a header before it
+    size_t length;     // of the mapping, header included
+    Mapping *next;     // owned
 };
 
 extern "C" {

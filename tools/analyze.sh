@@ -1,18 +1,21 @@
 #!/bin/bash
 # tools/analyze.sh - looks at the library and the tools with clang-tidy and
-# cppcheck. Ends with status 1 when either finds anything.
+# cppcheck, and at the form of every source with clang-format. Ends with status 1
+# when any of them finds anything.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 # shellcheck source=tools/setup.sh
 . tools/setup.sh
 
 need cmake:cmake ninja:ninja-build clang++:clang bison:bison clang-tidy:clang-tidy \
+    clang-format:clang-format \
     cppcheck:cppcheck sqlite3.h:libsqlite3-dev gettext-po.h:libgettextpo-dev
 build=$PWD/build/analyze
 cmake -S . -B "$build" -G Ninja -DORV_TESTS=OFF -DCMAKE_CXX_COMPILER=clang++ \
     -DCMAKE_C_COMPILER=clang
 cmake --build "$build" --target parser
 status=0
+git ls-files '*.cpp' '*.h' '*.c' | xargs clang-format --dry-run --Werror || status=1
 # The generated parser is left to its generator; the grammar's actions are calls.
 printf '%s\n' {interface,scanner,grammar,exec,vars,textdb,tools}/*.cpp |
     xargs -n 1 -P "$(nproc)" clang-tidy -p "$build" --quiet || status=1

@@ -7,9 +7,9 @@
 #include "interface/orvinterpreter.h"
 
 struct LocalVar {
-    char *name;      // owned, never empty
-    char *value;     // owned
-    LocalVar *next;  // owned, the entry set before this one
+    char *name;     // owned, never empty
+    char *value;    // owned
+    LocalVar *next; // owned, the entry set before this one
 };
 
 extern "C" {

@@ -31,17 +31,17 @@ namespace
 {
 // Where a search ended.
 struct Place {
-    VarNode *found;     // carries the key's value, or null
-    const char *rest;   // the key behind the pieces that matched
-    VarNode *parent;    // last node whose children were searched
-    VarNode *insertAt;  // last of them whose first byte is not above the key's, or null
+    VarNode *found;    // carries the key's value, or null
+    const char *rest;  // the key behind the pieces that matched
+    VarNode *parent;   // last node whose children were searched
+    VarNode *insertAt; // last of them whose first byte is not above the key's, or null
 };
 
 enum class Stored { DONE, REFUSED, NO_MEMORY };
 
 struct StoreResult {
     Stored outcome;
-    VarNode *node;  // null unless DONE
+    VarNode *node; // null unless DONE
 };
 } // namespace
 
@@ -242,7 +242,7 @@ static VarNode *insertElement(VarNode *array, const char *indexText, bool numeri
         return stored.node;
     widenBound(array, "-", index, indexText);
     widenBound(array, "+", index, indexText);
-    return stored.node ? search(array, indexText).found : nullptr;  // a bound may have split it
+    return stored.node ? search(array, indexText).found : nullptr; // a bound may have split it
 }
 
 // The first element of an array: its name becomes a node when the bounds join.

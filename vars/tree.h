@@ -7,14 +7,14 @@
 #include "interface/orvinterpreter.h"
 
 struct VarNode {
-    char *label;           // owned, the key's piece on the way from the parent; null in a root
-    uint8_t hasValue;      // 1 when the node carries a value
-    char *value;           // owned, null when hasValue is 0
-    VarNode *firstChild;   // owned
-    VarNode *nextSibling;  // owned
+    char *label;          // owned, the key's piece on the way from the parent; null in a root
+    uint8_t hasValue;     // 1 when the node carries a value
+    char *value;          // owned, null when hasValue is 0
+    VarNode *firstChild;  // owned
+    VarNode *nextSibling; // owned
 };
 
-constexpr uint32_t VAR_REPLACE = 1;  // a different value may be overwritten
+constexpr uint32_t VAR_REPLACE = 1; // a different value may be overwritten
 
 extern "C" {
 /* Searches the tree for the node that carries key's value.
@@ -48,8 +48,8 @@ ORV_API VarNode *insertVar(VarNode **root, const char *key, const char *value, u
  *
  * Returns as insertVar does. A bound that memory does not suffice for is left as
  * it was, or missing. */
-ORV_API VarNode *insertArray(VarNode **root, const char *name, const char *index,
-                             const char *value, uint32_t flags);
+ORV_API VarNode *insertArray(VarNode **root, const char *name, const char *index, const char *value,
+                             uint32_t flags);
 
 /* Frees the whole tree and leaves *root null. */
 ORV_API void destroyTree(VarNode **root);
