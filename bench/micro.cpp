@@ -18,6 +18,7 @@
 #include "exec/exec.h"
 #include "grammar/commands.h"
 #include "interface/process.h"
+#include "textdb/language.h"
 #include "tools/textdb_file.h"
 #include "vars/tree.h"
 

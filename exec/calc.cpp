@@ -8,7 +8,6 @@
 #include "exec/exec.h"
 #include "grammar/commands.h"
 #include "interface/log.h"
-#include "interface/process.h"
 
 static constexpr size_t RESULT_CAPACITY = 17;
 
@@ -21,7 +20,7 @@ static bool readOperand(const char *text, const char *ordinal, double *value)
         return true;
     logMessage("%s, near line %d: Warning: %s operator %s of calc is no valid number "
                "in current context\n",
-               currentTemplate(), scanner.line, ordinal, text);
+               currentTemplate(), currentLine(), ordinal, text);
     return false;
 }
 

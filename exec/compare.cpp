@@ -5,7 +5,6 @@
 #include "exec/exec.h"
 #include "grammar/commands.h"
 #include "interface/log.h"
-#include "interface/process.h"
 #include "vars/number.h"
 
 int32_t doRepeat(const char *lowText, const char *upText, int32_t *lower, int32_t *upper)
@@ -15,14 +14,14 @@ int32_t doRepeat(const char *lowText, const char *upText, int32_t *lower, int32_
     if (end == lowText) {
         logMessage("%s, near line %d: Warning: Lower boundary %s of repeat is no valid number "
                    "in current context\n",
-                   currentTemplate(), scanner.line, lowText);
+                   currentTemplate(), currentLine(), lowText);
         return 0;
     }
     *upper = readNumber(upText, &end);
     if (end == upText) {
         logMessage("%s, near line %d: Warning: Upper boundary %s of repeat is no valid number "
                    "in current context\n",
-                   currentTemplate(), scanner.line, upText);
+                   currentTemplate(), currentLine(), upText);
         return 0;
     }
     return 1;

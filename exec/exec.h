@@ -7,6 +7,7 @@
 #define ORV_EXEC_EXEC_H
 
 #include <stdint.h>
+#include <sys/times.h>
 
 #include <string_view>
 
@@ -25,6 +26,19 @@ extern "C" {
 /* Runs one command, borrowed. Returns an EXEC_ result; a suspended command now
  * belongs to the pending includes and must not be freed by the caller. */
 ORV_API int32_t executeCmd(Cmd *cmd, int32_t direct);
+
+/* Opens a template through fOpen, maps it and puts it on top of the include
+ * stack; the scanner reads it next. path: copied. recordPending: nonzero when
+ * the include stands in a running body, whose entry of the pending includes is
+ * on top.
+ * Returns an INCLUDE_ result (scanner/input.h); unless pushed, nothing has changed. */
+ORV_API int32_t doInclude(const char *path, int32_t recordPending);
+
+/* Closes the template on top, gives the scanner the one beneath and, where an
+ * include in a body had suspended a command there, runs that command again.
+ * Returns 0 when none was open or it was the run's own, which keeps its place
+ * and name until the run ends; else 1. */
+ORV_API int32_t doExclude();
 
 /* Expands one argument, which may be null; id's escaping bits apply to values.
  * Direct: 0, or -1 for a null argument. Else the offset in the argument buffer
@@ -110,11 +124,26 @@ int32_t appendPiece(ArgBuffer *buffer, std::string_view piece);
  * while there is no buffer. */
 const char *argText(int32_t offset);
 
-/* Runs the suspended command of the template that has become current again. */
-void resumeSuspended();
+/* Logs that bodies or suspended includes are nested too deep. Returns EXEC_TOO_DEEP. */
+int32_t refuseDepth();
+
+/* The include command: pushes its template, and suspends the command whose body it
+ * stands in. Returns an EXEC_ result. */
+int32_t runInclude(Cmd *cmd, const char *path, int32_t direct);
+
+/* Takes over the top-level command that an include has suspended. */
+void keepSuspended(Cmd *cmd);
 
 /* Frees all suspended commands of a run that has ended. */
 void dropPending();
+
+// Clock ticks before and after a query.
+struct QueryTimes {
+    clock_t startTicks;
+    tms start;
+    tms end;
+};
+extern QueryTimes queryTimes;
 
 /* A row's columns, within the room that it has. */
 int32_t columnCount(const QueryRow *row);

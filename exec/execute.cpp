@@ -2,10 +2,7 @@
  *
  * Leading arguments are expanded to texts, then the command acts, then its body
  * is expanded once per iteration. Each running body has a frame of the loop
- * stack. An include inside a body cannot be read before the dispatcher has
- * returned: it suspends the whole top-level command, which runs again, its
- * output dropped up to that include, when the included template has ended.
- * Between top-level commands of a run: loopTop is -1, argLen is 0. */
+ * stack. Between top-level commands of a run: loopTop is -1, argLen is 0. */
 #include <stdlib.h>
 #include <string.h>
 
@@ -15,7 +12,6 @@
 #include "grammar/commands.h"
 #include "interface/log.h"
 #include "interface/process.h"
-#include "scanner/input.h"
 #include "vars/tree.h"
 
 // A level above 9 has no digit, so none can be written from there on.
@@ -33,64 +29,6 @@ struct Loop {
     Arg *body;      // borrowed, null without one
 };
 } // namespace
-
-// Whether the include that suspended the command which runs again is this one:
-// the same record in the same iteration of every body around it.
-static bool isAwaited(const Cmd *cmd)
-{
-    const PendingInclude &awaited = inpr->pendingIncludes[inpr->pendingTop];
-    if (awaited.includeCmd != cmd || awaited.bodies != inpr->loopTop)
-        return false;
-    for (int32_t level = 0; level <= awaited.bodies; ++level)
-        if (awaited.counters[level] != inpr->loopFrames[level].counter)
-            return false;
-    return true;
-}
-
-static void pushPending(Cmd *cmd)
-{
-    PendingInclude *pending = &inpr->pendingIncludes[++inpr->pendingTop];
-    pending->resumeCmd = nullptr;
-    pending->includeCmd = cmd;
-    pending->bodies = inpr->loopTop;
-    for (int32_t level = 0; level <= inpr->loopTop; ++level)
-        pending->counters[level] = inpr->loopFrames[level].counter;
-}
-
-static void logTooDeep()
-{
-    logMessage("zarn - ERROR in executeCmd: MAX_CMD_DEPTH exceeded! (%s)\n", currentTemplate());
-}
-
-static int32_t include(Cmd *cmd, const char *path, int32_t direct)
-{
-    if (!direct && inpr->loopTop >= 0) {
-        logMessage("zarn - ERROR in executeCmd: "
-                   "include in an argument of a running body refused! (%s)\n",
-                   currentTemplate());
-        return EXEC_DONE;
-    }
-    if (inpr->resuming) {
-        if (isAwaited(cmd)) {
-            inpr->resuming = 0;
-            --inpr->pendingTop;
-        }
-        return EXEC_DONE;
-    }
-    if (inpr->loopTop < 0) {
-        doInclude(path, 0);
-        return EXEC_DONE;
-    }
-    if (inpr->pendingTop >= MAX_CMD_DEPTH - 1) {
-        logTooDeep();
-        return EXEC_TOO_DEEP;
-    }
-    pushPending(cmd);
-    if (doInclude(path, 1) >= 0)
-        return EXEC_SUSPENDED;
-    --inpr->pendingTop;
-    return EXEC_DONE;
-}
 
 static void setVariable(const char *name, const char *value, uint32_t flags)
 {
@@ -164,7 +102,7 @@ static int32_t act(Cmd *cmd, const char *a1, const char *a2, int32_t direct, Loo
         setBounds(cmd, a1, a2, loop);
         return EXEC_DONE;
     case ID_INCLUDE:
-        return include(cmd, a1, direct);
+        return runInclude(cmd, a1, direct);
     }
     if (cmd->id & CMDF_QUERY) {
         query(cmd->id, a1, direct, loop);
@@ -182,13 +120,17 @@ static int32_t act(Cmd *cmd, const char *a1, const char *a2, int32_t direct, Loo
     return EXEC_DONE;
 }
 
+int32_t refuseDepth()
+{
+    logMessage("zarn - ERROR in executeCmd: MAX_CMD_DEPTH exceeded! (%s)\n", currentTemplate());
+    return EXEC_TOO_DEEP;
+}
+
 // Expands the body once per iteration. Frees nothing.
 static int32_t runBody(Cmd *cmd, Loop *loop, int32_t direct)
 {
-    if (inpr->loopTop >= MAX_CMD_DEPTH - 1) {
-        logTooDeep();
-        return EXEC_TOO_DEEP;
-    }
+    if (inpr->loopTop >= MAX_CMD_DEPTH - 1)
+        return refuseDepth();
     const int32_t level = ++inpr->loopTop;
     int32_t result = EXEC_DONE;
     for (int64_t counter = loop->lower; counter <= loop->upper; ++counter) {
@@ -204,7 +146,7 @@ static int32_t runBody(Cmd *cmd, Loop *loop, int32_t direct)
     }
     --inpr->loopTop;
     if (result == EXEC_SUSPENDED && inpr->loopTop < 0)
-        inpr->pendingIncludes[inpr->pendingTop].resumeCmd = cmd;
+        keepSuspended(cmd);
     return result;
 }
 
@@ -251,27 +193,4 @@ int32_t executeCmd(Cmd *cmd, int32_t direct)
         result = runBody(cmd, &loop, direct);
     freeQueryRows(&loop.rows);
     return result;
-}
-
-void resumeSuspended()
-{
-    if (inpr->pendingTop < 0 ||
-        inpr->pendingIncludes[inpr->pendingTop].includeLevel != inpr->includeIndex)
-        return;
-    Cmd *cmd = inpr->pendingIncludes[inpr->pendingTop].resumeCmd;
-    inpr->resuming = 1;
-    if (executeCmd(cmd, 1) == EXEC_SUSPENDED)
-        return;
-    if (inpr->resuming) { // it took another way and never came to its include
-        inpr->resuming = 0;
-        --inpr->pendingTop;
-    }
-    destroyCmd(&cmd);
-}
-
-void dropPending()
-{
-    for (; inpr->pendingTop >= 0; --inpr->pendingTop)
-        destroyCmd(&inpr->pendingIncludes[inpr->pendingTop].resumeCmd);
-    inpr->resuming = 0;
 }

@@ -126,7 +126,7 @@ static int32_t columnOf(char c)
 int32_t lookupNumvar(const char *index, uint32_t id, int32_t direct)
 {
     if (!index || !*index) {
-        logMessage("%s, near line %d: Invalid numVar Index\n", currentTemplate(), scanner.line);
+        logMessage("%s, near line %d: Invalid numVar Index\n", currentTemplate(), currentLine());
         return -1;
     }
     if (direct && inpr->resuming)
@@ -135,7 +135,7 @@ int32_t lookupNumvar(const char *index, uint32_t id, int32_t direct)
     const int32_t level = index[1] ? static_cast<unsigned char>(*index) - '0' : 0;
     const int32_t column = columnOf(*columnText);
     if (level < 0 || column < 0 || level > inpr->loopTop) {
-        logMessage("%s, near line %d: Invalid numVar Index $%s\n", currentTemplate(), scanner.line,
+        logMessage("%s, near line %d: Invalid numVar Index $%s\n", currentTemplate(), currentLine(),
                    columnText);
         return -1;
     }

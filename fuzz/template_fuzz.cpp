@@ -21,6 +21,7 @@
 #include "exec/exec.h"
 #include "fuzz/fuzz.h"
 #include "interface/process.h"
+#include "textdb/language.h"
 #include "tools/textdb_file.h"
 
 using Lines = std::vector<std::string>;

@@ -7,6 +7,7 @@
 #include "exec/exec.h"
 #include "grammar/commands.h"
 #include "interface/log.h"
+#include "scanner/scanner.h"
 
 int32_t doParse()
 {
@@ -21,6 +22,16 @@ int32_t doParse()
 int zarn_error(const char *)
 {
     return 0;
+}
+
+int zarn_lex()
+{
+    if (endWasTold()) // a recovery has discarded the end of that template
+        doExclude();
+    const int token = nextToken();
+    if (token == 0)
+        doExclude();
+    return token;
 }
 
 void runCommand(Cmd *cmd)

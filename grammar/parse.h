@@ -17,7 +17,8 @@ ORV_API int32_t doParse();
 ORV_API int zarn_error(const char *text);
 }
 
-/* Next token of the template; sets zarn_lval and zarn_lloc. 0 is the end. */
+/* Next token for the parser; sets zarn_lval and zarn_lloc. 0 is the end of the run's
+ * template, which is then closed; so is one whose EOF_TAG was not taken. */
 int zarn_lex();
 
 /* Runs a top-level command and frees it, unless an include has suspended it. */

@@ -45,8 +45,8 @@ extern int zarn_nerrs;
 %code {
 #include <stdlib.h>
 
+#include "exec/exec.h"
 #include "grammar/parse.h"
-#include "scanner/input.h"
 }
 
 // Codes from 258 on, in this order. Some are never produced; they keep the
@@ -68,7 +68,7 @@ extern int zarn_nerrs;
 %type <token> unary query repeat if calc
 
 // What is discarded or popped is released. The end of a template that is
-// discarded closes it all the same: the scanner sees to that.
+// discarded closes it all the same: zarn_lex sees to that.
 %destructor { free($$); } <text>
 %destructor { destroyCmd(&$$); } <cmd>
 %destructor { destroyArg(&$$); } <arg>

@@ -16,6 +16,7 @@ struct LocalVar;
 struct ScanBuffer;
 struct VarNode;
 
+constexpr size_t MARK_CAPACITY = 384;     // a text in its translators' mark, terminator included
 constexpr int32_t MAX_INCLUDE_DEPTH = 20; // open templates, the run's own included
 constexpr int32_t MAX_CMD_DEPTH = 64;     // nested bodies, and suspended includes
 

@@ -15,6 +15,7 @@
 #include <unistd.h>
 
 #include "interface/process.h"
+#include "scanner/scanner.h"
 
 static constexpr char logPath[] = "/var/log/zarn_interpreter.log";
 static constexpr char cmdlinePath[] = "/proc/cmdline";
@@ -38,6 +39,11 @@ const char *currentTemplate()
         return "";
     const char *name = inpr->includes[inpr->includeIndex].fileName;
     return name ? name : "";
+}
+
+int32_t currentLine()
+{
+    return scanner.line;
 }
 
 bool systemPath(char *full, size_t capacity, const char *path)

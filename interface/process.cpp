@@ -5,6 +5,12 @@
  * zarn_lloc, zarn_nerrs) stand in the generated parser. */
 #include "interface/process.h"
 
+#include "exec/exec.h"
+#include "interface/log.h"
+#include "scanner/fields.h"
+#include "scanner/scanner.h"
+#include "textdb/language.h"
+
 const char *systemRoot = ""; // set by the host before its first call
 
 Interpreter *inpr;           // borrowed; set only while Orv_Interpreter_Run is active

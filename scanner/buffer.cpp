@@ -13,7 +13,8 @@
 #include <algorithm>
 
 #include "interface/output.h"
-#include "scanner/input.h"
+#include "interface/process.h"
+#include "scanner/fields.h"
 
 // A test build makes them tiny, so that every match meets the end of a buffer.
 #ifndef ORV_BUFFER_CAPACITY

@@ -4,9 +4,15 @@
 
 #include <stddef.h>
 
-#include "interface/process.h"
+#include "scanner/scanner.h"
 
 constexpr int END_OF_INPUT = -1;
+
+/* Makes an empty buffer; ends the process when there is no memory. */
+ScanBuffer *createBuffer();
+
+/* Frees a buffer; null is allowed. */
+void destroyBuffer(ScanBuffer *buffer);
 
 /* Reads more of the template behind the bytes of the current match. Returns
  * whether there was more. The match may move to another address. */

@@ -4,6 +4,8 @@
  * The scanner never sees a field, so a text is scanned like any other part of
  * the template. Between calls nothing is kept but the entry's readPos, the rest
  * of a text that was too long, and in tooltip mode the handle's htmlContext. */
+#include "scanner/fields.h"
+
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -14,7 +16,8 @@
 
 #include "interface/log.h"
 #include "interface/process.h"
-#include "scanner/input.h"
+#include "scanner/scanner.h"
+#include "textdb/language.h"
 
 using std::string_view;
 

@@ -15,10 +15,10 @@
 
 #include <algorithm>
 
-#include "exec/exec.h"
 #include "interface/log.h"
 #include "interface/output.h"
 #include "interface/process.h"
+#include "scanner/buffer.h"
 
 // Bytes to map: the file that the path names, but no more than the descriptor's,
 // so that no read leaves the file. Negative, with errno set, when unknown.
@@ -80,7 +80,7 @@ static int32_t openTemplate(IncludeEntry *entry, const char *path)
     return INCLUDE_PUSHED;
 }
 
-int32_t doInclude(const char *path, int32_t recordPending)
+int32_t pushTemplate(const char *path)
 {
     const int32_t parent = inpr->includeIndex;
     if (!path) {
@@ -97,8 +97,6 @@ int32_t doInclude(const char *path, int32_t recordPending)
     if (result != INCLUDE_PUSHED)
         return result;
     inpr->htmlContext = contextOf(path);
-    if (recordPending)
-        inpr->pendingIncludes[inpr->pendingTop].includeLevel = parent;
     if (parent >= 0) {
         const size_t length = static_cast<size_t>(entry->mapLast - entry->mapStart) + 1;
         if (startsWithByteOrderMark(entry->mapStart, length))
@@ -126,11 +124,12 @@ static void closeTemplate(IncludeEntry *entry)
     entry->rest = nullptr;
 }
 
-// Closes a nested template and goes back to the one beneath.
-static void popTemplate()
+bool popTemplate()
 {
     IncludeEntry *entry = &inpr->includes[inpr->includeIndex];
     closeTemplate(entry);
+    if (inpr->includeIndex == 0)
+        return false;
     free(entry->fileName);
     entry->fileName = nullptr;
     --inpr->includeIndex;
@@ -140,27 +139,14 @@ static void popTemplate()
     parent->savedBuffer = nullptr;
     scanner.line = parent->savedLine;
     scanner.ended = 0;
-}
-
-int32_t doExclude()
-{
-    if (!inpr || inpr->includeIndex < 0)
-        return 0;
-    if (inpr->includeIndex == 0) {
-        closeTemplate(&inpr->includes[0]);
-        return 0;
-    }
-    popTemplate();
-    resumeSuspended();
-    return 1;
+    return true;
 }
 
 void closeTemplates()
 {
-    while (inpr->includeIndex > 0)
-        popTemplate();
-    if (inpr->includeIndex == 0) {
-        closeTemplate(&inpr->includes[0]);
+    if (inpr->includeIndex >= 0) {
+        while (popTemplate())
+            ;
         free(inpr->includes[0].fileName);
         inpr->includes[0].fileName = nullptr;
         inpr->includeIndex = -1;

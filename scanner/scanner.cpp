@@ -3,8 +3,8 @@
  *
  * A rule looks at the bytes of the current match through byteAt, and only at
  * those that can lengthen it: asking for more may refill the buffer, and what a
- * refill reads depends on what commands have done before it. Called by the
- * parser. Between calls: the next match begins at the buffer's pos. */
+ * refill reads depends on what commands have done before it. Called by the parse
+ * driver. Between calls: the next match begins at the buffer's pos. */
 #include "scanner/scanner.h"
 
 #include <stdio.h>
@@ -17,11 +17,10 @@
 #include <string_view>
 
 #include "grammar/commands.h"
-#include "grammar/parse.h"
 #include "interface/log.h"
 #include "interface/output.h"
+#include "interface/process.h"
 #include "scanner/buffer.h"
-#include "scanner/input.h"
 
 using std::string_view;
 
@@ -553,10 +552,7 @@ static int endTemplate()
     while (scanner.condition != Condition::TEXT)
         leaveCondition();
     scanner.ended = inpr->includeIndex;
-    if (inpr->includeIndex != 0)
-        return EOF_TAG;
-    doExclude();
-    return 0;
+    return inpr->includeIndex != 0 ? EOF_TAG : 0;
 }
 
 static int scanOnce()
@@ -582,13 +578,16 @@ static int scanOnce()
     return 0;
 }
 
-int zarn_lex()
+bool endWasTold()
+{
+    return scanner.ended > 0;
+}
+
+int nextToken()
 {
     if (!scanner.buffer)
         scanner.buffer = createBuffer();
     zarn_lval.text = nullptr;
-    if (scanner.ended > 0) // a recovery has discarded the end of that template
-        doExclude();
     int token;
     do
         token = scanOnce();

@@ -43,11 +43,15 @@ struct Scanner {
                    // it has closed it
 };
 
-/* Makes an empty buffer; ends the process when there is no memory. */
-ScanBuffer *createBuffer();
+extern Scanner scanner;
 
-/* Frees a buffer; null is allowed. */
-void destroyBuffer(ScanBuffer *buffer);
+/* The next token of the template on top; sets zarn_lval and zarn_lloc. EOF_TAG is
+ * the end of a nested template, and comes again until that is closed; 0 the end of
+ * the run's own. */
+int nextToken();
+
+/* Whether the end of the template on top was returned, and it is still open. */
+bool endWasTold();
 
 /* Back to an empty first buffer of the first size, in page text. */
 void resetScanner();

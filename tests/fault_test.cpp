@@ -20,6 +20,7 @@
 #include <set>
 
 #include "interface/process.h"
+#include "textdb/language.h"
 #include "tests/harness.h"
 #include "vars/tree.h"
 

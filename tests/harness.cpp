@@ -16,6 +16,7 @@
 
 #include "exec/exec.h"
 #include "interface/process.h"
+#include "textdb/language.h"
 
 static Host *current;
 static std::vector<std::string> pieces;

@@ -12,6 +12,7 @@
 #include "grammar/records.h"
 #include "interface/log.h"
 #include "interface/process.h"
+#include "textdb/language.h"
 #include "scanner/input.h"
 #include "tests/harness.h"
 

@@ -7,6 +7,7 @@
 #include <random>
 
 #include "interface/process.h"
+#include "textdb/language.h"
 #include "tests/harness.h"
 
 // A device with English as its own language, German, and a fallback.

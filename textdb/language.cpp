@@ -4,13 +4,14 @@
  * file lacks is looked up in the fallback, which is mapped at the first miss and
  * for good. All of it belongs to the process and outlives handles. Between
  * calls: htmlDB is either whole or empty. */
+#include "textdb/language.h"
+
 #include <limits.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 
 #include "interface/log.h"
-#include "interface/process.h"
 
 static constexpr char languagePrefix[] = "/etc/htmltext_";
 static constexpr char languageSuffix[] = ".db";

@@ -17,8 +17,6 @@
 
 #include <algorithm>
 
-#include "interface/process.h"
-
 static constexpr size_t HEADER_SIZE = 16;
 static constexpr size_t NODE_SIZE = 8;
 

@@ -1,4 +1,4 @@
-/* textdb/textdb.h - the texts of the text fields. */
+/* textdb/textdb.h - text database files: mapped whole, searched in place. */
 #ifndef ORV_TEXTDB_TEXTDB_H
 #define ORV_TEXTDB_TEXTDB_H
 
@@ -22,6 +22,8 @@ struct Mapping {
     Mapping *next;     // owned
 };
 
+extern Mapping *mappings;
+
 extern "C" {
 /* Returns the value under key in the node array at image, inside the mapping
  * and good until it is unmapped; null when image is null, the key is absent or
@@ -36,10 +38,6 @@ ORV_API int32_t loadMmapTree(const char *path, const char **image);
 /* Unmaps what loadMmapTree mapped, closes fd and sets *image to null; nothing
  * when it is null. */
 ORV_API void unloadMmapTree(const char *path, int32_t fd, const char **image);
-
-/* Returns the text of a field, from the database of the chosen language or else
- * from the fallback, borrowed until the next change of language; null without one. */
-ORV_API const char *lookupDBField(const char *id);
 }
 
 #endif

@@ -1,0 +1,109 @@
+/* exec/include.cpp - what includes do: templates in the place of commands.
+ *
+ * An include at top level pushes its template, which the scanner reads next. One
+ * inside a body cannot be read before the dispatcher has returned: it suspends the
+ * whole top-level command, which runs again, its output dropped up to that include,
+ * when the included template has ended. The pending includes tie each such template
+ * to its command. Between top-level commands: resuming is 0, and each pending
+ * include has its resumeCmd. */
+#include "exec/exec.h"
+#include "interface/log.h"
+#include "interface/process.h"
+#include "scanner/input.h"
+
+// Whether the include that suspended the command which runs again is this one:
+// the same record in the same iteration of every body around it.
+static bool isAwaited(const Cmd *cmd)
+{
+    const PendingInclude &awaited = inpr->pendingIncludes[inpr->pendingTop];
+    if (awaited.includeCmd != cmd || awaited.bodies != inpr->loopTop)
+        return false;
+    for (int32_t level = 0; level <= awaited.bodies; ++level)
+        if (awaited.counters[level] != inpr->loopFrames[level].counter)
+            return false;
+    return true;
+}
+
+static void pushPending(Cmd *cmd)
+{
+    PendingInclude *pending = &inpr->pendingIncludes[++inpr->pendingTop];
+    pending->resumeCmd = nullptr;
+    pending->includeCmd = cmd;
+    pending->bodies = inpr->loopTop;
+    for (int32_t level = 0; level <= inpr->loopTop; ++level)
+        pending->counters[level] = inpr->loopFrames[level].counter;
+}
+
+int32_t runInclude(Cmd *cmd, const char *path, int32_t direct)
+{
+    if (!direct && inpr->loopTop >= 0) {
+        logMessage("zarn - ERROR in executeCmd: "
+                   "include in an argument of a running body refused! (%s)\n",
+                   currentTemplate());
+        return EXEC_DONE;
+    }
+    if (inpr->resuming) {
+        if (isAwaited(cmd)) {
+            inpr->resuming = 0;
+            --inpr->pendingTop;
+        }
+        return EXEC_DONE;
+    }
+    if (inpr->loopTop < 0) {
+        doInclude(path, 0);
+        return EXEC_DONE;
+    }
+    if (inpr->pendingTop >= MAX_CMD_DEPTH - 1)
+        return refuseDepth();
+    pushPending(cmd);
+    if (doInclude(path, 1) >= 0)
+        return EXEC_SUSPENDED;
+    --inpr->pendingTop;
+    return EXEC_DONE;
+}
+
+void keepSuspended(Cmd *cmd)
+{
+    inpr->pendingIncludes[inpr->pendingTop].resumeCmd = cmd;
+}
+
+int32_t doInclude(const char *path, int32_t recordPending)
+{
+    const int32_t parent = inpr->includeIndex;
+    const int32_t result = pushTemplate(path);
+    if (result == INCLUDE_PUSHED && recordPending)
+        inpr->pendingIncludes[inpr->pendingTop].includeLevel = parent;
+    return result;
+}
+
+// Runs the suspended command of the template that has become current again.
+static void resumeSuspended()
+{
+    if (inpr->pendingTop < 0 ||
+        inpr->pendingIncludes[inpr->pendingTop].includeLevel != inpr->includeIndex)
+        return;
+    Cmd *cmd = inpr->pendingIncludes[inpr->pendingTop].resumeCmd;
+    inpr->resuming = 1;
+    if (executeCmd(cmd, 1) == EXEC_SUSPENDED)
+        return;
+    if (inpr->resuming) { // it took another way and never came to its include
+        inpr->resuming = 0;
+        --inpr->pendingTop;
+    }
+    destroyCmd(&cmd);
+}
+
+int32_t doExclude()
+{
+    if (!inpr || inpr->includeIndex < 0 || !popTemplate())
+        return 0;
+    resumeSuspended();
+    return 1;
+}
+
+void dropPending()
+{
+    for (; inpr->pendingTop >= 0; --inpr->pendingTop)
+        destroyCmd(&inpr->pendingIncludes[inpr->pendingTop].resumeCmd);
+    inpr->resuming = 0;
+}
