@@ -74,9 +74,6 @@ struct CommandDef {
     char sign; // the operator of Tail::OPERATOR
     int token;
     uint32_t id;
-    int minArgs; // arguments that the grammar takes, at least those
-                 // that the identifier's bits call for
-    int maxArgs;
     const char *malformed; // what the log says when the arguments do not fit, or null
                            // where the grammar has no error point for the command
 };
@@ -84,55 +81,55 @@ struct CommandDef {
 /* In token order. Messages are stored whole: people search logs for them, and
  * their punctuation differs. */
 inline constexpr CommandDef commandTable[] = {
-    // words, tail, sign, token, id, least and most arguments, when malformed
-    {"setvariable", Tail::NAME, 0, F_SETVARIABLE, ID_SETVARIABLE, 1, 1, nullptr},
-    {"setvariableonce", Tail::NAME, 0, F_SETVARIABLEONCE, ID_SETVARIABLEONCE, 1, 1, nullptr},
-    {"setvariable", Tail::ELEMENT, 0, F_SETARRAY, ID_SETARRAY, 2, 2,
+    // words, tail, sign, token, id, when malformed
+    {"setvariable", Tail::NAME, 0, F_SETVARIABLE, ID_SETVARIABLE, nullptr},
+    {"setvariableonce", Tail::NAME, 0, F_SETVARIABLEONCE, ID_SETVARIABLEONCE, nullptr},
+    {"setvariable", Tail::ELEMENT, 0, F_SETARRAY, ID_SETARRAY,
      "%s, line %d: Syntax error: Too few arguments in <? setvariable\n"},
-    {"setvariableonce", Tail::ELEMENT, 0, F_SETARRAYONCE, ID_SETARRAYONCE, 2, 2,
+    {"setvariableonce", Tail::ELEMENT, 0, F_SETARRAYONCE, ID_SETARRAYONCE,
      "%s, line %d: Syntax error: Too few arguments in <? setvariableonce\n"},
-    {"echo", Tail::BLANK, 0, F_ECHO, ID_ECHO, 1, 1, nullptr},
-    {"print", Tail::BLANK, 0, F_PRINT, ID_PRINT, 1, 1, nullptr},
-    {"printjs", Tail::BLANK, 0, F_PRINTJS, ID_PRINTJS, 1, 1, nullptr},
-    {"include", Tail::BLANK, 0, F_INCLUDE, ID_INCLUDE, 1, 1, nullptr},
-    {"query", Tail::BLANK, 0, F_QUERY, ID_QUERY, 1, 2, nullptr},
-    {"querytext", Tail::BLANK, 0, F_QUERYTEXT, ID_QUERYTEXT, 1, 2, nullptr},
-    {"queryjs", Tail::BLANK, 0, F_QUERYJS, ID_QUERYJS, 1, 2, nullptr},
-    {"multiquery", Tail::BLANK, 0, F_MULTIQUERY, ID_MULTIQUERY, 1, 2, nullptr},
-    {"multiquerytext", Tail::BLANK, 0, F_MULTIQUERYTEXT, ID_MULTIQUERYTEXT, 1, 2, nullptr},
-    {"multiqueryjs", Tail::BLANK, 0, F_MULTIQUERYJS, ID_MULTIQUERYJS, 1, 2, nullptr},
-    {"multiquerycount", Tail::BLANK, 0, F_MULTIQUERYCOUNT, ID_MULTIQUERYCOUNT, 1, 2, nullptr},
-    {"repeat [", Tail::BLANK, 0, F_REPEATINCL, ID_REPEATINCL, 4, 4,
+    {"echo", Tail::BLANK, 0, F_ECHO, ID_ECHO, nullptr},
+    {"print", Tail::BLANK, 0, F_PRINT, ID_PRINT, nullptr},
+    {"printjs", Tail::BLANK, 0, F_PRINTJS, ID_PRINTJS, nullptr},
+    {"include", Tail::BLANK, 0, F_INCLUDE, ID_INCLUDE, nullptr},
+    {"query", Tail::BLANK, 0, F_QUERY, ID_QUERY, nullptr},
+    {"querytext", Tail::BLANK, 0, F_QUERYTEXT, ID_QUERYTEXT, nullptr},
+    {"queryjs", Tail::BLANK, 0, F_QUERYJS, ID_QUERYJS, nullptr},
+    {"multiquery", Tail::BLANK, 0, F_MULTIQUERY, ID_MULTIQUERY, nullptr},
+    {"multiquerytext", Tail::BLANK, 0, F_MULTIQUERYTEXT, ID_MULTIQUERYTEXT, nullptr},
+    {"multiqueryjs", Tail::BLANK, 0, F_MULTIQUERYJS, ID_MULTIQUERYJS, nullptr},
+    {"multiquerycount", Tail::BLANK, 0, F_MULTIQUERYCOUNT, ID_MULTIQUERYCOUNT, nullptr},
+    {"repeat [", Tail::BLANK, 0, F_REPEATINCL, ID_REPEATINCL,
      "%s, line %d: Syntax error: Too few arguments in <? repeat\n"},
-    {"repeat ]", Tail::BLANK, 0, F_REPEATEXCL, ID_REPEATEXCL, 4, 4,
+    {"repeat ]", Tail::BLANK, 0, F_REPEATEXCL, ID_REPEATEXCL,
      "%s, line %d: Syntax error: Too few arguments in <? repeat\n"},
-    {"if eq", Tail::BLANK, 0, F_IFEQ, ID_IFEQ, 2, 4,
+    {"if eq", Tail::BLANK, 0, F_IFEQ, ID_IFEQ,
      "%s, line %d: Syntax error: Too few arguments in <? if eq\n"},
-    {"if neq", Tail::BLANK, 0, F_IFNEQ, ID_IFNEQ, 2, 4,
+    {"if neq", Tail::BLANK, 0, F_IFNEQ, ID_IFNEQ,
      "%s, line %d: Syntax error: Too few arguments in <? if neq\n"},
-    {"if gt", Tail::BLANK, 0, F_IFGT, ID_IFGT, 2, 4,
+    {"if gt", Tail::BLANK, 0, F_IFGT, ID_IFGT,
      "%s, line %d: Syntax error: Too few arguments in <? if gt\n"},
-    {"if gte", Tail::BLANK, 0, F_IFGTE, ID_IFGTE, 2, 4,
+    {"if gte", Tail::BLANK, 0, F_IFGTE, ID_IFGTE,
      "%s, line %d: Syntax error: Too few arguments in <? if gte\n"},
-    {"if lt", Tail::BLANK, 0, F_IFLT, ID_IFLT, 2, 4,
+    {"if lt", Tail::BLANK, 0, F_IFLT, ID_IFLT,
      "%s, line %d: Syntax error. Too few arguments in <? if lt\n"},
-    {"if lte", Tail::BLANK, 0, F_IFLTE, ID_IFLTE, 2, 4,
+    {"if lte", Tail::BLANK, 0, F_IFLTE, ID_IFLTE,
      "%s, line %d: Syntax error: Too few arguments in <? if lte\n"},
-    {"if and", Tail::BLANK, 0, F_IFAND, ID_IFAND, 2, 4,
+    {"if and", Tail::BLANK, 0, F_IFAND, ID_IFAND,
      "%s, line %d: Syntax error: Too few arguments in <? if and\n"},
-    {"if or", Tail::BLANK, 0, F_IFOR, ID_IFOR, 2, 4,
+    {"if or", Tail::BLANK, 0, F_IFOR, ID_IFOR,
      "%s, line %d: Syntax error: Too few arguments in <? if or\n"},
-    {"calc", Tail::OPERATOR, '+', F_CALCPLUS, ID_CALCPLUS, 2, 2,
+    {"calc", Tail::OPERATOR, '+', F_CALCPLUS, ID_CALCPLUS,
      "%s, line %d: Syntax error: Too few arguments in <? calc +\n"},
-    {"calc", Tail::OPERATOR, '-', F_CALCMIN, ID_CALCMIN, 2, 2,
+    {"calc", Tail::OPERATOR, '-', F_CALCMIN, ID_CALCMIN,
      "%s, line %d: Syntax error: Too few arguments in <? calc -\n"},
-    {"calc", Tail::OPERATOR, '*', F_CALCMULT, ID_CALCMULT, 2, 2,
+    {"calc", Tail::OPERATOR, '*', F_CALCMULT, ID_CALCMULT,
      "%s, line %d: Syntax error: Too few arguments in <? calc *\n"},
-    {"calc", Tail::OPERATOR, '/', F_CALCDIV, ID_CALCDIV, 2, 2,
+    {"calc", Tail::OPERATOR, '/', F_CALCDIV, ID_CALCDIV,
      "%s, line %d: Syntax error Too few arguments in <? calc /\n"},
-    {"error found", Tail::BLANK, 0, F_ERRORFOUND, ID_ERRORFOUND, 0, 0, nullptr},
-    {"error message", Tail::BLANK, 0, F_ERRORMESSAGE, ID_ERRORMESSAGE, 1, 1, nullptr},
-    {"base64", Tail::BLANK, 0, F_BASE64, ID_BASE64, 1, 1, nullptr},
+    {"error found", Tail::BLANK, 0, F_ERRORFOUND, ID_ERRORFOUND, nullptr},
+    {"error message", Tail::BLANK, 0, F_ERRORMESSAGE, ID_ERRORMESSAGE, nullptr},
+    {"base64", Tail::BLANK, 0, F_BASE64, ID_BASE64, nullptr},
 };
 
 inline constexpr size_t COMMAND_COUNT = sizeof commandTable / sizeof commandTable[0];
@@ -148,15 +145,12 @@ inline constexpr auto rowOfToken = [] {
     return table;
 }();
 
-// The rows stand in the order of the grammar's tokens, and as many arguments as
-// an identifier's bits call for can be given.
+// The rows stand in the order of the grammar's tokens.
 constexpr bool commandTableHolds()
 {
     int previous = 0;
     for (const CommandDef &row : commandTable) {
-        const int expanded = !!(row.id & CMDF_ARG1) + !!(row.id & CMDF_ARG2);
-        const int body = !!(row.id & CMDF_BODY);
-        if (row.token <= previous || row.minArgs < expanded || row.maxArgs < expanded + body)
+        if (row.token <= previous)
             return false;
         previous = row.token;
     }

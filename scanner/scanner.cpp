@@ -72,7 +72,8 @@ static constexpr ByteSet bquotedText = quotedText('`');
 
 // Sets of rows of the command table, a bit each, by the first and by the second
 // letter of their words; an "if" in front of those does not count.
-static_assert(COMMAND_COUNT <= 32);
+static_assert(COMMAND_COUNT <= 64, "the row sets have a bit a command: widen RowSet");
+using RowSet = uint64_t;
 static constexpr char optionalWord[] = "if ";
 static constexpr size_t LETTERS = 26;
 
@@ -86,17 +87,17 @@ static constexpr const char *wordsOf(const CommandDef &row)
     return row.words + (takesIf(row) ? sizeof optionalWord - 1 : 0);
 }
 
-static constexpr std::array<uint32_t, LETTERS> rowsByLetter(size_t position)
+static constexpr std::array<RowSet, LETTERS> rowsByLetter(size_t position)
 {
-    std::array<uint32_t, LETTERS> table = {};
+    std::array<RowSet, LETTERS> table = {};
     for (size_t row = 0; row < COMMAND_COUNT; ++row)
-        table[static_cast<size_t>(wordsOf(commandTable[row])[position] - 'a')] |= 1U << row;
+        table[static_cast<size_t>(wordsOf(commandTable[row])[position] - 'a')] |= RowSet{1} << row;
     return table;
 }
-static constexpr uint32_t rowsTakingIf = [] {
-    uint32_t rows = 0;
+static constexpr RowSet rowsTakingIf = [] {
+    RowSet rows = 0;
     for (size_t row = 0; row < COMMAND_COUNT; ++row)
-        rows |= static_cast<uint32_t>(takesIf(commandTable[row])) << row;
+        rows |= static_cast<RowSet>(takesIf(commandTable[row])) << row;
     return rows;
 }();
 static constexpr auto rowsByFirst = rowsByLetter(0);
@@ -262,7 +263,7 @@ static size_t matchRow(const CommandDef &row, size_t offset)
     return 0;
 }
 
-static uint32_t rowsWith(int letter, const std::array<uint32_t, LETTERS> &rows)
+static RowSet rowsWith(int letter, const std::array<RowSet, LETTERS> &rows)
 {
     return letter >= 'a' && letter <= 'z' ? rows[static_cast<size_t>(letter - 'a')] : 0;
 }
@@ -270,7 +271,7 @@ static uint32_t rowsWith(int letter, const std::array<uint32_t, LETTERS> &rows)
 // The row whose command stands at offset, with the length of the match; null if none.
 static const CommandDef *findCommand(size_t offset, size_t *length)
 {
-    uint32_t candidates = ~0U;
+    RowSet candidates = ~RowSet{0};
     if (const size_t behindIf = matchWord(offset, optionalWord)) {
         offset = behindIf;
         candidates = rowsTakingIf;
@@ -576,11 +577,6 @@ static int scanOnce()
         return scanComment();
     }
     return 0;
-}
-
-bool endWasTold()
-{
-    return scanner.ended > 0;
 }
 
 int nextToken()

@@ -51,7 +51,10 @@ extern Scanner scanner;
 int nextToken();
 
 /* Whether the end of the template on top was returned, and it is still open. */
-bool endWasTold();
+inline bool endWasTold()
+{
+    return scanner.ended > 0;
+}
 
 /* Back to an empty first buffer of the first size, in page text. */
 void resetScanner();
