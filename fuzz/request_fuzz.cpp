@@ -1,4 +1,4 @@
-/* fuzz/request_fuzz.cpp - what the demo site's web program makes of a request.
+/* fuzz/request_fuzz.cpp - what web programs make of a request.
  *
  * The lines of an input are a form, a Cookie header, an Accept-Language header, a
  * path, a Content-Length header and two tokens. */
@@ -7,7 +7,7 @@
 #include <set>
 #include <sstream>
 
-#include "examples/zarn/request.h"
+#include "tools/request.h"
 #include "fuzz/fuzz.h"
 
 using std::string;

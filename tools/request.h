@@ -1,8 +1,9 @@
-/* examples/zarn/request.h - decodes what a request brings: form fields, cookies,
- * languages, the page's name. Pure functions over untrusted bytes: they open
- * nothing and keep nothing, and what they make is no larger than what they read. */
-#ifndef ZARN_REQUEST_H
-#define ZARN_REQUEST_H
+/* tools/request.h - decodes what a request brings to a web program: form fields,
+ * cookies, languages, the page's name. Pure functions over untrusted bytes: they
+ * open nothing and keep nothing, and what they make is no larger than what they
+ * read. */
+#ifndef TOOLS_REQUEST_H
+#define TOOLS_REQUEST_H
 
 #include <stddef.h>
 #include <string>
@@ -22,6 +23,15 @@ struct FormField {
     std::string name;  // letters and digits: neither an array element nor part of one
     std::string value; // UTF-8 without a zero byte
 };
+
+/* Appends piece to text with each % and its two hexadecimal digits as the byte that
+ * they name and, if plusIsBlank, as in forms, each + as a blank. The result may hold
+ * any byte: see isText. Returns false for a % that begins no byte; text then has a
+ * part of the piece. */
+bool decodePercent(std::string &text, std::string_view piece, bool plusIsBlank);
+
+/* Whether text is UTF-8 without a zero byte, which would end a C text early. */
+bool isText(std::string_view text);
 
 /* Results of decodeForm. */
 enum FormResult { FORM_DONE, FORM_BAD, FORM_TOO_LARGE };

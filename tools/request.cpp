@@ -1,4 +1,4 @@
-/* examples/zarn/request.cpp - decodes what a request brings. Called by zarn.cpp. */
+/* tools/request.cpp - decodes what a request brings. Called by web programs. */
 #include "request.h"
 
 #include <algorithm>
@@ -48,26 +48,6 @@ static int hexValue(char c)
     return c >= 'a' && c <= 'f' ? c - 'a' + 10 : -1;
 }
 
-/* Appends a piece of a form, decoded. Returns false for a % that begins no byte. */
-static bool decodeInto(string &text, string_view piece)
-{
-    for (size_t i = 0; i < piece.size(); i++) {
-        if (piece[i] != '%') {
-            text += piece[i] == '+' ? ' ' : piece[i];
-            continue;
-        }
-        if (piece.size() - i < 3)
-            return false;
-        int high = hexValue(piece[i + 1]);
-        int low = hexValue(piece[i + 2]);
-        if (high < 0 || low < 0)
-            return false;
-        text += static_cast<char>(high * 16 + low);
-        i += 2;
-    }
-    return true;
-}
-
 /* Returns the length of the UTF-8 character that text begins with; 0 when it is cut
  * short or longer than it need be, a surrogate, beyond U+10FFFF, or a zero byte,
  * which would end the text early. */
@@ -89,7 +69,26 @@ static size_t characterLength(string_view text)
     return code < smallest[more] || code > 0x10FFFF || isSurrogate ? 0 : more + 1;
 }
 
-static bool isText(string_view text)
+bool decodePercent(string &text, string_view piece, bool plusIsBlank)
+{
+    for (size_t i = 0; i < piece.size(); i++) {
+        if (piece[i] != '%') {
+            text += plusIsBlank && piece[i] == '+' ? ' ' : piece[i];
+            continue;
+        }
+        if (piece.size() - i < 3)
+            return false;
+        int high = hexValue(piece[i + 1]);
+        int low = hexValue(piece[i + 2]);
+        if (high < 0 || low < 0)
+            return false;
+        text += static_cast<char>(high * 16 + low);
+        i += 2;
+    }
+    return true;
+}
+
+bool isText(string_view text)
 {
     while (!text.empty()) {
         size_t length = characterLength(text);
@@ -103,7 +102,7 @@ static bool isText(string_view text)
 static FormResult decodeField(string_view piece, FormField &field)
 {
     string_view name = cutAt(piece, '=');
-    if (!decodeInto(field.name, name) || !decodeInto(field.value, piece))
+    if (!decodePercent(field.name, name, true) || !decodePercent(field.value, piece, true))
         return FORM_BAD;
     if (field.name.size() > maxFieldName || field.value.size() > maxFieldValue)
         return FORM_TOO_LARGE;
