@@ -3,7 +3,6 @@
  * happens, so what the interpreter holds is always its own. Called by the
  * dispatcher and by the error commands. */
 #include <stdlib.h>
-#include <string.h>
 
 #include <algorithm>
 
@@ -12,6 +11,7 @@
 #include "interface/log.h"
 #include "interface/output.h"
 #include "interface/process.h"
+#include "interface/text.h"
 #include "interface/ticks.h"
 
 int32_t columnCount(const QueryRow *row)
@@ -24,7 +24,7 @@ QueryRow *createQueryRow(const char *text)
     auto *row = static_cast<QueryRow *>(calloc(1, sizeof(QueryRow)));
     if (!row || !text)
         return row;
-    row->cols[0] = strdup(text);
+    row->cols[0] = copyText(text);
     if (!row->cols[0]) {
         free(row);
         return nullptr;
@@ -44,7 +44,7 @@ static QueryRow *copyRow(const QueryRow *source)
     }
     while (row && row->count < count) {
         const char *text = source->cols[row->count];
-        row->cols[row->count] = strdup(text ? text : "");
+        row->cols[row->count] = copyText(text ? text : "");
         if (row->cols[row->count])
             ++row->count;
         else

@@ -73,8 +73,7 @@ void destroyCmd(Cmd **cmd)
 
 void destroyArg(Arg **arg)
 {
-    Arg *doomed = *arg;
-    if (!doomed)
+    if (!*arg)
         return;
     while (ArgElem *elem = doomed->elems) {
         doomed->elems = elem->next;

@@ -73,7 +73,8 @@ int32_t Orv_Interpreter_Run(Interpreter *interpreter, const char *path, int32_t 
     if (doInclude(path, 0) > 0)
         result = doParse() == 0 ? ORV_RUN_DONE : ORV_RUN_GAVE_UP;
     flushOutput();
-    logTimes(interpreter, path);
+    const char *name = interpreter->includes[0].fileName; // path may be gone with its language
+    logTimes(interpreter, name ? name : path);
     dropPending();
     closeTemplates();
     inpr = nullptr;

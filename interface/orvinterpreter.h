@@ -179,6 +179,10 @@ ORV_API int32_t Orv_Interpreter_SetOutputBuffer(Interpreter *interpreter, int32_
 /* Looks a text up as a text field of a template would, in the database of the
  * chosen language and then in the fallback, /etc/htmltext.db.
  * id: the field's id. On a device whose kernel command line has "tooltip=2" the
+ * What a template has read ahead when the language changes in the middle of a run,
+ * up to 8,192 bytes, keeps the texts of the former one. The language outlives
+ * handles and runs: a program that serves several requests chooses it for each.
+ *
  * text comes framed for translators, cut at 383 bytes.
  *
  * Returns the text, borrowed until the next change of language or the next such
@@ -188,8 +192,9 @@ ORV_API const char *Orv_Interpreter_LookupDBField(const char *id);
 /* Sends the diagnostics to a descriptor of the host, whatever the kernel
  * command line says.
  * fd: duplicated, it stays the caller's; -1 ends the diagnostics. One message is
- * one write. The log is the process's: Orv_Interpreter_Destroy of any handle
- * closes it, and an Orv_Interpreter_Create that opens the log file replaces it.
+ * one write. Variables set earlier are not told of. The log is the process's:
+ * Orv_Interpreter_Destroy of any handle closes it, and an Orv_Interpreter_Create that opens the log
+ * file replaces it.
  *
  * Returns ORV_OK, or ORV_FAILED when the descriptor cannot be duplicated or memory
  * ran out; then nothing has changed. */

@@ -23,6 +23,7 @@ static size_t writeOut(std::string_view bytes)
             break;
     }
     return out;
+        }
 }
 
 // Offset behind the piece that the byte at offset belongs to.

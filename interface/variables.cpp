@@ -6,6 +6,7 @@
 
 #include "interface/log.h"
 #include "interface/process.h"
+#include "interface/text.h"
 #include "vars/locals.h"
 #include "vars/tree.h"
 
@@ -19,8 +20,8 @@ static int32_t setElement(Interpreter *interpreter, const char *name, const char
                           const char *value)
 {
     const char *indexText = bracket + 1;
-    char *array = strndup(name, static_cast<size_t>(indexText - name));
-    char *index = strndup(indexText, strcspn(indexText, "]"));
+    char *array = copyText({name, static_cast<size_t>(indexText - name)});
+    char *index = copyText({indexText, strcspn(indexText, "]")});
     const bool stored =
         array && index && insertArray(&interpreter->varTree, array, index, value, VAR_REPLACE);
     free(array);

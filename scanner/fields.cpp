@@ -112,18 +112,18 @@ static const char *fieldEnd(const Refill &refill)
 // The text in the mark for translators that the tooltip mode asks for here.
 static string_view marked(string_view text)
 {
-    int length;
     if (inpr->tooltipMode <= 0)
         return text;
-    if (inpr->htmlContext == 0)
-        length =
-            snprintf(fieldMark, MARK_CAPACITY, "<span title=\"{?%s?} => %s Zeile %d\">%s</span>",
-                     fieldId, currentTemplate(), inpr->tooltipLine, text.data());
-    else if (inpr->tooltipMode == 2)
-        length = snprintf(fieldMark, MARK_CAPACITY, "-=%s {?%s?}=-", text.data(), fieldId);
-    else
-        return text;
-    return {fieldMark, std::min(static_cast<size_t>(length), MARK_CAPACITY - 1)};
+    if (inpr->htmlContext == 0) {
+        const size_t shown = std::min(text.size(), MARK_CAPACITY);
+        const int length = snprintf(
+            fieldMark, MARK_CAPACITY, "<span title=\"{?%s?} => %s Zeile %d\">%.*s</span>", fieldId,
+            currentTemplate(), inpr->tooltipLine, static_cast<int>(shown), text.data());
+        return {fieldMark, std::min(static_cast<size_t>(length), MARK_CAPACITY - 1)};
+    }
+    if (inpr->tooltipMode == 2)
+        return {fieldMark, formatMark(fieldMark, text, fieldId)};
+    return text;
 }
 
 // Places what fits of a text that not even an empty destination can hold; the
@@ -164,7 +164,7 @@ static FieldResult substitute(Refill *refill, const char *end)
     const size_t idLength = std::min(static_cast<size_t>(end - field) - 4, FIELD_ID_CAPACITY - 1);
     memcpy(fieldId, field + 2, idLength);
     fieldId[idLength] = '\0';
-    const char *found = lookupDBField(fieldId);
+    const string_view found = lookupText(fieldId);
     ++inpr->textFieldCount;
     if (!found) {
         logMessage("%s: WARNING - HTML-Text entry {?%s?} not found in database\n",

@@ -1,9 +1,9 @@
 /* scanner/input.cpp - the stack of open templates, mapped whole.
  *
  * The scanner reads the one on top. Each entry owns its mapping, descriptor and
- * name from push to pop; the run's own template keeps its place and its name
- * until the run ends, since messages may still name it. Works on the handle of
- * the run. */
+ * name from push to pop; the run's own template keeps its place and its name, this
+ * even if it was not pushed, until the run ends, since messages may still name it. Works on the
+ * handle of the run. */
 #include "scanner/input.h"
 
 #include <errno.h>
@@ -18,6 +18,7 @@
 #include "interface/log.h"
 #include "interface/output.h"
 #include "interface/process.h"
+#include "interface/text.h"
 #include "scanner/buffer.h"
 
 // Bytes to map: the file that the path names, but no more than the descriptor's,
@@ -55,11 +56,13 @@ static uint32_t contextOf(const char *path)
     return strstr(path, ".htm") || strstr(path, ".frm") ? 0 : CONTEXT_NOT_HTML;
 }
 
-// Opens and maps path into entry, which is filled only on success.
-static int32_t openTemplate(IncludeEntry *entry, const char *path)
+// Opens and maps the file into entry, whose name is set. Its other fields are set
+// only on success.
+static int32_t openTemplate(IncludeEntry *entry)
 {
+    char *name = entry->fileName;
     flushOutput();
-    const int fd = inpr->callbacks->fOpen(inpr, path);
+    const int fd = inpr->callbacks->fOpen(inpr, name);
     if (fd < 0)
         return INCLUDE_FAILED;
     size_t length = 0;
@@ -68,16 +71,17 @@ static int32_t openTemplate(IncludeEntry *entry, const char *path)
     if (!start)
         logMessage("ERROR: mmap() on file %s failed with error '%s' => No parsing...\n", path,
                    strerror(errno));
-    else if (!(name = strdup(path)))
-        logMessage("zarn - ERROR in doInclude: NO MEMORY! (%s)\n", path);
-    if (!name) {
-        if (start)
-            munmap(const_cast<char *>(start), length);
         close(fd);
         return INCLUDE_FAILED;
     }
     *entry = {fd, start, start, start + length - 1, nullptr, name, 0, nullptr, 0, 0};
     return INCLUDE_PUSHED;
+}
+
+static void freeName(IncludeEntry *entry)
+{
+    free(entry->fileName);
+    entry->fileName = nullptr;
 }
 
 int32_t pushTemplate(const char *path)
@@ -130,8 +134,7 @@ bool popTemplate()
     closeTemplate(entry);
     if (inpr->includeIndex == 0)
         return false;
-    free(entry->fileName);
-    entry->fileName = nullptr;
+    freeName(entry);
     --inpr->includeIndex;
     IncludeEntry *parent = &inpr->includes[inpr->includeIndex];
     destroyBuffer(scanner.buffer);
@@ -147,9 +150,8 @@ void closeTemplates()
     if (inpr->includeIndex >= 0) {
         while (popTemplate())
             ;
-        free(inpr->includes[0].fileName);
-        inpr->includes[0].fileName = nullptr;
         inpr->includeIndex = -1;
     }
     resetScanner();
 }
+    freeName(&inpr->includes[0]);

@@ -20,6 +20,7 @@
 #include "interface/log.h"
 #include "interface/output.h"
 #include "interface/process.h"
+#include "interface/text.h"
 #include "scanner/buffer.h"
 
 using std::string_view;
@@ -185,10 +186,10 @@ static string_view take(size_t length)
     return takeCounted(length, countLines(matchStart(), length));
 }
 
-// Makes a copy of text the token's value; it ends before a zero byte.
+// Makes a copy of text the token's value. Read as a text, it ends before a zero byte.
 static int32_t storeValue(string_view text)
 {
-    zarn_lval.text = strndup(text.data(), text.size());
+    zarn_lval.text = copyText(text);
     if (zarn_lval.text)
         return TOKEN_VALUE_SET;
     logMessage("zarn - ERROR in dataToToken: NO MEMORY! (%s)\n", currentTemplate());

@@ -15,9 +15,11 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <fstream>
 #include <random>
 #include <set>
+#include <thread>
 
 #include "interface/process.h"
 #include "textdb/language.h"
@@ -58,8 +60,6 @@ WRAP(memoryCalls, void *, malloc, (size_t size), nullptr, keep(malloc(size)))
 WRAP(memoryCalls, void *, calloc, (size_t n, size_t size), nullptr, keep(calloc(n, size)))
 WRAP(memoryCalls, void *, realloc, (void *block, size_t size), nullptr,
      (blocks.erase(block), keep(realloc(block, size))))
-WRAP(memoryCalls, char *, strdup, (const char *text), nullptr, keep(strdup(text)))
-WRAP(memoryCalls, char *, strndup, (const char *text, size_t n), nullptr, keep(strndup(text, n)))
 WRAP(fileCalls, int, open64, (const char *path, int flags, ...), -1, open(path, flags, 0644))
 WRAP(fileCalls, FILE *, fopen64, (const char *path, const char *mode), nullptr, fopen(path, mode))
 WRAP(fileCalls, int, stat64, (const char *path, struct stat *status), -1, stat(path, status))

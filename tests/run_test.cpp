@@ -11,6 +11,8 @@
 #include "grammar/commands.h"
 #include "grammar/records.h"
 #include "interface/log.h"
+#include <thread>
+
 #include "interface/process.h"
 #include "textdb/language.h"
 #include "scanner/input.h"

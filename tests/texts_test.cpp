@@ -1,11 +1,14 @@
 /* tests/texts_test.cpp - text fields, languages and lookups in databases. */
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <string.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <filesystem>
 #include <random>
 
+#include "interface/log.h"
 #include "interface/process.h"
 #include "textdb/language.h"
 #include "tests/harness.h"
@@ -133,6 +136,66 @@ TEST_F(TextFields, LanguageIsChosen)
                          "(/etc/htmltext.db) failed!\n"
                          "zarn - $HTML_TOOLTIPS is not set!\n");
     Orv_Interpreter_SetLog(-1);
+}
+
+// The text that a lookup lends is gone with its database: the calls that change the
+// language must not need it any more.
+TEST_F(TextFields, LentTextsMayChangeTheLanguage)
+{
+    const std::string page = "zarn - p.htm: Real Time ";
+    const struct {
+        const char *name;
+        std::function<void(Interpreter *)> call;
+        std::string lastLine, lang;
+    } rows[] = {
+        {"SetLanguage",
+         [](auto) { Orv_Interpreter_SetLanguage(Orv_Interpreter_LookupDBField("l")); }, "", ""},
+        {"a value",
+         [](auto *handle) {
+             Orv_Interpreter_SetVariable(handle, "lang", Orv_Interpreter_LookupDBField("l"));
+         },
+         "zarn - CGI-Variable set: lang=de!\n", "de"},
+        {"a name",
+         [](auto *handle) {
+             Orv_Interpreter_SetVariable(handle, Orv_Interpreter_LookupDBField("n"), "de");
+         },
+         "zarn - CGI-Variable set: lang=de!\n", "de"},
+        {"a page whose template changes it",
+         [](auto *handle) {
+             Orv_Interpreter_Run(handle, Orv_Interpreter_LookupDBField("p"), pageFd);
+         },
+         page, "de"},
+        {"a page that is not there, whose opening changes it",
+         [](auto *handle) {
+             remove("p.htm");
+             Orv_Interpreter_Run(handle, Orv_Interpreter_LookupDBField("p"), pageFd);
+         },
+         page, "de"},
+    };
+    for (const auto &row : rows) {
+        writeFile("device/etc/htmltext_en.db",
+                  database({{"l", "de"}, {"n", "lang"}, {"p", "p.htm"}}));
+        forgetTexts();
+        Host host;
+        host.files = {{"p.htm", "<?setvariable var:lang de?>"},
+                      {"t.htm", "{?hi?}<?echo $var:lang?>"}};
+        host.onOpen = [](const std::string &path) {
+            const int fd = open(path.c_str(), O_RDONLY);
+            if (fd < 0)
+                Orv_Interpreter_SetVariable(inpr, "lang", "de");
+            return fd;
+        };
+        useHost(&host);
+        Interpreter *handle = Orv_Interpreter_Create(&hostCallbacks);
+        Orv_Interpreter_SetLanguage("en");
+        Orv_Interpreter_SetLog(logTarget());
+        row.call(handle);
+        const std::string log = takeLog();
+        EXPECT_TRUE(log.substr(log.rfind('\n', log.size() - 2) + 1).starts_with(row.lastLine))
+            << row.name << ": " << log;
+        EXPECT_EQ(runHandle(handle).page, "hallo" + row.lang) << row.name;
+        Orv_Interpreter_Destroy(handle);
+    }
 }
 
 TEST_F(TextFields, AMappedDatabaseOutlivesItsFile)

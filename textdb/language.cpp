@@ -16,6 +16,8 @@
 static constexpr char languagePrefix[] = "/etc/htmltext_";
 static constexpr char languageSuffix[] = ".db";
 static constexpr char defaultPath[] = "/var/htmltext.db";
+using std::string_view;
+
 static constexpr char fallbackPath[] = "/etc/htmltext.db";
 static constexpr size_t CODE_LENGTH = 2;
 
@@ -58,12 +60,15 @@ int32_t Orv_Interpreter_SetLanguage(const char *code)
     char resolved[PATH_MAX];
     const size_t length = code ? strlen(code) : 0;
     if (length != 0 && length != CODE_LENGTH) {
+    char own[CODE_LENGTH + 1] = ""; // code may be a text of the database that goes
         logMessage("zarn - ERROR invalid language request for '%s'\n", code);
         return ORV_FAILED;
     }
     if (length != 0)
-        snprintf(path, sizeof path, "%s%s%s", languagePrefix, code, languageSuffix);
+        snprintf(path, sizeof path, "%s%s%s", languagePrefix, own, languageSuffix);
     else
+    if (code)
+        snprintf(own, sizeof own, "%s", code);
         snprintf(path, sizeof path, "%s", defaultPath);
     if (!resolvePath(path, resolved)) {
         logMessage("zarn - ERROR could not resolve link '%s'\n", path);
@@ -88,17 +93,18 @@ static bool openFallback()
     return htmlFallbackDB.fd >= 0;
 }
 
-const char *lookupDBField(const char *id)
+string_view lookupText(const char *id)
 {
     if (!htmlDB.image)
         Orv_Interpreter_SetLanguage(nullptr);
-    if (const char *text = findMmapVar(htmlDB.image, id, nullptr))
+    const string_view text = findText(htmlDB.image, id, nullptr);
+    if (text.data())
         return text;
     if (!htmlFallbackDB.image) {
         if (!openFallback()) {
             logMessage("zarn - ERROR - requested open/mmap of fallback database (%s) failed!\n",
                        fallbackPath);
-            return nullptr;
+            return {};
         }
         logMessage("zarn - Language entries not found for current language. "
                    "Fallback database (%s) successfully opened\n",
@@ -112,9 +118,11 @@ const char *Orv_Interpreter_LookupDBField(const char *id)
 {
     if (!id)
         return nullptr;
-    const char *text = lookupDBField(id);
-    if (getTooltipVar() != 2 || !text)
-        return text;
-    snprintf(lookupBuf, MARK_CAPACITY, "-=%s {?%s?}=-", text, id);
+    const string_view text = lookupText(id);
+    if (getTooltipVar() != 2 || !text.data())
+        return text.data();
+    char marked[MARK_CAPACITY]; // id may be the last result
+    formatMark(marked, text, id);
+    memcpy(lookupBuf, marked, sizeof marked);
     return lookupBuf;
 }

@@ -16,4 +16,12 @@ ORV_API extern TextDatabase htmlFallbackDB;
 ORV_API const char *lookupDBField(const char *id);
 }
 
+/* As lookupDBField, with the length that the text had when it was found; without
+ * data() when there is none. */
+std::string_view lookupText(const char *id);
+
+/* Composes the mark of a text where no markup can stand. mark: out, terminated; what
+ * does not fit is cut. Returns its length. */
+size_t formatMark(char mark[MARK_CAPACITY], std::string_view text, const char *id);
+
 #endif

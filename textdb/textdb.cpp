@@ -27,6 +27,8 @@ static constexpr uint32_t ATTRIBUTE_BIT = 0x80000000;
 
 namespace
 {
+using std::string_view;
+
 // A node record, taken apart.
 struct Node {
     uint32_t firstChild;  // index, 0 for none
@@ -118,30 +120,32 @@ static bool passLabel(const Image &image, size_t offset, const char **key)
 }
 
 // The value of a node, if it ends within the image.
-static const char *valueOf(const Image &image, const Node &node)
+static string_view valueOf(const Image &image, const Node &node)
 {
     const size_t offset = static_cast<size_t>(node.label) + node.valueOffset;
-    if (offset >= image.length || !memchr(image.bytes + offset, '\0', image.length - offset))
-        return nullptr;
-    return image.bytes + offset;
+    if (offset >= image.length)
+        return {};
+    const char *text = image.bytes + offset;
+    const auto *end = static_cast<const char *>(memchr(text, '\0', image.length - offset));
+    return end ? string_view(text, static_cast<size_t>(end - text)) : string_view();
 }
 
-const char *findMmapVar(const char *image, const char *key, int32_t *attribute)
+string_view findText(const char *image, const char *key, int32_t *attribute)
 {
     if (!image || !key)
-        return nullptr;
+        return {};
     const Mapping *mapping = findMapping(image);
     // Bytes that were not mapped here are their owner's to vouch for.
     const Image whole = {image, mapping ? mapping->length - std::min(mapping->length, HEADER_SIZE)
                                         : SIZE_MAX / 2};
     if (!holdsNode(whole, 0))
-        return nullptr;
+        return {};
     Node node = readNode(whole, 0);
     while (node.valueOffset == 0 || *key) {
         if (node.firstChild == 0 ||
             !chooseChild(whole, node.firstChild, static_cast<unsigned char>(*key), &node) ||
             !passLabel(whole, node.label, &key))
-            return nullptr;
+            return {};
     }
     if (attribute)
         *attribute = node.attribute;
@@ -150,6 +154,11 @@ const char *findMmapVar(const char *image, const char *key, int32_t *attribute)
 
 static const char *mapWhole(int fd, size_t *length)
 {
+const char *findMmapVar(const char *image, const char *key, int32_t *attribute)
+{
+    return findText(image, key, attribute).data();
+}
+
     struct stat status;
     if (fstat(fd, &status) != 0 || static_cast<uint64_t>(status.st_size) > SIZE_MAX)
         return nullptr;

@@ -5,6 +5,8 @@
 #include <stddef.h>
 #include <stdint.h>
 
+#include <string_view>
+
 #include "interface/orvinterpreter.h"
 
 // A mapped database. Zero-filled, nothing is mapped.
@@ -39,5 +41,9 @@ ORV_API int32_t loadMmapTree(const char *path, const char **image);
  * when it is null. */
 ORV_API void unloadMmapTree(const char *path, int32_t fd, const char **image);
 }
+
+/* As findMmapVar, with the length that the value had when it was found: whoever
+ * overwrites the file may take its end away. Without data() when it returns null. */
+std::string_view findText(const char *image, const char *key, int32_t *attribute);
 
 #endif

@@ -170,8 +170,8 @@ static QueryRow *appendRow(QueryRow *last, sqlite3_stmt *statement, int32_t colu
     return row;
 }
 
-static int32_t answerQuery(Interpreter *, int32_t mode, const char *query, QueryRow **rows,
-                           int32_t *owned)
+static int32_t answerQuery(Interpreter *interpreter, int32_t mode, const char *query,
+                           QueryRow **rows, int32_t *owned)
 {
     Host &host = *currentHost;
     sqlite3_stmt *statement = prepareQuery(host, query);
@@ -202,7 +202,7 @@ static int32_t answerQuery(Interpreter *, int32_t mode, const char *query, Query
     return status == SQLITE_DONE ? 0 : -1;
 }
 
-static int32_t reportError(Interpreter *, const char **message)
+static int32_t reportError(Interpreter *interpreter, const char **message)
 {
     *message = currentHost->error;
     return currentHost->error ? 1 : 0;

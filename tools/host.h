@@ -58,7 +58,7 @@ bool hostOpen(Host &host, const char *docRoot, const char *dbFile);
  * Returns what Orv_Interpreter_SetVariable does; not 0: nothing is set. */
 int32_t hostSet(Host &host, Interpreter *interpreter, const char *name, const char *value);
 
-/* Closes the database; the callbacks may not be called any more. */
+/* Closes the database; its interpreters may not run any more. */
 void hostClose(Host &host);
 
 #endif

@@ -11,6 +11,7 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include "interface/text.h"
 #include "vars/number.h"
 
 static uint8_t firstByte(const char *text)
@@ -99,8 +100,8 @@ static VarNode *newNode(const char *label, const char *value)
     auto *node = static_cast<VarNode *>(calloc(1, sizeof(VarNode)));
     if (!node)
         return nullptr;
-    node->label = label ? strdup(label) : nullptr;
-    node->value = value ? strdup(value) : nullptr;
+    node->label = label ? copyText(label) : nullptr;
+    node->value = value ? copyText(value) : nullptr;
     node->hasValue = value ? 1 : 0;
     if ((label && !node->label) || (value && !node->value)) {
         freeNode(node);
@@ -112,7 +113,7 @@ static VarNode *newNode(const char *label, const char *value)
 // Gives node a copy of value in place of the one it carries.
 static VarNode *replaceValue(VarNode *node, const char *value)
 {
-    char *copy = strdup(value);
+    char *copy = copyText(value);
     if (!copy)
         return nullptr;
     free(node->value);
@@ -154,8 +155,8 @@ static VarNode *split(VarNode *at, const char *rest, const char *value)
     while (at->label[shared] == rest[shared])
         ++shared;
     const bool endsHere = rest[shared] == '\0';
-    char *head = strndup(at->label, shared);
-    char *ownValue = endsHere ? strdup(value) : nullptr;
+    char *head = copyText({at->label, shared});
+    char *ownValue = endsHere ? copyText(value) : nullptr;
     VarNode *tail = newNode(at->label + shared, nullptr);
     VarNode *leaf = endsHere ? nullptr : newNode(rest + shared, value);
     if (!head || !tail || !(endsHere ? ownValue != nullptr : leaf != nullptr)) {

@@ -57,9 +57,6 @@ static int openEngine(const char *way)
         return 0;
 #ifdef ORV_HAS_OUTPUT_BUFFER
     return Orv_Interpreter_SetOutputBuffer(interpreter, 16384) == 0 ? 0 : NOT_AVAILABLE;
-#else
-    return NOT_AVAILABLE;
-#endif
 }
 
 static void addRow(Query *query, int count, char **columns)

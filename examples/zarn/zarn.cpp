@@ -129,7 +129,6 @@ static int readRequest(Request &request, const char **allow)
     int32_t file = hostCallbacks.fOpen(nullptr, request.page.c_str());
     if (file < 0)
         return NOT_FOUND;
-    close(file);
     if (!request.isPost && method != "GET" && method != "HEAD")
         return WRONG_METHOD;
     string form = fromEnvironment("QUERY_STRING");
