@@ -24,9 +24,23 @@ static void encodeGroup(const unsigned char bytes[3], size_t count, char *out)
 
 void doBase64(const char *path)
 {
+// A stream for reading, on none of the standard streams' descriptors; null without one.
+static FILE *openStream(const char *path)
+{
+    FILE *file = fopen(path, "r");
+    if (!file || fileno(file) > STDERR_FILENO)
+        return file;
+    const int fd = fcntl(fileno(file), F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+    fclose(file);
+    file = fd >= 0 ? fdopen(fd, "r") : nullptr;
+    if (fd >= 0 && !file)
+        close(fd);
+    return file;
+}
+
     if (inpr->resuming)
         return;
-    FILE *file = fopen(path, "r");
+    FILE *file = openStream(path);
     if (!file)
         return;
     char staging[STAGING_CAPACITY];

@@ -14,6 +14,7 @@
 #include <string.h>
 #include <unistd.h>
 
+#include "interface/files.h"
 #include "interface/process.h"
 #include "scanner/scanner.h"
 
@@ -46,18 +47,12 @@ int32_t currentLine()
     return scanner.line;
 }
 
-bool systemPath(char *full, size_t capacity, const char *path)
-{
-    const int length = snprintf(full, capacity, "%s%s", systemRoot, path);
-    return length >= 0 && static_cast<size_t>(length) < capacity;
-}
-
 static int openSystemFile(const char *path, int flags)
 {
     char full[PATH_MAX];
     if (!systemPath(full, sizeof full, path))
         return -1;
-    return open(full, flags | O_CLOEXEC, 0644);
+    return openFile(full, flags);
 }
 
 // Puts a new descriptor and buffer in the place of the old ones.
@@ -90,7 +85,7 @@ int32_t Orv_Interpreter_SetLog(int32_t fd)
         replaceLog(-1, nullptr);
         return ORV_OK;
     }
-    const int copy = fcntl(fd, F_DUPFD_CLOEXEC, 0);
+    const int copy = fcntl(fd, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
     char *buffer = static_cast<char *>(malloc(LOG_CAPACITY));
     if (copy < 0 || !buffer) {
         if (copy >= 0)

@@ -30,10 +30,6 @@ bool openLog();
 /* Closes the log if there is a message buffer. */
 void closeLog();
 
-/* Puts systemRoot in front of path, one of the library's own absolute paths.
- * full: out, room for capacity bytes. Returns whether it fits. */
-bool systemPath(char *full, size_t capacity, const char *path);
-
 constexpr int32_t TOOLTIPS_NOT_SET = -1; // the mode without the switch
 
 extern "C" {

@@ -211,6 +211,33 @@ TEST_F(TextFields, AMappedDatabaseOutlivesItsFile)
     EXPECT_EQ(openDescriptors(true), descriptors);
 }
 
+// With its standard streams closed, a process that writes to them must not hit a file
+// of the library.
+TEST_F(TextFields, AndLogsLeaveTheStandardDescriptorsAlone)
+{
+    writeFile("device/proc/cmdline", "tooltip=0");
+    writeFile("device/var/log/zarn_interpreter.log", "");
+    Host host;
+    host.files = {{"t.htm", "{?hi?}{?old?}<?base64 t.htm?>"}};
+    useHost(&host);
+    const pid_t child = fork();
+    if (child == 0) {
+        const int log = dup(logTarget());
+        for (const int fd : {0, 1, 2})
+            close(fd);
+        Interpreter *handle = Orv_Interpreter_Create(&hostCallbacks);
+        const bool file = logfileFd > 2;
+        const bool copy = Orv_Interpreter_SetLog(log) == 0 && logfileFd > 2;
+        Orv_Interpreter_SetLanguage("en");
+        const bool page = runHandle(handle).page.starts_with("hellofallbacke");
+        const bool texts = htmlDB.fd > 2 && htmlFallbackDB.fd > 2;
+        _exit(file + 2 * copy + 4 * page + 8 * texts);
+    }
+    int status = 0;
+    EXPECT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_EQ(WIFEXITED(status) ? WEXITSTATUS(status) : -1, 15);
+}
+
 TEST_F(TextFields, MayHaveAnyLength)
 {
     std::map<std::string, std::string> texts;

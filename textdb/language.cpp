@@ -11,6 +11,9 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include <algorithm>
+
+#include "interface/files.h"
 #include "interface/log.h"
 
 static constexpr char languagePrefix[] = "/etc/htmltext_";

@@ -17,6 +17,8 @@
 
 #include <algorithm>
 
+#include "interface/files.h"
+
 static constexpr size_t HEADER_SIZE = 16;
 static constexpr size_t NODE_SIZE = 8;
 
@@ -170,7 +172,7 @@ const char *findMmapVar(const char *image, const char *key, int32_t *attribute)
 int32_t loadMmapTree(const char *path, const char **image)
 {
     *image = nullptr;
-    const int fd = open(path, O_RDONLY | O_CLOEXEC);
+    const int fd = openFile(path, O_RDONLY);
     if (fd < 0)
         return -1;
     auto *mapping = static_cast<Mapping *>(malloc(sizeof(Mapping)));
