@@ -14,6 +14,7 @@
 #include "interface/log.h"
 #include "interface/output.h"
 #include "interface/process.h"
+#include "vars/locals.h"
 #include "vars/tree.h"
 
 static constexpr int32_t ARG_STEP = 1024;
@@ -105,7 +106,7 @@ int32_t lookupVar(const char *name, uint32_t id, int32_t direct)
 {
     if (direct && inpr->resuming)
         return 0;
-    const char *value = findVar(inpr->localTree, name);
+    const char *value = findLocalVar(inpr->localVars, name);
     if (!value)
         value = findVar(inpr->varTree, name);
     return value ? emitValue(value, id, direct) : -1;

@@ -92,7 +92,8 @@ struct Interpreter {
     clock_t startTicks;
     tms startTimes;
     OutputBuffer output;
-    VarNode *localTree; // owned, the newest value of each name in localVars
+    int32_t outputError; // errno of the first write of the run that failed, 0 for none
+    void *hostData;      // the web program's own
 };
 
 #endif

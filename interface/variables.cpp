@@ -1,6 +1,6 @@
 /* interface/variables.cpp - the request's variables, as the web program sets
- * them: plain names go to the handle's list, whose newest values a tree finds
- * quickly, and name[index] to the tree of the templates' variables. */
+ * them: plain names go to the handle's list, and name[index] to the tree of the
+ * templates' variables. */
 #include <stdlib.h>
 #include <string.h>
 
@@ -31,19 +31,6 @@ static int32_t setElement(Interpreter *interpreter, const char *name, const char
     return stored ? ORV_VARIABLE_SET : ORV_VARIABLE_REFUSED;
 }
 
-// Stores a plain variable in the list and, for reads, in the tree.
-static int32_t setPlain(Interpreter *interpreter, const char *name, const char *value)
-{
-    const int32_t result = insertLocalVar(&interpreter->localVars, name, value);
-    if (result < 0 || insertVar(&interpreter->localTree, name, value, VAR_REPLACE))
-        return result;
-    LocalVar *added = interpreter->localVars;
-    interpreter->localVars = added->next;
-    added->next = nullptr;
-    destroyLocalVarList(&added);
-    return ORV_VARIABLE_NO_MEMORY;
-}
-
 int32_t Orv_Interpreter_SetVariable(Interpreter *interpreter, const char *name, const char *value)
 {
     if (!interpreter) {
@@ -59,7 +46,10 @@ int32_t Orv_Interpreter_SetVariable(Interpreter *interpreter, const char *name, 
         Orv_Interpreter_SetLanguage(value);
     if (const char *bracket = strchr(name, '['))
         return setElement(interpreter, name, bracket, value);
-    const int32_t result = setPlain(interpreter, name, value);
+    const bool isLanguage = strcmp(name, "lang") == 0;
+    const int32_t result = insertLocalVar(&interpreter->localVars, name, value);
+    if (isLanguage) // after the copies: name and value may be texts of the database that goes
+        Orv_Interpreter_SetLanguage(value);
     if (result < 0)
         logNoMemory();
     return result;
@@ -73,6 +63,5 @@ int32_t Orv_Interpreter_ClearVariables(Interpreter *interpreter)
         return ORV_FAILED;
     }
     destroyLocalVarList(&interpreter->localVars);
-    destroyTree(&interpreter->localTree);
     return ORV_OK;
 }

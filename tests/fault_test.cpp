@@ -24,6 +24,7 @@
 #include "interface/process.h"
 #include "textdb/language.h"
 #include "tests/harness.h"
+#include "vars/locals.h"
 #include "vars/tree.h"
 
 // Calls of one kind: the one numbered first fails, and with onward all behind it.
@@ -281,6 +282,73 @@ TEST(Faults, ATreeStaysAsItWas)
     memoryCalls = {};
     destroyTree(&root);
     EXPECT_TRUE(blocks.empty());
+}
+
+TEST(Faults, AListStaysAsItWas)
+{
+    LocalVar *head = nullptr;
+    for (int i = 0; i < 100; ++i) {
+        const std::string name = std::to_string(i % 70);
+        memoryCalls = {};
+        int32_t result;
+        do {
+            const LocalVar *before = head;
+            memoryCalls = {memoryCalls.first + 1, false, 0};
+            result = insertLocalVar(&head, name.c_str(), std::to_string(i).c_str());
+            EXPECT_TRUE(result == 0 || (result == ORV_VARIABLE_NO_MEMORY && head == before));
+            for (int known = std::max(0, i - 70); known < i; ++known)
+                EXPECT_NE(findLocalVar(head, std::to_string(known % 70).c_str()), nullptr);
+        } while (result != 0);
+        EXPECT_EQ(findLocalVar(head, name.c_str()), std::to_string(i));
+    }
+    memoryCalls = {};
+    destroyLocalVarList(&head);
+    EXPECT_TRUE(blocks.empty());
+}
+
+// Somebody writes into the files in place, zero bytes too, while pages are made of
+// them: the bytes may be any, the memory must be ours.
+TEST(Faults, FilesAreOverwrittenUnderTheRun)
+{
+    const std::string name = repeated("a", 2000);
+    Host host;
+    host.files = {{"t.htm", repeated("<?echo $var:" + name + "[min]'b'?><<?-- c ?>\n", 40) +
+                                "<?include f.htm?>"},
+                  {"f.htm", repeated("{?id?}", 40)}};
+    useHost(&host);
+    std::string texts = database({{"id", repeated("t", 4000)}});
+    texts.resize(4096, 't'); // its text ends with the file, and the page
+    texts.back() = '\0';
+    const size_t textAt = texts.find("tttt");
+    std::fill(texts.begin() + static_cast<long>(textAt), texts.end() - 1, 't');
+    writeFile("device/etc/htmltext_en.db", texts);
+    Orv_Interpreter_SetLanguage("en");
+    std::atomic<bool> done = false;
+    std::thread writer([&] {
+        for (const auto &[path, content] :
+             Texts{{"t.htm", host.files[0].second}, {"device/etc/htmltext_en.db", texts}})
+            EXPECT_EQ(truncate(path.c_str(), static_cast<off_t>(content.size())), 0);
+        const int page = open("t.htm", O_RDWR);
+        const int db = open("device/etc/htmltext_en.db", O_RDWR);
+        std::mt19937 random(5);
+        while (!done) {
+            const auto at = static_cast<off_t>(random() % host.files[0].second.size());
+            EXPECT_EQ(pwrite(page, "", 1, at), 1);
+            EXPECT_EQ(pwrite(db, "t", 1, 4095), 1);
+            EXPECT_EQ(pwrite(page, &host.files[0].second[static_cast<size_t>(at)], 1, at), 1);
+            EXPECT_EQ(pwrite(db, "", 1, 4095), 1);
+        }
+        close(page);
+        close(db);
+    });
+    Interpreter *handle = Orv_Interpreter_Create(&hostCallbacks);
+    for (int i = 0; i < 300; ++i)
+        EXPECT_NE(runHandle(handle).result, ORV_RUN_NO_TEMPLATE);
+    done = true;
+    writer.join();
+    EXPECT_GT(runHandle(handle).page.size(), 4000U);
+    Orv_Interpreter_Destroy(handle);
+    forgetTexts();
 }
 
 TEST(Faults, TemplatesChangeUnderTheRun)

@@ -6,7 +6,9 @@
 #include <map>
 #include <random>
 
+#include "interface/interpreter.h"
 #include "tests/harness.h"
+#include "vars/locals.h"
 
 // Checks the order of siblings and that each node without value branches.
 static void checkNode(const VarNode *node, bool root)
@@ -79,6 +81,31 @@ TEST(VarTree, ArraysKeepTheirBounds)
     EXPECT_STREQ(findVar(root, "v["), "a variable");
     EXPECT_STREQ(findVar(root, "v[1"), "one");
     destroyTree(&root);
+}
+
+TEST(Locals, AreOneListThatReadsSearch)
+{
+    Host host;
+    host.files = {{"t.htm", "<?echo $var:n7,$var:n1999,$var:none?>"}};
+    useHost(&host);
+    Interpreter *handle = Orv_Interpreter_Create(&hostCallbacks);
+    for (int i = 0; i < 2000; ++i) {
+        const std::string name = "n" + std::to_string(i % 1500 + 500);
+        EXPECT_EQ(insertLocalVar(&handle->localVars, name.c_str(), std::to_string(i).c_str()), 0);
+        const LocalVar *behind = handle->localVars->next;
+        const char *before = findLocalVar(behind, name.c_str());
+        EXPECT_EQ(before ? before : "none", i < 1500 ? "none" : std::to_string(i - 1500));
+    }
+    Orv_Interpreter_SetVariable(handle, "n7", "seven");
+    EXPECT_EQ(runHandle(handle).page, "seven,1499,");
+    EXPECT_STREQ(findLocalVar(handle->localVars, "n500"), "1500");
+    EXPECT_EQ(findLocalVar(handle->localVars, nullptr), nullptr);
+    destroyLocalVarList(&handle->localVars);
+    EXPECT_EQ(handle->localVars, nullptr);
+    EXPECT_EQ(runHandle(handle).page, ",,");
+    for (const char *name : {static_cast<const char *>(nullptr), ""})
+        EXPECT_EQ(insertLocalVar(&handle->localVars, name, "x"), ORV_VARIABLE_REFUSED);
+    Orv_Interpreter_Destroy(handle);
 }
 
 TEST(VarTree, MayBeDeeperThanAStack)

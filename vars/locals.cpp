@@ -1,26 +1,98 @@
-/* vars/locals.cpp - the plain variables that the web program sets on a handle:
- * a list, newest entry first, whose names need not differ. Called by the
- * variable interface and by variable reads. Uses no process-wide state. */
+/* vars/locals.cpp - the plain variables that the web program sets on a handle: a
+ * list, the newest entry first, and an index of it once it is longer than a few.
+ *
+ * The index is a hash table with open addressing, from a name's hash to the newest
+ * entry of that name. It belongs to the head, and passes to each new one.
+ * Between calls: an index holds at most half as many names as it has slots, and
+ * knows every entry of its list. Called for the request's variables and by reads. */
 #include "vars/locals.h"
 
 #include <stdlib.h>
 #include <string.h>
 
+#include <string_view>
+
+using std::string_view;
+
+static constexpr uint32_t UNINDEXED = 8; // entries that are found fast enough without
+
+// FNV-1a.
+static uint32_t hashOf(string_view name)
+{
+    uint32_t hash = 2166136261U;
+    for (const char c : name)
+        hash = (hash ^ static_cast<unsigned char>(c)) * 16777619U;
+    return hash;
+}
+
+static bool isNamed(const LocalVar *entry, uint32_t hash, const char *name)
+{
+    return entry->hash == hash && strcmp(entry->name, name) == 0;
+}
+
+// The slot of the newest entry of that name, or the free one where it would stand.
+static LocalVar **slotOf(LocalVar **index, uint32_t slots, uint32_t hash, const char *name)
+{
+    uint32_t at = hash & (slots - 1);
+    while (index[at] && !isNamed(index[at], hash, name))
+        at = (at + 1) & (slots - 1);
+    return &index[at];
+}
+
+// Gives entry, which is to be the head in front of next, an index of both. Returns
+// false, and nothing has changed, when memory ran out.
+static bool passIndex(LocalVar *entry, LocalVar *next)
+{
+    if (entry->count <= UNINDEXED)
+        return true;
+    LocalVar **index = next->index;
+    uint32_t slots = next->slots;
+    if (entry->count > slots / 2) {
+        slots = slots ? slots * 2 : UNINDEXED * 4;
+        index = static_cast<LocalVar **>(calloc(slots, sizeof(LocalVar *)));
+        if (!index)
+            return false;
+        for (LocalVar *known = next; known; known = known->next) {
+            LocalVar **slot = slotOf(index, slots, known->hash, known->name);
+            if (!*slot)
+                *slot = known;
+        }
+        free(next->index);
+    }
+    next->index = nullptr;
+    *slotOf(index, slots, entry->hash, entry->name) = entry;
+    entry->index = index;
+    entry->slots = slots;
+    return true;
+}
+
+// An entry with copies of both texts, in no list; null when memory ran out.
+static LocalVar *newEntry(string_view name, string_view value)
+{
+    auto *entry =
+        static_cast<LocalVar *>(malloc(sizeof(LocalVar) + name.size() + value.size() + 2));
+    if (!entry)
+        return nullptr;
+    auto *texts = reinterpret_cast<char *>(entry + 1);
+    *entry = {texts, texts + name.size() + 1, nullptr, hashOf(name), 1, nullptr, 0};
+    memcpy(entry->name, name.data(), name.size());
+    entry->name[name.size()] = '\0';
+    memcpy(entry->value, value.data(), value.size());
+    entry->value[value.size()] = '\0';
+    return entry;
+}
+
 int32_t insertLocalVar(LocalVar **head, const char *name, const char *value)
 {
     if (!name || !value || !*name)
         return ORV_VARIABLE_REFUSED;
-    auto *entry = static_cast<LocalVar *>(malloc(sizeof(LocalVar)));
-    char *nameCopy = strdup(name);
-    char *valueCopy = strdup(value);
-    if (!entry || !nameCopy || !valueCopy) {
+    LocalVar *entry = newEntry(name, value);
+    if (entry && *head)
+        entry->count += (*head)->count;
+    if (!entry || !passIndex(entry, *head)) {
         free(entry);
-        free(nameCopy);
-        free(valueCopy);
         return ORV_VARIABLE_NO_MEMORY;
     }
-    entry->name = nameCopy;
-    entry->value = valueCopy;
     entry->next = *head;
     *head = entry;
     return ORV_VARIABLE_SET;
@@ -28,20 +100,23 @@ int32_t insertLocalVar(LocalVar **head, const char *name, const char *value)
 
 const char *findLocalVar(const LocalVar *head, const char *name)
 {
-    if (!name)
+    if (!head || !name)
         return nullptr;
-    for (const LocalVar *entry = head; entry; entry = entry->next)
-        if (entry->name[0] == name[0] && strcmp(entry->name, name) == 0)
-            return entry->value;
-    return nullptr;
+    const uint32_t hash = hashOf(name);
+    const LocalVar *entry = head;
+    if (head->index)
+        entry = *slotOf(head->index, head->slots, hash, name);
+    else
+        while (entry && !isNamed(entry, hash, name))
+            entry = entry->next;
+    return entry ? entry->value : nullptr;
 }
 
 void destroyLocalVarList(LocalVar **head)
 {
     while (LocalVar *entry = *head) {
         *head = entry->next;
-        free(entry->name);
-        free(entry->value);
+        free(entry->index);
         free(entry);
     }
 }

@@ -7,9 +7,13 @@
 #include "interface/orvinterpreter.h"
 
 struct LocalVar {
-    char *name;     // owned, never empty
-    char *value;    // owned
-    LocalVar *next; // owned, the entry set before this one
+    char *name;       // never empty; part of this record's block
+    char *value;      // part of this record's block
+    LocalVar *next;   // owned, the entry set before this one
+    uint32_t hash;    // of the name
+    uint32_t count;   // entries from here to the list's end
+    LocalVar **index; // owned by the head alone, else null; see locals.cpp
+    uint32_t slots;   // of the index, a power of two
 };
 
 extern "C" {
@@ -19,7 +23,8 @@ extern "C" {
 ORV_API int32_t insertLocalVar(LocalVar **head, const char *name, const char *value);
 
 /* Returns the value of the newest entry of that name, borrowed until the list
- * is destroyed; null without one or when name is null. */
+ * is destroyed; null without one or when name is null. head: of a list that
+ * insertLocalVar made, or an entry in it, for the entries from there on. */
 ORV_API const char *findLocalVar(const LocalVar *head, const char *name);
 
 /* Frees every entry and leaves *head null. */
