@@ -179,18 +179,27 @@ static bool expandLeading(const Cmd *cmd, Arg **next, int32_t offsets[2])
     return complete;
 }
 
-int32_t executeCmd(Cmd *cmd, int32_t direct)
+// Acts with the texts of the leading arguments at offsets, and runs the body. Not
+// part of executeCmd, whose frame stands on the stack once for each command that is
+// nested in a leading argument, and is to be small.
+[[gnu::noinline]] static int32_t perform(Cmd *cmd, Arg *body, const int32_t offsets[2],
+                                         int32_t direct)
 {
-    if (!cmd)
-        return EXEC_NO_COMMAND;
-    Loop loop = {0, 0, nullptr, cmd->args};
-    int32_t offsets[2] = {0, 0};
-    if (!expandLeading(cmd, &loop.body, offsets))
-        return EXEC_BAD_COMMAND;
+    Loop loop = {0, 0, nullptr, body};
     // The texts stay where they are until the action appends something.
     int32_t result = act(cmd, argText(offsets[0]), argText(offsets[1]), direct, &loop);
     if (result == EXEC_DONE && (cmd->id & CMDF_BODY))
         result = runBody(cmd, &loop, direct);
     freeQueryRows(&loop.rows);
     return result;
+}
+
+int32_t executeCmd(Cmd *cmd, int32_t direct)
+{
+    if (!cmd)
+        return EXEC_NO_COMMAND;
+    Arg *body = cmd->args;
+    int32_t offsets[2] = {0, 0};
+    return expandLeading(cmd, &body, offsets) ? perform(cmd, body, offsets, direct)
+                                              : EXEC_BAD_COMMAND;
 }

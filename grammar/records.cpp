@@ -9,6 +9,38 @@
 
 #include "interface/log.h"
 
+// The arguments of a command that goes in front of rest.
+static Arg *joinArgs(Arg *args, Arg *rest)
+{
+    if (!args)
+        return rest;
+    Arg *last = args;
+    while (last->next)
+        last = last->next;
+    last->next = rest;
+    return args;
+}
+
+// Frees the arguments from first on and all below them. The arguments of nested
+// commands join the list: commands may be nested deeper than a stack.
+static void freeArgs(Arg *first)
+{
+    while (Arg *arg = first) {
+        first = arg->next;
+        while (ArgElem *elem = arg->elems) {
+            arg->elems = elem->next;
+            auto *cmd = static_cast<Cmd *>(elem->type == ELEM_CMD ? elem->value : nullptr);
+            if (cmd) {
+                first = joinArgs(cmd->args, first);
+                free(cmd->extra);
+            }
+            free(elem->value);
+            free(elem);
+        }
+        free(arg);
+    }
+}
+
 static void destroyValue(int32_t type, void *value)
 {
     if (type == ELEM_CMD) {
@@ -60,27 +92,19 @@ Arg *addArgElem(Arg *arg, int32_t type, void *value)
 
 void destroyCmd(Cmd **cmd)
 {
-    Cmd *doomed = *cmd;
-    if (!doomed)
+    if (!*cmd)
         return;
-    while (Arg *arg = doomed->args) {
-        doomed->args = arg->next;
-        destroyArg(&arg);
-    }
-    free(doomed->extra);
-    free(doomed);
+    freeArgs((*cmd)->args);
+    free((*cmd)->extra);
+    free(*cmd);
 }
 
 void destroyArg(Arg **arg)
 {
     if (!*arg)
         return;
-    while (ArgElem *elem = doomed->elems) {
-        doomed->elems = elem->next;
-        destroyValue(elem->type, elem->value);
-        free(elem);
-    }
-    free(doomed);
+    (*arg)->next = nullptr;
+    freeArgs(*arg);
 }
 
 int32_t *getRepeatUpBound(Arg *marker)

@@ -104,15 +104,23 @@ enum {
     ORV_RUN_DONE = 0,          /* the template was read to its end */
     ORV_RUN_NO_TEMPLATE = -1,  /* it could not be opened or mapped; an empty file cannot be */
     ORV_RUN_BAD_ARGUMENT = -2, /* the handle or the path is null */
+/* Stack, in bytes, that the deepest nesting of commands needs on any machine, besides
+ * what the callbacks need. */
+#define ORV_STACK_NEEDED (2 * 1024 * 1024)
+
     ORV_RUN_BUSY = -3,         /* a run is in progress in this process; it is not disturbed */
     ORV_RUN_GAVE_UP = -4       /* the parser stopped before the template's end */
 };
 
 /* Runs one template and returns when its page has been written.
  * path: given to FOpen as it is. outputFd: where the page goes, normally the
- * CGI's standard output; it stays open and the caller's. Writes that are cut
- * short are continued; after an error the rest of that piece is lost and the
- * page goes on.
+ * CGI's standard output; it stays open and the caller's. It is to be a blocking
+ * descriptor. Writes that are cut short are continued; after an error the rest of
+ * that piece is lost and the page goes on (see Orv_Interpreter_OutputError).
+ *
+ * Commands may be nested as deep as the parser's 10,000 symbols allow, each level on
+ * the caller's stack: a host gives ORV_STACK_NEEDED bytes of it, or trusts its
+ * templates not to nest so deep.
  *
  * Variables that templates set stay for the handle's later runs.
  * Returns an ORV_RUN_ number. Whatever it is, every template is closed again
