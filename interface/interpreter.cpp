@@ -69,6 +69,7 @@ int32_t Orv_Interpreter_Run(Interpreter *interpreter, const char *path, int32_t 
     inpr = interpreter;
     interpreter->startTicks = times(&interpreter->startTimes);
 
+    interpreter->outputError = 0;
     int32_t result = ORV_RUN_NO_TEMPLATE;
     if (doInclude(path, 0) > 0)
         result = doParse() == 0 ? ORV_RUN_DONE : ORV_RUN_GAVE_UP;
@@ -84,6 +85,22 @@ int32_t Orv_Interpreter_Run(Interpreter *interpreter, const char *path, int32_t 
 int32_t Orv_Interpreter_Destroy(Interpreter *interpreter)
 {
     closeLog();
+int32_t Orv_Interpreter_OutputError(const Interpreter *interpreter)
+{
+    return interpreter ? interpreter->outputError : ORV_FAILED;
+}
+
+void Orv_Interpreter_SetHostData(Interpreter *interpreter, void *data)
+{
+    if (interpreter)
+        interpreter->hostData = data;
+}
+
+void *Orv_Interpreter_HostData(const Interpreter *interpreter)
+{
+    return interpreter ? interpreter->hostData : nullptr;
+}
+
     if (!interpreter || interpreter == inpr)
         return 0;
     Orv_Interpreter_ClearVariables(interpreter);

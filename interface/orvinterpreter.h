@@ -26,6 +26,11 @@ extern "C" {
 #define ORV_API
 #endif
 
+/* The version of this interface (Semantic Versioning). */
+#define ORV_VERSION_MAJOR 1
+#define ORV_VERSION_MINOR 1
+#define ORV_VERSION_PATCH 0
+
 /* Results of calls that do one thing or fail. */
 enum { ORV_OK = 0, ORV_FAILED = -1 };
 
@@ -127,6 +132,15 @@ enum {
  * and the next run starts clean. */
 ORV_API int32_t Orv_Interpreter_Run(Interpreter *interpreter, const char *path, int32_t outputFd);
 
+/* Returns errno of the first write of the handle's last run, or of the one in
+ * progress, that failed; 0 when none has; -1 for a null handle. */
+ORV_API int32_t Orv_Interpreter_OutputError(const Interpreter *interpreter);
+
+/* Keep a pointer of the web program in the handle, for its callbacks. The library
+ * never looks at what it points to. Initially, and for a null handle, it is null. */
+ORV_API void Orv_Interpreter_SetHostData(Interpreter *interpreter, void *data);
+ORV_API void *Orv_Interpreter_HostData(const Interpreter *interpreter);
+
 /* Ends a handle, or does nothing more than closing the log when it is null.
  * The diagnostic log is the process's: it is closed even when other handles
  * live on. The text databases stay mapped. A handle whose run is in progress is
@@ -182,7 +196,6 @@ ORV_API int32_t Orv_Interpreter_SetLanguage(const char *code);
  * Returns ORV_OK; ORV_FAILED for a null handle, a negative number, while a run is
  * in progress, or when memory ran out, and then nothing has changed. */
 ORV_API int32_t Orv_Interpreter_SetOutputBuffer(Interpreter *interpreter, int32_t bytes);
-#define ORV_HAS_OUTPUT_BUFFER 1
 
 /* Looks a text up as a text field of a template would, in the database of the
  * chosen language and then in the fallback, /etc/htmltext.db.

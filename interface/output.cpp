@@ -19,7 +19,9 @@ static size_t writeOut(std::string_view bytes)
         const ssize_t written = write(inpr->outputFd, bytes.data() + out, bytes.size() - out);
         if (written > 0)
             out += static_cast<size_t>(written);
-        else if (written == 0 || errno != EINTR)
+        else if (written == 0 || errno != EINTR) {
+            if (inpr->outputError == 0)
+                inpr->outputError = written == 0 ? EIO : errno;
             break;
     }
     return out;

@@ -114,4 +114,9 @@ TEST(OrvRender, Rows)
     };
     for (const auto &[arguments, page, out, err, status] : rows)
         expectRun(arguments, page, out, err, status);
+    // A reader that goes away is noticed even where its signal is ignored.
+    writeFile("site/t.htm", "<?repeat [ 1 99 ] '" + string(9999, 'x') + "'?>");
+    EXPECT_EQ(0, runCommand("trap '' PIPE; { '" ORV_RENDER "' --docroot site t.htm; echo $? >&2; }"
+                            " | head -c 1"));
+    EXPECT_EQ("orv-render: cannot write the page: Broken pipe\n2\n", readFile("err"));
 }

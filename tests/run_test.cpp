@@ -202,9 +202,21 @@ TEST(Page, GoesOutInOneWriteAPiece)
 TEST(Page, SurvivesBadWrites)
 {
     Host host = withFiles({{"t.htm", "first<?echo second?>third"}});
-    writes = {2, {EINTR, 0, 0, 0, EINTR, 0, EIO}};
-    EXPECT_EQ(render(host).page, "firstsethird");
-    writes = {};
+    EXPECT_EQ(Orv_Interpreter_OutputError(nullptr), -1);
+    for (const int32_t error : {EIO, 0}) {
+        int32_t noticed = -1;
+        useHost(&host);
+        Interpreter *handle = Orv_Interpreter_Create(&hostCallbacks);
+        if (error)
+            writes = {2, {EINTR, 0, 0, 0, EINTR, 0, error, ENOSPC}};
+        const Outcome got = runHandle(handle);
+        noticed = Orv_Interpreter_OutputError(handle);
+        EXPECT_EQ(got.page, error ? "firstse" : "firstsecondthird");
+        EXPECT_EQ(got.result, ORV_RUN_DONE);
+        EXPECT_EQ(noticed, error);
+        Orv_Interpreter_Destroy(handle);
+        writes = {};
+    }
 }
 
 TEST(Page, IsGatheredOnDemand)
@@ -292,6 +304,11 @@ TEST(Handle, BadArguments)
     const std::string none = "zarn - ERROR in Orv_Interpreter_Create: no valid callbacks!\n";
     const std::string path = "zarn - ERROR in Orv_Interpreter_Run: "
                              "no valid interpreter-struct or input-path!\n";
+    EXPECT_EQ(Orv_Interpreter_HostData(nullptr), nullptr);
+    EXPECT_EQ(Orv_Interpreter_HostData(interpreter), nullptr);
+    Orv_Interpreter_SetHostData(nullptr, &partial);
+    Orv_Interpreter_SetHostData(interpreter, &partial);
+    EXPECT_EQ(Orv_Interpreter_HostData(interpreter), &partial);
     EXPECT_EQ(takeLog(),
               none + none + path +
                   "zarn - ERROR in Orv_Interpreter_ClearVariables: no valid interpreter-struct!\n"
@@ -532,26 +549,6 @@ TEST(System, NoDescriptorsAndNoReader)
     Orv_Interpreter_Destroy(interpreter);
 }
 
-TEST(Fallback, AQuoteInAnIndexGoesToStandardOutput)
-{
-    testing::internal::CaptureStdout();
-    EXPECT_EQ(renderText("<?setvariable var:a[x] A?><?echo $var:a[ 'x\" ]?>").page, "A");
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "'\"");
-}
-
-TEST(Records, AreLinkedUpToTheFirstNullArgument)
-{
-    Arg *a = addArgElem(nullptr, ELEM_TEXT, strdup("b"));
-    a = addArgElem(a, ELEM_TEXT, strdup("a"));
-    EXPECT_STREQ(static_cast<char *>(a->elems->value), "a");
-    EXPECT_STREQ(static_cast<char *>(a->elems->next->value), "b");
-    Arg *lost = addArgElem(nullptr, ELEM_CMD,
-                           createCmd(ID_ECHO, nullptr, nullptr, nullptr, nullptr, nullptr));
-    Cmd *cmd = createCmd(ID_PRINT, strdup("extra"), a, nullptr, lost, nullptr);
-    EXPECT_EQ(cmd->args, a);
-    EXPECT_EQ(a->next, nullptr);
-    destroyCmd(&cmd);
-    Orv_Interpreter_SetLog(logTarget());
 // A read that is interrupted in the middle of a file ends it, as its end does.
 TEST(System, Base64EndsWithItsPadding)
 {
@@ -582,6 +579,26 @@ TEST(System, Base64EndsWithItsPadding)
     EXPECT_EQ(executeCmd(nullptr, 1), EXEC_NO_COMMAND);
     EXPECT_EQ(getRepeatUpBound(nullptr), nullptr);
     EXPECT_EQ(takeLog(),
+TEST(Fallback, AQuoteInAnIndexGoesToStandardOutput)
+{
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(renderText("<?setvariable var:a[x] A?><?echo $var:a[ 'x\" ]?>").page, "A");
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "'\"");
+}
+
+TEST(Records, AreLinkedUpToTheFirstNullArgument)
+{
+    Arg *a = addArgElem(nullptr, ELEM_TEXT, strdup("b"));
+    a = addArgElem(a, ELEM_TEXT, strdup("a"));
+    EXPECT_STREQ(static_cast<char *>(a->elems->value), "a");
+    EXPECT_STREQ(static_cast<char *>(a->elems->next->value), "b");
+    Arg *lost = addArgElem(nullptr, ELEM_CMD,
+                           createCmd(ID_ECHO, nullptr, nullptr, nullptr, nullptr, nullptr));
+    Cmd *cmd = createCmd(ID_PRINT, strdup("extra"), a, nullptr, lost, nullptr);
+    EXPECT_EQ(cmd->args, a);
+    EXPECT_EQ(a->next, nullptr);
+    destroyCmd(&cmd);
+    Orv_Interpreter_SetLog(logTarget());
               "zarn - ERROR in getRepeatUpBound: NO MEMORY or missing repeat boundary. ()\n");
     Orv_Interpreter_SetLog(-1);
 }

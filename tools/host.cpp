@@ -16,8 +16,10 @@
 // How long a query waits for a program that is writing to the database.
 static constexpr int busyMilliseconds = 2000;
 
-// The host that the callbacks answer for: set by hostOpen, null after hostClose.
-static Host *currentHost;
+static Host &hostOf(const Interpreter *interpreter)
+{
+    return *static_cast<Host *>(Orv_Interpreter_HostData(interpreter));
+}
 
 /* Reports a problem with subject (a path, a query), in one line whatever bytes
  * that consists of. */
@@ -65,14 +67,18 @@ static const char *openBelow(const Host &host, const char *path, int32_t *fd)
     return nullptr;
 }
 
-static int32_t openTemplate(Interpreter *, const char *path)
+static int32_t openReporting(Host &host, const char *path)
 {
-    Host &host = *currentHost;
     int32_t fd = -1;
     host.openProblem = openBelow(host, path, &fd);
     if (host.openProblem && host.reportTemplates)
         report(host, "cannot open template", path, host.openProblem);
     return fd;
+}
+
+static int32_t openTemplate(Interpreter *interpreter, const char *path)
+{
+    return openReporting(hostOf(interpreter), path);
 }
 
 /* Lets a statement read tables and compute, and nothing else. */
@@ -173,7 +179,7 @@ static QueryRow *appendRow(QueryRow *last, sqlite3_stmt *statement, int32_t colu
 static int32_t answerQuery(Interpreter *interpreter, int32_t mode, const char *query,
                            QueryRow **rows, int32_t *owned)
 {
-    Host &host = *currentHost;
+    Host &host = hostOf(interpreter);
     sqlite3_stmt *statement = prepareQuery(host, query);
     if (!statement)
         return -1;
@@ -204,8 +210,8 @@ static int32_t answerQuery(Interpreter *interpreter, int32_t mode, const char *q
 
 static int32_t reportError(Interpreter *interpreter, const char **message)
 {
-    *message = currentHost->error;
-    return currentHost->error ? 1 : 0;
+    *message = hostOf(interpreter).error;
+    return *message ? 1 : 0;
 }
 
 /* Opens the database and reads from it once, since SQLite itself looks at a file
@@ -229,8 +235,6 @@ static bool openDatabase(Host &host, const char *dbFile)
     return status == SQLITE_OK;
 }
 
-const InterpreterCallbacks hostCallbacks = {openTemplate, answerQuery, reportError};
-
 bool hostOpen(Host &host, const char *docRoot, const char *dbFile)
 {
     if (dbFile && !openDatabase(host, dbFile))
@@ -242,8 +246,23 @@ bool hostOpen(Host &host, const char *docRoot, const char *dbFile)
     size_t length = strlen(host.docRoot);
     if (host.docRoot[length - 1] != '/')
         memcpy(host.docRoot + length, "/", 2);
-    currentHost = &host;
     return true;
+}
+
+bool hostHasTemplate(Host &host, const char *path)
+{
+    const int32_t fd = openReporting(host, path);
+    if (fd >= 0)
+        close(fd);
+    return fd >= 0;
+}
+
+Interpreter *hostInterpreter(Host &host)
+{
+    static constexpr InterpreterCallbacks callbacks = {openTemplate, answerQuery, reportError};
+    Interpreter *interpreter = Orv_Interpreter_Create(&callbacks);
+    Orv_Interpreter_SetHostData(interpreter, &host);
+    return interpreter;
 }
 
 int32_t hostSet(Host &host, Interpreter *interpreter, const char *name, const char *value)
@@ -258,5 +277,4 @@ void hostClose(Host &host)
 {
     sqlite3_close(host.db);
     host.db = nullptr;
-    currentHost = nullptr;
 }

@@ -4,10 +4,9 @@
  * Queries are SQL, answered by an SQLite database that is opened read-only. The
  * error is a text that the program sets.
  *
- * The callbacks are given no more than the interpreter's handle, and the
- * interpreter asks for a template's size from the process's working directory.
- * So a process has one host at a time, and hostOpen makes the document root the
- * working directory: other relative paths must be resolved before. */
+ * The interpreter asks for a template's size from the process's working directory.
+ * So hostOpen makes the document root the working directory, and a process has one
+ * at a time: other relative paths must be resolved before. */
 #ifndef TOOLS_HOST_H
 #define TOOLS_HOST_H
 
@@ -37,23 +36,27 @@ struct Host {
     int32_t problems = 0;                // failed queries, and failed templates if reported
 };
 
-/* The callbacks for Orv_Interpreter_Create. They answer for the host that is open. */
-extern const InterpreterCallbacks hostCallbacks;
-
-/* Makes host the one that the callbacks answer for, and its document root the
- * working directory.
+/* Makes the host's document root the working directory, and opens its database.
  * docRoot: the folder of the templates. dbFile: the database for queries, null
  * for none; without one every query fails. Both are relative to the directory
  * the process works in before the call.
  *
- * Returns false when either cannot be used, with a line on host.reportFd. Host
- * must stay where it is until hostClose, which is needed after a failure too. */
+ * Returns false when either cannot be used, with a line on host.reportFd. hostClose
+ * is needed then, too. */
 bool hostOpen(Host &host, const char *docRoot, const char *dbFile);
+
+/* Whether path leads to a template that the callbacks open. */
+bool hostHasTemplate(Host &host, const char *path);
+
+/* Makes an interpreter whose callbacks answer for host, which must stay where it is
+ * for as long. Returns the handle, to be ended by Orv_Interpreter_Destroy; null when
+ * memory ran out. */
+Interpreter *hostInterpreter(Host &host);
 
 /* Sets a variable of the request, for templates and for queries: the parameter
  * :name stands for it there. An array element, name[index], is for templates
  * alone.
- * interpreter: made with hostCallbacks. name and value are copied.
+ * interpreter: made by hostInterpreter. name and value are copied.
  *
  * Returns what Orv_Interpreter_SetVariable does; not 0: nothing is set. */
 int32_t hostSet(Host &host, Interpreter *interpreter, const char *name, const char *value);

@@ -258,9 +258,12 @@ static int setVariables(Host &host, Interpreter *interpreter, const Options &opt
 
 /* Whether the page is collected in memory and written at the end, by us: then a
  * failed write is noticed, which the interpreter passes over. A pipe or terminal
+    const int32_t lost = Orv_Interpreter_OutputError(interpreter);
  * gets the page at once; when a pipe's reader is gone, the signal ends us. */
 static bool collectsPage(const Options &options)
 {
+    if (lost > 0)
+        return fail("cannot write the page: %s", strerror(lost));
     struct stat status;
     if (options.output)
         return true;
@@ -289,7 +292,7 @@ static bool writePage(int startDir, const char *output, int page)
  * -1 without --log. Returns the exit status, after a line for a missing page. */
 static int runPage(Host &host, const Options &options, int page, int log)
 {
-    Interpreter *interpreter = Orv_Interpreter_Create(&hostCallbacks);
+    Interpreter *interpreter = hostInterpreter(host);
     if (!interpreter || (log >= 0 && Orv_Interpreter_SetLog(log) != 0) ||
         Orv_Interpreter_SetOutputBuffer(interpreter, options.gathers ? outputBuffer : 0) != 0) {
         Orv_Interpreter_Destroy(interpreter);
@@ -328,7 +331,7 @@ static int renderPage(Host &host, const Options &options, int startDir)
     if (log >= 0) {
         std::string text = readAll(log);
         writeAll(STDERR_FILENO, text);
-        if (status == PAGE_WHOLE && (host.problems > 0 || logTellsOfProblem(text)))
+        if (status == PAGE_WHOLE && (host.problems > 0 || countProblems() > 0))
             status = PAGE_WITH_PROBLEMS;
     }
     return status;

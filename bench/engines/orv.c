@@ -55,7 +55,6 @@ static int openEngine(const char *way)
         die("interpreter");
     if (strcmp(way, "gathered") != 0)
         return 0;
-#ifdef ORV_HAS_OUTPUT_BUFFER
     return Orv_Interpreter_SetOutputBuffer(interpreter, 16384) == 0 ? 0 : NOT_AVAILABLE;
 }
 

@@ -114,7 +114,7 @@ static int readBody(string &body)
 
 /* Reads the request but its language. Needs the host, which knows the pages.
  * Returns 0, or the status that refuses it; allow: out, the methods that work. */
-static int readRequest(Request &request, const char **allow)
+static int readRequest(Host &host, Request &request, const char **allow)
 {
     string_view method = fromEnvironment("REQUEST_METHOD");
     string_view path = fromEnvironment("PATH_INFO");
@@ -126,8 +126,7 @@ static int readRequest(Request &request, const char **allow)
     request.isPost = method == "POST" && request.page == settingsPage;
     if (!isPageName(request.page))
         return NOT_FOUND;
-    int32_t file = hostCallbacks.fOpen(nullptr, request.page.c_str());
-    if (file < 0)
+    if (!hostHasTemplate(host, request.page.c_str()))
         return NOT_FOUND;
     if (!request.isPost && method != "GET" && method != "HEAD")
         return WRONG_METHOD;
@@ -247,6 +246,9 @@ static int answer(Host &host, Interpreter *interpreter, Request &request, const 
         result = Orv_Interpreter_Run(interpreter, request.page.c_str(), STDOUT_FILENO);
     if (result != ORV_RUN_DONE)
         fprintf(stderr, "zarn: the page %s is not whole (%d)\n", request.page.c_str(), result);
+    if (const int32_t lost = Orv_Interpreter_OutputError(interpreter); lost > 0)
+        fprintf(stderr, "zarn: the page %s was not sent whole: %s\n", request.page.c_str(),
+                strerror(lost));
     return 0;
 }
 
@@ -262,10 +264,10 @@ static int run(Host &host, Request &request, const char **allow)
     }
     if (!hostOpen(host, fromEnvironment("ZARN_DOCROOT"), dbFile))
         return BROKEN;
-    int status = readRequest(request, allow);
+    int status = readRequest(host, request, allow);
     if (status != 0)
         return status;
-    Interpreter *interpreter = Orv_Interpreter_Create(&hostCallbacks);
+    Interpreter *interpreter = hostInterpreter(host);
     status = BROKEN;
     if (interpreter && Orv_Interpreter_SetOutputBuffer(interpreter, outputBuffer) == 0)
         status = answer(host, interpreter, request, dbFile);
