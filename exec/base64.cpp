@@ -1,5 +1,7 @@
 /* exec/base64.cpp - a file in the page, encoded in Base64 (RFC 4648). */
+#include <fcntl.h>
 #include <stdio.h>
+#include <unistd.h>
 
 #include "exec/exec.h"
 #include "interface/output.h"
@@ -22,8 +24,6 @@ static void encodeGroup(const unsigned char bytes[3], size_t count, char *out)
     out[3] = count > 2 ? alphabet[bits & 63] : '=';
 }
 
-void doBase64(const char *path)
-{
 // A stream for reading, on none of the standard streams' descriptors; null without one.
 static FILE *openStream(const char *path)
 {
@@ -38,6 +38,8 @@ static FILE *openStream(const char *path)
     return file;
 }
 
+void doBase64(const char *path)
+{
     if (inpr->resuming)
         return;
     FILE *file = openStream(path);
@@ -46,7 +48,9 @@ static FILE *openStream(const char *path)
     char staging[STAGING_CAPACITY];
     size_t staged = 0;
     unsigned char group[3];
-    while (const size_t count = fread(group, 1, sizeof group, file)) {
+    size_t count = sizeof group;
+    // A short group carries the padding, so it is the last, even if reading could go on.
+    while (count == sizeof group && (count = fread(group, 1, sizeof group, file)) > 0) {
         if (staged > FULL_PIECE) {
             writePiece({staging, staged});
             staged = 0;

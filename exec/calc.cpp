@@ -18,7 +18,8 @@ static bool readOperand(const char *text, const char *ordinal, double *value)
     *value = strtod(text, &end);
     if (end != text)
         return true;
-    logMessage("%s, near line %d: Warning: %s operator %s of calc is no valid number "
+    logMessage(Severity::WARNING,
+               "%s, near line %d: Warning: %s operator %s of calc is no valid number "
                "in current context\n",
                currentTemplate(), currentLine(), ordinal, text);
     return false;
@@ -71,7 +72,7 @@ char *doCalc(const char *a, const char *b, uint32_t id)
         return nullptr;
     auto *text = static_cast<char *>(malloc(RESULT_CAPACITY));
     if (!text) {
-        logMessage("zarn - Syntaxerror: NO MEMORY! (%s)\n", currentTemplate());
+        logMessage(Severity::ERROR, "zarn - Syntaxerror: NO MEMORY! (%s)\n", currentTemplate());
         return nullptr;
     }
     format(text, result, std::max(precisionOf(a), precisionOf(b)));

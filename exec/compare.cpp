@@ -12,14 +12,16 @@ int32_t doRepeat(const char *lowText, const char *upText, int32_t *lower, int32_
     char *end;
     *lower = readNumber(lowText, &end);
     if (end == lowText) {
-        logMessage("%s, near line %d: Warning: Lower boundary %s of repeat is no valid number "
+        logMessage(Severity::WARNING,
+                   "%s, near line %d: Warning: Lower boundary %s of repeat is no valid number "
                    "in current context\n",
                    currentTemplate(), currentLine(), lowText);
         return 0;
     }
     *upper = readNumber(upText, &end);
     if (end == upText) {
-        logMessage("%s, near line %d: Warning: Upper boundary %s of repeat is no valid number "
+        logMessage(Severity::WARNING,
+                   "%s, near line %d: Warning: Upper boundary %s of repeat is no valid number "
                    "in current context\n",
                    currentTemplate(), currentLine(), upText);
         return 0;
@@ -32,12 +34,16 @@ static float difference(const char *a, const char *b)
 {
     char *endOfA;
     char *endOfB;
+    const double left = strtod(a, &endOfA);
+    const double right = strtod(b, &endOfB);
+    if (!*a || !*b || *endOfA || *endOfB) {
+        const int order = strcmp(a, b);
+        return order < 0 ? -1.0F : order > 0 ? 1.0F : 0.0F;
+    }
     // Stored, so that no machine keeps more than single precision.
-    volatile const float left = static_cast<float>(strtod(a, &endOfA));
-    volatile const float right = static_cast<float>(strtod(b, &endOfB));
-    const bool numeric = *a && *b && !*endOfA && !*endOfB;
-    const int order = strcmp(a, b);
-    volatile const float result = numeric ? left - right : static_cast<float>(order);
+    volatile const float singleLeft = static_cast<float>(left);
+    volatile const float singleRight = static_cast<float>(right);
+    volatile const float result = singleLeft - singleRight;
     return result;
 }
 

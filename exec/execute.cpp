@@ -122,7 +122,8 @@ static int32_t act(Cmd *cmd, const char *a1, const char *a2, int32_t direct, Loo
 
 int32_t refuseDepth()
 {
-    logMessage("zarn - ERROR in executeCmd: MAX_CMD_DEPTH exceeded! (%s)\n", currentTemplate());
+    logMessage(Severity::ERROR, "zarn - ERROR in executeCmd: MAX_CMD_DEPTH exceeded! (%s)\n",
+               currentTemplate());
     return EXEC_TOO_DEEP;
 }
 
@@ -153,7 +154,8 @@ static int32_t runBody(Cmd *cmd, Loop *loop, int32_t direct)
 static bool hasArgument(const Cmd *cmd, const Arg *arg, const char *ordinal)
 {
     if (!arg)
-        logMessage("zarn - ERROR in executeCmd: Missing %s argument in cmd ID%X! (%s)\n", ordinal,
+        logMessage(Severity::ERROR,
+                   "zarn - ERROR in executeCmd: Missing %s argument in cmd ID%X! (%s)\n", ordinal,
                    cmd->id, currentTemplate());
     return arg;
 }

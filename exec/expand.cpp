@@ -25,13 +25,15 @@ static bool reserve(ArgBuffer *buffer, size_t length)
 {
     while (length >= static_cast<size_t>(buffer->argCap - buffer->argLen)) {
         if (buffer->argCap > ARG_MAXLEN) {
-            logMessage("zarn - ERROR in pushStr: ARG_MAXLEN exceeded! (%s)\n", currentTemplate());
+            logMessage(Severity::ERROR, "zarn - ERROR in pushStr: ARG_MAXLEN exceeded! (%s)\n",
+                       currentTemplate());
             return false;
         }
         const int32_t grown = buffer->argCap + ARG_STEP;
         auto *block = static_cast<char *>(realloc(buffer->argBuf, static_cast<size_t>(grown)));
         if (!block) {
-            logMessage("zarn - ERROR in pushStr: NO MEMORY while allocating %d Bytes. (%s)\n",
+            logMessage(Severity::ERROR,
+                       "zarn - ERROR in pushStr: NO MEMORY while allocating %d Bytes. (%s)\n",
                        grown, currentTemplate());
             return false;
         }
@@ -127,7 +129,8 @@ static int32_t columnOf(char c)
 int32_t lookupNumvar(const char *index, uint32_t id, int32_t direct)
 {
     if (!index || !*index) {
-        logMessage("%s, near line %d: Invalid numVar Index\n", currentTemplate(), currentLine());
+        logMessage(Severity::WARNING, "%s, near line %d: Invalid numVar Index\n", currentTemplate(),
+                   currentLine());
         return -1;
     }
     if (direct && inpr->resuming)
@@ -136,15 +139,16 @@ int32_t lookupNumvar(const char *index, uint32_t id, int32_t direct)
     const int32_t level = index[1] ? static_cast<unsigned char>(*index) - '0' : 0;
     const int32_t column = columnOf(*columnText);
     if (level < 0 || column < 0 || level > inpr->loopTop) {
-        logMessage("%s, near line %d: Invalid numVar Index $%s\n", currentTemplate(), currentLine(),
-                   columnText);
+        logMessage(Severity::WARNING, "%s, near line %d: Invalid numVar Index $%s\n",
+                   currentTemplate(), currentLine(), columnText);
         return -1;
     }
     const LoopFrame &frame = inpr->loopFrames[level];
     if (column == 0)
         return putoutNumber(frame.counter, direct);
     if (!frame.rows || column > columnCount(frame.rows)) {
-        logMessage("%s: Invalid numVar Index $%s\n", currentTemplate(), columnText);
+        logMessage(Severity::WARNING, "%s: Invalid numVar Index $%s\n", currentTemplate(),
+                   columnText);
         return -1;
     }
     const char *value = frame.rows->cols[column - 1];
@@ -161,28 +165,29 @@ static int32_t appendCommand(Cmd *cmd)
     return result;
 }
 
-static void expandElement(const ArgElem *elem, uint32_t id, int32_t direct)
+// Any element but a command and an array's name. Returns whether it is of a known kind.
+static bool expandElement(const ArgElem *elem, uint32_t id, int32_t direct)
 {
     const auto *text = static_cast<const char *>(elem->value);
     switch (elem->type) {
     case ELEM_TEXT:
         emitPiece(text, direct);
-        break;
+        return true;
     case ELEM_GETVAR:
         lookupVar(text, id, direct);
-        break;
+        return true;
     case ELEM_NUMVAR:
         lookupNumvar(text, id, direct);
-        break;
+        return true;
     case ELEM_MINARRAY:
         lookupArray(text, 1, id, direct);
-        break;
+        return true;
     case ELEM_MAXARRAY:
         lookupArray(text, 2, id, direct);
-        break;
-    default:
-        logMessage("zarn - ERROR in expandArg: Invalid argElem type\n");
+        return true;
     }
+    logMessage(Severity::ERROR, "zarn - ERROR in expandArg: Invalid argElem type\n");
+    return false;
 }
 
 // Puts the element of the array whose name and index stand in the buffer from
@@ -214,8 +219,8 @@ int32_t expandArg(Arg *arg, uint32_t id, int32_t direct)
                 inpr->args.argLen = start;
                 return result;
             }
-        } else {
-            expandElement(elem, id, write);
+        } else if (!expandElement(elem, id, write)) {
+            continue;
         }
         if (arrayName >= 0) {
             expandArrayElement(arrayName, id, direct);

@@ -37,7 +37,8 @@ static void pushPending(Cmd *cmd)
 int32_t runInclude(Cmd *cmd, const char *path, int32_t direct)
 {
     if (!direct && inpr->loopTop >= 0) {
-        logMessage("zarn - ERROR in executeCmd: "
+        logMessage(Severity::ERROR,
+                   "zarn - ERROR in executeCmd: "
                    "include in an argument of a running body refused! (%s)\n",
                    currentTemplate());
         return EXEC_DONE;

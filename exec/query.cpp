@@ -112,7 +112,8 @@ static void logSlowQuery(const char *query)
     constexpr unsigned long quickEnough = 100; // milliseconds
     const unsigned long real = milliseconds(queryTimes.startTicks, times(&queryTimes.end));
     if (real > quickEnough)
-        logMessage("%s, query %s: Real Time %lums, User Time %lums, System Time %lums\n",
+        logMessage(Severity::NOTICE,
+                   "%s, query %s: Real Time %lums, User Time %lums, System Time %lums\n",
                    currentTemplate(), query, real,
                    milliseconds(queryTimes.start.tms_utime, queryTimes.end.tms_utime),
                    milliseconds(queryTimes.start.tms_stime, queryTimes.end.tms_stime));
@@ -132,7 +133,8 @@ static int32_t takeRows(QueryRow **rows, int32_t mode, bool owned)
     } else if (!owned) {
         *rows = copyQueryRows(*rows);
         if (!*rows) {
-            logMessage("zarn - ERROR in doQuery: NO MEMORY (%s)\n", currentTemplate());
+            logMessage(Severity::ERROR, "zarn - ERROR in doQuery: NO MEMORY (%s)\n",
+                       currentTemplate());
             return -1;
         }
     }
@@ -148,13 +150,15 @@ int32_t doQuery(const char *query, uint32_t id, QueryRow **rows)
     queryTimes.startTicks = times(&queryTimes.start);
     if (inpr->callbacks->fQuery(inpr, mode, query, rows, &owned) != 0) {
         *rows = nullptr;
-        logMessage("zarn - ERROR in doQuery: fQuery() returned -1! (%s)\n", currentTemplate());
+        logMessage(Severity::ERROR, "zarn - ERROR in doQuery: fQuery() returned -1! (%s)\n",
+                   currentTemplate());
         return -1;
     }
     logSlowQuery(query);
     if (*rows)
         return takeRows(rows, mode, owned != 0);
     if (mode != ORV_QUERY_COUNT)
-        logMessage("%s: No query result received for %s.\n", currentTemplate(), query);
+        logMessage(Severity::NOTICE, "%s: No query result received for %s.\n", currentTemplate(),
+                   query);
     return 0;
 }

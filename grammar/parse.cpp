@@ -14,7 +14,8 @@ int32_t doParse()
     constexpr int memoryExhausted = 2;
     const int result = zarn_parse();
     if (result == memoryExhausted)
-        logMessage("zarn - ERROR in pushStr: NO MEMORY while parsing %s with Bison!\n",
+        logMessage(Severity::ERROR,
+                   "zarn - ERROR in pushStr: NO MEMORY while parsing %s with Bison!\n",
                    currentTemplate());
     return result;
 }
@@ -42,7 +43,8 @@ void runCommand(Cmd *cmd)
 
 static void reportTooFew(int32_t line)
 {
-    logMessage("%s, line %d: Syntax error: Too few arguments in cmd\n", currentTemplate(), line);
+    logMessage(Severity::ERROR, "%s, line %d: Syntax error: Too few arguments in cmd\n",
+               currentTemplate(), line);
 }
 
 Cmd *makeUnary(int token, int32_t line, char *name, Arg *arg)
@@ -73,7 +75,8 @@ Arg *addArrayRef(Arg *index, int32_t line, char *name)
 {
     if (index)
         return addArgElem(index, ELEM_GETARRAY, name);
-    logMessage("%s, line %d: Syntax error: Missing array Index\n", currentTemplate(), line);
+    logMessage(Severity::ERROR, "%s, line %d: Syntax error: Missing array Index\n",
+               currentTemplate(), line);
     free(name);
     return nullptr;
 }
@@ -83,19 +86,20 @@ Arg *addArrayRef(Arg *index, int32_t line, char *name)
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
 Cmd *dropMalformed(int token, int32_t line)
 {
-    logMessage(commandOf(token).malformed, currentTemplate(), line);
+    logMessage(Severity::ERROR, commandOf(token).malformed, currentTemplate(), line);
     return nullptr;
 }
 #pragma GCC diagnostic pop
 
 Cmd *dropUnknown(int32_t line)
 {
-    logMessage("%s, line %d: Syntax error: Unknown Cmd\n", currentTemplate(), line);
+    logMessage(Severity::ERROR, "%s, line %d: Syntax error: Unknown Cmd\n", currentTemplate(),
+               line);
     return nullptr;
 }
 
 void reportSurplus(int32_t line)
 {
-    logMessage("%s, line %d: Syntax error: Cmd ending with too many arguments.\n",
+    logMessage(Severity::ERROR, "%s, line %d: Syntax error: Cmd ending with too many arguments.\n",
                currentTemplate(), line);
 }

@@ -55,7 +55,8 @@ Cmd *createCmd(uint32_t id, void *extra, Arg *a1, Arg *a2, Arg *a3, Arg *a4)
 {
     auto *cmd = static_cast<Cmd *>(malloc(sizeof(Cmd)));
     if (!cmd) {
-        logMessage("zarn - ERROR in createCmd: NO MEMORY! (%s)\n", currentTemplate());
+        logMessage(Severity::ERROR, "zarn - ERROR in createCmd: NO MEMORY! (%s)\n",
+                   currentTemplate());
         free(extra);
     } else {
         *cmd = {nullptr, id, extra};
@@ -79,7 +80,8 @@ Arg *addArgElem(Arg *arg, int32_t type, void *value)
     if (!arg && (arg = static_cast<Arg *>(malloc(sizeof(Arg)))))
         *arg = {nullptr, nullptr};
     if (!elem || !arg) {
-        logMessage("zarn - ERROR in addArgElem: NO MEMORY! (%s)\n", currentTemplate());
+        logMessage(Severity::ERROR, "zarn - ERROR in addArgElem: NO MEMORY! (%s)\n",
+                   currentTemplate());
         free(elem);
         destroyValue(type, value);
         destroyArg(&arg);
@@ -113,7 +115,8 @@ int32_t *getRepeatUpBound(Arg *marker)
     const auto *text = static_cast<const char *>(elem ? elem->value : nullptr);
     auto *flag = static_cast<int32_t *>(malloc(sizeof(int32_t)));
     if (!flag || !text) {
-        logMessage("zarn - ERROR in getRepeatUpBound: NO MEMORY or missing repeat boundary. (%s)\n",
+        logMessage(Severity::ERROR,
+                   "zarn - ERROR in getRepeatUpBound: NO MEMORY or missing repeat boundary. (%s)\n",
                    currentTemplate());
         free(flag);
         flag = nullptr;

@@ -18,14 +18,15 @@
 Interpreter *Orv_Interpreter_Create(const InterpreterCallbacks *callbacks)
 {
     if (!callbacks || !callbacks->fOpen || !callbacks->fQuery || !callbacks->fError) {
-        logMessage("zarn - ERROR in Orv_Interpreter_Create: no valid callbacks!\n");
+        logMessage(Severity::ERROR,
+                   "zarn - ERROR in Orv_Interpreter_Create: no valid callbacks!\n");
         return nullptr;
     }
     auto *made = static_cast<Interpreter *>(calloc(1, sizeof(Interpreter)));
     auto *copy =
         static_cast<InterpreterCallbacks *>(made ? malloc(sizeof(InterpreterCallbacks)) : nullptr);
     if (!copy) {
-        logMessage("zarn - ERROR in Orv_Interpreter_Create: NO MEMORY!\n");
+        logMessage(Severity::ERROR, "zarn - ERROR in Orv_Interpreter_Create: NO MEMORY!\n");
         free(made);
         return nullptr;
     }
@@ -33,7 +34,7 @@ Interpreter *Orv_Interpreter_Create(const InterpreterCallbacks *callbacks)
     made->callbacks = copy;
     made->tooltipMode = getTooltipVar();
     if (made->tooltipMode != TOOLTIPS_NOT_SET && openLog())
-        logMessage("zarn - $HTML_TOOLTIPS is set to %d\n", made->tooltipMode);
+        logMessage(Severity::NOTICE, "zarn - $HTML_TOOLTIPS is set to %d\n", made->tooltipMode);
     return made;
 }
 
@@ -43,7 +44,8 @@ static void logTimes(const Interpreter *run, const char *path)
         return;
     tms now;
     const clock_t ticks = times(&now);
-    logMessage("zarn - %s: Real Time %lums, User Time %lums, System Time %lums"
+    logMessage(Severity::NOTICE,
+               "zarn - %s: Real Time %lums, User Time %lums, System Time %lums"
                " - %d HTML-Text-Fields parsed\n",
                path, milliseconds(run->startTicks, ticks),
                milliseconds(run->startTimes.tms_utime, now.tms_utime),
@@ -53,12 +55,13 @@ static void logTimes(const Interpreter *run, const char *path)
 int32_t Orv_Interpreter_Run(Interpreter *interpreter, const char *path, int32_t outputFd)
 {
     if (!interpreter || !path) {
-        logMessage("zarn - ERROR in Orv_Interpreter_Run: "
-                   "no valid interpreter-struct or input-path!\n");
+        logMessage(Severity::ERROR, "zarn - ERROR in Orv_Interpreter_Run: "
+                                    "no valid interpreter-struct or input-path!\n");
         return ORV_RUN_BAD_ARGUMENT;
     }
     if (inpr) {
-        logMessage("zarn - ERROR in Orv_Interpreter_Run: illegal multiple instances!\n");
+        logMessage(Severity::ERROR,
+                   "zarn - ERROR in Orv_Interpreter_Run: illegal multiple instances!\n");
         return ORV_RUN_BUSY;
     }
     interpreter->includeIndex = -1;
@@ -66,10 +69,10 @@ int32_t Orv_Interpreter_Run(Interpreter *interpreter, const char *path, int32_t 
     interpreter->pendingTop = -1;
     interpreter->outputFd = outputFd;
     interpreter->textFieldCount = 0;
+    interpreter->outputError = 0;
     inpr = interpreter;
     interpreter->startTicks = times(&interpreter->startTimes);
 
-    interpreter->outputError = 0;
     int32_t result = ORV_RUN_NO_TEMPLATE;
     if (doInclude(path, 0) > 0)
         result = doParse() == 0 ? ORV_RUN_DONE : ORV_RUN_GAVE_UP;
@@ -82,9 +85,6 @@ int32_t Orv_Interpreter_Run(Interpreter *interpreter, const char *path, int32_t 
     return result;
 }
 
-int32_t Orv_Interpreter_Destroy(Interpreter *interpreter)
-{
-    closeLog();
 int32_t Orv_Interpreter_OutputError(const Interpreter *interpreter)
 {
     return interpreter ? interpreter->outputError : ORV_FAILED;
@@ -101,6 +101,9 @@ void *Orv_Interpreter_HostData(const Interpreter *interpreter)
     return interpreter ? interpreter->hostData : nullptr;
 }
 
+int32_t Orv_Interpreter_Destroy(Interpreter *interpreter)
+{
+    closeLog();
     if (!interpreter || interpreter == inpr)
         return 0;
     Orv_Interpreter_ClearVariables(interpreter);

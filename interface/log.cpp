@@ -22,8 +22,10 @@ static constexpr char logPath[] = "/var/log/zarn_interpreter.log";
 static constexpr char cmdlinePath[] = "/proc/cmdline";
 static constexpr char switchKey[] = "tooltip=";
 
-void logMessage(const char *format, ...)
+void logMessage(Severity severity, const char *format, ...)
 {
+    int32_t &count = logCounts[static_cast<size_t>(severity)];
+    count += count < INT32_MAX;
     if (!logfileBuf || logfileFd < 0)
         return;
     va_list arguments;
@@ -97,6 +99,11 @@ int32_t Orv_Interpreter_SetLog(int32_t fd)
     return ORV_OK;
 }
 
+int32_t Orv_Interpreter_LogCount(int32_t severity)
+{
+    return severity >= 0 && severity < ORV_LOG_SEVERITIES ? logCounts[severity] : -1;
+}
+
 // Reads the kernel command line into cmdlineBuf; returns whether there is any.
 static bool readCmdline()
 {
@@ -113,7 +120,7 @@ int32_t getTooltipVar()
 {
     char *value = readCmdline() ? strstr(cmdlineBuf, switchKey) : nullptr;
     if (!value) {
-        logMessage("zarn - $HTML_TOOLTIPS is not set!\n");
+        logMessage(Severity::NOTICE, "zarn - $HTML_TOOLTIPS is not set!\n");
         return TOOLTIPS_NOT_SET;
     }
     value += sizeof switchKey - 1;
@@ -122,7 +129,8 @@ int32_t getTooltipVar()
     const int32_t mode = *value >= '0' && *value <= '9' ? *value - '0' : 0;
     if (mode <= 2)
         return mode;
-    logMessage("zarn - $HTML_TOOLTIPS is set to illegal value %s, resetting to 0 (no tooltips)\n",
+    logMessage(Severity::NOTICE,
+               "zarn - $HTML_TOOLTIPS is set to illegal value %s, resetting to 0 (no tooltips)\n",
                value);
     return 0;
 }

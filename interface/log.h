@@ -13,9 +13,25 @@ constexpr size_t CMDLINE_CAPACITY = 1024;
 
 extern char cmdlineBuf[CMDLINE_CAPACITY];
 
-/* Writes one message, cut at 499 bytes, with one write call; nothing while the
- * log is closed. The message carries its own line end. */
-void logMessage(const char *format, ...) __attribute__((format(printf, 1, 2)));
+/* What a message tells of. The log does not show it; it is counted. */
+enum class Severity : uint8_t {
+    NOTICE = ORV_LOG_NOTICE,
+    WARNING = ORV_LOG_WARNING,
+    ERROR = ORV_LOG_ERROR,
+};
+
+extern int32_t logCounts[ORV_LOG_SEVERITIES];
+
+/* Counts one message and writes it, cut at 499 bytes, with one write call; while the
+ * log is closed it is only counted. The message carries its own line end. Its form:
+ *
+ *   the template   "%s, line %d: Syntax error..." (grammar), "%s, near line %d: ..."
+ *                  (execution), "%s: ..." where no line is known; the name and the
+ *                  line are currentTemplate()'s and currentLine()'s
+ *   the library    "zarn - ERROR in FUNCTION: ...! (%s)\n", the template's name last
+ *                  where one is being read; "zarn - ERROR ..." of databases
+ *   a notice       "zarn - ..." */
+void logMessage(Severity severity, const char *format, ...) __attribute__((format(printf, 2, 3)));
 
 /* Name of the template that is being read, for messages; empty without one. */
 const char *currentTemplate();

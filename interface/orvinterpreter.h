@@ -104,15 +104,15 @@ typedef struct InterpreterCallbacks {
  * cannot be opened is no failure. */
 ORV_API Interpreter *Orv_Interpreter_Create(const InterpreterCallbacks *callbacks);
 
+/* Stack, in bytes, that the deepest nesting of commands needs on any machine, besides
+ * what the callbacks need. */
+#define ORV_STACK_NEEDED (2 * 1024 * 1024)
+
 /* Results of Orv_Interpreter_Run. */
 enum {
     ORV_RUN_DONE = 0,          /* the template was read to its end */
     ORV_RUN_NO_TEMPLATE = -1,  /* it could not be opened or mapped; an empty file cannot be */
     ORV_RUN_BAD_ARGUMENT = -2, /* the handle or the path is null */
-/* Stack, in bytes, that the deepest nesting of commands needs on any machine, besides
- * what the callbacks need. */
-#define ORV_STACK_NEEDED (2 * 1024 * 1024)
-
     ORV_RUN_BUSY = -3,         /* a run is in progress in this process; it is not disturbed */
     ORV_RUN_GAVE_UP = -4       /* the parser stopped before the template's end */
 };
@@ -179,6 +179,10 @@ ORV_API int32_t Orv_Interpreter_ClearVariables(Interpreter *interpreter);
  * language, the file behind /var/htmltext.db. Without this call the first text
  * field chooses the latter.
  *
+ * What a template has read ahead when the language changes in the middle of a run,
+ * up to 8,192 bytes, keeps the texts of the former one. The language outlives
+ * handles and runs: a program that serves several requests chooses it for each.
+ *
  * Returns ORV_OK, also when that file is in use already; ORV_FAILED when the code
  * does not have two bytes, or the file is missing or cannot be mapped: the
  * database in use then stays in use. On a change, texts of the former database that
@@ -200,10 +204,6 @@ ORV_API int32_t Orv_Interpreter_SetOutputBuffer(Interpreter *interpreter, int32_
 /* Looks a text up as a text field of a template would, in the database of the
  * chosen language and then in the fallback, /etc/htmltext.db.
  * id: the field's id. On a device whose kernel command line has "tooltip=2" the
- * What a template has read ahead when the language changes in the middle of a run,
- * up to 8,192 bytes, keeps the texts of the former one. The language outlives
- * handles and runs: a program that serves several requests chooses it for each.
- *
  * text comes framed for translators, cut at 383 bytes.
  *
  * Returns the text, borrowed until the next change of language or the next such
@@ -220,6 +220,20 @@ ORV_API const char *Orv_Interpreter_LookupDBField(const char *id);
  * Returns ORV_OK, or ORV_FAILED when the descriptor cannot be duplicated or memory
  * ran out; then nothing has changed. */
 ORV_API int32_t Orv_Interpreter_SetLog(int32_t fd);
+
+/* What a message of the diagnostics tells of. */
+enum {
+    ORV_LOG_NOTICE = 0,  /* nothing is wrong */
+    ORV_LOG_WARNING = 1, /* the page may lack something */
+    ORV_LOG_ERROR = 2,   /* a command was dropped, or something could not be done */
+    ORV_LOG_SEVERITIES = 3
+};
+
+/* Returns how many messages of an ORV_LOG_ severity the process has had so far,
+ * written or not: the difference of two calls tells whether what lies between them
+ * had problems, whatever the messages' words. At most INT32_MAX; -1 when severity is
+ * none. */
+ORV_API int32_t Orv_Interpreter_LogCount(int32_t severity);
 
 /* Put in front of each path that the library itself knows (/proc/cmdline,
  * /var/log/zarn_interpreter.log, /var/htmltext.db, /etc/htmltext...) when the

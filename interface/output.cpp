@@ -23,9 +23,9 @@ static size_t writeOut(std::string_view bytes)
             if (inpr->outputError == 0)
                 inpr->outputError = written == 0 ? EIO : errno;
             break;
+        }
     }
     return out;
-        }
 }
 
 // Offset behind the piece that the byte at offset belongs to.

@@ -13,11 +13,12 @@
 
 const char *systemRoot = ""; // set by the host before its first call
 
-Interpreter *inpr;           // borrowed; set only while Orv_Interpreter_Run is active
-int32_t logfileFd = -1;      // owned; interface/log.cpp
-char *logfileBuf;            // owned, LOG_CAPACITY bytes; interface/log.cpp
-TextDatabase htmlDB;         // textdb/language.cpp; outlives handles
-TextDatabase htmlFallbackDB; // textdb/language.cpp; once mapped, for good
+Interpreter *inpr;                     // borrowed; set only while Orv_Interpreter_Run is active
+int32_t logfileFd = -1;                // owned; interface/log.cpp
+char *logfileBuf;                      // owned, LOG_CAPACITY bytes; interface/log.cpp
+int32_t logCounts[ORV_LOG_SEVERITIES]; // interface/log.cpp; since the process began
+TextDatabase htmlDB;                   // textdb/language.cpp; outlives handles
+TextDatabase htmlFallbackDB;           // textdb/language.cpp; once mapped, for good
 
 Scanner scanner;       // scanner/; outlives handles, in ST_TEXT and empty after each run
 Mapping *mappings;     // textdb/textdb.cpp, every mapped text database

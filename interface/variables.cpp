@@ -12,7 +12,7 @@
 
 static void logNoMemory()
 {
-    logMessage("zarn - ERROR in Orv_Interpreter_SetVariable: NO MEMORY!\n");
+    logMessage(Severity::ERROR, "zarn - ERROR in Orv_Interpreter_SetVariable: NO MEMORY!\n");
 }
 
 // Stores name[index], where bracket points at the first "[" of name.
@@ -35,15 +35,13 @@ int32_t Orv_Interpreter_SetVariable(Interpreter *interpreter, const char *name, 
 {
     if (!interpreter) {
         if (inpr)
-            logMessage("zarn - ERROR in Orv_Interpreter_SetVariable: "
-                       "no valid interpreter-struct!\n");
+            logMessage(Severity::ERROR, "zarn - ERROR in Orv_Interpreter_SetVariable: "
+                                        "no valid interpreter-struct!\n");
         return ORV_VARIABLE_REFUSED;
     }
     if (!name || !value)
         return ORV_VARIABLE_REFUSED;
-    logMessage("zarn - CGI-Variable set: %s=%s!\n", name, value);
-    if (strcmp(name, "lang") == 0)
-        Orv_Interpreter_SetLanguage(value);
+    logMessage(Severity::NOTICE, "zarn - CGI-Variable set: %s=%s!\n", name, value);
     if (const char *bracket = strchr(name, '['))
         return setElement(interpreter, name, bracket, value);
     const bool isLanguage = strcmp(name, "lang") == 0;
@@ -58,8 +56,8 @@ int32_t Orv_Interpreter_SetVariable(Interpreter *interpreter, const char *name, 
 int32_t Orv_Interpreter_ClearVariables(Interpreter *interpreter)
 {
     if (!interpreter) {
-        logMessage("zarn - ERROR in Orv_Interpreter_ClearVariables: "
-                   "no valid interpreter-struct!\n");
+        logMessage(Severity::ERROR, "zarn - ERROR in Orv_Interpreter_ClearVariables: "
+                                    "no valid interpreter-struct!\n");
         return ORV_FAILED;
     }
     destroyLocalVarList(&interpreter->localVars);

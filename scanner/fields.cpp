@@ -135,7 +135,8 @@ static void placeFirstPiece(Refill *refill, string_view text)
     place(refill, piece);
     auto *copy = static_cast<char *>(malloc(rest.size()));
     if (!copy) {
-        logMessage("zarn - ERROR in readInput: NO MEMORY! (%s)\n", currentTemplate());
+        logMessage(Severity::ERROR, "zarn - ERROR in readInput: NO MEMORY! (%s)\n",
+                   currentTemplate());
         return;
     }
     memcpy(copy, rest.data(), rest.size());
@@ -166,8 +167,9 @@ static FieldResult substitute(Refill *refill, const char *end)
     fieldId[idLength] = '\0';
     const string_view found = lookupText(fieldId);
     ++inpr->textFieldCount;
-    if (!found) {
-        logMessage("%s: WARNING - HTML-Text entry {?%s?} not found in database\n",
+    if (!found.data()) {
+        logMessage(Severity::WARNING,
+                   "%s: WARNING - HTML-Text entry {?%s?} not found in database\n",
                    currentTemplate(), fieldId);
         return FieldResult::GO_ON;
     }

@@ -66,10 +66,10 @@ static int32_t openTemplate(IncludeEntry *entry)
     if (fd < 0)
         return INCLUDE_FAILED;
     size_t length = 0;
-    const char *start = mapFile(path, fd, &length);
-    char *name = nullptr;
-    if (!start)
-        logMessage("ERROR: mmap() on file %s failed with error '%s' => No parsing...\n", path,
+    const char *start = mapFile(name, fd, &length);
+    if (!start) {
+        logMessage(Severity::ERROR,
+                   "ERROR: mmap() on file %s failed with error '%s' => No parsing...\n", name,
                    strerror(errno));
         close(fd);
         return INCLUDE_FAILED;
@@ -88,19 +88,30 @@ int32_t pushTemplate(const char *path)
 {
     const int32_t parent = inpr->includeIndex;
     if (!path) {
-        logMessage("zarn - ERROR in pushStr: Empty include path (%s)!\n", currentTemplate());
+        logMessage(Severity::ERROR, "zarn - ERROR in pushStr: Empty include path (%s)!\n",
+                   currentTemplate());
         return INCLUDE_FAILED;
     }
     if (parent >= MAX_INCLUDE_DEPTH - 1) {
-        logMessage("zarn - ERROR in pushStr: MAX_INCLUDE_DEPTH for including %s exceeded! (%s)\n",
+        logMessage(Severity::ERROR,
+                   "zarn - ERROR in pushStr: MAX_INCLUDE_DEPTH for including %s exceeded! (%s)\n",
                    path, currentTemplate());
         return INCLUDE_TOO_DEEP;
     }
     IncludeEntry *entry = &inpr->includes[parent + 1];
-    const int32_t result = openTemplate(entry, path);
-    if (result != INCLUDE_PUSHED)
-        return result;
-    inpr->htmlContext = contextOf(path);
+    // A copy before fOpen is asked: it may change the language, and path may be a text
+    // of the database that goes.
+    entry->fileName = copyText(path);
+    if (!entry->fileName) {
+        logMessage(Severity::ERROR, "zarn - ERROR in doInclude: NO MEMORY! (%s)\n", path);
+        return INCLUDE_FAILED;
+    }
+    if (openTemplate(entry) != INCLUDE_PUSHED) {
+        if (parent >= 0)
+            freeName(entry);
+        return INCLUDE_FAILED;
+    }
+    inpr->htmlContext = contextOf(entry->fileName);
     if (parent >= 0) {
         const size_t length = static_cast<size_t>(entry->mapLast - entry->mapStart) + 1;
         if (startsWithByteOrderMark(entry->mapStart, length))
@@ -152,6 +163,6 @@ void closeTemplates()
             ;
         inpr->includeIndex = -1;
     }
+    freeName(&inpr->includes[0]);
     resetScanner();
 }
-    freeName(&inpr->includes[0]);

@@ -192,7 +192,8 @@ static int32_t storeValue(string_view text)
     zarn_lval.text = copyText(text);
     if (zarn_lval.text)
         return TOKEN_VALUE_SET;
-    logMessage("zarn - ERROR in dataToToken: NO MEMORY! (%s)\n", currentTemplate());
+    logMessage(Severity::ERROR, "zarn - ERROR in dataToToken: NO MEMORY! (%s)\n",
+               currentTemplate());
     return TOKEN_NO_MEMORY;
 }
 
@@ -550,7 +551,7 @@ static int scanArguments(bool index)
 static int endTemplate()
 {
     if (scanner.condition != Condition::TEXT)
-        logMessage("%s: Syntax error: File ends inside cmd\n", currentTemplate());
+        logMessage(Severity::ERROR, "%s: Syntax error: File ends inside cmd\n", currentTemplate());
     while (scanner.condition != Condition::TEXT)
         leaveCondition();
     scanner.ended = inpr->includeIndex;

@@ -16,11 +16,11 @@
 #include "interface/files.h"
 #include "interface/log.h"
 
+using std::string_view;
+
 static constexpr char languagePrefix[] = "/etc/htmltext_";
 static constexpr char languageSuffix[] = ".db";
 static constexpr char defaultPath[] = "/var/htmltext.db";
-using std::string_view;
-
 static constexpr char fallbackPath[] = "/etc/htmltext.db";
 static constexpr size_t CODE_LENGTH = 2;
 
@@ -60,28 +60,29 @@ static bool useDatabase(const char *resolved, const char *code)
 int32_t Orv_Interpreter_SetLanguage(const char *code)
 {
     char path[127];
+    char own[CODE_LENGTH + 1] = ""; // code may be a text of the database that goes
     char resolved[PATH_MAX];
     const size_t length = code ? strlen(code) : 0;
     if (length != 0 && length != CODE_LENGTH) {
-    char own[CODE_LENGTH + 1] = ""; // code may be a text of the database that goes
-        logMessage("zarn - ERROR invalid language request for '%s'\n", code);
+        logMessage(Severity::ERROR, "zarn - ERROR invalid language request for '%s'\n", code);
         return ORV_FAILED;
     }
+    if (code)
+        snprintf(own, sizeof own, "%s", code);
     if (length != 0)
         snprintf(path, sizeof path, "%s%s%s", languagePrefix, own, languageSuffix);
     else
-    if (code)
-        snprintf(own, sizeof own, "%s", code);
         snprintf(path, sizeof path, "%s", defaultPath);
     if (!resolvePath(path, resolved)) {
-        logMessage("zarn - ERROR could not resolve link '%s'\n", path);
+        logMessage(Severity::ERROR, "zarn - ERROR could not resolve link '%s'\n", path);
         return ORV_FAILED;
     }
     if (strcmp(resolved, htmlDB.path) == 0)
         return ORV_OK;
-    if (!useDatabase(resolved, code ? code : "")) {
-        logMessage("zarn - ERROR database file %s not found for requested language '%s'\n",
-                   withoutRoot(resolved), code ? code : "*default*");
+    if (!useDatabase(resolved, own)) {
+        logMessage(Severity::ERROR,
+                   "zarn - ERROR database file %s not found for requested language '%s'\n",
+                   withoutRoot(resolved), code ? own : "*default*");
         return ORV_FAILED;
     }
     return ORV_OK;
@@ -105,16 +106,31 @@ string_view lookupText(const char *id)
         return text;
     if (!htmlFallbackDB.image) {
         if (!openFallback()) {
-            logMessage("zarn - ERROR - requested open/mmap of fallback database (%s) failed!\n",
+            logMessage(Severity::ERROR,
+                       "zarn - ERROR - requested open/mmap of fallback database (%s) failed!\n",
                        fallbackPath);
             return {};
         }
-        logMessage("zarn - Language entries not found for current language. "
+        logMessage(Severity::NOTICE,
+                   "zarn - Language entries not found for current language. "
                    "Fallback database (%s) successfully opened\n",
                    fallbackPath);
     }
-    logMessage("zarn - Fallback for DB-Field {?%s?}\n", id);
-    return findMmapVar(htmlFallbackDB.image, id, nullptr);
+    logMessage(Severity::NOTICE, "zarn - Fallback for DB-Field {?%s?}\n", id);
+    return findText(htmlFallbackDB.image, id, nullptr);
+}
+
+const char *lookupDBField(const char *id)
+{
+    return lookupText(id).data();
+}
+
+size_t formatMark(char mark[MARK_CAPACITY], string_view text, const char *id)
+{
+    const size_t shown = std::min(text.size(), MARK_CAPACITY);
+    const int length =
+        snprintf(mark, MARK_CAPACITY, "-=%.*s {?%s?}=-", static_cast<int>(shown), text.data(), id);
+    return std::min(static_cast<size_t>(length), MARK_CAPACITY - 1);
 }
 
 const char *Orv_Interpreter_LookupDBField(const char *id)

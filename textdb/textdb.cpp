@@ -27,10 +27,10 @@ static constexpr uint32_t LABEL_BITS = 0x3FFFFFFF;
 static constexpr uint32_t SIBLING_BIT = 0x40000000; // the next record is the next sibling
 static constexpr uint32_t ATTRIBUTE_BIT = 0x80000000;
 
-namespace
-{
 using std::string_view;
 
+namespace
+{
 // A node record, taken apart.
 struct Node {
     uint32_t firstChild;  // index, 0 for none
@@ -154,13 +154,13 @@ string_view findText(const char *image, const char *key, int32_t *attribute)
     return valueOf(whole, node);
 }
 
-static const char *mapWhole(int fd, size_t *length)
-{
 const char *findMmapVar(const char *image, const char *key, int32_t *attribute)
 {
     return findText(image, key, attribute).data();
 }
 
+static const char *mapWhole(int fd, size_t *length)
+{
     struct stat status;
     if (fstat(fd, &status) != 0 || static_cast<uint64_t>(status.st_size) > SIZE_MAX)
         return nullptr;

@@ -29,9 +29,6 @@ namespace fs = std::filesystem;
 // Exit statuses.
 enum { PAGE_WHOLE = 0, PAGE_WITH_PROBLEMS = 1, NO_PAGE = 2, PAGE_BROKEN_OFF = 3 };
 
-// A message of the interpreter is cut at this many bytes, then without line end.
-static constexpr size_t maxMessage = 499;
-
 // Bytes of the page that are written together.
 static constexpr int32_t outputBuffer = 16384;
 
@@ -200,48 +197,10 @@ static bool writeAll(int fd, string_view text)
     return true;
 }
 
-/* Whether a message of the diagnostics tells of an error or a warning. What comes
- * first in it decides, as values and queries at its end can hold any text. */
-static bool tellsOfProblem(string_view message)
+/* How many errors and warnings the library has reported so far. */
+static int32_t countProblems()
 {
-    static constexpr struct {
-        string_view mark;
-        bool isProblem;
-    } marks[] = {
-        {": Syntax error", true},
-        {": WARNING - ", true},
-        {": Invalid numVar Index", true},
-        {", near line ", true},
-        {": No query result received for ", false},
-        {", query ", false},
-    };
-    for (string_view start : {"zarn - ERROR ", "zarn - Syntaxerror", "ERROR: "})
-        if (message.starts_with(start))
-            return true;
-    if (message.starts_with("zarn - "))
-        return false;
-    size_t first = string_view::npos;
-    bool isProblem = false;
-    for (const auto &row : marks) {
-        size_t at = message.find(row.mark);
-        if (at < first) {
-            first = at;
-            isProblem = row.isProblem;
-        }
-    }
-    return isProblem;
-}
-
-static bool logTellsOfProblem(string_view log)
-{
-    while (!log.empty()) {
-        string_view message = log.substr(0, maxMessage);
-        message = message.substr(0, message.find('\n'));
-        if (tellsOfProblem(message))
-            return true;
-        log.remove_prefix(std::min(log.size(), message.size() + (message.size() < maxMessage)));
-    }
-    return false;
+    return Orv_Interpreter_LogCount(ORV_LOG_WARNING) + Orv_Interpreter_LogCount(ORV_LOG_ERROR);
 }
 
 /* Sets the variables of the command line. Returns -1 to go on, else the exit status. */
@@ -258,12 +217,9 @@ static int setVariables(Host &host, Interpreter *interpreter, const Options &opt
 
 /* Whether the page is collected in memory and written at the end, by us: then a
  * failed write is noticed, which the interpreter passes over. A pipe or terminal
-    const int32_t lost = Orv_Interpreter_OutputError(interpreter);
  * gets the page at once; when a pipe's reader is gone, the signal ends us. */
 static bool collectsPage(const Options &options)
 {
-    if (lost > 0)
-        return fail("cannot write the page: %s", strerror(lost));
     struct stat status;
     if (options.output)
         return true;
@@ -302,9 +258,12 @@ static int runPage(Host &host, const Options &options, int page, int log)
     int32_t result = ORV_RUN_DONE;
     if (status < 0)
         result = Orv_Interpreter_Run(interpreter, options.page, page);
+    const int32_t lost = Orv_Interpreter_OutputError(interpreter);
     Orv_Interpreter_Destroy(interpreter);
     if (status >= 0)
         return status;
+    if (lost > 0)
+        return fail("cannot write the page: %s", strerror(lost));
     if (result == ORV_RUN_NO_TEMPLATE && log >= 0 && host.openProblem)
         return NO_PAGE; // the log has the line
     if (result == ORV_RUN_NO_TEMPLATE)
