@@ -18,6 +18,11 @@ ln -s ../secret.htm site/out.htm &&
 ln -s ../site-other site/other &&
 ln -s "$PWD/site/inc.htm" site/in.htm &&
 mkfifo site/fifo &&
+sqlite3 hot.db "create table num(n); create table pad(p);
+    insert into num values ('old'); insert into pad values (zeroblob(100000))" &&
+sqlite3 hot.db "pragma cache_size = 1" "begin" "update num set n = 'new'" \
+    "update pad set p = randomblob(100000)" ".shell cp hot.db killed.db" \
+    ".shell cp hot.db-journal killed.db-journal" &&
 sqlite3 r.db "create table num(n); insert into num values (0), (1);
     create table device(name, ip, net); insert into device values
     ('<b>\"&''', '10.0.0.1', 'lan'), (null, '10.0.0.2', 'lan'), ('x', '10.0.1.1', 'wan')"
@@ -96,6 +101,13 @@ TEST(OrvRender, Rows)
         {"--db r.db t.htm", "<?querytext 'select :net is null'?>", "1"},
         {"--db r.db t.htm", "<?querytext \"select 'a' || char(0) || 'b'\"?>", "a"},
         {"--db r.db t.htm", columns, "3435"},
+        {"--db killed.db t.htm", "<?querytext 'select n from num'?>", "old"}, // half saved
+        {"--db hot.db t.htm & sleep 0.1; sqlite3 -cmd '.timeout 9000' hot.db"
+         " \"update num set n = 'new'\"; wait",
+         "<?querytext 'select n from num'?><?querytext 'with recursive c(i) as (select 1 union all"
+         " select i + 1 from c where i < 1000000) select max(i) from c'?>"
+         "<?querytext 'select n from num'?>",
+         "old1000000old"}, // a page shows one state
         {"t.htm", "<?multiquerycount 'select\n1'?>", "-1",
          "orv-render: cannot answer query 'select 1': there is no database\n"},
         {"--log t.htm", include, "ab",

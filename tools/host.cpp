@@ -215,7 +215,10 @@ static int32_t reportError(Interpreter *interpreter, const char **message)
 }
 
 /* Opens the database and reads from it once, since SQLite itself looks at a file
- * no sooner. An absolute path cannot be taken for one of SQLite's special names. */
+ * no sooner. An absolute path cannot be taken for one of SQLite's special names.
+ * The connection may write where the file can be written to, for one thing: when a
+ * program was killed while it saved, the first to read afterwards must undo what it
+ * left half done. Statements cannot write: see query_only and authorize. */
 static bool openDatabase(Host &host, const char *dbFile)
 {
     char resolved[PATH_MAX];
@@ -223,10 +226,12 @@ static bool openDatabase(Host &host, const char *dbFile)
         report(host, "cannot read database", dbFile, strerror(errno));
         return false;
     }
-    int status = sqlite3_open_v2(resolved, &host.db, SQLITE_OPEN_READONLY, nullptr);
+    int status = sqlite3_open_v2(resolved, &host.db, SQLITE_OPEN_READWRITE, nullptr);
     if (status == SQLITE_OK) {
         sqlite3_busy_timeout(host.db, busyMilliseconds);
-        status = sqlite3_exec(host.db, "select 1 from sqlite_master", nullptr, nullptr, nullptr);
+        // The transaction begins to hold at the first query: all of a page read one state.
+        status = sqlite3_exec(host.db, "pragma query_only = on; select 1 from sqlite_master; begin",
+                              nullptr, nullptr, nullptr);
     }
     if (status == SQLITE_OK)
         status = sqlite3_set_authorizer(host.db, authorize, nullptr);

@@ -1,8 +1,9 @@
 /* tools/host.h - the web program's side of the interpreter: its three callbacks.
  *
  * Templates are found below one folder, the document root, and nowhere else.
- * Queries are SQL, answered by an SQLite database that is opened read-only. The
- * error is a text that the program sets.
+ * Queries are SQL that only reads, answered by an SQLite database. From the first
+ * query on they all see one state of it, and nothing can be saved to it until
+ * hostClose. The error is a text that the program sets.
  *
  * The interpreter asks for a template's size from the process's working directory.
  * So hostOpen makes the document root the working directory, and a process has one

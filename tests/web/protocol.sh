@@ -100,6 +100,32 @@ direct 405 REQUEST_METHOD='GET X'
 direct 500 ZARN_DB=/nothere
 direct 200 QUERY_STRING=lang=de%0D%0AX-Evil:1 HTTP_COOKIE=$'zarntoken=a\r\nX-Evil:1'
 
+# A save that is killed leaves the old row or the new one, and the next request shows it
+# whole: 100 kills, from the start of the program to the end of a save that is let be.
+export ZARN_DOCROOT=${zarn%/build*}/examples/site HTTP_COOKIE=zarntoken=$token
+# save NAME - starts it.
+save() {
+    printf 'token=%s&hostname=%s&%s' $token "$1" "$form" >"$work/form"
+    env "${post[@]}" CONTENT_LENGTH="$(stat -c %s "$work/form")" "$zarn" <"$work/form" &>/dev/null &
+}
+exec {never}<> <(:)
+start=${EPOCHREALTIME/./}
+save k0 && wait $!
+whole=$((${EPOCHREALTIME/./} - start)) # microseconds
+killed=0 last=k0 names=0
+for i in {1..400}; do
+    [[ $killed -lt 100 ]] || break
+    save "k$i"
+    read -rt "$(printf '0.%06d' $((killed * whole / 100)))" -u "$never" || true
+    kill -KILL $! 2>/dev/null || true
+    wait $! 2>/dev/null && whole=$((whole * 9 / 10)) || killed=$((killed + 1))
+    "$zarn" >"$work/page" 2>/dev/null
+    name=$(sed -n 's/.* name="hostname".* value="\([^"]*\)".*/\1/p' "$work/page")
+    [[ $name != "k$i" ]] || { last=$name && names=$((names + 1)); }
+    check "page after kill $i" "$last yes" "$name $(has '</html>')"
+done
+check 'kills, and saves before them' '100 yes' "$killed $([[ $names -gt 0 ]] && echo yes)"
+
 # 200 requests, 8 at a time.
 printf '%s\n' "$SITE_URL"{overview,devices,traffic,events,settings}.htm?x={1..40} >"$work/urls"
 whole=$(xargs -P 8 -n 1 curl -s -m 30 <"$work/urls" | grep -c '^</html>')
