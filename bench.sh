@@ -2,7 +2,7 @@
 # bench.sh - times the library against what else there is, and prints the table.
 # Builds what it needs in build/bench; what it builds is told on standard error.
 set -euo pipefail
-cd "$(dirname "$0")"
+cd "$(dirname "$(realpath "$0")")"
 # shellcheck source=tools/setup.sh
 . tools/setup.sh
 
@@ -29,19 +29,23 @@ END
 }
 
 set_up() {
-    need cmake:cmake ninja:ninja-build g++:g++ bison:bison
+    alone need cmake:cmake "$builder" g++:g++ bison:bison
 }
 
 # What cannot be installed is left out of the table by name.
 set_up_engines() {
-    (need ctemplate/template.h:libctemplate-dev kainjow/mustache.hpp:libkainjow-mustache-dev \
+    (alone need ctemplate/template.h:libctemplate-dev kainjow/mustache.hpp:libkainjow-mustache-dev \
         ClearSilver/ClearSilver.h:clearsilver-dev zlib.h:zlib1g-dev lua5.4:lua5.4 php:php-cli \
         :python3-jinja2) || true
 }
 
 # build_programs TARGET...
 build_programs() {
-    cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DORV_BENCH=ON -DORV_TESTS=OFF \
+    alone build_in_bench "$@"
+}
+
+build_in_bench() {
+    cmake -S . -B "$build" -G "$generator" -DCMAKE_BUILD_TYPE=Release -DORV_BENCH=ON -DORV_TESTS=OFF \
         -DORV_TOOLS=OFF >&2
     cmake --build "$build" --target "$@" >&2
 }
@@ -71,7 +75,7 @@ instructions() {
 
 count_instructions() {
     local page count before status=0
-    need valgrind:valgrind
+    alone need valgrind:valgrind
     build_programs bench_orv bench_pages
     make_pages
     if [[ ${1-} == --record ]]; then
@@ -95,7 +99,7 @@ count_instructions() {
 # small and stripped by the tools that have PREFIX in front of their names.
 library_size() {
     local folder=$1 prefix=$2
-    cmake -S . -B "$folder" -G Ninja -DCMAKE_BUILD_TYPE=MinSizeRel -DORV_TESTS=OFF \
+    cmake -S . -B "$folder" -G "$generator" -DCMAKE_BUILD_TYPE=MinSizeRel -DORV_TESTS=OFF \
         -DORV_TOOLS=OFF "${@:3}" >&2
     cmake --build "$folder" --target orvinterpreter >&2
     "${prefix}strip" -o "$folder/stripped.so" "$folder/liborvinterpreter.so"
@@ -130,7 +134,7 @@ case ${1-} in
     ;;
 --micro)
     set_up
-    need benchmark/benchmark.h:libbenchmark-dev msgfmt:gettext
+    alone need benchmark/benchmark.h:libbenchmark-dev msgfmt:gettext
     build_programs bench_micro
     "$build/bench/bench_micro" "$build/micro" "${@:2}"
     ;;

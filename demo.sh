@@ -3,12 +3,11 @@
 # serves the site to browsers.
 # Builds what it needs in build/demo; all messages go to standard error.
 set -euo pipefail
-cd "$(dirname "$0")"
+cd "$(dirname "$(realpath "$0")")"
 # shellcheck source=tools/setup.sh
 . tools/setup.sh
 
 build=$PWD/build/demo
-data=$build/site-data # router.db, and root: the interpreter's own files
 site=$PWD/examples/site
 
 usage() {
@@ -31,17 +30,25 @@ fail() {
 }
 
 set_up() {
-    need cmake:cmake ninja:ninja-build g++:g++ bison:bison sqlite3.h:libsqlite3-dev \
+    need ${serve:+:lighttpd} cmake:cmake "$builder" g++:g++ bison:bison sqlite3.h:libsqlite3-dev \
         sqlite3:sqlite3 msgfmt:gettext gettext-po.h:libgettextpo-dev
 }
 
 build_programs() {
-    cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DORV_TOOLS=ON -DORV_TESTS=OFF >&2
+    cmake -S . -B "$build" -G "$generator" -DCMAKE_BUILD_TYPE=Release -DORV_TOOLS=ON -DORV_TESTS=OFF >&2
     cmake --build "$build" --target orv-render orv-textdb zarn >&2
 }
 
-# render PAGE LANG TOOLTIPS
+set_up_and_build() {
+    set_up
+    build_programs
+}
+
+# render PAGE LANG TOOLTIPS - with data of its own.
 render() {
+    data=$(mktemp -d) # router.db, and root: the interpreter's own files
+    trap 'rm -rf "$data"' EXIT
+    tools/site-data.sh "$build" "$data"
     local options=(--docroot "$site" --db "$data/router.db" --root "$data/root")
     [[ -z $2 ]] || options+=(--lang "$2")
     [[ -z $3 ]] || options+=(--tooltips "$3")
@@ -77,15 +84,12 @@ while [[ $# -gt 0 ]]; do
     esac
     shift
 done
-set_up
 if [[ -n $serve ]]; then
     port=${page:-8080}
     [[ $port =~ ^[1-9][0-9]{0,4}$ && $port -le 65535 ]] || fail "'$port' is no port"
     [[ -z $lang$tooltips ]] || fail "--serve goes with no other option"
-    need :lighttpd
-    build_programs
+    alone set_up_and_build
     exec tools/serve.sh "$build" "$port"
 fi
-build_programs
-tools/site-data.sh "$build" "$data"
+alone set_up_and_build
 render "${page:-overview.htm}" "$lang" "$tooltips"

@@ -3,7 +3,7 @@
 # g++, and with clang++ under the address, undefined-behaviour and leak sanitizers.
 # The fuzz targets run over their corpora in both.
 set -euo pipefail
-cd "$(dirname "$0")"
+cd "$(dirname "$(realpath "$0")")"
 # shellcheck source=tools/setup.sh
 . tools/setup.sh
 
@@ -26,19 +26,19 @@ export UBSAN_OPTIONS=print_stacktrace=1
 
 # build_in FOLDER OPTION... - configures and builds in build/FOLDER.
 build_in() {
-    cmake -S . -B "build/$1" -G Ninja -DORV_WERROR=ON "${@:2}"
+    cmake -S . -B "build/$1" -G "$generator" -DORV_WERROR=ON "${@:2}"
     cmake --build "build/$1"
 }
 
 run_tests() {
-    build_in "$@"
+    alone build_in "$@"
     ctest --test-dir "build/$1" --output-on-failure -j "$(nproc)"
 }
 
 # fuzz SECONDS - each target in turn, from its corpus and what it has found before.
 fuzz() {
     local target name found
-    build_in test-sanitized "${sanitized[@]}"
+    alone build_in test-sanitized "${sanitized[@]}"
     for target in fuzz/*_fuzz.cpp; do
         name=$(basename "$target" _fuzz.cpp)
         found=$PWD/build/fuzz/$name
@@ -50,23 +50,30 @@ fuzz() {
     done
 }
 
-need cmake:cmake ninja:ninja-build g++:g++ clang++:clang bison:bison sqlite3.h:libsqlite3-dev \
-    sqlite3:sqlite3 msgfmt:gettext gettext-po.h:libgettextpo-dev gtest/gtest.h:libgtest-dev \
-    :libclang-rt-dev :lighttpd curl:curl chromium:chromium chromedriver:chromium-driver tidy:tidy \
-    :python3
-case ${1-} in
-'')
-    run_tests test -DCMAKE_CXX_COMPILER=g++ -DCMAKE_C_COMPILER=gcc -DORV_FUZZ=ON
-    run_tests test-sanitized "${sanitized[@]}"
+set_up() {
+    need cmake:cmake "$builder" g++:g++ clang++:clang bison:bison sqlite3.h:libsqlite3-dev \
+        sqlite3:sqlite3 msgfmt:gettext gettext-po.h:libgettextpo-dev gtest/gtest.h:libgtest-dev \
+        :libclang-rt-dev :lighttpd curl:curl chromium:chromium chromedriver:chromium-driver \
+        tidy:tidy :python3
+}
+
+case $#:${1-} in
+0:) ;;
+2:--fuzz) [[ $2 =~ ^[0-9]+$ ]] || { usage >&2 && exit 2; } ;;
+1:--cross) exec tools/cross.sh ;;
+1:--help)
+    usage
+    exit
     ;;
---fuzz)
-    [[ ${2-} =~ ^[0-9]+$ ]] || { usage >&2 && exit 2; }
-    fuzz "$2"
-    ;;
---cross) exec tools/cross.sh ;;
---help) usage ;;
 *)
     usage >&2
     exit 2
     ;;
 esac
+alone set_up
+if [[ ${1-} == --fuzz ]]; then
+    fuzz "$2"
+else
+    run_tests test -DCMAKE_CXX_COMPILER=g++ -DCMAKE_C_COMPILER=gcc -DORV_FUZZ=ON
+    run_tests test-sanitized "${sanitized[@]}"
+fi

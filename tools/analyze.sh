@@ -3,15 +3,15 @@
 # cppcheck, and at the form of every source with clang-format. Ends with status 1
 # when any of them finds anything.
 set -euo pipefail
-cd "$(dirname "$0")/.."
+cd "$(dirname "$(realpath "$0")")/.."
 # shellcheck source=tools/setup.sh
 . tools/setup.sh
 
-need cmake:cmake ninja:ninja-build clang++:clang bison:bison clang-tidy:clang-tidy \
+need cmake:cmake "$builder" clang++:clang bison:bison clang-tidy:clang-tidy \
     clang-format:clang-format \
     cppcheck:cppcheck sqlite3.h:libsqlite3-dev gettext-po.h:libgettextpo-dev
 build=$PWD/build/analyze
-cmake -S . -B "$build" -G Ninja -DORV_TESTS=OFF -DCMAKE_CXX_COMPILER=clang++ \
+cmake -S . -B "$build" -G "$generator" -DORV_TESTS=OFF -DCMAKE_CXX_COMPILER=clang++ \
     -DCMAKE_C_COMPILER=clang
 cmake --build "$build" --target parser
 status=0

@@ -2,7 +2,7 @@
 # tools/cross.sh - builds the library and its tests for foreign machines, with
 # Debian's cross compilers, and runs the tests under qemu-user.
 set -euo pipefail
-cd "$(dirname "$0")/.."
+cd "$(dirname "$(realpath "$0")")/.."
 # shellcheck source=tools/setup.sh
 . tools/setup.sh
 
@@ -19,10 +19,10 @@ build_and_test() {
     local machine=$1 build=$PWD/build/$1
     local toolchain=$PWD/cmake/$machine.cmake
     # The tests need GoogleTest for that machine: Debian has its source.
-    cmake -S /usr/src/googletest -B "$build/gtest" -G Ninja --toolchain "$toolchain" \
+    cmake -S /usr/src/googletest -B "$build/gtest" -G "$generator" --toolchain "$toolchain" \
         -DBUILD_GMOCK=OFF -DCMAKE_INSTALL_PREFIX="$build/root"
     cmake --build "$build/gtest" --target install
-    cmake -S . -B "$build" -G Ninja --toolchain "$toolchain" -DORV_WERROR=ON -DORV_TOOLS=OFF \
+    cmake -S . -B "$build" -G "$generator" --toolchain "$toolchain" -DORV_WERROR=ON -DORV_TOOLS=OFF \
         -DORV_FUZZ=ON -DCMAKE_FIND_ROOT_PATH="$build/root"
     cmake --build "$build"
     ctest --test-dir "$build" --output-on-failure -j "$(nproc)"
@@ -42,7 +42,7 @@ for argument in "$@"; do
         ;;
     esac
 done
-need cmake:cmake ninja:ninja-build bison:bison qemu-arm:qemu-user \
+alone need cmake:cmake "$builder" bison:bison qemu-arm:qemu-user \
     arm-linux-gnueabihf-g++:g++-arm-linux-gnueabihf s390x-linux-gnu-g++:g++-s390x-linux-gnu \
     :googletest
 [[ ${#machines[@]} -gt 0 ]] || machines=(arm s390x)

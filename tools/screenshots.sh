@@ -2,7 +2,7 @@
 # tools/screenshots.sh - makes docs/screenshots/ anew, with headless Chromium: pages
 # of the demo site on a desk and on a phone.
 set -euo pipefail
-cd "$(dirname "$0")/.."
+cd "$(dirname "$(realpath "$0")")/.."
 # shellcheck source=tools/setup.sh
 . tools/setup.sh
 
@@ -17,7 +17,7 @@ shoot() {
 }
 
 if [[ -z ${SITE_URL-} ]]; then
-    need :lighttpd chromium:chromium pngquant:pngquant
+    alone need :lighttpd chromium:chromium pngquant:pngquant
     ./demo.sh >/dev/null # builds what the site needs
     exec tools/serve.sh build/demo 0 tools/screenshots.sh
 fi

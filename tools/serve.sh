@@ -10,11 +10,10 @@ set -euo pipefail
 build=$(realpath "$1")
 port=$2
 shift 2
-tools=$(realpath "$(dirname "$0")")
+tools=$(dirname "$(realpath "$0")")
 site=$(realpath "$tools/../examples/site")
 PATH=$PATH:/usr/sbin
 work=$(mktemp -d)
-log=/dev/stderr
 server=
 
 clean_up() {
@@ -52,7 +51,7 @@ END
 # start - returns when the server takes requests, or fails when it has ended.
 start() {
     write_configuration >"$work/lighttpd.conf"
-    lighttpd -D -f "$work/lighttpd.conf" 2>>"$log" &
+    lighttpd -D -f "$work/lighttpd.conf" 2>&3 3>&- &
     server=$!
     while [[ ! -s $work/pid ]]; do
         kill -0 "$server" 2>/dev/null || return 1
@@ -60,7 +59,9 @@ start() {
     done
 }
 
-[[ $# -eq 0 ]] || log=$work/error.log
+# Standard error may be a socket or another user's terminal: it cannot be opened anew.
+exec 3>&2
+[[ $# -eq 0 ]] || exec 3>>"$work/error.log"
 "$tools/site-data.sh" "$build" "$work/data"
 tries=0
 [[ $port != 0 ]] || tries=20

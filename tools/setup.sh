@@ -1,5 +1,27 @@
 # shellcheck shell=bash
-# tools/setup.sh - the Debian packages that a script needs; sourced by demo.sh and test.sh.
+# tools/setup.sh - sourced by the scripts that build: the Debian packages that they need,
+# and what lets several of them run at once, wherever the sources are.
+
+# Ninja ends a path at a quote when it reads what a source depends on, and would build all
+# of it each time.
+generator=Ninja
+builder=ninja:ninja-build
+if [[ $PWD == *\'* ]]; then
+    generator='Unix Makefiles'
+    builder=make:make
+    CMAKE_BUILD_PARALLEL_LEVEL=$(nproc)
+    export CMAKE_BUILD_PARALLEL_LEVEL
+fi
+
+# alone COMMAND [ARGUMENT]... - runs it while no other script of this source tree runs
+# one in this way: two would build in one folder, or install at once.
+alone() {
+    mkdir -p build
+    (
+        flock 9
+        "$@" 9>&-
+    ) 9>build/lock
+}
 
 # need COMMAND-OR-HEADER:PACKAGE...
 # Installs, with apt-get, the packages whose command or header is missing. Where

@@ -5,7 +5,7 @@
 set -euo pipefail
 build=$1
 data=$2
-site=$(realpath "$(dirname "$0")/../examples/site")
+site=$(dirname "$(realpath "$0")")/../examples/site
 root=$data/root
 
 rm -rf "$data"

@@ -1,0 +1,83 @@
+#!/bin/bash
+# tests/scripts.sh SOURCE - the scripts of a source tree where things are not as usual:
+# in a copy of it with a quote in its path, called through links and with CDPATH set.
+set -euo pipefail
+source=$1
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+copy="$work/it's"
+failed=0
+
+# check WHAT EXPECTED GOT
+check() {
+    [[ $2 == "$3" ]] && return
+    printf '%s\n  expected: %s\n  got:      %s\n' "$@" >&2
+    failed=1
+}
+
+mkdir -p "$copy" "$work/fake" "$work/links/tools"
+tar c -C "$source" --exclude=./build --exclude=./.git . | tar x -C "$copy"
+export CDPATH=$work
+cd "$work/links"
+
+# Asked for help, or wrongly, a script says so and installs nothing: whatever it looks
+# for is missing here.
+for command in apt-get sudo dpkg; do
+    printf '#!/bin/bash\necho "$0 $*" >>%q/installed\nexit 1\n' "$work" >"$work/fake/$command"
+done
+chmod +x "$work/fake"/*
+for command in bash cat dirname nproc realpath; do
+    ln -s "$(command -v "$command")" "$work/fake"
+done
+while read -r status script arguments; do
+    [[ -e $script ]] || ln -s "$copy/$script" "$script"
+    read -ra arguments <<<"$arguments"
+    got=0
+    PATH=$work/fake "./$script" "${arguments[@]}" &>"$work/said" || got=$?
+    check "$script ${arguments[*]}" "$status 1" "$got $(grep -c "^Usage: \|'--wrong'" "$work/said")"
+done <<'END_OF_ROWS'
+0 demo.sh --help
+2 demo.sh --wrong
+0 test.sh --help
+2 test.sh --wrong
+2 test.sh --fuzz x
+2 test.sh --cross --wrong
+0 bench.sh --help
+2 bench.sh --wrong
+0 tools/cross.sh --help
+2 tools/cross.sh --wrong
+END_OF_ROWS
+check 'nothing is installed' no "$([[ -e $work/installed ]] && echo yes || echo no)"
+
+# Six at once build once and show the same page: in German, with an English text where
+# there is no German one, and without a complaint. The seventh finds all built.
+pids=()
+for i in {1..6}; do
+    ./demo.sh --lang de settings.htm >"$work/page$i" 2>"$work/said$i" &
+    pids+=($!)
+done
+for pid in "${pids[@]}"; do
+    wait "$pid" || check 'one of six' 0 $?
+done
+./demo.sh --lang de settings.htm >"$work/page" 2>"$work/said"
+check 'nothing is built anew' 0 "$(grep -c Building "$work/said")"
+check 'no complaint' 0 "$(grep -ci 'warning\|not translated' "$work/said")"
+check 'fallback' 1 "$(grep -c 'It keeps nobody out' "$work/page")"
+check 'one page' 1 "$(sha256sum "$work"/page* | cut -d' ' -f1 | sort -u | wc -l)"
+
+# The server's messages go where standard error goes, be it a socket.
+python3 - "$((20000 + RANDOM % 10000))" <<'END' || check 'serves beside a socket' 0 $?
+import socket, subprocess, sys, urllib.request
+
+ours, theirs = socket.socketpair()
+with subprocess.Popen(["./demo.sh", "--serve", sys.argv[1]], stdout=subprocess.PIPE,
+                      stderr=theirs, text=True) as server:
+    theirs.close()
+    try:
+        address = server.stdout.readline().split()[-5]
+        with urllib.request.urlopen(address) as page:
+            assert b"</html>" in page.read()
+    finally:
+        server.terminate()
+END
+exit $failed
