@@ -9,8 +9,6 @@
 
 static constexpr char alphabet[] =
     "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-static constexpr size_t STAGING_CAPACITY = 516;
-static constexpr size_t FULL_PIECE = 505; // a piece with more than this goes out
 
 // Encodes count (1 to 3) bytes as four characters.
 static void encodeGroup(const unsigned char bytes[3], size_t count, char *out)
@@ -45,13 +43,13 @@ void doBase64(const char *path)
     FILE *file = openStream(path);
     if (!file)
         return;
-    char staging[STAGING_CAPACITY];
+    char staging[BASE64_CAPACITY];
     size_t staged = 0;
     unsigned char group[3];
     size_t count = sizeof group;
     // A short group carries the padding, so it is the last, even if reading could go on.
     while (count == sizeof group && (count = fread(group, 1, sizeof group, file)) > 0) {
-        if (staged > FULL_PIECE) {
+        if (staged > BASE64_FULL_PIECE) {
             writePiece({staging, staged});
             staged = 0;
         }

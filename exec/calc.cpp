@@ -9,8 +9,6 @@
 #include "grammar/commands.h"
 #include "interface/log.h"
 
-static constexpr size_t RESULT_CAPACITY = 17;
-
 // Reads an operand; ordinal names it in the warning when it is no number.
 static bool readOperand(const char *text, const char *ordinal, double *value)
 {
@@ -56,7 +54,7 @@ static bool compute(uint32_t id, double a, double b, double *result)
 // whole number, rounded, when precision is 0.
 static void format(char *text, double value, size_t precision)
 {
-    snprintf(text, RESULT_CAPACITY, precision ? "%f" : "%.0f", value);
+    snprintf(text, CALC_CAPACITY, precision ? "%f" : "%.0f", value);
     char *stop = precision ? strchr(text, '.') : nullptr;
     if (stop && strlen(stop) > precision)
         stop[precision] = '\0';
@@ -70,7 +68,7 @@ char *doCalc(const char *a, const char *b, uint32_t id)
     if (!readOperand(a, "1st", &left) || !readOperand(b, "2nd", &right) ||
         !compute(id, left, right, &result))
         return nullptr;
-    auto *text = static_cast<char *>(malloc(RESULT_CAPACITY));
+    auto *text = static_cast<char *>(malloc(CALC_CAPACITY));
     if (!text) {
         logMessage(Severity::ERROR, "zarn - Syntaxerror: NO MEMORY! (%s)\n", currentTemplate());
         return nullptr;

@@ -17,9 +17,6 @@
 #include "vars/locals.h"
 #include "vars/tree.h"
 
-static constexpr int32_t ARG_STEP = 1024;
-static constexpr int32_t ARG_MAXLEN = 65536; // the last capacity that still grows
-
 // Makes room for length bytes and a terminator behind argLen.
 static bool reserve(ArgBuffer *buffer, size_t length)
 {

@@ -25,8 +25,10 @@ extern int zarn_nerrs;
 }
 
 %{
-#define YYINITDEPTH 200
-#define YYMAXDEPTH 10000
+#include "interface/bounds.h"
+
+#define YYINITDEPTH PARSER_INITIAL_SYMBOLS
+#define YYMAXDEPTH PARSER_MAX_SYMBOLS
 // A symbol stands where the first symbol of its rule does.
 #define YYLLOC_DEFAULT(symbol, parts, count) ((symbol) = YYRHSLOC(parts, (count) ? 1 : 0))
 %}

@@ -9,16 +9,13 @@
 #include <stdint.h>
 #include <sys/times.h>
 
+#include "interface/bounds.h"
 #include "interface/orvinterpreter.h"
 
 struct Cmd;
 struct LocalVar;
 struct ScanBuffer;
 struct VarNode;
-
-constexpr size_t MARK_CAPACITY = 384;     // a text in its translators' mark, terminator included
-constexpr int32_t MAX_INCLUDE_DEPTH = 20; // open templates, the run's own included
-constexpr int32_t MAX_CMD_DEPTH = 64;     // nested bodies, and suspended includes
 
 // The argument buffer: text that commands need whole, such as a query.
 // Positions in it are offsets, since the block moves when it grows.

@@ -5,11 +5,8 @@
 #include <stddef.h>
 #include <stdint.h>
 
+#include "interface/bounds.h"
 #include "interface/orvinterpreter.h"
-
-// Texts cut at the end of their buffers, terminator included.
-constexpr size_t LOG_CAPACITY = 500;
-constexpr size_t CMDLINE_CAPACITY = 1024;
 
 extern char cmdlineBuf[CMDLINE_CAPACITY];
 

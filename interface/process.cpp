@@ -20,7 +20,7 @@ int32_t logCounts[ORV_LOG_SEVERITIES]; // interface/log.cpp; since the process b
 TextDatabase htmlDB;                   // textdb/language.cpp; outlives handles
 TextDatabase htmlFallbackDB;           // textdb/language.cpp; once mapped, for good
 
-Scanner scanner;       // scanner/; outlives handles, in ST_TEXT and empty after each run
+Scanner scanner;       // scanner/; outlives handles, in page text and empty after each run
 Mapping *mappings;     // textdb/textdb.cpp, every mapped text database
 QueryTimes queryTimes; // exec/query.cpp, during one query
 

@@ -12,18 +12,10 @@
 
 #include <algorithm>
 
+#include "interface/bounds.h"
 #include "interface/output.h"
 #include "interface/process.h"
 #include "scanner/fields.h"
-
-// A test build makes them tiny, so that every match meets the end of a buffer.
-#ifndef ORV_BUFFER_CAPACITY
-#define ORV_BUFFER_CAPACITY 16384
-#define ORV_REFILL_MAX 8192
-#endif
-static constexpr size_t BUFFER_CAPACITY = ORV_BUFFER_CAPACITY;
-static constexpr size_t REFILL_MAX = ORV_REFILL_MAX;
-static constexpr size_t STACK_STEP = 25;
 
 [[noreturn]] static void fail(const char *problem)
 {
@@ -114,7 +106,7 @@ bool refill()
 void enterCondition(Condition condition)
 {
     if (scanner.depth == scanner.stackRoom) {
-        const size_t room = scanner.stackRoom + STACK_STEP;
+        const size_t room = scanner.stackRoom + CONDITIONS_STEP;
         scanner.stack = static_cast<Condition *>(resize(scanner.stack, room * sizeof(Condition)));
         scanner.stackRoom = room;
     }

@@ -6,9 +6,8 @@
 #include <stddef.h>
 #include <stdint.h>
 
-#include "interface/interpreter.h"
-
-constexpr size_t FIELD_ID_CAPACITY = 129; // a longer id is cut
+#include "interface/bounds.h"
+#include "interface/orvinterpreter.h"
 
 extern char fieldId[FIELD_ID_CAPACITY];
 extern char fieldMark[MARK_CAPACITY];

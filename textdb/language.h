@@ -2,7 +2,7 @@
 #ifndef ORV_TEXTDB_LANGUAGE_H
 #define ORV_TEXTDB_LANGUAGE_H
 
-#include "interface/interpreter.h"
+#include "interface/bounds.h"
 #include "textdb/textdb.h"
 
 extern char lookupBuf[MARK_CAPACITY];
