@@ -81,7 +81,7 @@ TEST(TextDbTool, givesBackWhatWasBuilt)
               "link.db\nu.db\n=0");
     EXPECT_EQ(readFile("u.db"), readFile("t.db"));
     EXPECT_EQ(run("dump t.db >/dev/full"),
-              "orv-textdb: cannot write to standard output: No space left on device\n=1");
+              "orv-textdb: cannot write standard output: No space left on device\n=1");
 }
 
 TEST(TextDbTool, namesEveryFault)
@@ -119,7 +119,7 @@ TEST(TextDbTool, comparesWithTemplates)
     writeFile("1.htm", "{?a?}\n<a title='{?a.b_c:d?}{?a-b?}{?{?no?}'>\n{??}{?z");
     EXPECT_EQ(run("fields --unused t.db 1.htm"), "1.htm:2: no\n1.htm:3: \nt.db: unused: z\n=1");
     EXPECT_TRUE(run("fields t.db").starts_with("orv-textdb: an argument is missing; usage: "));
-    EXPECT_TRUE(run("get --what").starts_with("orv-textdb: bad option '--what'; "));
+    EXPECT_TRUE(run("get --what").starts_with("orv-textdb: wrong option '--what'; "));
     EXPECT_TRUE(run("get --what").ends_with("=2"));
 }
 

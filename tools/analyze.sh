@@ -17,7 +17,7 @@ cmake --build "$build" --target parser
 status=0
 git ls-files '*.cpp' '*.h' '*.c' | xargs clang-format --dry-run --Werror || status=1
 # The generated parser is left to its generator; the grammar's actions are calls.
-printf '%s\n' {interface,scanner,grammar,exec,vars,textdb,tools}/*.cpp |
+printf "%s\n" {interface,scanner,grammar,exec,vars,textdb,tools,tools/textdb}/*.cpp |
     xargs -n 1 -P "$(nproc)" clang-tidy -p "$build" --quiet || status=1
 # useStlAlgorithm: a loop of two lines needs no algorithm.
 cppcheck --project="$build/compile_commands.json" -i"$build" --quiet --error-exitcode=1 \

@@ -5,12 +5,12 @@
  * a page leaves the file of --output alone; that may be one of the templates. The
  * diagnostics are collected as well: they follow the page, and whether they
  * tell of errors decides on the exit status. */
+#include "files.h"
 #include "host.h"
+#include "options.h"
 
 #include <errno.h>
 #include <fcntl.h>
-#include <getopt.h>
-#include <stdarg.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -25,6 +25,8 @@
 using std::string_view;
 
 namespace fs = std::filesystem;
+
+const char programName[] = "orv-render";
 
 // Exit statuses.
 enum { PAGE_WHOLE = 0, PAGE_WITH_PROBLEMS = 1, NO_PAGE = 2, PAGE_BROKEN_OFF = 3 };
@@ -56,108 +58,54 @@ static constexpr char helpText[] =
     "warnings; 2 wrong usage, a missing file, or the page cannot be written; 3 the\n"
     "interpreter gave up in the middle of the page.\n";
 
-struct Options {
-    const char *docRoot = ".";
-    const char *root = nullptr;
-    const char *lang = nullptr;
-    const char *error = nullptr;
-    const char *db = nullptr;
-    const char *tooltips = nullptr;
-    const char *output = nullptr;
-    const char *page = nullptr;
-    bool log = false;
-    bool gathers = true;
-    std::vector<char *> variables; // NAME=VALUE each
+enum OptionNumber : size_t {
+    OPT_SET,
+    OPT_DOCROOT,
+    OPT_ROOT,
+    OPT_LANG,
+    OPT_ERROR,
+    OPT_DB,
+    OPT_TOOLTIPS,
+    OPT_OUTPUT,
+    OPT_UNBUFFERED,
+    OPT_LOG,
+    OPT_HELP,
+    OPT_VERSION
 };
 
-/* Prints one line and returns the exit status for it. */
-__attribute__((format(printf, 1, 2))) static int fail(const char *format, ...)
-{
-    va_list values;
-    va_start(values, format);
-    fputs("orv-render: ", stderr);
-    vfprintf(stderr, format, values);
-    fputc('\n', stderr);
-    va_end(values);
-    return NO_PAGE;
-}
+/* In the order of OptionNumber. */
+static constexpr OptionRow optionRows[] = {
+    {"set", 0, true},         {"docroot", 0, true}, {"root", 0, true},     {"lang", 0, true},
+    {"error", 0, true},       {"db", 0, true},      {"tooltips", 0, true}, {"output", 0, true},
+    {"unbuffered", 0, false}, {"log", 0, false},    {"help", 0, false},    {"version", 0, false},
+};
 
 /* Prints a text on standard output and returns the exit status. */
 static int print(const char *text)
 {
     if (fputs(text, stdout) >= 0 && fflush(stdout) == 0)
         return PAGE_WHOLE;
-    return fail("cannot write standard output: %s", strerror(errno));
+    return complain(NO_PAGE, "cannot write standard output: %s", strerror(errno));
 }
 
-/* Reads the command line. Returns -1 to go on, else the exit status. */
-static int readOptions(int argc, char **argv, Options &options)
+/* Looks at the command line. Returns -1 to go on, else the exit status. */
+static int checkOptions(const CommandLine &options)
 {
-    static const option table[] = {
-        {"set", required_argument, nullptr, 's'},
-        {"docroot", required_argument, nullptr, 'd'},
-        {"root", required_argument, nullptr, 'r'},
-        {"lang", required_argument, nullptr, 'l'},
-        {"error", required_argument, nullptr, 'e'},
-        {"db", required_argument, nullptr, 'q'},
-        {"tooltips", required_argument, nullptr, 't'},
-        {"output", required_argument, nullptr, 'o'},
-        {"unbuffered", no_argument, nullptr, 'u'},
-        {"log", no_argument, nullptr, 'g'},
-        {"help", no_argument, nullptr, 'h'},
-        {"version", no_argument, nullptr, 'v'},
-        {nullptr, 0, nullptr, 0},
-    };
-    opterr = 0;
-    for (int key; (key = getopt_long(argc, argv, ":", table, nullptr)) != -1;) {
-        switch (key) {
-        case 's':
-            if (optarg[0] == '=' || !strchr(optarg, '='))
-                return fail("--set needs NAME=VALUE, not '%s'", optarg);
-            options.variables.push_back(optarg);
-            break;
-        case 'd':
-            options.docRoot = optarg;
-            break;
-        case 'r':
-            options.root = optarg;
-            break;
-        case 'l':
-            options.lang = optarg;
-            break;
-        case 'e':
-            options.error = optarg;
-            break;
-        case 'q':
-            options.db = optarg;
-            break;
-        case 't':
-            if (strcmp(optarg, "1") != 0 && strcmp(optarg, "2") != 0)
-                return fail("--tooltips needs 1 or 2, not '%s'", optarg);
-            options.tooltips = optarg;
-            break;
-        case 'o':
-            options.output = optarg;
-            break;
-        case 'u':
-            options.gathers = false;
-            break;
-        case 'g':
-            options.log = true;
-            break;
-        case 'h':
-            return print(helpText);
-        case 'v':
-            return print("orv-render " ORV_VERSION "\n");
-        case ':':
-            return fail("option '%s' needs a value, see --help", argv[optind - 1]);
-        default:
-            return fail("wrong option '%s', see --help", argv[optind - 1]);
-        }
-    }
-    if (optind + 1 != argc)
-        return fail("%s, see --help", optind == argc ? "no template given" : "several templates");
-    options.page = argv[optind];
+    if (!options.problem.empty())
+        return complain(NO_PAGE, "%s, see --help", options.problem.c_str());
+    if (options.has(OPT_HELP))
+        return print(helpText);
+    if (options.has(OPT_VERSION))
+        return print("orv-render " ORV_VERSION "\n");
+    for (const char *variable : options.values[OPT_SET])
+        if (variable[0] == '=' || !strchr(variable, '='))
+            return complain(NO_PAGE, "--set needs NAME=VALUE, not '%s'", variable);
+    const string_view mode = options.value(OPT_TOOLTIPS, "1");
+    if (mode != "1" && mode != "2")
+        return complain(NO_PAGE, "--tooltips needs 1 or 2, not '%s'", mode.data());
+    if (options.words.size() != 1)
+        return complain(NO_PAGE, "%s, see --help",
+                        options.words.empty() ? "no template given" : "several templates");
     return -1;
 }
 
@@ -186,17 +134,6 @@ static std::string readAll(int fd)
     return text;
 }
 
-static bool writeAll(int fd, string_view text)
-{
-    while (!text.empty()) {
-        ssize_t put = write(fd, text.data(), text.size());
-        if (put < 0 && errno != EINTR)
-            return false;
-        text.remove_prefix(put < 0 ? 0 : static_cast<size_t>(put));
-    }
-    return true;
-}
-
 /* How many errors and warnings the library has reported so far. */
 static int32_t countProblems()
 {
@@ -204,13 +141,13 @@ static int32_t countProblems()
 }
 
 /* Sets the variables of the command line. Returns -1 to go on, else the exit status. */
-static int setVariables(Host &host, Interpreter *interpreter, const Options &options)
+static int setVariables(Host &host, Interpreter *interpreter, const CommandLine &options)
 {
-    for (char *variable : options.variables) {
-        char *value = strchr(variable, '=');
-        *value++ = '\0';
-        if (hostSet(host, interpreter, variable, value) != 0)
-            return fail("cannot set variable '%s'", variable);
+    for (const char *variable : options.values[OPT_SET]) {
+        const char *value = strchr(variable, '=') + 1;
+        const std::string name(variable, value - 1);
+        if (hostSet(host, interpreter, name.c_str(), value) != 0)
+            return complain(NO_PAGE, "cannot set variable '%s'", name.c_str());
     }
     return -1;
 }
@@ -218,10 +155,10 @@ static int setVariables(Host &host, Interpreter *interpreter, const Options &opt
 /* Whether the page is collected in memory and written at the end, by us: then a
  * failed write is noticed, which the interpreter passes over. A pipe or terminal
  * gets the page at once; when a pipe's reader is gone, the signal ends us. */
-static bool collectsPage(const Options &options)
+static bool collectsPage(const CommandLine &options)
 {
     struct stat status;
-    if (options.output)
+    if (options.value(OPT_OUTPUT))
         return true;
     return fstat(STDOUT_FILENO, &status) == 0 && !S_ISFIFO(status.st_mode) &&
            !S_ISSOCK(status.st_mode) && !isatty(STDOUT_FILENO);
@@ -240,52 +177,54 @@ static bool writePage(int startDir, const char *output, int page)
         cause = errno;
     }
     if (!isWritten)
-        fail("cannot write %s: %s", output ? output : "standard output", strerror(cause));
+        complain(NO_PAGE, "cannot write %s: %s", output ? output : "standard output",
+                 strerror(cause));
     return isWritten;
 }
 
 /* Runs the template with the descriptors at hand: page, where it goes, and log,
  * -1 without --log. Returns the exit status, after a line for a missing page. */
-static int runPage(Host &host, const Options &options, int page, int log)
+static int runPage(Host &host, const CommandLine &options, int page, int log)
 {
     Interpreter *interpreter = hostInterpreter(host);
     if (!interpreter || (log >= 0 && Orv_Interpreter_SetLog(log) != 0) ||
-        Orv_Interpreter_SetOutputBuffer(interpreter, options.gathers ? outputBuffer : 0) != 0) {
+        Orv_Interpreter_SetOutputBuffer(interpreter,
+                                        options.has(OPT_UNBUFFERED) ? 0 : outputBuffer) != 0) {
         Orv_Interpreter_Destroy(interpreter);
-        return fail("out of memory");
+        return complain(NO_PAGE, "out of memory");
     }
     int status = setVariables(host, interpreter, options);
     int32_t result = ORV_RUN_DONE;
     if (status < 0)
-        result = Orv_Interpreter_Run(interpreter, options.page, page);
+        result = Orv_Interpreter_Run(interpreter, options.words[0], page);
     const int32_t lost = Orv_Interpreter_OutputError(interpreter);
     Orv_Interpreter_Destroy(interpreter);
     if (status >= 0)
         return status;
     if (lost > 0)
-        return fail("cannot write the page: %s", strerror(lost));
+        return complain(NO_PAGE, "cannot write the page: %s", strerror(lost));
     if (result == ORV_RUN_NO_TEMPLATE && log >= 0 && host.openProblem)
         return NO_PAGE; // the log has the line
     if (result == ORV_RUN_NO_TEMPLATE)
-        return fail("cannot open template '%s': %s", options.page,
-                    host.openProblem ? host.openProblem : "it is empty or cannot be mapped");
+        return complain(NO_PAGE, "cannot open template '%s': %s", options.words[0],
+                        host.openProblem ? host.openProblem : "it is empty or cannot be mapped");
     return result == ORV_RUN_GAVE_UP ? PAGE_BROKEN_OFF : PAGE_WHOLE;
 }
 
 /* Renders the page, writes it if it was collected, and prints the log. */
-static int renderPage(Host &host, const Options &options, int startDir)
+static int renderPage(Host &host, const CommandLine &options, int startDir)
 {
     bool collects = collectsPage(options);
     int page = collects ? memfd_create("page", MFD_CLOEXEC) : STDOUT_FILENO;
-    int log = options.log ? memfd_create("log", MFD_CLOEXEC) : -1;
-    if (page < 0 || (options.log && log < 0))
-        return fail("no memory for the page or the log: %s", strerror(errno));
+    int log = options.has(OPT_LOG) ? memfd_create("log", MFD_CLOEXEC) : -1;
+    if (page < 0 || (options.has(OPT_LOG) && log < 0))
+        return complain(NO_PAGE, "no memory for the page or the log: %s", strerror(errno));
     if (log >= 0) {
         host.reportFd = log;
         host.reportTemplates = true;
     }
     int status = runPage(host, options, page, log);
-    if (status != NO_PAGE && collects && !writePage(startDir, options.output, page))
+    if (status != NO_PAGE && collects && !writePage(startDir, options.value(OPT_OUTPUT), page))
         status = NO_PAGE;
     if (log >= 0) {
         std::string text = readAll(log);
@@ -333,43 +272,45 @@ static bool makeTooltipRoot(TooltipRoot &made, const char *root, const char *mod
 
 /* Resolves what is relative to the caller's directory, then enters the document
  * root and renders. */
-static int run(const Options &options, bool hasStandardOutput)
+static int run(const CommandLine &options, bool hasStandardOutput)
 {
     static char root[PATH_MAX]; // systemRoot must outlive the interpreter
     static TooltipRoot tooltipRoot;
     Host host;
-    host.program = "orv-render";
-    host.error = options.error;
+    host.program = programName;
+    host.error = options.value(OPT_ERROR);
     int startDir = open(".", O_PATH | O_DIRECTORY | O_CLOEXEC);
-    if (!options.output && !hasStandardOutput)
-        return fail("standard output is closed");
-    if (options.root && !realpath(options.root, root))
-        return fail("cannot use root '%s': %s", options.root, strerror(errno));
+    if (!options.value(OPT_OUTPUT) && !hasStandardOutput)
+        return complain(NO_PAGE, "standard output is closed");
+    if (options.value(OPT_ROOT) && !realpath(options.value(OPT_ROOT), root))
+        return complain(NO_PAGE, "cannot use root '%s': %s", options.value(OPT_ROOT),
+                        strerror(errno));
     systemRoot = root;
-    if (options.tooltips) {
-        if (!makeTooltipRoot(tooltipRoot, root, options.tooltips))
-            return fail("cannot make a folder for --tooltips: %s", strerror(errno));
+    if (options.value(OPT_TOOLTIPS)) {
+        if (!makeTooltipRoot(tooltipRoot, root, options.value(OPT_TOOLTIPS)))
+            return complain(NO_PAGE, "cannot make a folder for --tooltips: %s", strerror(errno));
         systemRoot = tooltipRoot.path.c_str();
     }
     int status = NO_PAGE;
-    if (hostOpen(host, options.docRoot, options.db)) {
-        if (options.lang && Orv_Interpreter_SetLanguage(options.lang) != 0)
-            fail("there is no text database for language '%s'", options.lang);
+    if (hostOpen(host, options.value(OPT_DOCROOT, "."), options.value(OPT_DB))) {
+        if (options.value(OPT_LANG) && Orv_Interpreter_SetLanguage(options.value(OPT_LANG)) != 0)
+            complain(NO_PAGE, "there is no text database for language '%s'",
+                     options.value(OPT_LANG));
         else
             status = renderPage(host, options, startDir);
     }
     hostClose(host);
     // A file system may report a failed write no sooner than here.
     if (fclose(stdout) != 0 && hasStandardOutput)
-        return fail("cannot write standard output: %s", strerror(errno));
+        return complain(NO_PAGE, "cannot write standard output: %s", strerror(errno));
     return status;
 }
 
 int main(int argc, char **argv)
 {
     bool hasStandardOutput = holdStandardDescriptors();
-    Options options;
-    std::set_new_handler([] { _exit(fail("out of memory")); });
-    int status = readOptions(argc, argv, options);
+    std::set_new_handler([] { _exit(complain(NO_PAGE, "out of memory")); });
+    const CommandLine options = readCommandLine(argc, argv, optionRows);
+    int status = checkOptions(options);
     return status >= 0 ? status : run(options, hasStandardOutput);
 }

@@ -1,0 +1,288 @@
+/* tools/po.cpp - reads PO files with gettext's library, and from their bytes what
+ * that keeps to itself. */
+#include "po.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include <sys/stat.h>
+
+#include "fieldid.h"
+#include "files.h"
+
+/* What is learned from a PO file's bytes, besides what gettext's library tells. */
+struct PoSource {
+    std::vector<size_t> lines; // of each entry's msgid, in the order of the file
+    size_t zeroLine;           // of the first zero byte, plain or escaped; or 0
+    size_t strangeLine;        // of the first byte that is not UTF-8, or 0
+};
+
+/* The file being read. The functions that gettext's library calls carry no pointer
+ * of ours. */
+static PoFile *current;
+
+/* Returns the length of the UTF-8 character that text begins with, 0 when its
+ * bytes are none. */
+static size_t utf8Length(std::string_view text)
+{
+    const auto byte = [&](size_t i) {
+        return i < text.size() ? static_cast<unsigned char>(text[i]) : 0u;
+    };
+    const unsigned lead = byte(0);
+    if (lead < 0x80)
+        return 1;
+    const size_t length = lead >= 0xf0 ? 4 : lead >= 0xe0 ? 3 : 2;
+    if (lead < 0xc2 || lead > 0xf4)
+        return 0;
+    for (size_t i = 1; i < length; i++)
+        if ((byte(i) & 0xc0) != 0x80)
+            return 0;
+    const unsigned start = lead << 8 | byte(1); // long forms, surrogates, beyond the last character
+    if ((lead == 0xe0 && start < 0xe0a0) || (lead == 0xed && start >= 0xeda0) ||
+        (lead == 0xf0 && start < 0xf090) || (lead == 0xf4 && start >= 0xf490))
+        return 0;
+    return length;
+}
+
+/* Takes a message of gettext's library. May not return from a fatal one. */
+static void onError(int severity, po_message_t message, const char *path, size_t line,
+                    size_t /*column*/, int /*multiline*/, const char *text)
+{
+    std::string joined = text; // of several lines, perhaps
+    while (joined.ends_with('\n'))
+        joined.pop_back();
+    std::replace(joined.begin(), joined.end(), '\n', ' ');
+    reportPo(current, path && line != static_cast<size_t>(-1) ? line : 0,
+             severity != PO_SEVERITY_WARNING, message ? po_message_msgid(message) : nullptr,
+             joined);
+    if (severity == PO_SEVERITY_FATAL_ERROR)
+        exit(EXIT_FAILURE);
+}
+
+/* Takes a message about an entry that is defined twice. The library knows the
+ * place of the second definition, but hands over only the first entry. */
+static void onError2(int severity, po_message_t message, const char *path, size_t line,
+                     size_t column, int multiline, const char *text, po_message_t first,
+                     const char * /*path2*/, size_t /*line2*/, size_t /*column2*/,
+                     int /*multiline2*/, const char * /*text2*/)
+{
+    onError(severity, message ? message : first, path, line, column, multiline, text);
+}
+
+/* Returns what a digit of an octal or hexadecimal escape stands for, 16 for any
+ * other character. */
+static unsigned digitValue(char c)
+{
+    if (c >= '0' && c <= '9')
+        return static_cast<unsigned>(c - '0');
+    const char lower = static_cast<char>(c | 0x20);
+    return lower >= 'a' && lower <= 'f' ? static_cast<unsigned>(lower - 'a') + 10 : 16;
+}
+
+/* Moves *pos from a string's opening quote past its end. Returns whether the
+ * string has an escape that stands for a zero byte. */
+static bool passString(std::string_view bytes, size_t *pos)
+{
+    bool zero = false;
+    size_t i = *pos + 1;
+    while (i < bytes.size() && bytes[i] != '"' && bytes[i] != '\n') {
+        if (bytes[i++] != '\\')
+            continue;
+        const bool hex = i < bytes.size() && bytes[i] == 'x';
+        const unsigned base = hex ? 16 : 8;
+        const size_t first = hex ? i + 1 : i;
+        const size_t end = hex ? bytes.size() : std::min(i + 3, bytes.size());
+        unsigned value = 0;
+        for (i = first; i < end && digitValue(bytes[i]) < base; i++)
+            value = value * base + digitValue(bytes[i]);
+        if (i > first)
+            zero = zero || value % 256 == 0; // an escape makes one byte
+        else if (i < bytes.size() && bytes[i] != '\n')
+            i++;
+    }
+    *pos = i < bytes.size() && bytes[i] == '"' ? i + 1 : i;
+    return zero;
+}
+
+/* Returns the offset of the first byte that is not UTF-8. */
+static size_t findStrange(std::string_view bytes)
+{
+    for (size_t pos = 0; pos < bytes.size();) {
+        const size_t length = utf8Length(bytes.substr(pos));
+        if (length == 0)
+            return pos;
+        pos += length;
+    }
+    return std::string_view::npos;
+}
+
+/* Returns the line of a byte, or 0 for no byte. */
+static size_t lineOf(std::string_view bytes, size_t offset)
+{
+    if (offset == std::string_view::npos)
+        return 0;
+    const std::string_view before = bytes.substr(0, offset);
+    return 1 + static_cast<size_t>(std::count(before.begin(), before.end(), '\n'));
+}
+
+/* Finds what gettext's library keeps to itself: the line of each entry; zero
+ * bytes, at which it would cut a text; and, in files without a charset, what is
+ * not UTF-8. */
+static PoSource scanPo(std::string_view bytes)
+{
+    static constexpr std::string_view WORD =
+        "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz_";
+    PoSource source = {{}, lineOf(bytes, bytes.find('\0')), lineOf(bytes, findStrange(bytes))};
+    size_t line = 1;
+    for (size_t pos = 0; pos < bytes.size();) {
+        const char c = bytes[pos];
+        if (c == '"') {
+            if (passString(bytes, &pos) && !source.zeroLine)
+                source.zeroLine = line;
+        } else if (c == '#') { // behind "#~" stands an obsolete entry, elsewhere a comment
+            const std::string_view start = bytes.substr(pos, 3);
+            const bool obsolete = start.starts_with("#~") && start != "#~|";
+            pos = obsolete ? pos + 2 : std::min(bytes.find('\n', pos), bytes.size());
+        } else if (WORD.find(c) != std::string_view::npos) {
+            const size_t end = std::min(bytes.find_first_not_of(WORD, pos), bytes.size());
+            if (bytes.substr(pos, end - pos) == "msgid")
+                source.lines.push_back(line);
+            pos = end;
+        } else {
+            line += c == '\n' ? 1 : 0;
+            pos++;
+        }
+    }
+    return source;
+}
+
+/* Refuses a PO file whose texts are not UTF-8, or that has domains. */
+static void checkWhole(PoFile *po, const PoSource &source)
+{
+    const char *header = po_file_domain_header(po->file, nullptr);
+    char *type = header ? po_header_field(header, "Content-Type") : nullptr;
+    const char *found = type ? strstr(type, "charset=") : nullptr;
+    const std::string charset(found ? found + 8 : "", found ? strcspn(found + 8, "; \t\n") : 0);
+    free(type);
+    // A charset that is missing or, in a template, still to be filled in is taken as UTF-8.
+    bool known = charset.empty();
+    for (const char *name : {"UTF-8", "UTF8", "US-ASCII", "ASCII", "CHARSET"})
+        known = known || strcasecmp(charset.c_str(), name) == 0;
+    if (!known)
+        reportPo(po, 0, true, nullptr,
+                 "the charset is " + charset + ", but must be UTF-8 (msgconv -t UTF-8 converts)");
+    else if (source.strangeLine && po->errors == 0)
+        reportPo(po, source.strangeLine, true, nullptr, "a character is not UTF-8");
+    if (source.zeroLine)
+        reportPo(po, source.zeroLine, true, nullptr, "a text cannot hold a zero byte");
+    for (const char *const *domain = po_file_domains(po->file); *domain; domain++)
+        if (strcmp(*domain, "messages") != 0)
+            reportPo(po, 0, true, nullptr,
+                     "texts of the domain " + quotePo(*domain) + ": a database has no domains");
+}
+
+/* Takes one entry, reports why not, or passes over it. */
+static void takeEntry(PoFile *po, po_message_t message, size_t line)
+{
+    const std::string_view id = po_message_msgid(message);
+    const auto refuse = [&](const std::string &why) { reportPo(po, line, true, id.data(), why); };
+    const size_t strange = std::min(id.find_first_not_of(ID_CHARACTERS), id.size());
+    const std::string_view rest = id.substr(strange);
+    if (po_message_is_obsolete(message))
+        return;
+    if (po_message_msgctxt(message))
+        return refuse("has a context (msgctxt)");
+    if (po_message_msgid_plural(message))
+        return refuse("has a plural (msgid_plural)");
+    if (!rest.empty())
+        return refuse("has the character " + quotePo(rest.substr(0, utf8Length(rest))) +
+                      "; a field names only letters, digits, '.', '_' and ':'");
+    if (id.size() > MAX_ID_LENGTH)
+        return refuse("is longer than the 128 characters that a field can name");
+    if (!id.empty()) // that of the header
+        po->entries.push_back(
+            {id, po_message_msgstr(message), line, po_message_is_fuzzy(message) != 0, message});
+}
+
+/* Takes all entries. lines: of their msgids, in order. */
+static void takeEntries(PoFile *po, const std::vector<size_t> &lines)
+{
+    po_message_iterator_t iterator = po_message_iterator(po->file, nullptr);
+    size_t count = 0;
+    while (po_message_t message = po_next_message(iterator)) {
+        takeEntry(po, message, count < lines.size() ? lines[count] : 0);
+        count++;
+    }
+    po_message_iterator_free(iterator);
+    if (count != lines.size() && po->errors == 0)
+        reportPo(po, 0, true, nullptr, "the file changed while it was read");
+}
+
+PoFile readPo(const char *path)
+{
+    PoFile po = {path, nullptr, 0, {}};
+    std::string bytes;
+    struct stat status;
+    if (stat(path, &status) == 0 && !S_ISREG(status.st_mode))
+        complain(0, "cannot read %s: it is not a regular file, and is read twice", path);
+    else if (readFile(path, &bytes)) {
+        const PoSource source = scanPo(bytes);
+        bytes = std::string(); // the library reads the file itself
+        static const po_xerror_handler handler = {onError, onError2};
+        current = &po;
+        po.file = po_file_read(path, &handler);
+        if (!po.file)
+            complain(0, "cannot read %s: %s", path, strerror(errno));
+        else {
+            checkWhole(&po, source);
+            takeEntries(&po, source.lines);
+        }
+        current = nullptr;
+    }
+    po.errors += po.file ? 0 : 1;
+    return po;
+}
+
+void freePo(PoFile *po)
+{
+    if (po->file)
+        po_file_free(po->file);
+    *po = {};
+}
+
+void reportPo(PoFile *po, size_t line, bool isError, const char *id, std::string_view message)
+{
+    std::string text = po->path;
+    if (line)
+        text += ":" + std::to_string(line);
+    text += isError ? ": error: " : ": warning: ";
+    if (id)
+        text += "id " + quotePo(id) + ": ";
+    text += message;
+    fprintf(stderr, "%s\n", text.c_str());
+    if (isError)
+        po->errors++;
+}
+
+std::string quotePo(std::string_view text)
+{
+    std::string out = "\"";
+    for (size_t i = 0; i < text.size();) {
+        const auto byte = static_cast<unsigned char>(text[i]);
+        const size_t length = utf8Length(text.substr(i));
+        if (byte == '"' || byte == '\\')
+            out.append("\\").push_back(text[i]);
+        else if (byte == '\n' || byte == '\t')
+            out += byte == '\n' ? "\\n" : "\\t";
+        else if (length == 0 || byte < 0x20 || byte == 0x7f)
+            for (const int number : {'\\' - '0', byte >> 6, byte >> 3 & 7, byte & 7})
+                out.push_back(static_cast<char>('0' + number));
+        else
+            out.append(text.substr(i, length));
+        i += std::max<size_t>(length, 1);
+    }
+    return out + "\"";
+}

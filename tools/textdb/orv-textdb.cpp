@@ -1,0 +1,128 @@
+/* tools/textdb/orv-textdb.cpp - the translators' tool: makes text databases from
+ * gettext PO files, gives the PO back, checks databases, and compares them with
+ * the text fields of templates. Here is its command line. */
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <new>
+#include <string>
+
+#include <unistd.h>
+
+#include "../files.h"
+#include "commands.h"
+
+const char programName[] = "orv-textdb";
+
+/* In the order of OptionNumber. */
+static constexpr OptionRow options[] = {
+    {"output", 'o', true}, {"fuzzy", 0, false},   {"unused", 0, false},
+    {"help", 0, false},    {"version", 0, false},
+};
+
+/* A command of the tool. */
+struct Command {
+    const char *name;
+    const char *usage; // what follows the name
+    size_t least;      // words behind the name, at the least
+    size_t most;       // and at the most
+    unsigned options;  // those that it takes, a bit for each row
+    bool needsOutput;  // -o must be given
+    int (*run)(const CommandLine &line);
+};
+
+static constexpr unsigned bit(OptionNumber number)
+{
+    return 1u << number;
+}
+
+static constexpr Command commands[] = {
+    {"build", "-o FILE.db [--fuzzy] INPUT.po", 1, 1, bit(OPT_OUTPUT) | bit(OPT_FUZZY), true,
+     runBuild},
+    {"dump", "FILE.db", 1, 1, 0, false, runDump},
+    {"get", "FILE.db ID", 2, 2, 0, false, runGet},
+    {"check", "FILE.db", 1, 1, 0, false, runCheck},
+    {"fields", "[--unused] FILE.db TEMPLATE...", 2, SIZE_MAX, bit(OPT_UNUSED), false, runFields},
+};
+
+static constexpr char helpText[] =
+    "orv-textdb makes text databases from gettext PO files and looks into them.\n"
+    "\n"
+    "  orv-textdb build -o FILE.db [--fuzzy] INPUT.po  make a database; --fuzzy takes\n"
+    "                                                  fuzzy entries too\n"
+    "  orv-textdb dump FILE.db                         print it as a PO file\n"
+    "  orv-textdb get FILE.db ID                       print one text\n"
+    "  orv-textdb check FILE.db                        look for damage\n"
+    "  orv-textdb fields [--unused] FILE.db TEMPLATE...\n"
+    "                                                  print the ids that templates use\n"
+    "                                                  and the database lacks; --unused:\n"
+    "                                                  also those that none of them uses\n"
+    "  orv-textdb --help | --version\n"
+    "\n"
+    "Exit status: 0 all is well, 1 something is wrong with a file, an id or a field,\n"
+    "2 something is wrong with the command line.\n";
+
+/* Prints why the command line is refused. command: null when none was understood. */
+static int refuseUsage(const Command *command, const std::string &problem)
+{
+    if (command)
+        return complain(STATUS_USAGE, "%s; usage: orv-textdb %s %s", problem.c_str(), command->name,
+                        command->usage);
+    return complain(STATUS_USAGE, "%s; 'orv-textdb --help' shows the commands", problem.c_str());
+}
+
+static const Command *findCommand(const char *name)
+{
+    for (const Command &command : commands)
+        if (strcmp(command.name, name) == 0)
+            return &command;
+    return nullptr;
+}
+
+/* Runs the command that the words of the command line name. */
+static int runCommand(CommandLine *line)
+{
+    if (line->words.empty())
+        return refuseUsage(nullptr, "no command is given");
+    const char *name = line->words[0];
+    const Command *command = findCommand(name);
+    if (!command)
+        return refuseUsage(nullptr, std::string("unknown command '") + name + "'");
+    line->words.erase(line->words.begin());
+    if (line->words.size() < command->least)
+        return refuseUsage(command, "an argument is missing");
+    if (line->words.size() > command->most)
+        return refuseUsage(command, "an argument is too much");
+    if (command->needsOutput && !line->has(OPT_OUTPUT))
+        return refuseUsage(command, "the option -o is missing");
+    for (size_t row = 0; row < std::size(options); row++)
+        if (line->has(row) && !(command->options >> row & 1))
+            return refuseUsage(command,
+                               std::string("'") + name + "' takes no --" + options[row].name);
+    return command->run(*line);
+}
+
+static int printText(const char *text)
+{
+    fputs(text, stdout);
+    return STATUS_OK;
+}
+
+int main(int argc, char **argv)
+{
+    std::set_new_handler([] {
+        complain(STATUS_FAULT, "out of memory");
+        _exit(STATUS_FAULT);
+    });
+    CommandLine line = readCommandLine(argc, argv, options);
+    int status;
+    if (!line.problem.empty())
+        status = refuseUsage(nullptr, line.problem);
+    else if (line.has(OPT_HELP))
+        status = printText(helpText);
+    else if (line.has(OPT_VERSION))
+        status = printText("orv-textdb " ORV_VERSION "\n");
+    else
+        status = runCommand(&line);
+    return closeOutput(status, STATUS_FAULT);
+}
