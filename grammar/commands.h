@@ -133,8 +133,8 @@ inline constexpr CommandDef commandTable[] = {
 };
 
 inline constexpr size_t COMMAND_COUNT = sizeof commandTable / sizeof commandTable[0];
-inline constexpr int FIRST_COMMAND = F_SETVARIABLE;
-inline constexpr int LAST_COMMAND = F_BASE64;
+inline constexpr int FIRST_COMMAND = commandTable[0].token;
+inline constexpr int LAST_COMMAND = commandTable[COMMAND_COUNT - 1].token;
 
 // Row of each keyword token; 0 where the token is no command's.
 inline constexpr auto rowOfToken = [] {

@@ -4,6 +4,7 @@
 #include <fstream>
 #include <regex>
 
+#include "grammar/commands.h"
 #include "tests/harness.h"
 
 struct Example {
@@ -28,6 +29,21 @@ static void readExamples(const std::string &name, std::vector<Example> *examples
             *block += line + "\n";
     }
     EXPECT_GT(number, 0);
+}
+
+TEST(Docs, NameEachCommand)
+{
+    std::ifstream document(ORV_DOCS "/templates.md");
+    std::string headings;
+    for (std::string line; std::getline(document, line);)
+        if (line.starts_with("### "))
+            headings += line.substr(3) + ","; // " echo, print,"
+    for (const CommandDef &row : commandTable) {
+        const std::string words = row.words;
+        const bool whole = words.starts_with("error");
+        const std::string name = whole ? words : words.substr(0, words.find(' '));
+        EXPECT_NE(headings.find(" " + name + ","), std::string::npos) << name;
+    }
 }
 
 TEST(Docs, Examples)

@@ -634,6 +634,36 @@ TEST(Internal, BadCallsAreRefused)
                        "t.htm, near line 1: Invalid numVar Index\n");
 }
 
+// What a row is without: a production, or an action.
+TEST(Commands, EachRowIsParsedAndActs)
+{
+    Host host = withFiles({{"t.htm", "<?multiquerycount two?>"}});
+    host.onQuery = [](Interpreter *, const std::string &query) {
+        for (const CommandDef &row : commandTable) {
+            if (query != "two" || row.id == ID_MULTIQUERYCOUNT)
+                continue;
+            Arg *args[2];
+            for (Arg *&arg : args)
+                arg = addArgElem(nullptr, ELEM_TEXT, strdup("none"));
+            Cmd *cmd = createCmd(row.id, nullptr, args[0], args[1], nullptr, nullptr);
+            EXPECT_EQ(executeCmd(cmd, 1), EXEC_DONE) << row.words;
+            destroyCmd(&cmd);
+        }
+    };
+    render(host);
+    for (const CommandDef &row : commandTable) {
+        const std::string front = std::string(".<?") + row.words +
+                                  (row.tail == Tail::OPERATOR  ? std::string(" ") + row.sign
+                                   : row.tail == Tail::ELEMENT ? " var:a[1]"
+                                   : row.tail == Tail::NAME    ? " var:a"
+                                                               : "");
+        bool accepted = false;
+        for (const char *args : {" ?>", " 1?>", " 1 2?>", " 1 2 ] 4?>"})
+            accepted |= renderText(front + args).log.find("yntax error") == std::string::npos;
+        EXPECT_TRUE(accepted) << row.words;
+    }
+}
+
 TEST(Malformed, EachCommandHasItsMessage)
 {
     for (const CommandDef &row : commandTable) {
