@@ -4,7 +4,18 @@
  * inside a body cannot be read before the dispatcher has returned: it suspends the
  * whole top-level command, which runs again, its output dropped up to that include,
  * when the included template has ended. The pending includes tie each such template
- * to its command. Between top-level commands: resuming is 0, and each pending
+ * to its command. In t.htm, <?repeat [ 1 3 ] 'x<?include a.htm?>y'?> while a.htm is
+ * read for the second time:
+ *
+ *   includes           pendingIncludes                      the page so far
+ *   1  a.htm           0  resumeCmd   the repeat            x A y x A...
+ *   0  t.htm <--------    includeLevel 0                            ^ written now
+ *                         includeCmd  the include
+ *                         counters    2, of its frame
+ *
+ * At a.htm's end the repeat runs again from 1 with resuming set, in silence, until the
+ * include is reached with counter 2; then y follows, and the third iteration suspends
+ * again. Between top-level commands: resuming is 0, and each pending
  * include has its resumeCmd. */
 #include "exec/exec.h"
 #include "interface/log.h"

@@ -82,6 +82,16 @@ static bool extendInPlace(ScanBuffer *buffer, size_t max)
     return count > 0;
 }
 
+/* Before and after, when the bytes lie in the template's mapping and as many follow
+ * there without a text field (extendInPlace), or else in a block of the buffer's own
+ * (moveToBlock, readInput):
+ *
+ *   mapping  ...scanned|unfinished|to be read......    ...scanned|unfinished|read.......
+ *                      pos        end                            pos              end
+ *
+ *   block    scanned..........|unfinished|             unfinished|read, with texts|
+ *                             pos        end           pos                        end
+ */
 bool refill()
 {
     ScanBuffer *buffer = scanner.buffer;

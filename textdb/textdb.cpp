@@ -2,7 +2,18 @@
  *
  * A file is a radix tree: 16 bytes that are skipped, the node array, and the
  * strings, whose offsets count from the node array. Siblings lie side by side
- * and ascend by the first byte of their labels, taken as unsigned. Nothing in a
+ * and ascend by the first byte of their labels, taken as unsigned. Of ab=X and ac=Y:
+ *
+ *   0        16                                  48
+ *   | header | node 0 | node 1 | node 2 | node 3 | \0 a\0 b\0X\0 c\0Y\0 |
+ *              root     "a"      "b" =X   "c" =Y
+ *              child 1  child 2  more --> last      image = start + 16
+ *
+ *   a node:  | value offset 12 | first child 20 |  attr 1 | more 1 | label offset 30 |
+ *              from the label,   index, 0 for       bits of two little-endian words
+ *              0 for no value    no child
+ *
+ Nothing in a
  * file is trusted: a lookup that would leave the mapping finds nothing. Between
  * calls: every mapping stands in the list of mappings with its length. */
 #include "textdb/textdb.h"

@@ -147,8 +147,17 @@ static VarNode *addChild(const Place &place, const char *value)
     return leaf;
 }
 
-// Cuts at's label where the key leaves it, and hangs the rest of the label and
-// the rest of the key below the cut.
+/* Cuts at's label where the key leaves it, and hangs the rest of the label and the
+ * rest of the key below the cut. at keeps its place among its siblings.
+ *
+ *   abcd=1, then abx=2              abcd=1, then ab=2
+ *
+ *     "abcd" =1      "ab"             "abcd" =1      "ab" =2
+ *         :     -->   |                   :     -->   |
+ *     children       "cd" =1 -- "x" =2  children     "cd" =1
+ *                      :                               :
+ *                    children                        children
+ */
 static VarNode *split(VarNode *at, const char *rest, const char *value)
 {
     size_t shared = 1;
