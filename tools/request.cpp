@@ -6,6 +6,8 @@
 using std::string;
 using std::string_view;
 
+static constexpr char hexDigits[] = "0123456789ABCDEF";
+
 // Not those of the C library: they ask the locale.
 static bool isDigit(char c)
 {
@@ -99,17 +101,22 @@ bool isText(string_view text)
     return true;
 }
 
-static FormResult decodeField(string_view piece, FormField &field)
+static FormResult checkField(const FormField &field)
 {
-    string_view name = cutAt(piece, '=');
-    if (!decodePercent(field.name, name, true) || !decodePercent(field.value, piece, true))
-        return FORM_BAD;
     if (field.name.size() > maxFieldName || field.value.size() > maxFieldValue)
         return FORM_TOO_LARGE;
     bool isName =
         !field.name.empty() && std::all_of(field.name.begin(), field.name.end(),
                                            [](char c) { return isLetter(c) || isDigit(c); });
     return isName && isText(field.value) ? FORM_DONE : FORM_BAD;
+}
+
+static FormResult decodeField(string_view piece, FormField &field)
+{
+    string_view name = cutAt(piece, '=');
+    if (!decodePercent(field.name, name, true) || !decodePercent(field.value, piece, true))
+        return FORM_BAD;
+    return checkField(field);
 }
 
 FormResult decodeForm(string_view form, std::vector<FormField> &fields)
@@ -126,6 +133,62 @@ FormResult decodeForm(string_view form, std::vector<FormField> &fields)
     if (result != FORM_DONE)
         fields.clear();
     return result;
+}
+
+/* Cuts text in front of the first end, which text then stands behind. Returns false
+ * when there is none. */
+static bool cutAtText(string_view &text, string_view end, string_view &part)
+{
+    size_t at = text.find(end);
+    if (at == string_view::npos)
+        return false;
+    part = text.substr(0, at);
+    text.remove_prefix(at + end.size());
+    return true;
+}
+
+/* Takes a part, its headers and its value, apart. */
+static FormResult decodePart(string_view part, FormField &field)
+{
+    string_view headers;
+    string_view before;
+    string_view name;
+    if (!cutAtText(part, "\r\n\r\n", headers) || !cutAtText(headers, " name=\"", before) ||
+        !cutAtText(headers, "\"", name))
+        return FORM_BAD;
+    field.name = name;
+    field.value = part;
+    return checkField(field);
+}
+
+FormResult decodeMultipart(string_view body, string_view boundary, std::vector<FormField> &fields)
+{
+    FormResult result = body.size() > maxForm ? FORM_TOO_LARGE : FORM_DONE;
+    string first = "--" + string(boundary);
+    string end = "\r\n" + first;
+    string_view part;
+    fields.clear();
+    if (!body.starts_with(first))
+        return FORM_BAD;
+    body.remove_prefix(first.size());
+    while (result == FORM_DONE && !body.starts_with("--"))
+        result = !cutAtText(body, end, part)  ? FORM_BAD
+                 : fields.size() == maxFields ? FORM_TOO_LARGE
+                                              : decodePart(part, fields.emplace_back());
+    if (result != FORM_DONE)
+        fields.clear();
+    return result;
+}
+
+string encodeField(const FormField &field)
+{
+    string text = field.name + '=';
+    for (char c : field.value) {
+        bool isPlain = isLetter(c) || isDigit(c);
+        unsigned byte = static_cast<unsigned char>(c);
+        text += isPlain ? string(1, c) : string{'%', hexDigits[byte >> 4], hexDigits[byte & 15]};
+    }
+    return text;
 }
 
 const string *findField(const std::vector<FormField> &fields, string_view name)
@@ -207,12 +270,23 @@ bool isPageName(string_view path)
     return true;
 }
 
+static bool equalsIgnoringCase(string_view text, string_view small)
+{
+    return std::equal(text.begin(), text.end(), small.begin(), small.end(),
+                      [](char a, char b) { return toSmall(a) == b; });
+}
+
 bool isFormType(string_view type)
 {
-    string_view wanted = "application/x-www-form-urlencoded";
-    string_view given = trim(cutAt(type, ';'));
-    return std::equal(given.begin(), given.end(), wanted.begin(), wanted.end(),
-                      [](char a, char b) { return toSmall(a) == b; });
+    return equalsIgnoringCase(trim(cutAt(type, ';')), "application/x-www-form-urlencoded");
+}
+
+string_view multipartBoundary(string_view type)
+{
+    if (!equalsIgnoringCase(trim(cutAt(type, ';')), "multipart/form-data"))
+        return {};
+    string_view parameter = trim(cutAt(type, ';'));
+    return cutAt(parameter, '=') == "boundary" ? parameter : string_view();
 }
 
 bool readNumber(string_view text, size_t *number)
@@ -224,21 +298,4 @@ bool readNumber(string_view text, size_t *number)
         *number = std::min(*number * 10 + static_cast<size_t>(c - '0'), maxForm + 1);
     }
     return !text.empty();
-}
-
-bool isToken(string_view text)
-{
-    return text.size() == tokenDigits && std::all_of(text.begin(), text.end(), [](char c) {
-               return isDigit(c) || (c >= 'a' && c <= 'f');
-           });
-}
-
-bool isSameToken(string_view form, string_view cookie)
-{
-    if (!isToken(form) || !isToken(cookie))
-        return false;
-    int difference = 0;
-    for (size_t i = 0; i < tokenDigits; i++)
-        difference |= form[i] ^ cookie[i];
-    return difference == 0;
 }

@@ -17,7 +17,6 @@ inline constexpr size_t maxFieldValue = 2048;
 inline constexpr size_t maxFields = 64;    // fields
 inline constexpr size_t maxLanguages = 16; // languages
 inline constexpr size_t maxPageName = 128;
-inline constexpr size_t tokenDigits = 32;
 
 struct FormField {
     std::string name;  // letters and digits: neither an array element nor part of one
@@ -44,6 +43,15 @@ enum FormResult { FORM_DONE, FORM_BAD, FORM_TOO_LARGE };
  * beyond a limit. No fields are left then. */
 FormResult decodeForm(std::string_view form, std::vector<FormField> &fields);
 
+/* The same for a body of type multipart/form-data with that boundary, by which
+ * browsers send files: a file is a field like others, its name and type are left
+ * out. FORM_BAD for a body without its end, too. */
+FormResult decodeMultipart(std::string_view body, std::string_view boundary,
+                           std::vector<FormField> &fields);
+
+/* Returns a field's name and value as a piece of a query string. */
+std::string encodeField(const FormField &field);
+
 /* Returns the last field of that name, borrowed from fields; null for none. */
 const std::string *findField(const std::vector<FormField> &fields, std::string_view name);
 
@@ -65,15 +73,12 @@ bool isPageName(std::string_view path);
 /* Whether a Content-Type header names the encoding of a form. */
 bool isFormType(std::string_view type);
 
+/* Returns the boundary that a Content-Type header of multipart/form-data names, a part
+ * of type; empty when there is none. */
+std::string_view multipartBoundary(std::string_view type);
+
 /* Sets *number to the number of a Content-Length header or a field, digits alone.
  * Returns false when it is none; one beyond maxForm reads as maxForm + 1. */
 bool readNumber(std::string_view text, size_t *number);
-
-/* Whether text has the form of a token: tokenDigits small hexadecimal digits. */
-bool isToken(std::string_view text);
-
-/* Whether the form's token is a token and that of the cookie. Takes the same time
- * wherever they differ. */
-bool isSameToken(std::string_view form, std::string_view cookie);
 
 #endif
