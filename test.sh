@@ -52,9 +52,9 @@ fuzz() {
 
 set_up() {
     need cmake:cmake "$builder" g++:g++ clang++:clang bison:bison sqlite3.h:libsqlite3-dev \
-        sqlite3:sqlite3 msgfmt:gettext gettext-po.h:libgettextpo-dev gtest/gtest.h:libgtest-dev \
+        crypt.h:libcrypt-dev sqlite3:sqlite3 msgfmt:gettext gettext-po.h:libgettextpo-dev gtest/gtest.h:libgtest-dev \
         :libclang-rt-dev :lighttpd curl:curl chromium:chromium chromedriver:chromium-driver \
-        tidy:tidy :python3
+        tidy:tidy :python3 :lighttpd-mod-openssl openssl:openssl npm:npm
 }
 
 case $#:${1-} in

@@ -75,7 +75,7 @@ with subprocess.Popen(["./demo.sh", "--serve", sys.argv[1]], stdout=subprocess.P
     theirs.close()
     try:
         address = server.stdout.readline().split()[-5]
-        with urllib.request.urlopen(address) as page:
+        with urllib.request.urlopen(address + "login.htm") as page:
             assert b"</html>" in page.read()
     finally:
         server.terminate()

@@ -7,7 +7,7 @@ cd "$(dirname "$(realpath "$0")")/.."
 # shellcheck source=tools/setup.sh
 . tools/setup.sh
 
-need cmake:cmake "$builder" clang++:clang bison:bison clang-tidy:clang-tidy \
+need cmake:cmake "$builder" crypt.h:libcrypt-dev clang++:clang bison:bison clang-tidy:clang-tidy \
     clang-format:clang-format \
     cppcheck:cppcheck sqlite3.h:libsqlite3-dev gettext-po.h:libgettextpo-dev
 build=$PWD/build/analyze

@@ -6,26 +6,52 @@ cd "$(dirname "$(realpath "$0")")/.."
 # shellcheck source=tools/setup.sh
 . tools/setup.sh
 
-# shoot NAME WIDTH HEIGHT PAGE
-shoot() {
-    chromium --headless --no-sandbox --disable-gpu --disable-quic --no-first-run \
-        --disable-background-networking --disable-component-update --disable-sync \
-        --user-data-dir="$profile" --hide-scrollbars --lang=en --window-size="$2,$3" \
-        --screenshot="$PWD/docs/screenshots/$1.png" "$SITE_URL$4" 2>/dev/null
-    # A palette is enough for flat colours, and a third of the size.
-    pngquant --force --skip-if-larger --ext .png 32 "docs/screenshots/$1.png" || [[ $? == 98 ]]
-}
-
 if [[ -z ${SITE_URL-} ]]; then
-    alone need :lighttpd chromium:chromium pngquant:pngquant
+    alone need :lighttpd chromium:chromium chromedriver:chromium-driver pngquant:pngquant \
+        python3:python3
     ./demo.sh >/dev/null # builds what the site needs
     exec tools/serve.sh build/demo 0 tools/screenshots.sh
 fi
-profile=$(mktemp -d)
-trap 'rm -rf "$profile"' EXIT
 mkdir -p docs/screenshots
-shoot overview 900 760 overview.htm
-shoot devices 1100 900 devices.htm?sort=volume
-shoot traffic 900 700 traffic.htm
-shoot devices-phone 390 844 devices.htm
-shoot settings-phone 390 844 settings.htm?lang=de
+PYTHONPATH=tests/web PYTHONDONTWRITEBYTECODE=1 python3 - <<'END'
+import base64
+from chromium import *
+from visitor import PASSWORD, signed_in
+
+# Name, width, height, page, and what is sent to it as a form, if anything.
+SHOTS = [
+    ("login-phone", 360, 640, "login.htm", {}),
+    ("overview", 900, 800, "overview.htm", {}),
+    ("devices", 1100, 900, "devices.htm?sort=volume", {}),
+    ("traffic", 900, 760, "traffic.htm", {}),
+    ("events", 1000, 760, "events.htm", {}),
+    ("devices-phone", 360, 800, "devices.htm?find=phone", {}),
+    ("traffic-phone", 360, 800, "traffic.htm", {}),
+    ("settings-phone", 360, 800, "settings.htm?lang=de", {"hostname": "Fjord!"}),
+]
+
+
+def shoot():
+    signed_in()  # the first visit
+    for name, width, height, page, typed in SHOTS:
+        resize(width, height)
+        if name == "overview":
+            show("login.htm")
+            run("document.getElementById('password').value = arguments[0];"
+                "document.getElementById('form').submit()", PASSWORD)
+        show(page)
+        if typed:
+            run("const form = document.getElementById('form'); form.noValidate = true;"
+                "for (const [name, value] of Object.entries(arguments[0]))"
+                "form.elements[name].value = value;"
+                "form.querySelector('[type=submit]').click()", typed)
+        with open(f"docs/screenshots/{name}.png", "wb") as file:
+            file.write(base64.b64decode(send("/screenshot", "GET")))
+
+
+with_browser(shoot)
+END
+# A palette is enough for flat colours, and a third of the size.
+for file in docs/screenshots/*.png; do
+    pngquant --force --skip-if-larger --ext .png 32 "$file" || [[ $? == 98 ]]
+done

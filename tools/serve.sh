@@ -36,7 +36,7 @@ server.pid-file = "$work/pid"
 server.upload-dirs = ("$work")
 server.max-request-size = 64 # KiB
 mimetype.assign = (".css" => "text/css; charset=utf-8", ".js" => "text/javascript; charset=utf-8")
-url.rewrite-once = ("^/(?!style\.css\$|chart\.js\$)(.*)\$" => "/zarn/\$1")
+url.rewrite-once = ("^/(?!style\.css\$|(?:chart|live)\.js\$)(.*)\$" => "/zarn/\$1")
 alias.url = ("/zarn" => "$build/examples/zarn/zarn")
 \$HTTP["url"] =~ "^/zarn/" {
     cgi.assign = ("" => "")

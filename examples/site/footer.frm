@@ -1,6 +1,6 @@
 </main>
-<footer>
-<p><?query 'select model, firmware, serial from status' `$1 - {?site.firmware?} $2 - {?site.serial?} $3`?></p>
+<?if neq $var:outside 1 `<footer>
+<p><?query 'select model, firmware, serial from status' '$11 - {?site.firmware?} $12 - {?site.serial?} $13'?></p>
 </footer>
-</body>
+`?></body>
 </html>

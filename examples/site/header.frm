@@ -1,22 +1,32 @@
-<?-- The top of every page, down to its heading. A page sets page[id], its name in
-     the menu, and page[title] first. These are array elements because a request
-     variable would hide a plain variable of the same name. ?><!DOCTYPE html>
+<?-- The top of every page, down to its heading and what has become of a form. A page sets
+     page[id], its name in the menu, page[title], and page[form] to "form" when it has a form
+     with that id, which then comes along when the language changes. These are array
+     elements because a request variable would hide a plain variable of the same name. ?><!DOCTYPE html>
 <html lang="{?site.lang?}">
 <head>
 <meta charset="utf-8">
 <meta name="viewport" content="width=device-width, initial-scale=1">
-<title><?print $var:page[title]?> - Fjord R4</title>
+<title><?if neq $var:wrong '' `{?site.error?}: `?><?print $var:page[title]?> - Fjord R4</title>
 <link rel="icon" href="data:image/svg+xml;base64,<?base64 icon.svg?>">
-<link rel="stylesheet" href="style.css">
-</head>
+<link rel="stylesheet" href="<?echo $var:base?>style.css">
+<script src="<?echo $var:base?>live.js" defer></script>
+<?print $var:page[head]?></head>
 <body>
 <a class="skip" href="#main">{?site.skip?}</a>
 <header>
-<p class="brand">Fjord R4</p>
+<div class="top">
+<p class="brand">Fjord R4<?if neq $var:outside 1 ` <span><?query 'select hostname from settings'?></span>`?></p>
 <nav class="languages" aria-label="{?site.languages?}">
-<a href="?lang=en" lang="en" hreflang="en"<?if eq {?site.lang?} en ` aria-current="true"`?>>English</a>
-<a href="?lang=de" lang="de" hreflang="de"<?if eq {?site.lang?} de ` aria-current="true"`?>>Deutsch</a>
+<form id="languages" method="get"></form>
+<button lang="en" name="lang" value="en" form="<?if eq $var:page[form] form form languages?>" formnovalidate<?if eq {?site.lang?} en ` aria-current="true"`?>>English</button>
+<button lang="de" name="lang" value="de" form="<?if eq $var:page[form] form form languages?>" formnovalidate<?if eq {?site.lang?} de ` aria-current="true"`?>>Deutsch</button>
 </nav>
-<?include menu.frm?></header>
+<?if neq $var:token '' `<form class="out" action="<?echo $var:base?>logout.htm" method="post">
+<input type="hidden" name="token" value="<?echo $var:token?>">
+<button>{?site.logout.title?}</button></form>
+`?></div>
+<?if neq $var:outside 1 `<?include menu.frm?>`?></header>
 <main id="main">
 <h1><?print $var:page[title]?></h1>
+<?if neq $var:flash '' `<p class="saved" role="status"><?echo $var:flash?></p>
+`?><?if eq <?error found ?> 1 `<?include errorbox.frm?>`?>

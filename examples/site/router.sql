@@ -1,7 +1,8 @@
 -- router.sql - the database of the demo site: sqlite3 FILE < router.sql
 --
--- The pages only read it; the web program updates the settings. Lists that a page shows come from the views at the
--- end, so that a template's query says what it wants and not how it is stored.
+-- The pages only read it; the scripts of the forms, NAME.sql beside NAME.htm, change it. What
+-- a page shows comes from the views at the end, so that a template's query says what it
+-- wants and not how it is stored. What a form may hold is in candidate_problem.
 
 pragma foreign_keys = on;
 begin;
@@ -9,13 +10,13 @@ begin;
 create table status (
     id integer primary key check (id = 1),
     model text not null, firmware text not null, serial text not null,
-    uptime_minutes integer not null,
+    started integer not null,  -- seconds since 1970, like all times here
     connected integer not null check (connected in (0, 1)),
     address text not null, gateway text not null,
-    memory_total integer not null, memory_used integer not null  -- MiB
+    memory_total integer not null  -- MiB
 );
-insert into status values (1, 'Fjord R4', '2.6.1', 'FJ4-0029-7713', 19574, 1, '203.0.113.27',
-                           '203.0.113.1', 256, 141);
+insert into status values (1, 'Fjord R4', '2.6.1', 'FJ4-0029-7713', unixepoch() - 1174440, 1,
+                           '203.0.113.27', '203.0.113.1', 256);
 
 create table network (
     id integer primary key,
@@ -36,69 +37,88 @@ create table device (
     network integer not null references network (id),
     host integer not null check (host between 1 and 254),  -- the address's last number
     mac text not null unique,
-    online integer not null check (online in (0, 1)),
-    seen text not null,
-    received integer not null, sent integer not null,  -- MiB today
+    online integer not null check (online in (0, 1)),  -- is at home these days
+    seen integer not null,  -- the last time of one that is not
+    received integer not null, sent integer not null,  -- MiB on a usual day
+    folded text,  -- the name for a search, see name_folded
     unique (network, host)
 );
 insert into device (name, network, host, mac, online, seen, received, sent) values
-    ('printer', 1, 5, '02:00:5e:10:00:05', 1, '2025-03-14 09:12', 12, 3),
-    ('file server', 1, 6, '02:00:5e:10:00:06', 1, '2025-03-14 09:14', 804, 2291),
-    ('television', 1, 7, '02:00:5e:10:00:07', 0, '2025-03-13 22:51', 0, 0),
-    ('desk computer', 1, 10, '02:00:5e:10:00:0a', 1, '2025-03-14 09:14', 1630, 214),
-    ('old laptop', 1, 11, '02:00:5e:10:00:0b', 0, '2025-02-02 17:30', 0, 0),
-    ('radio, kitchen', 1, 12, '02:00:5e:10:00:0c', 1, '2025-03-14 09:13', 96, 2),
-    ('heating', 1, 20, '02:00:5e:10:00:14', 1, '2025-03-14 09:10', 1, 4),
-    ('solar inverter', 1, 21, '02:00:5e:10:00:15', 1, '2025-03-14 09:10', 2, 9),
-    ('doorbell', 1, 22, '02:00:5e:10:00:16', 1, '2025-03-14 09:14', 5, 71),
-    ('backup disk', 1, 100, '02:00:5e:10:00:64', 0, '2025-03-14 03:40', 340, 6),
-    ('phone, Ada', 2, 30, '02:00:5e:20:00:1e', 1, '2025-03-14 09:14', 211, 38),
-    ('phone, Emil', 2, 31, '02:00:5e:20:00:1f', 1, '2025-03-14 09:11', 154, 22),
-    ('phone, Jörg', 2, 32, '02:00:5e:20:00:20', 0, '2025-03-14 07:58', 87, 11),
-    ('tablet', 2, 33, '02:00:5e:20:00:21', 1, '2025-03-14 09:14', 402, 17),
-    ('laptop, Ada', 2, 34, '02:00:5e:20:00:22', 1, '2025-03-14 09:14', 966, 130),
-    ('laptop, Emil', 2, 35, '02:00:5e:20:00:23', 0, '2025-03-13 23:20', 0, 0),
-    ('game console', 2, 36, '02:00:5e:20:00:24', 0, '2025-03-12 21:04', 0, 0),
-    ('loudspeaker, bath', 2, 37, '02:00:5e:20:00:25', 1, '2025-03-14 09:09', 44, 1),
-    ('loudspeaker, hall', 2, 38, '02:00:5e:20:00:26', 1, '2025-03-14 09:09', 45, 1),
-    ('vacuum cleaner', 2, 39, '02:00:5e:20:00:27', 1, '2025-03-14 08:40', 3, 2),
-    ('kitchen scales', 2, 40, '02:00:5e:20:00:28', 0, '2025-03-10 12:15', 0, 0),
-    ('e-book reader', 2, 41, '02:00:5e:20:00:29', 0, '2025-03-13 22:02', 0, 0),
-    ('watch', 2, 42, '02:00:5e:20:00:2a', 1, '2025-03-14 09:14', 6, 2),
-    ('lamp, desk', 2, 43, '02:00:5e:20:00:2b', 1, '2025-03-14 09:14', 1, 1),
-    ('lamp, hall', 2, 44, '02:00:5e:20:00:2c', 1, '2025-03-14 09:14', 1, 1),
-    ('<b>"&''', 3, 50, '02:00:5e:30:00:32', 1, '2025-03-14 09:14', 2048, 64),
-    ('phone of a visitor', 3, 51, '02:00:5e:30:00:33', 1, '2025-03-14 09:03', 31, 5),
-    ('C:\new\table', 3, 52, '02:00:5e:30:00:34', 0, '2025-03-13 18:44', 0, 0),
-    ('</script>', 3, 53, '02:00:5e:30:00:35', 1, '2025-03-14 09:01', 640, 12),
-    ('saw', 4, 60, '02:00:5e:40:00:3c', 0, '2025-01-25 15:07', 0, 0),
-    ('garage door', 4, 61, '02:00:5e:40:00:3d', 0, '2025-01-25 15:08', 0, 0);
+    ('printer', 1, 5, '02:00:5e:10:00:05', 1, unixepoch() - 180, 12, 3),
+    ('file server', 1, 6, '02:00:5e:10:00:06', 1, unixepoch() - 60, 804, 2291),
+    ('television', 1, 7, '02:00:5e:10:00:07', 0, unixepoch() - 37440, 0, 0),
+    ('desk computer', 1, 10, '02:00:5e:10:00:0a', 1, unixepoch() - 60, 1630, 214),
+    ('old laptop', 1, 11, '02:00:5e:10:00:0b', 0, unixepoch() - 3426300, 0, 0),
+    ('radio, kitchen', 1, 12, '02:00:5e:10:00:0c', 1, unixepoch() - 120, 96, 2),
+    ('heating', 1, 20, '02:00:5e:10:00:14', 1, unixepoch() - 300, 1, 4),
+    ('solar inverter', 1, 21, '02:00:5e:10:00:15', 1, unixepoch() - 300, 2, 9),
+    ('doorbell', 1, 22, '02:00:5e:10:00:16', 1, unixepoch() - 60, 5, 71),
+    ('backup disk', 1, 100, '02:00:5e:10:00:64', 0, unixepoch() - 20100, 340, 6),
+    ('phone, Ada', 2, 30, '02:00:5e:20:00:1e', 1, unixepoch() - 60, 211, 38),
+    ('phone, Emil', 2, 31, '02:00:5e:20:00:1f', 1, unixepoch() - 240, 154, 22),
+    ('phone, Jörg', 2, 32, '02:00:5e:20:00:20', 0, unixepoch() - 4620, 87, 11),
+    ('tablet', 2, 33, '02:00:5e:20:00:21', 1, unixepoch() - 60, 402, 17),
+    ('laptop, Ada', 2, 34, '02:00:5e:20:00:22', 1, unixepoch() - 60, 966, 130),
+    ('laptop, Emil', 2, 35, '02:00:5e:20:00:23', 0, unixepoch() - 35700, 0, 0),
+    ('game console', 2, 36, '02:00:5e:20:00:24', 0, unixepoch() - 130260, 0, 0),
+    ('loudspeaker, bath', 2, 37, '02:00:5e:20:00:25', 1, unixepoch() - 360, 44, 1),
+    ('loudspeaker, hall', 2, 38, '02:00:5e:20:00:26', 1, unixepoch() - 360, 45, 1),
+    ('vacuum cleaner', 2, 39, '02:00:5e:20:00:27', 1, unixepoch() - 2100, 3, 2),
+    ('kitchen scales', 2, 40, '02:00:5e:20:00:28', 0, unixepoch() - 334800, 0, 0),
+    ('e-book reader', 2, 41, '02:00:5e:20:00:29', 0, unixepoch() - 40380, 0, 0),
+    ('watch', 2, 42, '02:00:5e:20:00:2a', 1, unixepoch() - 60, 6, 2),
+    ('lamp, desk', 2, 43, '02:00:5e:20:00:2b', 1, unixepoch() - 60, 1, 1),
+    ('lamp, hall', 2, 44, '02:00:5e:20:00:2c', 1, unixepoch() - 60, 1, 1),
+    ('<b>"&''', 3, 50, '02:00:5e:30:00:32', 1, unixepoch() - 60, 2048, 64),
+    ('phone of a visitor', 3, 51, '02:00:5e:30:00:33', 1, unixepoch() - 720, 31, 5),
+    ('C:\new\table', 3, 52, '02:00:5e:30:00:34', 0, unixepoch() - 52260, 0, 0),
+    ('</script>', 3, 53, '02:00:5e:30:00:35', 1, unixepoch() - 840, 640, 12),
+    ('saw', 4, 60, '02:00:5e:40:00:3c', 0, unixepoch() - 4126080, 0, 0),
+    ('garage door', 4, 61, '02:00:5e:40:00:3d', 0, unixepoch() - 4126020, 0, 0);
 
+-- What has happened. A code has its text in the visitor's language, and what it is about
+-- stands in detail. Days at the end are before now: the demo is always fresh.
 create table event (
     id integer primary key,
-    at text not null,
+    at integer not null,
     level text not null check (level in ('info', 'warning', 'error')),
-    source text not null,
-    message text not null
+    source text not null check (source in ('system', 'internet', 'wireless', 'devices')),
+    code text not null,
+    detail text not null,
+    count integer not null default 1
 );
-insert into event (at, level, source, message) values
-    ('2025-02-28 18:00', 'info', 'system', 'Started, firmware 2.6.1'),
-    ('2025-02-28 18:01', 'info', 'internet', 'Connected, address 203.0.113.27'),
-    ('2025-03-01 04:00', 'info', 'system', 'Clock set from time server'),
-    ('2025-03-03 11:42', 'warning', 'wireless', 'Channel 6 is busy, changed to channel 11'),
-    ('2025-03-05 20:17', 'warning', 'internet', 'No answer from name server 198.51.100.53'),
-    ('2025-03-05 20:18', 'info', 'internet', 'Name server 198.51.100.54 in use'),
-    ('2025-03-08 02:31', 'error', 'internet', 'Connection lost'),
-    ('2025-03-08 02:39', 'info', 'internet', 'Connected, address 203.0.113.27'),
-    ('2025-03-10 08:05', 'info', 'devices', 'New device "kitchen scales" in network Wireless'),
-    ('2025-03-12 19:50', 'warning', 'wireless', 'Wrong password from 02:00:5e:99:00:01, 5 times'),
-    ('2025-03-13 18:40', 'info', 'devices', 'New device "C:\new\table" in network Guests'),
-    ('2025-03-14 03:40', 'error', 'devices', 'Device "backup disk" went away during a transfer'),
-    ('2025-03-14 08:59', 'info', 'devices', 'New device "<b>"&''" in network Guests'),
-    ('2025-03-14 09:02', 'info', 'system',
-                'Settings changed');
+insert into event (at, level, source, code, detail, count)
+    select unixepoch() - cast(column1 * 86400 as integer), column2, column3, column4, column5,
+           column6
+    from (values
+    (13.6, 'info', 'system', 'started', '2.6.1', 1),
+    (13.599, 'info', 'internet', 'connected', '203.0.113.27', 1),
+    (13.1, 'info', 'system', 'clock', '', 1),
+    (10.9, 'warning', 'wireless', 'channel', '6, 11', 1),
+    (8.54, 'warning', 'internet', 'noanswer', '198.51.100.53', 1),
+    (8.53, 'info', 'internet', 'nameserver', '198.51.100.54', 1),
+    (6.28, 'error', 'internet', 'lost', '', 1),
+    (6.27, 'info', 'internet', 'connected', '203.0.113.27', 1),
+    (4.05, 'info', 'devices', 'device', 'kitchen scales (Wireless)', 1),
+    (1.56, 'warning', 'wireless', 'password', '02:00:5e:99:00:01', 5),
+    (0.6, 'info', 'devices', 'device', 'C:\new\table (Guests)', 1),
+    (0.23, 'error', 'devices', 'away', 'backup disk', 1),
+    (0.01, 'info', 'devices', 'device', '<b>"&'' (Guests)', 1)) order by column1 desc;
 
-create table traffic (  -- one row an hour, Mbit/s on average
+-- Events are added here. One that has happened within a day is counted there, so that
+-- nobody can push the others out by repeating one; what is about a visitor's address
+-- is the same for all addresses. The oldest of 1000 make room.
+create view event_add as select level, source, code, detail from event;
+create trigger event_counted instead of insert on event_add begin
+    update event set at = unixepoch(), count = count + 1, detail = new.detail
+        where code = new.code and source = new.source and at > unixepoch() - 86400
+          and (detail = new.detail or code = 'login');
+    insert into event (at, level, source, code, detail)
+        select unixepoch(), new.level, new.source, new.code, new.detail where changes() = 0;
+    delete from event where id <= (select max(id) - 1000 from event);
+end;
+
+create table traffic (  -- one row an hour of a usual day, Mbit/s on average
     hour integer primary key check (hour between 0 and 23),
     received real not null, sent real not null
 );
@@ -127,31 +147,183 @@ create table settings (
     ssid text not null,
     channel integer not null references channel (number),
     security text not null references security (code),
+    passphrase text not null,
     hidden integer not null check (hidden in (0, 1)),
-    guests integer not null check (guests in (0, 1))
+    guests integer not null check (guests in (0, 1)),
+    version integer not null default 1  -- of each change, so that a form tells an old state
 );
 insert into settings values (1, 'fjord', 2, 1, 30, 199, '198.51.100.53', 'Fjord "upstairs"', 11,
-                             'mixed', 0, 1);
+                             'mixed', 'birch-heron-7-lantern', 0, 1, 1);
 
--- A change is noted; the log's oldest events make room.
-create trigger settings_changed after update on settings begin
-    insert into event (at, level, source, message)
-        values (strftime('%Y-%m-%d %H:%M', 'now', 'localtime'), 'info', 'system',
-                'Settings changed');
-    delete from event where id <= (select max(id) - 1000 from event);
+-- What a form or a file wants the settings to be. A script puts it here, looks at its
+-- problems, and takes it by setting taken, all in one transaction: there is never more
+-- than one, and none at rest.
+create table candidate (
+    hostname, nameserver, dhcp, first_host, last_host, network, ssid, channel, security,
+    passphrase, hidden, guests, taken default 0
+);
+
+create view candidate_problem as  -- in the order of the form's fields
+    select 'hostname' as field, 'site.settings.bad.hostname' as text from candidate
+        where ifnull(hostname, '') = '' or length(hostname) > 32
+           or hostname glob '*[^a-z0-9-]*' or hostname glob '-*' or hostname glob '*-'
+    union all select 'nameserver', 'site.settings.bad.nameserver' from candidate
+        where ifnull(nameserver, '') = '' or nameserver glob '*[^0-9.]*'
+           or not json_valid('[' || replace(nameserver, '.', ',') || ']')
+           or not (select count(*) = 4 and min(type = 'integer' and value <= 255)
+                   from json_each('[' || replace(nameserver, '.', ',') || ']'))
+    union all select 'first', 'site.settings.bad.number' from candidate
+        where ifnull(first_host, '') = '' or first_host glob '*[^0-9]*'
+           or cast(first_host as integer) not between 1 and 254
+    union all select 'last', 'site.settings.bad.number' from candidate
+        where ifnull(last_host, '') = '' or last_host glob '*[^0-9]*'
+           or cast(last_host as integer) not between 1 and 254
+    union all select 'last', 'site.settings.bad.range' from candidate
+        where cast(first_host as integer) > cast(last_host as integer)
+          and cast(last_host as integer) > 0
+    union all select 'network', 'site.settings.bad.choice' from candidate
+        where ifnull(network, '') not in (select cast(id as text) from network)
+    union all select 'ssid', 'site.settings.bad.ssid' from candidate
+        where ifnull(length(cast(ssid as blob)), 0) not between 1 and 32
+           or ssid glob '*[' || char(1) || '-' || char(31) || char(127) || ']*'
+    union all select 'channel', 'site.settings.bad.choice' from candidate
+        where ifnull(channel, '') not in (select cast(number as text) from channel)
+    union all select 'security', 'site.settings.bad.choice' from candidate
+        where ifnull(security, '') not in (select code from security)
+    union all select 'passphrase', 'site.settings.bad.passphrase' from candidate
+        where ifnull(length(passphrase), 0) not between 8 and 63 or passphrase glob '*[^ -~]*'
+    union all select 'form', 'site.settings.bad.choice' from candidate
+        where cast(dhcp as text) not in ('0', '1') or cast(hidden as text) not in ('0', '1')
+           or cast(guests as text) not in ('0', '1') or dhcp + hidden + guests is null;
+
+create trigger candidate_taken after update of taken on candidate begin
+    update settings set (hostname, nameserver, dhcp, first_host, last_host, network, ssid,
+                         channel, security, passphrase, hidden, guests, version)
+        = (new.hostname, new.nameserver, new.dhcp, new.first_host, new.last_host, new.network,
+           new.ssid, new.channel, new.security, new.passphrase, new.hidden, new.guests,
+           version + 1)
+        where (hostname, nameserver, dhcp, first_host, last_host, network, ssid, channel,
+               security, passphrase, hidden, guests)
+           is not (new.hostname, new.nameserver, cast(new.dhcp as integer),
+                   cast(new.first_host as integer), cast(new.last_host as integer),
+                   cast(new.network as integer), new.ssid, cast(new.channel as integer),
+                   new.security, new.passphrase, cast(new.hidden as integer),
+                   cast(new.guests as integer));
+    delete from candidate;
 end;
+
+create trigger settings_changed after update of version on settings begin
+    insert into event_add values ('info', 'system', 'changed', '');
+end;
+
+-- The owner's password, as a hash; null until the first visit.
+create table account (id integer primary key check (id = 1), password text);
+insert into account values (1, null);
+
+create trigger password_changed after update on account begin
+    insert into event_add values ('info', 'system', 'newpassword', '');
+end;
+
+-- Sessions end after a quarter of an hour without a visit, and after half a day.
+create table session (
+    number integer primary key autoincrement,  -- never used again
+    secret text not null unique,  -- the cookie
+    token text not null,          -- of its forms
+    origin text not null,         -- where the browser came from, such as http://192.0.2.1
+    started integer not null default (unixepoch()),
+    used integer not null default (unixepoch()),
+    flash text not null default ''  -- a text's id, to be shown once
+);
+create view live_session as
+    select *, used < unixepoch() - 60 as is_stale from session
+    where used > unixepoch() - 900 and started > unixepoch() - 43200;
+
+-- Tries to sign in, by address. Each is counted before the password is looked at, so that
+-- many at once are as slow as one after the other. After the third the next one must
+-- wait, longer each time, a minute at most: nobody is locked out for good, and an
+-- address does not keep others out.
+create table login_try (
+    address text primary key,
+    failures integer not null,
+    next integer not null,  -- no sooner
+    attempt text not null,  -- the one that was let try last
+    fits integer            -- 1 when its password was right; null while it is not known
+);
+create view login_count as select address, attempt from login_try;
+create trigger login_counted instead of insert on login_count begin
+    delete from login_try where next < unixepoch() - 3600;
+    insert into login_try values (new.address, 1, unixepoch(), new.attempt, null)
+        on conflict (address) do update set failures = failures + 1, fits = null,
+            attempt = new.attempt, next = unixepoch() + iif(failures < 2, 0, min(60, 1 << min(failures - 1, 6)))
+        where next <= unixepoch();
+end;
+create trigger login_failed after update of fits on login_try when new.fits = 0 begin
+    insert into event_add values ('warning', 'system', 'login', new.address);
+end;
+
+-- Letters as they are folded for a search: without case and accents.
+create table folding (id integer primary key, letters text not null, folded text not null);
+insert into folding (letters, folded) values
+    ('àáâãäåāăąÀÁÂÃÄÅĀĂĄ', 'a'), ('çćĉċčÇĆĈĊČ', 'c'), ('ďđĎĐ', 'd'),
+    ('èéêëēĕėęěÈÉÊËĒĔĖĘĚ', 'e'), ('ĝğġģĜĞĠĢ', 'g'), ('ìíîïīĭįıÌÍÎÏĪĬĮİ', 'i'),
+    ('łľĺļŁĽĹĻ', 'l'), ('ñńňņÑŃŇŅ', 'n'), ('òóôõöøōŏőÒÓÔÕÖØŌŎŐ', 'o'), ('ŕřŗŔŘŖ', 'r'),
+    ('śŝşšșŚŜŞŠȘ', 's'), ('ťţțŤŢȚ', 't'), ('ùúûüũūŭůűųÙÚÛÜŨŪŬŮŰŲ', 'u'),
+    ('ýÿŷÝŸŶ', 'y'), ('źżžŹŻŽ', 'z'), ('æÆ', 'ae'), ('œŒ', 'oe'), ('ßẞ', 'ss');
+create table folded_letter (number integer primary key, letter text not null, folded text not null);
+insert into folded_letter (letter, folded)
+    with recursive each_letter(letter, folded, rest) as (
+        select substr(letters, 1, 1), folded, substr(letters, 2) from folding
+        union all select substr(rest, 1, 1), folded, substr(rest, 2) from each_letter
+            where rest <> '')
+    select letter, folded from each_letter;
+
+-- What is alive on a router's pages is made up here: it moves with the clock, so that two
+-- looks at one time see the same. A device at home is out for ten minutes in two hours.
+create view clock as
+    select unixepoch() as now, unixepoch() / 600 as span,
+           cast(strftime('%H', 'now', 'localtime') as integer) as hour,
+           cast(strftime('%j', 'now', 'localtime') as integer) as day,
+           (cast(strftime('%H', 'now', 'localtime') as integer) * 60
+            + cast(strftime('%M', 'now', 'localtime') as integer)) / 1440.0 as day_part;
+
+create view status_now as
+    select status.*, max(0, now - started) / 60 as uptime_minutes,
+           max(0, started - now) as starts_in,
+           memory_total * (48 + now / 60 % 9) / 100 as memory_used
+    from status, clock;
 
 create view device_list as
     select device.id, device.name, network.id as network_id, network.name as network,
            network.prefix || device.host as ip, network.id * 256 + device.host as ip_order,
-           device.mac, device.online, device.seen, device.received + device.sent as volume
-    from device join network on network.id = device.network;
+           device.mac, online and (device.id * 7 + span) % 12 <> 0 as online,
+           strftime('%Y-%m-%d %H:%M', iif(not online, seen,
+               iif((device.id * 7 + span) % 12 = 0, span * 600 - device.id,
+                   now - device.id * 13 % 50)), 'unixepoch', 'localtime') as seen,
+           cast((received + sent) * (0.1 + day_part) as integer) as volume,
+           device.folded || ' ' || lower(network.name) || ' ' || network.prefix || device.host
+               || ' ' || device.mac as searched
+    from device join network on network.id = device.network, clock;
 
 create view network_list as
-    select network.id, network.name, network.prefix || '0/24' as address, network.wireless,
-           network.enabled, count(device.id) as devices, total(device.online) as online
-    from network left join device on device.network = network.id
+    select network.id, iif(network.wireless and network.id = 2, settings.ssid, network.name) as name,
+           network.prefix || '0/24' as address, network.wireless,
+           iif(network.name = 'Guests', settings.guests, network.enabled) as enabled,
+           count(device_list.id) as devices, total(device_list.online) as online
+    from settings, network left join device_list on device_list.network_id = network.id
     group by network.id;
+
+create view traffic_list as  -- of the last day, the oldest hour first
+    select traffic.hour, (traffic.hour - clock.hour + 23) % 24 as position,
+           round(received * (80 + (day * 31 + traffic.hour * 17) % 40) / 100.0
+                 * iif(traffic.hour = clock.hour, 0.8 + now / 60 % 5 * 0.1, 1), 1) as received,
+           round(sent * (80 + (day * 13 + traffic.hour * 29) % 40) / 100.0
+                 * iif(traffic.hour = clock.hour, 0.8 + now / 60 % 7 * 0.1, 1), 1) as sent
+    from traffic, clock;
+
+create view event_list as
+    select id, strftime('%Y-%m-%d %H:%M', at, 'unixepoch', 'localtime') as at, level, source,
+           code, detail, count, row_number() over (order by event.at desc, id desc) as position
+    from event;
 
 -- Names for a JSON text within a script element. What would end the string or the
 -- element stands as \u and a number, so printjs finds no quote left to escape: its
@@ -161,5 +333,12 @@ create view device_script as
            replace(replace(replace(substr(json_quote(name), 2, length(json_quote(name)) - 2),
                                    '\"', '\u0022'), '''', '\u0027'), '<', '\u003c') as name
     from device_list;
+
+update device set folded = (
+    with recursive fold(number, text) as (
+        select 0, device.name
+        union all select fold.number + 1, replace(text, letter, folded_letter.folded)
+            from fold join folded_letter on folded_letter.number = fold.number + 1)
+    select lower(text) from fold order by number desc limit 1);
 
 commit;

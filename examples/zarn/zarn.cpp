@@ -4,275 +4,508 @@
  *   ZARN_DOCROOT  the folder of the pages
  *   ZARN_DB       the SQLite database that they show
  *   ZARN_ROOT     put in front of the interpreter's own paths; may be missing
+ *   ZARN_NAMES    names that the device has besides the one in its settings, with
+ *                 blanks between; may be missing
  * Problems and the interpreter's diagnostics go to standard error, which is the web
  * server's error log.
  *
- * Three variables are the program's own, whatever the request sends: token, for
- * the form of a page that changes something; typed, 1 when the form comes back
- * with an error and shows what was typed; lang, the language. */
+ * NAME.htm is a page; NAME.csv and NAME.json are files to keep. A form of NAME.htm is
+ * sent back to it, and NAME.sql says what becomes of it: the statement with rows, if any,
+ * tells what is wrong, a field and a text's id each. Then the page is shown again with
+ * what was typed. A form with the field lang or reveal only comes back so: nothing is
+ * saved. Without a session every page is the login page.
+ *
+ * Variables of pages that are the program's own, whatever a request sends: those in
+ * pageVariables; error[FIELD], what is wrong with a field, wrong naming the first; on the
+ * login page kept[N] and value[N], names and values of the fields of a request that came
+ * without a session. Parameters of scripts: those in runFormScript. */
 #include "host.h"
 #include "request.h"
-#include "settings.h"
+#include "session.h"
+#include "store.h"
 
 #include <errno.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
-#include <sys/random.h>
+#include <sys/mman.h>
+#include <algorithm>
+#include <fstream>
+#include <iterator>
 #include <new>
 
 using std::string;
 using std::string_view;
 
 static constexpr char startPage[] = "overview.htm";
-static constexpr char settingsPage[] = "settings.htm";
-static constexpr char tokenCookie[] = "zarntoken";
+static constexpr char loginPage[] = "login.htm";
+static constexpr char errorPage[] = "error.frm"; // no request can ask for it
+static constexpr char sessionCookie[] = "zarnsession";
 static constexpr char languageCookie[] = "zarnlang";
 static constexpr int32_t outputBuffer = 16384;
 
 // In front of the line that ends each header. The pages have no script, style or
 // picture in their text but the icon, and no page is for a frame.
 static constexpr char commonHeaders[] =
-    "Content-Type: text/html; charset=utf-8\r\n"
     "Cache-Control: no-store\r\n"
     "X-Content-Type-Options: nosniff\r\n"
     "Referrer-Policy: same-origin\r\n"
     "Content-Security-Policy: default-src 'none'; style-src 'self'; script-src 'self'; "
-    "img-src data:; form-action 'self'; base-uri 'none'; frame-ancestors 'none'\r\n";
+    "connect-src 'self'; img-src data:; form-action 'self'; base-uri 'none'; "
+    "frame-ancestors 'none'\r\n";
 
-// Why there is no page: the numbers of HTTP.
 enum {
+    OK = 200,
+    SEE_OTHER = 303,
     BAD_REQUEST = 400,
+    FORBIDDEN = 403,
     NOT_FOUND = 404,
     WRONG_METHOD = 405,
     TOO_LARGE = 413,
     WRONG_TYPE = 415,
-    BROKEN = 500
+    WRONG_VALUES = 422,
+    BROKEN = 500,
+    NOT_STORED = 503
 };
 
 static constexpr struct {
     int status;
     const char *reason;
-    const char *text;
-} refusals[] = {
-    {BAD_REQUEST, "Bad Request", "The request is not encoded as a form."},
-    {NOT_FOUND, "Not Found", "There is no such page."},
-    {WRONG_METHOD, "Method Not Allowed", "This page cannot be asked for in that way."},
-    {TOO_LARGE, "Content Too Large", "The request is too large."},
-    {WRONG_TYPE, "Unsupported Media Type", "The request does not bring a form."},
-    {BROKEN, "Internal Server Error", "The page cannot be made; the error log says why."},
+} reasons[] = {
+    {OK, "OK"},
+    {SEE_OTHER, "See Other"},
+    {BAD_REQUEST, "Bad Request"},
+    {FORBIDDEN, "Forbidden"},
+    {NOT_FOUND, "Not Found"},
+    {WRONG_METHOD, "Method Not Allowed"},
+    {TOO_LARGE, "Content Too Large"},
+    {WRONG_TYPE, "Unsupported Media Type"},
+    {WRONG_VALUES, "Unprocessable Content"},
+    {BROKEN, "Internal Server Error"},
+    {NOT_STORED, "Service Unavailable"},
 };
 
-struct Request {
-    string page;                   // below the document root
-    bool isHead = false;           // headers alone are wanted
-    bool isPost = false;           // of the settings page
-    std::vector<FormField> fields; // of the body for a POST, else of the query string
-    string token;                  // the cookie's, or a new one
-    bool isNewToken = false;
+// What a page's name may end in, and what that is. Files to keep are no pages to show.
+static constexpr struct {
+    const char *suffix;
+    const char *type;
+    bool isFile;
+} kinds[] = {
+    {".htm", "text/html; charset=utf-8", false},
+    {".csv", "text/csv; charset=utf-8", true},
+    {".json", "application/json", true},
+};
+
+// A form with one of these is not carried out, only shown again.
+static constexpr const char *trialFields[] = {"lang", "reveal"};
+
+// Fields of the login page's own, in front of those that it keeps.
+static constexpr const char *loginFields[] = {"password", "repeat", "back",
+                                              "method",   "token",  "lang"};
+
+struct Exchange {
+    // The request.
+    string page; // below the document root
+    bool isHead = false;
+    bool isPost = false;
+    bool isVisit = false; // a person looks at it
+    std::vector<FormField> fields;
     string language;            // empty for the device's own
     bool isNewLanguage = false; // asked for by parameter: the cookie follows
+    sqlite3 *db = nullptr;
+    Session session;
+    // The answer.
+    int status = OK;
+    string shown;         // the template
+    string location;      // instead of it
+    string newSecret;     // of the session that has begun
+    bool isTyped = false; // the form shows what was sent instead of what is stored
+    string back;          // the page that the login page leads to,
+    string backMethod;    // and how it was asked for
+    Rows problems;        // of the form: field, text's id
 };
 
-static const char *fromEnvironment(const char *name)
+static string fromEnvironment(const char *name)
 {
     const char *value = getenv(name);
     return value ? value : "";
 }
 
-/* Answers with a small page, and the headers that belong to the status. */
-static void refuse(int status, bool isHead, const char *allow)
+static void refuse(Exchange &x, int status)
 {
-    for (const auto &refusal : refusals) {
-        if (refusal.status != status)
-            continue;
-        printf("Status: %d %s\r\n%s", status, refusal.reason, commonHeaders);
-        if (status == WRONG_METHOD)
-            printf("Allow: %s\r\n", allow);
-        fputs("\r\n", stdout);
-        if (!isHead)
-            printf("<!DOCTYPE html>\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\">\n"
-                   "<title>%s</title>\n</head>\n<body>\n<h1>%d %s</h1>\n<p>%s</p>\n</body>\n"
-                   "</html>\n",
-                   refusal.reason, status, refusal.reason, refusal.text);
-    }
+    x.status = status;
+    x.shown = errorPage;
 }
 
-/* Reads the body of a POST. Returns 0, or the status that refuses it. */
-static int readBody(string &body)
+static string fieldOr(const Exchange &x, const char *name, const char *otherwise)
 {
+    const string *value = findField(x.fields, name);
+    return value ? *value : otherwise;
+}
+
+/* Returns the row of kinds that a page's name ends in; null for none, and for a name
+ * that could lead elsewhere. */
+static const auto *findKind(const string &page)
+{
+    for (const auto &kind : kinds)
+        if (page.ends_with(kind.suffix))
+            return isPageName(page.substr(0, page.rfind('.')) + ".htm") ? &kind : nullptr;
+    return static_cast<decltype(&kinds[0])>(nullptr);
+}
+
+/* Returns the name of the script that answers a page's forms. */
+static string scriptName(const string &page)
+{
+    return page.substr(0, page.rfind('.')) + ".sql";
+}
+
+/* Reads the body of a POST into the fields. Returns OK, or the status that refuses it. */
+static int readBody(Exchange &x)
+{
+    string type = fromEnvironment("CONTENT_TYPE");
+    string_view boundary = multipartBoundary(type);
     size_t length;
-    if (!isFormType(fromEnvironment("CONTENT_TYPE")))
+    if (!isFormType(type) && boundary.empty())
         return WRONG_TYPE;
     if (!readNumber(fromEnvironment("CONTENT_LENGTH"), &length))
         return BAD_REQUEST;
     if (length > maxForm)
         return TOO_LARGE;
-    body.resize(length);
-    return fread(body.data(), 1, length, stdin) == length ? 0 : BAD_REQUEST;
+    string body(length, '\0');
+    if (fread(body.data(), 1, length, stdin) != length)
+        return BAD_REQUEST;
+    FormResult result =
+        boundary.empty() ? decodeForm(body, x.fields) : decodeMultipart(body, boundary, x.fields);
+    return result == FORM_DONE ? OK : result == FORM_BAD ? BAD_REQUEST : TOO_LARGE;
 }
 
-/* Reads the request but its language. Needs the host, which knows the pages.
- * Returns 0, or the status that refuses it; allow: out, the methods that work. */
-static int readRequest(Host &host, Request &request, const char **allow)
+/* Reads the request. Returns OK, or the status that refuses it. */
+static int readRequest(Exchange &x, Host &host)
 {
-    string_view method = fromEnvironment("REQUEST_METHOD");
-    string_view path = fromEnvironment("PATH_INFO");
-    request.isHead = method == "HEAD";
-    *allow = "GET, HEAD";
-    request.page = path.size() > 1 ? path.substr(1) : startPage;
-    if (request.page == settingsPage)
-        *allow = "GET, HEAD, POST";
-    request.isPost = method == "POST" && request.page == settingsPage;
-    if (!isPageName(request.page))
+    string method = fromEnvironment("REQUEST_METHOD");
+    string path = fromEnvironment("PATH_INFO");
+    string mode = fromEnvironment("HTTP_SEC_FETCH_MODE");
+    x.isHead = method == "HEAD";
+    x.isVisit = !x.isHead && (mode.empty() || mode == "navigate");
+    x.page = path.size() > 1 ? path.substr(1) : startPage;
+    x.shown = x.page;
+    if (!findKind(x.page) || !hostHasTemplate(host, x.page.c_str()))
         return NOT_FOUND;
-    if (!hostHasTemplate(host, request.page.c_str()))
-        return NOT_FOUND;
-    if (!request.isPost && method != "GET" && method != "HEAD")
+    x.isPost = method == "POST" && access(scriptName(x.page).c_str(), R_OK) == 0;
+    if (x.isPost)
+        return readBody(x);
+    if (method != "GET" && method != "HEAD")
         return WRONG_METHOD;
-    string form = fromEnvironment("QUERY_STRING");
-    int status = request.isPost ? readBody(form) : 0;
-    if (status != 0)
-        return status;
-    FormResult result = decodeForm(form, request.fields);
-    return result == FORM_DONE ? 0 : result == FORM_BAD ? BAD_REQUEST : TOO_LARGE;
+    FormResult result = decodeForm(fromEnvironment("QUERY_STRING"), x.fields);
+    return result == FORM_DONE ? OK : result == FORM_BAD ? BAD_REQUEST : TOO_LARGE;
 }
 
-/* Takes the token of the browser's cookie, or makes one. The browser keeps the
- * cookie from requests that other sites cause, so these cannot know or send it.
- * Returns false when there is no randomness. */
-static bool chooseToken(Request &request)
-{
-    unsigned char random[tokenDigits / 2];
-    request.token = findCookie(fromEnvironment("HTTP_COOKIE"), tokenCookie);
-    if (isToken(request.token))
-        return true;
-    if (getrandom(random, sizeof random, 0) != static_cast<ssize_t>(sizeof random))
-        return false;
-    request.isNewToken = true;
-    request.token.clear();
-    for (unsigned char byte : random) {
-        request.token += "0123456789abcdef"[byte >> 4];
-        request.token += "0123456789abcdef"[byte & 15];
-    }
-    return true;
-}
-
-static bool useLanguage(Request &request, string_view code)
+static bool useLanguage(Exchange &x, string_view code)
 {
     string language(code);
     if (!isLanguage(code) || Orv_Interpreter_SetLanguage(language.c_str()) != 0)
         return false;
-    request.language = language;
+    x.language = language;
     return true;
 }
 
 /* Takes the first language that there are texts for: the parameter's, the cookie's,
  * or one that the browser is set to. */
-static void chooseLanguage(Request &request)
+static void chooseLanguage(Exchange &x)
 {
-    const string *wanted = findField(request.fields, "lang");
-    request.isNewLanguage = wanted && useLanguage(request, *wanted);
-    if (request.isNewLanguage ||
-        useLanguage(request, findCookie(fromEnvironment("HTTP_COOKIE"), languageCookie)))
+    const string *wanted = findField(x.fields, "lang");
+    x.isNewLanguage = wanted && useLanguage(x, *wanted);
+    if (x.isNewLanguage ||
+        useLanguage(x, findCookie(fromEnvironment("HTTP_COOKIE"), languageCookie)))
         return;
     for (const string &code : acceptedLanguages(fromEnvironment("HTTP_ACCEPT_LANGUAGE")))
-        if (useLanguage(request, code))
+        if (useLanguage(x, code))
             return;
 }
 
-/* Returns null when the form has been stored, else the id of the error's text. */
-static const char *answerPost(const Request &request, const char *dbFile, bool *hasToken)
+/* Shows the login page in the place of the one that was asked for. */
+static void askToLogIn(Exchange &x)
 {
-    const string *token = findField(request.fields, "token");
-    *hasToken = token && isSameToken(*token, request.token);
-    return *hasToken ? saveSettings(dbFile, request.fields) : "site.settings.bad.token";
+    x.status = FORBIDDEN;
+    x.shown = loginPage;
+    x.back = x.page;
+    x.backMethod = x.isPost ? "post" : "get";
 }
 
-/* Sets the variables of the page. Returns false when memory ran out. */
-static bool setVariables(Host &host, Interpreter *interpreter, const Request &request,
-                         bool showsTyped)
+/* Goes on with what the login page was in the way of. A form is not carried out now, but
+ * shown with what was typed. */
+static void goBack(Exchange &x, Host &host)
 {
-    bool isDone = true;
-    for (const FormField &field : request.fields)
-        if (field.name != "lang")
-            isDone &= hostSet(host, interpreter, field.name.c_str(), field.value.c_str()) == 0;
-    if (!request.language.empty())
-        isDone &= hostSet(host, interpreter, "lang", request.language.c_str()) == 0;
-    isDone &= hostSet(host, interpreter, "token", request.token.c_str()) == 0;
-    return isDone && hostSet(host, interpreter, "typed", showsTyped ? "1" : "") == 0;
-}
-
-static void printHeaders(const Request &request, const char *status)
-{
-    printf("Status: %s\r\n%s", status, commonHeaders);
-    if (request.isNewToken)
-        printf("Set-Cookie: %s=%s; Path=/; HttpOnly; SameSite=Strict\r\n", tokenCookie,
-               request.token.c_str());
-    if (request.isNewLanguage)
-        printf("Set-Cookie: %s=%s; Path=/; Max-Age=31536000; HttpOnly; SameSite=Lax\r\n",
-               languageCookie, request.language.c_str());
-}
-
-/* Answers a request that names a page. The variables are set before the log is open:
- * it would tell their values, and a form's values and the token are nobody else's
- * business. Returns 0, or the status that refuses the request. */
-static int answer(Host &host, Interpreter *interpreter, Request &request, const char *dbFile)
-{
-    string error; // a copy: the looked-up text ends with the next change of language
-    bool hasToken = false;
-    if (!chooseToken(request))
-        return BROKEN;
-    chooseLanguage(request);
-    if (request.isPost) {
-        const char *problem = answerPost(request, dbFile, &hasToken);
-        if (!problem) {
-            printHeaders(request, "303 See Other");
-            printf("Location: %s?saved=1\r\n\r\n", settingsPage);
-            return 0;
-        }
-        const char *text = Orv_Interpreter_LookupDBField(problem);
-        error = text ? text : problem;
-        host.error = error.c_str();
+    string query;
+    std::erase_if(x.fields, [](const FormField &field) {
+        return std::find(std::begin(loginFields), std::end(loginFields), field.name) !=
+               std::end(loginFields);
+    });
+    if (!findKind(x.back) || !hostHasTemplate(host, x.back.c_str()) || x.back == loginPage) {
+        x.back = startPage;
+        x.fields.clear();
+    } else if (x.backMethod == "post") {
+        x.shown = x.back;
+        x.isTyped = true;
+        x.session.flash = "site.login.again";
+        return;
     }
-    if (!setVariables(host, interpreter, request, hasToken) ||
-        Orv_Interpreter_SetLog(STDERR_FILENO) != 0)
-        return BROKEN;
-    printHeaders(request, "200 OK");
-    fputs("\r\n", stdout);
-    fflush(stdout); // the interpreter writes past it
-    int32_t result = ORV_RUN_DONE;
-    if (!request.isHead)
-        result = Orv_Interpreter_Run(interpreter, request.page.c_str(), STDOUT_FILENO);
-    if (result != ORV_RUN_DONE)
-        fprintf(stderr, "zarn: the page %s is not whole (%d)\n", request.page.c_str(), result);
-    if (const int32_t lost = Orv_Interpreter_OutputError(interpreter); lost > 0)
-        fprintf(stderr, "zarn: the page %s was not sent whole: %s\n", request.page.c_str(),
-                strerror(lost));
-    return 0;
+    for (const FormField &field : x.fields)
+        query += (query.empty() ? '?' : '&') + encodeField(field);
+    x.location = x.back + query;
 }
 
-/* Opens what the configuration names and answers. Returns 0, or the status that
- * refuses the request; allow as in readRequest. */
-static int run(Host &host, Request &request, const char **allow)
+/* Runs the page's script over the form. newSecret and newToken: of the session that it
+ * may begin. */
+static ScriptResult runFormScript(Exchange &x, const string &newSecret, const string &newToken)
+{
+    std::ifstream file(scriptName(x.page));
+    string script{std::istreambuf_iterator<char>(file), {}};
+    std::vector<FormField> parameters = x.fields;
+    bool isTrial = std::any_of(std::begin(trialFields), std::end(trialFields),
+                               [&x](const char *name) { return findField(x.fields, name); });
+    const FormField own[] = {{"sid", x.session.number},
+                             {"address", fromEnvironment("REMOTE_ADDR")},
+                             {"newsecret", newSecret},
+                             {"newtoken", newToken},
+                             {"neworigin", requestOrigin()}};
+    parameters.insert(parameters.end(), std::begin(own), std::end(own));
+    ScriptResult result = runScript(x.db, script, parameters, isTrial, x.problems);
+    x.isTyped = result != SCRIPT_DONE || isTrial;
+    return result;
+}
+
+static void carryOut(Exchange &x, Host &host)
+{
+    string secret = makeSecret();
+    string token = makeSecret();
+    Session begun;
+    ScriptResult result = SCRIPT_FAILED;
+    if (!secret.empty() && !token.empty())
+        result = runFormScript(x, secret, token);
+    if (result == SCRIPT_FAILED || !findSession(x.db, secret, false, begun)) {
+        x.status = NOT_STORED;
+        x.problems = {{"form", "site.bad.store"}};
+    } else if (result == SCRIPT_ROWS) {
+        x.status = WRONG_VALUES;
+    } else if (!x.isTyped) {
+        if (!begun.number.empty()) {
+            x.session = begun;
+            x.newSecret = secret;
+        }
+        if (x.page == loginPage)
+            goBack(x, host);
+        else
+            x.location = x.page;
+    }
+}
+
+/* Answers a form. */
+static void answerPost(Exchange &x, Host &host)
+{
+    bool isLogin = x.page == loginPage;
+    const char *reason = foreignReason(x.db, fromEnvironment("ZARN_NAMES"), x.session.origin);
+    if (reason) {
+        fprintf(stderr, "zarn: a form from elsewhere is refused: %s\n", reason);
+        refuse(x, FORBIDDEN);
+    } else if (!isLogin && x.session.number.empty()) {
+        askToLogIn(x);
+    } else if (!isLogin && !isSameSecret(fieldOr(x, "token", ""), x.session.token)) {
+        x.status = FORBIDDEN;
+        x.isTyped = true;
+        x.problems = {{"form", "site.bad.token"}};
+    } else {
+        carryOut(x, host);
+    }
+}
+
+/* Decides what the answer is to a request that was read with that status. */
+static void decide(Exchange &x, Host &host, int status)
+{
+    string secret(findCookie(fromEnvironment("HTTP_COOKIE"), sessionCookie));
+    chooseLanguage(x);
+    if (!findSession(x.db, secret, x.isVisit && !x.isPost && status == OK, x.session))
+        return refuse(x, BROKEN);
+    if (status != OK)
+        return refuse(x, status);
+    if (x.page == loginPage) {
+        x.back = fieldOr(x, "back", startPage);
+        x.backMethod = fieldOr(x, "method", "get");
+    }
+    if (x.isPost)
+        answerPost(x, host);
+    else if (x.page == loginPage && !x.session.number.empty())
+        x.location = startPage;
+    else if (x.page != loginPage && x.session.number.empty())
+        askToLogIn(x);
+}
+
+static string lookUp(const string &id)
+{
+    const char *text = id.empty() ? "" : Orv_Interpreter_LookupDBField(id.c_str());
+    return text ? text : id;
+}
+
+/* Gathers the variables of the page that is shown, the program's own last. */
+static std::vector<HostVariable> pageVariables(const Exchange &x)
+{
+    std::vector<HostVariable> all;
+    int kept = 0;
+    for (const FormField &field : x.fields) {
+        bool isOwn = std::find(std::begin(loginFields), std::end(loginFields), field.name) !=
+                     std::end(loginFields);
+        if (x.shown == loginPage && !isOwn) {
+            all.push_back({"kept[" + std::to_string(kept) + "]", field.name});
+            all.push_back({"value[" + std::to_string(kept++) + "]", field.value});
+        } else if (x.shown != loginPage && field.name != "lang") {
+            all.push_back({field.name, field.value});
+        }
+    }
+    for (const std::vector<string> &problem : x.problems)
+        all.push_back({"error[" + problem[0] + "]", lookUp(problem[1])});
+    string base;
+    for (size_t i = 0; i < x.page.size(); i++)
+        base += x.page[i] == '/' ? "../" : "";
+    const HostVariable own[] = {
+        {"token", x.session.token},
+        {"sid", x.session.number},
+        {"outside", x.session.number.empty() ? "1" : ""},
+        {"typed", x.isTyped ? "1" : ""},
+        {"flash", lookUp(x.session.flash)},
+        {"wrong", x.problems.empty() ? "" : x.problems[0][0]},
+        {"status", std::to_string(x.status)},
+        {"base", base},
+        {"back", x.back},
+        {"method", x.backMethod},
+    };
+    all.insert(all.end(), std::begin(own), std::end(own));
+    if (!x.language.empty())
+        all.push_back({"lang", x.language});
+    return all;
+}
+
+/* Returns what the error box says: what no field of the form is to blame for, or that
+ * fields are marked. Empty when nothing is wrong. */
+static string errorText(const Exchange &x)
+{
+    if (x.problems.empty())
+        return {};
+    const string &field = x.problems[0][0];
+    bool isAboutAll = field == "form" || field == "version";
+    return lookUp(isAboutAll ? x.problems[0][1] : "site.error.fields");
+}
+
+static void printHeaders(const Exchange &x)
+{
+    const auto *kind = findKind(x.shown);
+    for (const auto &[status, reason] : reasons)
+        if (status == x.status)
+            printf("Status: %d %s\r\n", status, reason);
+    printf("Content-Type: %s\r\n%s", (kind ? kind : kinds)->type, commonHeaders);
+    if (kind && kind->isFile)
+        printf("Content-Disposition: attachment; filename=\"%s\"\r\n", x.shown.c_str());
+    if (x.status == WRONG_METHOD)
+        printf("Allow: GET, HEAD%s\r\n",
+               access(scriptName(x.page).c_str(), R_OK) == 0 ? ", POST" : "");
+    if (!x.newSecret.empty())
+        printf("Set-Cookie: %s=%s; Path=/; HttpOnly; SameSite=Strict%s\r\n", sessionCookie,
+               x.newSecret.c_str(), x.session.origin.starts_with("https:") ? "; Secure" : "");
+    if (x.isNewLanguage)
+        printf("Set-Cookie: %s=%s; Path=/; Max-Age=31536000; HttpOnly; SameSite=Lax\r\n",
+               languageCookie, x.language.c_str());
+}
+
+/* Runs the template that is shown into a file in memory: the database is free again
+ * before a slow browser has the page, and a page that is not whole is not sent. The
+ * variables are set before the log is open: it would tell their values, and those of
+ * forms and sessions are nobody else's business.
+ *
+ * Returns the file's descriptor, the caller's; -1 after a line on standard error. */
+static int makePage(const Exchange &x, Host &host)
+{
+    Interpreter *interpreter = hostInterpreter(host);
+    int file = memfd_create("page", MFD_CLOEXEC);
+    string error = errorText(x);
+    host.error = error.empty() ? nullptr : error.c_str();
+    bool isReady =
+        interpreter && file >= 0 && Orv_Interpreter_SetOutputBuffer(interpreter, outputBuffer) == 0;
+    if (isReady)
+        for (const HostVariable &variable : pageVariables(x))
+            isReady &=
+                hostSet(host, interpreter, variable.name.c_str(), variable.value.c_str()) == 0;
+    isReady = isReady && Orv_Interpreter_SetLog(STDERR_FILENO) == 0;
+    int32_t result = isReady ? Orv_Interpreter_Run(interpreter, x.shown.c_str(), file) : -1;
+    if (result != ORV_RUN_DONE || Orv_Interpreter_OutputError(interpreter) != 0) {
+        fprintf(stderr, "zarn: the page %s cannot be made (%d)\n", x.shown.c_str(), result);
+        close(file);
+        file = -1;
+    }
+    Orv_Interpreter_Destroy(interpreter);
+    host.variables.clear();
+    host.error = nullptr;
+    return file;
+}
+
+static void sendFile(int file)
+{
+    char piece[4096];
+    ssize_t size;
+    lseek(file, 0, SEEK_SET);
+    while ((size = read(file, piece, sizeof piece)) > 0)
+        fwrite(piece, 1, static_cast<size_t>(size), stdout);
+    close(file);
+}
+
+/* Answers where there is no site to answer with. */
+static void sendBroken()
+{
+    printf("Status: 500 Internal Server Error\r\nContent-Type: text/plain\r\n%s\r\n"
+           "The page cannot be made; the error log says why.\n",
+           commonHeaders);
+}
+
+/* Sends the answer. Returns false when it could not be made; nothing is sent then. */
+static bool sendAnswer(Exchange &x, Host &host)
+{
+    int file = -1;
+    bool hasPage = x.location.empty() && !x.isHead;
+    if (hasPage && (file = makePage(x, host)) < 0) {
+        refuse(x, BROKEN);
+        file = makePage(x, host);
+    }
+    hostClose(host);
+    if (hasPage && file < 0)
+        return false;
+    if (!x.location.empty())
+        x.status = SEE_OTHER;
+    printHeaders(x);
+    if (!x.location.empty())
+        printf("Location: %s\r\n", x.location.c_str());
+    fputs("\r\n", stdout);
+    if (file >= 0)
+        sendFile(file);
+    if (fflush(stdout) != 0)
+        fprintf(stderr, "zarn: the page %s was not sent whole: %s\n", x.shown.c_str(),
+                strerror(errno));
+    return true;
+}
+
+/* Opens what the configuration names and answers. Returns false when it cannot. */
+static bool run(Host &host, Exchange &x)
 {
     char dbFile[PATH_MAX]; // hostOpen changes the working directory
-    systemRoot = fromEnvironment("ZARN_ROOT");
-    if (!realpath(fromEnvironment("ZARN_DB"), dbFile)) {
+    string root = fromEnvironment("ZARN_ROOT");
+    systemRoot = root.c_str();
+    if (!realpath(fromEnvironment("ZARN_DB").c_str(), dbFile)) {
         fprintf(stderr, "zarn: cannot find the database ZARN_DB: %s\n", strerror(errno));
-        return BROKEN;
+        return false;
     }
-    if (!hostOpen(host, fromEnvironment("ZARN_DOCROOT"), dbFile))
-        return BROKEN;
-    int status = readRequest(host, request, allow);
-    if (status != 0)
-        return status;
-    Interpreter *interpreter = hostInterpreter(host);
-    status = BROKEN;
-    if (interpreter && Orv_Interpreter_SetOutputBuffer(interpreter, outputBuffer) == 0)
-        status = answer(host, interpreter, request, dbFile);
-    Orv_Interpreter_Destroy(interpreter);
-    return status;
+    bool isOpen = hostOpen(host, fromEnvironment("ZARN_DOCROOT").c_str(), dbFile) &&
+                  (x.db = storeOpen(dbFile));
+    if (isOpen)
+        decide(x, host, readRequest(x, host));
+    storeClose(x.db);
+    return isOpen && sendAnswer(x, host);
 }
 
 int main()
@@ -282,13 +515,11 @@ int main()
         _exit(1); // without headers the web server answers with status 500
     });
     Host host;
-    Request request;
-    const char *allow = "GET, HEAD";
+    Exchange exchange;
     host.program = "zarn";
     host.reportTemplates = true;
-    int status = run(host, request, &allow);
+    if (!run(host, exchange))
+        sendBroken();
     hostClose(host);
-    if (status != 0)
-        refuse(status, request.isHead, allow);
     return 0;
 }

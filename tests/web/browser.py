@@ -1,45 +1,26 @@
 #!/usr/bin/python3
-"""tests/web/browser.py - the demo site as its users meet it, in headless Chromium.
+"""tests/web/browser.py AXE-FOLDER - the demo site as its users meet it, in headless Chromium:
+by keyboard, on a phone and on a desk, in each language, with script and without.
 
-Runs under tools/serve.sh. Speaks WebDriver to chromedriver, which speaks to the
-browser; at the end it looks at all that the browser has complained about."""
-import json, os, re, sqlite3, subprocess, sys, tempfile, time, urllib.error, urllib.request
+Runs under tools/serve.sh. At the end it looks at all that the browser has complained about.
+An accessibility checker, axe-core, looks at each page; npm puts it into AXE-FOLDER."""
+import os, re, subprocess, sys, tempfile, time
+from chromium import *
+from visitor import *
 
-SITE, DB = os.environ["SITE_URL"], os.environ["SITE_DB"]
-FLAGS = """--headless --no-sandbox --disable-gpu --disable-quic --no-first-run --lang=en
---disable-background-networking --disable-component-update --disable-sync""".split()
+PAGES = "overview devices traffic events settings password backup reboot logout".split()
+TEXTS = {"en": {"settings": "Settings", "error": "This did not work", "saved": "have been saved"},
+         "de": {"settings": "Einstellungen", "error": "Das hat nicht geklappt",
+                "saved": "sind gespeichert"}}
 ODD_NAME = """<b>"&'"""
-DEVICES = """select name, network, ip, mac, iif(online, 'online', 'offline'), seen, volume || ' MiB'
-from device_list """
+TAB, ENTER, SPACE, DOWN, CONTROL = "\ue004", "\ue007", " ", "\ue015", "\ue009"
+DEVICES = """select name, network, ip, mac from device_list """
 CELLS = """return [...document.querySelector('tbody').rows]
-.map(row => [...row.cells].map(cell => cell.textContent))"""
-session, failed = "", False
-
-
-def check(what, expected, got):
-    global failed
-    if expected != got:
-        failed = True
-        print(f"{what}\n  expected: {expected!r}\n  got:      {got!r}", file=sys.stderr)
-
-
-def sql(query):
-    with sqlite3.connect(DB) as db:
-        return [[str(value) for value in row] for row in db.execute(query)]
-
-
-def post(path, **body):
-    request = urllib.request.Request(session + path, json.dumps(body).encode())
-    with urllib.request.urlopen(request, timeout=60) as answer:
-        return json.load(answer)["value"]
-
-
-def run(script, *args):
-    return post("/execute/sync", script=script, args=args)
-
-
-def show(path):
-    post("/url", url=SITE + path)
+.map(row => [...row.cells].slice(0, 4).map(cell => cell.textContent))"""
+AXE = """const done = arguments[arguments.length - 1];
+axe.run().then(result => done([result.passes.length > 9, ...result.violations.map(
+    v => v.id + ': ' + v.nodes.map(n => n.html).join(' | '))]))"""
+AXE_FOLDER = sys.argv[1]
 
 
 def texts(selector):
@@ -47,74 +28,219 @@ def texts(selector):
                selector)
 
 
-def follow(selector):
-    """Clicks on what leads to another page, and waits for that."""
-    run("window.isLeft = true; document.querySelector(arguments[0]).click()", selector)
+def tab_to(selector):
+    """Goes on by the tabulator to an element that shows that it has the focus."""
+    for _ in range(80):
+        if run("return document.activeElement.matches(arguments[0])", selector):
+            rings = (run("return getComputedStyle(document.activeElement).outlineStyle")
+                     for _ in range(100))
+            return check(selector + " shows its focus", True, any(ring != "none" for ring in rings))
+        press(TAB)
+    return check("reached by the keyboard", selector, None)
+
+
+def type_into(selector, text):
+    tab_to(selector)
+    run("document.activeElement.select && document.activeElement.select()")
+    press(text or "\ue017")
+
+
+def submit(selector, key=ENTER):
+    """Presses what leads to another page, and waits for that."""
+    tab_to(selector)
+    run("window.isLeft = true")
+    press(key)
     deadline = time.monotonic() + 30
     while run("return window.isLeft || document.readyState !== 'complete'"):
         if time.monotonic() > deadline:
             sys.exit(f"{selector} leads nowhere")
+        time.sleep(0.02)
 
 
-def check_markup(page):
-    show(page)
-    with urllib.request.urlopen(SITE + page) as source:
-        tidy = subprocess.run(["tidy", "-quiet", "-errors", "-utf8"], input=source.read(),
-                              capture_output=True, check=False)
-    # It takes these two, of HTML 5 and ARIA 1.1, for inventions.
-    known = re.compile(r'Warning: <\w+> proprietary attribute "(aria-current|inputmode)"')
-    check(page, [], [line for line in tidy.stderr.decode().splitlines() if not known.search(line)])
-    check(f"{page}: fields without label", [], run(
-        "return [...document.querySelectorAll('input:not([type=hidden]), select')]"
-        ".filter(field => !field.labels.length).map(field => field.name)"))
+def sign_in():
+    if texts("#repeat"):
+        type_into("#password", "short")
+        type_into("#repeat", PASSWORD)
+        submit("main button")
+        check("the first wrong field has the focus", "password",
+              run("return document.activeElement.id"))
+        type_into("#password", PASSWORD)
+        type_into("#repeat", PASSWORD)
+    else:
+        type_into("#password", PASSWORD)
+    submit("main button")
+
+
+def check_page(page, where):
+    what = f"{page} {where}"
+    check(what + ": wider than the window", [], run(
+        "return [...document.querySelectorAll('body *')].filter(e => e.getBoundingClientRect()"
+        ".right > innerWidth + 1 || e.scrollWidth > e.clientWidth + 1 && e.clientWidth > 0"
+        " && getComputedStyle(e).overflowX !== 'visible' && e.tagName !== 'INPUT')"
+        ".map(e => e.outerHTML.slice(0, 80))"))
+    check(what + ": small letters", [], run(
+        "return [...document.querySelectorAll('body *')].filter(e => e.childElementCount === 0"
+        " && e.textContent.trim() && e.getBoundingClientRect().width > 0"
+        " && parseFloat(getComputedStyle(e).fontSize) < 12).map(e => e.outerHTML)"))
+    with open(AXE_FOLDER + "/node_modules/axe-core/axe.min.js", encoding="utf-8") as axe:
+        run(axe.read())
+    check(what + ": accessibility", [True], run(AXE, kind="async"))
+    source = run("return fetch(location.href).then(answer => answer.text())")
+    tidy = subprocess.run(["tidy", "-quiet", "-errors", "-utf8"], input=source.encode(),
+                          capture_output=True, check=False)
+    # It takes these, of HTML 5 and ARIA 1.1, for inventions or for empty.
+    known = re.compile(r'proprietary attribute "(aria-\w+|inputmode|autofocus|autocapitalize)"|trimming empty <form>'
+                       r"|noscript")
+    check(what + ": markup", [], [line for line in tidy.stderr.decode().splitlines()
+                                  if not known.search(line)])
+
+
+def check_forms(language):
+    """Each form, its errors, and what must survive: without a mouse, and with or without
+    script."""
+    words = TEXTS[language]
+    errors = [("#hostname", "Attic!"), ("#nameserver", "1.2.3"), ("#first", "x"), ("#last", "999"),
+              ("#ssid", "ä" * 17), ("#passphrase", "short")]
+    show("settings.htm")
+    check("language", [language, words["settings"]],
+          [run("return document.documentElement.lang"), *texts("h1")])
+    run("document.getElementById('form').noValidate = true")
+    for selector, wrong in errors:
+        type_into(selector, wrong)
+    submit("main button:not([name])")
+    names = [selector[1:] for selector, _ in errors]
+    check("errors at their fields", [names, names], [
+        run("return [...document.querySelectorAll('[aria-invalid=true]')].map(e => e.id)"),
+        run("return [...document.querySelectorAll('[aria-invalid=true]')].filter(e => document"
+            ".getElementById(e.getAttribute('aria-describedby')).textContent).map(e => e.id)")])
+    check("error in the title, focus", [True, "hostname", 1], [
+        run("return document.title").startswith(words["error"]),
+        run("return document.activeElement.id"), len(texts("[role=alert]"))])
+    other = {"en": "de", "de": "en"}[language]
+    submit(f"button[lang={other}]")
+    check("typed stays in another language", [other, "Attic!", "ä" * 17], run(
+        "const f = document.getElementById('form').elements;"
+        "return [document.documentElement.lang, f.hostname.value, f.ssid.value]"))
+    submit(f"button[lang={language}]")
+    for selector, right in (("#hostname", "attic"), ("#nameserver", " 192.0.2.7 "), ("#first", "20"),
+                            ("#last", "220"), ("#ssid", ODD_NAME), ("#passphrase", "")):
+        type_into(selector, right)
+    submit("button[name=reveal]")
+    check("passphrase on demand", sql("select passphrase from settings")[0][0],
+          run("return document.getElementById('passphrase').value"))
+    type_into("#passphrase", "long-enough-" + language)
+    tab_to("#hidden")
+    press(SPACE)
+    hidden = run("return document.activeElement.checked")
+    submit("main button:not([name])")
+    check("saved", [0, True], [len(texts("[role=alert]")), words["saved"] in texts("[role=status]")[0]])
+    check("stored", [("attic", "192.0.2.7", ODD_NAME, 220, "long-enough-" + language, int(hidden))],
+          sql("select hostname, nameserver, ssid, last_host, passphrase, hidden from settings"))
+
+    # The session ends while somebody types.
+    type_into("#hostname", "cellar")
+    sql("delete from session")
+    submit("main button:not([name])")
+    sign_in()
+    check("typed stays after signing in", "cellar",
+          run("return document.getElementById('hostname').value"))
+    show("devices.htm?net=2&sort=ip&find=LAMP")
+    submit(f"button[lang={other}]")
+    check("filter stays in another language", [other, "2", "ip", "LAMP"], run(
+        "return [document.documentElement.lang, ...['net', 'sort', 'find'].map("
+        "id => document.getElementById(id).value)]"))
+    submit(f"button[lang={language}]")
+    check("found", [["lamp, desk"], ["lamp, hall"]], [row[:1] for row in run(CELLS)])
+
+    for fields, marked in ((("wrong", "new-password", "new-password"), "old"),
+                           ((PASSWORD, "new-password", "x"), "repeat"),
+                           ((PASSWORD, PASSWORD, PASSWORD), None)):
+        show("password.htm")
+        for name, value in zip(("old", "password", "repeat"), fields):
+            type_into("#" + name, value)
+        submit("main button")
+        check("password " + str(marked), [marked] if marked else [], run(
+            "return [...document.querySelectorAll('[aria-invalid=true]')].map(e => e.id)"))
+    show("backup.htm")
+    with tempfile.NamedTemporaryFile("w", suffix=".json") as file:
+        file.write("{}")
+        file.flush()
+        field = send("/element", using="css selector", value="#file")
+        send(f"/element/{[*field.values()][0]}/value", text=file.name)
+        submit("main button")
+    check("a wrong file", ["file"], run(
+        "return [...document.querySelectorAll('[aria-invalid=true]')].map(e => e.id)"))
+
+
+def check_lists():
+    show("devices.htm")
+    check("devices", [list(row) for row in sql(DEVICES + "order by lower(name) limit 10")], run(CELLS))
+    check("an odd name", 1, texts("tbody th").count(ODD_NAME))
+    tab_to("#net")
+    press(DOWN * 2)
+    tab_to("#sort")
+    press(DOWN)
+    submit("main .filter button")
+    submit(".pager button:last-of-type")
+    check("filtered, sorted, second page", [list(row) for row in sql(
+        DEVICES + "where network_id = 2 order by ip_order limit 10 offset 10")], run(CELLS))
+    show("traffic.htm")
+    names = sql("select name from device_list order by volume desc, id limit 6")
+    check("names through the script", names, [(name,) for name in texts("#volume text.name")])
+    check("hours through the script", 48, len(texts("#chart rect")))
+
+
+def check_live():
+    """What is alive comes anew, and what is typed stays."""
+    show("devices.htm")
+    type_into("#find", "typed")
+    sql("update device set name = 'renamed printer' where name = 'printer'")
+    deadline = time.monotonic() + 25
+    while "renamed printer" not in texts("tbody th") and time.monotonic() < deadline:
+        sql("update device set name = 'a ' || name where name = 'renamed printer'")
+        if "a renamed printer" in texts("tbody th"):
+            break
+        time.sleep(0.5)
+    check("refreshed", [True, "typed", "find"], ["a renamed printer" in texts("tbody th"), *run(
+        "return [document.activeElement.value, document.activeElement.id]")])
+    show("reboot.htm")
+    submit("main button")
+    deadline = time.monotonic() + 25
+    while not run("return location.pathname").endswith("overview.htm") and time.monotonic() < deadline:
+        time.sleep(0.5)
+    check("back by itself", True, run("return location.pathname").endswith("overview.htm"))
 
 
 def check_site():
-    for page in ("overview", "devices", "traffic", "events", "settings"):
-        check_markup(page + ".htm")
-
-    show("devices.htm")
-    check("devices", sql(DEVICES + "order by lower(name) limit 10"), run(CELLS))
-    check("an odd name", 1, texts("tbody th").count(ODD_NAME))
-    run("net.value = '2'; sort.value = 'ip'")
-    follow("form button")
-    follow(".pager button:last-of-type")
-    check("filtered, sorted, second page",
-          sql(DEVICES + "where network_id = 2 order by ip_order limit 10 offset 10"), run(CELLS))
-
-    show("traffic.htm")
-    names = sql("select name from device_list order by volume desc, id limit 6")
-    check("names through the script", names, [[name] for name in texts("#volume text.name")])
-    check("hours through the script", 48, len(texts("#chart rect")))
-    follow(".languages a[hreflang=de]")
-    show("settings.htm")
-    check("language", ["de", "Einstellungen"],
-          [run("return document.documentElement.lang"), *texts("h1")])
-
-    state = ("const f = document.forms[0].elements;"
-             "return [f.hostname.value, f.ssid.value, f.last.value, f.hidden.checked]")
-    run("const f = document.forms[0].elements; f.hostname.value = 'attic'; f.first.value = 200;"
-        "f.last.value = 100; f.hidden.checked = true; f.ssid.value = arguments[0]", ODD_NAME)
-    follow("main form button")
-    check("error box", 1, len(texts("[role=alert] p")))
-    check("typed is kept", ["attic", ODD_NAME, "100", True], run(state))
-    run("document.forms[0].elements.last.value = 220")
-    follow("main form button")
-    check("saved", [0, 1], [len(texts("[role=alert]")), len(texts("[role=status]"))])
-    check("saved is shown", ["attic", ODD_NAME, "220", True], run(state))
-    check("complaints", [], [entry["message"] for entry in post("/se/log", type="browser")])
+    for width, language, script in ((360, "en", True), (1280, "de", True), (1280, "en", False),
+                                    (360, "de", False)):
+        device("setScriptExecutionDisabled", value=False)
+        resize(width, 800)
+        where = f"in {language} at {width}"
+        show("overview.htm?lang=" + language)
+        if texts("#password"):
+            check_page("login", where)
+            sign_in()
+        for page in PAGES:
+            show(page + ".htm")
+            check_page(page, where)
+        show("nothere.htm")
+        check_page("no page", where)
+        device("setScriptExecutionDisabled", value=not script)
+        check_forms(language)
+        sql("update settings set hostname = 'fjord'")
+    device("setScriptExecutionDisabled", value=False)
+    check_lists()
+    check_live()
+    statuses = r"status of (403|404|422) "  # of the answers above, which Chromium tells as well
+    check("complaints", [], [entry["message"] for entry in send("/se/log", type="browser")
+                             if entry["level"] in ("WARNING", "SEVERE")
+                             and not re.search(statuses, entry["message"])])
 
 
-with tempfile.TemporaryDirectory() as profile, subprocess.Popen(
-        ["chromedriver", "--port=0"], stdout=subprocess.PIPE, text=True) as driver:
-    try:
-        ports = (re.search(r"successfully on port (\d+)", line) for line in driver.stdout)
-        session = f"http://127.0.0.1:{next(port for port in ports if port)[1]}/session"
-        options = {"args": FLAGS + [f"--user-data-dir={profile}"]}
-        session += "/" + post("", capabilities={"alwaysMatch": {
-            "goog:chromeOptions": options, "goog:loggingPrefs": {"browser": "ALL"}}})["sessionId"]
-        check_site()
-        urllib.request.urlopen(urllib.request.Request(session, method="DELETE")).close()
-    finally:
-        driver.terminate()
-sys.exit(failed)
+if not os.path.exists(AXE_FOLDER + "/node_modules/axe-core"):
+    os.makedirs(AXE_FOLDER, exist_ok=True)
+    subprocess.run(["npm", "install", "--silent", "--no-audit", "--no-fund", "--prefix", AXE_FOLDER,
+                    "axe-core@4"], check=True)
+with_browser(check_site)
+sys.exit(bool(failed))

@@ -1,0 +1,22 @@
+<?-- The texts of events, by level, source and code. 
+?><?setvariable var:text[info] `{?site.events.info?}`
+?><?setvariable var:text[warning] `{?site.events.warning?}`
+?><?setvariable var:text[error] `{?site.events.error?}`
+?><?setvariable var:text[system] `{?site.source.system?}`
+?><?setvariable var:text[internet] `{?site.source.internet?}`
+?><?setvariable var:text[wireless] `{?site.source.wireless?}`
+?><?setvariable var:text[devices] `{?site.source.devices?}`
+?><?setvariable var:text[started] `{?site.event.started?}`
+?><?setvariable var:text[reboot] `{?site.event.reboot?}`
+?><?setvariable var:text[clock] `{?site.event.clock?}`
+?><?setvariable var:text[changed] `{?site.event.changed?}`
+?><?setvariable var:text[newpassword] `{?site.event.newpassword?}`
+?><?setvariable var:text[login] `{?site.event.login?}`
+?><?setvariable var:text[connected] `{?site.event.connected?}`
+?><?setvariable var:text[lost] `{?site.event.lost?}`
+?><?setvariable var:text[noanswer] `{?site.event.noanswer?}`
+?><?setvariable var:text[nameserver] `{?site.event.nameserver?}`
+?><?setvariable var:text[channel] `{?site.event.channel?}`
+?><?setvariable var:text[password] `{?site.event.password?}`
+?><?setvariable var:text[device] `{?site.event.device?}`
+?><?setvariable var:text[away] `{?site.event.away?}`?>

@@ -1,0 +1,2 @@
+-- logout.sql - ends the session.
+delete from session where number = :sid;

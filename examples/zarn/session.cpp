@@ -1,0 +1,103 @@
+/* examples/zarn/session.cpp - sessions, secrets and the origin of requests. */
+#include "session.h"
+#include "store.h"
+
+#include <arpa/inet.h>
+#include <stdlib.h>
+#include <sys/random.h>
+
+using std::string;
+
+static const char findSql[] =
+    "select number, token, flash, origin, is_stale from live_session where secret = :secret";
+static const char visitSql[] =
+    "update session set flash = '', used = unixepoch() where number = :sid";
+static const char nameSql[] =
+    "select 1 from settings where :host in (hostname, hostname || '.lan')"
+    " union all select 1 where instr(' ' || :names || ' ', ' ' || :host || ' ')";
+
+static string header(const char *name)
+{
+    const char *value = getenv(name);
+    return value ? value : "";
+}
+
+bool findSession(sqlite3 *db, const string &secret, bool isVisit, Session &session)
+{
+    Rows rows;
+    session = {};
+    ScriptResult result = runScript(db, findSql, {{"secret", secret}}, false, rows);
+    if (result != SCRIPT_ROWS)
+        return result == SCRIPT_DONE;
+    session.number = rows[0][0];
+    session.token = rows[0][1];
+    session.origin = rows[0][3];
+    bool isStale = rows[0][4] == "1";
+    if (!isVisit || (rows[0][2].empty() && !isStale))
+        return true;
+    session.flash = rows[0][2];
+    return runScript(db, visitSql, {{"sid", session.number}}, false, rows) == SCRIPT_DONE;
+}
+
+string makeSecret()
+{
+    unsigned char random[16];
+    string text;
+    if (getrandom(random, sizeof random, 0) != static_cast<ssize_t>(sizeof random))
+        return text;
+    for (unsigned char byte : random) {
+        text += "0123456789abcdef"[byte >> 4];
+        text += "0123456789abcdef"[byte & 15];
+    }
+    return text;
+}
+
+bool isSameSecret(const string &a, const string &b)
+{
+    int difference = a.size() != b.size();
+    for (size_t i = 0; i < a.size() && i < b.size(); i++)
+        difference |= a[i] ^ b[i];
+    return difference == 0;
+}
+
+string requestOrigin()
+{
+    string origin = header("HTTP_ORIGIN");
+    if (!origin.empty())
+        return origin;
+    string referer = header("HTTP_REFERER");
+    size_t host = referer.find("://");
+    return host == string::npos ? "" : referer.substr(0, referer.find('/', host + 3));
+}
+
+/* Whether host, without its port, is an address or a name of this device. */
+static bool isOwnName(sqlite3 *db, const string &host, const string &names)
+{
+    unsigned char address[sizeof(in6_addr)];
+    bool isBracketed = host.size() > 2 && host.front() == '[' && host.back() == ']';
+    if (isBracketed)
+        return inet_pton(AF_INET6, host.substr(1, host.size() - 2).c_str(), address) == 1;
+    if (host == "localhost" || inet_pton(AF_INET, host.c_str(), address) == 1)
+        return true;
+    Rows rows;
+    return !host.empty() && host.find(' ') == string::npos &&
+           runScript(db, nameSql, {{"host", host}, {"names", names}}, false, rows) == SCRIPT_ROWS;
+}
+
+const char *foreignReason(sqlite3 *db, const string &names, const string &sessionOrigin)
+{
+    string host = header("HTTP_HOST");
+    string site = header("HTTP_SEC_FETCH_SITE");
+    string origin = requestOrigin();
+    size_t port = host.find_last_of(":]");
+    bool hasPort = port != string::npos && host[port] == ':';
+    if (!isOwnName(db, hasPort ? host.substr(0, port) : host, names))
+        return "host";
+    if (!site.empty() && site != "same-origin")
+        return "site";
+    if (origin.empty())
+        return "no origin";
+    if (origin != "http://" + host && origin != "https://" + host)
+        return "origin";
+    return sessionOrigin.empty() || sessionOrigin == origin ? nullptr : "session";
+}

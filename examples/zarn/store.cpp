@@ -1,0 +1,137 @@
+/* examples/zarn/store.cpp - runs the web program's own statements. */
+#include "store.h"
+
+#include <crypt.h>
+#include <stdio.h>
+#include <string.h>
+#include <memory>
+#include <sqlite3.h>
+
+using std::string;
+
+// How long a statement waits for another program that is writing.
+static constexpr int busyMilliseconds = 5000;
+
+// yescrypt, at the library's own cost; its salt comes from the system.
+static constexpr char hashPrefix[] = "$y$";
+
+static const char *argumentText(sqlite3_value *value)
+{
+    return reinterpret_cast<const char *>(sqlite3_value_text(value));
+}
+
+/* Returns the hash of a password under a setting, which an older hash is too, borrowed
+ * from work; null when it cannot be made. */
+static const char *hash(const char *password, const char *setting, crypt_data *work)
+{
+    memset(work, 0, sizeof *work);
+    const char *text = password && setting ? crypt_r(password, setting, work) : nullptr;
+    return text && text[0] != '*' ? text : nullptr;
+}
+
+static void passwordHash(sqlite3_context *context, int, sqlite3_value **arguments)
+{
+    auto work = std::make_unique<crypt_data>();
+    char setting[CRYPT_GENSALT_OUTPUT_SIZE];
+    const char *salted = crypt_gensalt_rn(hashPrefix, 0, nullptr, 0, setting, sizeof setting);
+    const char *text = hash(argumentText(arguments[0]), salted, work.get());
+    if (text)
+        sqlite3_result_text(context, text, -1, SQLITE_TRANSIENT);
+}
+
+static void passwordFits(sqlite3_context *context, int, sqlite3_value **arguments)
+{
+    auto work = std::make_unique<crypt_data>();
+    const char *stored = argumentText(arguments[1]);
+    const char *text = hash(argumentText(arguments[0]), stored, work.get());
+    // Where two hashes differ tells nothing about the password.
+    if (text)
+        sqlite3_result_int(context, strcmp(text, stored) == 0);
+}
+
+sqlite3 *storeOpen(const char *file)
+{
+    sqlite3 *db = nullptr;
+    int status = sqlite3_open_v2(file, &db, SQLITE_OPEN_READWRITE, nullptr);
+    if (status == SQLITE_OK)
+        status = sqlite3_exec(db, "pragma foreign_keys = on", nullptr, nullptr, nullptr);
+    if (status == SQLITE_OK)
+        status = sqlite3_create_function(db, "password_hash", 1, SQLITE_UTF8, nullptr, passwordHash,
+                                         nullptr, nullptr);
+    if (status == SQLITE_OK)
+        status = sqlite3_create_function(db, "password_fits", 2, SQLITE_UTF8, nullptr, passwordFits,
+                                         nullptr, nullptr);
+    if (status == SQLITE_OK) {
+        sqlite3_busy_timeout(db, busyMilliseconds);
+        return db;
+    }
+    fprintf(stderr, "zarn: cannot use the database: %s\n", sqlite3_errmsg(db));
+    storeClose(db);
+    return nullptr;
+}
+
+void storeClose(sqlite3 *db)
+{
+    sqlite3_close(db);
+}
+
+/* Binds each :name to its value; they must outlive the statement. */
+static int bindParameters(sqlite3_stmt *statement, const std::vector<FormField> &parameters)
+{
+    int status = SQLITE_OK;
+    for (int i = 1; i <= sqlite3_bind_parameter_count(statement) && status == SQLITE_OK; i++) {
+        const string *value = findField(parameters, sqlite3_bind_parameter_name(statement, i) + 1);
+        if (value)
+            status = sqlite3_bind_text(statement, i, value->c_str(), -1, SQLITE_STATIC);
+    }
+    return status;
+}
+
+static void addRow(sqlite3_stmt *statement, Rows &rows)
+{
+    std::vector<string> &row = rows.emplace_back();
+    for (int i = 0; i < sqlite3_column_count(statement); i++) {
+        const void *text = sqlite3_column_text(statement, i);
+        row.emplace_back(text ? static_cast<const char *>(text) : "");
+    }
+}
+
+/* Runs the first statement at *rest and moves on behind it. Returns SQLITE_DONE, also
+ * where there is none, or what went wrong. */
+static int runStatement(sqlite3 *db, const char **rest, const std::vector<FormField> &parameters,
+                        Rows &rows)
+{
+    sqlite3_stmt *statement = nullptr;
+    int status = sqlite3_prepare_v2(db, *rest, -1, &statement, rest);
+    if (status == SQLITE_OK && !statement)
+        return SQLITE_DONE;
+    if (status == SQLITE_OK)
+        status = bindParameters(statement, parameters);
+    if (status == SQLITE_OK)
+        while ((status = sqlite3_step(statement)) == SQLITE_ROW)
+            addRow(statement, rows);
+    sqlite3_finalize(statement);
+    return status;
+}
+
+ScriptResult runScript(sqlite3 *db, const string &script, const std::vector<FormField> &parameters,
+                       bool isTrial, Rows &rows)
+{
+    const char *rest = script.c_str();
+    int status = SQLITE_DONE;
+    rows.clear();
+    if (isTrial)
+        sqlite3_commit_hook(
+            db, [](void *) { return 1; }, nullptr);
+    while (status == SQLITE_DONE && rows.empty() && *rest != '\0')
+        status = runStatement(db, &rest, parameters, rows);
+    bool isRefusedCommit = sqlite3_extended_errcode(db) == SQLITE_CONSTRAINT_COMMITHOOK;
+    if (status != SQLITE_DONE && !isRefusedCommit)
+        fprintf(stderr, "zarn: cannot use the database: %s\n", sqlite3_errmsg(db));
+    sqlite3_commit_hook(db, nullptr, nullptr);
+    if (!sqlite3_get_autocommit(db))
+        sqlite3_exec(db, "rollback", nullptr, nullptr, nullptr);
+    if (status != SQLITE_DONE && !isRefusedCommit)
+        return SCRIPT_FAILED;
+    return rows.empty() ? SCRIPT_DONE : SCRIPT_ROWS;
+}

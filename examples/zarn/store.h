@@ -1,0 +1,38 @@
+/* examples/zarn/store.h - the database as the web program itself uses it: sessions, and
+ * what the forms change. The pages have a connection of their own, which only reads. */
+#ifndef ZARN_STORE_H
+#define ZARN_STORE_H
+
+#include <string>
+#include <vector>
+#include "request.h"
+
+struct sqlite3;
+
+using Rows = std::vector<std::vector<std::string>>;
+
+/* Opens the database. Its statements may also call
+ *   password_hash(PASSWORD)        a salted hash of it, for the database
+ *   password_fits(PASSWORD, HASH)  1 when it is the password of that hash, else 0
+ * Both are slow on purpose. Both results are NULL when it cannot be told.
+ *
+ * Returns null after a line on standard error; else the caller's, for storeClose. */
+sqlite3 *storeOpen(const char *file);
+
+/* Accepts null. */
+void storeClose(sqlite3 *db);
+
+enum ScriptResult { SCRIPT_DONE, SCRIPT_ROWS, SCRIPT_FAILED };
+
+/* Runs statements one after the other, until one of them has rows: the script's answer,
+ * and for the script of a form, what is wrong with the form.
+ * parameters: :name is the value of the last of that name, NULL without one.
+ * isTrial: the script ends at its first commit, which commits nothing.
+ * rows: out, what there is of an answer.
+ *
+ * Returns SCRIPT_DONE when nothing had rows. A transaction that is open at the end, and
+ * after a failure, is rolled back. Failures are told on standard error. */
+ScriptResult runScript(sqlite3 *db, const std::string &script,
+                       const std::vector<FormField> &parameters, bool isTrial, Rows &rows);
+
+#endif

@@ -1,0 +1,54 @@
+"""tests/web/chromium.py - headless Chromium on the demo site that tools/serve.sh runs. Speaks
+WebDriver to chromedriver, which speaks to the browser."""
+import json, re, subprocess, tempfile, urllib.request
+from visitor import SITE
+
+FLAGS = """--headless --no-sandbox --disable-gpu --disable-quic --no-first-run --lang=en
+--disable-background-networking --disable-component-update --disable-sync""".split()
+session = ""
+
+
+def send(path, method="POST", **body):
+    text = json.dumps(body).encode() if method == "POST" else None
+    request = urllib.request.Request(session + path, text, method=method)
+    with urllib.request.urlopen(request, timeout=60) as answer:
+        return json.load(answer)["value"]
+
+
+def run(script, *args, kind="sync"):
+    return send("/execute/" + kind, script=script, args=args)
+
+
+def show(path):
+    send("/url", url=SITE + path)
+
+
+def press(keys):
+    send("/actions", actions=[{"type": "key", "id": "keys", "actions": [
+        {"type": kind, "value": key} for key in keys for kind in ("keyDown", "keyUp")]}])
+
+
+def device(name, **parameters):
+    send("/goog/cdp/execute", cmd="Emulation." + name, params=parameters)
+
+
+def resize(width, height):
+    device("setDeviceMetricsOverride", width=width, height=height, deviceScaleFactor=1,
+           mobile=width < 500)
+
+
+def with_browser(action):
+    """Runs the action with a browser that has never been used before."""
+    global session
+    with tempfile.TemporaryDirectory() as profile, subprocess.Popen(
+            ["chromedriver", "--port=0"], stdout=subprocess.PIPE, text=True) as driver:
+        try:
+            ports = (re.search(r"successfully on port (\d+)", line) for line in driver.stdout)
+            session = f"http://127.0.0.1:{next(port for port in ports if port)[1]}/session"
+            options = {"args": FLAGS + [f"--user-data-dir={profile}"]}
+            session += "/" + send("", capabilities={"alwaysMatch": {
+                "goog:chromeOptions": options, "goog:loggingPrefs": {"browser": "ALL"}}})["sessionId"]
+            action()
+            send("", "DELETE")
+        finally:
+            driver.terminate()

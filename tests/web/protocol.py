@@ -1,0 +1,406 @@
+#!/usr/bin/python3
+"""tests/web/protocol.py ZARN - the web program's side of HTTP: asks the site that
+tools/serve.sh runs, and for what a web server would not let pass, ZARN itself."""
+import concurrent.futures, json, os, re, shutil, ssl, subprocess, sys, tempfile, time
+from visitor import *
+
+ZARN = sys.argv[1]
+SETTINGS = """select hostname, nameserver, first_host, last_host, network, ssid, channel, security,
+passphrase, dhcp, hidden, guests from settings"""
+
+
+def log_since(position):
+    with open(LOG, encoding="utf-8") as log:
+        log.seek(position)
+        return log.read()
+
+
+def check_requests(visitor):
+    """Status and what the page has: refusals in the site's look, then its language."""
+    form = {"Content-Type": "application/x-www-form-urlencoded"}
+    rows = [
+        (200, "<h1>Devices", "devices.htm?find=%3Cb%3E&sort=ip&page=99999999999999999999"),
+        (200, "<h1>Overview", "overview.htm?&&a&b=&a=1"),
+        (200, "phone, Jörg", "devices.htm?find=%20jORG"),
+        (200, "phone, Jörg", "devices.htm?find=J%C3%96R"),
+        (200, "file server", "devices.htm?find=5e:10:00:06"),
+        (404, "no such page", "header.frm"),
+        (404, "no such page", "login.sql"),
+        (404, '"../style.css"', "a/b.htm"),
+        (404, "no such page", "%2e%2e/%2e%2e/zarn/zarn.cpp"),
+        (405, "in that way", "overview.htm", "POST", "a=b", form),
+        (405, "in that way", "settings.htm", "DELETE"),
+        (400, "damaged", "overview.htm?page%5Bid%5D=x"),
+        (400, "damaged", "settings.htm", "POST", "a=%00", form),
+        (400, "damaged", "settings.htm", "POST", "a=%C0%AF", form),
+        (400, "damaged", "backup.htm", "POST", "--b\r\n",
+         {"Content-Type": "multipart/form-data; boundary=b"}),
+        (413, "too large", "overview.htm?" + "a=1&" * 65),
+        (413, "too large", "settings.htm", "POST", "a" * 20000, form),
+        (415, "bring a form", "settings.htm", "POST", "{}", {"Content-Type": "text/json"}),
+    ]
+    for status, text, path, *request in rows:
+        answer = visitor.ask(path, *request)
+        check(path, (status, True, "text/html; charset=utf-8"),
+              (answer.status, text in answer.text, answer.headers["Content-Type"]))
+    check("allowed", "GET, HEAD, POST", visitor.ask("settings.htm", "DELETE").headers["Allow"])
+    for parameter, cookie, header, language in [
+            ("?lang=de", "en", "en", "de"), ("?lang=xx", "en", "de", "en"),
+            ("?lang=../", "de", "en", "de"), ("", "xx", "fr,en;q=0.5,de;q=0.4", "en"),
+            ("", "xx", "de;q=0", "en"), ("", "xx", "en;q=0,*,DE-at;q=0.001", "de")]:
+        answer = Visitor().ask("login.htm" + parameter, "GET", None,
+                               {"Cookie": "zarnlang=" + cookie, "Accept-Language": header})
+        check((parameter, cookie, header), True, f'<html lang="{language}"' in answer.text)
+    # A page is kept by no cache, and runs no foreign script; HEAD tells the same.
+    for method in ("GET", "HEAD"):
+        headers = visitor.ask("devices.htm", method).headers
+        check(method, ["no-store", "nosniff", "default-src 'none'"],
+              [headers["Cache-Control"], headers["X-Content-Type-Options"],
+               headers["Content-Security-Policy"].split(";")[0]])
+
+
+def check_attacks(visitor):
+    """Forms that must change nothing: what is sent besides or instead of the usual, the
+    status, and the reason, by the error log or on the page."""
+    port = int(ORIGIN.rsplit(":", 1)[1])
+    rebound = f"evil.example:{port}"
+    other = signed_in()
+    token = visitor.token()
+    elsewhere, foreign = "is refused: ", "did not come from a page of this router"
+    rows = [
+        ("no origin", {"Origin": None}, {}, 403, elsewhere + "no origin"),
+        ("another port", {"Origin": f"http://127.0.0.1:{port + 1}"}, {}, 403, elsewhere + "origin"),
+        ("another port by referrer", {"Origin": None, "Referer": f"http://127.0.0.1:{port + 1}/x"},
+         {}, 403, elsewhere + "origin"),
+        ("a page that hides", {"Origin": "null"}, {}, 403, elsewhere + "origin"),
+        ("another site", {"Origin": "http://evil.example"}, {}, 403, foreign),
+        ("the host in another's name", {"Origin": ORIGIN + ".evil.example"}, {}, 403, foreign),
+        ("another scheme", {"Origin": ORIGIN.replace("http:", "https:")}, {}, 403,
+         elsewhere + "session"),
+        ("a rebound name", {"Host": rebound, "Origin": "http://" + rebound}, {}, 403,
+         elsewhere + "host"),
+        ("the browser knows", {"Sec-Fetch-Site": "same-site"}, {}, 403, elsewhere + "site"),
+        ("no token", {}, {"token": ""}, 403, "too old"),
+        ("an invented token", {}, {"token": "0" * 32}, 403, "too old"),
+        ("the cookie as token", {}, {"token": visitor.cookies["zarnsession"]}, 403, "too old"),
+        ("another's token", {}, {"token": other.token()}, 403, "too old"),
+        ("no session", {"Cookie": ""}, {}, 403, "<h1>Sign in"),
+        ("an invented session", {"Cookie": "zarnsession=" + "0" * 32}, {}, 403, "<h1>Sign in"),
+        ("SQL for a session", {"Cookie": "zarnsession=' or 1 --"}, {}, 403, "<h1>Sign in"),
+        ("SQL for a value", {}, {"network": "1 or 1"}, 422, "choose from the list"),
+    ]
+    before = sql(SETTINGS), sql("select count(*) from event")
+    for what, headers, fields, status, reason in rows:
+        position = os.path.getsize(LOG)
+        answer = visitor.post("settings.htm", {"token": token, "version": 1, **FORM,
+                                               "hostname": "evil", **fields}, headers)
+        check(what, (status, True), (answer.status, reason in answer.text + log_since(position)))
+    link = visitor.ask(f"settings.htm?typed=1&reveal=1&token=zzz&hostname=evil&flash=evil&sid=1")
+    check("a link fills nothing", [], re.findall("evil|zzz|birch-heron-7-lantern", link.text))
+    check("a link signs nobody out", 200, visitor.ask("logout.htm?logout=1").status)
+    check("nothing has changed", before, (sql(SETTINGS), sql("select count(*) from event")))
+    stranger = Visitor()
+    for page in ("", "overview.htm", "settings.json", "events.csv", "logout.htm", "reboot.htm"):
+        answer = stranger.ask(page)
+        check("a stranger's " + page, (403, "Sign in", []),
+              (answer.status, answer.heading, re.findall("FJ4|fjord|192.168", answer.text)))
+
+
+def check_login():
+    first = Visitor()
+    check("first visit", (403, True),
+          (lambda a: (a.status, "choose a password" in a.text))(first.ask("devices.htm")))
+    check("short", (422, ["password"]),
+          (lambda a: (a.status, a.marked()))(first.login("1234567")))
+    check("repeat differs", ["repeat"], first.login(repeat="other").marked())
+    answer = first.login(back="devices.htm", method="get", net="2", find="a&b ü")
+    check("password set", (303, "devices.htm?net=2&find=a%26b%20%C3%BC"),
+          (answer.status, answer.headers["Location"]))
+    check("cookie", True, bool(re.fullmatch(
+        "zarnsession=[0-9a-f]{32}; Path=/; HttpOnly; SameSite=Strict",
+        answer.headers["Set-Cookie"])))
+    check("hash", True, sql("select password from account")[0][0].startswith("$y$"))
+    for back in ("//evil.example/", "http://evil.example/a.htm", "../x.htm", "header.frm"):
+        check("back " + back, "overview.htm", Visitor().login(back=back).headers["Location"])
+
+    # Wrong passwords make the next try wait, whatever it is; the owner comes in after that.
+    guesser = Visitor()
+    count = sql("select count(*) from event")[0][0]
+    says = [guesser.login("guess").marked() for _ in range(3)]
+    check("wrong password", [["password"]] * 3, says)
+    check("even the right one", (422, True),
+          (lambda a: (a.status, "Please wait" in a.text))(guesser.login()))
+    delays = []
+    for _ in range(12):
+        sql("update login_try set next = unixepoch()")
+        guesser.login("guess")
+        delays += sql("select next - unixepoch() from login_try")[0]
+    check("delays", [4, 8, 16, 32] + [60] * 8, [delay + delay % 2 for delay in delays])
+    check("guesses are one event", [(count + 1,), (15,)],
+          sql("select count(*) from event union all select count from event where code = 'login'"))
+    sql("update login_try set next = unixepoch()")
+    with concurrent.futures.ThreadPoolExecutor(8) as pool:
+        statuses = sorted(pool.map(lambda _: Visitor().login("guess").text.count("Please wait"),
+                                   range(8)))
+    check("many guesses at once are one", [0] + [1] * 7, statuses)
+    sql("update login_try set next = unixepoch()")
+    owner = guesser
+    check("the owner", 303, owner.login().status)
+    check("forgotten", [], sql("select * from login_try"))
+
+    # What ends a session.
+    for column, age in (("used", 901), ("started", 43201)):
+        visitor = signed_in()
+        number = sql("select max(number) from session")[0][0]
+        sql(f"update session set {column} = unixepoch() - {age - 5} where number = ?", number)
+        check(column + " before the end", 200, visitor.ask("overview.htm").status)
+        sql(f"update session set {column} = unixepoch() - {age} where number = ?", number)
+        check(column + " at the end", 403, visitor.ask("overview.htm").status)
+    visitor = signed_in()
+    sql("update session set used = unixepoch() - 800")
+    visitor.ask("overview.htm", "GET", None, {"Sec-Fetch-Mode": "cors"})
+    check("a script keeps no session", True, sql("select max(unixepoch() - used) from session")[0][0] > 700)
+    other = signed_in()
+    visitor.ask("overview.htm")
+    old = dict(visitor.cookies)
+    for fields, marked in ((("wrong", "new-password", "new-password"), ["old"]),
+                           ((PASSWORD, "short", "short"), ["password"]),
+                           ((PASSWORD, "new-password", "x"), ["repeat"])):
+        answer = visitor.post("password.htm", dict(zip(("old", "password", "repeat"), fields),
+                                                   token=visitor.token()))
+        check(("password", fields), (422, marked), (answer.status, answer.marked()))
+    change = {"old": PASSWORD, "password": "new-password", "repeat": "new-password"}
+    answer = visitor.post("password.htm", {**change, "token": visitor.token()})
+    check("password changed", (303, True),
+          (answer.status, "has been changed" in visitor.ask("password.htm").text))
+    check("others are out", [403, 403], [other.ask("overview.htm").status,
+                                         Visitor().ask("overview.htm", "GET", None, {
+                                             "Cookie": "zarnsession=" + old["zarnsession"]}).status])
+    check("old password", 422, Visitor().login().status)
+    answer = visitor.post("logout.htm", {"token": visitor.token()})
+    check("signed out", (303, 403), (answer.status, visitor.ask("overview.htm").status))
+    visitor.login("new-password")
+    visitor.post("password.htm", {"old": "new-password", "password": PASSWORD, "repeat": PASSWORD,
+                                  "token": visitor.token()})
+    return visitor
+
+
+def check_settings(visitor):
+    wrong = [("hostname", "Fjord"), ("hostname", "-a"), ("hostname", "a" * 33), ("first", "0x1"),
+             ("first", ""), ("last", "255"), ("last", "8"), ("network", "7"), ("channel", "2"),
+             ("security", ""), ("ssid", "\n"), ("ssid", "ä" * 17), ("ssid", ""),
+             ("nameserver", "1.2.3"), ("nameserver", "1.2.3.256"), ("nameserver", "1.2.3.04"),
+             ("passphrase", "1234567"), ("passphrase", "passwörter")]
+    before = sql(SETTINGS)
+    for field, value in wrong:
+        answer = visitor.save(**{field: value})
+        check((field, value), (422, [field], value, True),
+              (answer.status, answer.marked(), value if field in ("network", "channel", "security")
+               else answer.value(field), "<title>This did not work" in answer.text))
+    check("nothing was stored", before, sql(SETTINGS))
+    events = sql("select count(*) from event")[0][0]
+    answer = visitor.save(guests="1", nameserver=" 192.0.2.1 ", passphrase="with blanks ~")
+    check("saved", (303, "settings.htm"), (answer.status, answer.headers["Location"]))
+    check("stored", [("new", "192.0.2.1", 9, 99, 1, "\"a'<b>", 36, "wpa3", "with blanks ~", 0, 0, 1)],
+          sql(SETTINGS))
+    page = visitor.ask("settings.htm")
+    check("told once", [1, 0], [page.text.count("have been saved"),
+                                visitor.ask("settings.htm?saved=1").text.count("have been saved")])
+    check("the passphrase is hidden", False, "with blanks" in page.text)
+    for _ in range(5):
+        visitor.save(guests="1", passphrase="with blanks ~")  # no change
+        visitor.save(passphrase="with blanks ~")
+        visitor.save(guests="1", passphrase="with blanks ~")
+    check("changes are counted", [(events + 1,), (11,)],
+          sql("select count(*) from event union all select count from event where code = 'changed'"))
+    check("shown elsewhere", True, "&quot;a'&lt;b&gt;" in visitor.ask("overview.htm").text)
+
+    # What was typed comes back: asked to show the passphrase, in another language, when
+    # another tab was faster, when the session is another or has ended.
+    typed = {**FORM, "ssid": "typed & kept", "hidden": "1",
+             "version": sql("select version from settings")[0][0]}
+    token = visitor.token()
+    for what, fields, status, text in (
+            ("passphrase", {"reveal": "1"}, 200, 'value="with blanks ~"'),
+            ("language", {"lang": "de"}, 200, "Einstellungen"),
+            ("language of an error", {"lang": "de", "first": "x"}, 422, "Die Nummer muss"),
+            ("version", {"version": "1"}, 422, "changed from elsewhere"),
+            ("token", {"token": "0" * 32}, 403, "too old")):
+        visitor.cookies["zarnlang"] = "en"
+        answer = visitor.post("settings.htm", {"token": token, **typed, **fields})
+        check(what, (status, True, "typed & kept", True), (
+            answer.status, text in answer.text, answer.value("ssid"),
+            bool(re.search('name="hidden"[^>]* checked', answer.text))))
+    visitor.cookies["zarnlang"] = "en"
+    sql("delete from session")
+    answer = visitor.post("settings.htm", {"token": token, **typed, "ssid": 'a"\'<&\r\nb'})
+    check("asked to sign in", (403, "Sign in"), (answer.status, answer.heading))
+    answer = visitor.post("login.htm", {**answer.hidden(), "password": "wrong"})
+    check("wrong password", (422, ["password"]), (answer.status, answer.marked()))
+    answer = visitor.post("login.htm", {**answer.hidden(), "password": PASSWORD})
+    check("typed values after that", (200, 'a"\'<&\r\nb', True),
+          (answer.status, answer.value("ssid"), "Nothing has been saved yet" in answer.text))
+    answer = visitor.post("settings.htm", {"token": answer.value("token"), **typed,
+                                           "version": sql("select version from settings")[0][0]})
+    check("and saved at last", 303, answer.status)
+
+    # Backup and restore, all or nothing.
+    backup = visitor.ask("settings.json")
+    check("backup", ("typed & kept", 'attachment; filename="settings.json"'),
+          (json.loads(backup.text)["ssid"], backup.headers["Content-Disposition"]))
+    good = json.loads(backup.text)
+
+    def restore(text):
+        parts = {"token": visitor.token(), "file": text}
+        body = "".join(f'--b\r\nContent-Disposition: form-data; name="{name}"; filename="x"\r\n'
+                       f'\r\n{value}\r\n' for name, value in parts.items()) + "--b--\r\n"
+        return visitor.ask("backup.htm", "POST", body.encode(),
+                           {"Content-Type": "multipart/form-data; boundary=b"})
+    before = sql(SETTINGS)
+    for text in ("", "{", "[]", '"x"', '{"kind": "Fjord R4"}', json.dumps({**good, "channel": 2}),
+                 json.dumps({**good, "hostname": "x", "guests": 2}),
+                 json.dumps({**good, "hostname": "x", "ssid": ["a"], "hidden": None})):
+        answer = restore(text)
+        check("restore " + text, (422, ["file"]), (answer.status, answer.marked()))
+    check("nothing is restored", before, sql(SETTINGS))
+    check("restored", (303, [("attic", "~" * 63)]),
+          (restore(json.dumps({**good, "hostname": "attic", "passphrase": "~" * 63})).status,
+           sql("select hostname, passphrase from settings")))
+    table = visitor.ask("events.csv?level=info&source=devices").text.splitlines()
+    check("events to keep", (4, '"Information","Devices","New device","<b>""&\' (Guests)","1"'),
+          (len(table), table[1].split(",", 1)[1]))
+    visitor.post("reboot.htm", {"token": visitor.token()})
+    page = visitor.ask("reboot.htm").text
+    check("restart", (True, True), ("goes on by itself" in page, 'http-equiv="refresh"' in page))
+    sql("update status set started = unixepoch()")
+    check("restarted", True, "0 days, 0 hours, 0 minutes" in visitor.ask("overview.htm").text)
+
+
+def run_zarn(body=b"", **more):
+    """The program's answer to what lighttpd would have refused or mended."""
+    site = os.path.join(os.path.dirname(__file__), "../../examples/site")
+    env = {"ZARN_DOCROOT": site, "ZARN_DB": DB, "REQUEST_METHOD": "GET",
+           "PATH_INFO": "/login.htm", "HTTP_HOST": "localhost", "HTTP_ORIGIN": "http://localhost",
+           "CONTENT_LENGTH": str(len(body)), "CONTENT_TYPE": "application/x-www-form-urlencoded"}
+    return subprocess.Popen([ZARN], env={**env, **more}, stdin=subprocess.PIPE,
+                            stdout=subprocess.PIPE, stderr=subprocess.DEVNULL)
+
+
+def check_direct(work, secret):
+    os.mkdir(work + "/root")
+    with open(work + "/out.htm", "w", encoding="utf-8") as file:
+        file.write("secret")
+    os.symlink("../out.htm", work + "/root/link.htm")
+    root = {"ZARN_DOCROOT": work + "/root"}
+    post = {"REQUEST_METHOD": "POST"}
+    rows = [(404, b"", {"PATH_INFO": path})
+            for path in ("/../site/login.htm", "/./login.htm", "/login.htm/", "/..", "//login.htm")]
+    rows += [
+        (500, b"", {**root, "PATH_INFO": "/link.htm"}),  # there is no error page in that root
+        (400, b"a=b", {**post, "CONTENT_LENGTH": "9"}),
+        (400, b"a=b", {**post, "CONTENT_LENGTH": "-1"}),
+        (413, b"", {**post, "CONTENT_LENGTH": "9" * 20}),
+        (422, b"a=b&[", {**post, "CONTENT_LENGTH": "3"}),
+        (403, b"a=b", {**post, "HTTP_HOST": ""}),
+        (403, b"a=b", {**post, "HTTP_HOST": "a b", "HTTP_ORIGIN": "http://a b"}),
+        (403, b"a=b", {**post, "HTTP_HOST": "[::1]x", "HTTP_ORIGIN": "http://[::1]x"}),
+        (422, b"a=b", {**post, "HTTP_HOST": "[::1]:80", "HTTP_ORIGIN": "http://[::1]:80"}),
+        (422, b"a=b", {**post, "HTTP_HOST": "safe.lan", "HTTP_ORIGIN": "http://safe.lan"}),
+        (422, b"a=b", {**post, "HTTP_HOST": "r4", "HTTP_ORIGIN": "http://r4", "ZARN_NAMES": "x r4"}),
+        (400, b"", {"QUERY_STRING": "a=%zz"}),
+        (405, b"", {"REQUEST_METHOD": "GET X"}),
+        (500, b"", {"ZARN_DB": "/nothere"}),
+        (200, b"", {"QUERY_STRING": "lang=de%0D%0AX-Evil:1", "HTTP_COOKIE": "zarnlang=a\r\nX-Evil:1"}),
+    ]
+    for status, body, more in rows:
+        sql("delete from login_try")
+        answer = run_zarn(body, **more).communicate(body)[0].decode()
+        check(more, (status, False), (int(answer[8:11]), "\r\nX-Evil" in answer))
+
+    # A save that is killed leaves the old row or the new one, and the next request shows it
+    # whole: 100 kills, from the start of the program to the end of a save that is let be.
+    cookie = {"HTTP_COOKIE": "zarnsession=" + secret, "PATH_INFO": "/settings.htm",
+              "HTTP_ORIGIN": ORIGIN, "HTTP_HOST": ORIGIN[7:]}
+    def fetch():
+        return run_zarn(**cookie).communicate()[0].decode()
+    page = fetch()
+    field = lambda name: re.search(f'name="{name}".* value="([^"]*)"', page)[1]
+    token, whole, killed, saves = field("token"), None, 0, 0
+    for i in range(400):
+        if killed == 100:
+            break
+        last = field("hostname")
+        body = urllib.parse.urlencode({**FORM, "hostname": f"k{i}", "token": token,
+                                       "version": field("version")}).encode()
+        start = time.monotonic()
+        save = run_zarn(body, **cookie, REQUEST_METHOD="POST")
+        save.stdin.write(body)
+        save.stdin.close()
+        if whole is not None:
+            time.sleep(max(0, start + killed * whole / 100 - time.monotonic()))
+            save.kill()
+        killed += save.wait() != 0
+        save.stdout.close()
+        whole = time.monotonic() - start if whole is None else whole if save.returncode else whole * 0.9
+        page = fetch()
+        check(f"after kill {i}", (True, True), (field("hostname") in (last, f"k{i}"), "</html>" in page))
+        saves += field("hostname") == f"k{i}"
+    check("kills, and saves before them", (100, True), (killed, saves > 0))
+
+
+def check_proxy(work):
+    """HTTPS in front: the cookie is for HTTPS alone, and an address of HTTP is another's."""
+    port = int(ORIGIN.rsplit(":", 1)[1]) + 1
+    subprocess.run(["openssl", "req", "-x509", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:P-256",
+                    "-nodes", "-subj", "/CN=127.0.0.1", "-addext", "subjectAltName=IP:127.0.0.1",
+                    "-keyout", work + "/key", "-out", work + "/cert"], check=True,
+                   stderr=subprocess.DEVNULL)
+    with open(work + "/proxy.conf", "w", encoding="utf-8") as file:
+        file.write(f'''server.modules = ("mod_openssl", "mod_proxy")
+server.bind = "127.0.0.1"
+server.port = {port}
+server.document-root = "{work}"
+ssl.engine = "enable"
+ssl.pemfile = "{work}/cert"
+ssl.privkey = "{work}/key"
+proxy.server = ("" => (("host" => "127.0.0.1", "port" => {port - 1})))
+''')
+    program = shutil.which("lighttpd", path=os.environ["PATH"] + ":/usr/sbin")
+    with open(work + "/log", "w") as log, subprocess.Popen(
+            [program, "-D", "-f", work + "/proxy.conf"], stderr=log) as proxy:
+        try:
+            visitor = Visitor(f"https://127.0.0.1:{port}", ssl.create_default_context(cafile=work + "/cert"))
+            for _ in range(100):
+                try:
+                    visitor.ask("login.htm")
+                    break
+                except ConnectionRefusedError:
+                    time.sleep(0.05)
+            answer = visitor.login()
+            check("HTTPS", (303, True), (answer.status, answer.headers["Set-Cookie"].endswith("; Secure")))
+            check("saved by HTTPS", 303, visitor.save(hostname="safe").status)
+            visitor.headers["Origin"] = visitor.origin.replace("https", "http")
+            check("HTTP's page is another's", 403, visitor.save(hostname="evil").status)
+        finally:
+            proxy.terminate()
+
+
+def check_load(visitor):
+    def fetch(page):
+        return visitor.ask(page + ".htm").text.endswith("</html>\n\n")
+    pages = ["overview", "devices", "traffic", "events", "settings"] * 40
+    with concurrent.futures.ThreadPoolExecutor(8) as pool:
+        check("many at a time", 200, sum(pool.map(fetch, pages)))
+
+
+with tempfile.TemporaryDirectory() as folder:
+    owner = check_login()
+    check_requests(owner)
+    check_attacks(owner)
+    check_settings(owner)
+    check_proxy(folder)
+    check_load(owner)
+    check_direct(folder, signed_in().cookies["zarnsession"])
+with open(LOG, encoding="utf-8") as log:
+    check("the log has no form", [], re.findall(f"{PASSWORD}|typed & kept|zarnsession", log.read()))
+sys.exit(bool(failed))

@@ -1,0 +1,89 @@
+"""tests/web/visitor.py - a visitor of the demo site that tools/serve.sh runs, without a browser:
+cookies, forms and the headers that browsers add. Used by the tests of this folder."""
+import html, http.client, os, re, sqlite3, sys, urllib.parse
+
+SITE, DB, LOG = (os.environ.get(name, "") for name in ("SITE_URL", "SITE_DB", "SITE_LOG"))
+ORIGIN = SITE.rstrip("/")
+PASSWORD = "birch-heron-7"
+FORM = {"hostname": "new", "nameserver": "192.0.2.1", "first": "9", "last": "99", "network": "1",
+        "ssid": "\"a'<b>", "channel": "36", "security": "wpa3", "passphrase": ""}
+failed = []
+
+
+def check(what, expected, got):
+    if expected != got:
+        failed.append(what)
+        print(f"{what}\n  expected: {expected!r}\n  got:      {got!r}", file=sys.stderr)
+
+
+def sql(query, *values):
+    with sqlite3.connect(DB, timeout=9) as db:
+        return db.execute(query, values).fetchall()
+
+
+class Answer:
+    def __init__(self, response):
+        self.status, self.headers = response.status, response.headers
+        self.text = response.read().decode()
+        title = re.search("<h1>(.*?)</h1>", self.text)
+        self.heading = title[1] if title else ""
+
+    def value(self, name):
+        """What the field of that name holds; None without one."""
+        field = re.search(rf'<input[^>]* name="{name}"[^>]*>', self.text)
+        return field and html.unescape(re.search(' value="([^"]*)"', field[0])[1])
+
+    def hidden(self):
+        """The hidden fields of the page's main form."""
+        form = self.text[self.text.index("<main"):]
+        return {html.unescape(name): html.unescape(value) for name, value in
+                re.findall('<input type="hidden" name="([^"]*)" value="([^"]*)">', form)}
+
+    def marked(self):
+        return re.findall('name="([a-z]+)"[^>]* aria-invalid="true"', self.text)
+
+
+class Visitor:
+    def __init__(self, origin=ORIGIN, context=None):
+        self.origin, self.context, self.cookies = origin, context, {}
+        self.headers = {"Origin": origin}
+
+    def ask(self, path, method="GET", body=None, headers=()):
+        """headers: instead of or besides the usual ones; None leaves one out."""
+        target = urllib.parse.urlsplit(self.origin)
+        if self.context:
+            link = http.client.HTTPSConnection(target.netloc, timeout=20, context=self.context)
+        else:
+            link = http.client.HTTPConnection(target.netloc, timeout=20)
+        sent = {} if method in ("GET", "HEAD") else dict(self.headers)
+        sent["Cookie"] = "; ".join(f"{name}={value}" for name, value in self.cookies.items())
+        sent.update(headers)
+        link.request(method, "/" + path, body, {k: v for k, v in sent.items() if v is not None})
+        answer = Answer(link.getresponse())
+        for cookie in answer.headers.get_all("Set-Cookie", ()):
+            name, value = cookie.split(";")[0].split("=", 1)
+            self.cookies[name] = value
+        link.close()
+        return answer
+
+    def post(self, path, fields, headers=()):
+        kind = {"Content-Type": "application/x-www-form-urlencoded"}
+        return self.ask(path, "POST", urllib.parse.urlencode(fields), {**kind, **dict(headers)})
+
+    def token(self):
+        return self.ask("logout.htm").value("token")
+
+    def login(self, password=PASSWORD, **more):
+        return self.post("login.htm", {"password": password, "repeat": password, **more})
+
+    def save(self, **fields):
+        """Saves the settings, on the version that is stored, with what differs from FORM."""
+        version = sql("select version from settings")[0][0]
+        return self.post("settings.htm", {"token": self.token(), "version": version,
+                                          **FORM, **fields})
+
+
+def signed_in():
+    visitor = Visitor()
+    check("signed in", 303, visitor.login().status)
+    return visitor
