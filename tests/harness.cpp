@@ -10,6 +10,7 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <regex>
@@ -195,6 +196,22 @@ std::string repeated(const std::string &text, size_t times)
     for (size_t i = 0; i < times; ++i)
         result += text;
     return result;
+}
+
+std::string difference(const std::string &expected, const std::string &got)
+{
+    if (expected == got)
+        return "";
+    const auto same = std::mismatch(expected.begin(), expected.end(), got.begin(), got.end());
+    const size_t at = static_cast<size_t>(same.first - expected.begin());
+    const size_t line = expected.rfind('\n', at - (at > 0)) + 1;
+    const size_t from = at - std::min<size_t>(at - std::min(line, at), 40);
+    const auto cut = [&](const std::string &text) {
+        const size_t end = std::min({text.find('\n', at), text.size() - 1, at + 60});
+        return testing::PrintToString(text.substr(from, end + 1 - from));
+    };
+    return "differs at byte " + std::to_string(at) + ", expected " + cut(expected) + ", got " +
+           cut(got);
 }
 
 int main(int argc, char **argv)

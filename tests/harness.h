@@ -79,6 +79,10 @@ struct Writes {
 };
 extern Writes writes;
 
+/* Where two texts differ, and the line of each from there on, cut; empty when they
+ * are the same. To be compared with "", so that a failure shows no more. */
+std::string difference(const std::string &expected, const std::string &got);
+
 /* What the library writes to its log, once SetLog has been given logTarget(). */
 int logTarget();
 std::string takeLog();

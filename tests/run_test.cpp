@@ -24,77 +24,6 @@
 
 namespace
 {
-struct IncludeRow {
-    const char *name;
-    Texts files;
-    std::string page;
-    std::string log;
-};
-
-const IncludeRow includeRows[] = {
-    {"in its place", {{"t.htm", "a<?include b.htm?>c"}, {"b.htm", "B"}}, "aBc", ""},
-    {"byte order marks",
-     {{"t.htm", "\xEF\xBB\xBF<?include b.htm?>"}, {"b.htm", "\xEF\xBB\xBFx"}},
-     "\xEF\xBB\xBFx",
-     ""},
-    {"an empty file",
-     {{"t.htm", "a<?include b.htm?>c"}, {"b.htm", ""}},
-     "ac",
-     "ERROR: mmap() on file b.htm failed with error 'Invalid argument' => No parsing...\n"},
-    {"lines go on behind it",
-     {{"t.htm", "\n<?include b.htm?>\n<?foo\n?>x"}, {"b.htm", "\n\n<?foo"}},
-     "\n\n\n<?foo\n<?foo\n?>x",
-     "b.htm, line 3: Syntax error: Unknown Cmd\nt.htm, line 3: Syntax error: Unknown Cmd\n"},
-    {"ends inside an argument",
-     {{"t.htm", "<?include b.htm?>c"}, {"b.htm", "<?echo 'x"}},
-     "xc",
-     "b.htm: Syntax error: File ends inside cmd\n"},
-    {"ends in a recovery",
-     {{"t.htm", "<?include b.htm?>c"}, {"b.htm", "<?if eq a b c d e"}},
-     "c",
-     "b.htm: Syntax error: File ends inside cmd\n"
-     "t.htm, line 1: Syntax error: Too few arguments in <? if eq\n"},
-    {"three times",
-     {{"t.htm", "<?repeat [ 1 3 ] '$0<?include b.htm?>;'?>."}, {"b.htm", "<?echo $var:v?>B"}},
-     "1B;2B;3B;.",
-     ""},
-    {"two in a body, and one fails",
-     {{"t.htm", "<?echo 'X<?include a.htm?>Y<?include none?>Z<?include b.htm?>!'?>"},
-      {"a.htm", "a"},
-      {"b.htm", "b"}},
-     "XaYZb!",
-     ""},
-    {"only in the second iteration, effects happen twice",
-     {{"t.htm", "<?repeat [ 1 3 ] '<?setvariable var:s $var:s$0?>$0"
-                "<?if eq $0 2 '<?include b.htm?>'?>'?><?echo $var:s?>"},
-      {"b.htm", "B"}},
-     "12B312123",
-     ""},
-    {"in bodies of included bodies",
-     {{"t.htm", "<?repeat [ 1 2 ] '$0(<?include a.htm?>)'?>"},
-      {"a.htm", "<?repeat [ 1 2 ] '$0[<?include b.htm?>]'?>"},
-      {"b.htm", "b"}},
-     "1(1[b]2[b])2(1[b]2[b])",
-     ""},
-    {"never reached again",
-     {{"t.htm", "<?if eq $var:go '' '<?setvariable var:go no?>a<?include b.htm?>c' d?>e"},
-      {"b.htm", "B"}},
-     "aBe",
-     ""},
-    {"queries are asked again",
-     {{"t.htm", "<?multiquery two '$1<?include b.htm?>'?>"}, {"b.htm", "-"}},
-     "x-y-",
-     ""},
-    {"base64 is not written again",
-     {{"t.htm", "<?echo '<?base64 b.htm?><?include b.htm?>'?>"}, {"b.htm", "abc"}},
-     "YWJjabc",
-     ""},
-    {"in a leading argument",
-     {{"t.htm", "<?if eq <?include b.htm?> '' yes?>."}, {"b.htm", "B"}},
-     "yesB.",
-     ""},
-};
-
 Host withFiles(const Texts &files)
 {
     Host host;
@@ -115,21 +44,6 @@ Texts chain(size_t length)
     return files;
 }
 } // namespace
-
-TEST(Include, ComesInItsPlace)
-{
-    for (const int32_t bytes : {0, 4096}) {
-        gatheredBytes = bytes;
-        for (const IncludeRow &row : includeRows) {
-            Host host = withFiles(row.files);
-            const Outcome got = render(host);
-            EXPECT_EQ(got.page, row.page) << row.name;
-            EXPECT_EQ(got.log, row.log) << row.name;
-            EXPECT_EQ(got.result, ORV_RUN_DONE) << row.name;
-        }
-    }
-    gatheredBytes = 0;
-}
 
 TEST(Include, TwentyTemplatesAreOpenAtMost)
 {
@@ -661,30 +575,5 @@ TEST(Commands, EachRowIsParsedAndActs)
         for (const char *args : {" ?>", " 1?>", " 1 2?>", " 1 2 ] 4?>"})
             accepted |= renderText(front + args).log.find("yntax error") == std::string::npos;
         EXPECT_TRUE(accepted) << row.words;
-    }
-}
-
-TEST(Malformed, EachCommandHasItsMessage)
-{
-    for (const CommandDef &row : commandTable) {
-        if (!row.malformed)
-            continue;
-        std::string text = std::string("<?") + row.words;
-        text += row.tail == Tail::OPERATOR  ? std::string(" ") + row.sign
-                : row.tail == Tail::ELEMENT ? " var:a[1]"
-                                            : "";
-        const Outcome got = renderText("\n" + text + " ?>x");
-        EXPECT_EQ(got.page, "\nx");
-        const bool dotted = row.token == F_IFLT;
-        const bool plain = row.token == F_CALCDIV;
-        const std::string words = row.tail == Tail::OPERATOR ? std::string("calc ") + row.sign
-                                  : row.token == F_REPEATINCL || row.token == F_REPEATEXCL
-                                      ? "repeat"
-                                      : row.words;
-        EXPECT_EQ(got.log, std::string("t.htm, line 2: Syntax error") +
-                               (dotted  ? "."
-                                : plain ? ""
-                                        : ":") +
-                               " Too few arguments in <? " + words + "\n");
     }
 }
