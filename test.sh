@@ -9,8 +9,9 @@ cd "$(dirname "$(realpath "$0")")"
 
 usage() {
     cat <<'END'
-Usage: ./test.sh [OPTION]
-Builds in build/test and build/test-sanitized, and runs all tests.
+Usage: ./test.sh [OPTION | NAME]
+Builds in build/test and build/test-sanitized, and runs all tests. With NAME, a
+regular expression, builds in build/test and runs the tests whose names match it.
 
   --fuzz SECONDS  run each fuzz target for that long instead; what it finds is
                   left in build/fuzz
@@ -23,6 +24,7 @@ sanitized=(-DCMAKE_CXX_COMPILER=clang++ -DCMAKE_C_COMPILER=clang -DORV_FUZZ=ON
     -DCMAKE_BUILD_TYPE=RelWithDebInfo
     -DORV_SANITIZE=fuzzer-no-link,address,undefined)
 export UBSAN_OPTIONS=print_stacktrace=1
+filter=() # options for ctest, which choose among the tests
 
 # build_in FOLDER OPTION... - configures and builds in build/FOLDER.
 build_in() {
@@ -32,7 +34,8 @@ build_in() {
 
 run_tests() {
     alone build_in "$@"
-    ctest --test-dir "build/$1" --output-on-failure -j "$(nproc)"
+    ctest --test-dir "build/$1" --output-on-failure -j "$(nproc)" --no-tests=error \
+        "${filter[@]}"
 }
 
 # fuzz SECONDS - each target in turn, from its corpus and what it has found before.
@@ -61,6 +64,7 @@ case $#:${1-} in
 0:) ;;
 2:--fuzz) [[ $2 =~ ^[0-9]+$ ]] || { usage >&2 && exit 2; } ;;
 1:--cross) exec tools/cross.sh ;;
+1:[!-]*) filter=(-R "$1") ;;
 1:--help)
     usage
     exit
@@ -75,5 +79,5 @@ if [[ ${1-} == --fuzz ]]; then
     fuzz "$2"
 else
     run_tests test -DCMAKE_CXX_COMPILER=g++ -DCMAKE_C_COMPILER=gcc -DORV_FUZZ=ON
-    run_tests test-sanitized "${sanitized[@]}"
+    [[ ${#filter[@]} -gt 0 ]] || run_tests test-sanitized "${sanitized[@]}"
 fi
