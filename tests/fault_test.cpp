@@ -12,6 +12,7 @@
 #include <string.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
+#include <sys/times.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -43,6 +44,8 @@ struct Calls {
 static Calls memoryCalls;
 static Calls fileCalls;
 static std::set<void *> blocks; // that the library holds
+static clock_t now;             // ticks
+static clock_t pace;            // of them between two looks at the clocks
 
 template <class T> static T *keep(T *block)
 {
@@ -68,6 +71,14 @@ WRAP(fileCalls, int, fstat64, (int fd, struct stat *status), -1, fstat(fd, statu
 WRAP(fileCalls, char *, realpath, (const char *path, char *to), nullptr, realpath(path, to))
 WRAP(fileCalls, void *, mmap64, (void *at, size_t n, int access, int flags, int fd, off_t offset),
      MAP_FAILED, mmap(at, n, access, flags, fd, offset))
+
+// Each look at the clocks is a moment later; user and system time pass faster.
+clock_t __wrap_times(tms *times)
+{
+    now += pace;
+    *times = {2 * now, 3 * now, 0, 0};
+    return now;
+}
 
 int __wrap_munmap(void *at, size_t length)
 {
@@ -116,11 +127,11 @@ static const Texts busyFiles = {
 // opens another one on a full disk.
 static Outcome live()
 {
-    Orv_Interpreter_SetLog(logTarget());
+    startLog();
     Interpreter *handle = Orv_Interpreter_Create(&hostCallbacks);
     if (!handle)
         return {0, "", {}, takeLog()};
-    Orv_Interpreter_SetLog(logTarget());
+    startLog();
     Orv_Interpreter_SetOutputBuffer(handle, 64);
     for (const std::string name : {"cgi", "cgi[1]", "cgi[2]", "lang"}) {
         const char *value = name == "lang" ? "en" : "<v";
@@ -381,6 +392,27 @@ TEST(Faults, TemplatesChangeUnderTheRun)
         EXPECT_EQ(got.page, "a" + row.text + "c");
         EXPECT_EQ(got.log, row.error.empty() ? "" : failure + row.error + "' => No parsing...\n");
     }
+}
+
+TEST(Limits, QueriesOfMoreThanATenthOfASecondAreSlow)
+{
+    Host host;
+    host.files = {{"t.htm", "{?x?}<?multiquerycount two?>"}};
+    useHost(&host);
+    Interpreter *handle = Orv_Interpreter_Create(&hostCallbacks);
+    for (const auto &[ticks, slow, run] :
+         {std::tuple(10, "", "300ms, User Time 600ms, System Time 900ms"),
+          {11, "t.htm, query two: Real Time 110ms, User Time 220ms, System Time 330ms\n",
+           "330ms, User Time 660ms, System Time 990ms"}}) {
+        startLog();
+        pace = ticks;
+        Orv_Interpreter_Run(handle, "t.htm", pageFd);
+        const std::string log = takeLog();
+        EXPECT_EQ(log.substr(log.find("database\n") + strlen("database\n")),
+                  std::string(slow) + "zarn - t.htm: Real Time " + run +
+                      " - 1 HTML-Text-Fields parsed\n");
+    }
+    Orv_Interpreter_Destroy(handle);
 }
 
 TEST(Limits, NoLookupLeavesADamagedDatabase)

@@ -11,11 +11,14 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <filesystem>
 #include <fstream>
 #include <regex>
+#include <sstream>
 
 #include "exec/exec.h"
+#include "interface/log.h"
 #include "interface/process.h"
 #include "textdb/language.h"
 
@@ -114,12 +117,46 @@ int logTarget()
     return fd;
 }
 
+static std::array<int32_t, ORV_LOG_SEVERITIES> counted()
+{
+    return {Orv_Interpreter_LogCount(ORV_LOG_NOTICE), Orv_Interpreter_LogCount(ORV_LOG_WARNING),
+            Orv_Interpreter_LogCount(ORV_LOG_ERROR)};
+}
+static auto expectedCounts = counted();
+static bool logIsOurs;
+
+static size_t severityOf(const std::string &message)
+{
+    for (const char *word : {"ERROR", "Syntax error", "Syntaxerror"})
+        if (message.find(word) != std::string::npos)
+            return ORV_LOG_ERROR;
+    for (const char *word : {"WARNING", "Warning", "Invalid numVar"})
+        if (message.find(word) != std::string::npos)
+            return ORV_LOG_WARNING;
+    return ORV_LOG_NOTICE;
+}
+
+void startLog()
+{
+    EXPECT_EQ(ftruncate(logTarget(), 0), 0);
+    lseek(logTarget(), 0, SEEK_SET);
+    logIsOurs = Orv_Interpreter_SetLog(logTarget()) == 0;
+    expectedCounts = counted();
+}
+
 std::string takeLog()
 {
     std::string log(static_cast<size_t>(lseek(logTarget(), 0, SEEK_END)), '\0');
     EXPECT_EQ(pread(logTarget(), log.data(), log.size(), 0), static_cast<ssize_t>(log.size()));
     EXPECT_EQ(ftruncate(logTarget(), 0), 0);
     lseek(logTarget(), 0, SEEK_SET);
+    std::istringstream messages(log);
+    for (std::string line; std::getline(messages, line);)
+        ++expectedCounts[severityOf(line)];
+    if (logIsOurs && logfileBuf) {
+        EXPECT_EQ(expectedCounts, counted()) << log;
+        expectedCounts = counted();
+    }
     return log;
 }
 
@@ -142,7 +179,7 @@ Outcome render(Host &host, const std::string &path)
     Interpreter *interpreter = Orv_Interpreter_Create(&hostCallbacks);
     for (const auto &[name, value] : host.variables)
         Orv_Interpreter_SetVariable(interpreter, name.c_str(), value.c_str());
-    Orv_Interpreter_SetLog(logTarget());
+    startLog();
     EXPECT_EQ(Orv_Interpreter_SetOutputBuffer(interpreter, gatheredBytes), 0);
     const size_t descriptors = openDescriptors();
     const size_t mapped = mappedFiles();

@@ -83,8 +83,11 @@ extern Writes writes;
  * are the same. To be compared with "", so that a failure shows no more. */
 std::string difference(const std::string &expected, const std::string &got);
 
-/* What the library writes to its log, once SetLog has been given logTarget(). */
+/* startLog() makes the library write its log to a file of the tests'; takeLog() is
+ * what has been written since. Each message must have the severity that its wording
+ * tells. */
 int logTarget();
+void startLog();
 std::string takeLog();
 
 /* The private folder: device/ below it stands for the device's root. */

@@ -105,7 +105,7 @@ TEST_F(TextFields, AreMarkedForTranslators)
 
 TEST_F(TextFields, LanguageIsChosen)
 {
-    Orv_Interpreter_SetLog(logTarget());
+    startLog();
     for (const char *code : {"deu", "fr", "xx"})
         EXPECT_EQ(Orv_Interpreter_SetLanguage(code), -1);
     EXPECT_EQ(takeLog(), "zarn - ERROR invalid language request for 'deu'\n"
@@ -188,7 +188,7 @@ TEST_F(TextFields, LentTextsMayChangeTheLanguage)
         useHost(&host);
         Interpreter *handle = Orv_Interpreter_Create(&hostCallbacks);
         Orv_Interpreter_SetLanguage("en");
-        Orv_Interpreter_SetLog(logTarget());
+        startLog();
         row.call(handle);
         const std::string log = takeLog();
         EXPECT_TRUE(log.substr(log.rfind('\n', log.size() - 2) + 1).starts_with(row.lastLine))
@@ -276,6 +276,8 @@ TEST(TextDatabase, AgreesWithAMap)
         found = findMmapVar(image, other.c_str(), nullptr);
         ASSERT_EQ(found != nullptr, texts.count(other) != 0) << other;
     }
+    EXPECT_EQ(findMmapVar(image, nullptr, nullptr), nullptr);
     unloadMmapTree("big.db", fd, &image);
+    EXPECT_EQ(findMmapVar(image, "", nullptr), nullptr);
     EXPECT_EQ(image, nullptr);
 }
