@@ -32,7 +32,8 @@ const Row rows[] = {
     {"zero bytes pass", std::string("a\0b<?echo x?>", 13), std::string("a\0bx", 4), ""},
     {"blanks", "<? \n\techo\r\nx\t?><?echo\vx?>.", "x<?echo\vx?>.",
      "t.htm, line 3: Syntax error: Unknown Cmd\n"},
-    {"byte order marks", "\xEF\xBB\xBF<?include mark.htm?>", "\xEF\xBB\xBFx", ""},
+    {"byte order marks", "\xEF\xBB\xBF<?include mark.htm?><?include only.htm?>", "\xEF\xBB\xBFx",
+     ""},
 };
 
 class Examples : public testing::TestWithParam<std::string>
@@ -152,7 +153,8 @@ INSTANTIATE_TEST_SUITE_P(Documents, Examples, testing::Values(ORV_PAGES), [](con
 TEST_F(Examples, OfOddBytes)
 {
     for (const Row &row : rows) {
-        host.files = {{"t.htm", row.text}, {"mark.htm", "\xEF\xBB\xBFx"}};
+        host.files = {
+            {"t.htm", row.text}, {"mark.htm", "\xEF\xBB\xBFx"}, {"only.htm", "\xEF\xBB\xBF"}};
         const Outcome got = render(host);
         EXPECT_EQ(difference(row.page, got.page), "") << row.name;
         EXPECT_EQ(difference(row.log, got.log), "") << row.name;

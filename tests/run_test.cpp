@@ -20,6 +20,7 @@
 #include "interface/process.h"
 #include "textdb/language.h"
 #include "scanner/input.h"
+#include "scanner/scanner.h"
 #include "tests/harness.h"
 
 namespace
@@ -29,7 +30,8 @@ Host withFiles(const Texts &files)
     Host host;
     host.files = files;
     host.rows = {{"two", {{"x", "1"}, {"y", "2"}}}, {"none", {}}, {"wide", {{}}}};
-    host.rows["wide"][0] = std::vector<std::string>(35, "c");
+    for (int column = 1; column <= 35; ++column)
+        host.rows["wide"][0].push_back(std::to_string(column) + ";");
     return host;
 }
 
@@ -59,13 +61,19 @@ TEST(Include, TwentyTemplatesAreOpenAtMost)
 TEST(Query, RowsAreTheBodysValues)
 {
     for (const bool handOver : {true, false}) {
-        Host host = withFiles({{"t.htm", "<?multiquery two '$0$1$2,'?><?query two?>"
-                                         "<?querytext two '$2'?><?multiquerycount two x?>"
-                                         "<?if eq a a '<?multiqueryjs two $11$1?>'?>"
-                                         "<?query wide '$z$y'?>"}});
+        Host host = withFiles(
+            {{"t.htm",
+              "<?multiquery two '$0$1$2,'?><?query two?>"
+              "<?querytext two '$2'?><?multiquerycount two x?>"
+              "<?if eq a a '<?multiqueryjs two $11$1?>'?>"
+              "<?query wide "
+              "'$1$2$3$4$5$6$7$8$9$a$b$c$d$e$f$g$h$i$j$k$l$m$n$o$p$q$r$s$t$u$v$w$x$y$z'?>"}});
         host.handOver = handOver;
         const Outcome got = render(host);
-        EXPECT_EQ(got.page, "0x1,1y2,x12xycc");
+        EXPECT_EQ(
+            got.page,
+            "0x1,1y2,x12xy1;2;3;4;5;6;7;8;9;10;11;12;13;14;15;16;17;18;19;20;21;22;23;24;25;26;"
+            "27;28;29;30;31;32;33;34;35;");
         EXPECT_EQ(got.log, "t.htm: Invalid numVar Index $1\nt.htm: Invalid numVar Index $1\n");
         EXPECT_EQ(host.calls, (std::vector<std::string>{"open t.htm", "query 1 two", "query 0 two",
                                                         "query 0 two", "query 2 two", "query 1 two",
@@ -156,11 +164,11 @@ TEST(Page, IsGatheredOnDemand)
     EXPECT_EQ(Orv_Interpreter_SetOutputBuffer(nullptr, 1), -1);
     EXPECT_EQ(Orv_Interpreter_SetOutputBuffer(interpreter, -1), -1);
     int32_t during = 0;
-    host.files = {{"t.htm", "<?query two?>"}};
+    host.files = {{"t.htm", "<?multiquery two?>"}};
     host.onQuery = [&](Interpreter *running, const std::string &) {
         during = Orv_Interpreter_SetOutputBuffer(running, 1);
     };
-    render(host);
+    EXPECT_EQ(render(host).page, "xy");
     EXPECT_EQ(during, -1);
     Orv_Interpreter_Destroy(interpreter);
 }
@@ -249,6 +257,8 @@ TEST(Handle, BadArguments)
     EXPECT_EQ(logfileFd, -1);
     EXPECT_EQ(logfileBuf, nullptr);
     EXPECT_EQ(Orv_Interpreter_SetLog(pageFd), -1);
+    EXPECT_EQ(Orv_Interpreter_LogCount(-1), -1);
+    EXPECT_EQ(Orv_Interpreter_LogCount(ORV_LOG_SEVERITIES), -1);
 }
 
 TEST(Handle, KeepsItsVariables)
@@ -260,7 +270,11 @@ TEST(Handle, KeepsItsVariables)
     for (const auto &[name, value] :
          Texts{{"a", "1"}, {"a", "2"}, {"l[3", "three"}, {"l[]", "zero"}, {"l[b]c[d]", "b"}})
         EXPECT_EQ(Orv_Interpreter_SetVariable(interpreter, name.c_str(), value.c_str()), 0);
-    host.files[0].second.erase(0, host.files[0].second.find("?>") + 2);
+    host.files[0].second =
+        "<?multiquery none x?>" + host.files[0].second.substr(host.files[0].second.find("?>") + 2);
+    host.onQuery = [](Interpreter *running, auto &) { // while it runs, it stays
+        EXPECT_EQ(Orv_Interpreter_Destroy(running), 0);
+    };
     useHost(&host);
     EXPECT_EQ(runHandle(interpreter).page, "2threezerob.");
     EXPECT_EQ(Orv_Interpreter_ClearVariables(interpreter), 0);
@@ -271,11 +285,18 @@ TEST(Handle, KeepsItsVariables)
 TEST(Log, IsOpenedByTheSwitch)
 {
     struct {
-        const char *cmdline;
+        std::string cmdline;
         int32_t mode;
-    } const cases[] = {{"", -1},           {"quiet", -1},      {"a tooltip=2 b", 2},
-                       {"xtooltip=12", 1}, {"tooltip=7 x", 0}, {"tooltip=x", 0},
-                       {"tooltip=", 0},    {"tooltip=0", 0}};
+    } const cases[] = {{"", -1},
+                       {"quiet", -1},
+                       {"a tooltip=2 b", 2},
+                       {"xtooltip=12", 1},
+                       {"tooltip=7 x", 0},
+                       {"tooltip=x", 0},
+                       {"tooltip=", 0},
+                       {"tooltip=0", 0},
+                       {std::string(1014, 'x') + "tooltip=2", 2},
+                       {std::string(1015, 'x') + "tooltip=2", 0}};
     const std::string path = folder + "/device/var/log/zarn_interpreter.log";
     for (const auto &row : cases) {
         writeFile(folder + "/device/proc/cmdline", row.cmdline);
@@ -496,6 +517,15 @@ TEST(Fallback, AQuoteInAnIndexGoesToStandardOutput)
     testing::internal::CaptureStdout();
     EXPECT_EQ(renderText("<?setvariable var:a[x] A?><?echo $var:a[ 'x\" ]?>").page, "A");
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "'\"");
+}
+
+TEST(Tokens, HoldCopies)
+{
+    for (const int32_t cut : {0, 1}) {
+        EXPECT_EQ(dataToToken("name value", cut), 0);
+        EXPECT_STREQ(zarn_lval.text, cut ? "name" : "name value");
+        free(zarn_lval.text);
+    }
 }
 
 TEST(Records, AreLinkedUpToTheFirstNullArgument)

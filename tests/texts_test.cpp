@@ -91,6 +91,11 @@ TEST_F(TextFields, AreMarkedForTranslators)
              "<SCRIPT>'" + mark + "'</Script>" + span + "<style >" + mark + "</style>|"},
             {"t.js", "<p>{?hi?}</p>", "<p>" + mark + "</p>"},
             {"t.htm", "\n<a>\n{?hi?}<br", "\n<a>\n" + span3 + "<br"},
+            {"t.frm", "<script>{?hi?}</style>{?hi?}</p>{?hi?}</script ",
+             "<script>" + mark + "</style>" + mark + "</p>" + mark + "</script "},
+            {"t.htm", "<style>x</style>{?hi?}<b {?hi?}", "<style>x</style>" + span + "<b " + mark},
+            {"t.htm", "{?hi?}<{?a?}", span + "<"},
+            {"t.htm", "{?hi?}</p >{?hi?}<a<b>", span + "</p >" + span + "<a<b>"},
         };
         for (const auto &row : rows) {
             Host host;
@@ -113,6 +118,7 @@ TEST_F(TextFields, LanguageIsChosen)
                          "zarn - ERROR database file /etc/htmltext_xx.db not found for requested "
                          "language 'xx'\n");
     EXPECT_STREQ(Orv_Interpreter_LookupDBField("hi"), "hello");
+    EXPECT_STREQ(htmlDB.language, "");
     const char *image = htmlDB.image;
     EXPECT_EQ(Orv_Interpreter_SetLanguage("en"), 0);
     EXPECT_EQ(Orv_Interpreter_SetLanguage(nullptr), 0);
@@ -127,9 +133,16 @@ TEST_F(TextFields, LanguageIsChosen)
     EXPECT_STREQ(Orv_Interpreter_LookupDBField("hi"), "hallo");
     EXPECT_EQ(Orv_Interpreter_SetLanguage("fr"), -1);
     EXPECT_STREQ(Orv_Interpreter_LookupDBField("hi"), "hallo");
+    std::filesystem::remove("device/var/htmltext.db");
+    symlink("../etc/htmltext_xx.db", "device/var/htmltext.db");
+    takeLog();
+    EXPECT_EQ(Orv_Interpreter_SetLanguage(""), -1);
+    EXPECT_EQ(Orv_Interpreter_SetLanguage(nullptr), -1);
+    const std::string missing = "zarn - ERROR database file /etc/htmltext_xx.db not found for "
+                                "requested language '";
+    EXPECT_EQ(takeLog(), missing + "'\n" + missing + "*default*'\n");
     std::filesystem::remove_all("device");
     forgetTexts();
-    takeLog();
     EXPECT_EQ(Orv_Interpreter_LookupDBField("hi"), nullptr);
     EXPECT_EQ(takeLog(), "zarn - ERROR could not resolve link '/var/htmltext.db'\n"
                          "zarn - ERROR - requested open/mmap of fallback database "
@@ -280,4 +293,19 @@ TEST(TextDatabase, AgreesWithAMap)
     unloadMmapTree("big.db", fd, &image);
     EXPECT_EQ(findMmapVar(image, "", nullptr), nullptr);
     EXPECT_EQ(image, nullptr);
+}
+
+TEST(TextDatabase, TellsTheAttribute)
+{
+    std::string file = database({{"a", "x"}, {"b", "y"}});
+    file[16 + 2 * 8 + 7] |= '\x80'; // behind the header and the records of root and "a"
+    writeFile("attribute.db", file);
+    const char *image;
+    const int32_t fd = loadMmapTree("attribute.db", &image);
+    for (const auto &[id, expected] : {std::pair("a", 0), {"b", 1}, {"c", -1}}) {
+        int32_t attribute = -1;
+        EXPECT_EQ(findMmapVar(image, id, &attribute) != nullptr, expected >= 0);
+        EXPECT_EQ(attribute, expected);
+    }
+    unloadMmapTree("attribute.db", fd, &image);
 }
