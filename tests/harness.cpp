@@ -154,7 +154,7 @@ std::string takeLog()
     for (std::string line; std::getline(messages, line);)
         ++expectedCounts[severityOf(line)];
     if (logIsOurs && logfileBuf) {
-        EXPECT_EQ(expectedCounts, counted()) << log;
+        EXPECT_EQ(counted(), expectedCounts) << log;
         expectedCounts = counted();
     }
     return log;

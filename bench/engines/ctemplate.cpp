@@ -1,4 +1,4 @@
-// bench/engines/ctemplate.cpp - the engine ctemplate. Ways: parse, compiled.
+/* bench/engines/ctemplate.cpp - the engine ctemplate. Ways: parse, compiled. */
 #include "worker.h"
 
 #include <cstring>

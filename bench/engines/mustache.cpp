@@ -1,5 +1,5 @@
-// bench/engines/mustache.cpp - the engine kainjow mustache. Ways: parse,
-// compiled. It parses what a page includes whenever it renders, in both ways.
+/* bench/engines/mustache.cpp - the engine kainjow mustache. Ways: parse,
+ * compiled. It parses what a page includes whenever it renders, in both ways. */
 #include "worker.h"
 
 #include <cstdlib>
