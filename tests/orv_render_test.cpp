@@ -34,15 +34,15 @@ static void expectRun(const string &arguments, const string &page, const string 
 {
     SCOPED_TRACE(arguments + " with " + page);
     writeFile("site/t.htm", page);
-    EXPECT_EQ(status, runCommand("'" ORV_RENDER "' --docroot site " + arguments));
-    EXPECT_EQ(out, readFile("out"));
+    EXPECT_EQ(runCommand("'" ORV_RENDER "' --docroot site " + arguments), status);
+    EXPECT_EQ(difference(out, readFile("out")), "");
     static const std::regex times("zarn - [^\n]*: Real Time [^\n]*\n");
-    EXPECT_EQ(err, std::regex_replace(readFile("err"), times, ""));
+    EXPECT_EQ(difference(err, std::regex_replace(readFile("err"), times, "")), "");
 }
 
 TEST(OrvRender, Rows)
 {
-    ASSERT_EQ(0, runCommand(siteScript)) << readFile("err");
+    ASSERT_EQ(runCommand(siteScript), 0) << readFile("err");
     const string refused[][2] = {
         {"/etc/passwd", "cannot open template '/etc/passwd': not below the document root"},
         {"../site/t.htm", "cannot open template '../site/t.htm': not below the document root"},
@@ -128,7 +128,8 @@ TEST(OrvRender, Rows)
         expectRun(arguments, page, out, err, status);
     // A reader that goes away is noticed even where its signal is ignored.
     writeFile("site/t.htm", "<?repeat [ 1 99 ] '" + string(9999, 'x') + "'?>");
-    EXPECT_EQ(0, runCommand("trap '' PIPE; { '" ORV_RENDER "' --docroot site t.htm; echo $? >&2; }"
-                            " | head -c 1"));
-    EXPECT_EQ("orv-render: cannot write the page: Broken pipe\n2\n", readFile("err"));
+    EXPECT_EQ(runCommand("trap '' PIPE; { '" ORV_RENDER "' --docroot site t.htm; echo $? >&2; }"
+                         " | head -c 1"),
+              0);
+    EXPECT_EQ(readFile("err"), "orv-render: cannot write the page: Broken pipe\n2\n");
 }

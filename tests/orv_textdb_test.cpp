@@ -15,7 +15,7 @@ static std::string entry(const std::string &id, const std::string &text)
     return "msgid \"" + id + "\"\nmsgstr \"" + text + "\"\n";
 }
 
-static const std::string UTF8 = entry("", "Content-Type: text/plain; charset=UTF-8\\n");
+static const std::string utf8Header = entry("", "Content-Type: text/plain; charset=UTF-8\\n");
 
 /* Runs the tool. Returns its errors, what it printed, "=" and its exit status. */
 static std::string run(const std::string &arguments)
@@ -26,26 +26,28 @@ static std::string run(const std::string &arguments)
     return readFile("err") + readFile("out") + "=" + std::to_string(status);
 }
 
-TEST(TextDbTool, refusesWhatADatabaseCannotHold)
+TEST(TextDbTool, RefusesWhatADatabaseCannotHold)
 {
     const std::string longest(128, 'x');
     const std::string rows[][3] = {
-        {UTF8 + entry("gr\u00fcn", "x") + entry(longest + "x", "x"), ":3",
+        {utf8Header + entry("gr\u00fcn", "x") + entry(longest + "x", "x"), ":3",
          "id \"gr\u00fcn\": has the character \"\u00fc\"; a field names only letters, digits, "
          "'.', '_' and ':'\nt.po:5: error: id \"" +
              longest + "x\": is longer than the 128 characters that a field can name"},
-        {UTF8 + entry("a", "x") + entry("a", "y"), ":5", "id \"a\": duplicate message definition"},
-        {UTF8 + "# msgid\n#| msgid \"o\"\nmsgctxt \"c\"\n" + entry("a", "x"), ":6",
+        {utf8Header + entry("a", "x") + entry("a", "y"), ":5",
+         "id \"a\": duplicate message definition"},
+        {utf8Header + "# msgid\n#| msgid \"o\"\nmsgctxt \"c\"\n" + entry("a", "x"), ":6",
          "id \"a\": has a context (msgctxt)"},
-        {UTF8 + "#~ msgid \"o\"\n#~ msgstr \"\"\nmsgid \"a\"\nmsgid_plural \"b\"\nmsgstr[0] \"\"\n",
+        {utf8Header +
+             "#~ msgid \"o\"\n#~ msgstr \"\"\nmsgid \"a\"\nmsgid_plural \"b\"\nmsgstr[0] \"\"\n",
          ":5", "id \"a\": has a plural (msgid_plural)"},
-        {UTF8 + entry("a", "\\\\0") + entry("b", "x\\400y"), ":6",
+        {utf8Header + entry("a", "\\\\0") + entry("b", "x\\400y"), ":6",
          "a text cannot hold a zero byte"},
-        {UTF8 + entry("a", "\xe4"), ":4", "invalid multibyte sequence"},
+        {utf8Header + entry("a", "\xe4"), ":4", "invalid multibyte sequence"},
         {entry("a", "\xe4"), ":2", "a character is not UTF-8"},
         {entry("", "Content-Type: text/plain; charset=ISO-8859-1\\n"), "",
          "the charset is ISO-8859-1, but must be UTF-8 (msgconv -t UTF-8 converts)"},
-        {UTF8 + "domain \"d\"\n" + entry("a", "x"), "",
+        {utf8Header + "domain \"d\"\n" + entry("a", "x"), "",
          "texts of the domain \"d\": a database has no domains"},
     };
     writeFile("t.db", "old");
@@ -55,18 +57,20 @@ TEST(TextDbTool, refusesWhatADatabaseCannotHold)
                   "t.po" + line + ": error: " + errors + "\norv-textdb: t.db is not written\n=1");
     }
     EXPECT_EQ(readFile("t.db"), "old");
-    writeFile("t.po", UTF8 + entry(longest, "x") + entry("a", "") + "#, fuzzy\n" + entry("b", "x"));
+    writeFile("t.po",
+              utf8Header + entry(longest, "x") + entry("a", "") + "#, fuzzy\n" + entry("b", "x"));
     EXPECT_EQ(run("build -o t.db t.po"),
               "t.po:5: warning: id \"a\": is not translated, left out\n"
               "t.po:8: warning: id \"b\": is fuzzy, left out (--fuzzy takes it)\n=0");
     EXPECT_EQ(run("check t.db"), "t.db: 2 records, 1 texts, no fault\n=0");
 }
 
-TEST(TextDbTool, givesBackWhatWasBuilt)
+TEST(TextDbTool, GivesBackWhatWasBuilt)
 {
     const std::string odd = entry("b:1", "gr\u00fcn \\\"\\\\\\t\\001\\344");
-    writeFile("t.po", UTF8 + odd + entry("b", "two\\nlines") + "#~ msgid \"o\"\n#~ msgstr \"o\"\n" +
-                          entry("b.2", "x\\n") + "#, fuzzy\n" + entry("B", "y"));
+    writeFile("t.po", utf8Header + odd + entry("b", "two\\nlines") +
+                          "#~ msgid \"o\"\n#~ msgstr \"o\"\n" + entry("b.2", "x\\n") +
+                          "#, fuzzy\n" + entry("B", "y"));
     ASSERT_EQ(run("build --fuzzy -o t.db t.po"), "=0");
     EXPECT_EQ(run("check t.db"), "t.db: 5 records, 4 texts, no fault\n=0");
     EXPECT_EQ(run("get t.db b:1"), "gr\u00fcn \"\\\t\x01\xe4\n=0");
@@ -84,9 +88,9 @@ TEST(TextDbTool, givesBackWhatWasBuilt)
               "orv-textdb: cannot write standard output: No space left on device\n=1");
 }
 
-TEST(TextDbTool, namesEveryFault)
+TEST(TextDbTool, NamesEveryFault)
 {
-    writeFile("t.po", UTF8 + entry("ab", "X") + entry("ac", "Y"));
+    writeFile("t.po", utf8Header + entry("ab", "X") + entry("ac", "Y"));
     ASSERT_EQ(run("build -o t.db t.po"), "=0");
     const std::string good = readFile("t.db"); // four records, strings from offset 48 to 58
     const std::tuple<size_t, char, std::string> rows[] = {
@@ -112,22 +116,58 @@ TEST(TextDbTool, namesEveryFault)
                                  "t.db: 4 records, 2 texts, no fault\n=0");
 }
 
-TEST(TextDbTool, comparesWithTemplates)
+TEST(TextDbTool, ComparesWithTemplates)
 {
-    writeFile("t.po", UTF8 + entry("a", "x") + entry("a.b_c:d", "x") + entry("z", "x"));
+    writeFile("t.po", utf8Header + entry("a", "x") + entry("a.b_c:d", "x") + entry("z", "x"));
     ASSERT_EQ(run("build -o t.db t.po"), "=0");
     writeFile("1.htm", "{?a?}\n<a title='{?a.b_c:d?}{?a-b?}{?{?no?}'>\n{??}{?z");
     EXPECT_EQ(run("fields --unused t.db 1.htm"), "1.htm:2: no\n1.htm:3: \nt.db: unused: z\n=1");
-    EXPECT_TRUE(run("fields t.db").starts_with("orv-textdb: an argument is missing; usage: "));
-    EXPECT_TRUE(run("get --what").starts_with("orv-textdb: wrong option '--what'; "));
-    EXPECT_TRUE(run("get --what").ends_with("=2"));
 }
 
-TEST(TextDbFile, keepsTheLimitsOfTheFormat)
+TEST(TextDbTool, SaysWhyItDoesNothing)
+{
+    const std::string see = "; 'orv-textdb --help' shows the commands\n=2";
+    const std::string get = "; usage: orv-textdb get FILE.db ID\n=2";
+    const std::string build = "; usage: orv-textdb build -o FILE.db [--fuzzy] INPUT.po\n=2";
+    const std::string missing = "cannot read none: No such file or directory\n";
+    const std::string rows[][2] = {
+        {"", "no command is given" + see},
+        {"put", "unknown command 'put'" + see},
+        {"get --what", "wrong option '--what'" + see},
+        {"build t.po -o", "option '-o' needs a value" + see},
+        {"get t.db", "an argument is missing" + get},
+        {"get t.db a b", "an argument is too much" + get},
+        {"get --fuzzy t.db a", "'get' takes no --fuzzy" + get},
+        {"get none a", missing + "=1"},
+        {"dump none", missing + "=1"},
+        {"check none", missing + "=1"},
+        {"fields --unused t.db none 2.htm", missing + "2.htm:1: no\n=1"},
+        {"build t.po", "the option -o is missing" + build},
+        {"build -o t.db none", missing + "=1"},
+        {"build -o . t.po", "cannot write .: it is not a regular file\n=1"},
+        {"build -o none/t.db t.po", "cannot write none/t.db: No such file or directory\n=1"},
+        {"build -o t.db /dev/null",
+         "cannot read /dev/null: it is not a regular file, and is read twice\n=1"},
+        {"dump odd.db | tail -n 2",
+         "odd.db: the text of the empty id is left out, PO has no place for it\norv-textdb: "
+         "odd.db: the text of id \"a\" is empty, which PO takes for untranslated\nmsgid "
+         "\"a\"\nmsgstr \"\"\n=0"},
+    };
+    writeFile("t.po", utf8Header + entry("a", "x"));
+    writeFile("t.db", database({{"a", "x"}}));
+    writeFile("odd.db", database({{"", "e"}, {"a", ""}}));
+    writeFile("2.htm", "{?no?}");
+    for (const auto &[arguments, printed] : rows)
+        EXPECT_EQ(run(arguments), "orv-textdb: " + printed) << arguments;
+    EXPECT_TRUE(run("--version").starts_with("orv-textdb "));
+    EXPECT_TRUE(run("--help").starts_with("orv-textdb makes text databases "));
+}
+
+TEST(TextDbFile, KeepsTheLimitsOfTheFormat)
 {
     const size_t count = (1 << 20) - 1; // with the root as many records as can be numbered
     std::vector<std::string> ids;
-    for (size_t i = 0; i <= count; i++) // each a child of an earlier one or of the root
+    for (size_t i = 0; i <= count; ++i) // each a child of an earlier one or of the root
         ids.push_back((i < 255 ? "" : ids[i / 255 - 1]) + static_cast<char>(i % 255 + 1));
     std::sort(ids.begin(), ids.end());
     std::vector<TextEntry> entries;
@@ -142,7 +182,7 @@ TEST(TextDbFile, keepsTheLimitsOfTheFormat)
 
     const std::string text(1 << 26, 'x'), id(10000, 'i'); // sixteen texts, one memory
     entries.clear();
-    for (size_t length = 1; length <= 16; length++)
+    for (size_t length = 1; length <= 16; ++length)
         entries.push_back({std::string_view(id).substr(0, length), text, 0});
     entries.push_back({id, "y", 0});
     EXPECT_STREQ(buildTextDb(entries, &file, &culprit),
