@@ -153,11 +153,14 @@ TEST(Page, SurvivesBadWrites)
 
 TEST(Page, IsGatheredOnDemand)
 {
-    Host host = withFiles({{"t.htm", "ab<?echo cde?>f<?error found ?>gh<?echo ijklmnopq?>r"}});
-    gatheredBytes = 6;
-    EXPECT_EQ(render(host).pieces, (std::vector<std::string>{"abcdef", "0gh", "ijklmnopq", "r"}));
+    Host host = withFiles({{"t.htm", "ab<?echo cde?>f<?error found ?>g<?multiquerycount q?>h"
+                                     "<?include b.htm?><?echo ijklmnopq?>r"},
+                           {"b.htm", "B"}});
+    gatheredBytes = 8;
+    EXPECT_EQ(render(host).pieces,
+              (std::vector<std::string>{"abcdef", "0g", "0h", "B", "ijklmnopq", "r"}));
     writes = {4, {EINTR, 0, EIO}};
-    EXPECT_EQ(render(host).page, "abcdf0ghijklmnopqr");
+    EXPECT_EQ(render(host).page, "abcdf0g0hBijklmnopqr");
     writes = {};
     gatheredBytes = 0;
     Interpreter *interpreter = Orv_Interpreter_Create(&hostCallbacks);

@@ -76,6 +76,11 @@ TEST(VarTree, ArraysKeepTheirBounds)
     EXPECT_EQ(insertArray(&root, "l[", "7", "other", 0), nullptr);
     EXPECT_EQ(insertArray(&root, "", "7", "", 1), nullptr);
     EXPECT_EQ(insertArray(&root, "l[", "7", nullptr, 1), nullptr);
+    EXPECT_EQ(insertArray(&root, "l[", nullptr, "", 1), nullptr);
+    EXPECT_EQ(insertArray(&root, nullptr, "7", "", 1), nullptr);
+    EXPECT_EQ(insertVar(&root, nullptr, "", 1), nullptr);
+    EXPECT_EQ(insertVar(&root, "a", nullptr, 1), nullptr);
+    EXPECT_EQ(findVar(root, nullptr), nullptr);
     insertVar(&root, "v[", "a variable", 1);
     insertArray(&root, "v[", "1", "one", 1);
     EXPECT_STREQ(findVar(root, "v["), "a variable");
