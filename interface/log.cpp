@@ -46,7 +46,7 @@ const char *currentTemplate()
 
 int32_t currentLine()
 {
-    return scanner.line;
+    return scannedLine();
 }
 
 static int openSystemFile(const char *path, int flags)

@@ -33,50 +33,38 @@ static void *resize(void *block, size_t size)
     return resized;
 }
 
-ScanBuffer *createBuffer()
+// Whether the bytes lie where the template is mapped.
+static bool isInPlace(const ScanBuffer &buffer)
 {
-    auto *buffer = static_cast<ScanBuffer *>(resize(nullptr, sizeof(ScanBuffer)));
-    *buffer = {nullptr, nullptr, 0, BUFFER_CAPACITY, 0, 0};
-    return buffer;
-}
-
-void destroyBuffer(ScanBuffer *buffer)
-{
-    if (!buffer)
-        return;
-    free(buffer->block);
-    free(buffer);
+    return !buffer.block || buffer.end < buffer.block ||
+           buffer.end > buffer.block + buffer.blockSize;
 }
 
 // Puts what is unfinished to the front of a block of the buffer's own.
 static void moveToBlock(ScanBuffer *buffer)
 {
-    const size_t unfinished = buffer->end - buffer->pos;
-    if (buffer->bytes == buffer->block && unfinished > 0)
-        memmove(buffer->block, buffer->block + buffer->pos, unfinished);
-    const bool inPlace = buffer->bytes != buffer->block;
+    const size_t unfinished = bytesRead();
+    const bool inPlace = isInPlace(*buffer);
+    if (!inPlace && unfinished > 0)
+        memmove(buffer->block, buffer->pos, unfinished);
     if (buffer->blockSize < buffer->capacity) {
         buffer->block = static_cast<char *>(resize(buffer->block, buffer->capacity));
         buffer->blockSize = buffer->capacity;
     }
     if (inPlace && unfinished > 0)
-        memcpy(buffer->block, buffer->bytes + buffer->pos, unfinished);
-    buffer->bytes = buffer->block;
-    buffer->pos = 0;
-    buffer->end = unfinished;
+        memcpy(buffer->block, buffer->pos, unfinished);
+    buffer->pos = scanner.counted = buffer->block;
+    buffer->end = buffer->block + unfinished;
 }
 
 // Reads the next bytes of the template where they lie. Returns whether it can be
 // done: they join what is unfinished only if that lies there as well.
 static bool extendInPlace(ScanBuffer *buffer, size_t max)
 {
-    const char *next = inpr->includes[inpr->includeIndex].readPos;
-    if (buffer->pos == buffer->end) {
-        buffer->bytes = next;
-        buffer->pos = buffer->end = 0;
-    } else if (buffer->bytes == buffer->block) {
+    if (buffer->pos == buffer->end)
+        buffer->pos = buffer->end = scanner.counted = inpr->includes[inpr->includeIndex].readPos;
+    else if (!isInPlace(*buffer))
         return false;
-    }
     const size_t count = readInPlace(max);
     buffer->end += count;
     return count > 0;
@@ -92,12 +80,10 @@ static bool extendInPlace(ScanBuffer *buffer, size_t max)
  *   block    scanned..........|unfinished|             unfinished|read, with texts|
  *                             pos        end           pos                        end
  */
-bool refill()
+static bool readMore(ScanBuffer *buffer)
 {
-    ScanBuffer *buffer = scanner.buffer;
-    if (isExhausted())
-        return false;
-    const size_t unfinished = buffer->end - buffer->pos;
+    const size_t unfinished = bytesRead();
+    buffer->capacity = std::max(buffer->capacity, BUFFER_CAPACITY);
     while (unfinished + 1 >= buffer->capacity) {
         if (buffer->capacity > SIZE_MAX / 2)
             fail("a piece of a template is too long");
@@ -111,6 +97,19 @@ bool refill()
     readInput(buffer->block + unfinished, &count, static_cast<int32_t>(max));
     buffer->end += static_cast<size_t>(count);
     return count > 0;
+}
+
+bool refill()
+{
+    scannedLine(); // while the passed bytes are there
+    return !isExhausted() && readMore(&scanner.buffer);
+}
+
+void switchBuffer(const ScanBuffer &buffer, int32_t line)
+{
+    scanner.buffer = buffer;
+    scanner.counted = buffer.pos;
+    scanner.line = line;
 }
 
 void enterCondition(Condition condition)
@@ -135,9 +134,6 @@ void resetScanner()
 {
     scanner.condition = Condition::TEXT;
     scanner.depth = 0;
-    ScanBuffer *buffer = scanner.buffer;
-    if (!buffer)
-        return;
     // The next run starts as the first did, so its refills fall on the same bytes.
-    *buffer = {nullptr, buffer->block, buffer->blockSize, BUFFER_CAPACITY, 0, 0};
+    switchBuffer({nullptr, nullptr, scanner.buffer.block, scanner.buffer.blockSize, 0}, 0);
 }

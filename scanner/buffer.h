@@ -8,38 +8,30 @@
 
 constexpr int END_OF_INPUT = -1;
 
-/* Makes an empty buffer; ends the process when there is no memory. */
-ScanBuffer *createBuffer();
-
-/* Frees a buffer; null is allowed. */
-void destroyBuffer(ScanBuffer *buffer);
-
 /* Reads more of the template behind the bytes of the current match. Returns
  * whether there was more. The match may move to another address. */
 bool refill();
+
+/* Start of the current match, good until the next refill, and the number of its
+ * bytes that have been read. */
+inline const char *matchStart()
+{
+    return scanner.buffer.pos;
+}
+
+inline size_t bytesRead()
+{
+    return static_cast<size_t>(scanner.buffer.end - scanner.buffer.pos);
+}
 
 /* Byte of the current match at offset, or END_OF_INPUT; reads more when the
  * buffer has no such byte yet, so rules ask only for bytes that can lengthen
  * their match. */
 inline int byteAt(size_t offset)
 {
-    ScanBuffer *buffer = scanner.buffer;
-    while (buffer->pos + offset >= buffer->end)
-        if (!refill())
-            return END_OF_INPUT;
-    return static_cast<unsigned char>(buffer->bytes[buffer->pos + offset]);
-}
-
-/* Start of the current match, good until the next refill, and the number of its
- * bytes that have been read. */
-inline const char *matchStart()
-{
-    return scanner.buffer->bytes + scanner.buffer->pos;
-}
-
-inline size_t bytesRead()
-{
-    return scanner.buffer->end - scanner.buffer->pos;
+    while (offset >= bytesRead())
+        [[unlikely]] if (!refill()) return END_OF_INPUT;
+    return static_cast<unsigned char>(matchStart()[offset]);
 }
 
 /* Keep a stack of conditions to go back to. */

@@ -240,7 +240,7 @@ void readInput(char *dest, int32_t *count, int32_t max)
     if (entry->rest) {
         placeRest(entry, &refill);
     } else if (refill.scanPos < refill.limit) {
-        inpr->tooltipLine = scanner.line;
+        inpr->tooltipLine = scannedLine();
         FieldResult result = FieldResult::GO_ON;
         while (result == FieldResult::GO_ON) {
             passText(&refill);

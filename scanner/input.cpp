@@ -74,7 +74,7 @@ static int32_t openTemplate(IncludeEntry *entry)
         close(fd);
         return INCLUDE_FAILED;
     }
-    *entry = {fd, start, start, start + length - 1, nullptr, name, 0, nullptr, 0, 0};
+    *entry = {fd, start, start, start + length - 1, {}, name, 0, nullptr, 0, 0};
     return INCLUDE_PUSHED;
 }
 
@@ -116,11 +116,11 @@ int32_t pushTemplate(const char *path)
         const size_t length = static_cast<size_t>(entry->mapLast - entry->mapStart) + 1;
         if (startsWithByteOrderMark(entry->mapStart, length))
             entry->readPos += 3;
+        inpr->includes[parent].savedLine = scannedLine();
         inpr->includes[parent].savedBuffer = scanner.buffer;
-        inpr->includes[parent].savedLine = scanner.line;
-        scanner.buffer = createBuffer();
+        scanner.buffer = {};
     }
-    scanner.line = 1;
+    switchBuffer(scanner.buffer, 1);
     inpr->includeIndex = parent + 1;
     return INCLUDE_PUSHED;
 }
@@ -148,10 +148,8 @@ bool popTemplate()
     freeName(entry);
     --inpr->includeIndex;
     IncludeEntry *parent = &inpr->includes[inpr->includeIndex];
-    destroyBuffer(scanner.buffer);
-    scanner.buffer = parent->savedBuffer;
-    parent->savedBuffer = nullptr;
-    scanner.line = parent->savedLine;
+    free(scanner.buffer.block);
+    switchBuffer(parent->savedBuffer, parent->savedLine);
     scanner.ended = 0;
     return true;
 }

@@ -172,18 +172,20 @@ static int32_t countLines(const char *at, size_t length)
     return static_cast<int32_t>(lines);
 }
 
-// Ends the match after length bytes, which hold so many newlines, and moves on.
-static string_view takeCounted(size_t length, int32_t lines)
+int32_t scannedLine()
 {
-    const string_view match(matchStart(), length);
-    scanner.line += lines;
-    scanner.buffer->pos += length;
-    return match;
+    const char *pos = matchStart();
+    scanner.line += countLines(scanner.counted, static_cast<size_t>(pos - scanner.counted));
+    scanner.counted = pos;
+    return scanner.line;
 }
 
+// Ends the match after length bytes and moves on.
 static string_view take(size_t length)
 {
-    return takeCounted(length, countLines(matchStart(), length));
+    const string_view match(matchStart(), length);
+    scanner.buffer.pos += length;
+    return match;
 }
 
 // Makes a copy of text the token's value. Read as a text, it ends before a zero byte.
@@ -215,7 +217,7 @@ static int textToken(size_t length)
 
 static void setLocation()
 {
-    zarn_lloc.first_line = scanner.line;
+    zarn_lloc.first_line = scannedLine();
 }
 
 // ---- commands ----
@@ -366,34 +368,26 @@ static size_t findTextEnd(const char *at, size_t length)
 }
 
 // Length of the run of page text: it ends before "<?", before a "<" that another
-// "<" follows, and before one that ends the template. lines: out, its newlines,
-// counted while the bytes are at hand.
-static size_t textRun(int32_t *lines)
+// "<" follows, and before one that ends the template.
+static size_t textRun()
 {
-    size_t length = 0;
-    for (*lines = 0;;) {
-        const char *from = matchStart() + length;
+    for (size_t length = 0;;) {
         const size_t pairs = bytesRead() - length - 1; // bytes with one behind them, read already
-        const size_t passed = findTextEnd(from, pairs);
-        *lines += countLines(from, passed);
+        const size_t passed = findTextEnd(matchStart() + length, pairs);
         length += passed;
         if (passed < pairs)
             return length;
-        if (refill())
-            continue;
-        const char last = matchStart()[length];
-        *lines += last == '\n';
-        return length + (last != '<');
+        if (!refill())
+            return length + (matchStart()[length] != '<');
     }
 }
 
 static int scanText()
 {
-    int32_t lines;
-    const size_t length = textRun(&lines);
+    const size_t length = textRun();
     if (length == 0 && byteAt(1) == '?')
         return scanCommandStart();
-    writePiece(length > 0 ? takeCounted(length, lines) : take(1));
+    writePiece(take(std::max<size_t>(length, 1)));
     return HTML_TEXT;
 }
 
@@ -583,8 +577,6 @@ static int scanOnce()
 
 int nextToken()
 {
-    if (!scanner.buffer)
-        scanner.buffer = createBuffer();
     zarn_lval.text = nullptr;
     int token;
     do

@@ -22,25 +22,25 @@ enum class Condition : uint8_t {
 
 // The bytes of one template that are being scanned, in place as long as they hold
 // no text field, else in a copy with the texts. A match never spans two refills:
-// what is unfinished stands in front of what is read next.
+// what is unfinished stands in front of what is read next. Zero-filled, it is empty.
 struct ScanBuffer {
-    const char *bytes; // block, or borrowed from the template's mapping
-    char *block;       // owned, null until a copy is needed
+    const char *pos; // where the current match begins: in block, or in the template's mapping
+    const char *end; // behind the last byte that has been read
+    char *block;     // owned, null until a copy is needed
     size_t blockSize;
-    size_t capacity; // bytes that may be unread; doubled for a longer match
-    size_t pos;      // where the current match begins
-    size_t end;      // behind the last valid byte
+    size_t capacity; // bytes that may be unread; doubled for a longer match, 0 before the first
 };
 
 struct Scanner {
-    ScanBuffer *buffer; // owned, made at the first token of the process
+    ScanBuffer buffer; // of the template on top
     Condition condition;
     Condition *stack; // owned, conditions to go back to
     size_t depth;     // of them in use
     size_t stackRoom;
-    int32_t line;  // counts newlines of whole matches
-    int32_t ended; // index of a nested template whose end the parser was told; 0 when
-                   // it has closed it
+    int32_t line;        // the newlines in front of counted
+    const char *counted; // in the buffer, pos or before it; see scannedLine
+    int32_t ended;       // index of a nested template whose end the parser was told; 0 when
+                         // it has closed it
 };
 
 extern Scanner scanner;
@@ -55,6 +55,13 @@ inline bool endWasTold()
 {
     return scanner.ended > 0;
 }
+
+/* Line of the template where the next match begins. The newlines of matches are
+ * counted here, many matches at once. */
+int32_t scannedLine();
+
+/* Goes on with the bytes of buffer, at that line. */
+void switchBuffer(const ScanBuffer &buffer, int32_t line);
 
 /* Back to an empty first buffer of the first size, in page text. */
 void resetScanner();
