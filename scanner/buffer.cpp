@@ -3,7 +3,7 @@
  *
  * There is no page without them, so here alone a lack of memory ends the
  * process, with one line on the standard error stream. Between calls: the bytes
- * from pos to end of a buffer are still to be scanned. */
+ * from pos on that a buffer has read are still to be scanned. */
 #include "scanner/buffer.h"
 
 #include <stdio.h>
@@ -36,8 +36,8 @@ static void *resize(void *block, size_t size)
 // Whether the bytes lie where the template is mapped.
 static bool isInPlace(const ScanBuffer &buffer)
 {
-    return !buffer.block || buffer.end < buffer.block ||
-           buffer.end > buffer.block + buffer.blockSize;
+    return !buffer.block || buffer.pos < buffer.block ||
+           buffer.pos > buffer.block + buffer.blockSize;
 }
 
 // Puts what is unfinished to the front of a block of the buffer's own.
@@ -54,19 +54,18 @@ static void moveToBlock(ScanBuffer *buffer)
     if (inPlace && unfinished > 0)
         memcpy(buffer->block, buffer->pos, unfinished);
     buffer->pos = scanner.counted = buffer->block;
-    buffer->end = buffer->block + unfinished;
 }
 
 // Reads the next bytes of the template where they lie. Returns whether it can be
 // done: they join what is unfinished only if that lies there as well.
 static bool extendInPlace(ScanBuffer *buffer, size_t max)
 {
-    if (buffer->pos == buffer->end)
-        buffer->pos = buffer->end = scanner.counted = inpr->includes[inpr->includeIndex].readPos;
+    if (buffer->read == 0)
+        buffer->pos = scanner.counted = inpr->includes[inpr->includeIndex].readPos;
     else if (!isInPlace(*buffer))
         return false;
     const size_t count = readInPlace(max);
-    buffer->end += count;
+    buffer->read += count;
     return count > 0;
 }
 
@@ -95,7 +94,7 @@ static bool readMore(ScanBuffer *buffer)
     moveToBlock(buffer);
     int32_t count = 0;
     readInput(buffer->block + unfinished, &count, static_cast<int32_t>(max));
-    buffer->end += static_cast<size_t>(count);
+    buffer->read += static_cast<size_t>(count);
     return count > 0;
 }
 
@@ -135,5 +134,5 @@ void resetScanner()
     scanner.condition = Condition::TEXT;
     scanner.depth = 0;
     // The next run starts as the first did, so its refills fall on the same bytes.
-    switchBuffer({nullptr, nullptr, scanner.buffer.block, scanner.buffer.blockSize, 0}, 0);
+    switchBuffer({nullptr, 0, scanner.buffer.block, scanner.buffer.blockSize, 0}, 0);
 }

@@ -21,7 +21,7 @@ inline const char *matchStart()
 
 inline size_t bytesRead()
 {
-    return static_cast<size_t>(scanner.buffer.end - scanner.buffer.pos);
+    return scanner.buffer.read;
 }
 
 /* Byte of the current match at offset, or END_OF_INPUT; reads more when the

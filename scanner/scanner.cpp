@@ -28,48 +28,44 @@ using std::string_view;
 static constexpr int SCAN_ON = -1; // the match made no token
 static constexpr char BLANKS[] = " \t\n\r";
 
-namespace
-{
-// A set of bytes.
-struct ByteSet {
-    std::array<bool, 256> has;
+// Sets of bytes, a bit each.
+using ByteSet = uint16_t;
+static constexpr ByteSet BLANK = 1;
+static constexpr ByteSet DIGIT = 2;
+static constexpr ByteSet DIGIT_OR_SMALL = 4;
+static constexpr ByteSet NAME = 8;
+static constexpr ByteSet QUOTE = 16;
+static constexpr ByteSet ARGUMENT_TEXT = 32;
+static constexpr ByteSet COMMENT_TEXT = 64;
+static constexpr ByteSet DQUOTED_TEXT = 128; // in quoted text a "<" needs a look behind it
+static constexpr ByteSet SQUOTED_TEXT = 256;
+static constexpr ByteSet BQUOTED_TEXT = 512;
 
-    bool contains(int byte) const
-    {
-        return byte != END_OF_INPUT && has[static_cast<size_t>(byte)];
-    }
-};
-} // namespace
+// The sets that each byte belongs to; behind END_OF_INPUT, which is in none.
+static constexpr auto setsOf = [] {
+    std::array<ByteSet, 257> table = {};
+    const auto add = [&table](ByteSet set, string_view members, bool inside) {
+        for (int byte = 0; byte < 256; ++byte)
+            if ((members.find(static_cast<char>(byte)) != members.npos) == inside)
+                table[static_cast<size_t>(byte - END_OF_INPUT)] |= set;
+    };
+    add(BLANK, BLANKS, true);
+    add(DIGIT, "0123456789", true);
+    add(DIGIT_OR_SMALL, "0123456789abcdefghijklmnopqrstuvwxyz", true);
+    add(NAME, "0123456789abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ", true);
+    add(QUOTE, "\"'`", true);
+    add(ARGUMENT_TEXT, " \t\n\r\"'`$<?]", false);
+    add(COMMENT_TEXT, "<?", false);
+    add(DQUOTED_TEXT, "\"$?<", false);
+    add(SQUOTED_TEXT, "'$?<", false);
+    add(BQUOTED_TEXT, "`$?<", false);
+    return table;
+}();
 
-static constexpr ByteSet setOf(string_view members, bool inside)
+static bool isIn(int byte, ByteSet set)
 {
-    ByteSet set = {};
-    set.has.fill(!inside);
-    for (const char c : members)
-        set.has[static_cast<unsigned char>(c)] = inside;
-    return set;
+    return setsOf[static_cast<size_t>(byte - END_OF_INPUT)] & set;
 }
-
-static constexpr ByteSet blank = setOf(BLANKS, true);
-static constexpr ByteSet digit = setOf("0123456789", true);
-static constexpr ByteSet digitOrSmall = setOf("0123456789abcdefghijklmnopqrstuvwxyz", true);
-static constexpr ByteSet nameByte = setOf("0123456789abcdefghijklmnopqrstuvwxyz"
-                                          "ABCDEFGHIJKLMNOPQRSTUVWXYZ",
-                                          true);
-static constexpr ByteSet quoteByte = setOf("\"'`", true);
-static constexpr ByteSet argumentText = setOf(" \t\n\r\"'`$<?]", false);
-static constexpr ByteSet commentText = setOf("<?", false);
-
-// Text of a quoted argument; a "<" needs a look at the byte behind it.
-static constexpr ByteSet quotedText(char quote)
-{
-    ByteSet set = setOf("$?<", false);
-    set.has[static_cast<unsigned char>(quote)] = false;
-    return set;
-}
-static constexpr ByteSet dquotedText = quotedText('"');
-static constexpr ByteSet squotedText = quotedText('\'');
-static constexpr ByteSet bquotedText = quotedText('`');
 
 // Sets of rows of the command table, a bit each, by the first and by the second
 // letter of their words; an "if" in front of those does not count.
@@ -105,16 +101,10 @@ static constexpr auto rowsByFirst = rowsByLetter(0);
 static constexpr auto rowsBySecond = rowsByLetter(1);
 
 // Offset behind the bytes of set that stand from offset on.
-static size_t skip(size_t offset, const ByteSet &set)
+static inline size_t skip(size_t offset, ByteSet set)
 {
-    do {
-        const char *match = matchStart();
-        const size_t read = bytesRead();
-        while (offset < read && set.has[static_cast<unsigned char>(match[offset])])
-            ++offset;
-        if (offset < read)
-            break;
-    } while (refill());
+    while (isIn(byteAt(offset), set))
+        ++offset;
     return offset;
 }
 
@@ -132,7 +122,7 @@ static size_t matchText(size_t offset, const char *text)
 {
     for (; *text; ++text) {
         if (*text == ' ') {
-            const size_t behind = skip(offset, blank);
+            const size_t behind = skip(offset, BLANK);
             if (behind == offset)
                 return 0;
             offset = behind;
@@ -185,6 +175,7 @@ static string_view take(size_t length)
 {
     const string_view match(matchStart(), length);
     scanner.buffer.pos += length;
+    scanner.buffer.read -= length;
     return match;
 }
 
@@ -228,11 +219,11 @@ static size_t matchOperator(size_t offset, char sign)
     offset = matchText(offset, " ");
     if (offset == 0)
         return 0;
-    offset += quoteByte.contains(byteAt(offset));
+    offset += isIn(byteAt(offset), QUOTE);
     if (byteAt(offset) != sign)
         return 0;
     ++offset;
-    offset += quoteByte.contains(byteAt(offset));
+    offset += isIn(byteAt(offset), QUOTE);
     return matchText(offset, " ");
 }
 
@@ -242,10 +233,10 @@ static size_t matchName(size_t offset, bool bracket)
     offset = matchText(offset, " var:");
     if (offset == 0)
         return 0;
-    const size_t behind = skip(offset, nameByte);
+    const size_t behind = skip(offset, NAME);
     if (behind == offset || (bracket && byteAt(behind) != '['))
         return 0;
-    return skip(behind + bracket, blank);
+    return skip(behind + bracket, BLANK);
 }
 
 // Length of the match if the command of that row stands at offset, else 0.
@@ -312,7 +303,7 @@ static int scanCommandStart()
             return SCAN_ON;
         }
     }
-    const size_t words = skip(2, blank);
+    const size_t words = skip(2, BLANK);
     size_t length;
     const CommandDef *command = findCommand(words, &length);
     if (!command) {
@@ -395,7 +386,7 @@ static int scanComment()
 {
     size_t length = 0;
     for (;;) {
-        length = skip(length, commentText);
+        length = skip(length, COMMENT_TEXT);
         const int first = byteAt(length);
         if (first == END_OF_INPUT || byteAt(length + 1) == (first == '<' ? '?' : '>'))
             break;
@@ -418,10 +409,10 @@ static int scanVariable(size_t name, size_t behind)
 {
     if (byteAt(behind) != '[')
         return valueToken(ARG_GETVAR, without(take(behind), name));
-    const size_t index = skip(behind + 1, blank);
+    const size_t index = skip(behind + 1, BLANK);
     for (const char *word : {"min", "max"}) {
         size_t end = matchText(index, word);
-        end = end ? skip(end, blank) : 0;
+        end = end ? skip(end, BLANK) : 0;
         if (end && byteAt(end) == ']') {
             const bool least = word[1] == 'i';
             const size_t sign = behind + 1 - name; // takes the place of what follows the "["
@@ -442,22 +433,22 @@ static int scanVariable(size_t name, size_t behind)
 static int scanReference()
 {
     if (const size_t name = matchWord(1, "var:")) {
-        const size_t behind = skip(name, nameByte);
+        const size_t behind = skip(name, NAME);
         if (behind > name)
             return scanVariable(name, behind);
     }
     const int first = byteAt(1);
     if (first == '$')
         return valueToken(ARG_TEXT, without(take(2), 1));
-    if (!digitOrSmall.contains(first))
+    if (!isIn(first, DIGIT_OR_SMALL))
         return textToken(1);
-    const bool two = digit.contains(first) && digitOrSmall.contains(byteAt(2));
+    const bool two = isIn(first, DIGIT) && isIn(byteAt(2), DIGIT_OR_SMALL);
     return valueToken(ARG_NUMVAR, without(take(two ? 3 : 2), 1));
 }
 
 // Length of the quoted text from offset on. A "<" belongs to it unless the quote,
 // "$", "?" or the end of the template follows.
-static size_t quotedRun(size_t offset, char quote, const ByteSet &text)
+static size_t quotedRun(size_t offset, char quote, ByteSet text)
 {
     for (;;) {
         offset = skip(offset, text);
@@ -470,9 +461,9 @@ static size_t quotedRun(size_t offset, char quote, const ByteSet &text)
     }
 }
 
-static const ByteSet &textInside(char quote)
+static ByteSet textInside(char quote)
 {
-    return quote == '"' ? dquotedText : quote == '\'' ? squotedText : bquotedText;
+    return quote == '"' ? DQUOTED_TEXT : quote == '\'' ? SQUOTED_TEXT : BQUOTED_TEXT;
 }
 
 static int openQuote(char quote)
@@ -496,9 +487,9 @@ static int scanQuoted(char quote)
         return scanReference();
     if (first == '<' && byteAt(1) == '?')
         return scanCommandStart();
-    if (first == quote || first == '?' || blank.contains(first)) {
+    if (first == quote || first == '?' || isIn(first, BLANK)) {
         const bool closes = first == quote;
-        const size_t end = skip(closes, blank);
+        const size_t end = skip(closes, BLANK);
         if (endsCommandAt(end))
             return endCommand(end + 2);
         if (closes) {
@@ -518,14 +509,14 @@ static int scanArguments(bool index)
         return scanReference();
     if (first == '<' && byteAt(1) == '?')
         return scanCommandStart();
-    if (quoteByte.contains(first)) {
+    if (isIn(first, QUOTE)) {
         if (!index)
             return openQuote(static_cast<char>(first));
         putchar(first); // no rule for it here
         take(1);
         return SCAN_ON;
     }
-    const size_t end = skip(0, blank);
+    const size_t end = skip(0, BLANK);
     if (index && byteAt(end) == ']') {
         take(end + 1);
         leaveCondition();
@@ -537,7 +528,7 @@ static int scanArguments(bool index)
         take(end);
         return ARG_END;
     }
-    return textToken(std::max<size_t>(skip(0, argumentText), 1));
+    return textToken(std::max<size_t>(skip(0, ARGUMENT_TEXT), 1));
 }
 
 // ---- tokens ----

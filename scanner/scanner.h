@@ -25,7 +25,7 @@ enum class Condition : uint8_t {
 // what is unfinished stands in front of what is read next. Zero-filled, it is empty.
 struct ScanBuffer {
     const char *pos; // where the current match begins: in block, or in the template's mapping
-    const char *end; // behind the last byte that has been read
+    size_t read;     // bytes from there on that have been read
     char *block;     // owned, null until a copy is needed
     size_t blockSize;
     size_t capacity; // bytes that may be unread; doubled for a longer match, 0 before the first
