@@ -141,32 +141,21 @@ static string_view without(string_view text, size_t length)
     return text;
 }
 
-// Bytes that are looked at together: few enough for a byte to count them, and a
-// multiple of what a vector holds.
-static constexpr size_t BLOCK = 64;
-
-static int32_t countLines(const char *at, size_t length)
+static int32_t countLines(const char *at, const char *end)
 {
-    size_t lines = 0;
-    for (; length >= BLOCK; at += BLOCK, length -= BLOCK) {
-        uint8_t inBlock = 0;
-        for (size_t i = 0; i < BLOCK; ++i)
-            inBlock = static_cast<uint8_t>(inBlock + (at[i] == '\n'));
-        lines += inBlock;
+    int32_t lines = 0;
+    while (at < end &&
+           (at = static_cast<const char *>(memchr(at, '\n', static_cast<size_t>(end - at))))) {
+        ++at;
+        ++lines;
     }
-    for (const char *end = at + length; at < end; ++at, ++lines) {
-        at = static_cast<const char *>(memchr(at, '\n', static_cast<size_t>(end - at)));
-        if (!at)
-            break;
-    }
-    return static_cast<int32_t>(lines);
+    return lines;
 }
 
 int32_t scannedLine()
 {
-    const char *pos = matchStart();
-    scanner.line += countLines(scanner.counted, static_cast<size_t>(pos - scanner.counted));
-    scanner.counted = pos;
+    scanner.line += countLines(scanner.counted, matchStart());
+    scanner.counted = matchStart();
     return scanner.line;
 }
 
@@ -339,46 +328,79 @@ static bool endsText(const char *at)
     return at[0] == '<' && (at[1] == '<' || at[1] == '?');
 }
 
-// Offset of the first of length bytes that ends a run of page text together with
-// the byte behind it; length if none does.
-static size_t findTextEnd(const char *at, size_t length)
+// Passes blocks of SIZE bytes that hold no end of text, nor "<=" or "<>", which look
+// much like one. Returns the offset behind them. SIZE is a multiple of what a vector
+// holds, and small enough for a byte to count its newlines.
+template <size_t SIZE>
+static size_t passBlocks(const char *at, size_t offset, size_t length, int32_t *lines)
 {
-    size_t offset = 0;
-    for (; length - offset >= BLOCK; offset += BLOCK) {
-        uint8_t found = 0;
-        for (size_t i = 0; i < BLOCK; ++i) {
-            const char *here = at + offset + i;
-            found |= static_cast<uint8_t>((here[0] == '<') & ((here[1] == '<') | (here[1] == '?')));
+    for (; length - offset >= SIZE; offset += SIZE) {
+        const char *block = at + offset;
+        uint8_t ends = 0;
+        uint8_t newlines = 0;
+        for (size_t i = 0; i < SIZE; ++i) { // a loop that compilers turn into vectors
+            const uint8_t opens = block[i] == '<' ? 0xFF : 0;
+            const uint8_t follows = (block[i + 1] | 3) == '?' ? 0xFF : 0; // any of <=>?
+            ends = static_cast<uint8_t>(ends | (opens & follows));
+            newlines = static_cast<uint8_t>(newlines - (block[i] == '\n' ? 0xFF : 0));
         }
-        if (found)
+        if (ends)
             break;
+        *lines += newlines;
     }
-    while (offset < length && !endsText(at + offset))
-        ++offset;
     return offset;
 }
 
-// Length of the run of page text: it ends before "<?", before a "<" that another
-// "<" follows, and before one that ends the template.
-static size_t textRun()
+// Offset of the first of length bytes that ends a run of page text together with
+// the byte behind it; length if none does. lines: the newlines in front are added.
+static size_t findTextEnd(const char *at, size_t length, int32_t *lines)
 {
+    constexpr size_t small = 16;
+    constexpr size_t large = 240;
+    size_t offset = 0;
+    while (offset < length) { // most texts are short: longer steps only behind shorter ones
+        for (const size_t last = std::min(offset + small, length); offset < last; ++offset) {
+            if (endsText(at + offset))
+                return offset;
+            *lines += at[offset] == '\n';
+        }
+        const size_t near = std::min(offset + large, length);
+        offset = passBlocks<small>(at, offset, near, lines);
+        if (near - offset < small)
+            offset = passBlocks<large>(at, offset, length, lines);
+    }
+    return length;
+}
+
+// Length of the run of page text: it ends before "<?", before a "<" that another
+// "<" follows, and before one that ends the template. lines: out, its newlines.
+static size_t textRun(int32_t *lines)
+{
+    *lines = 0;
     for (size_t length = 0;;) {
         const size_t pairs = bytesRead() - length - 1; // bytes with one behind them, read already
-        const size_t passed = findTextEnd(matchStart() + length, pairs);
+        const size_t passed = findTextEnd(matchStart() + length, pairs, lines);
         length += passed;
         if (passed < pairs)
             return length;
-        if (!refill())
-            return length + (matchStart()[length] != '<');
+        if (refill())
+            continue;
+        const char last = matchStart()[length];
+        *lines += last == '\n';
+        return length + (last != '<');
     }
 }
 
 static int scanText()
 {
-    const size_t length = textRun();
+    scannedLine(); // of what is in front
+    int32_t lines;
+    const size_t length = textRun(&lines);
     if (length == 0 && byteAt(1) == '?')
         return scanCommandStart();
     writePiece(take(std::max<size_t>(length, 1)));
+    scanner.line += lines;
+    scanner.counted = matchStart();
     return HTML_TEXT;
 }
 
