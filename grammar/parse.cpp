@@ -71,13 +71,13 @@ Cmd *makeRepeat(int token, Arg *lower, Arg *upper, Arg *marker, Arg *body)
     return createCmd(commandOf(token).id, getRepeatUpBound(marker), lower, upper, body, nullptr);
 }
 
-Arg *addArrayRef(Arg *index, int32_t line, char *name)
+Arg *addArrayRef(Arg *name, int32_t line, Arg *index)
 {
     if (index)
-        return addArgElem(index, ELEM_GETARRAY, name);
+        return joinArgs(name, index);
     logMessage(Severity::ERROR, "%s, line %d: Syntax error: Missing array Index\n",
                currentTemplate(), line);
-    free(name);
+    destroyArg(&name);
     return nullptr;
 }
 

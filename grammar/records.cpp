@@ -4,13 +4,30 @@
 #include "grammar/records.h"
 
 #include <stdlib.h>
+#include <string.h>
 
 #include <initializer_list>
 
 #include "interface/log.h"
 
+namespace
+{
+// What is allocated for an element: with it the record of the argument that it makes,
+// used only if the element is that argument's last, and often its text behind it.
+struct ElemBlock {
+    Arg arg;
+    ArgElem elem;
+};
+} // namespace
+
+static ElemBlock *blockOf(ArgElem *elem)
+{
+    return reinterpret_cast<ElemBlock *>(reinterpret_cast<char *>(elem) -
+                                         offsetof(ElemBlock, elem));
+}
+
 // The arguments of a command that goes in front of rest.
-static Arg *joinArgs(Arg *args, Arg *rest)
+static Arg *chainArgs(Arg *args, Arg *rest)
 {
     if (!args)
         return rest;
@@ -25,19 +42,19 @@ static Arg *joinArgs(Arg *args, Arg *rest)
 // commands join the list: commands may be nested deeper than a stack.
 static void freeArgs(Arg *first)
 {
-    while (Arg *arg = first) {
+    while (const Arg *arg = first) {
         first = arg->next;
-        while (ArgElem *elem = arg->elems) {
-            arg->elems = elem->next;
-            auto *cmd = static_cast<Cmd *>(elem->type == ELEM_CMD ? elem->value : nullptr);
-            if (cmd) {
-                first = joinArgs(cmd->args, first);
+        for (ArgElem *elem = arg->elems; elem;) {
+            ElemBlock *block = blockOf(elem);
+            if (auto *cmd = static_cast<Cmd *>(elem->type == ELEM_CMD ? elem->value : nullptr)) {
+                first = chainArgs(cmd->args, first);
                 free(cmd->extra);
             }
-            free(elem->value);
-            free(elem);
+            if (elem->value != block + 1)
+                free(elem->value);
+            elem = elem->next;
+            free(block); // of the last element, with arg
         }
-        free(arg);
     }
 }
 
@@ -76,20 +93,37 @@ Cmd *createCmd(uint32_t id, void *extra, Arg *a1, Arg *a2, Arg *a3, Arg *a4)
 
 Arg *addArgElem(Arg *arg, int32_t type, void *value)
 {
-    auto *elem = static_cast<ArgElem *>(malloc(sizeof(ArgElem)));
-    if (!arg && (arg = static_cast<Arg *>(malloc(sizeof(Arg)))))
-        *arg = {nullptr, nullptr};
-    if (!elem || !arg) {
+    auto *block = static_cast<ElemBlock *>(malloc(sizeof(ElemBlock)));
+    if (!block) {
         logMessage(Severity::ERROR, "zarn - ERROR in addArgElem: NO MEMORY! (%s)\n",
                    currentTemplate());
-        free(elem);
         destroyValue(type, value);
         destroyArg(&arg);
         return nullptr;
     }
-    *elem = {type, value, arg->elems};
-    arg->elems = elem;
-    return arg;
+    *block = {{&block->elem, nullptr}, {type, value, nullptr}};
+    return joinArgs(&block->arg, arg);
+}
+
+Arg *createArg(int32_t type, std::string_view text)
+{
+    auto *block = static_cast<ElemBlock *>(malloc(sizeof(ElemBlock) + text.size() + 1));
+    if (!block)
+        return nullptr;
+    auto *copy = reinterpret_cast<char *>(block + 1);
+    *block = {{&block->elem, nullptr}, {type, copy, nullptr}};
+    memcpy(copy, text.data(), text.size());
+    copy[text.size()] = '\0';
+    return &block->arg;
+}
+
+Arg *joinArgs(Arg *first, Arg *rest)
+{
+    if (!rest)
+        return first;
+    first->elems->next = rest->elems;
+    rest->elems = first->elems;
+    return rest;
 }
 
 void destroyCmd(Cmd **cmd)

@@ -4,6 +4,8 @@
 
 #include <stdint.h>
 
+#include <string_view>
+
 #include "interface/orvinterpreter.h"
 
 enum : int32_t {
@@ -19,7 +21,8 @@ enum : int32_t {
 // A piece of an argument.
 struct ArgElem {
     int32_t type;  // an ELEM_ number
-    void *value;   // owned, a Cmd for ELEM_CMD, else a text; may be null for a dropped command
+    void *value;   // owned, a Cmd for ELEM_CMD, else a text, which may be part of this
+                   // record's block; may be null for a dropped command
     ArgElem *next; // owned
 };
 
@@ -58,5 +61,13 @@ ORV_API void destroyArg(Arg **arg);
  * the argument is missing or empty (logged). */
 ORV_API int32_t *getRepeatUpBound(Arg *marker);
 }
+
+/* An argument of one element with a copy of text, as read, in one block. Returns
+ * null when memory ran out. */
+Arg *createArg(int32_t type, std::string_view text);
+
+/* Puts the one element of first, which createArg made, in front of rest, which may be
+ * null; both are taken over. Returns the argument. */
+Arg *joinArgs(Arg *first, Arg *rest);
 
 #endif

@@ -55,7 +55,7 @@ extern int zarn_nerrs;
 // others in their places.
 %token HTML_TEXT
 %token <text> F_SETVARIABLE F_SETVARIABLEONCE F_SETARRAY F_SETARRAYONCE
-%token <text> ARG_TEXT ARG_GETVAR ARG_NUMVAR ARG_GETARRAY ARG_MINARRAY ARG_MAXARRAY
+%token <arg> ARG_TEXT ARG_GETVAR ARG_NUMVAR ARG_GETARRAY ARG_MINARRAY ARG_MAXARRAY
 %token F_UNDEF F_ECHO F_PRINT F_PRINTJS F_INCLUDE
 %token F_QUERY F_QUERYTEXT F_QUERYJS
 %token F_MULTIQUERY F_MULTIQUERYTEXT F_MULTIQUERYJS F_MULTIQUERYCOUNT
@@ -106,7 +106,7 @@ cmd     : F_SETVARIABLE arglast     { $$ = makeUnary(F_SETVARIABLE, @1.first_lin
         | F_ERRORMESSAGE arglast    { $$ = makeCommand(F_ERRORMESSAGE, $2); }
         | F_ERRORFOUND CMD_END      { $$ = makeCommand(F_ERRORFOUND); }
         | F_UNDEF HTML_TEXT         { $$ = dropUnknown(@1.first_line); }
-        | F_UNDEF ARG_TEXT error CMD_END { $$ = dropUnknown(@1.first_line); free($2); }
+        | F_UNDEF ARG_TEXT error CMD_END { $$ = dropUnknown(@1.first_line); destroyArg(&$2); }
         | F_UNDEF error CMD_END     { $$ = dropUnknown(@1.first_line); }
         | F_SETARRAY error HTML_TEXT { $$ = dropMalformed(F_SETARRAY, @1.first_line); free($1); }
         | F_SETARRAYONCE error HTML_TEXT
@@ -158,22 +158,22 @@ end     : EOF_TAG                   { doExclude(); }
 
 // An argument's elements are added from its end on, so they come out in order.
 arg     : cmd arg                   { $$ = addArgElem($2, ELEM_CMD, $1); }
-        | ARG_TEXT arg              { $$ = addArgElem($2, ELEM_TEXT, $1); }
-        | ARG_GETVAR arg            { $$ = addArgElem($2, ELEM_GETVAR, $1); }
-        | ARG_NUMVAR arg            { $$ = addArgElem($2, ELEM_NUMVAR, $1); }
-        | ARG_GETARRAY arg          { $$ = addArrayRef($2, @1.first_line, $1); }
-        | ARG_MINARRAY arg          { $$ = addArgElem($2, ELEM_MINARRAY, $1); }
-        | ARG_MAXARRAY arg          { $$ = addArgElem($2, ELEM_MAXARRAY, $1); }
+        | ARG_TEXT arg              { $$ = joinArgs($1, $2); }
+        | ARG_GETVAR arg            { $$ = joinArgs($1, $2); }
+        | ARG_NUMVAR arg            { $$ = joinArgs($1, $2); }
+        | ARG_GETARRAY arg          { $$ = addArrayRef($1, @1.first_line, $2); }
+        | ARG_MINARRAY arg          { $$ = joinArgs($1, $2); }
+        | ARG_MAXARRAY arg          { $$ = joinArgs($1, $2); }
         | ARG_END                   { $$ = nullptr; }
         ;
 
 arglast : cmd arglast               { $$ = addArgElem($2, ELEM_CMD, $1); }
-        | ARG_TEXT arglast          { $$ = addArgElem($2, ELEM_TEXT, $1); }
-        | ARG_GETVAR arglast        { $$ = addArgElem($2, ELEM_GETVAR, $1); }
-        | ARG_NUMVAR arglast        { $$ = addArgElem($2, ELEM_NUMVAR, $1); }
-        | ARG_GETARRAY arglast      { $$ = addArrayRef($2, @1.first_line, $1); }
-        | ARG_MINARRAY arglast      { $$ = addArgElem($2, ELEM_MINARRAY, $1); }
-        | ARG_MAXARRAY arglast      { $$ = addArgElem($2, ELEM_MAXARRAY, $1); }
+        | ARG_TEXT arglast          { $$ = joinArgs($1, $2); }
+        | ARG_GETVAR arglast        { $$ = joinArgs($1, $2); }
+        | ARG_NUMVAR arglast        { $$ = joinArgs($1, $2); }
+        | ARG_GETARRAY arglast      { $$ = addArrayRef($1, @1.first_line, $2); }
+        | ARG_MINARRAY arglast      { $$ = joinArgs($1, $2); }
+        | ARG_MAXARRAY arglast      { $$ = joinArgs($1, $2); }
         | end                       { $$ = nullptr; }
         | CMD_END                   { $$ = nullptr; }
         ;

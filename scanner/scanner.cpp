@@ -17,6 +17,7 @@
 #include <string_view>
 
 #include "grammar/commands.h"
+#include "grammar/records.h"
 #include "interface/log.h"
 #include "interface/output.h"
 #include "interface/process.h"
@@ -168,15 +169,20 @@ static string_view take(size_t length)
     return match;
 }
 
-// Makes a copy of text the token's value. Read as a text, it ends before a zero byte.
-static int32_t storeValue(string_view text)
+static int32_t valueStored(bool stored)
 {
-    zarn_lval.text = copyText(text);
-    if (zarn_lval.text)
+    if (stored)
         return TOKEN_VALUE_SET;
     logMessage(Severity::ERROR, "zarn - ERROR in dataToToken: NO MEMORY! (%s)\n",
                currentTemplate());
     return TOKEN_NO_MEMORY;
+}
+
+// Makes a copy of text the token's value. Read as a text, it ends before a zero byte.
+static int32_t storeValue(string_view text)
+{
+    zarn_lval.text = copyText(text);
+    return valueStored(zarn_lval.text);
 }
 
 int32_t dataToToken(const char *text, int32_t cut)
@@ -184,10 +190,13 @@ int32_t dataToToken(const char *text, int32_t cut)
     return storeValue({text, cut ? strcspn(text, BLANKS) : strlen(text)});
 }
 
-// Returns token with text as its value, or drops it when there is no memory.
+// Returns an argument's token with an argument of text alone as its value, or drops it
+// when there is no memory.
 static int valueToken(int token, string_view text)
 {
-    return storeValue(text) == TOKEN_VALUE_SET ? token : SCAN_ON;
+    static_assert(ARG_MAXARRAY - ARG_TEXT == ELEM_MAXARRAY - ELEM_TEXT);
+    zarn_lval.arg = createArg(token - ARG_TEXT + ELEM_TEXT, text);
+    return valueStored(zarn_lval.arg) == TOKEN_VALUE_SET ? token : SCAN_ON;
 }
 
 static int textToken(size_t length)
@@ -306,7 +315,7 @@ static int scanCommandStart()
     const string_view match = take(length);
     setLocation();
     if (command->tail == Tail::NAME || command->tail == Tail::ELEMENT)
-        return valueToken(command->token, nameIn(match));
+        return storeValue(nameIn(match)) == TOKEN_VALUE_SET ? command->token : SCAN_ON;
     return command->token;
 }
 
@@ -440,8 +449,8 @@ static int scanVariable(size_t name, size_t behind)
             const size_t sign = behind + 1 - name; // takes the place of what follows the "["
             const int token = valueToken(least ? ARG_MINARRAY : ARG_MAXARRAY,
                                          {take(end + 1).data() + name, sign + 1});
-            if (zarn_lval.text)
-                zarn_lval.text[sign] = least ? '-' : '+';
+            if (zarn_lval.arg)
+                static_cast<char *>(zarn_lval.arg->elems->value)[sign] = least ? '-' : '+';
             return token;
         }
     }
