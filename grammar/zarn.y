@@ -49,6 +49,7 @@ extern int zarn_nerrs;
 
 #include "exec/exec.h"
 #include "grammar/parse.h"
+#include "scanner/scanner.h"
 }
 
 // Codes from 258 on, in this order. Some are never produced; they keep the
@@ -67,7 +68,7 @@ extern int zarn_nerrs;
 
 %type <cmd> cmd
 %type <arg> arg arglast
-%type <token> unary query repeat if calc
+%type <token> query repeat if calc
 
 // What is discarded or popped is released. The end of a template that is
 // discarded closes it all the same: zarn_lex sees to that.
@@ -81,12 +82,14 @@ htmlroot: %empty
         | html
         ;
 
-html    : html cmd                  { runCommand($2); }
-        | cmd                       { runCommand($1); }
-        | html HTML_TEXT
-        | HTML_TEXT
-        | html end
-        | end
+// What makes up a page. The scanner is told when no text that follows matters here;
+// while the parser recovers from an error it counts every token.
+html    : html cmd                  { runCommand($2); passText(!YYRECOVERING()); }
+        | cmd                       { runCommand($1); passText(!YYRECOVERING()); }
+        | html HTML_TEXT            { passText(!YYRECOVERING()); }
+        | HTML_TEXT                 { passText(!YYRECOVERING()); }
+        | html end                  { passText(!YYRECOVERING()); }
+        | end                       { passText(!YYRECOVERING()); }
         | html error CMD_END        { reportSurplus(@3.first_line); }
         ;
 
@@ -95,7 +98,11 @@ cmd     : F_SETVARIABLE arglast     { $$ = makeUnary(F_SETVARIABLE, @1.first_lin
         | F_SETARRAY arg arglast    { $$ = makeElement(F_SETARRAY, @2.first_line, $1, $2, $3); }
         | F_SETARRAYONCE arg arglast
                                     { $$ = makeElement(F_SETARRAYONCE, @2.first_line, $1, $2, $3); }
-        | unary arglast             { $$ = makeUnary($1, @1.first_line, nullptr, $2); }
+        | F_ECHO arglast            { $$ = makeUnary(F_ECHO, @1.first_line, nullptr, $2); }
+        | F_PRINT arglast           { $$ = makeUnary(F_PRINT, @1.first_line, nullptr, $2); }
+        | F_PRINTJS arglast         { $$ = makeUnary(F_PRINTJS, @1.first_line, nullptr, $2); }
+        | F_INCLUDE arglast         { $$ = makeUnary(F_INCLUDE, @1.first_line, nullptr, $2); }
+        | F_BASE64 arglast          { $$ = makeUnary(F_BASE64, @1.first_line, nullptr, $2); }
         | query arglast             { $$ = makeUnary($1, @1.first_line, nullptr, $2); }
         | query arg arglast         { $$ = makeCommand($1, $2, $3); }
         | repeat arg arg arg arglast { $$ = makeRepeat($1, $2, $3, $4, $5); }
@@ -114,13 +121,6 @@ cmd     : F_SETVARIABLE arglast     { $$ = makeUnary(F_SETVARIABLE, @1.first_lin
         | repeat error HTML_TEXT    { $$ = dropMalformed($1, @1.first_line); }
         | if error HTML_TEXT        { $$ = dropMalformed($1, @1.first_line); }
         | calc error HTML_TEXT      { $$ = dropMalformed($1, @1.first_line); }
-        ;
-
-unary   : F_ECHO                    { $$ = F_ECHO; }
-        | F_PRINT                   { $$ = F_PRINT; }
-        | F_PRINTJS                 { $$ = F_PRINTJS; }
-        | F_INCLUDE                 { $$ = F_INCLUDE; }
-        | F_BASE64                  { $$ = F_BASE64; }
         ;
 
 query   : F_QUERY                   { $$ = F_QUERY; }

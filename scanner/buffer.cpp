@@ -133,6 +133,7 @@ void resetScanner()
 {
     scanner.condition = Condition::TEXT;
     scanner.depth = 0;
+    scanner.passesText = false;
     // The next run starts as the first did, so its refills fall on the same bytes.
     switchBuffer({nullptr, 0, scanner.buffer.block, scanner.buffer.blockSize, 0}, 0);
 }

@@ -410,7 +410,7 @@ static int scanText()
     writePiece(take(std::max<size_t>(length, 1)));
     scanner.line += lines;
     scanner.counted = matchStart();
-    return HTML_TEXT;
+    return scanner.passesText ? SCAN_ON : HTML_TEXT;
 }
 
 static int scanComment()
@@ -604,5 +604,6 @@ int nextToken()
     do
         token = scanOnce();
     while (token == SCAN_ON);
+    scanner.passesText = false;
     return token;
 }

@@ -39,6 +39,7 @@ struct Scanner {
     size_t stackRoom;
     int32_t line;        // the newlines in front of counted
     const char *counted; // in the buffer, pos or before it; see scannedLine
+    bool passesText;     // the page text in front of the next token is only written
     int32_t ended;       // index of a nested template whose end the parser was told; 0 when
                          // it has closed it
 };
@@ -49,6 +50,12 @@ extern Scanner scanner;
  * the end of a nested template, and comes again until that is closed; 0 the end of
  * the run's own. */
 int nextToken();
+
+/* Tells whether the page text in front of the next token needs no token of its own. */
+inline void passText(bool passes)
+{
+    scanner.passesText = passes;
+}
 
 /* Whether the end of the template on top was returned, and it is still open. */
 inline bool endWasTold()
