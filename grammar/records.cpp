@@ -7,23 +7,64 @@
 #include <string.h>
 
 #include <initializer_list>
+#include <new>
 
 #include "interface/log.h"
+#include "interface/process.h"
+#include "interface/text.h"
 
 namespace
 {
 // What is allocated for an element: with it the record of the argument that it makes,
-// used only if the element is that argument's last, and often its text behind it.
+// used only if the element is that argument's last, and room for a short text.
 struct ElemBlock {
     Arg arg;
     ArgElem elem;
+    char text[24];
 };
 } // namespace
+
+// Returns a block for an ElemBlock or a Cmd, or null.
+static void *getBlock()
+{
+    RecordBlock *block = freeRecords;
+    if (!block)
+        return malloc(sizeof(ElemBlock));
+    freeRecords = block->next;
+    return block;
+}
+
+// Keeps a block for the next record of the run; a sanitizer shall see its end.
+static void putBlock(void *block)
+{
+#ifndef ORV_SANITIZED
+    if (inpr) {
+        freeRecords = new (block) RecordBlock{freeRecords};
+        return;
+    }
+#endif
+    free(block);
+}
+
+void dropFreeRecords()
+{
+    while (RecordBlock *block = freeRecords) {
+        freeRecords = block->next;
+        free(block);
+    }
+}
 
 static ElemBlock *blockOf(ArgElem *elem)
 {
     return reinterpret_cast<ElemBlock *>(reinterpret_cast<char *>(elem) -
                                          offsetof(ElemBlock, elem));
+}
+
+// An argument of the one element.
+static void fill(ElemBlock *block, int32_t type, void *value)
+{
+    block->arg = {&block->elem, nullptr};
+    block->elem = {type, value, nullptr};
 }
 
 // The arguments of a command that goes in front of rest.
@@ -49,11 +90,11 @@ static void freeArgs(Arg *first)
             if (auto *cmd = static_cast<Cmd *>(elem->type == ELEM_CMD ? elem->value : nullptr)) {
                 first = chainArgs(cmd->args, first);
                 free(cmd->extra);
-            }
-            if (elem->value != block + 1)
+                putBlock(cmd);
+            } else if (elem->value != block->text)
                 free(elem->value);
             elem = elem->next;
-            free(block); // of the last element, with arg
+            putBlock(block); // of the last element, with arg
         }
     }
 }
@@ -70,7 +111,7 @@ static void destroyValue(int32_t type, void *value)
 
 Cmd *createCmd(uint32_t id, void *extra, Arg *a1, Arg *a2, Arg *a3, Arg *a4)
 {
-    auto *cmd = static_cast<Cmd *>(malloc(sizeof(Cmd)));
+    auto *cmd = static_cast<Cmd *>(getBlock());
     if (!cmd) {
         logMessage(Severity::ERROR, "zarn - ERROR in createCmd: NO MEMORY! (%s)\n",
                    currentTemplate());
@@ -93,7 +134,7 @@ Cmd *createCmd(uint32_t id, void *extra, Arg *a1, Arg *a2, Arg *a3, Arg *a4)
 
 Arg *addArgElem(Arg *arg, int32_t type, void *value)
 {
-    auto *block = static_cast<ElemBlock *>(malloc(sizeof(ElemBlock)));
+    auto *block = static_cast<ElemBlock *>(getBlock());
     if (!block) {
         logMessage(Severity::ERROR, "zarn - ERROR in addArgElem: NO MEMORY! (%s)\n",
                    currentTemplate());
@@ -101,19 +142,24 @@ Arg *addArgElem(Arg *arg, int32_t type, void *value)
         destroyArg(&arg);
         return nullptr;
     }
-    *block = {{&block->elem, nullptr}, {type, value, nullptr}};
+    fill(block, type, value);
     return joinArgs(&block->arg, arg);
 }
 
 Arg *createArg(int32_t type, std::string_view text)
 {
-    auto *block = static_cast<ElemBlock *>(malloc(sizeof(ElemBlock) + text.size() + 1));
+    auto *block = static_cast<ElemBlock *>(getBlock());
     if (!block)
         return nullptr;
-    auto *copy = reinterpret_cast<char *>(block + 1);
-    *block = {{&block->elem, nullptr}, {type, copy, nullptr}};
-    memcpy(copy, text.data(), text.size());
-    copy[text.size()] = '\0';
+    char *copy = block->text;
+    if (text.size() < sizeof block->text) {
+        memcpy(copy, text.data(), text.size());
+        copy[text.size()] = '\0';
+    } else if (!(copy = copyText(text))) {
+        putBlock(block);
+        return nullptr;
+    }
+    fill(block, type, copy);
     return &block->arg;
 }
 
@@ -132,7 +178,7 @@ void destroyCmd(Cmd **cmd)
         return;
     freeArgs((*cmd)->args);
     free((*cmd)->extra);
-    free(*cmd);
+    putBlock(*cmd);
 }
 
 void destroyArg(Arg **arg)

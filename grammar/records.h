@@ -62,7 +62,16 @@ ORV_API void destroyArg(Arg **arg);
 ORV_API int32_t *getRepeatUpBound(Arg *marker);
 }
 
-/* An argument of one element with a copy of text, as read, in one block. Returns
+/* A block that has held a record, kept for the next ones of the run in progress. */
+struct RecordBlock {
+    RecordBlock *next; // owned
+};
+extern RecordBlock *freeRecords;
+
+/* Gives such blocks back, at the end of a run. */
+void dropFreeRecords();
+
+/* An argument of one element with a copy of text. Returns
  * null when memory ran out. */
 Arg *createArg(int32_t type, std::string_view text);
 

@@ -81,6 +81,7 @@ int32_t Orv_Interpreter_Run(Interpreter *interpreter, const char *path, int32_t 
     logTimes(interpreter, name ? name : path);
     dropPending();
     closeTemplates();
+    dropFreeRecords();
     inpr = nullptr;
     return result;
 }
