@@ -29,13 +29,34 @@ int32_t doRepeat(const char *lowText, const char *upText, int32_t *lower, int32_
     return 1;
 }
 
+// As strtod, which is slow and not needed for a short whole number, nor for a word, unless
+// it begins as "inf" and "nan" do.
+static double readDouble(const char *text, char **end)
+{
+    constexpr int longest = 7;
+    int32_t whole = 0;
+    const char *at = text;
+    while (*at >= '0' && *at <= '9' && at - text < longest)
+        whole = whole * 10 + (*at++ - '0');
+    if (at > text && !*at) {
+        *end = const_cast<char *>(at);
+        return whole;
+    }
+    const char letter = static_cast<char>(*text | 0x20);
+    if (letter > '9' && letter != 'i' && letter != 'n') {
+        *end = const_cast<char *>(text);
+        return 0;
+    }
+    return strtod(text, end);
+}
+
 // The sign of a - b; no number when both are numbers and the difference is none.
 static float difference(const char *a, const char *b)
 {
     char *endOfA;
     char *endOfB;
-    const double left = strtod(a, &endOfA);
-    const double right = strtod(b, &endOfB);
+    const double left = readDouble(a, &endOfA);
+    const double right = readDouble(b, &endOfB);
     if (!*a || !*b || *endOfA || *endOfB) {
         const int order = strcmp(a, b);
         return order < 0 ? -1.0F : order > 0 ? 1.0F : 0.0F;

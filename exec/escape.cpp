@@ -31,13 +31,17 @@ int32_t escapeByTable(const char *text, int32_t direct, const char *const *table
     if (!text)
         return -1;
     const char *run = text;
-    for (; *text; ++text) {
+    for (;; ++text) {
         const auto code = static_cast<unsigned char>(*text);
-        if (code >= TABLE_SIZE || !table[code])
+        if (code >= TABLE_SIZE)
             continue;
-        emitPiece({run, static_cast<size_t>(text - run)}, direct);
-        emitPiece(table[code], direct);
-        run = text + 1;
+        if (code == '\0')
+            break;
+        if (table[code]) {
+            emitPiece({run, static_cast<size_t>(text - run)}, direct);
+            emitPiece(table[code], direct);
+            run = text + 1;
+        }
     }
     emitPiece({run, static_cast<size_t>(text - run)}, direct);
     return 0;

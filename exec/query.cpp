@@ -3,6 +3,7 @@
  * happens, so what the interpreter holds is always its own. Called by the
  * dispatcher and by the error commands. */
 #include <stdlib.h>
+#include <string.h>
 
 #include <algorithm>
 
@@ -33,22 +34,36 @@ QueryRow *createQueryRow(const char *text)
     return row;
 }
 
+// Where the texts of a copied row stand, in the row's block. No block of the heap
+// begins at an odd address, so a column there is no text of its own.
+static char *ownTexts(QueryRow *row)
+{
+    return reinterpret_cast<char *>(row + 1) + 1;
+}
+
 // A copy of one row, in no list; null when memory ran out.
 static QueryRow *copyRow(const QueryRow *source)
 {
-    auto *row = static_cast<QueryRow *>(malloc(sizeof(QueryRow)));
     const int32_t count = columnCount(source);
-    if (row) {
-        row->next = row->prev = nullptr;
-        row->count = 0;
+    size_t lengths[ORV_MAX_COLUMNS];
+    size_t room = 1;
+    for (int32_t column = 0; column < count; ++column) {
+        const char *text = source->cols[column];
+        lengths[column] = text ? strlen(text) : 0;
+        room += lengths[column] + 1;
     }
-    while (row && row->count < count) {
-        const char *text = source->cols[row->count];
-        row->cols[row->count] = copyText(text ? text : "");
-        if (row->cols[row->count])
-            ++row->count;
-        else
-            freeQueryRows(&row);
+    auto *row = static_cast<QueryRow *>(malloc(sizeof(QueryRow) + room));
+    if (!row)
+        return nullptr;
+    row->next = row->prev = nullptr;
+    row->count = count;
+    char *text = ownTexts(row);
+    for (int32_t column = 0; column < count; ++column) {
+        row->cols[column] = text;
+        if (lengths[column] > 0)
+            memcpy(text, source->cols[column], lengths[column]);
+        text += lengths[column];
+        *text++ = '\0';
     }
     return row;
 }
@@ -86,8 +101,10 @@ void freeQueryRows(QueryRow **rows)
     *rows = nullptr;
     while (row) {
         QueryRow *next = row->next;
-        for (int32_t column = columnCount(row); column > 0; --column)
-            free(row->cols[column - 1]);
+        const int32_t count = columnCount(row);
+        const bool copied = count > 0 && row->cols[0] == ownTexts(row);
+        for (int32_t column = 0; column < count && !copied; ++column)
+            free(row->cols[column]);
         free(row);
         row = next;
     }
