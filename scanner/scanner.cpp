@@ -101,39 +101,57 @@ static constexpr RowSet rowsTakingIf = [] {
 static constexpr auto rowsByFirst = rowsByLetter(0);
 static constexpr auto rowsBySecond = rowsByLetter(1);
 
-// Offset behind the bytes of set that stand from offset on.
-static inline size_t skip(size_t offset, ByteSet set)
+static inline size_t skipRead(size_t offset, ByteSet set)
 {
-    while (isIn(byteAt(offset), set))
+    const char *match = matchStart();
+    const size_t read = bytesRead();
+    while (offset < read && isIn(static_cast<unsigned char>(match[offset]), set))
         ++offset;
     return offset;
 }
 
+// Goes on behind all that has been read. Apart, since it is rarely needed.
+[[gnu::noinline]] static size_t skipMore(size_t offset, ByteSet set)
+{
+    while (offset >= bytesRead() && refill())
+        offset = skipRead(offset, set);
+    return offset;
+}
+
+// Offset behind the bytes of set that stand from offset on.
+static inline size_t skip(size_t offset, ByteSet set)
+{
+    offset = skipRead(offset, set);
+    return offset < bytesRead() ? offset : skipMore(offset, set);
+}
+
+// Offset behind one or more of white space, else 0.
+static size_t matchBlanks(size_t offset)
+{
+    const size_t behind = skip(offset, BLANK);
+    return behind > offset ? behind : 0;
+}
+
 // Offset behind text if it stands at offset, else 0. A blank of text stands for
 // one or more of white space.
-static size_t matchText(size_t offset, const char *text);
+static size_t matchText(size_t offset, const char *text)
+{
+    for (; *text; ++text) {
+        if (*text != ' ') {
+            if (byteAt(offset) != *text)
+                return 0;
+            ++offset;
+        } else if ((offset = matchBlanks(offset)) == 0) {
+            return 0;
+        }
+    }
+    return offset;
+}
 
 // The same for a text that begins with a letter or sign, which decides mostly.
 static inline size_t matchWord(size_t offset, const char *text)
 {
     return byteAt(offset) == *text ? matchText(offset, text) : 0;
-}
-
-static size_t matchText(size_t offset, const char *text)
-{
-    for (; *text; ++text) {
-        if (*text == ' ') {
-            const size_t behind = skip(offset, BLANK);
-            if (behind == offset)
-                return 0;
-            offset = behind;
-        } else if (byteAt(offset) != *text) {
-            return 0;
-        } else {
-            ++offset;
-        }
-    }
-    return offset;
 }
 
 static string_view without(string_view text, size_t length)
@@ -214,7 +232,7 @@ static void setLocation()
 // Offset behind an operator and the white space around it, else 0.
 static size_t matchOperator(size_t offset, char sign)
 {
-    offset = matchText(offset, " ");
+    offset = matchBlanks(offset);
     if (offset == 0)
         return 0;
     offset += isIn(byteAt(offset), QUOTE);
@@ -222,7 +240,7 @@ static size_t matchOperator(size_t offset, char sign)
         return 0;
     ++offset;
     offset += isIn(byteAt(offset), QUOTE);
-    return matchText(offset, " ");
+    return matchBlanks(offset);
 }
 
 // Offset behind var:, a name and, with bracket, a "[", and white space, else 0.
@@ -245,7 +263,7 @@ static size_t matchRow(const CommandDef &row, size_t offset)
         return 0;
     switch (row.tail) {
     case Tail::BLANK:
-        return matchText(offset, " ");
+        return matchBlanks(offset);
     case Tail::OPERATOR:
         return matchOperator(offset, row.sign);
     case Tail::NAME:
@@ -294,15 +312,15 @@ static string_view nameIn(string_view match)
 // At "<?", in every condition but comments.
 static int scanCommandStart()
 {
-    for (const char *opener : {"--", "xml"}) {
-        if (const size_t length = matchWord(2, opener)) {
-            take(length);
-            enterCondition(Condition::COMMENT);
-            return SCAN_ON;
-        }
+    size_t length = matchWord(2, "--");
+    if (length == 0)
+        length = matchWord(2, "xml");
+    if (length > 0) {
+        take(length);
+        enterCondition(Condition::COMMENT);
+        return SCAN_ON;
     }
     const size_t words = skip(2, BLANK);
-    size_t length;
     const CommandDef *command = findCommand(words, &length);
     if (!command) {
         writePiece(take(words));
@@ -400,7 +418,8 @@ static size_t textRun(int32_t *lines)
     }
 }
 
-static int scanText()
+// Apart, so that the other tokens do not save the registers that this one needs.
+[[gnu::noinline]] static int scanText()
 {
     scannedLine(); // of what is in front
     int32_t lines;
