@@ -8,6 +8,7 @@
  *
  * Threads: none. The run in progress, the diagnostic log and the text
  * databases belong to the process, so all calls must come from one thread.
+ * Callbacks return: an exception must not leave one, and a jump neither.
  *
  * Texts are byte strings that end in a zero byte. The library copies what it
  * keeps; the caller keeps what it passed. */
