@@ -74,10 +74,10 @@ static bool extendInPlace(ScanBuffer *buffer, size_t max)
  * (moveToBlock, readInput):
  *
  *   mapping  ...scanned|unfinished|to be read......    ...scanned|unfinished|read.......
- *                      pos        end                            pos              end
+ *                      pos        + read                         pos              + read
  *
  *   block    scanned..........|unfinished|             unfinished|read, with texts|
- *                             pos        end           pos                        end
+ *                             pos        + read        pos                        + read
  */
 static bool readMore(ScanBuffer *buffer)
 {
