@@ -29,6 +29,7 @@ protected:
                             {"cmd", "<?echo 1?>{?hi?}"},
                             {"long", "<?setvariable var:lang de?>" + longText + "{?hi?}"},
                             {"incl", "<?include b.htm?>" + longText + "<?echo y?>"},
+                            {"wide", std::string(400, 'w')},
                             {std::string(128, 'i'), "128"}}));
         writeFile("device/etc/htmltext_de.db", database({{"hi", "hallo"}, {"long", "lang"}}));
         writeFile("device/etc/htmltext_xx.db", "");
@@ -105,6 +106,8 @@ TEST_F(TextFields, AreMarkedForTranslators)
     }
     EXPECT_STREQ(Orv_Interpreter_LookupDBField("hi"), "-=hello {?hi?}=-");
     EXPECT_EQ(strlen(Orv_Interpreter_LookupDBField("long")), 383U);
+    EXPECT_EQ(renderText("{?wide?}").page.size(), 383U);
+    EXPECT_EQ(renderText("<a b='{?wide?}").page.size(), strlen("<a b='") + 383);
     EXPECT_EQ(renderText("{?long?}").page.size(), 383 - strlen("<?setvariable var:lang de?>"));
 }
 
@@ -295,17 +298,22 @@ TEST(TextDatabase, AgreesWithAMap)
     EXPECT_EQ(image, nullptr);
 }
 
-TEST(TextDatabase, TellsTheAttribute)
+TEST(TextDatabase, TellsTheAttributeAndNeedsLabels)
 {
     std::string file = database({{"a", "x"}, {"b", "y"}});
-    file[16 + 2 * 8 + 7] |= '\x80'; // behind the header and the records of root and "a"
-    writeFile("attribute.db", file);
-    const char *image;
-    const int32_t fd = loadMmapTree("attribute.db", &image);
-    for (const auto &[id, expected] : {std::pair("a", 0), {"b", 1}, {"c", -1}}) {
-        int32_t attribute = -1;
-        EXPECT_EQ(findMmapVar(image, id, &attribute) != nullptr, expected >= 0);
-        EXPECT_EQ(attribute, expected);
+    char *records = file.data() + 16; // root, "a", "b"
+    records[2 * 8 + 7] |= '\x80';
+    for (const int labelMoves : {0, 1}) { // to its end, where it is empty
+        records[8 + 4] += static_cast<char>(labelMoves);
+        writeFile("odd.db", file);
+        const char *image;
+        const int32_t fd = loadMmapTree("odd.db", &image);
+        for (const auto &[id, expected] :
+             {std::pair("a", labelMoves ? -1 : 0), {"b", 1}, {"", -1}}) {
+            int32_t attribute = -1;
+            EXPECT_EQ(findMmapVar(image, id, &attribute) != nullptr, expected >= 0) << id;
+            EXPECT_EQ(attribute, expected);
+        }
+        unloadMmapTree("odd.db", fd, &image);
     }
-    unloadMmapTree("attribute.db", fd, &image);
 }
