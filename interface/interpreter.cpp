@@ -4,6 +4,7 @@
  * inner functions reach the handle through it. Between runs a handle keeps its
  * variables and the argument buffer, and the scanner is empty. */
 #include <stdlib.h>
+#include <string.h>
 
 #include "exec/exec.h"
 #include "grammar/parse.h"
@@ -52,6 +53,13 @@ static void logTimes(const Interpreter *run, const char *path)
                milliseconds(run->startTimes.tms_stime, now.tms_stime), run->textFieldCount);
 }
 
+static void forgetPlace(Interpreter *interpreter)
+{
+    free(interpreter->gaveUpIn);
+    interpreter->gaveUpIn = nullptr;
+    interpreter->gaveUpLine = 0;
+}
+
 int32_t Orv_Interpreter_Run(Interpreter *interpreter, const char *path, int32_t outputFd)
 {
     if (!interpreter || !path) {
@@ -70,12 +78,15 @@ int32_t Orv_Interpreter_Run(Interpreter *interpreter, const char *path, int32_t 
     interpreter->outputFd = outputFd;
     interpreter->textFieldCount = 0;
     interpreter->outputError = 0;
+    forgetPlace(interpreter);
     inpr = interpreter;
     interpreter->startTicks = times(&interpreter->startTimes);
 
     int32_t result = ORV_RUN_NO_TEMPLATE;
     if (doInclude(path, 0) > 0)
         result = doParse() == 0 ? ORV_RUN_DONE : ORV_RUN_GAVE_UP;
+    if (result == ORV_RUN_GAVE_UP && (interpreter->gaveUpIn = strdup(currentTemplate())))
+        interpreter->gaveUpLine = currentLine();
     flushOutput();
     const char *name = interpreter->includes[0].fileName; // path may be gone with its language
     logTimes(interpreter, name ? name : path);
@@ -89,6 +100,14 @@ int32_t Orv_Interpreter_Run(Interpreter *interpreter, const char *path, int32_t 
 int32_t Orv_Interpreter_OutputError(const Interpreter *interpreter)
 {
     return interpreter ? interpreter->outputError : ORV_FAILED;
+}
+
+const char *Orv_Interpreter_Position(const Interpreter *interpreter, int32_t *line)
+{
+    const bool runs = interpreter && interpreter == inpr && interpreter->includeIndex >= 0;
+    if (line)
+        *line = runs ? currentLine() : interpreter ? interpreter->gaveUpLine : 0;
+    return runs ? currentTemplate() : interpreter ? interpreter->gaveUpIn : nullptr;
 }
 
 void Orv_Interpreter_SetHostData(Interpreter *interpreter, void *data)
@@ -109,6 +128,7 @@ int32_t Orv_Interpreter_Destroy(Interpreter *interpreter)
         return 0;
     Orv_Interpreter_ClearVariables(interpreter);
     destroyTree(&interpreter->varTree);
+    forgetPlace(interpreter);
     free(interpreter->callbacks);
     free(interpreter->args.argBuf);
     free(interpreter->output.bytes);

@@ -91,6 +91,8 @@ struct Interpreter {
     OutputBuffer output;
     int32_t outputError; // errno of the first write of the run that failed, 0 for none
     void *hostData;      // the web program's own
+    char *gaveUpIn;      // owned, the template in which the last run gave up, else null
+    int32_t gaveUpLine;  // and the line there
 };
 
 #endif

@@ -137,6 +137,13 @@ ORV_API int32_t Orv_Interpreter_Run(Interpreter *interpreter, const char *path, 
  * progress, that failed; 0 when none has; -1 for a null handle. */
 ORV_API int32_t Orv_Interpreter_OutputError(const Interpreter *interpreter);
 
+/* Tells where the run in progress is, for callbacks, or where the handle's last run
+ * gave up. line: out, counted from 1; may be null.
+ * Returns the template's path as it was pushed, borrowed until the callback returns or
+ * the handle's next call; null, and line is 0, when there is no such place, for a null
+ * handle, and when memory ran out. */
+ORV_API const char *Orv_Interpreter_Position(const Interpreter *interpreter, int32_t *line);
+
 /* Keep a pointer of the web program in the handle, for its callbacks. The library
  * never looks at what it points to. Initially, and for a null handle, it is null. */
 ORV_API void Orv_Interpreter_SetHostData(Interpreter *interpreter, void *data);

@@ -74,7 +74,7 @@ TEST(OrvRender, Rows)
     const string failed = "zarn - ERROR in doQuery: fQuery() returned -1! (t.htm)\n";
     for (const auto &[query, reason] : queries) {
         const string page = "<?multiquerycount '" + query + "'?>";
-        const string err = "orv-render: cannot answer query '" + query + "': " + reason + "\n";
+        const string err = "orv-render: t.htm, line 1: cannot answer query '" + query + "': " + reason + "\n";
         expectRun("--db r.db t.htm", page, "-1", err, 0);
         expectRun("--log --db r.db t.htm", page, "-1", err + failed, 1);
     }
@@ -109,7 +109,7 @@ TEST(OrvRender, Rows)
          "<?querytext 'select n from num'?>",
          "old1000000old"}, // a page shows one state
         {"t.htm", "<?multiquerycount 'select\n1'?>", "-1",
-         "orv-render: cannot answer query 'select 1': there is no database\n"},
+         "orv-render: t.htm, line 2: cannot answer query 'select 1': there is no database\n"},
         {"--log t.htm", include, "ab",
          "orv-render: cannot open template '../secret.htm': not below the document root\n", 1},
         {"--output secret.htm x.htm || cat secret.htm", "", "secret",
@@ -122,7 +122,14 @@ TEST(OrvRender, Rows)
          "zarn - CGI-Variable set: x=" + string(472, 'v') + // a message that is cut
              "t.htm, line 1: Syntax error: Too few arguments in <? if eq\n",
          1},
-        {"t.htm", "a<?echo " + repeated("x$$", 6000) + "?>b", "a", "", 3},
+        {"t.htm", "a\n<?echo " + repeated("x$$", 6000) + "?>b", "a\n",
+         "orv-render: gave up at t.htm, line 2\n", 3},
+        {"- <site/t.htm", "<?echo a?><?include inc.htm?>", "ainc"},
+        {"- </dev/null", "", "",
+         "orv-render: cannot open template '-': it is empty or cannot be mapped\n", 2},
+        {"t.htm <site/t.htm", "<?include /dev/stdin?>", ""}, // not asked for
+        {"--log - <site/t.htm", "x\n<?if eq a ?>y", "x\ny",
+         "/dev/stdin, line 2: Syntax error: Too few arguments in <? if eq\n", 1},
     };
     for (const auto &[arguments, page, out, err, status] : rows)
         expectRun(arguments, page, out, err, status);

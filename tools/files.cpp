@@ -2,6 +2,7 @@
 #include "files.h"
 
 #include <cerrno>
+#include <climits>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -67,35 +68,75 @@ bool writeAll(int fd, std::string_view bytes)
     return true;
 }
 
+/* Returns the path behind the links that path leads through, also when there is
+ * nothing yet. */
+static std::string followLinks(std::string path)
+{
+    static constexpr int MAX_LINKS = 40; // as the system follows
+    char link[PATH_MAX];
+    for (int i = 0; i < MAX_LINKS; i++) {
+        const ssize_t length = readlink(path.c_str(), link, sizeof link);
+        if (length < 0)
+            break;
+        const std::string_view to(link, static_cast<size_t>(length));
+        if (!to.starts_with('/'))
+            path.resize(path.rfind('/') + 1); // to nothing without one
+        else
+            path.clear();
+        path += to;
+    }
+    return path;
+}
+
+/* Gives a new file the mode and owner of the old one, or the usual mode when there
+ * is none. */
+static bool takeModeAndOwner(int fd, const struct stat *old)
+{
+    if (old)
+        return fchown(fd, old->st_uid, old->st_gid) == 0 && fchmod(fd, old->st_mode & 07777) == 0;
+    const mode_t mask = umask(0);
+    umask(mask);
+    return fchmod(fd, 0666 & ~mask) == 0;
+}
+
+/* Makes the new file beside its place. Returns false when that fails; errno tells
+ * why. */
+static bool writeBeside(char *path, const struct stat *old, std::string_view bytes)
+{
+    const int fd = mkstemp(path);
+    if (fd < 0)
+        return false;
+    bool written = writeAll(fd, bytes) && takeModeAndOwner(fd, old) && fsync(fd) == 0;
+    int error = errno;
+    if (close(fd) != 0 && written) {
+        error = errno;
+        written = false;
+    }
+    if (!written)
+        unlink(path);
+    errno = error;
+    return written;
+}
+
 bool replaceFile(const char *path, std::string_view bytes)
 {
-    char *resolved = realpath(path, nullptr);
-    const std::string target = resolved ? resolved : path;
-    free(resolved);
+    const std::string target = followLinks(path);
     struct stat status;
-    if (stat(target.c_str(), &status) == 0 && !S_ISREG(status.st_mode)) {
+    const bool exists = stat(target.c_str(), &status) == 0;
+    if (exists && !S_ISREG(status.st_mode)) {
         complain(0, "cannot write %s: it is not a regular file", path);
         return false;
     }
     std::string beside = target + ".XXXXXX";
-    const int fd = mkstemp(beside.data());
-    const mode_t mask = umask(0);
-    umask(mask);
-    bool written =
-        fd >= 0 && writeAll(fd, bytes) && fchmod(fd, 0666 & ~mask) == 0 && fsync(fd) == 0;
-    int error = errno;
-    if (fd >= 0 && close(fd) != 0 && written) {
-        error = errno;
-        written = false;
-    }
+    bool written = writeBeside(beside.data(), exists ? &status : nullptr, bytes);
     if (written && rename(beside.c_str(), target.c_str()) != 0) {
-        error = errno;
+        const int error = errno;
+        unlink(beside.c_str());
+        errno = error;
         written = false;
     }
     if (!written) {
-        complain(0, "cannot write %s: %s", path, strerror(error));
-        if (fd >= 0)
-            unlink(beside.c_str());
+        complain(0, "cannot write %s: %s", path, strerror(errno));
         return false;
     }
     if (!syncFolder(target)) {
@@ -103,6 +144,14 @@ bool replaceFile(const char *path, std::string_view bytes)
         return false;
     }
     return true;
+}
+
+bool isSameFile(const char *a, const char *b)
+{
+    struct stat first;
+    struct stat second;
+    return stat(a, &first) == 0 && stat(b, &second) == 0 && first.st_dev == second.st_dev &&
+           first.st_ino == second.st_ino;
 }
 
 int closeOutput(int status, int failure)

@@ -23,9 +23,13 @@ bool writeAll(int fd, std::string_view bytes);
 
 /* Puts bytes into the file at path, or behind the link at path, in one step: it
  * is written beside and renamed, so whoever reads or maps the old file keeps it.
+ * The mode and owner of an old file stay.
  * Returns false after a complaint; the old file is then untouched, unless it is
  * only the new one's lasting that could not be made sure. */
 bool replaceFile(const char *path, std::string_view bytes);
+
+/* Whether both paths lead to one file that exists. */
+bool isSameFile(const char *a, const char *b);
 
 /* Closes standard output and makes sure that all was printed there: a full disk is
  * no success.

@@ -21,15 +21,25 @@ static Host &hostOf(const Interpreter *interpreter)
     return *static_cast<Host *>(Orv_Interpreter_HostData(interpreter));
 }
 
-/* Reports a problem with subject (a path, a query), in one line whatever bytes
- * that consists of. */
-static void report(Host &host, const char *what, const char *subject, const char *reason)
+/* Reports a problem with subject (a path, a query), in one line whatever bytes that
+ * and the template's name consist of.
+ * interpreter: whose place is named in front, null when it says nothing. */
+static void report(Host &host, const Interpreter *interpreter, const char *what,
+                   const char *subject, const char *reason)
 {
-    char *line = strdup(subject);
+    int32_t number = 0;
+    const char *name = interpreter ? Orv_Interpreter_Position(interpreter, &number) : nullptr;
+    char place[32] = "";
+    if (name)
+        snprintf(place, sizeof place, ", line %d: ", number);
+    char *line = nullptr;
+    if (asprintf(&line, "%s: %s%s%s '%s': %s", host.program, name ? name : "", place, what, subject,
+                 reason) < 0)
+        line = nullptr;
     for (char *at = line; at && *at; at++)
         if (static_cast<unsigned char>(*at) < ' ' || *at == '\x7f')
             *at = ' ';
-    dprintf(host.reportFd, "%s: %s '%s': %s\n", host.program, what, line ? line : "", reason);
+    dprintf(host.reportFd, "%s\n", line ? line : what);
     free(line);
     host.problems++;
 }
@@ -49,6 +59,10 @@ static const char *openBelow(const Host &host, const char *path, int32_t *fd)
 {
     char resolved[PATH_MAX];
     struct stat status;
+    if (host.readsInput && strcmp(path, STANDARD_INPUT) == 0) {
+        *fd = fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+        return *fd < 0 ? strerror(errno) : nullptr;
+    }
     if (path[0] == '/' || hasParentStep(path))
         return "not below the document root";
     if (!realpath(path, resolved))
@@ -72,7 +86,7 @@ static int32_t openReporting(Host &host, const char *path)
     int32_t fd = -1;
     host.openProblem = openBelow(host, path, &fd);
     if (host.openProblem && host.reportTemplates)
-        report(host, "cannot open template", path, host.openProblem);
+        report(host, nullptr, "cannot open template", path, host.openProblem);
     return fd;
 }
 
@@ -117,7 +131,7 @@ static const char *bindVariables(const Host &host, sqlite3_stmt *statement)
 
 /* Returns the statement of a query, bound and owned by the caller; null after a
  * report when it is not one statement that only reads. */
-static sqlite3_stmt *prepareQuery(Host &host, const char *query)
+static sqlite3_stmt *prepareQuery(Host &host, const Interpreter *interpreter, const char *query)
 {
     sqlite3_stmt *statement = nullptr;
     const char *rest = "";
@@ -136,7 +150,7 @@ static sqlite3_stmt *prepareQuery(Host &host, const char *query)
         reason = bindVariables(host, statement);
     if (!reason)
         return statement;
-    report(host, "cannot answer query", query, reason);
+    report(host, interpreter, "cannot answer query", query, reason);
     sqlite3_finalize(statement);
     return nullptr;
 }
@@ -180,7 +194,7 @@ static int32_t answerQuery(Interpreter *interpreter, int32_t mode, const char *q
                            QueryRow **rows, int32_t *owned)
 {
     Host &host = hostOf(interpreter);
-    sqlite3_stmt *statement = prepareQuery(host, query);
+    sqlite3_stmt *statement = prepareQuery(host, interpreter, query);
     if (!statement)
         return -1;
     int32_t columns = std::min<int32_t>(sqlite3_column_count(statement), ORV_MAX_COLUMNS);
@@ -197,7 +211,7 @@ static int32_t answerQuery(Interpreter *interpreter, int32_t mode, const char *q
         last = row;
     }
     if (status != SQLITE_DONE) {
-        report(host, "cannot answer query", query,
+        report(host, interpreter, "cannot answer query", query,
                status == SQLITE_NOMEM ? "out of memory" : sqlite3_errmsg(host.db));
         freeRows(last);
         last = nullptr;
@@ -223,7 +237,7 @@ static bool openDatabase(Host &host, const char *dbFile)
 {
     char resolved[PATH_MAX];
     if (!realpath(dbFile, resolved)) {
-        report(host, "cannot read database", dbFile, strerror(errno));
+        report(host, nullptr, "cannot read database", dbFile, strerror(errno));
         return false;
     }
     int status = sqlite3_open_v2(resolved, &host.db, SQLITE_OPEN_READWRITE, nullptr);
@@ -236,7 +250,7 @@ static bool openDatabase(Host &host, const char *dbFile)
     if (status == SQLITE_OK)
         status = sqlite3_set_authorizer(host.db, authorize, nullptr);
     if (status != SQLITE_OK)
-        report(host, "cannot read database", dbFile, sqlite3_errmsg(host.db));
+        report(host, nullptr, "cannot read database", dbFile, sqlite3_errmsg(host.db));
     return status == SQLITE_OK;
 }
 
@@ -245,7 +259,7 @@ bool hostOpen(Host &host, const char *docRoot, const char *dbFile)
     if (dbFile && !openDatabase(host, dbFile))
         return false;
     if (!realpath(docRoot, host.docRoot) || chdir(host.docRoot) != 0) {
-        report(host, "cannot use document root", docRoot, strerror(errno));
+        report(host, nullptr, "cannot use document root", docRoot, strerror(errno));
         return false;
     }
     size_t length = strlen(host.docRoot);

@@ -25,11 +25,16 @@ struct HostVariable {
     std::string value;
 };
 
+/* The template's name under which a host can give what its standard input is, a file
+ * that can be mapped. */
+static constexpr char STANDARD_INPUT[] = "/dev/stdin";
+
 struct Host {
     const char *program = "";            // borrowed; begins each line that is reported
     int32_t reportFd = STDERR_FILENO;    // where problems are reported, a line each
     bool reportTemplates = false;        // report templates that cannot be opened, too
     const char *error = nullptr;         // borrowed; what error commands find, null for none
+    bool readsInput = false;             // STANDARD_INPUT is a template, too
     std::vector<HostVariable> variables; // for the parameters of queries, the newest last
     sqlite3 *db = nullptr;               // owned; null without a database
     char docRoot[PATH_MAX + 1] = "";     // absolute, free of links, ends in '/'

@@ -36,7 +36,8 @@ static constexpr int32_t outputBuffer = 16384;
 
 static constexpr char helpText[] =
     "Usage: orv-render [OPTION]... TEMPLATE\n"
-    "Renders TEMPLATE, a path below the document root, to standard output.\n"
+    "Renders TEMPLATE, a path below the document root, to standard output. The TEMPLATE\n"
+    "- is what standard input gives; messages name it /dev/stdin.\n"
     "\n"
     "  --set NAME=VALUE         set a request variable; repeatable\n"
     "  --set NAME[INDEX]=VALUE  set an element of an array\n"
@@ -140,6 +141,22 @@ static int32_t countProblems()
     return Orv_Interpreter_LogCount(ORV_LOG_WARNING) + Orv_Interpreter_LogCount(ORV_LOG_ERROR);
 }
 
+/* Puts a file in memory with all that standard input gives into its place: templates
+ * are mapped. Returns false when it cannot be read; errno tells why. */
+static bool keepStandardInput()
+{
+    std::string text;
+    char piece[8192];
+    ssize_t got;
+    while ((got = read(STDIN_FILENO, piece, sizeof piece)) > 0 || (got < 0 && errno == EINTR))
+        text.append(piece, got > 0 ? static_cast<size_t>(got) : 0);
+    const int fd = got < 0 ? -1 : memfd_create("template", MFD_CLOEXEC);
+    const bool isKept = fd >= 0 && writeAll(fd, text) && dup2(fd, STDIN_FILENO) >= 0;
+    if (fd >= 0)
+        close(fd);
+    return isKept;
+}
+
 /* Sets the variables of the command line. Returns -1 to go on, else the exit status. */
 static int setVariables(Host &host, Interpreter *interpreter, const CommandLine &options)
 {
@@ -182,6 +199,26 @@ static bool writePage(int startDir, const char *output, int page)
     return isWritten;
 }
 
+/* Says why the page is missing or broken off. Returns the exit status. */
+static int explainResult(const Host &host, const CommandLine &options,
+                         const Interpreter *interpreter, int32_t result, bool logs)
+{
+    int32_t line = 0;
+    const char *name = Orv_Interpreter_Position(interpreter, &line);
+    const int32_t lost = Orv_Interpreter_OutputError(interpreter);
+    if (lost > 0)
+        return complain(NO_PAGE, "cannot write the page: %s", strerror(lost));
+    if (result == ORV_RUN_NO_TEMPLATE && logs && host.openProblem)
+        return NO_PAGE; // the log has the line
+    if (result == ORV_RUN_NO_TEMPLATE)
+        return complain(NO_PAGE, "cannot open template '%s': %s", options.words[0],
+                        host.openProblem ? host.openProblem : "it is empty or cannot be mapped");
+    if (result != ORV_RUN_GAVE_UP)
+        return PAGE_WHOLE;
+    return complain(PAGE_BROKEN_OFF, "gave up at %s, line %d", name ? name : options.words[0],
+                    line);
+}
+
 /* Runs the template with the descriptors at hand: page, where it goes, and log,
  * -1 without --log. Returns the exit status, after a line for a missing page. */
 static int runPage(Host &host, const CommandLine &options, int page, int log)
@@ -196,19 +233,12 @@ static int runPage(Host &host, const CommandLine &options, int page, int log)
     int status = setVariables(host, interpreter, options);
     int32_t result = ORV_RUN_DONE;
     if (status < 0)
-        result = Orv_Interpreter_Run(interpreter, options.words[0], page);
-    const int32_t lost = Orv_Interpreter_OutputError(interpreter);
+        result = Orv_Interpreter_Run(interpreter,
+                                     host.readsInput ? STANDARD_INPUT : options.words[0], page);
+    if (status < 0)
+        status = explainResult(host, options, interpreter, result, log >= 0);
     Orv_Interpreter_Destroy(interpreter);
-    if (status >= 0)
-        return status;
-    if (lost > 0)
-        return complain(NO_PAGE, "cannot write the page: %s", strerror(lost));
-    if (result == ORV_RUN_NO_TEMPLATE && log >= 0 && host.openProblem)
-        return NO_PAGE; // the log has the line
-    if (result == ORV_RUN_NO_TEMPLATE)
-        return complain(NO_PAGE, "cannot open template '%s': %s", options.words[0],
-                        host.openProblem ? host.openProblem : "it is empty or cannot be mapped");
-    return result == ORV_RUN_GAVE_UP ? PAGE_BROKEN_OFF : PAGE_WHOLE;
+    return status;
 }
 
 /* Renders the page, writes it if it was collected, and prints the log. */
@@ -286,6 +316,9 @@ static int run(const CommandLine &options, bool hasStandardOutput)
         return complain(NO_PAGE, "cannot use root '%s': %s", options.value(OPT_ROOT),
                         strerror(errno));
     systemRoot = root;
+    host.readsInput = strcmp(options.words[0], "-") == 0;
+    if (host.readsInput && !keepStandardInput())
+        return complain(NO_PAGE, "cannot read standard input: %s", strerror(errno));
     if (options.value(OPT_TOOLTIPS)) {
         if (!makeTooltipRoot(tooltipRoot, root, options.value(OPT_TOOLTIPS)))
             return complain(NO_PAGE, "cannot make a folder for --tooltips: %s", strerror(errno));

@@ -8,7 +8,9 @@
 #include <cstdlib>
 #include <cstring>
 
+#include <sys/mman.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include "fieldid.h"
 #include "files.h"
@@ -20,9 +22,17 @@ struct PoSource {
     size_t strangeLine;        // of the first byte that is not UTF-8, or 0
 };
 
-/* The file being read. The functions that gettext's library calls carry no pointer
- * of ours. */
-static PoFile *current;
+/* A reading in progress. */
+struct Reading {
+    PoFile *po;
+    std::string_view bytes;
+    const PoSource *source;
+};
+
+/* The functions that gettext's library calls carry no pointer of ours. */
+static Reading *current;
+
+static constexpr std::string_view NOTE_START = "orv-textdb: ";
 
 /* Returns the length of the UTF-8 character that text begins with, 0 when its
  * bytes are none. */
@@ -55,21 +65,11 @@ static void onError(int severity, po_message_t message, const char *path, size_t
     while (joined.ends_with('\n'))
         joined.pop_back();
     std::replace(joined.begin(), joined.end(), '\n', ' ');
-    reportPo(current, path && line != static_cast<size_t>(-1) ? line : 0,
+    reportPo(current->po, path && line != static_cast<size_t>(-1) ? line : 0,
              severity != PO_SEVERITY_WARNING, message ? po_message_msgid(message) : nullptr,
              joined);
     if (severity == PO_SEVERITY_FATAL_ERROR)
         exit(EXIT_FAILURE);
-}
-
-/* Takes a message about an entry that is defined twice. The library knows the
- * place of the second definition, but hands over only the first entry. */
-static void onError2(int severity, po_message_t message, const char *path, size_t line,
-                     size_t column, int multiline, const char *text, po_message_t first,
-                     const char * /*path2*/, size_t /*line2*/, size_t /*column2*/,
-                     int /*multiline2*/, const char * /*text2*/)
-{
-    onError(severity, message ? message : first, path, line, column, multiline, text);
 }
 
 /* Returns what a digit of an octal or hexadecimal escape stands for, 16 for any
@@ -159,14 +159,49 @@ static PoSource scanPo(std::string_view bytes)
     return source;
 }
 
+/* Takes the line at the front of *text off it. */
+static std::string_view takeLine(std::string_view *text)
+{
+    const std::string_view line = text->substr(0, text->find('\n'));
+    text->remove_prefix(std::min(line.size() + 1, text->size()));
+    return line;
+}
+
+/* Returns the line where an id stands first, 0 when it cannot be told. */
+static size_t firstLineOf(const Reading &reading, std::string_view id)
+{
+    const std::string wanted = quotePo(id);
+    std::string_view rest = reading.bytes;
+    size_t line = 1;
+    for (const size_t entry : reading.source->lines) {
+        for (; line < entry; line++)
+            takeLine(&rest);
+        if (rest.substr(0, rest.find('\n')).find(wanted) != std::string_view::npos)
+            return line;
+    }
+    return 0;
+}
+
+/* Takes a message about an entry that is defined twice. The library hands over the
+ * first entry, but not its place. */
+static void onError2(int severity, po_message_t message, const char *path, size_t line,
+                     size_t column, int multiline, const char *text, po_message_t first,
+                     const char * /*path2*/, size_t /*line2*/, size_t /*column2*/,
+                     int /*multiline2*/, const char * /*text2*/)
+{
+    std::string joined = text;
+    const size_t place = first ? firstLineOf(*current, po_message_msgid(first)) : 0;
+    if (place)
+        joined += ", it stands in line " + std::to_string(place) + " already";
+    onError(severity, message ? message : first, path, line, column, multiline, joined.c_str());
+}
+
 /* Refuses a PO file whose texts are not UTF-8, or that has domains. */
 static void checkWhole(PoFile *po, const PoSource &source)
 {
-    const char *header = po_file_domain_header(po->file, nullptr);
-    char *type = header ? po_header_field(header, "Content-Type") : nullptr;
-    const char *found = type ? strstr(type, "charset=") : nullptr;
+    const std::string type = headerField(*po, "Content-Type");
+    const char *found = strstr(type.c_str(), "charset=");
     const std::string charset(found ? found + 8 : "", found ? strcspn(found + 8, "; \t\n") : 0);
-    free(type);
     // A charset that is missing or, in a template, still to be filled in is taken as UTF-8.
     bool known = charset.empty();
     for (const char *name : {"UTF-8", "UTF8", "US-ASCII", "ASCII", "CHARSET"})
@@ -184,6 +219,20 @@ static void checkWhole(PoFile *po, const PoSource &source)
                      "texts of the domain " + quotePo(*domain) + ": a database has no domains");
 }
 
+/* Returns what is wrong with the form of a file's bytes as a whole, or null. */
+static const char *strangeForm(std::string_view bytes)
+{
+    if (bytes.starts_with("\xef\xbb\xbf"))
+        return "begins with a byte order mark; save it as UTF-8 without one";
+    if (bytes.starts_with("\xff\xfe") || bytes.starts_with("\xfe\xff") ||
+        bytes.starts_with(std::string_view("#\0", 2)) ||
+        bytes.starts_with(std::string_view("\0#", 2)) ||
+        bytes.starts_with(std::string_view("m\0", 2)) ||
+        bytes.starts_with(std::string_view("\0m", 2)))
+        return "is UTF-16, but must be UTF-8 (iconv -f UTF-16 -t UTF-8 converts)";
+    return nullptr;
+}
+
 /* Takes one entry, reports why not, or passes over it. */
 static void takeEntry(PoFile *po, po_message_t message, size_t line)
 {
@@ -194,17 +243,20 @@ static void takeEntry(PoFile *po, po_message_t message, size_t line)
     if (po_message_is_obsolete(message))
         return;
     if (po_message_msgctxt(message))
-        return refuse("has a context (msgctxt)");
+        return refuse("has a context (msgctxt): a field has an id only, give each context an id "
+                      "of its own");
     if (po_message_msgid_plural(message))
-        return refuse("has a plural (msgid_plural)");
+        return refuse("has a plural (msgid_plural): a field has one text, give each form an id of "
+                      "its own");
     if (!rest.empty())
         return refuse("has the character " + quotePo(rest.substr(0, utf8Length(rest))) +
                       "; a field names only letters, digits, '.', '_' and ':'");
     if (id.size() > MAX_ID_LENGTH)
         return refuse("is longer than the 128 characters that a field can name");
     if (!id.empty()) // that of the header
-        po->entries.push_back(
-            {id, po_message_msgstr(message), line, po_message_is_fuzzy(message) != 0, message});
+        po->entries.push_back({id, po_message_msgstr(message), line,
+                               po_message_is_fuzzy(message) != 0,
+                               findNote(message, NOTE_EMPTY, nullptr), message});
 }
 
 /* Takes all entries. lines: of their msgids, in order. */
@@ -228,11 +280,15 @@ PoFile readPo(const char *path)
     struct stat status;
     if (stat(path, &status) == 0 && !S_ISREG(status.st_mode))
         complain(0, "cannot read %s: it is not a regular file, and is read twice", path);
-    else if (readFile(path, &bytes)) {
+    else if (!readFile(path, &bytes))
+        ;
+    else if (const char *strange = strangeForm(bytes))
+        reportPo(&po, 0, true, nullptr, strange);
+    else {
         const PoSource source = scanPo(bytes);
-        bytes = std::string(); // the library reads the file itself
+        Reading state = {&po, bytes, &source};
         static const po_xerror_handler handler = {onError, onError2};
-        current = &po;
+        current = &state;
         po.file = po_file_read(path, &handler);
         if (!po.file)
             complain(0, "cannot read %s: %s", path, strerror(errno));
@@ -246,11 +302,127 @@ PoFile readPo(const char *path)
     return po;
 }
 
+bool isPoName(std::string_view path)
+{
+    return path.ends_with(".po") || path.ends_with(".pot");
+}
+
 void freePo(PoFile *po)
 {
     if (po->file)
         po_file_free(po->file);
     *po = {};
+}
+
+/* Returns a text without quotes and escapes, as quotePo made it. */
+static std::string unquote(std::string_view quotedText)
+{
+    std::string text;
+    for (size_t i = 1; i + 1 < quotedText.size(); i++) {
+        const char c = quotedText[i];
+        const char next = quotedText[i + 1];
+        if (c != '\\') {
+            text.push_back(c);
+        } else if (digitValue(next) < 8 && i + 3 < quotedText.size()) {
+            text.push_back(static_cast<char>(digitValue(next) << 6 |
+                                             digitValue(quotedText[i + 2]) << 3 |
+                                             digitValue(quotedText[i + 3])));
+            i += 3;
+        } else {
+            text.push_back(next == 'n' ? '\n' : next == 't' ? '\t' : next);
+            i++;
+        }
+    }
+    return text;
+}
+
+/* Whether a line of a comment is a note, with that word unless it is empty.
+ * text: out, what follows the word. */
+static bool isNote(std::string_view line, std::string_view word, std::string_view *text)
+{
+    line.remove_prefix(std::min(line.find_first_not_of(' '), line.size()));
+    if (!line.starts_with(NOTE_START))
+        return false;
+    line.remove_prefix(NOTE_START.size());
+    const std::string_view found = line.substr(0, line.find(' '));
+    *text = line.substr(std::min(found.size() + 1, line.size()));
+    return word.empty() || found == word;
+}
+
+bool findNote(po_message_t message, std::string_view word, std::string *text)
+{
+    std::string_view comments = po_message_comments(message);
+    std::string_view found;
+    while (!comments.empty()) {
+        if (!isNote(takeLine(&comments), word, &found))
+            continue;
+        if (text)
+            *text = unquote(found);
+        return true;
+    }
+    return false;
+}
+
+void setNote(po_message_t message, std::string_view word, std::string_view text)
+{
+    const std::string line =
+        std::string(NOTE_START) + std::string(word) + (text.empty() ? "" : " " + quotePo(text));
+    std::string_view comments = po_message_comments(message);
+    std::string result;
+    std::string_view found;
+    bool placed = false;
+    while (!comments.empty()) {
+        const std::string_view old = takeLine(&comments);
+        const bool replaces = isNote(old, word, &found);
+        if (!replaces || !placed)
+            result.append(replaces ? line : old).push_back('\n');
+        placed = placed || replaces;
+    }
+    if (!placed)
+        result += line + "\n";
+    po_message_set_comments(message, result.c_str());
+}
+
+std::string commentWithoutNotes(po_message_t message)
+{
+    std::string_view comments = po_message_comments(message);
+    std::string result;
+    std::string_view found;
+    while (!comments.empty()) {
+        const std::string_view line = takeLine(&comments);
+        if (!isNote(line, "", &found))
+            result.append(line).push_back('\n');
+    }
+    return result;
+}
+
+std::string headerField(const PoFile &po, const char *field)
+{
+    const char *header = po_file_domain_header(po.file, nullptr);
+    char *value = header ? po_header_field(header, field) : nullptr;
+    const std::string text = value ? value : "";
+    free(value);
+    return text;
+}
+
+std::string printPo(const PoFile &po)
+{
+    static const po_xerror_handler handler = {onError, onError2};
+    std::string bytes;
+    const int fd = memfd_create("po", MFD_CLOEXEC);
+    const std::string path = "/proc/self/fd/" + std::to_string(fd); // it writes to names only
+    PoFile written = {po.path, nullptr, 0, {}};
+    const PoSource none = {};
+    Reading state = {&written, "", &none};
+    current = &state;
+    if (fd < 0 || !po_file_write(po.file, path.c_str(), &handler))
+        complain(0, "cannot print %s: %s", po.path.c_str(), strerror(errno));
+    else if (written.errors == 0)
+        readFile(path.c_str(), &bytes);
+    current = nullptr;
+    if (fd >= 0)
+        close(fd);
+    return bytes;
 }
 
 void reportPo(PoFile *po, size_t line, bool isError, const char *id, std::string_view message)

@@ -13,10 +13,16 @@
 /* An entry that has an id. Its texts are borrowed from the file that it is of. */
 struct PoEntry {
     std::string_view id;   // ends in a zero byte
-    std::string_view text; // ends in a zero byte; empty when not translated
+    std::string_view text; // ends in a zero byte
     size_t line;           // of its msgid
     bool fuzzy;
+    bool isEmpty;         // the text is meant to be empty: it has the note NOTE_EMPTY
     po_message_t message; // what else gettext's library knows of it
+
+    bool isTranslated() const
+    {
+        return isEmpty || !text.empty();
+    }
 };
 
 /* A file that has been read. */
@@ -35,8 +41,32 @@ struct PoFile {
  * To be released with freePo, whatever became of it. */
 PoFile readPo(const char *path);
 
+/* Whether a file's name is that of a PO file or of a template for some. */
+bool isPoName(std::string_view path);
+
 /* Releases what readPo returned; the texts of its entries are gone. */
 void freePo(PoFile *po);
+
+/* Notes are lines of an entry's translator's comment, "# orv-textdb: " and a word and
+ * perhaps a text in quotes: gettext's tools and PO editors carry such comments along
+ * untouched, and know no flags but their own. */
+static constexpr char NOTE_EMPTY[] = "empty";   // the text is meant to be empty
+static constexpr char NOTE_SOURCE[] = "source"; // the source text that the file shows
+
+/* Returns whether an entry has a note. text: out, what follows it; may be null. */
+bool findNote(po_message_t message, std::string_view word, std::string *text);
+
+/* Gives an entry a note, in the place of one with that word. */
+void setNote(po_message_t message, std::string_view word, std::string_view text);
+
+/* Returns the lines of a translator's comment without the notes. */
+std::string commentWithoutNotes(po_message_t message);
+
+/* The value of a field of the file's header, empty without it. */
+std::string headerField(const PoFile &po, const char *field);
+
+/* Returns the file as gettext's library writes it; empty after a complaint. */
+std::string printPo(const PoFile &po);
 
 /* Prints a message about a line of a PO file on standard error, and counts it if
  * it is an error. line: 0 when none is known. id: null when it is about none. */

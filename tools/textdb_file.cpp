@@ -340,6 +340,11 @@ TextDbReport checkTextDb(std::string_view file)
     return std::move(check.report);
 }
 
+bool isTextDb(std::string_view file)
+{
+    return file.starts_with(MAGIC) || checkTextDb(file).faults.empty();
+}
+
 /* ---- Listing ---- */
 
 void walkTextDb(std::string_view file,

@@ -50,6 +50,10 @@ struct TextDbReport {
  * it holds. */
 TextDbReport checkTextDb(std::string_view file);
 
+/* Whether the file is a text database: it has the header that buildTextDb writes,
+ * damaged or not, or no fault. */
+bool isTextDb(std::string_view file);
+
 /* Hands every id and text to visit, ids ascending; the views are good during
  * that call.
  * file: one in which checkTextDb finds no fault. */

@@ -17,6 +17,10 @@ bool readDatabase(const char *path, std::string *file)
     const TextDbReport report = checkTextDb(*file);
     if (report.faults.empty())
         return true;
+    if (!isTextDb(*file)) {
+        complain(0, "%s is no text database", path);
+        return false;
+    }
     complain(0, "%s is damaged at offset %llu: %s ('orv-textdb check' lists all faults)", path,
              static_cast<unsigned long long>(report.faults[0].offset),
              report.faults[0].problem.c_str());
@@ -25,7 +29,7 @@ bool readDatabase(const char *path, std::string *file)
 
 /* Prints a keyword and its text; a text of several lines goes below, line by
  * line, as gettext's own tools have it. */
-static void printPo(const char *keyword, std::string_view text)
+static void printKeyword(const char *keyword, std::string_view text)
 {
     printf("%s ", keyword);
     const size_t newline = text.find('\n');
@@ -51,12 +55,11 @@ int runDump(const CommandLine &line)
             complain(0, "%s: the text of the empty id is left out, PO has no place for it", path);
             return;
         }
-        if (text.empty())
-            complain(0, "%s: the text of id %s is empty, which PO takes for untranslated", path,
-                     quotePo(id).c_str());
         puts("");
-        printPo("msgid", id);
-        printPo("msgstr", text);
+        if (text.empty())
+            puts("# orv-textdb: empty");
+        printKeyword("msgid", id);
+        printKeyword("msgstr", text);
     });
     return STATUS_OK;
 }

@@ -16,8 +16,8 @@ const char programName[] = "orv-textdb";
 
 /* In the order of OptionNumber. */
 static constexpr OptionRow options[] = {
-    {"output", 'o', true}, {"fuzzy", 0, false},   {"unused", 0, false},
-    {"help", 0, false},    {"version", 0, false},
+    {"output", 'o', true}, {"fuzzy", 0, false}, {"empty", 0, false},
+    {"unused", 0, false},  {"help", 0, false},  {"version", 0, false},
 };
 
 /* A command of the tool. */
@@ -37,8 +37,8 @@ static constexpr unsigned bit(OptionNumber number)
 }
 
 static constexpr Command commands[] = {
-    {"build", "-o FILE.db [--fuzzy] INPUT.po", 1, 1, bit(OPT_OUTPUT) | bit(OPT_FUZZY), true,
-     runBuild},
+    {"build", "-o FILE.db [--fuzzy] [--empty] INPUT.po", 1, 1,
+     bit(OPT_OUTPUT) | bit(OPT_FUZZY) | bit(OPT_EMPTY), true, runBuild},
     {"dump", "FILE.db", 1, 1, 0, false, runDump},
     {"get", "FILE.db ID", 2, 2, 0, false, runGet},
     {"check", "FILE.db", 1, 1, 0, false, runCheck},
@@ -49,7 +49,8 @@ static constexpr char helpText[] =
     "orv-textdb makes text databases from gettext PO files and looks into them.\n"
     "\n"
     "  orv-textdb build -o FILE.db [--fuzzy] INPUT.po  make a database; --fuzzy takes\n"
-    "                                                  fuzzy entries too\n"
+    "                                                  fuzzy entries too; --empty makes\n"
+    "                                                  a database without any text too\n"
     "  orv-textdb dump FILE.db                         print it as a PO file\n"
     "  orv-textdb get FILE.db ID                       print one text\n"
     "  orv-textdb check FILE.db                        look for damage\n"
