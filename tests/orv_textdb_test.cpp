@@ -173,16 +173,53 @@ TEST(TextDbTool, ComparesWithTemplates)
     ASSERT_EQ(run("build -o t.db t.po"), "t.po: 3 of 3 texts\n=0");
     writeFile("1.htm", "{?a?}\n<a title='{?a.b_c:d?}{?a-b?}{?{?no?}'>\n{??}{?z");
     EXPECT_EQ(run("fields --unused t.db 1.htm"), "1.htm:2: no\n1.htm:3: \nt.db: unused: z\n=1");
-    EXPECT_TRUE(run("fields t.db").starts_with("orv-textdb: an argument is missing; usage: "));
-    EXPECT_TRUE(run("get --what").starts_with("orv-textdb: wrong option '--what'; "));
-    EXPECT_TRUE(run("get --what").ends_with("=2"));
+}
+
+TEST(TextDbTool, SaysWhyItDoesNothing)
+{
+    const std::string see = "; 'orv-textdb --help' shows the commands\n=2";
+    const std::string get = "; usage: orv-textdb get FILE.db ID\n=2";
+    const std::string build =
+        "; usage: orv-textdb build -o FILE.db [--fuzzy] [--empty] INPUT.po\n=2";
+    const std::string missing = "cannot read none: No such file or directory\n";
+    const std::string rows[][2] = {
+        {"", "no command is given" + see},
+        {"put", "unknown command 'put'" + see},
+        {"get --what", "wrong option '--what'" + see},
+        {"build t.po -o", "option '-o' needs a value" + see},
+        {"get t.db", "an argument is missing" + get},
+        {"get t.db a b", "an argument is too much" + get},
+        {"get --fuzzy t.db a", "'get' takes no --fuzzy" + get},
+        {"get none a", missing + "=1"},
+        {"dump none", missing + "=1"},
+        {"check none", missing + "=1"},
+        {"fields --unused t.db none 2.htm", missing + "2.htm:1: no\n=1"},
+        {"build t.po", "the option -o is missing" + build},
+        {"build -o t.db none", missing + "orv-textdb: t.db is not written\n=1"},
+        {"build -o . t.po", "cannot write .: it is not a regular file\n=1"},
+        {"build -o none/t.db t.po", "cannot write none/t.db: No such file or directory\n=1"},
+        {"build -o t.db /dev/null",
+         "cannot read /dev/null: it is not a regular file, and is read twice\n"
+         "orv-textdb: t.db is not written\n=1"},
+        {"dump odd.db | tail -n 2",
+         "odd.db: the text of the empty id is left out, PO has no place for it\nmsgid \"a\"\n"
+         "msgstr \"\"\n=0"},
+    };
+    writeFile("t.po", utf8Header + entry("a", "x"));
+    writeFile("t.db", database({{"a", "x"}}));
+    writeFile("odd.db", database({{"", "e"}, {"a", ""}}));
+    writeFile("2.htm", "{?no?}");
+    for (const auto &[arguments, printed] : rows)
+        EXPECT_EQ(run(arguments), "orv-textdb: " + printed) << arguments;
+    EXPECT_TRUE(run("--version").starts_with("orv-textdb "));
+    EXPECT_TRUE(run("--help").starts_with("orv-textdb makes text databases "));
 }
 
 TEST(TextDbFile, KeepsTheLimitsOfTheFormat)
 {
     const size_t count = (1 << 20) - 1; // with the root as many records as can be numbered
     std::vector<std::string> ids;
-    for (size_t i = 0; i <= count; i++) // each a child of an earlier one or of the root
+    for (size_t i = 0; i <= count; ++i) // each a child of an earlier one or of the root
         ids.push_back((i < 255 ? "" : ids[i / 255 - 1]) + static_cast<char>(i % 255 + 1));
     std::sort(ids.begin(), ids.end());
     std::vector<TextEntry> entries;
@@ -197,7 +234,7 @@ TEST(TextDbFile, KeepsTheLimitsOfTheFormat)
 
     const std::string text(1 << 26, 'x'), id(10000, 'i'); // sixteen texts, one memory
     entries.clear();
-    for (size_t length = 1; length <= 16; length++)
+    for (size_t length = 1; length <= 16; ++length)
         entries.push_back({std::string_view(id).substr(0, length), text, 0});
     entries.push_back({id, "y", 0});
     EXPECT_STREQ(buildTextDb(entries, &file, &culprit),

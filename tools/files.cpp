@@ -74,7 +74,7 @@ static std::string followLinks(std::string path)
 {
     static constexpr int MAX_LINKS = 40; // as the system follows
     char link[PATH_MAX];
-    for (int i = 0; i < MAX_LINKS; i++) {
+    for (int i = 0; i < MAX_LINKS; ++i) {
         const ssize_t length = readlink(path.c_str(), link, sizeof link);
         if (length < 0)
             break;

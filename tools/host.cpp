@@ -36,7 +36,7 @@ static void report(Host &host, const Interpreter *interpreter, const char *what,
     if (asprintf(&line, "%s: %s%s%s '%s': %s", host.program, name ? name : "", place, what, subject,
                  reason) < 0)
         line = nullptr;
-    for (char *at = line; at && *at; at++)
+    for (char *at = line; at && *at; ++at)
         if (static_cast<unsigned char>(*at) < ' ' || *at == '\x7f')
             *at = ' ';
     dprintf(host.reportFd, "%s\n", line ? line : what);
@@ -115,7 +115,7 @@ static int authorize(void *, int action, const char *, const char *function, con
  * not set stays NULL. Returns null, or why it cannot be done. */
 static const char *bindVariables(const Host &host, sqlite3_stmt *statement)
 {
-    for (int i = 1; i <= sqlite3_bind_parameter_count(statement); i++) {
+    for (int i = 1; i <= sqlite3_bind_parameter_count(statement); ++i) {
         const char *name = sqlite3_bind_parameter_name(statement, i);
         if (!name || name[0] != ':')
             return "only parameters of the form :name have a value";
@@ -159,7 +159,7 @@ static void freeRows(QueryRow *last)
 {
     while (last) {
         QueryRow *prev = last->prev;
-        for (int32_t i = 0; i < last->count; i++)
+        for (int32_t i = 0; i < last->count; ++i)
             free(last->cols[i]);
         free(last);
         last = prev;
@@ -171,7 +171,7 @@ static void freeRows(QueryRow *last)
 static QueryRow *appendRow(QueryRow *last, sqlite3_stmt *statement, int32_t columns)
 {
     QueryRow *row = static_cast<QueryRow *>(calloc(1, sizeof(QueryRow)));
-    for (int32_t i = 0; row && i < columns; i++) {
+    for (int32_t i = 0; row && i < columns; ++i) {
         // The type must be asked for first: reading the text may change it.
         bool isNull = sqlite3_column_type(statement, i) == SQLITE_NULL;
         const void *text = isNull ? nullptr : sqlite3_column_text(statement, i);

@@ -47,7 +47,7 @@ static size_t utf8Length(std::string_view text)
     const size_t length = lead >= 0xf0 ? 4 : lead >= 0xe0 ? 3 : 2;
     if (lead < 0xc2 || lead > 0xf4)
         return 0;
-    for (size_t i = 1; i < length; i++)
+    for (size_t i = 1; i < length; ++i)
         if ((byte(i) & 0xc0) != 0x80)
             return 0;
     const unsigned start = lead << 8 | byte(1); // long forms, surrogates, beyond the last character
@@ -96,7 +96,7 @@ static bool passString(std::string_view bytes, size_t *pos)
         const size_t first = hex ? i + 1 : i;
         const size_t end = hex ? bytes.size() : std::min(i + 3, bytes.size());
         unsigned value = 0;
-        for (i = first; i < end && digitValue(bytes[i]) < base; i++)
+        for (i = first; i < end && digitValue(bytes[i]) < base; ++i)
             value = value * base + digitValue(bytes[i]);
         if (i > first)
             zero = zero || value % 256 == 0; // an escape makes one byte
@@ -174,7 +174,7 @@ static size_t firstLineOf(const Reading &reading, std::string_view id)
     std::string_view rest = reading.bytes;
     size_t line = 1;
     for (const size_t entry : reading.source->lines) {
-        for (; line < entry; line++)
+        for (; line < entry; ++line)
             takeLine(&rest);
         if (rest.substr(0, rest.find('\n')).find(wanted) != std::string_view::npos)
             return line;
@@ -318,7 +318,7 @@ void freePo(PoFile *po)
 static std::string unquote(std::string_view quotedText)
 {
     std::string text;
-    for (size_t i = 1; i + 1 < quotedText.size(); i++) {
+    for (size_t i = 1; i + 1 < quotedText.size(); ++i) {
         const char c = quotedText[i];
         const char next = quotedText[i + 1];
         if (c != '\\') {

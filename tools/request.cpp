@@ -61,7 +61,7 @@ static size_t characterLength(string_view text)
     if ((lead >= 0x80 && lead < 0xC0) || lead > 0xF4 || text.size() <= more)
         return 0;
     unsigned code = more == 0 ? lead : lead & (0x3Fu >> more);
-    for (size_t i = 1; i <= more; i++) {
+    for (size_t i = 1; i <= more; ++i) {
         unsigned next = static_cast<unsigned char>(text[i]);
         if ((next & 0xC0) != 0x80)
             return 0;
@@ -73,7 +73,7 @@ static size_t characterLength(string_view text)
 
 bool decodePercent(string &text, string_view piece, bool plusIsBlank)
 {
-    for (size_t i = 0; i < piece.size(); i++) {
+    for (size_t i = 0; i < piece.size(); ++i) {
         if (piece[i] != '%') {
             text += plusIsBlank && piece[i] == '+' ? ' ' : piece[i];
             continue;
@@ -220,7 +220,7 @@ static int readWeight(string_view parameters)
     if (text[2] != '0')
         return 1000;
     int weight = 0;
-    for (size_t i = 4; i < 7; i++)
+    for (size_t i = 4; i < 7; ++i)
         weight = weight * 10 + (i < text.size() && isDigit(text[i]) ? text[i] - '0' : 0);
     return weight;
 }

@@ -39,7 +39,7 @@ static void appendNumber(std::string *out, uint32_t number)
 static uint32_t numberAt(std::string_view file, size_t offset)
 {
     uint32_t number = 0;
-    for (size_t i = 0; i < 4; i++)
+    for (size_t i = 0; i < 4; ++i)
         number |= static_cast<uint32_t>(static_cast<unsigned char>(file[offset + i])) << (8 * i);
     return number;
 }
@@ -155,7 +155,7 @@ const char *buildTextDb(std::span<const TextEntry> entries, std::string *file, s
 {
     file->clear();
     std::vector<BuildNode> nodes = {{0, entries.size(), 0, 0, 0, 0, false}};
-    for (size_t i = 0; i < nodes.size(); i++) {
+    for (size_t i = 0; i < nodes.size(); ++i) {
         appendChildren(entries, &nodes, i);
         if (nodes.size() > size_t(MAX_CHILD_INDEX) + 1) {
             *culprit = nodes[MAX_CHILD_INDEX + 1].first;
@@ -291,12 +291,12 @@ static void checkGaps(Check *check)
 {
     const size_t end = std::min(check->reached.size(), check->stringsStart / RECORD_SIZE);
     const size_t last = *std::max_element(check->queue.begin(), check->queue.end());
-    for (size_t i = 0; i < end; i++) {
+    for (size_t i = 0; i < end; ++i) {
         if (check->reached[i])
             continue;
         const size_t first = i;
         bool used = false;
-        for (; i < end && !check->reached[i]; i++)
+        for (; i < end && !check->reached[i]; ++i)
             used = used || i < last || numberAt(check->file, recordOffset(i)) != 0 ||
                    numberAt(check->file, recordOffset(i) + 4) != 0;
         if (used)
@@ -325,7 +325,7 @@ TextDbReport checkTextDb(std::string_view file)
     Check check = {file, file.substr(HEADER_SIZE), file.size() - HEADER_SIZE, {}, {0}, {}};
     check.reached.assign(check.area.size() / RECORD_SIZE, false);
     check.reached[0] = true;
-    for (size_t i = 0; i < check.queue.size(); i++) {
+    for (size_t i = 0; i < check.queue.size(); ++i) {
         checkStrings(&check, check.queue[i]);
         checkChildren(&check, check.queue[i]);
     }

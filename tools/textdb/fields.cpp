@@ -81,11 +81,11 @@ int runFields(const CommandLine &line)
     });
     usage.used.assign(usage.ids.size(), false);
     bool readable = true;
-    for (size_t i = 1; i < line.words.size(); i++)
+    for (size_t i = 1; i < line.words.size(); ++i)
         readable = checkTemplate(line.words[i], &usage) && readable;
     if (!readable) // what the unread ones use is not known
         return STATUS_FAULT;
-    for (size_t i = 0; line.has(OPT_UNUSED) && i < usage.ids.size(); i++)
+    for (size_t i = 0; line.has(OPT_UNUSED) && i < usage.ids.size(); ++i)
         if (!usage.used[i])
             printUnused(path, usage.ids[i]);
     return usage.missing ? STATUS_FAULT : STATUS_OK;
