@@ -1,0 +1,340 @@
+/* tools/check/assemble.cpp - values before any page is made: which texts an argument
+ * can come to, and who may have a hand in them. */
+#include "assemble.h"
+
+#include <algorithm>
+
+#include "grammar/commands.h"
+
+using std::string;
+
+static constexpr size_t MOST_TEXTS = 8;
+static constexpr int DEEPEST = 12; // variables in variables
+
+// ---- how safe values are ----
+
+uint8_t escapedBy(uint32_t id, uint8_t holds)
+{
+    uint8_t escaped = 0;
+    if (id & CMDF_HTML) {
+        escaped |= holds & (VALUE_RAW | VALUE_HTML) ? VALUE_HTML : 0;
+        escaped |= holds & (VALUE_SCRIPT | VALUE_BOTH) ? VALUE_BOTH : 0;
+        return escaped;
+    }
+    if (id & CMDF_JS)
+        return holds ? VALUE_SCRIPT : 0;
+    return holds;
+}
+
+Numbered takeApart(const string &digits)
+{
+    const char column = digits.empty() ? '0' : digits.back();
+    return {digits.size() > 1 ? digits[0] - '0' : 0,
+            column <= '9' ? column - '0' : column - 'a' + 10};
+}
+
+static uint8_t holdsOfArgument(Site &site, const Argument &argument, uint32_t id,
+                               const Levels &levels)
+{
+    uint8_t holds = 0;
+    for (const Element &element : argument.elements) {
+        const uint8_t own = holdsOfElement(site, element, levels);
+        holds |= element.type == ELEM_CMD ? own : escapedBy(id, own);
+    }
+    return holds;
+}
+
+static uint8_t holdsOfFirstColumn(Site &site, const Command &command)
+{
+    if (command.id == ID_ERRORMESSAGE)
+        return VALUE_RAW;
+    const RowsOf rows = rowsOf(site, command);
+    const bool number = rows.known && !rows.columns.empty() && rows.columns[0].number;
+    return number ? 0 : escapedBy(command.id, VALUE_RAW);
+}
+
+// What a nested command puts into the argument that it stands in.
+static uint8_t holdsOfCommand(Site &site, const Command &command, const Levels &levels)
+{
+    const int body = bodyIndex(command);
+    if (body < 0) {
+        const bool prints = (command.id & CMDF_BODY) && (command.id & (CMDF_QUERY | CMDF_ERROR));
+        return prints ? holdsOfFirstColumn(site, command) : 0;
+    }
+    Levels deeper = levels;
+    deeper.push_back(&command);
+    uint8_t holds = 0;
+    for (size_t i = static_cast<size_t>(body); i < command.args.size(); ++i)
+        holds |= holdsOfArgument(site, command.args[i], command.id, deeper);
+    return holds;
+}
+
+static uint8_t holdsOfValue(Site &site, const Element &element, const Levels &levels)
+{
+    const Numbered value = takeApart(element.text);
+    if (value.column == 0 || static_cast<size_t>(value.level) >= levels.size())
+        return 0;
+    const RowsOf rows = rowsOf(site, *levels[static_cast<size_t>(value.level)]);
+    if (!rows.hasRows)
+        return 0;
+    const auto column = static_cast<size_t>(value.column) - 1;
+    if (!rows.known)
+        return VALUE_RAW;
+    return column < rows.columns.size() && !rows.columns[column].number ? VALUE_RAW : 0;
+}
+
+uint8_t holdsOfElement(Site &site, const Element &element, const Levels &levels)
+{
+    switch (element.type) {
+    case ELEM_CMD:
+        return element.command ? holdsOfCommand(site, *element.command, levels) : 0;
+    case ELEM_GETVAR:
+    case ELEM_GETARRAY:
+        return holdsOfVariable(site, keyOfRead(element));
+    case ELEM_NUMVAR:
+        return holdsOfValue(site, element, levels);
+    default:
+        return 0; // text, and the bounds of arrays, which are numbers
+    }
+}
+
+uint8_t holdsOfVariable(Site &site, std::string_view key)
+{
+    if (isFromWeb(site, key))
+        return VALUE_RAW;
+    const auto sets = setsOf(site, key);
+    if (sets.empty())
+        return VALUE_RAW; // someone else's
+    const auto [entry, isNew] = site.holds.try_emplace(string(key), uint8_t{0});
+    if (!isNew)
+        return entry->second; // a variable in its own value adds nothing to it
+    uint8_t holds = 0;
+    for (const VariableUse *use : sets)
+        if (use->value)
+            holds |= holdsOfArgument(site, *use->value, 0, *use->levels);
+    entry->second = holds;
+    return holds;
+}
+
+// ---- rows ----
+
+RowsOf rowsOf(Site &site, const Command &command)
+{
+    RowsOf rows;
+    rows.counts = command.id == ID_REPEATINCL || command.id == ID_REPEATEXCL ||
+                  command.id == ID_MULTIQUERY || command.id == ID_MULTIQUERYTEXT ||
+                  command.id == ID_MULTIQUERYJS;
+    if (command.id == ID_ERRORMESSAGE) {
+        rows.hasRows = rows.known = true;
+        rows.columns.push_back({"message", false});
+        return rows;
+    }
+    rows.hasRows = (command.id & CMDF_QUERY) != 0;
+    const auto place = site.queries.find(&command);
+    if (!rows.hasRows || !site.database || place == site.queries.end())
+        return rows;
+    const auto [entry, isNew] = site.rows.try_emplace(&command);
+    if (!isNew)
+        return entry->second ? *entry->second : rows;
+    for (const Assembled &query :
+         queriesOf(site, *place->second.tpl, command, *place->second.levels)) {
+        const SqlAnswer &answer = prepareQuery(site.database.get(), query.text);
+        if (!answer.error.empty())
+            continue;
+        for (size_t i = 0; i < answer.columns.size(); ++i) {
+            if (i == rows.columns.size())
+                rows.columns.push_back(answer.columns[i]);
+            else
+                rows.columns[i].number = rows.columns[i].number && answer.columns[i].number;
+        }
+        rows.known = true;
+    }
+    site.rows[&command] = std::make_shared<RowsOf>(rows);
+    return rows;
+}
+
+// ---- texts ----
+
+namespace
+{
+struct Assembly {
+    Site &site;
+    int depth;
+};
+} // namespace
+
+static std::vector<Assembled> assembleArgument(const Assembly &assembly, const Template &tpl,
+                                               const Argument &argument, const Levels &levels);
+
+static void addLiteral(std::vector<Assembled> *texts, const Template &tpl, Span span,
+                       const string &literal)
+{
+    for (Assembled &text : *texts) {
+        text.pieces.push_back({text.text.size(), &tpl, span, false, false, 0, ""});
+        text.text += literal;
+    }
+}
+
+static void addHole(std::vector<Assembled> *texts, const Template &tpl, Span span, uint8_t holds)
+{
+    for (Assembled &text : *texts) {
+        const bool inString = inSqlString(text.text);
+        text.pieces.push_back({text.text.size(), &tpl, span, true, inString, holds,
+                               tpl.source.substr(span.at, span.end - span.at)});
+        text.text += inString ? "x" : "1";
+    }
+}
+
+// Text between fields; the fields themselves are holes.
+static void addText(std::vector<Assembled> *texts, const Template &tpl, const Element &element)
+{
+    const FieldRange fields = fieldsIn(tpl, element.span);
+    if (fields.empty()) {
+        addLiteral(texts, tpl, element.span, element.text);
+        return;
+    }
+    uint32_t at = element.span.at;
+    for (size_t i = fields.first; i <= fields.last; ++i) {
+        const bool last = i == fields.last;
+        const Span field = last ? Span{element.span.end, element.span.end} : tpl.fields[i].span;
+        if (field.at > at)
+            addLiteral(texts, tpl, {at, field.at}, tpl.source.substr(at, field.at - at));
+        if (!last)
+            addHole(texts, tpl, field, 0);
+        at = field.end;
+    }
+}
+
+static void append(Assembled *text, const Assembled &more)
+{
+    for (TextPiece piece : more.pieces) {
+        piece.at += text->text.size();
+        text->pieces.push_back(std::move(piece));
+    }
+    text->text += more.text;
+}
+
+// Each text with each of the others behind it.
+static void multiply(std::vector<Assembled> *texts, const std::vector<Assembled> &others)
+{
+    std::vector<Assembled> product;
+    for (const Assembled &text : *texts)
+        for (const Assembled &other : others) {
+            if (product.size() == MOST_TEXTS)
+                break;
+            product.push_back(text);
+            append(&product.back(), other);
+        }
+    *texts = std::move(product);
+}
+
+static bool hasHole(const Assembled &text)
+{
+    return std::any_of(text.pieces.begin(), text.pieces.end(),
+                       [](const TextPiece &piece) { return piece.hole; });
+}
+
+// The constants that a variable is set to; none when it can be anything else.
+static std::vector<Assembled> constantsOf(const Assembly &assembly, const string &key)
+{
+    std::vector<Assembled> constants;
+    if (assembly.depth >= DEEPEST || isFromWeb(assembly.site, key))
+        return {};
+    for (const VariableUse *use : setsOf(assembly.site, key)) {
+        if (!use->value)
+            continue;
+        for (Assembled &text : assembleArgument({assembly.site, assembly.depth + 1}, *use->tpl,
+                                                *use->value, *use->levels)) {
+            if (hasHole(text) || constants.size() == MOST_TEXTS)
+                return {};
+            constants.push_back(std::move(text));
+        }
+    }
+    return constants;
+}
+
+static bool addCommand(const Assembly &assembly, std::vector<Assembled> *texts, const Template &tpl,
+                       const Command &command, const Levels &levels)
+{
+    const int body = bodyIndex(command);
+    const bool prints =
+        command.id == ID_ECHO || command.id == ID_PRINT || command.id == ID_PRINTJS;
+    if (body < 0 || !(prints || (command.id & CMDF_IF)))
+        return false;
+    Levels deeper = levels;
+    deeper.push_back(&command);
+    std::vector<Assembled> ways;
+    for (size_t i = static_cast<size_t>(body); i < command.args.size(); ++i)
+        for (Assembled &way : assembleArgument(assembly, tpl, command.args[i], deeper))
+            ways.push_back(std::move(way));
+    if ((command.id & CMDF_IF) && command.args.size() == 3)
+        ways.emplace_back();
+    multiply(texts, ways);
+    return true;
+}
+
+static std::vector<Assembled> assembleArgument(const Assembly &assembly, const Template &tpl,
+                                               const Argument &argument, const Levels &levels)
+{
+    std::vector<Assembled> texts(1);
+    for (const Element &element : argument.elements) {
+        if (element.type == ELEM_TEXT) {
+            addText(&texts, tpl, element);
+            continue;
+        }
+        if (element.type == ELEM_GETVAR || element.type == ELEM_GETARRAY) {
+            const auto constants = constantsOf(assembly, keyOfRead(element));
+            if (!constants.empty()) {
+                multiply(&texts, constants);
+                continue;
+            }
+        }
+        if (element.type == ELEM_CMD &&
+            (!element.command || addCommand(assembly, &texts, tpl, *element.command, levels)))
+            continue;
+        addHole(&texts, tpl, element.span, holdsOfElement(assembly.site, element, levels));
+    }
+    return texts;
+}
+
+std::vector<Assembled> assemble(Site &site, const Template &tpl, const Argument &argument,
+                                const Levels &levels)
+{
+    return assembleArgument({site, 0}, tpl, argument, levels);
+}
+
+std::vector<string> assembledTexts(Site &site, const Template &tpl, const Argument &argument)
+{
+    std::vector<string> texts;
+    for (const Assembled &text : assemble(site, tpl, argument, {}))
+        if (!hasHole(text))
+            texts.push_back(text.text);
+    return texts;
+}
+
+bool writtenTexts(const Template &tpl, const Argument &argument, std::vector<string> *texts)
+{
+    string text;
+    if (constantText(tpl, argument, &text)) {
+        texts->push_back(text);
+        return true;
+    }
+    const bool chooses = argument.elements.size() == 1 && argument.elements[0].command &&
+                         (argument.elements[0].command->id & CMDF_IF) &&
+                         argument.elements[0].command->args.size() == 4;
+    if (!chooses)
+        return false;
+    const Command &command = *argument.elements[0].command;
+    if (writtenTexts(tpl, command.args[2], texts) && writtenTexts(tpl, command.args[3], texts))
+        return true;
+    texts->clear();
+    return false;
+}
+
+std::vector<Assembled> queriesOf(Site &site, const Template &tpl, const Command &command,
+                                 const Levels &levels)
+{
+    if (command.args.empty())
+        return {};
+    return assemble(site, tpl, command.args[0], levels);
+}

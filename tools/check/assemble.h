@@ -1,0 +1,74 @@
+/* tools/check/assemble.h - the texts that an argument can come to, as far as the
+ * templates tell, and how safe values are. */
+#ifndef ORV_CHECK_ASSEMBLE_H
+#define ORV_CHECK_ASSEMBLE_H
+
+#include "site.h"
+
+// What a value may hold, bits. None of them: constants and numbers only.
+enum : uint8_t {
+    VALUE_RAW = 1,    // anything
+    VALUE_HTML = 2,   // escaped for HTML
+    VALUE_SCRIPT = 4, // escaped for a script's string
+    VALUE_BOTH = 8,   // escaped for a script, then for HTML
+};
+
+/* What a value becomes in the body of a command of that id. */
+uint8_t escapedBy(uint32_t id, uint8_t holds);
+
+/* What a variable or array element of that key may hold. */
+uint8_t holdsOfVariable(Site &site, std::string_view key);
+
+/* What an element may hold that stands within levels; output of a nested command
+ * included. Escaping by the command around it is not part of it. */
+uint8_t holdsOfElement(Site &site, const Element &element, const Levels &levels);
+
+// A numbered value, taken apart.
+struct Numbered {
+    int level;
+    int column; // 0 is the counter
+};
+Numbered takeApart(const std::string &digits);
+
+// The rows that a command's body runs over.
+struct RowsOf {
+    bool hasRows = false;  // a query's or the error message's
+    bool known = false;    // columns are
+    bool counts = false;   // its counter moves
+    std::vector<SqlColumn> columns;
+};
+RowsOf rowsOf(Site &site, const Command &command);
+
+// A stretch of an assembled text, and where it comes from.
+struct TextPiece {
+    size_t at; // in the text
+    const Template *tpl;
+    Span span;
+    bool hole;           // not known: a stand-in stands in the text
+    bool inString;       // such a one stands inside a string of SQL
+    uint8_t holds;       // of such a one, VALUE_ bits
+    std::string name;    // what it is called: "$var:find"
+};
+
+struct Assembled {
+    std::string text;
+    std::vector<TextPiece> pieces;
+};
+
+/* The texts that an argument can come to: one for each way through its ifs and its
+ * variables with several constants, eight at most. */
+std::vector<Assembled> assemble(Site &site, const Template &tpl, const Argument &argument,
+                                const Levels &levels);
+
+/* Those of them without holes. */
+std::vector<std::string> assembledTexts(Site &site, const Template &tpl, const Argument &argument);
+
+/* The texts that are written in the template itself: a constant, or those of an if's
+ * branches. Returns false, and none, when there is anything else. */
+bool writtenTexts(const Template &tpl, const Argument &argument, std::vector<std::string> *texts);
+
+/* The query command's texts, levels being those around it. */
+std::vector<Assembled> queriesOf(Site &site, const Template &tpl, const Command &command,
+                                 const Levels &levels);
+
+#endif

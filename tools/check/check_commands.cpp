@@ -1,0 +1,499 @@
+/* tools/check/check_commands.cpp - rules about one command and what stands around it:
+ * numbered values, comparisons, queries, limits, texts in arguments. */
+#include <string.h>
+
+#include <algorithm>
+
+#include "grammar/commands.h"
+#include "report.h"
+
+using std::string;
+using std::string_view;
+
+static constexpr size_t MOST_BODIES = 64;
+static constexpr size_t MOST_LEVELS = 10; // that a digit can name
+static constexpr size_t MOST_COLUMNS = 35;
+static constexpr size_t MOST_ARGUMENT = 66559;
+
+namespace
+{
+struct Visit {
+    Report &all;
+    const Template &tpl;
+    Levels levels;
+    bool direct = true; // output goes to the page, not into an argument
+};
+} // namespace
+
+static void visitCommand(Visit &visit, const Command &command);
+
+// ---- texts in arguments ----
+
+static bool beginsReference(string_view text)
+{
+    if (text.empty())
+        return false;
+    return (text[0] >= '0' && text[0] <= '9') || (text[0] >= 'a' && text[0] <= 'z') || text[0] == '$';
+}
+
+string breakOf(string_view text, bool inCommand, char quote, string_view next)
+{
+    const string whole = string(text) + string(next.substr(0, 4));
+    if (text.find("{?") != string_view::npos)
+        return "holds {?, which is not replaced once more";
+    for (size_t i = 0; i < text.size(); ++i) {
+        const string_view rest = string_view(whole).substr(i);
+        if (rest.starts_with("<?"))
+            return "begins a command";
+        if (!inCommand)
+            continue;
+        if (rest.starts_with("?>"))
+            return "ends the command";
+        if (rest[0] == '$' && beginsReference(rest.substr(1)))
+            return "begins a variable or value";
+        const bool isQuote = strchr("\"'`", rest[0]);
+        if (quote && quote != ']' && rest[0] == quote)
+            return "ends the quote that it stands in";
+        if (!quote && isQuote)
+            return "opens a quote";
+        if (quote == ']' && (isQuote || rest[0] == ']'))
+            return "breaks the index that it stands in";
+        if ((!quote || quote == ']') && strchr(" \t\r\n", rest[0]))
+            return "ends the argument at its blank";
+    }
+    return "";
+}
+
+static string excerpt(string_view text)
+{
+    constexpr size_t most = 40;
+    string shown(text.substr(0, most));
+    for (char &c : shown)
+        if (static_cast<unsigned char>(c) < ' ')
+            c = ' ';
+    return shown + (text.size() > most ? "..." : "");
+}
+
+// Reports the languages whose text breaks something, one finding for each way.
+static void checkField(Report &all, const Template &tpl, const Field &field, bool inCommand,
+                       char quote, char before)
+{
+    std::map<string, std::vector<const Language *>> reasons;
+    const string_view next = string_view(tpl.source).substr(field.span.end, 4);
+    for (const Language &language : all.site.languages) {
+        const auto found = language.texts.find(field.id);
+        if (found == language.texts.end())
+            continue;
+        const string &text = found->second.text;
+        string reason = breakOf(text, inCommand, quote, next);
+        if (reason.empty() && before == '$' && !text.empty() &&
+            isalnum(static_cast<unsigned char>(text[0])))
+            reason = "lengthens the variable or value in front of it";
+        if (!reason.empty())
+            reasons[reason].push_back(&language);
+    }
+    for (const auto &[reason, languages] : reasons) {
+        string codes;
+        std::vector<Note> notes;
+        for (const Language *language : languages) {
+            const LanguageText &text = language->texts.find(field.id)->second;
+            codes += (codes.empty() ? "" : ", ") + language->code;
+            notes.push_back({language->path, std::max(text.line, 1U), 1, 1, "the text is here"});
+        }
+        report(all, tpl, field.span, "text-breaks",
+               "the text of " + codes + " " + reason + ": " +
+                   excerpt(languages[0]->texts.find(field.id)->second.text),
+               std::move(notes));
+    }
+}
+
+static void checkFieldsIn(const Visit &visit, const Element &element, const Element *before)
+{
+    const FieldRange fields = fieldsIn(visit.tpl, element.span);
+    for (size_t i = fields.first; i < fields.last; ++i) {
+        const Field &field = visit.tpl.fields[i];
+        const bool adjacent = before && field.span.at == element.span.at &&
+                              before->span.end == element.span.at &&
+                              (before->type == ELEM_GETVAR ||
+                               (before->type == ELEM_NUMVAR && before->text.size() == 1 &&
+                                isdigit(static_cast<unsigned char>(before->text[0]))));
+        checkField(visit.all, visit.tpl, field, true, element.quote, adjacent ? '$' : '\0');
+    }
+}
+
+// ---- numbered values ----
+
+static string nameOf(const Numbered &value, size_t level)
+{
+    const char column =
+        static_cast<char>(value.column < 10 ? '0' + value.column : 'a' + value.column - 10);
+    return string("$") + (level > 0 ? std::to_string(level) : "") + column;
+}
+
+// The innermost level whose body has that column, or that counts; -1 for none.
+static int levelWith(const Visit &visit, int column)
+{
+    for (size_t level = visit.levels.size(); level-- > 0;) {
+        const RowsOf rows = rowsOf(visit.all.site, *visit.levels[level]);
+        if (column == 0 ? rows.counts : rows.hasRows)
+            return static_cast<int>(level);
+    }
+    return -1;
+}
+
+static bool hasColumn(const RowsOf &rows, int column)
+{
+    return rows.hasRows && (!rows.known || static_cast<size_t>(column) <= rows.columns.size());
+}
+
+static std::vector<Note> noteColumns(const Visit &visit, const Command &command)
+{
+    const Span words = command.words;
+    return {noteAt(visit.tpl, command.args.empty() || command.args[0].elements.empty()
+                                  ? words.at
+                                  : command.args[0].elements[0].span.at,
+                   "the column list is here")};
+}
+
+static string suggestion(const Visit &visit, const Numbered &value)
+{
+    const int level = levelWith(visit, value.column);
+    if (level < 0)
+        return "";
+    return "; did you mean " + nameOf(value, static_cast<size_t>(level)) + ", of level " +
+           std::to_string(level) + "?";
+}
+
+// A digit and a letter that were meant as a column and text.
+static bool isDigitsMistake(const Visit &visit, const Element &element)
+{
+    const string &digits = element.text;
+    if (digits.size() != 2 || digits[1] < 'a')
+        return false;
+    const Numbered value = takeApart(digits);
+    const auto level = static_cast<size_t>(value.level);
+    const bool fits = level < visit.levels.size() &&
+                      hasColumn(rowsOf(visit.all.site, *visit.levels[level]), value.column);
+    const char next =
+        element.span.end < visit.tpl.source.size() ? visit.tpl.source[element.span.end] : ' ';
+    const bool goesOn = isalpha(static_cast<unsigned char>(next)) || (next & 0x80);
+    return !fits || goesOn;
+}
+
+static void checkValue(const Visit &visit, const Element &element)
+{
+    Report &all = visit.all;
+    const Numbered value = takeApart(element.text);
+    const auto level = static_cast<size_t>(value.level);
+    const string shown = "$" + element.text;
+    if (isDigitsMistake(visit, element)) {
+        const string first(1, element.text[0]);
+        report(all, visit.tpl, element.span, "value-digits",
+               shown + " is column " + std::to_string(value.column) + " of level " + first +
+                   "; for $" + first + " and the text '" + element.text[1] + "' write $0" + first +
+                   element.text[1]);
+        return;
+    }
+    if (visit.levels.empty()) {
+        report(all, visit.tpl, element.span, "value-outside",
+               shown + " stands in no body; for a dollar sign write $$" + element.text);
+        return;
+    }
+    if (level >= visit.levels.size()) {
+        string hint = suggestion(visit, value);
+        if (element.text.size() == 2 && isdigit(static_cast<unsigned char>(element.text[1])) &&
+            levelWith(visit, 1) == 0) {
+            const int column = std::stoi(element.text);
+            if (column >= 10 && column <= 35)
+                hint = string("; column ") + element.text + " is $" +
+                       static_cast<char>('a' + column - 10);
+        }
+        report(all, visit.tpl, element.span, "value-level",
+               shown + " is of level " + std::to_string(level) + ", but only " +
+                   std::to_string(visit.levels.size()) +
+                   (visit.levels.size() == 1 ? " body is" : " bodies are") + " around it" + hint);
+        return;
+    }
+    const Command &command = *visit.levels[level];
+    const RowsOf rows = rowsOf(all.site, command);
+    if (value.column == 0) {
+        if (!rows.counts && levelWith(visit, 0) >= 0)
+            reportAs(all, Severity::WARNING, visit.tpl, element.span, "value-level",
+                     shown + " is the counter of " + wordsOf(command.id) + ", always 0" +
+                         suggestion(visit, value));
+        return;
+    }
+    if (!rows.hasRows) {
+        const int other = levelWith(visit, value.column);
+        report(all, visit.tpl, element.span, other >= 0 ? "value-level" : "value-outside",
+               shown + " is of the body of " + wordsOf(command.id) + ", which has no columns" +
+                   (other >= 0 ? suggestion(visit, value)
+                               : "; for a dollar sign write $$" + element.text));
+        return;
+    }
+    if (!hasColumn(rows, value.column))
+        report(all, visit.tpl, element.span, "value-column",
+               shown + " is column " + std::to_string(value.column) + ", but " +
+                   (command.id == ID_ERRORMESSAGE
+                        ? "error message has one"
+                        : "the query has " + std::to_string(rows.columns.size())),
+               noteColumns(visit, command));
+}
+
+// ---- queries ----
+
+// The place in the templates of an offset in an assembled text.
+static Note placeInText(const Assembled &text, size_t offset, const Template **tpl, Span *span)
+{
+    const TextPiece *piece = nullptr;
+    for (const TextPiece &candidate : text.pieces)
+        if (candidate.at <= offset || !piece)
+            piece = &candidate;
+    if (!piece)
+        return {};
+    *tpl = piece->tpl;
+    const auto into = static_cast<uint32_t>(offset - std::min(piece->at, offset));
+    span->at = piece->hole ? piece->span.at : std::min(piece->span.at + into, piece->span.end);
+    span->end = std::min(span->at + 1, std::max(piece->span.end, span->at));
+    return noteAt(*piece->tpl, span->at, "");
+}
+
+static std::vector<Note> usedHere(const Visit &visit, const Template *tpl, const Command &command)
+{
+    if (tpl == &visit.tpl && !command.args.empty())
+        return {};
+    return {noteAt(visit.tpl, command.span.at, "in the query here")};
+}
+
+static std::vector<string_view> parameterNames(const Site &site)
+{
+    std::vector<string_view> names(site.fromWeb.begin(), site.fromWeb.end());
+    names.insert(names.end(), site.fromForms.begin(), site.fromForms.end());
+    return names;
+}
+
+static void checkParameters(const Visit &visit, const Command &command, const Assembled &text,
+                            const std::vector<SqlParameter> &parameters)
+{
+    for (const SqlParameter &parameter : parameters) {
+        const Template *tpl = &visit.tpl;
+        Span span = command.words;
+        placeInText(text, parameter.at, &tpl, &span);
+        span.end = std::max(span.end, span.at + static_cast<uint32_t>(parameter.name.size()));
+        const string_view name = string_view(parameter.name).substr(1);
+        if (parameter.name[0] != ':') {
+            report(visit.all, *tpl, span, "query-parameter",
+                   "only parameters of the form :NAME have a value, not " + parameter.name);
+        } else if (!isFromWeb(visit.all.site, name) && setsOf(visit.all.site, name).empty()) {
+            const string_view near = nearest(name, parameterNames(visit.all.site));
+            report(visit.all, *tpl, span, "query-parameter",
+                   "no variable " + string(name) + " is set anywhere, so " + parameter.name +
+                       " is NULL" + (near.empty() ? "" : "; did you mean ':" + string(near) + "'?"));
+        }
+    }
+}
+
+static void checkInjection(const Visit &visit, const Assembled &text)
+{
+    for (const TextPiece &piece : text.pieces) {
+        if (!piece.hole || !piece.holds)
+            continue;
+        const string name = piece.name.starts_with("$var:") && piece.name.find('[') == string::npos
+                                ? piece.name.substr(5)
+                                : "NAME";
+        report(visit.all, *piece.tpl, piece.span, "query-injection",
+               (piece.name.size() < 40 ? piece.name : "this value") +
+                   " is a piece of SQL; write the parameter :" + name +
+                   (piece.inString ? " without quotes around it" : "") + " instead");
+    }
+}
+
+static void checkAnswer(const Visit &visit, const Command &command, const Assembled &text)
+{
+    Report &all = visit.all;
+    const SqlAnswer &answer = prepareQuery(all.site.database.get(), text.text);
+    const bool certain = std::none_of(text.pieces.begin(), text.pieces.end(), [](const TextPiece &p) {
+        return p.hole && !p.inString;
+    });
+    checkParameters(visit, command, text, answer.parameters);
+    const Template *tpl = &visit.tpl;
+    Span span = command.words;
+    if (answer.writes) {
+        placeInText(text, 0, &tpl, &span);
+        report(all, *tpl, span, "query-writes", "the statement changes the database",
+               usedHere(visit, tpl, command));
+    }
+    if (!answer.error.empty() && certain && !answer.writes) {
+        placeInText(text, answer.errorAt, &tpl, &span);
+        report(all, *tpl, span, "query-sql", answer.error, usedHere(visit, tpl, command));
+    }
+    if (answer.columns.size() > MOST_COLUMNS) {
+        placeInText(text, 0, &tpl, &span);
+        report(all, *tpl, span, "limit",
+               "the query has " + std::to_string(answer.columns.size()) +
+                   " columns; those behind the 35th are lost");
+    }
+}
+
+static void checkQuery(const Visit &visit, const Command &command)
+{
+    const bool sql = visit.all.site.database != nullptr;
+    for (const Assembled &text : queriesOf(visit.all.site, visit.tpl, command, visit.levels)) {
+        if (sql || looksLikeSql(text.text))
+            checkInjection(visit, text);
+        if (sql)
+            checkAnswer(visit, command, text);
+        else if (looksLikeSql(text.text)) {
+            SqlAnswer answer;
+            for (const SqlPiece &piece : scanSql(text.text))
+                if (piece.token == SqlToken::PARAMETER)
+                    answer.parameters.push_back(
+                        {text.text.substr(piece.at, piece.end - piece.at), piece.at});
+            checkParameters(visit, command, text, answer.parameters);
+        }
+    }
+}
+
+// ---- arguments ----
+
+// Bytes that an argument has at least.
+static size_t leastLength(const Template &tpl, const Argument &argument)
+{
+    size_t length = 0;
+    for (const Element &element : argument.elements) {
+        if (element.type == ELEM_TEXT) {
+            length += element.text.size();
+            const FieldRange fields = fieldsIn(tpl, element.span);
+            for (size_t i = fields.first; i < fields.last; ++i)
+                length -= std::min<size_t>(length, tpl.fields[i].span.end - tpl.fields[i].span.at);
+        } else if (element.command) {
+            const Command &command = *element.command;
+            const int body = bodyIndex(command);
+            if (body < 0)
+                continue;
+            size_t least = leastLength(tpl, command.args[static_cast<size_t>(body)]);
+            if (command.id & CMDF_IF)
+                least = command.args.size() < 4
+                            ? 0
+                            : std::min(least, leastLength(tpl, command.args[3]));
+            else if ((command.id & CMDF_QUERY) || command.id == ID_REPEATINCL ||
+                     command.id == ID_REPEATEXCL)
+                least = command.id == ID_QUERY ? least : 0;
+            length += least;
+        }
+    }
+    return length;
+}
+
+static Span spanOf(const Command &command, size_t index)
+{
+    const auto &elements = command.args[index].elements;
+    return elements.empty() ? command.words
+                            : Span{elements.front().span.at, elements.back().span.end};
+}
+
+static void checkOperand(const Visit &visit, const Command &command, size_t index)
+{
+    for (const Element &element : command.args[index].elements) {
+        if (element.type != ELEM_TEXT)
+            continue;
+        const FieldRange fields = fieldsIn(visit.tpl, element.span);
+        for (size_t i = fields.first; i < fields.last; ++i)
+            report(visit.all, visit.tpl, visit.tpl.fields[i].span, "text-compared",
+                   "a text is compared: each language, and marks for translators, change the outcome");
+    }
+}
+
+static void checkInclude(const Visit &visit, const Command &command)
+{
+    if (visit.direct)
+        return;
+    const bool refused = !visit.levels.empty();
+    reportAs(visit.all, refused ? Severity::ERROR : Severity::WARNING, visit.tpl, command.words,
+             "include-in-argument",
+             refused ? "an include in an argument of a running body is refused"
+                     : "the template's text goes to the page, not into the argument");
+}
+
+static void visitArgument(Visit &visit, const Argument &argument)
+{
+    const Element *before = nullptr;
+    for (const Element &element : argument.elements) {
+        if (element.type == ELEM_TEXT)
+            checkFieldsIn(visit, element, before);
+        if (element.type == ELEM_NUMVAR)
+            checkValue(visit, element);
+        for (const Element &index : element.index) {
+            if (index.type == ELEM_NUMVAR)
+                checkValue(visit, index);
+            if (index.type == ELEM_TEXT)
+                checkFieldsIn(visit, index, nullptr);
+            if (index.command) {
+                const bool direct = visit.direct;
+                visit.direct = false;
+                visitCommand(visit, *index.command);
+                visit.direct = direct;
+            }
+        }
+        if (element.command)
+            visitCommand(visit, *element.command);
+        before = &element;
+    }
+}
+
+static void enterBody(Visit &visit, const Command &command, size_t body)
+{
+    const bool useful = (command.id & CMDF_QUERY) || command.id == ID_REPEATINCL ||
+                        command.id == ID_REPEATEXCL;
+    if (visit.levels.size() == MOST_BODIES)
+        report(visit.all, visit.tpl, command.words, "limit",
+               "64 bodies are around this one, and no more run: it is dropped");
+    else if (visit.levels.size() == MOST_LEVELS && useful)
+        reportAs(visit.all, Severity::WARNING, visit.tpl, command.words, "limit",
+                 "this body is level 10 or deeper: no value can name its columns or its counter");
+    visit.levels.push_back(&command);
+    for (size_t i = body; i < command.args.size(); ++i)
+        visitArgument(visit, command.args[i]);
+    visit.levels.pop_back();
+}
+
+static void visitCommand(Visit &visit, const Command &command)
+{
+    const int body = bodyIndex(command);
+    const size_t leading = body < 0 ? command.args.size() : static_cast<size_t>(body);
+    const bool direct = visit.direct;
+    visit.direct = false;
+    size_t length = 0;
+    for (size_t i = 0; i < leading; ++i) {
+        visitArgument(visit, command.args[i]);
+        length += leastLength(visit.tpl, command.args[i]) + (i > 0);
+        if ((command.id & CMDF_IF) && i < 2)
+            checkOperand(visit, command, i);
+    }
+    visit.direct = direct;
+    if (length > MOST_ARGUMENT)
+        report(visit.all, visit.tpl, spanOf(command, 0), "limit",
+               "the arguments have " + std::to_string(length) + " bytes at least, and 66559 are the most");
+    if (command.id == ID_INCLUDE)
+        checkInclude(visit, command);
+    if (command.id & CMDF_QUERY)
+        checkQuery(visit, command);
+    if (body >= 0)
+        enterBody(visit, command, leading);
+}
+
+void checkCommands(Report &all)
+{
+    for (const auto &[path, tpl] : all.site.templates) {
+        Visit visit = {all, *tpl, {}};
+        for (const Item &item : tpl->items) {
+            if (item.command) {
+                visitCommand(visit, *item.command);
+                continue;
+            }
+            const FieldRange fields = fieldsIn(*tpl, item.span);
+            for (size_t i = fields.first; i < fields.last; ++i)
+                checkField(all, *tpl, tpl->fields[i], false, 0, 0);
+        }
+    }
+}

@@ -1,0 +1,433 @@
+/* tools/check/check_html.cpp - rules about the part of a page that a value or a text
+ * lands in. Each page is followed from its begin through its commands' bodies and its
+ * includes; a template that is included in the same part once more is not followed
+ * again. */
+#include <algorithm>
+#include <set>
+
+#include "grammar/commands.h"
+#include "html.h"
+#include "report.h"
+
+using std::string;
+using std::string_view;
+
+namespace
+{
+struct Followed {
+    HtmlState from;
+    HtmlState to;
+};
+
+struct Follower {
+    Report &all;
+    std::map<const Template *, std::vector<Followed>> done;
+    std::vector<Note> from;           // the includes that led here, the outermost first
+    std::set<const Template *> open;
+    HtmlState state;
+};
+
+// What a value is, and where it stands.
+struct Output {
+    const Template &tpl;
+    Span span;
+    uint32_t id;       // of the command in whose body it stands
+    uint8_t holds;     // VALUE_ bits of what comes out
+    string name;       // as it is shown
+};
+} // namespace
+
+static void followCommand(Follower &follower, const Template &tpl, const Command &command,
+                          Levels &levels);
+
+static std::vector<Note> includedFrom(const Follower &follower)
+{
+    return {follower.from.rbegin(), follower.from.rend()};
+}
+
+static void add(Follower &follower, const Output &output, const char *id, string text)
+{
+    report(follower.all, output.tpl, output.span, id, std::move(text), includedFrom(follower));
+}
+
+// ---- values ----
+
+static string insteadOfEcho(uint32_t id)
+{
+    switch (id) {
+    case ID_QUERYTEXT:
+        return "use query, or put it into an echo of its own";
+    case ID_MULTIQUERYTEXT:
+        return "use multiquery, or put it into an echo of its own";
+    case ID_PRINT:
+        return "use echo";
+    case ID_ERRORMESSAGE:
+        return "take it through a variable to an echo";
+    default:
+        return "put it into an echo of its own";
+    }
+}
+
+static string notEscaped(const Output &output, const HtmlState &state)
+{
+    string text = output.name + " comes out as it is, in " + describe(state) + ": ";
+    if (output.holds & VALUE_SCRIPT)
+        return output.name + " is escaped for scripts, but stands in " + describe(state) +
+               ": use echo";
+    const string words = wordsOf(output.id);
+    if (!words.empty())
+        text += (output.id & CMDF_IF) ? "the body of an if does not escape; "
+                                      : words + " does not escape; ";
+    return text + insteadOfEcho(output.id);
+}
+
+static void checkAttribute(Follower &follower, const Output &output)
+{
+    const HtmlState &state = follower.state;
+    const bool quoted = state.part == Part::VALUE && state.quote == '"';
+    if (output.holds & (VALUE_RAW | VALUE_SCRIPT))
+        add(follower, output, "escape-missing", notEscaped(output, state));
+    else if (!quoted)
+        add(follower, output, "escape-attribute",
+            output.name + " stands in " + describe(state) +
+                ", where HTML escaping is not enough: write double quotes around the value");
+    if (beginsAddress(state))
+        add(follower, output, "escape-url",
+            output.name + " is the beginning of an address, and can be javascript: or any other "
+                          "site; write what the address begins with in the template");
+}
+
+static void checkScript(Follower &follower, const Output &output)
+{
+    const HtmlState &state = follower.state;
+    const bool attribute = state.part == Part::VALUE;
+    const bool string_ = state.script == Script::DQUOTE || state.script == Script::SQUOTE;
+    if (!string_) {
+        add(follower, output, "escape-script",
+            output.name + " stands in " + describe(state) +
+                (state.script == Script::TEMPLATE
+                     ? ", which no escaping makes safe: use a string in quotes and printjs"
+                     : ", outside of a string: put quotes around it and use printjs"));
+        return;
+    }
+    const uint8_t safe = attribute ? VALUE_BOTH : VALUE_SCRIPT;
+    if (!(output.holds & static_cast<uint8_t>(~safe)))
+        return;
+    if (attribute)
+        add(follower, output, "escape-script",
+            output.name + " needs escaping for the script and for HTML here: set a variable to "
+                          "<?printjs ...?> and echo that, or put it into a data- attribute");
+    else
+        add(follower, output, "escape-script",
+            output.name + (output.holds & (VALUE_HTML | VALUE_BOTH) ? " is escaped for HTML, but stands in "
+                                                                    : " is not escaped, in ") +
+                describe(state) + ": use printjs");
+}
+
+static void checkOutput(Follower &follower, const Output &output)
+{
+    if (!output.holds)
+        return;
+    const HtmlState &state = follower.state;
+    switch (state.part) {
+    case Part::PLAIN:
+        return;
+    case Part::OPEN:
+    case Part::TAG_NAME:
+    case Part::TAG:
+    case Part::NAME:
+    case Part::AFTER_NAME:
+        add(follower, output, "escape-name",
+            output.name + (state.part == Part::OPEN || state.part == Part::TAG_NAME
+                               ? " is a tag's name"
+                               : " is an attribute's name, or several attributes") +
+                ", which no escaping makes safe");
+        return;
+    case Part::BEFORE_VALUE:
+    case Part::VALUE:
+    case Part::RAW:
+        if (state.content == Content::SCRIPT && state.part != Part::BEFORE_VALUE)
+            return checkScript(follower, output);
+        if (state.content == Content::SCRIPT)
+            return add(follower, output, "escape-script", output.name + " is a script");
+        if (state.content == Content::STYLE)
+            return add(follower, output, "escape-style",
+                       output.name + " stands in " + describe(state) +
+                           ", where no escaping makes it safe: choose among constants with if");
+        if (state.part != Part::RAW)
+            return checkAttribute(follower, output);
+        break;
+    default:
+        break;
+    }
+    if (output.holds & (VALUE_RAW | VALUE_SCRIPT))
+        add(follower, output, "escape-missing", notEscaped(output, state));
+}
+
+static void putValue(Follower &follower, const Output &output)
+{
+    checkOutput(follower, output);
+    followValue(&follower.state);
+}
+
+// ---- texts ----
+
+// Whether a text leaves the part that it stands in, which a word would not.
+static bool leavesPart(const HtmlState &state, string_view text)
+{
+    HtmlState expected = state;
+    followValue(&expected);
+    HtmlState reached = state;
+    const bool inside = state.part == Part::VALUE || state.part == Part::BEFORE_VALUE ||
+                        state.part == Part::RAW;
+    const bool unquoted = expected.part == Part::VALUE && !expected.quote;
+    for (size_t i = 0; i < text.size(); ++i) {
+        follow(&reached, text.substr(i, 1));
+        if (!inside)
+            continue;
+        const bool same = reached.part == expected.part && reached.quote == expected.quote &&
+                          reached.script == expected.script;
+        if (!same && (expected.part == Part::VALUE || state.content == Content::SCRIPT ||
+                      reached.part != expected.part))
+            return true;
+        if (unquoted && reached.part != Part::VALUE)
+            return true;
+    }
+    HtmlState joined;
+    return !text.empty() && !inside && !joinStates(expected, reached, &joined);
+}
+
+static void putField(Follower &follower, const Template &tpl, const Field &field)
+{
+    string codes;
+    const string *shown = nullptr;
+    std::vector<Note> notes;
+    for (const Language &language : follower.all.site.languages) {
+        const auto text = language.texts.find(field.id);
+        if (text == language.texts.end() || follower.state.part == Part::PLAIN ||
+            !leavesPart(follower.state, text->second.text))
+            continue;
+        codes += (codes.empty() ? "" : ", ") + language.code;
+        shown = shown ? shown : &text->second.text;
+        notes.push_back(
+            {language.path, std::max(text->second.line, 1U), 1, 1, "the text is here"});
+    }
+    if (shown) {
+        for (Note &note : includedFrom(follower))
+            notes.push_back(std::move(note));
+        report(follower.all, tpl, field.span, "text-breaks",
+               "the text of " + codes + " does not stay in " + describe(follower.state) + ": " +
+                   shown->substr(0, 40),
+               std::move(notes));
+    }
+    followValue(&follower.state);
+}
+
+static void putText(Follower &follower, const Template &tpl, Span span, string_view literal)
+{
+    const FieldRange fields = fieldsIn(tpl, span);
+    if (fields.empty()) {
+        follow(&follower.state, literal);
+        return;
+    }
+    const string_view source = tpl.source;
+    uint32_t at = span.at;
+    for (size_t i = fields.first; i < fields.last; ++i) {
+        const Field &field = tpl.fields[i];
+        follow(&follower.state, source.substr(at, field.span.at - at));
+        putField(follower, tpl, field);
+        at = field.span.end;
+    }
+    follow(&follower.state, source.substr(at, span.end - at));
+}
+
+// ---- commands ----
+
+static string nameOf(const Template &tpl, const Element &element)
+{
+    if (element.type == ELEM_GETVAR || element.type == ELEM_GETARRAY) {
+        const string key = keyOfRead(element);
+        return "$var:" + (key.ends_with("[*]") ? element.text + "[...]" : key);
+    }
+    return tpl.source.substr(element.span.at, element.span.end - element.span.at);
+}
+
+static void followArgument(Follower &follower, const Template &tpl, const Argument &argument,
+                           uint32_t id, Levels &levels)
+{
+    for (const Element &element : argument.elements) {
+        switch (element.type) {
+        case ELEM_TEXT:
+            putText(follower, tpl, element.span, element.text);
+            break;
+        case ELEM_CMD:
+            if (element.command)
+                followCommand(follower, tpl, *element.command, levels);
+            break;
+        default:
+            putValue(follower,
+                     {tpl, element.span, id,
+                      escapedBy(id, holdsOfElement(follower.all.site, element, levels)),
+                      nameOf(tpl, element)});
+            break;
+        }
+    }
+}
+
+static void differ(Follower &follower, const Template &tpl, const Command &command,
+                   const HtmlState &a, const HtmlState &b, const char *what)
+{
+    string text = string(what) + " end in " + describe(a) + " and in " + describe(b);
+    report(follower.all, tpl, command.words, "escape-context", std::move(text),
+           includedFrom(follower));
+}
+
+static void followIf(Follower &follower, const Template &tpl, const Command &command,
+                     Levels &levels)
+{
+    const HtmlState before = follower.state;
+    followArgument(follower, tpl, command.args[2], command.id, levels);
+    const HtmlState then = follower.state;
+    follower.state = before;
+    if (command.args.size() > 3)
+        followArgument(follower, tpl, command.args[3], command.id, levels);
+    const HtmlState otherwise = follower.state;
+    if (!joinStates(then, otherwise, &follower.state))
+        differ(follower, tpl, command, then, otherwise,
+               command.args.size() > 3 ? "the branches" : "the body and the page without it");
+}
+
+static void followLoop(Follower &follower, const Template &tpl, const Command &command, size_t body,
+                       Levels &levels)
+{
+    const HtmlState before = follower.state;
+    followArgument(follower, tpl, command.args[body], command.id, levels);
+    const HtmlState after = follower.state;
+    if (!joinStates(before, after, &follower.state)) {
+        differ(follower, tpl, command, before, after, "no iteration of the body and one");
+        follower.state = before;
+    }
+}
+
+static bool repeats(uint32_t id)
+{
+    return id == ID_REPEATINCL || id == ID_REPEATEXCL || id == ID_MULTIQUERY ||
+           id == ID_MULTIQUERYTEXT || id == ID_MULTIQUERYJS;
+}
+
+static void followTemplate(Follower &follower, const Template &tpl);
+
+static void followInclude(Follower &follower, const Template &tpl, const Command &command)
+{
+    const auto uses = follower.all.site.includes.find(tpl.path);
+    if (uses == follower.all.site.includes.end())
+        return;
+    const HtmlState before = follower.state;
+    bool first = true;
+    for (const PathUse &use : uses->second) {
+        if (use.command != &command)
+            continue;
+        for (const string &path : use.paths) {
+            const auto included = follower.all.site.templates.find(path);
+            if (included == follower.all.site.templates.end())
+                continue;
+            const HtmlState previous = follower.state;
+            follower.state = before;
+            follower.from.push_back(noteAt(tpl, command.span.at, "included from here"));
+            followTemplate(follower, *included->second);
+            follower.from.pop_back();
+            HtmlState joined;
+            if (!first && joinStates(previous, follower.state, &joined))
+                follower.state = joined;
+            first = false;
+        }
+    }
+}
+
+// A command without body that prints a column or the error.
+static void followColumn(Follower &follower, const Template &tpl, const Command &command)
+{
+    uint8_t holds = VALUE_RAW;
+    if (command.id & CMDF_QUERY) {
+        const RowsOf rows = rowsOf(follower.all.site, command);
+        if (rows.known && !rows.columns.empty() && rows.columns[0].number)
+            holds = 0;
+    }
+    putValue(follower, {tpl, command.words, command.id, escapedBy(command.id, holds),
+                        command.id & CMDF_QUERY ? "column 1" : "the error's text"});
+}
+
+// A command whose output is made of characters that are harmless anywhere.
+static bool printsNumber(const Command &command)
+{
+    return (command.id & CMDF_CALC) || command.id == ID_MULTIQUERYCOUNT ||
+           command.id == ID_ERRORFOUND || command.id == ID_BASE64 || (command.id & CMDF_IF);
+}
+
+static void followCommand(Follower &follower, const Template &tpl, const Command &command,
+                          Levels &levels)
+{
+    if (command.id == ID_INCLUDE)
+        return followInclude(follower, tpl, command);
+    const int body = bodyIndex(command);
+    if (body < 0) {
+        if (printsNumber(command))
+            followValue(&follower.state);
+        else if (command.id & (CMDF_QUERY | CMDF_ERROR))
+            followColumn(follower, tpl, command);
+        return;
+    }
+    levels.push_back(&command);
+    if (command.id & CMDF_IF)
+        followIf(follower, tpl, command, levels);
+    else if (repeats(command.id))
+        followLoop(follower, tpl, command, static_cast<size_t>(body), levels);
+    else
+        followArgument(follower, tpl, command.args[static_cast<size_t>(body)], command.id, levels);
+    levels.pop_back();
+}
+
+static void followTemplate(Follower &follower, const Template &tpl)
+{
+    for (const Followed &followed : follower.done[&tpl])
+        if (followed.from == follower.state) {
+            follower.state = followed.to;
+            return;
+        }
+    if (!follower.open.insert(&tpl).second)
+        return; // it includes itself
+    const HtmlState from = follower.state;
+    Levels levels;
+    for (const Item &item : tpl.items) {
+        if (item.command)
+            followCommand(follower, tpl, *item.command, levels);
+        else
+            putText(follower, tpl, item.span,
+                    string_view(tpl.source).substr(item.span.at, item.span.end - item.span.at));
+    }
+    follower.done[&tpl].push_back({from, follower.state});
+    follower.open.erase(&tpl);
+}
+
+// A page that ends inside a tag or a script has lost a quote or an end tag.
+static void checkEnd(Follower &follower, const Template &tpl)
+{
+    const HtmlState &state = follower.state;
+    if (state.part == Part::TEXT || state.part == Part::PLAIN ||
+        beginOf(tpl.path).part != Part::TEXT)
+        return;
+    const auto size = static_cast<uint32_t>(tpl.source.size());
+    reportAs(follower.all, Severity::WARNING, tpl, {size, size}, "escape-context",
+             "the page ends in " + describe(state));
+}
+
+void checkHtml(Report &all)
+{
+    Follower follower = {all, {}, {}, {}, {}};
+    for (const string &page : all.site.pages) {
+        const Template &tpl = *all.site.templates[page];
+        follower.state = beginOf(page);
+        followTemplate(follower, tpl);
+        checkEnd(follower, tpl);
+    }
+}

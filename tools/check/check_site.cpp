@@ -1,0 +1,327 @@
+/* tools/check/check_site.cpp - rules about the site as a whole: includes, variables,
+ * texts. */
+#include <algorithm>
+#include <set>
+
+#include "grammar/commands.h"
+#include "report.h"
+
+using std::string;
+using std::string_view;
+
+static string quoted(string_view text)
+{
+    return "'" + string(text) + "'";
+}
+
+static string didYouMean(string_view word, const std::vector<string_view> &candidates)
+{
+    const string_view near = nearest(word, candidates);
+    return near.empty() ? "" : "; did you mean " + quoted(near) + "?";
+}
+
+static Span argumentSpan(const Command &command, size_t index)
+{
+    if (index >= command.args.size() || command.args[index].elements.empty())
+        return command.words;
+    const auto &elements = command.args[index].elements;
+    return {elements.front().span.at, elements.back().span.end};
+}
+
+// ---- includes ----
+
+static constexpr size_t MOST_OPEN = 20; // templates
+
+namespace
+{
+enum class Mark : uint8_t { NEW, OPEN, DONE };
+
+struct Includes {
+    Report &all;
+    std::map<string, Mark> marks;
+    std::map<string, size_t> heights; // templates open at most below one, itself included
+};
+} // namespace
+
+static void checkPath(Report &all, const PathUse &use)
+{
+    const bool include = use.command->id == ID_INCLUDE;
+    const Span span = argumentSpan(*use.command, 0);
+    const std::vector<string_view> files(all.site.files.begin(), all.site.files.end());
+    if (use.dynamic)
+        report(all, *use.tpl, span, include ? "include-dynamic" : "base64-dynamic",
+               include ? "the path is not written in the template"
+                       : "the path is not written in the template, and base64 opens any file");
+    for (const string &path : use.paths) {
+        const auto tpl = all.site.templates.find(path);
+        const bool empty = include && tpl != all.site.templates.end() && tpl->second->source.empty();
+        if (fileExists(all.site, path) && !empty)
+            continue;
+        report(all, *use.tpl, span, include ? "include-missing" : "base64-missing",
+               empty ? quoted(path) + " is empty, which is left out"
+                     : "there is no " + quoted(path) + " below the document root" +
+                           didYouMean(path, files));
+    }
+}
+
+static void visitIncludes(Includes &includes, const string &path)
+{
+    includes.marks[path] = Mark::OPEN;
+    size_t height = 0;
+    for (const PathUse &use : includes.all.site.includes[path]) {
+        for (const string &next : use.paths) {
+            if (!includes.all.site.templates.count(next))
+                continue;
+            if (includes.marks[next] == Mark::NEW)
+                visitIncludes(includes, next);
+            if (includes.marks[next] == Mark::OPEN) {
+                reportAs(includes.all, use.conditional ? Severity::WARNING : Severity::ERROR, *use.tpl,
+                         argumentSpan(*use.command, 0), "include-cycle",
+                         next == path ? quoted(next) + " includes itself"
+                                      : quoted(next) + " includes this template in turn");
+                continue;
+            }
+            height = std::max(height, includes.heights[next]);
+        }
+    }
+    includes.heights[path] = height + 1;
+    includes.marks[path] = Mark::DONE;
+}
+
+// Follows the includes that go deepest down to the one that is refused.
+static void reportDepth(Includes &includes, const string &page)
+{
+    const string *path = &page;
+    std::vector<Note> notes;
+    for (size_t open = 1; open <= MOST_OPEN; ++open) {
+        const PathUse *deepest = nullptr;
+        const string *next = nullptr;
+        for (const PathUse &use : includes.all.site.includes[*path])
+            for (const string &target : use.paths)
+                if (target != *path && includes.heights[target] &&
+                    (!next || includes.heights[target] > includes.heights[*next])) {
+                    deepest = &use;
+                    next = &target;
+                }
+        if (!deepest)
+            return;
+        if (open == MOST_OPEN) {
+            std::reverse(notes.begin(), notes.end());
+            report(includes.all, *deepest->tpl, argumentSpan(*deepest->command, 0), "include-depth",
+                   quoted(*next) + " would be the 21st open template, and 20 are the most",
+                   std::move(notes));
+            return;
+        }
+        notes.push_back(noteAt(*deepest->tpl, deepest->command->span.at, "included from here"));
+        path = next;
+    }
+}
+
+void checkIncludes(Report &all)
+{
+    for (const auto &[path, uses] : all.site.includes)
+        for (const PathUse &use : uses)
+            checkPath(all, use);
+    for (const PathUse &use : all.site.encoded)
+        checkPath(all, use);
+    Includes includes = {all, {}, {}};
+    for (const string &page : all.site.pages)
+        if (includes.marks[page] == Mark::NEW)
+            visitIncludes(includes, page);
+    for (const string &page : all.site.pages)
+        if (includes.heights[page] > MOST_OPEN)
+            reportDepth(includes, page);
+}
+
+// ---- variables ----
+
+static std::vector<string_view> knownNames(const Site &site)
+{
+    std::vector<string_view> names(site.fromWeb.begin(), site.fromWeb.end());
+    names.insert(names.end(), site.fromForms.begin(), site.fromForms.end());
+    for (const auto &[key, variable] : site.variables)
+        if (!variable.sets.empty())
+            names.push_back(key);
+    return names;
+}
+
+// An index that is a number, but not in the form in which elements are stored.
+static string storedForm(string_view index)
+{
+    const string key = keyOfSet([&] {
+        Command command;
+        command.id = ID_SETARRAY;
+        Element text;
+        text.text = index;
+        Argument argument;
+        argument.elements.push_back(std::move(text));
+        command.args.push_back(std::move(argument));
+        return command;
+    }());
+    return key.substr(1, key.size() - 2);
+}
+
+static void checkReads(Report &all, const string &key, const Variable &variable,
+                       const std::vector<string_view> &known)
+{
+    const size_t bracket = key.find('[');
+    const string index = bracket == string::npos ? "" : key.substr(bracket + 1, key.size() - bracket - 2);
+    const bool computed = index == "*";
+    const string stored = index.empty() || computed ? index : storedForm(index);
+    const bool unset = setsOf(all.site, key).empty() && !isFromWeb(all.site, key);
+    for (const VariableUse &use : variable.reads) {
+        if (stored != index) {
+            report(all, *use.tpl, use.span, "variable-index",
+                   "[" + index + "] never matches: elements are stored as [" + stored + "]");
+        } else if (unset) {
+            const string shown = computed ? key.substr(0, bracket) + "[...]" : key;
+            report(all, *use.tpl, use.span, "variable-unset",
+                   "$var:" + shown + " is not set anywhere" + didYouMean(key, known));
+        }
+    }
+}
+
+void checkVariables(Report &all)
+{
+    const std::vector<string_view> known = knownNames(all.site);
+    for (const auto &[key, variable] : all.site.variables) {
+        if (!variable.reads.empty())
+            checkReads(all, key, variable, known);
+        if (key == "lang" || !all.site.fromWeb.count(key))
+            continue;
+        for (const VariableUse &use : variable.sets)
+            if (use.command->id == ID_SETVARIABLE || use.command->id == ID_SETARRAY)
+                report(all, *use.tpl, use.command->nameSpan, "variable-hidden",
+                       "the web program sets " + key + ", and its value hides this one");
+    }
+}
+
+// ---- texts ----
+
+static string listOf(const std::vector<string> &words)
+{
+    string list;
+    for (size_t i = 0; i < words.size(); ++i)
+        list += (i == 0 ? "" : i + 1 == words.size() ? " and " : ", ") + words[i];
+    return list;
+}
+
+static std::vector<string_view> knownIds(const Site &site)
+{
+    std::set<string_view> ids;
+    for (const Language &language : site.languages)
+        for (const auto &[id, text] : language.texts)
+            ids.insert(id);
+    return {ids.begin(), ids.end()};
+}
+
+static void checkMissing(Report &all, const string &id, const std::vector<FieldUse> &uses,
+                         const std::vector<string_view> &ids)
+{
+    std::vector<string> missing;
+    for (const Language &language : all.site.languages)
+        if (!language.texts.count(id))
+            missing.push_back(language.code);
+    if (missing.empty())
+        return;
+    const bool everywhere = missing.size() == all.site.languages.size();
+    for (const FieldUse &use : uses)
+        reportAs(all, everywhere ? Severity::ERROR : Severity::WARNING, *use.tpl,
+                 use.tpl->fields[use.field].span, "text-missing",
+                 "no text " + quoted(id) + " in " + listOf(missing) +
+                     (everywhere ? didYouMean(id, ids) : ""));
+}
+
+static bool inComment(const Template &tpl, size_t at)
+{
+    return std::any_of(tpl.comments.begin(), tpl.comments.end(), [&](const Span &comment) {
+        return comment.contains(static_cast<uint32_t>(at));
+    });
+}
+
+// What was probably meant by a "{?" that begins no field.
+static string hintMalformed(string_view source, size_t at)
+{
+    size_t begin = at + 2;
+    while (begin < source.size() && source[begin] == ' ')
+        ++begin;
+    size_t end = begin;
+    while (end < source.size() && (isFieldByte(source[end]) || source[end] == '-'))
+        ++end;
+    const string id(source.substr(begin, end - begin));
+    if (id.empty())
+        return "";
+    if (begin > at + 2)
+        return ": no blank may stand behind {?";
+    if (id.find('-') != string::npos)
+        return ": an id has no '-' (letters, digits, '.', '_' and ':')";
+    if (end < source.size() && source[end] == '}')
+        return "; did you mean {?" + id + "?}?";
+    return ": ?} must follow the id at once";
+}
+
+static void checkMalformed(Report &all, const Template &tpl, const std::set<string_view> &ids)
+{
+    const string &source = tpl.source;
+    for (size_t at = 0; (at = source.find('{', at)) != string::npos; ++at) {
+        const auto offset = static_cast<uint32_t>(at);
+        if (source.compare(at, 2, "{?") == 0) {
+            if (fieldsIn(tpl, {offset, offset + 1}).empty() && !inComment(tpl, at))
+                report(all, tpl, {offset, offset + 2}, "text-malformed",
+                       "this begins no text field" + hintMalformed(source, at));
+            continue;
+        }
+        size_t end = at + 1;
+        while (end < source.size() && isFieldByte(source[end]))
+            ++end;
+        const string_view id = string_view(source).substr(at + 1, end - at - 1);
+        const bool closed = source.compare(end, 2, "?}") == 0 ||
+                            (source.compare(end, 1, "}") == 0 && id.find('.') != string_view::npos);
+        if (closed && ids.count(id) && !inComment(tpl, at))
+            report(all, tpl, {offset, static_cast<uint32_t>(end)}, "text-malformed",
+                   "did you mean {?" + string(id) + "?}?");
+    }
+}
+
+// Whether a comment in a language's file says that the web program uses the text.
+static bool isUsedElsewhere(const Site &site, string_view id)
+{
+    for (const Language &language : site.languages)
+        for (const string &pattern : language.used)
+            if (pattern == id || (pattern.ends_with("*") &&
+                                  id.starts_with(string_view(pattern).substr(0, pattern.size() - 1))))
+                return true;
+    return false;
+}
+
+static void checkUnused(Report &all)
+{
+    std::set<string_view> seen;
+    for (const Language &language : all.site.languages)
+        for (const auto &[id, text] : language.texts)
+            if (!all.site.fields.count(id) && !all.site.otherFields.count(id) &&
+                !isUsedElsewhere(all.site, id) && seen.insert(id).second)
+                reportLine(all, language.path, text.line, "text-unused",
+                           "no template uses the text " + quoted(id));
+}
+
+void checkTexts(Report &all)
+{
+    constexpr size_t longest = 128; // bytes of an id
+    const std::vector<string_view> ids = knownIds(all.site);
+    std::set<string_view> known(ids.begin(), ids.end());
+    for (const auto &[id, uses] : all.site.fields) {
+        known.insert(id);
+        if (id.size() > longest)
+            for (const FieldUse &use : uses)
+                report(all, *use.tpl, use.tpl->fields[use.field].span, "limit",
+                       "the id has " + std::to_string(id.size()) + " characters; what is behind the "
+                       "128th is ignored");
+        else if (!all.site.languages.empty())
+            checkMissing(all, id, uses, ids);
+    }
+    for (const auto &[path, tpl] : all.site.templates)
+        checkMalformed(all, *tpl, known);
+    if (all.site.options.templates.empty())
+        checkUnused(all);
+}

@@ -1,0 +1,179 @@
+/* tools/check/findings.cpp - findings in order, and in the forms in which people and
+ * programs read them. The JSON form is documented in docs/checking.md and only ever
+ * grows. */
+#include "findings.h"
+
+#include <algorithm>
+#include <nlohmann/json.hpp>
+#include <set>
+#include <tuple>
+
+using nlohmann::json;
+using std::string;
+using std::string_view;
+
+void sortFindings(std::vector<Finding> *findings)
+{
+    std::stable_sort(findings->begin(), findings->end(), [](const Finding &a, const Finding &b) {
+        return std::tie(a.path, a.line, a.column) < std::tie(b.path, b.line, b.column);
+    });
+    std::set<decltype(std::tuple(string(), 0U, 0U, string(), string()))> seen;
+    std::erase_if(*findings, [&](const Finding &f) {
+        return !seen.emplace(f.path, f.line, f.column, f.kind->id, f.text).second;
+    });
+}
+
+static const char *severityName(Severity severity)
+{
+    return severity == Severity::ERROR ? "error" : "warning";
+}
+
+static string printText(const std::vector<Finding> &findings)
+{
+    string out;
+    auto line = [&](const string &path, uint32_t row, uint32_t column, const string &text) {
+        out += path + ":" + std::to_string(row) + ":" + std::to_string(column) + ": " + text + "\n";
+    };
+    for (const Finding &f : findings) {
+        line(f.path, f.line, f.column,
+             string(severityName(f.severity)) + ": " + f.text + " [" + f.kind->id + "]");
+        for (const Note &note : f.notes)
+            line(note.path, note.line, note.column, "note: " + note.text);
+    }
+    return out;
+}
+
+static string printJson(const std::vector<Finding> &findings)
+{
+    json list = json::array();
+    for (const Finding &f : findings) {
+        json notes = json::array();
+        for (const Note &note : f.notes)
+            notes.push_back({{"file", note.path},
+                             {"line", note.line},
+                             {"column", note.column},
+                             {"text", note.text}});
+        list.push_back({{"file", f.path},
+                        {"line", f.line},
+                        {"column", f.column},
+                        {"endLine", f.endLine},
+                        {"endColumn", f.endColumn},
+                        {"severity", severityName(f.severity)},
+                        {"id", f.kind->id},
+                        {"text", f.text},
+                        {"notes", std::move(notes)}});
+    }
+    const json whole = {{"version", 1}, {"findings", std::move(list)}};
+    return whole.dump(1, ' ', false, json::error_handler_t::replace) + "\n";
+}
+
+// A path as a URI reference: what is no letter, digit or harmless sign is encoded.
+static string uriOf(const string &path)
+{
+    static constexpr char digits[] = "0123456789ABCDEF";
+    string uri;
+    for (const char c : path) {
+        const auto byte = static_cast<unsigned char>(c);
+        if (isalnum(byte) || string_view("/._-~").find(c) != string_view::npos) {
+            uri += c;
+        } else {
+            uri += '%';
+            uri += digits[byte >> 4];
+            uri += digits[byte & 15];
+        }
+    }
+    return uri;
+}
+
+static json sarifPlace(const string &path, uint32_t line, uint32_t column)
+{
+    return {{"artifactLocation", {{"uri", uriOf(path)}}},
+            {"region", {{"startLine", line}, {"startColumn", column}}}};
+}
+
+static json sarifResult(const Finding &f)
+{
+    json place = sarifPlace(f.path, f.line, f.unit);
+    place["region"]["endLine"] = f.endLine;
+    place["region"]["endColumn"] = f.endUnit;
+    json result = {{"ruleId", f.kind->id},
+                   {"ruleIndex", f.kind - allKinds().data()},
+                   {"level", severityName(f.severity)},
+                   {"message", {{"text", f.text}}},
+                   {"locations", json::array({{{"physicalLocation", std::move(place)}}})}};
+    json related = json::array();
+    for (const Note &note : f.notes)
+        related.push_back({{"physicalLocation", sarifPlace(note.path, note.line, note.unit)},
+                           {"message", {{"text", note.text}}}});
+    if (!related.empty())
+        result["relatedLocations"] = std::move(related);
+    return result;
+}
+
+static string printSarif(const std::vector<Finding> &findings)
+{
+    json rules = json::array();
+    for (const Kind &kind : allKinds())
+        rules.push_back({{"id", kind.id},
+                         {"shortDescription", {{"text", kind.explanation}}},
+                         {"help", {{"text", string("Example: ") + kind.example}}},
+                         {"defaultConfiguration", {{"level", severityName(kind.severity)}}}});
+    json results = json::array();
+    for (const Finding &f : findings)
+        results.push_back(sarifResult(f));
+    const json driver = {{"name", "orv-check"}, {"version", ORV_VERSION}, {"rules", rules}};
+    const json whole = {{"$schema", "https://json.schemastore.org/sarif-2.1.0.json"},
+                        {"version", "2.1.0"},
+                        {"runs", json::array({{{"tool", {{"driver", driver}}},
+                                               {"columnKind", "utf16CodeUnits"},
+                                               {"results", std::move(results)}}})}};
+    return whole.dump(1, ' ', false, json::error_handler_t::replace) + "\n";
+}
+
+string printFindings(const std::vector<Finding> &findings, Form form)
+{
+    switch (form) {
+    case Form::JSON:
+        return printJson(findings);
+    case Form::SARIF:
+        return printSarif(findings);
+    default:
+        return printText(findings);
+    }
+}
+
+// Insertions, deletions, changes and swaps of neighbours between two words.
+static size_t distance(string_view a, string_view b)
+{
+    std::vector<std::vector<size_t>> d(a.size() + 1, std::vector<size_t>(b.size() + 1));
+    for (size_t i = 0; i <= a.size(); ++i)
+        for (size_t j = 0; j <= b.size(); ++j) {
+            if (i == 0 || j == 0) {
+                d[i][j] = i + j;
+                continue;
+            }
+            d[i][j] = std::min({d[i - 1][j] + 1, d[i][j - 1] + 1,
+                                d[i - 1][j - 1] + (a[i - 1] != b[j - 1])});
+            if (i > 1 && j > 1 && a[i - 1] == b[j - 2] && a[i - 2] == b[j - 1])
+                d[i][j] = std::min(d[i][j], d[i - 2][j - 2] + 1);
+        }
+    return d[a.size()][b.size()];
+}
+
+string_view nearest(string_view word, const std::vector<string_view> &candidates)
+{
+    string_view best;
+    size_t least = word.size() / 3 + 1;
+    for (const string_view candidate : candidates) {
+        const size_t gap =
+            candidate.size() > word.size() ? candidate.size() - word.size() : word.size() - candidate.size();
+        if (candidate == word || gap > least || word.size() > 100)
+            continue;
+        const size_t far = distance(word, candidate);
+        if (far < least || (far == least && best.empty())) {
+            least = far;
+            best = candidate;
+        }
+    }
+    return best;
+}

@@ -1,0 +1,65 @@
+/* tools/check/findings.h - what the checker finds, and the kinds of it. */
+#ifndef ORV_CHECK_FINDINGS_H
+#define ORV_CHECK_FINDINGS_H
+
+#include <stdint.h>
+
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+enum class Severity : uint8_t { WARNING, ERROR };
+
+// One kind of finding. All texts are static.
+struct Kind {
+    const char *id;
+    Severity severity; // where nothing else is said
+    const char *explanation;
+    const char *example; // a template, or lines of one, that has it
+};
+
+/* All kinds, in the order of the documentation. */
+std::span<const Kind> allKinds();
+
+/* The kind of that id, null when there is none. */
+const Kind *findKind(std::string_view id);
+
+// A place that belongs to a finding.
+struct Note {
+    std::string path;
+    uint32_t line;
+    uint32_t column;
+    uint32_t unit; // the column in UTF-16 units
+    std::string text;
+};
+
+struct Finding {
+    const Kind *kind;
+    Severity severity;
+    std::string path; // as templates name it, or as it was given for other files
+    uint32_t line;    // from 1
+    uint32_t column;  // in bytes, from 1
+    uint32_t endLine; // behind the last byte
+    uint32_t endColumn;
+    uint32_t unit;    // the columns in UTF-16 units, from 1, as some forms count
+    uint32_t endUnit;
+    std::string text;
+    std::vector<Note> notes;
+};
+
+/* Sorts by file, line and column, and leaves one of equal findings. */
+void sortFindings(std::vector<Finding> *findings);
+
+enum class Form : uint8_t { TEXT, JSON, SARIF };
+
+/* All findings in one of the forms, with a line end. */
+std::string printFindings(const std::vector<Finding> &findings, Form form);
+
+/* The kinds with their explanations and examples, for people. */
+std::string listKinds();
+
+/* The word among candidates that was probably meant, empty when none is near. */
+std::string_view nearest(std::string_view word, const std::vector<std::string_view> &candidates);
+
+#endif

@@ -1,0 +1,165 @@
+/* tools/check/kinds.cpp - the kinds of finding. Their ids stand in people's ignore
+ * comments and build scripts: none is ever renamed. */
+#include "findings.h"
+
+#include <algorithm>
+
+using enum Severity;
+
+static constexpr Kind kinds[] = {
+    {"syntax", ERROR,
+     "The interpreter logs this mistake when it reads the template, and drops the command.",
+     "<?if eq $var:a ?>"},
+    {"gives-up", ERROR,
+     "The run ends here and the rest of the page is lost: the page's very first command has too "
+     "many arguments. Text in front of it, such as <!DOCTYPE html>, lets the rest come out.",
+     "<?echo two words?>"},
+    {"swallowed", ERROR, "This command is lost because of a mistake in front of it or inside it.",
+     "text<?if eq 1 ?><?echo lost?>"},
+    {"quote-open", WARNING,
+     "The command ends inside a quote. The interpreter takes that; mostly the ?> was meant to be "
+     "text, which is not possible, or the closing quote is missing.",
+     "<?echo 'x?>"},
+    {"include-missing", ERROR, "The template does not exist below the document root, or is empty.",
+     "<?include nothere.frm?>"},
+    {"include-cycle", ERROR,
+     "The template includes itself, by way of others or directly. The interpreter stops at 20 open "
+     "templates. Inside a body, where a condition may end it, this is a warning.",
+     "<?include t.htm?>"},
+    {"include-depth", ERROR, "More than 20 templates would be open at once.",
+     "(a page that includes a template, which includes another, and so on, 20 times)"},
+    {"include-in-argument", ERROR,
+     "An include in an argument that is computed. Inside a running body it is refused; at top level "
+     "(a warning) the template's text goes to the page, not into the argument.",
+     "<?echo `<?setvariable var:x <?include part.frm?>?>`?>"},
+    {"include-dynamic", WARNING,
+     "The path is not written in the template, so nobody can tell which template is included.",
+     "<?include $var:part?>"},
+    {"base64-missing", ERROR, "The file does not exist below the document root; nothing is printed.",
+     "<?base64 nothere.png?>"},
+    {"base64-dynamic", ERROR,
+     "The path comes from a value that others may choose. base64 opens any file of the device.",
+     "<?base64 $var:picture?>"},
+    {"value-outside", ERROR,
+     "A numbered value where there is no row: outside of bodies, or of a body whose command has "
+     "none. A $ that is meant as text is written $$.",
+     "<?setvariable var:price $5?>"},
+    {"value-level", ERROR,
+     "A value of a level that is deeper than the bodies around it, or a counter of a body that does "
+     "not count. Each body is a level, that of an if or an echo too; the outermost is level 0.",
+     "<?multiquery 'select a from t' `$11`?>"},
+    {"value-column", ERROR,
+     "A column beyond those of the query, or beyond the one column of error message.",
+     "<?query 'select a from t' `$1 $2`?>"},
+    {"value-digits", ERROR,
+     "A digit and a letter are read as level and column: $1px is column 25 of level 1. Write $01px.",
+     "<?query 'select a from t' `width: $1px`?>"},
+    {"query-sql", ERROR, "The database does not take the query.",
+     "<?query 'select nothere from t'?>"},
+    {"query-injection", ERROR,
+     "A variable or a value is a piece of SQL, and can be anything. Write a parameter, :NAME, which "
+     "stands for the variable of that name.",
+     "<?query \"select a from t where b = '$var:find'\"?>"},
+    {"query-parameter", ERROR, "No variable of the parameter's name is set anywhere, so it is NULL.",
+     "<?query 'select a from t where b = :nothere'?>"},
+    {"query-writes", ERROR, "The statement changes the database; pages only read.",
+     "<?query 'delete from t'?>"},
+    {"text-missing", ERROR,
+     "Languages without a text of that id. A warning where only some lack it: they show the "
+     "fallback language.",
+     "{?site.nothere?}"},
+    {"text-malformed", WARNING,
+     "A {? that begins no text field, or a field that lacks its first ?. Ids consist of letters, "
+     "digits, full stops, underscores and colons.",
+     "{?site-title?}"},
+    {"text-unused", WARNING, "No template of the site uses this text.",
+     "msgid \"site.old\" in a language's texts"},
+    {"text-breaks", ERROR,
+     "A language's text holds what ends the quote, the command, the attribute or the script's string "
+     "that it stands in, or begins a command, a variable or a value.",
+     "<?echo '{?site.title?}'?> where the text is: it's"},
+    {"text-compared", WARNING,
+     "A text field in a comparison. Another language, or the marks for translators, change how it "
+     "ends.",
+     "<?if eq {?site.lang?} en `x`?>"},
+    {"variable-unset", ERROR,
+     "The variable is read, but neither a template nor the web program (--set, or a field of a "
+     "form) sets it.",
+     "<?echo $var:nothere?>"},
+    {"variable-hidden", WARNING,
+     "The template sets a variable that the web program sets too: the web program's value hides it.",
+     "<?setvariable var:user Ann?> with --set user"},
+    {"variable-index", ERROR,
+     "An index that no element can have. A whole number is an index of its value, so [07] is stored "
+     "as [7]; quotes cannot stand in an index.",
+     "<?echo $var:port[07]?>"},
+    {"escape-missing", ERROR,
+     "A value that can hold anything comes out as it is, in page text or an attribute. echo, query "
+     "and multiquery escape what stands in their bodies directly; the bodies of if and repeat are "
+     "bodies of their own, without escaping.",
+     "<p><?print $var:name?></p>"},
+    {"escape-attribute", ERROR,
+     "HTML escaping leaves ' and blanks alone: between ' or without quotes, a value can end the "
+     "attribute.",
+     "<a title='<?echo $var:name?>'>"},
+    {"escape-script", ERROR,
+     "A value in a script outside of a string, or in a string without script escaping (printjs, "
+     "queryjs, multiqueryjs).",
+     "<script>var n = '<?echo $var:name?>'</script>"},
+    {"escape-url", ERROR,
+     "A value is the beginning of an address: javascript: would run in the page.",
+     "<a href=\"<?echo $var:link?>\">"},
+    {"escape-style", ERROR, "A value in a style; no escaping makes it safe there.",
+     "<p style=\"color: <?echo $var:color?>\">"},
+    {"escape-name", ERROR, "A value as the name of a tag or an attribute.",
+     "<<?echo $var:tag?>>"},
+    {"escape-context", ERROR,
+     "The branches of an if, or the iterations of a body, end in different parts of HTML, so what "
+     "follows is read in one way or another; or the page ends inside a tag or script.",
+     "<p title=\"<?if eq $var:a 1 `x\">`?>"},
+    {"limit", ERROR,
+     "More than the interpreter takes: 64 bodies inside each other, values of level 9 at most, 35 "
+     "columns, 128 characters of a text field's id, 66559 bytes of computed arguments, some 10000 "
+     "pieces of one argument.",
+     "<?query 'select 1, 2, ... 36'?>"},
+};
+
+std::span<const Kind> allKinds()
+{
+    return kinds;
+}
+
+const Kind *findKind(std::string_view id)
+{
+    const auto *found =
+        std::find_if(std::begin(kinds), std::end(kinds), [&](const Kind &k) { return k.id == id; });
+    return found == std::end(kinds) ? nullptr : found;
+}
+
+// Breaks a text into lines of that width, each with an indent.
+static std::string wrap(std::string_view text, size_t width)
+{
+    std::string out;
+    while (!text.empty()) {
+        size_t end = text.size();
+        if (end > width) {
+            end = text.rfind(' ', width);
+            if (end == std::string_view::npos)
+                end = std::min(text.find(' '), text.size());
+        }
+        out += "    " + std::string(text.substr(0, end)) + "\n";
+        text.remove_prefix(std::min(end + 1, text.size()));
+    }
+    return out;
+}
+
+std::string listKinds()
+{
+    std::string out;
+    for (const Kind &kind : kinds) {
+        out += std::string(kind.id) + (kind.severity == ERROR ? " (error)\n" : " (warning)\n");
+        out += wrap(kind.explanation, 74) + "    Example: " + kind.example + "\n\n";
+    }
+    out.pop_back();
+    return out;
+}

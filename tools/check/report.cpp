@@ -1,0 +1,122 @@
+/* tools/check/report.cpp - findings with their places, less what comments ignore. */
+#include "report.h"
+
+#include <algorithm>
+
+using std::string;
+using std::string_view;
+
+uint32_t unitsOf(string_view text)
+{
+    uint32_t units = 0;
+    for (const char c : text) {
+        const auto byte = static_cast<unsigned char>(c);
+        units += (byte & 0xC0) != 0x80; // each character but its later bytes
+        units += byte >= 0xF0;          // one that takes two units
+    }
+    return units;
+}
+
+static uint32_t unitAt(const Template &tpl, uint32_t offset)
+{
+    const uint32_t start = tpl.lineStarts[placeOf(tpl, offset).line - 1];
+    return unitsOf(string_view(tpl.source).substr(start, offset - start)) + 1;
+}
+
+// The kinds that a comment names behind "orv-check: ignore".
+static std::vector<const Kind *> kindsIn(string_view comment)
+{
+    static constexpr string_view key = "orv-check: ignore";
+    std::vector<const Kind *> kinds;
+    size_t at = comment.find(key);
+    if (at == string_view::npos)
+        return kinds;
+    at += key.size();
+    for (;;) {
+        at = std::min(comment.find_first_not_of(" \t\r\n,", at), comment.size());
+        const size_t end =
+            std::min(comment.find_first_not_of("abcdefghijklmnopqrstuvwxyz0123456789-", at),
+                     comment.size());
+        const Kind *kind = findKind(comment.substr(at, end - at));
+        if (!kind)
+            return kinds;
+        kinds.push_back(kind);
+        at = end;
+    }
+}
+
+// An ignore comment holds up to the end of the command behind it.
+static std::vector<IgnoreRange> readIgnored(const Template &tpl)
+{
+    std::vector<IgnoreRange> ranges;
+    for (const Span &comment : tpl.comments) {
+        auto kinds = kindsIn(string_view(tpl.source).substr(comment.at, comment.end - comment.at));
+        if (kinds.empty())
+            continue;
+        auto end = static_cast<uint32_t>(tpl.source.size());
+        for (const Begun &begun : tpl.begun)
+            if (begun.words.at >= comment.end) {
+                end = std::max(begun.end, begun.words.end);
+                break;
+            }
+        ranges.push_back({{comment.at, end}, std::move(kinds)});
+    }
+    return ranges;
+}
+
+static bool isIgnored(Report &report, const Template &tpl, uint32_t offset, const Kind *kind)
+{
+    const auto [entry, isNew] = report.ignored.try_emplace(&tpl);
+    if (isNew)
+        entry->second = readIgnored(tpl);
+    return std::any_of(entry->second.begin(), entry->second.end(), [&](const IgnoreRange &range) {
+        return range.span.contains(offset) &&
+               std::find(range.kinds.begin(), range.kinds.end(), kind) != range.kinds.end();
+    });
+}
+
+void reportAs(Report &report, Severity severity, const Template &tpl, Span span, const char *id,
+              string text, std::vector<Note> notes)
+{
+    const Kind *kind = findKind(id);
+    if (isIgnored(report, tpl, span.at, kind))
+        return;
+    // A mark of the reader's own is shown as the field that it stands for.
+    const Place from = placeOf(tpl, span.at);
+    const Place to = placeOf(tpl, std::max(span.at, span.end));
+    report.findings.push_back({kind, severity, tpl.path, from.line, from.column, to.line, to.column,
+                               unitAt(tpl, span.at), unitAt(tpl, std::max(span.at, span.end)),
+                               std::move(text), std::move(notes)});
+}
+
+void report(Report &report, const Template &tpl, Span span, const char *id, string text,
+            std::vector<Note> notes)
+{
+    reportAs(report, findKind(id)->severity, tpl, span, id, std::move(text), std::move(notes));
+}
+
+void reportLine(Report &report, const string &path, uint32_t line, const char *id, string text)
+{
+    const Kind *kind = findKind(id);
+    report.findings.push_back(
+        {kind, kind->severity, path, std::max(line, 1U), 1, std::max(line, 1U), 1, 1, 1, std::move(text), {}});
+}
+
+Note noteAt(const Template &tpl, uint32_t offset, string text)
+{
+    const Place place = placeOf(tpl, offset);
+    return {tpl.path, place.line, place.column, unitAt(tpl, offset), std::move(text)};
+}
+
+std::vector<Finding> checkSite(Site &site)
+{
+    Report all(site);
+    checkSyntax(all);
+    checkIncludes(all);
+    checkVariables(all);
+    checkTexts(all);
+    checkCommands(all);
+    checkHtml(all);
+    sortFindings(&all.findings);
+    return std::move(all.findings);
+}

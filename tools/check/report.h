@@ -1,0 +1,58 @@
+/* tools/check/report.h - findings on their way, for the rules. */
+#ifndef ORV_CHECK_REPORT_H
+#define ORV_CHECK_REPORT_H
+
+#include "assemble.h"
+#include "findings.h"
+#include "site.h"
+
+struct IgnoreRange {
+    Span span;
+    std::vector<const Kind *> kinds;
+};
+
+struct Report {
+    Site &site;
+    std::vector<Finding> findings;
+    std::map<const Template *, std::vector<IgnoreRange>> ignored; // by comments
+
+    explicit Report(Site &of) : site(of)
+    {
+    }
+};
+
+/* Adds a finding of that id in a template. notes: taken over. */
+void report(Report &report, const Template &tpl, Span span, const char *id, std::string text,
+            std::vector<Note> notes = {});
+
+/* The same, with a severity of its own. */
+void reportAs(Report &report, Severity severity, const Template &tpl, Span span, const char *id,
+              std::string text, std::vector<Note> notes = {});
+
+/* Adds a finding in another file. */
+void reportLine(Report &report, const std::string &path, uint32_t line, const char *id,
+                std::string text);
+
+/* A note about a place in a template. */
+Note noteAt(const Template &tpl, uint32_t offset, std::string text);
+
+/* UTF-16 units of a piece of UTF-8. */
+uint32_t unitsOf(std::string_view text);
+
+/* The rules, each for the whole site. */
+void checkSyntax(Report &report);
+void checkIncludes(Report &report);
+void checkVariables(Report &report);
+void checkTexts(Report &report);
+void checkCommands(Report &report);
+void checkHtml(Report &report);
+
+/* All of them, sorted. */
+std::vector<Finding> checkSite(Site &site);
+
+/* What a text does to the command that a field stands in, or to page text; empty when
+ * nothing. quote: around the field, 0 for none, ']' in an index.
+ * next: what follows the field in the template. */
+std::string breakOf(std::string_view text, bool inCommand, char quote, std::string_view next);
+
+#endif

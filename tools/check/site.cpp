@@ -1,0 +1,456 @@
+/* tools/check/site.cpp - reads a site: pages, what they include, and who sets what. */
+#include "site.h"
+
+#include <string.h>
+
+#include <algorithm>
+#include <charconv>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+
+#include "assemble.h"
+#include "grammar/commands.h"
+
+using std::string;
+using std::string_view;
+
+namespace fs = std::filesystem;
+
+// ---- commands ----
+
+int bodyIndex(const Command &command)
+{
+    if (!(command.id & CMDF_BODY))
+        return -1;
+    const int index = !!(command.id & CMDF_ARG1) + !!(command.id & CMDF_ARG2);
+    return static_cast<size_t>(index) < command.args.size() ? index : -1;
+}
+
+bool constantText(const Template &tpl, const Argument &argument, string *text)
+{
+    text->clear();
+    for (const Element &element : argument.elements) {
+        if (element.type != ELEM_TEXT || !fieldsIn(tpl, element.span).empty())
+            return false;
+        *text += element.text;
+    }
+    return true;
+}
+
+// An index in the form in which elements are stored: a whole number is its value.
+static string storedIndex(const string &index)
+{
+    int32_t value = 0;
+    const char *begin = index.c_str() + (index.size() > 1 && index[0] == '+');
+    const char *end = index.c_str() + index.size();
+    const auto [stop, error] = std::from_chars(begin, end, value);
+    if (index.empty())
+        return "0";
+    return stop == end && error == std::errc() ? std::to_string(value) : index;
+}
+
+string keyOfSet(const Command &command)
+{
+    if (command.id != ID_SETARRAY && command.id != ID_SETARRAYONCE)
+        return command.name;
+    string index = "*";
+    if (!command.args.empty()) {
+        const auto &elements = command.args[0].elements;
+        const bool constant = std::all_of(elements.begin(), elements.end(), [](const Element &e) {
+            return e.type == ELEM_TEXT && e.text.find(MARK) == string::npos;
+        });
+        if (constant) {
+            index.clear();
+            for (const Element &element : elements)
+                index += element.text;
+            index = storedIndex(index);
+        }
+    }
+    return command.name + "[" + index + "]";
+}
+
+string keyOfRead(const Element &element)
+{
+    switch (element.type) {
+    case ELEM_MINARRAY:
+        return element.text + "[min]";
+    case ELEM_MAXARRAY:
+        return element.text + "[max]";
+    case ELEM_GETARRAY: {
+        const bool constant = !element.index.empty() && element.index[0].type == ELEM_TEXT &&
+                              element.index[0].text.find(MARK) == string::npos;
+        return element.text + "[" + (constant ? element.index[0].text : "*") + "]";
+    }
+    default:
+        return element.text;
+    }
+}
+
+// ---- files ----
+
+static fs::path pathOf(const Site &site, const string &path)
+{
+    return fs::path(site.options.docRoot) / path;
+}
+
+// Whether a web program would look for the path: below the document root.
+static bool staysBelow(const string &path)
+{
+    if (path.empty() || path[0] == '/')
+        return false;
+    const fs::path steps = path;
+    return std::find(steps.begin(), steps.end(), "..") == steps.end();
+}
+
+bool fileExists(const Site &site, const string &path)
+{
+    std::error_code error;
+    return site.options.unsaved.count(path) ||
+           (staysBelow(path) && fs::is_regular_file(pathOf(site, path), error));
+}
+
+static bool readFile(const Site &site, const string &path, string *bytes)
+{
+    const auto unsaved = site.options.unsaved.find(path);
+    if (unsaved != site.options.unsaved.end()) {
+        *bytes = unsaved->second;
+        return true;
+    }
+    std::error_code error;
+    if (!fileExists(site, path))
+        return false;
+    std::ifstream file(pathOf(site, path), std::ios::binary);
+    const auto size = fs::file_size(pathOf(site, path), error);
+    if (!file || error)
+        return false;
+    bytes->resize(size);
+    file.read(bytes->data(), static_cast<std::streamsize>(size));
+    bytes->resize(static_cast<size_t>(file.gcount()));
+    return true;
+}
+
+// ---- what a template sets, reads and includes ----
+
+namespace
+{
+struct Collector {
+    Site *site;
+    const Template *tpl;
+};
+} // namespace
+
+static void collectCommand(const Collector &collector, const Command &command,
+                           const std::shared_ptr<const Levels> &levels);
+
+static void collectElement(const Collector &collector, const Element &element,
+                           const std::shared_ptr<const Levels> &levels)
+{
+    if (element.command)
+        collectCommand(collector, *element.command, levels);
+    for (const Element &index : element.index)
+        collectElement(collector, index, levels);
+    if (element.type == ELEM_GETVAR || element.type == ELEM_GETARRAY ||
+        element.type == ELEM_MINARRAY || element.type == ELEM_MAXARRAY)
+        collector.site->variables[keyOfRead(element)].reads.push_back(
+            {collector.tpl, element.span, nullptr, nullptr, levels});
+}
+
+static void collectSet(const Collector &collector, const Command &command,
+                       const std::shared_ptr<const Levels> &levels)
+{
+    const bool array = command.id == ID_SETARRAY || command.id == ID_SETARRAYONCE;
+    const Argument *value = command.args.size() > array ? &command.args[array] : nullptr;
+    collector.site->variables[keyOfSet(command)].sets.push_back(
+        {collector.tpl, command.span, &command, value, levels});
+}
+
+static void collectPath(const Collector &collector, const Command &command, bool conditional)
+{
+    PathUse use = {collector.tpl, &command, {}, false, conditional};
+    if (!command.args.empty())
+        use.dynamic = !writtenTexts(*collector.tpl, command.args[0], &use.paths);
+    if (command.id == ID_INCLUDE)
+        collector.site->includes[collector.tpl->path].push_back(std::move(use));
+    else
+        collector.site->encoded.push_back(std::move(use));
+}
+
+static void collectCommand(const Collector &collector, const Command &command,
+                           const std::shared_ptr<const Levels> &levels)
+{
+    switch (command.id) {
+    case ID_SETVARIABLE:
+    case ID_SETVARIABLEONCE:
+    case ID_SETARRAY:
+    case ID_SETARRAYONCE:
+        collectSet(collector, command, levels);
+        break;
+    case ID_INCLUDE:
+    case ID_BASE64:
+        collectPath(collector, command, !levels->empty());
+        break;
+    default:
+        break;
+    }
+    if (command.id & CMDF_QUERY)
+        collector.site->queries[&command] = {collector.tpl, levels};
+    const int body = bodyIndex(command);
+    std::shared_ptr<const Levels> inside;
+    for (size_t i = 0; i < command.args.size(); ++i) {
+        if (body >= 0 && i >= static_cast<size_t>(body) && !inside) {
+            Levels deeper = *levels;
+            deeper.push_back(&command);
+            inside = std::make_shared<const Levels>(std::move(deeper));
+        }
+        for (const Element &element : command.args[i].elements)
+            collectElement(collector, element, inside ? inside : levels);
+    }
+}
+
+static bool inComment(const Template &tpl, uint32_t offset)
+{
+    const auto after =
+        std::upper_bound(tpl.comments.begin(), tpl.comments.end(), offset,
+                         [](uint32_t at, const Span &comment) { return at < comment.at; });
+    return after != tpl.comments.begin() && std::prev(after)->contains(offset);
+}
+
+// The names of fields in forms, and of what links send.
+static void collectFormNames(Site *site, string_view source)
+{
+    static constexpr const char *tags[] = {"<input", "<select", "<textarea", "<button"};
+    for (const char *tag : tags) {
+        for (size_t at = 0; (at = source.find(tag, at)) != string_view::npos;) {
+            at += strlen(tag);
+            size_t end = source.find('>', at);
+            while (end != string_view::npos && source[end - 1] == '?')
+                end = source.find('>', end + 1);
+            const string_view inside = source.substr(at, end == string_view::npos ? end : end - at);
+            const size_t name = inside.find("name=");
+            if (name == string_view::npos || name == 0 || !strchr(" \t\n\r", inside[name - 1]))
+                continue;
+            string_view value = inside.substr(name + 5);
+            const char quote = value.empty() ? '\0' : value[0];
+            if (quote == '"' || quote == '\'')
+                value = value.substr(1, value.find(quote, 1) - 1);
+            else
+                value = value.substr(0, value.find_first_of(" \t\r\n/"));
+            site->fromForms.insert(string(value));
+        }
+    }
+    for (size_t at = 0; (at = source.find('=', at + 1)) != string_view::npos;) {
+        size_t begin = at;
+        while (begin > 0 && isalnum(static_cast<unsigned char>(source[begin - 1])))
+            --begin;
+        if (begin == 0 || begin == at)
+            continue;
+        const bool link = source[begin - 1] == '&' ||
+                          (source[begin - 1] == '?' && begin >= 2 && !strchr("<{", source[begin - 2])) ||
+                          (source[begin - 1] == ';' && begin >= 5 &&
+                           source.substr(begin - 5, 5) == "&amp;");
+        if (link)
+            site->fromForms.insert(string(source.substr(begin, at - begin)));
+    }
+}
+
+static void collect(Site *site, const Template &tpl)
+{
+    const Collector collector = {site, &tpl};
+    const auto none = std::make_shared<const Levels>();
+    site->includes[tpl.path]; // also of those without
+    for (const Item &item : tpl.items)
+        if (item.command)
+            collectCommand(collector, *item.command, none);
+    for (size_t i = 0; i < tpl.fields.size(); ++i)
+        if (!inComment(tpl, tpl.fields[i].span.at))
+            site->fields[string(tpl.fields[i].id)].push_back({&tpl, i});
+    collectFormNames(site, tpl.source);
+}
+
+// ---- the whole ----
+
+static bool load(Site *site, const string &path, bool page)
+{
+    string bytes;
+    if (site->templates.count(path))
+        return true;
+    if (!readFile(*site, path, &bytes))
+        return false;
+    auto tpl = std::make_unique<Template>(readTemplate(path, std::move(bytes), page));
+    const Template &read = *tpl;
+    site->templates[path] = std::move(tpl);
+    collect(site, read);
+    return true;
+}
+
+// Reads what the templates include, until nothing new comes. A path in variables that
+// are set to constants only is followed as well.
+static void loadIncluded(Site *site, const std::function<void(size_t)> &progress)
+{
+    bool found = true;
+    while (found) {
+        found = false;
+        std::vector<string> paths;
+        for (auto &[path, uses] : site->includes)
+            for (PathUse &use : uses) {
+                if (use.dynamic)
+                    use.paths = assembledTexts(*site, *use.tpl, use.command->args[0]);
+                paths.insert(paths.end(), use.paths.begin(), use.paths.end());
+            }
+        std::sort(paths.begin(), paths.end());
+        paths.erase(std::unique(paths.begin(), paths.end()), paths.end());
+        for (const string &path : paths) {
+            found = (!site->templates.count(path) && load(site, path, false)) || found;
+            if (progress)
+                progress(site->templates.size());
+        }
+    }
+}
+
+static bool hasSuffix(const string &path, std::initializer_list<const char *> suffixes)
+{
+    return std::any_of(suffixes.begin(), suffixes.end(),
+                       [&](const char *suffix) { return path.ends_with(suffix); });
+}
+
+// All files below the document root, as paths below it.
+static bool listFiles(const Site &site, std::vector<string> *files, string *problem)
+{
+    std::error_code error;
+    const fs::path root = site.options.docRoot;
+    for (auto it = fs::recursive_directory_iterator(
+             root, fs::directory_options::skip_permission_denied, error);
+         !error && it != fs::recursive_directory_iterator(); it.increment(error)) {
+        if (it->path().filename().string().starts_with(".")) {
+            it.disable_recursion_pending();
+            continue;
+        }
+        std::error_code unreadable;
+        if (it->is_regular_file(unreadable))
+            files->push_back(it->path().lexically_relative(root).generic_string());
+    }
+    if (error)
+        *problem = "cannot read " + site.options.docRoot + ": " + error.message();
+    std::sort(files->begin(), files->end());
+    return !error;
+}
+
+// The fields of files that no page includes: their texts are used, perhaps.
+static void readOthers(Site *site, const std::vector<string> &files)
+{
+    for (const string &path : files) {
+        string bytes;
+        if (site->templates.count(path) ||
+            !hasSuffix(path, {".htm", ".html", ".frm", ".inc", ".js", ".css", ".json", ".xml", ".svg",
+                              ".txt"}) ||
+            !readFile(*site, path, &bytes))
+            continue;
+        for (size_t at = 0; (at = bytes.find("{?", at)) != string::npos; at += 2) {
+            size_t end = at + 2;
+            while (end < bytes.size() && isFieldByte(bytes[end]))
+                ++end;
+            if (bytes.compare(end, 2, "?}") == 0)
+                site->otherFields.insert(bytes.substr(at + 2, end - at - 2));
+        }
+    }
+}
+
+static bool loadPages(Site *site, string *problem, const std::function<void(size_t)> &progress)
+{
+    const bool all = site->options.templates.empty();
+    if (!listFiles(*site, &site->files, problem))
+        return false;
+    if (all)
+        for (const string &path : site->files)
+            if (hasSuffix(path, {".htm"}))
+                site->pages.push_back(path);
+    if (!all)
+        site->pages = site->options.templates;
+    for (const string &path : site->pages) {
+        if (!load(site, path, true)) {
+            *problem = "cannot read template " + path;
+            return false;
+        }
+        if (progress)
+            progress(site->templates.size());
+    }
+    loadIncluded(site, progress);
+    if (all && !site->languages.empty())
+        readOthers(site, site->files);
+    return true;
+}
+
+bool loadSite(SiteOptions options, Site *site, string *problem,
+              const std::function<void(size_t)> &progress)
+{
+    site->options = std::move(options);
+    std::error_code error;
+    if (!fs::is_directory(site->options.docRoot, error)) {
+        *problem = "no folder: " + site->options.docRoot;
+        return false;
+    }
+    for (const string &name : site->options.set)
+        site->fromWeb.insert(name);
+    for (const string &path : site->options.texts) {
+        site->languages.emplace_back();
+        if (!readLanguage(path, &site->languages.back(), problem)) {
+            *problem = "cannot read texts " + path + ": " + *problem;
+            return false;
+        }
+    }
+    if (!site->options.db.empty()) {
+        site->database = openDatabase(site->options.db, problem);
+        if (!site->database) {
+            *problem = "cannot read database " + site->options.db + ": " + *problem;
+            return false;
+        }
+    }
+    return loadPages(site, problem, progress);
+}
+
+static string_view arrayOf(string_view key)
+{
+    return key.substr(0, key.find('['));
+}
+
+bool isFromWeb(const Site &site, string_view key)
+{
+    if (site.fromWeb.count(key) || site.fromForms.count(key))
+        return true;
+    if (key.find('[') == string_view::npos)
+        return false;
+    const string array(arrayOf(key));
+    const bool bound = key.ends_with("[min]") || key.ends_with("[max]") || key.ends_with("[*]");
+    for (const auto *names : {&site.fromWeb, &site.fromForms}) {
+        if (names->count(array + "[]") || names->count(array + "[*]"))
+            return true;
+        const auto element = names->lower_bound(array + "[");
+        if (bound && element != names->end() && element->starts_with(array + "["))
+            return true;
+    }
+    return false;
+}
+
+std::vector<const VariableUse *> setsOf(const Site &site, string_view key)
+{
+    std::vector<const VariableUse *> sets;
+    auto add = [&](const Variable &variable) {
+        for (const VariableUse &use : variable.sets)
+            sets.push_back(&use);
+    };
+    const string array = string(arrayOf(key)) + "[";
+    const bool any = key.ends_with("[*]") || key.ends_with("[min]") || key.ends_with("[max]");
+    if (any) {
+        for (auto it = site.variables.lower_bound(array);
+             it != site.variables.end() && it->first.starts_with(array); ++it)
+            add(it->second);
+        return sets;
+    }
+    if (const auto found = site.variables.find(key); found != site.variables.end())
+        add(found->second);
+    if (key.find('[') != string_view::npos)
+        if (const auto found = site.variables.find(array + "*]"); found != site.variables.end())
+            add(found->second);
+    return sets;
+}

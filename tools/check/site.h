@@ -1,0 +1,120 @@
+/* tools/check/site.h - a site as a whole: its templates with what they include, the
+ * variables that they and the web program set, the texts of its languages, and the
+ * database that answers its queries.
+ *
+ * Everything is read once, in loadSite, and stays as it is. */
+#ifndef ORV_CHECK_SITE_H
+#define ORV_CHECK_SITE_H
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <set>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+#include "sql.h"
+#include "template.h"
+#include "texts.h"
+
+// The commands in whose bodies a place stands, the outermost first.
+using Levels = std::vector<const Command *>;
+
+// A place where a variable is set or read.
+struct VariableUse {
+    const Template *tpl;
+    Span span;
+    const Command *command;      // that sets it; null for a read
+    const Argument *value;       // what it is set to; null for a read or without a value
+    std::shared_ptr<const Levels> levels;
+};
+
+// Keys are NAME, or NAME[INDEX] for an element; NAME[*] stands for an element whose
+// index is computed, NAME[min] and NAME[max] for reads of a bound.
+struct Variable {
+    std::vector<VariableUse> sets;
+    std::vector<VariableUse> reads;
+};
+
+// A text field's use.
+struct FieldUse {
+    const Template *tpl;
+    size_t field; // index in its fields
+};
+
+// An include or base64 command with its path.
+struct PathUse {
+    const Template *tpl;
+    const Command *command;
+    std::vector<std::string> paths; // all that may be meant; empty when not written there
+    bool dynamic;                   // the path holds a variable or value
+    bool conditional;               // inside a body
+};
+
+struct SiteOptions {
+    std::string docRoot = ".";
+    std::string db;                     // empty for none
+    std::vector<std::string> texts;     // files
+    std::vector<std::string> set;       // variables that the web program sets
+    std::vector<std::string> templates; // paths below docRoot; empty for all
+    std::map<std::string, std::string> unsaved; // contents that stand for files, by path
+};
+
+// Where a query command stands.
+struct QueryPlace {
+    const Template *tpl;
+    std::shared_ptr<const Levels> levels;
+};
+
+struct RowsOf;
+
+struct Site {
+    SiteOptions options;
+    std::vector<std::string> pages;                        // paths, ascending
+    std::vector<std::string> files;                        // all below the document root
+    std::map<std::string, std::unique_ptr<Template>> templates; // all that were read, by path
+    std::map<std::string, std::vector<PathUse>> includes;  // by the including template's path
+    std::vector<PathUse> encoded; // base64 commands
+    std::map<std::string, Variable, std::less<>> variables; // by key
+    std::set<std::string, std::less<>> fromWeb;  // names that --set gives
+    std::set<std::string, std::less<>> fromForms; // names that forms and links send
+    std::vector<Language> languages;
+    std::map<std::string, std::vector<FieldUse>, std::less<>> fields; // by id
+    std::set<std::string, std::less<>> otherFields; // ids in files that no page includes
+    std::unique_ptr<Database> database;          // null without one
+    std::unordered_map<const Command *, QueryPlace> queries;
+    // Worked out when first asked for.
+    std::unordered_map<const Command *, std::shared_ptr<const RowsOf>> rows; // of queries
+    std::map<std::string, uint8_t, std::less<>> holds; // VALUE_ bits of variables
+};
+
+/* Reads all of a site. Returns false, with the reason in problem, when the document
+ * root, a template that was named, a language's texts or the database cannot be read.
+ * progress: called now and then with the number of templates read; may be empty. */
+bool loadSite(SiteOptions options, Site *site, std::string *problem,
+              const std::function<void(size_t)> &progress = {});
+
+/* Whether the web program sets a variable: by --set, or probably, by a form. */
+bool isFromWeb(const Site &site, std::string_view name);
+
+/* The sets that a read of key may see: those of the element, of computed indices, and
+ * for a computed index those of all elements. */
+std::vector<const VariableUse *> setsOf(const Site &site, std::string_view key);
+
+/* The key of a variable or array element that a command sets or an element reads. */
+std::string keyOfSet(const Command &command);
+std::string keyOfRead(const Element &element);
+
+/* The text of an argument that consists of text only, without fields. */
+bool constantText(const Template &tpl, const Argument &argument, std::string *text);
+
+/* The argument of a command that is its body, or its bodies' first, by index; -1 when
+ * it has none. */
+int bodyIndex(const Command &command);
+
+/* Whether a file exists below the document root, or an unsaved content of that path. */
+bool fileExists(const Site &site, const std::string &path);
+
+#endif

@@ -1,0 +1,72 @@
+/* tools/check/sql.h - queries, as the database that answers them sees them.
+ *
+ * Statements are prepared and never run, on a connection that can only read. */
+#ifndef ORV_CHECK_SQL_H
+#define ORV_CHECK_SQL_H
+
+#include <stddef.h>
+
+#include <map>
+#include <memory>
+#include <set>
+#include <string>
+#include <string_view>
+#include <vector>
+
+struct sqlite3;
+
+struct SqlColumn {
+    std::string name;
+    bool number; // holds numbers only, as far as its declaration and expression tell
+};
+
+// A named or numbered parameter.
+struct SqlParameter {
+    std::string name; // with its ":"
+    size_t at;        // in the query
+};
+
+struct SqlAnswer {
+    std::string error;   // empty when it prepares
+    size_t errorAt = 0;  // in the query
+    bool writes = false;
+    std::vector<SqlColumn> columns;
+    std::vector<SqlParameter> parameters;
+};
+
+struct Database {
+    sqlite3 *db = nullptr; // owned
+    // Columns of tables and views, in lower case, with whether they hold numbers only.
+    std::map<std::string, std::map<std::string, bool>> tables;
+    std::map<std::string, std::vector<std::string>> tableOrder;
+    std::map<std::string, SqlAnswer> answers; // by query
+
+    Database() = default;
+    Database(const Database &) = delete;
+    Database &operator=(const Database &) = delete;
+    ~Database();
+};
+
+/* Opens a database read-only and reads its schema. Null, with the reason in problem,
+ * when that is not possible. */
+std::unique_ptr<Database> openDatabase(const std::string &path, std::string *problem);
+
+/* What the database makes of a query; kept, and good as long as the database is. */
+const SqlAnswer &prepareQuery(Database *database, const std::string &query);
+
+/* A word, string or sign of SQL text. */
+enum class SqlToken : unsigned char { WORD, STRING, NAME, NUMBER, PARAMETER, SIGN };
+struct SqlPiece {
+    SqlToken token;
+    size_t at;
+    size_t end;
+};
+std::vector<SqlPiece> scanSql(std::string_view sql);
+
+/* Whether an offset stands inside a string of the text in front of it. */
+bool inSqlString(std::string_view before);
+
+/* Whether a text looks like SQL: by its first word. */
+bool looksLikeSql(std::string_view text);
+
+#endif

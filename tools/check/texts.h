@@ -1,0 +1,27 @@
+/* tools/check/texts.h - the texts of a site's languages, from PO files or databases. */
+#ifndef ORV_CHECK_TEXTS_H
+#define ORV_CHECK_TEXTS_H
+
+#include <stdint.h>
+
+#include <map>
+#include <set>
+#include <string>
+
+struct LanguageText {
+    std::string text;
+    uint32_t line; // of the file; 0 where it has no lines
+};
+
+struct Language {
+    std::string code; // from the file's name: "de" of de.po and htmltext_de.db
+    std::string path;
+    std::map<std::string, LanguageText, std::less<>> texts; // by id
+    std::set<std::string> used; // ids that a comment says are used; "*" at an end for any rest
+};
+
+/* Reads a language's texts from a .po file or a .db file. Returns false, with the
+ * reason in problem, when it cannot. */
+bool readLanguage(const std::string &path, Language *language, std::string *problem);
+
+#endif
