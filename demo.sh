@@ -31,7 +31,8 @@ fail() {
 
 set_up() {
     need ${serve:+:lighttpd} cmake:cmake "$builder" g++:g++ bison:bison sqlite3.h:libsqlite3-dev \
-        crypt.h:libcrypt-dev sqlite3:sqlite3 msgfmt:gettext gettext-po.h:libgettextpo-dev
+        crypt.h:libcrypt-dev sqlite3:sqlite3 msgfmt:gettext gettext-po.h:libgettextpo-dev \
+        nlohmann/json.hpp:nlohmann-json3-dev
 }
 
 build_programs() {

@@ -25,6 +25,7 @@
 static Host *current;
 static std::vector<std::string> pieces;
 Writes writes;
+void (*afterRender)(const Host &, const std::string &, const Outcome &);
 int32_t gatheredBytes;
 std::string folder;
 
@@ -188,6 +189,8 @@ Outcome render(Host &host, const std::string &path)
     EXPECT_EQ(mappedFiles(), mapped);
     Orv_Interpreter_Destroy(interpreter);
     freeQueryRows(&kept);
+    if (afterRender)
+        afterRender(host, path, outcome);
     return outcome;
 }
 

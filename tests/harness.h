@@ -42,6 +42,9 @@ struct Outcome {
 /* Runs one of the host's templates with a handle of its own. */
 Outcome render(Host &host, const std::string &path = "t.htm");
 
+/* Told of each render(), when set; the templates are files of the folder still. */
+extern void (*afterRender)(const Host &host, const std::string &path, const Outcome &outcome);
+
 /* Whether render() gathers the page, in a buffer of that many bytes. */
 extern int32_t gatheredBytes;
 

@@ -9,7 +9,8 @@ cd "$(dirname "$(realpath "$0")")/.."
 
 need cmake:cmake "$builder" crypt.h:libcrypt-dev clang++:clang bison:bison clang-tidy:clang-tidy \
     clang-format:clang-format \
-    cppcheck:cppcheck sqlite3.h:libsqlite3-dev gettext-po.h:libgettextpo-dev
+    cppcheck:cppcheck sqlite3.h:libsqlite3-dev gettext-po.h:libgettextpo-dev \
+    nlohmann/json.hpp:nlohmann-json3-dev
 build=$PWD/build/analyze
 cmake -S . -B "$build" -G "$generator" -DORV_TESTS=OFF -DCMAKE_CXX_COMPILER=clang++ \
     -DCMAKE_C_COMPILER=clang
@@ -17,7 +18,7 @@ cmake --build "$build" --target parser
 status=0
 git ls-files '*.cpp' '*.h' '*.c' | xargs clang-format --dry-run --Werror || status=1
 # The generated parser is left to its generator; the grammar's actions are calls.
-printf "%s\n" {interface,scanner,grammar,exec,vars,textdb,tools,tools/textdb}/*.cpp |
+printf "%s\n" {interface,scanner,grammar,exec,vars,textdb,tools,tools/textdb,tools/check}/*.cpp |
     xargs -n 1 -P "$(nproc)" clang-tidy -p "$build" --quiet || status=1
 # useStlAlgorithm: a loop of two lines needs no algorithm.
 cppcheck --project="$build/compile_commands.json" -i"$build" --quiet --error-exitcode=1 \

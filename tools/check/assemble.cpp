@@ -257,8 +257,7 @@ static bool addCommand(const Assembly &assembly, std::vector<Assembled> *texts, 
                        const Command &command, const Levels &levels)
 {
     const int body = bodyIndex(command);
-    const bool prints =
-        command.id == ID_ECHO || command.id == ID_PRINT || command.id == ID_PRINTJS;
+    const bool prints = command.id == ID_ECHO || command.id == ID_PRINT || command.id == ID_PRINTJS;
     if (body < 0 || !(prints || (command.id & CMDF_IF)))
         return false;
     Levels deeper = levels;

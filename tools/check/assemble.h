@@ -32,9 +32,9 @@ Numbered takeApart(const std::string &digits);
 
 // The rows that a command's body runs over.
 struct RowsOf {
-    bool hasRows = false;  // a query's or the error message's
-    bool known = false;    // columns are
-    bool counts = false;   // its counter moves
+    bool hasRows = false; // a query's or the error message's
+    bool known = false;   // columns are
+    bool counts = false;  // its counter moves
     std::vector<SqlColumn> columns;
 };
 RowsOf rowsOf(Site &site, const Command &command);
@@ -44,10 +44,10 @@ struct TextPiece {
     size_t at; // in the text
     const Template *tpl;
     Span span;
-    bool hole;           // not known: a stand-in stands in the text
-    bool inString;       // such a one stands inside a string of SQL
-    uint8_t holds;       // of such a one, VALUE_ bits
-    std::string name;    // what it is called: "$var:find"
+    bool hole;        // not known: a stand-in stands in the text
+    bool inString;    // such a one stands inside a string of SQL
+    uint8_t holds;    // of such a one, VALUE_ bits
+    std::string name; // what it is called: "$var:find"
 };
 
 struct Assembled {

@@ -33,7 +33,8 @@ static bool beginsReference(string_view text)
 {
     if (text.empty())
         return false;
-    return (text[0] >= '0' && text[0] <= '9') || (text[0] >= 'a' && text[0] <= 'z') || text[0] == '$';
+    return (text[0] >= '0' && text[0] <= '9') || (text[0] >= 'a' && text[0] <= 'z') ||
+           text[0] == '$';
 }
 
 string breakOf(string_view text, bool inCommand, char quote, string_view next)
@@ -149,9 +150,10 @@ static bool hasColumn(const RowsOf &rows, int column)
 static std::vector<Note> noteColumns(const Visit &visit, const Command &command)
 {
     const Span words = command.words;
-    return {noteAt(visit.tpl, command.args.empty() || command.args[0].elements.empty()
-                                  ? words.at
-                                  : command.args[0].elements[0].span.at,
+    return {noteAt(visit.tpl,
+                   command.args.empty() || command.args[0].elements.empty()
+                       ? words.at
+                       : command.args[0].elements[0].span.at,
                    "the column list is here")};
 }
 
@@ -218,7 +220,7 @@ static void checkValue(const Visit &visit, const Element &element)
     const RowsOf rows = rowsOf(all.site, command);
     if (value.column == 0) {
         if (!rows.counts && levelWith(visit, 0) >= 0)
-            reportAs(all, Severity::WARNING, visit.tpl, element.span, "value-level",
+            reportAs(all, Grade::WARNING, visit.tpl, element.span, "value-level",
                      shown + " is the counter of " + wordsOf(command.id) + ", always 0" +
                          suggestion(visit, value));
         return;
@@ -288,7 +290,8 @@ static void checkParameters(const Visit &visit, const Command &command, const As
             const string_view near = nearest(name, parameterNames(visit.all.site));
             report(visit.all, *tpl, span, "query-parameter",
                    "no variable " + string(name) + " is set anywhere, so " + parameter.name +
-                       " is NULL" + (near.empty() ? "" : "; did you mean ':" + string(near) + "'?"));
+                       " is NULL" +
+                       (near.empty() ? "" : "; did you mean ':" + string(near) + "'?"));
         }
     }
 }
@@ -312,9 +315,8 @@ static void checkAnswer(const Visit &visit, const Command &command, const Assemb
 {
     Report &all = visit.all;
     const SqlAnswer &answer = prepareQuery(all.site.database.get(), text.text);
-    const bool certain = std::none_of(text.pieces.begin(), text.pieces.end(), [](const TextPiece &p) {
-        return p.hole && !p.inString;
-    });
+    const bool certain = std::none_of(text.pieces.begin(), text.pieces.end(),
+                                      [](const TextPiece &p) { return p.hole && !p.inString; });
     checkParameters(visit, command, text, answer.parameters);
     const Template *tpl = &visit.tpl;
     Span span = command.words;
@@ -399,8 +401,9 @@ static void checkOperand(const Visit &visit, const Command &command, size_t inde
             continue;
         const FieldRange fields = fieldsIn(visit.tpl, element.span);
         for (size_t i = fields.first; i < fields.last; ++i)
-            report(visit.all, visit.tpl, visit.tpl.fields[i].span, "text-compared",
-                   "a text is compared: each language, and marks for translators, change the outcome");
+            report(
+                visit.all, visit.tpl, visit.tpl.fields[i].span, "text-compared",
+                "a text is compared: each language, and marks for translators, change the outcome");
     }
 }
 
@@ -409,7 +412,7 @@ static void checkInclude(const Visit &visit, const Command &command)
     if (visit.direct)
         return;
     const bool refused = !visit.levels.empty();
-    reportAs(visit.all, refused ? Severity::ERROR : Severity::WARNING, visit.tpl, command.words,
+    reportAs(visit.all, refused ? Grade::ERROR : Grade::WARNING, visit.tpl, command.words,
              "include-in-argument",
              refused ? "an include in an argument of a running body is refused"
                      : "the template's text goes to the page, not into the argument");
@@ -443,13 +446,13 @@ static void visitArgument(Visit &visit, const Argument &argument)
 
 static void enterBody(Visit &visit, const Command &command, size_t body)
 {
-    const bool useful = (command.id & CMDF_QUERY) || command.id == ID_REPEATINCL ||
-                        command.id == ID_REPEATEXCL;
+    const bool useful =
+        (command.id & CMDF_QUERY) || command.id == ID_REPEATINCL || command.id == ID_REPEATEXCL;
     if (visit.levels.size() == MOST_BODIES)
         report(visit.all, visit.tpl, command.words, "limit",
                "64 bodies are around this one, and no more run: it is dropped");
     else if (visit.levels.size() == MOST_LEVELS && useful)
-        reportAs(visit.all, Severity::WARNING, visit.tpl, command.words, "limit",
+        reportAs(visit.all, Grade::WARNING, visit.tpl, command.words, "limit",
                  "this body is level 10 or deeper: no value can name its columns or its counter");
     visit.levels.push_back(&command);
     for (size_t i = body; i < command.args.size(); ++i)
@@ -473,7 +476,8 @@ static void visitCommand(Visit &visit, const Command &command)
     visit.direct = direct;
     if (length > MOST_ARGUMENT)
         report(visit.all, visit.tpl, spanOf(command, 0), "limit",
-               "the arguments have " + std::to_string(length) + " bytes at least, and 66559 are the most");
+               "the arguments have " + std::to_string(length) +
+                   " bytes at least, and 66559 are the most");
     if (command.id == ID_INCLUDE)
         checkInclude(visit, command);
     if (command.id & CMDF_QUERY)

@@ -22,7 +22,7 @@ struct Followed {
 struct Follower {
     Report &all;
     std::map<const Template *, std::vector<Followed>> done;
-    std::vector<Note> from;           // the includes that led here, the outermost first
+    std::vector<Note> from; // the includes that led here, the outermost first
     std::set<const Template *> open;
     HtmlState state;
 };
@@ -31,9 +31,9 @@ struct Follower {
 struct Output {
     const Template &tpl;
     Span span;
-    uint32_t id;       // of the command in whose body it stands
-    uint8_t holds;     // VALUE_ bits of what comes out
-    string name;       // as it is shown
+    uint32_t id;   // of the command in whose body it stands
+    uint8_t holds; // VALUE_ bits of what comes out
+    string name;   // as it is shown
 };
 } // namespace
 
@@ -119,8 +119,9 @@ static void checkScript(Follower &follower, const Output &output)
                           "<?printjs ...?> and echo that, or put it into a data- attribute");
     else
         add(follower, output, "escape-script",
-            output.name + (output.holds & (VALUE_HTML | VALUE_BOTH) ? " is escaped for HTML, but stands in "
-                                                                    : " is not escaped, in ") +
+            output.name +
+                (output.holds & (VALUE_HTML | VALUE_BOTH) ? " is escaped for HTML, but stands in "
+                                                          : " is not escaped, in ") +
                 describe(state) + ": use printjs");
 }
 
@@ -138,9 +139,10 @@ static void checkOutput(Follower &follower, const Output &output)
     case Part::NAME:
     case Part::AFTER_NAME:
         add(follower, output, "escape-name",
-            output.name + (state.part == Part::OPEN || state.part == Part::TAG_NAME
-                               ? " is a tag's name"
-                               : " is an attribute's name, or several attributes") +
+            output.name +
+                (state.part == Part::OPEN || state.part == Part::TAG_NAME
+                     ? " is a tag's name"
+                     : " is an attribute's name, or several attributes") +
                 ", which no escaping makes safe");
         return;
     case Part::BEFORE_VALUE:
@@ -178,8 +180,8 @@ static bool leavesPart(const HtmlState &state, string_view text)
     HtmlState expected = state;
     followValue(&expected);
     HtmlState reached = state;
-    const bool inside = state.part == Part::VALUE || state.part == Part::BEFORE_VALUE ||
-                        state.part == Part::RAW;
+    const bool inside =
+        state.part == Part::VALUE || state.part == Part::BEFORE_VALUE || state.part == Part::RAW;
     const bool unquoted = expected.part == Part::VALUE && !expected.quote;
     for (size_t i = 0; i < text.size(); ++i) {
         follow(&reached, text.substr(i, 1));
@@ -209,8 +211,7 @@ static void putField(Follower &follower, const Template &tpl, const Field &field
             continue;
         codes += (codes.empty() ? "" : ", ") + language.code;
         shown = shown ? shown : &text->second.text;
-        notes.push_back(
-            {language.path, std::max(text->second.line, 1U), 1, 1, "the text is here"});
+        notes.push_back({language.path, std::max(text->second.line, 1U), 1, 1, "the text is here"});
     }
     if (shown) {
         for (Note &note : includedFrom(follower))
@@ -265,10 +266,9 @@ static void followArgument(Follower &follower, const Template &tpl, const Argume
                 followCommand(follower, tpl, *element.command, levels);
             break;
         default:
-            putValue(follower,
-                     {tpl, element.span, id,
-                      escapedBy(id, holdsOfElement(follower.all.site, element, levels)),
-                      nameOf(tpl, element)});
+            putValue(follower, {tpl, element.span, id,
+                                escapedBy(id, holdsOfElement(follower.all.site, element, levels)),
+                                nameOf(tpl, element)});
             break;
         }
     }
@@ -417,7 +417,7 @@ static void checkEnd(Follower &follower, const Template &tpl)
         beginOf(tpl.path).part != Part::TEXT)
         return;
     const auto size = static_cast<uint32_t>(tpl.source.size());
-    reportAs(follower.all, Severity::WARNING, tpl, {size, size}, "escape-context",
+    reportAs(follower.all, Grade::WARNING, tpl, {size, size}, "escape-context",
              "the page ends in " + describe(state));
 }
 

@@ -54,7 +54,8 @@ static void checkPath(Report &all, const PathUse &use)
                        : "the path is not written in the template, and base64 opens any file");
     for (const string &path : use.paths) {
         const auto tpl = all.site.templates.find(path);
-        const bool empty = include && tpl != all.site.templates.end() && tpl->second->source.empty();
+        const bool empty =
+            include && tpl != all.site.templates.end() && tpl->second->source.empty();
         if (fileExists(all.site, path) && !empty)
             continue;
         report(all, *use.tpl, span, include ? "include-missing" : "base64-missing",
@@ -75,7 +76,7 @@ static void visitIncludes(Includes &includes, const string &path)
             if (includes.marks[next] == Mark::NEW)
                 visitIncludes(includes, next);
             if (includes.marks[next] == Mark::OPEN) {
-                reportAs(includes.all, use.conditional ? Severity::WARNING : Severity::ERROR, *use.tpl,
+                reportAs(includes.all, use.conditional ? Grade::WARNING : Grade::ERROR, *use.tpl,
                          argumentSpan(*use.command, 0), "include-cycle",
                          next == path ? quoted(next) + " includes itself"
                                       : quoted(next) + " includes this template in turn");
@@ -165,7 +166,8 @@ static void checkReads(Report &all, const string &key, const Variable &variable,
                        const std::vector<string_view> &known)
 {
     const size_t bracket = key.find('[');
-    const string index = bracket == string::npos ? "" : key.substr(bracket + 1, key.size() - bracket - 2);
+    const string index =
+        bracket == string::npos ? "" : key.substr(bracket + 1, key.size() - bracket - 2);
     const bool computed = index == "*";
     const string stored = index.empty() || computed ? index : storedForm(index);
     const bool unset = setsOf(all.site, key).empty() && !isFromWeb(all.site, key);
@@ -226,7 +228,7 @@ static void checkMissing(Report &all, const string &id, const std::vector<FieldU
         return;
     const bool everywhere = missing.size() == all.site.languages.size();
     for (const FieldUse &use : uses)
-        reportAs(all, everywhere ? Severity::ERROR : Severity::WARNING, *use.tpl,
+        reportAs(all, everywhere ? Grade::ERROR : Grade::WARNING, *use.tpl,
                  use.tpl->fields[use.field].span, "text-missing",
                  "no text " + quoted(id) + " in " + listOf(missing) +
                      (everywhere ? didYouMean(id, ids) : ""));
@@ -288,8 +290,9 @@ static bool isUsedElsewhere(const Site &site, string_view id)
 {
     for (const Language &language : site.languages)
         for (const string &pattern : language.used)
-            if (pattern == id || (pattern.ends_with("*") &&
-                                  id.starts_with(string_view(pattern).substr(0, pattern.size() - 1))))
+            if (pattern == id ||
+                (pattern.ends_with("*") &&
+                 id.starts_with(string_view(pattern).substr(0, pattern.size() - 1))))
                 return true;
     return false;
 }
@@ -315,8 +318,9 @@ void checkTexts(Report &all)
         if (id.size() > longest)
             for (const FieldUse &use : uses)
                 report(all, *use.tpl, use.tpl->fields[use.field].span, "limit",
-                       "the id has " + std::to_string(id.size()) + " characters; what is behind the "
-                       "128th is ignored");
+                       "the id has " + std::to_string(id.size()) +
+                           " characters; what is behind the "
+                           "128th is ignored");
         else if (!all.site.languages.empty())
             checkMissing(all, id, uses, ids);
     }

@@ -125,7 +125,8 @@ static std::vector<Note> notesOn(const Template &tpl, const Begun &begun, bool s
 
 static void reportMessage(Report &all, const Template &tpl, const Message &message)
 {
-    const Begun *begun = message.begun >= 0 ? &tpl.begun[static_cast<size_t>(message.begun)] : nullptr;
+    const Begun *begun =
+        message.begun >= 0 ? &tpl.begun[static_cast<size_t>(message.begun)] : nullptr;
     string_view text = message.text;
     for (const char *prefix : {"Syntax error: ", "Syntax error. ", "Syntax error "})
         if (text.starts_with(prefix))
@@ -141,7 +142,8 @@ static void reportMessage(Report &all, const Template &tpl, const Message &messa
     } else if (begun) {
         const bool surplus = hasSurplus(*begun);
         if (text.starts_with("Cmd ending") && !surplus)
-            shown += ": " + wordsOfToken(begun->token) + " is taken along by the mistake in front of it";
+            shown +=
+                ": " + wordsOfToken(begun->token) + " is taken along by the mistake in front of it";
         else if (begun->token == F_ERRORFOUND)
             shown += ": error found takes no argument";
         else
@@ -215,7 +217,8 @@ void checkSyntax(Report &all)
                    surplus ? "the run ends here, and the rest of the page is lost: " +
                                  wordsOfToken(begun.token) +
                                  " has too many arguments, and nothing stands in front of it"
-                           : "the run ends here: the command is malformed, and no page text follows",
+                           : "the run ends here: the command is malformed, and nothing follows "
+                             "that ends it",
                    notesOn(*tpl, begun, true));
         }
         if (tpl->exhausted)

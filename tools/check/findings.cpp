@@ -23,9 +23,9 @@ void sortFindings(std::vector<Finding> *findings)
     });
 }
 
-static const char *severityName(Severity severity)
+static const char *severityName(Grade severity)
 {
-    return severity == Severity::ERROR ? "error" : "warning";
+    return severity == Grade::ERROR ? "error" : "warning";
 }
 
 static string printText(const std::vector<Finding> &findings)
@@ -152,8 +152,8 @@ static size_t distance(string_view a, string_view b)
                 d[i][j] = i + j;
                 continue;
             }
-            d[i][j] = std::min({d[i - 1][j] + 1, d[i][j - 1] + 1,
-                                d[i - 1][j - 1] + (a[i - 1] != b[j - 1])});
+            d[i][j] = std::min(
+                {d[i - 1][j] + 1, d[i][j - 1] + 1, d[i - 1][j - 1] + (a[i - 1] != b[j - 1])});
             if (i > 1 && j > 1 && a[i - 1] == b[j - 2] && a[i - 2] == b[j - 1])
                 d[i][j] = std::min(d[i][j], d[i - 2][j - 2] + 1);
         }
@@ -165,8 +165,8 @@ string_view nearest(string_view word, const std::vector<string_view> &candidates
     string_view best;
     size_t least = word.size() / 3 + 1;
     for (const string_view candidate : candidates) {
-        const size_t gap =
-            candidate.size() > word.size() ? candidate.size() - word.size() : word.size() - candidate.size();
+        const size_t gap = candidate.size() > word.size() ? candidate.size() - word.size()
+                                                          : word.size() - candidate.size();
         if (candidate == word || gap > least || word.size() > 100)
             continue;
         const size_t far = distance(word, candidate);

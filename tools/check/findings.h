@@ -9,12 +9,12 @@
 #include <string_view>
 #include <vector>
 
-enum class Severity : uint8_t { WARNING, ERROR };
+enum class Grade : uint8_t { WARNING, ERROR };
 
 // One kind of finding. All texts are static.
 struct Kind {
     const char *id;
-    Severity severity; // where nothing else is said
+    Grade severity; // where nothing else is said
     const char *explanation;
     const char *example; // a template, or lines of one, that has it
 };
@@ -36,13 +36,13 @@ struct Note {
 
 struct Finding {
     const Kind *kind;
-    Severity severity;
+    Grade severity;
     std::string path; // as templates name it, or as it was given for other files
     uint32_t line;    // from 1
     uint32_t column;  // in bytes, from 1
     uint32_t endLine; // behind the last byte
     uint32_t endColumn;
-    uint32_t unit;    // the columns in UTF-16 units, from 1, as some forms count
+    uint32_t unit; // the columns in UTF-16 units, from 1, as some forms count
     uint32_t endUnit;
     std::string text;
     std::vector<Note> notes;

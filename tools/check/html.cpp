@@ -230,9 +230,9 @@ static Content contentOfAttribute(string_view name)
         return Content::SCRIPT;
     if (name == "style")
         return Content::STYLE;
-    if (isOneOf(name, {"href", "src", "action", "formaction", "cite", "data", "poster", "background",
-                       "longdesc", "usemap", "manifest", "codebase", "icon", "classid", "archive",
-                       "profile", "ping", "srcset"}))
+    if (isOneOf(name, {"href", "src", "action", "formaction", "cite", "data", "poster",
+                       "background", "longdesc", "usemap", "manifest", "codebase", "icon",
+                       "classid", "archive", "profile", "ping", "srcset"}))
         return Content::ADDRESS;
     return Content::TEXT;
 }
@@ -253,9 +253,9 @@ static void endTag(HtmlState *state)
     state->part = Part::TEXT;
     if (!state->closing && isOneOf(element, {"script", "style", "title", "textarea"})) {
         state->part = Part::RAW;
-        state->content = element == "script" ? (isScriptType({state->type, state->typeLength})
-                                                    ? Content::SCRIPT
-                                                    : Content::OTHER_SCRIPT)
+        state->content = element == "script"  ? (isScriptType({state->type, state->typeLength})
+                                                     ? Content::SCRIPT
+                                                     : Content::OTHER_SCRIPT)
                          : element == "style" ? Content::STYLE
                                               : Content::TEXT;
         beginScript(state);
@@ -450,9 +450,10 @@ static bool endsRaw(HtmlState *state, char c)
 {
     const string_view name = state->element;
     uint8_t &matched = state->typeLength;
-    const char expected = matched == 0   ? '<'
-                          : matched == 1 ? '/'
-                                         : matched < name.size() + 2 ? name[matched - 2U] : 0;
+    const char expected = matched == 0                ? '<'
+                          : matched == 1              ? '/'
+                          : matched < name.size() + 2 ? name[matched - 2U]
+                                                      : 0;
     if (expected && lower(c) == expected) {
         ++matched;
         return false;
@@ -480,9 +481,10 @@ static void followRaw(HtmlState *state, char c)
 static void followByte(HtmlState *state, char c)
 {
     using Follow = void (*)(HtmlState *, char);
-    static constexpr Follow table[] = {
-        followText,        followOpen,      followTagName,     followTag,     followName, followAfterName,
-        followBeforeValue, followValueByte, followDeclaration, followComment, followRaw};
+    static constexpr Follow table[] = {followText,        followOpen,      followTagName,
+                                       followTag,         followName,      followAfterName,
+                                       followBeforeValue, followValueByte, followDeclaration,
+                                       followComment,     followRaw};
     table[static_cast<size_t>(state->part)](state, c);
     state->beforeLast = state->last;
     state->last = c;
@@ -603,10 +605,13 @@ bool beginsAddress(const HtmlState &state)
 
 static const char *describeScript(Script script)
 {
-    static constexpr const char *names[] = {
-        "script code",          "a script's string in double quotes", "a script's string in single quotes",
-        "a script's template string", "a regular expression of a script",   "a script's comment",
-        "a script's comment"};
+    static constexpr const char *names[] = {"script code",
+                                            "a script's string in double quotes",
+                                            "a script's string in single quotes",
+                                            "a script's template string",
+                                            "a regular expression of a script",
+                                            "a script's comment",
+                                            "a script's comment"};
     return names[static_cast<size_t>(script)];
 }
 

@@ -4,7 +4,7 @@
 
 #include <algorithm>
 
-using enum Severity;
+using enum Grade;
 
 static constexpr Kind kinds[] = {
     {"syntax", ERROR,
@@ -29,13 +29,15 @@ static constexpr Kind kinds[] = {
     {"include-depth", ERROR, "More than 20 templates would be open at once.",
      "(a page that includes a template, which includes another, and so on, 20 times)"},
     {"include-in-argument", ERROR,
-     "An include in an argument that is computed. Inside a running body it is refused; at top level "
+     "An include in an argument that is computed. Inside a running body it is refused; at top "
+     "level "
      "(a warning) the template's text goes to the page, not into the argument.",
      "<?echo `<?setvariable var:x <?include part.frm?>?>`?>"},
     {"include-dynamic", WARNING,
      "The path is not written in the template, so nobody can tell which template is included.",
      "<?include $var:part?>"},
-    {"base64-missing", ERROR, "The file does not exist below the document root; nothing is printed.",
+    {"base64-missing", ERROR,
+     "The file does not exist below the document root; nothing is printed.",
      "<?base64 nothere.png?>"},
     {"base64-dynamic", ERROR,
      "The path comes from a value that others may choose. base64 opens any file of the device.",
@@ -45,22 +47,26 @@ static constexpr Kind kinds[] = {
      "none. A $ that is meant as text is written $$.",
      "<?setvariable var:price $5?>"},
     {"value-level", ERROR,
-     "A value of a level that is deeper than the bodies around it, or a counter of a body that does "
+     "A value of a level that is deeper than the bodies around it, or a counter of a body that "
+     "does "
      "not count. Each body is a level, that of an if or an echo too; the outermost is level 0.",
      "<?multiquery 'select a from t' `$11`?>"},
     {"value-column", ERROR,
      "A column beyond those of the query, or beyond the one column of error message.",
      "<?query 'select a from t' `$1 $2`?>"},
     {"value-digits", ERROR,
-     "A digit and a letter are read as level and column: $1px is column 25 of level 1. Write $01px.",
+     "A digit and a letter are read as level and column: $1px is column 25 of level 1. Write "
+     "$01px.",
      "<?query 'select a from t' `width: $1px`?>"},
     {"query-sql", ERROR, "The database does not take the query.",
      "<?query 'select nothere from t'?>"},
     {"query-injection", ERROR,
-     "A variable or a value is a piece of SQL, and can be anything. Write a parameter, :NAME, which "
+     "A variable or a value is a piece of SQL, and can be anything. Write a parameter, :NAME, "
+     "which "
      "stands for the variable of that name.",
      "<?query \"select a from t where b = '$var:find'\"?>"},
-    {"query-parameter", ERROR, "No variable of the parameter's name is set anywhere, so it is NULL.",
+    {"query-parameter", ERROR,
+     "No variable of the parameter's name is set anywhere, so it is NULL.",
      "<?query 'select a from t where b = :nothere'?>"},
     {"query-writes", ERROR, "The statement changes the database; pages only read.",
      "<?query 'delete from t'?>"},
@@ -75,7 +81,8 @@ static constexpr Kind kinds[] = {
     {"text-unused", WARNING, "No template of the site uses this text.",
      "msgid \"site.old\" in a language's texts"},
     {"text-breaks", ERROR,
-     "A language's text holds what ends the quote, the command, the attribute or the script's string "
+     "A language's text holds what ends the quote, the command, the attribute or the script's "
+     "string "
      "that it stands in, or begins a command, a variable or a value.",
      "<?echo '{?site.title?}'?> where the text is: it's"},
     {"text-compared", WARNING,
@@ -87,10 +94,12 @@ static constexpr Kind kinds[] = {
      "form) sets it.",
      "<?echo $var:nothere?>"},
     {"variable-hidden", WARNING,
-     "The template sets a variable that the web program sets too: the web program's value hides it.",
+     "The template sets a variable that the web program sets too: the web program's value hides "
+     "it.",
      "<?setvariable var:user Ann?> with --set user"},
     {"variable-index", ERROR,
-     "An index that no element can have. A whole number is an index of its value, so [07] is stored "
+     "An index that no element can have. A whole number is an index of its value, so [07] is "
+     "stored "
      "as [7]; quotes cannot stand in an index.",
      "<?echo $var:port[07]?>"},
     {"escape-missing", ERROR,
@@ -111,8 +120,7 @@ static constexpr Kind kinds[] = {
      "<a href=\"<?echo $var:link?>\">"},
     {"escape-style", ERROR, "A value in a style; no escaping makes it safe there.",
      "<p style=\"color: <?echo $var:color?>\">"},
-    {"escape-name", ERROR, "A value as the name of a tag or an attribute.",
-     "<<?echo $var:tag?>>"},
+    {"escape-name", ERROR, "A value as the name of a tag or an attribute.", "<<?echo $var:tag?>>"},
     {"escape-context", ERROR,
      "The branches of an if, or the iterations of a body, end in different parts of HTML, so what "
      "follows is read in one way or another; or the page ends inside a tag or script.",

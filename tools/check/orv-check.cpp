@@ -145,11 +145,16 @@ static int takeOption(int key, char **argv, Options *options)
 static int readOptions(int argc, char **argv, Options *options)
 {
     static const option table[] = {
-        {"docroot", required_argument, nullptr, 'd'}, {"db", required_argument, nullptr, 'q'},
-        {"texts", required_argument, nullptr, 't'},   {"set", required_argument, nullptr, 's'},
-        {"set-from", required_argument, nullptr, 'S'}, {"ignore", required_argument, nullptr, 'i'},
-        {"format", required_argument, nullptr, 'f'},  {"list", no_argument, nullptr, 'l'},
-        {"help", no_argument, nullptr, 'h'},          {"version", no_argument, nullptr, 'v'},
+        {"docroot", required_argument, nullptr, 'd'},
+        {"db", required_argument, nullptr, 'q'},
+        {"texts", required_argument, nullptr, 't'},
+        {"set", required_argument, nullptr, 's'},
+        {"set-from", required_argument, nullptr, 'S'},
+        {"ignore", required_argument, nullptr, 'i'},
+        {"format", required_argument, nullptr, 'f'},
+        {"list", no_argument, nullptr, 'l'},
+        {"help", no_argument, nullptr, 'h'},
+        {"version", no_argument, nullptr, 'v'},
         {nullptr, 0, nullptr, 0},
     };
     opterr = 0;

@@ -34,9 +34,8 @@ static std::vector<const Kind *> kindsIn(string_view comment)
     at += key.size();
     for (;;) {
         at = std::min(comment.find_first_not_of(" \t\r\n,", at), comment.size());
-        const size_t end =
-            std::min(comment.find_first_not_of("abcdefghijklmnopqrstuvwxyz0123456789-", at),
-                     comment.size());
+        const size_t end = std::min(
+            comment.find_first_not_of("abcdefghijklmnopqrstuvwxyz0123456789-", at), comment.size());
         const Kind *kind = findKind(comment.substr(at, end - at));
         if (!kind)
             return kinds;
@@ -75,7 +74,7 @@ static bool isIgnored(Report &report, const Template &tpl, uint32_t offset, cons
     });
 }
 
-void reportAs(Report &report, Severity severity, const Template &tpl, Span span, const char *id,
+void reportAs(Report &report, Grade severity, const Template &tpl, Span span, const char *id,
               string text, std::vector<Note> notes)
 {
     const Kind *kind = findKind(id);
@@ -98,8 +97,17 @@ void report(Report &report, const Template &tpl, Span span, const char *id, stri
 void reportLine(Report &report, const string &path, uint32_t line, const char *id, string text)
 {
     const Kind *kind = findKind(id);
-    report.findings.push_back(
-        {kind, kind->severity, path, std::max(line, 1U), 1, std::max(line, 1U), 1, 1, 1, std::move(text), {}});
+    report.findings.push_back({kind,
+                               kind->severity,
+                               path,
+                               std::max(line, 1U),
+                               1,
+                               std::max(line, 1U),
+                               1,
+                               1,
+                               1,
+                               std::move(text),
+                               {}});
 }
 
 Note noteAt(const Template &tpl, uint32_t offset, string text)

@@ -26,7 +26,7 @@ void report(Report &report, const Template &tpl, Span span, const char *id, std:
             std::vector<Note> notes = {});
 
 /* The same, with a severity of its own. */
-void reportAs(Report &report, Severity severity, const Template &tpl, Span span, const char *id,
+void reportAs(Report &report, Grade severity, const Template &tpl, Span span, const char *id,
               std::string text, std::vector<Note> notes = {});
 
 /* Adds a finding in another file. */

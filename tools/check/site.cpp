@@ -245,10 +245,10 @@ static void collectFormNames(Site *site, string_view source)
             --begin;
         if (begin == 0 || begin == at)
             continue;
-        const bool link = source[begin - 1] == '&' ||
-                          (source[begin - 1] == '?' && begin >= 2 && !strchr("<{", source[begin - 2])) ||
-                          (source[begin - 1] == ';' && begin >= 5 &&
-                           source.substr(begin - 5, 5) == "&amp;");
+        const bool link =
+            source[begin - 1] == '&' ||
+            (source[begin - 1] == '?' && begin >= 2 && !strchr("<{", source[begin - 2])) ||
+            (source[begin - 1] == ';' && begin >= 5 && source.substr(begin - 5, 5) == "&amp;");
         if (link)
             site->fromForms.insert(string(source.substr(begin, at - begin)));
     }
@@ -342,8 +342,8 @@ static void readOthers(Site *site, const std::vector<string> &files)
     for (const string &path : files) {
         string bytes;
         if (site->templates.count(path) ||
-            !hasSuffix(path, {".htm", ".html", ".frm", ".inc", ".js", ".css", ".json", ".xml", ".svg",
-                              ".txt"}) ||
+            !hasSuffix(path, {".htm", ".html", ".frm", ".inc", ".js", ".css", ".json", ".xml",
+                              ".svg", ".txt"}) ||
             !readFile(*site, path, &bytes))
             continue;
         for (size_t at = 0; (at = bytes.find("{?", at)) != string::npos; at += 2) {

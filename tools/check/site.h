@@ -26,8 +26,8 @@ using Levels = std::vector<const Command *>;
 struct VariableUse {
     const Template *tpl;
     Span span;
-    const Command *command;      // that sets it; null for a read
-    const Argument *value;       // what it is set to; null for a read or without a value
+    const Command *command; // that sets it; null for a read
+    const Argument *value;  // what it is set to; null for a read or without a value
     std::shared_ptr<const Levels> levels;
 };
 
@@ -55,10 +55,10 @@ struct PathUse {
 
 struct SiteOptions {
     std::string docRoot = ".";
-    std::string db;                     // empty for none
-    std::vector<std::string> texts;     // files
-    std::vector<std::string> set;       // variables that the web program sets
-    std::vector<std::string> templates; // paths below docRoot; empty for all
+    std::string db;                             // empty for none
+    std::vector<std::string> texts;             // files
+    std::vector<std::string> set;               // variables that the web program sets
+    std::vector<std::string> templates;         // paths below docRoot; empty for all
     std::map<std::string, std::string> unsaved; // contents that stand for files, by path
 };
 
@@ -72,18 +72,18 @@ struct RowsOf;
 
 struct Site {
     SiteOptions options;
-    std::vector<std::string> pages;                        // paths, ascending
-    std::vector<std::string> files;                        // all below the document root
+    std::vector<std::string> pages;                             // paths, ascending
+    std::vector<std::string> files;                             // all below the document root
     std::map<std::string, std::unique_ptr<Template>> templates; // all that were read, by path
-    std::map<std::string, std::vector<PathUse>> includes;  // by the including template's path
-    std::vector<PathUse> encoded; // base64 commands
-    std::map<std::string, Variable, std::less<>> variables; // by key
-    std::set<std::string, std::less<>> fromWeb;  // names that --set gives
-    std::set<std::string, std::less<>> fromForms; // names that forms and links send
+    std::map<std::string, std::vector<PathUse>> includes;       // by the including template's path
+    std::vector<PathUse> encoded;                               // base64 commands
+    std::map<std::string, Variable, std::less<>> variables;     // by key
+    std::set<std::string, std::less<>> fromWeb;                 // names that --set gives
+    std::set<std::string, std::less<>> fromForms;               // names that forms and links send
     std::vector<Language> languages;
     std::map<std::string, std::vector<FieldUse>, std::less<>> fields; // by id
     std::set<std::string, std::less<>> otherFields; // ids in files that no page includes
-    std::unique_ptr<Database> database;          // null without one
+    std::unique_ptr<Database> database;             // null without one
     std::unordered_map<const Command *, QueryPlace> queries;
     // Worked out when first asked for.
     std::unordered_map<const Command *, std::shared_ptr<const RowsOf>> rows; // of queries

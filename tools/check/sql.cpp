@@ -291,19 +291,46 @@ static bool isCallNumber(const Parsed &parsed, Range range, const Scope &scope)
         const std::vector<Range> parts = split(parsed, inside, {"as"});
         return parts.size() == 2 && isDeclaredNumber(parsed.word(parts[1].first).c_str());
     }
-    if (isOneOf(function,
-                {"count", "sum", "total", "avg", "round", "length", "abs", "instr", "random", "unicode",
-                 "julianday", "unixepoch", "changes", "total_changes", "last_insert_rowid", "sign",
-                 "ceil", "floor", "ceiling", "trunc", "sqrt", "pow", "power", "mod", "row_number",
-                 "rank", "dense_rank", "ntile", "percent_rank", "cume_dist", "octet_length",
-                 "json_array_length"}))
+    if (isOneOf(function, {"count",
+                           "sum",
+                           "total",
+                           "avg",
+                           "round",
+                           "length",
+                           "abs",
+                           "instr",
+                           "random",
+                           "unicode",
+                           "julianday",
+                           "unixepoch",
+                           "changes",
+                           "total_changes",
+                           "last_insert_rowid",
+                           "sign",
+                           "ceil",
+                           "floor",
+                           "ceiling",
+                           "trunc",
+                           "sqrt",
+                           "pow",
+                           "power",
+                           "mod",
+                           "row_number",
+                           "rank",
+                           "dense_rank",
+                           "ntile",
+                           "percent_rank",
+                           "cume_dist",
+                           "octet_length",
+                           "json_array_length"}))
         return true;
     const std::vector<Range> arguments = split(parsed, inside, {","});
     if (isOneOf(function, {"ifnull", "coalesce", "max", "min"}))
         return allNumbers(parsed, arguments, 0, scope);
     if (function == "iif")
         return allNumbers(parsed, arguments, 1, scope);
-    if (isOneOf(function, {"nullif", "lag", "lead", "first_value", "last_value", "likely", "unlikely"}))
+    if (isOneOf(function,
+                {"nullif", "lag", "lead", "first_value", "last_value", "likely", "unlikely"}))
         return isNumber(parsed, arguments[0], scope);
     return false;
 }
@@ -326,8 +353,8 @@ static bool hasNumberOperator(const Parsed &parsed, Range range)
             --cases;
         else if (depth == 0 && cases == 0) {
             const bool sign = i > range.first || word == "-" || word == "~";
-            if (sign && isOneOf(word, {"+", "-", "*", "/", "%", "&", "|", "<<", ">>", "=", "==", "<>",
-                                       "!=", "<", ">", "<=", ">=", "~"}))
+            if (sign && isOneOf(word, {"+", "-", "*", "/", "%", "&", "|", "<<", ">>", "=",
+                                       "==", "<>", "!=", "<", ">", "<=", ">=", "~"}))
                 return true;
             if (isOneOf(word, {"is", "in", "like", "glob", "between", "and", "or", "not", "exists",
                                "isnull", "notnull", "match", "regexp"}))
@@ -381,9 +408,9 @@ static string cutName(const Parsed &parsed, Range *range)
     } else if (range->second - range->first >= 2 && parsed.word(last) != "end") {
         const SqlToken before = parsed.pieces[last - 1].token;
         const bool ends = before != SqlToken::SIGN || parsed.word(last - 1) == ")";
-        const bool isOperator =
-            isOneOf(parsed.word(last - 1), {"is", "in", "like", "glob", "and", "or", "not", "between"}) ||
-            isOneOf(name, {"isnull", "notnull", "null"});
+        const bool isOperator = isOneOf(parsed.word(last - 1), {"is", "in", "like", "glob", "and",
+                                                                "or", "not", "between"}) ||
+                                isOneOf(name, {"isnull", "notnull", "null"});
         if (ends && !isOperator)
             --range->second;
     }
@@ -431,9 +458,10 @@ static std::vector<std::pair<string, bool>> simpleColumns(const Parsed &parsed, 
     size_t from = range.first + 1;
     if (isOneOf(parsed.word(from), {"distinct", "all"}))
         ++from;
-    const Range list = {from, split(parsed, {from, range.second},
-                                    {"from", "where", "group", "order", "limit", "having", "window"})[0]
-                                  .second};
+    const Range list = {from,
+                        split(parsed, {from, range.second},
+                              {"from", "where", "group", "order", "limit", "having", "window"})[0]
+                            .second};
     for (Range part : split(parsed, list, {","})) {
         if (part.first >= part.second)
             continue;
@@ -605,7 +633,8 @@ static void prepare(Database *database, const string &query, SqlAnswer *answer)
         answer->writes = !sqlite3_stmt_readonly(statement) || writesByWord(query);
         readResult(*database, statement, query, answer);
         const string_view behind = rest;
-        if (const size_t next = behind.find_first_not_of(" \t\r\n\f\v"); next != string_view::npos) {
+        if (const size_t next = behind.find_first_not_of(" \t\r\n\f\v");
+            next != string_view::npos) {
             answer->error = "text follows the statement; a query is one statement";
             answer->errorAt = static_cast<size_t>(rest - query.c_str()) + next;
             answer->writes = answer->writes || writesByWord(behind);

@@ -27,8 +27,8 @@ struct SqlParameter {
 };
 
 struct SqlAnswer {
-    std::string error;   // empty when it prepares
-    size_t errorAt = 0;  // in the query
+    std::string error;  // empty when it prepares
+    size_t errorAt = 0; // in the query
     bool writes = false;
     std::vector<SqlColumn> columns;
     std::vector<SqlParameter> parameters;

@@ -133,6 +133,16 @@ bool hasSurplus(const Begun &begun)
     return begun.token == F_ERRORFOUND || begun.argumentAts.size() > mostArguments(begun.token);
 }
 
+// The outermost command around one that has not come about, itself included.
+static int32_t outermostLost(int32_t begun)
+{
+    int32_t found = -1;
+    for (; begun >= 0; begun = reading->tpl->begun[static_cast<size_t>(begun)].parent)
+        if (reading->tpl->begun[static_cast<size_t>(begun)].fate == Fate::LOST)
+            found = begun;
+    return found;
+}
+
 // The command that a message is about, -1 for none.
 static int32_t blame(const char *format, int32_t line)
 {
@@ -153,7 +163,7 @@ static int32_t blame(const char *format, int32_t line)
                    strcmp(commandOf(b.token).malformed, format) == 0;
         });
     if (strstr(format, "too many arguments"))
-        return firstOpen([](const Begun &b) { return b.token != F_UNDEF; });
+        return outermostLost(reading->closed);
     return -1;
 }
 
@@ -198,7 +208,7 @@ static Span placeMessage(const char *format, int32_t line, int32_t begun)
     return span;
 }
 
-void logMessage(const char *format, ...)
+void logMessage(Severity, const char *format, ...)
 {
     if (!strstr(format, "Syntax error"))
         return; // the checker has better words for what is no syntax
@@ -518,7 +528,17 @@ static void nameFields(Template *tpl)
                        .substr(field.span.at + 2, field.span.end - field.span.at - 4);
 }
 
-static int32_t parse(Template *tpl, bool page)
+// The command at which a run has given up: the first behind the settled ones that did
+// not come about.
+static int32_t findCulprit(const Template &tpl, size_t settled)
+{
+    for (size_t i = settled; i < tpl.begun.size(); ++i)
+        if (tpl.begun[i].fate == Fate::LOST)
+            return static_cast<int32_t>(i);
+    return -1;
+}
+
+static void parse(Template *tpl, bool page)
 {
     static Interpreter handle;
     Reading state = {tpl, {}, {}, {}, -1, page ? 0 : 1, 0, false, {}};
@@ -535,12 +555,11 @@ static int32_t parse(Template *tpl, bool page)
     scanner.line = 1;
     scanner.ended = 0;
     const int32_t result = doParse();
-    if (result == 2)
-        tpl->exhausted = true;
+    tpl->exhausted = result == 2;
+    tpl->gaveUpAt = result == 1 ? findCulprit(*tpl, state.settled) : -1;
     resetScanner();
     inpr = nullptr;
     reading = nullptr;
-    return result;
 }
 
 static void clear(Template *tpl)
@@ -560,15 +579,6 @@ static bool isUnder(const Template &tpl, int32_t begun, int32_t ancestor)
     return false;
 }
 
-// The command at which a run has given up: the first that did not come about.
-static int32_t findCulprit(const Template &tpl)
-{
-    for (size_t i = 0; i < tpl.begun.size(); ++i)
-        if (tpl.begun[i].fate == Fate::LOST)
-            return static_cast<int32_t>(i);
-    return -1;
-}
-
 Template readTemplate(std::string path, std::string source, bool page)
 {
     Template tpl;
@@ -578,16 +588,22 @@ Template readTemplate(std::string path, std::string source, bool page)
     for (size_t at = 0; (at = tpl.source.find('\n', at)) != std::string::npos; ++at)
         tpl.lineStarts.push_back(static_cast<uint32_t>(at + 1));
     markFields(&tpl);
-    if (parse(&tpl, page) == 1 && tpl.messages.empty()) {
-        const int32_t culprit = findCulprit(tpl);
+    parse(&tpl, page);
+    const int32_t culprit = tpl.gaveUpAt;
+    const bool ended = std::any_of(tpl.messages.begin(), tpl.messages.end(),
+                                   [](const Message &message) { return message.line == 0; });
+    if (page && culprit >= 0 && !ended) {
+        const std::vector<Message> logged = std::move(tpl.messages);
         clear(&tpl);
         parse(&tpl, false);
-        tpl.gaveUpAt = culprit;
-        if (culprit >= 0)
-            std::erase_if(tpl.messages, [&](const Message &m) {
-                return m.begun >= 0 && isUnder(tpl, m.begun, culprit);
-            });
+        std::erase_if(tpl.messages, [&](const Message &message) {
+            return isUnder(tpl, message.begun, culprit) &&
+                   std::none_of(logged.begin(), logged.end(), [&](const Message &other) {
+                       return other.span.at == message.span.at && other.text == message.text;
+                   });
+        });
     }
+    tpl.gaveUpAt = page && !ended ? culprit : -1;
     nameFields(&tpl);
     return tpl;
 }

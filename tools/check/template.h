@@ -71,14 +71,14 @@ enum class Fate { MADE, BLAMED, LOST };
 
 // A command's beginning, whatever became of it.
 struct Begun {
-    int token;       // F_ number
-    int32_t line;    // as the grammar reports it
-    Span words;      // as Command's
-    uint32_t end;    // behind its "?>", 0 when that was not seen
-    int32_t parent;  // index of the command around it, -1 for none
+    int token;      // F_ number
+    int32_t line;   // as the grammar reports it
+    Span words;     // as Command's
+    uint32_t end;   // behind its "?>", 0 when that was not seen
+    int32_t parent; // index of the command around it, -1 for none
     Fate fate;
-    uint32_t quoteAt;     // where a quote opened last, 0 for none
-    bool quoteOpen;       // the command ended inside that quote
+    uint32_t quoteAt;                  // where a quote opened last, 0 for none
+    bool quoteOpen;                    // the command ended inside that quote
     std::vector<uint32_t> argumentAts; // where an argument begins
 };
 
@@ -96,13 +96,13 @@ struct Template {
     std::string marked; // the same with MARK bytes in the place of fields
     std::vector<uint32_t> lineStarts;
     std::vector<Item> items;
-    std::vector<Field> fields;       // ascending
-    std::vector<Span> comments;      // with their "<?" and "?>", ascending
-    std::vector<Begun> begun;        // in the order of their keywords
-    std::vector<Message> messages;   // in the order of the log
+    std::vector<Field> fields;         // ascending
+    std::vector<Span> comments;        // with their "<?" and "?>", ascending
+    std::vector<Begun> begun;          // in the order of their keywords
+    std::vector<Message> messages;     // in the order of the log
     std::vector<uint32_t> strayQuotes; // in indices, where they are no part of it
-    int32_t gaveUpAt = -1;           // index in begun of the command that ends the run
-    bool exhausted = false;          // the parser's stack was
+    int32_t gaveUpAt = -1;             // index in begun of the command that ends the run
+    bool exhausted = false;            // the parser's stack was
 };
 
 constexpr char MARK = '\x1A';

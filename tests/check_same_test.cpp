@@ -1,0 +1,124 @@
+/* tests/check_same_test.cpp - orv-check reads templates as the library does: what a run
+ * logs about the syntax is what the checker finds.
+ *
+ * Linked with the page tests, each of whose runs it compares; the fuzz corpora are
+ * rendered by orv-render. */
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <nlohmann/json.hpp>
+#include <regex>
+#include <set>
+#include <sstream>
+
+#include "tests/harness.h"
+#include "tests/process.h"
+
+namespace fs = std::filesystem;
+
+namespace
+{
+struct Mistake {
+    std::string file;
+    int line; // 0 where the message has none
+    auto operator<=>(const Mistake &) const = default;
+};
+using Mistakes = std::set<Mistake>;
+} // namespace
+
+static Mistakes logged(const std::string &log)
+{
+    static const std::regex message("(.*?)(?:, line (\\d+))?: Syntax error.*");
+    Mistakes found;
+    std::istringstream lines(log);
+    std::smatch match;
+    for (std::string line; std::getline(lines, line);)
+        if (std::regex_match(line, match, message))
+            found.insert({match[1], match[2].matched ? std::stoi(match[2]) : 0});
+    return found;
+}
+
+// The files that the page includes come with it, whether a run includes them or not.
+static Mistakes checked(const std::string &path, bool *ends)
+{
+    const int status = runCommand(ORV_CHECK " --format json '" + path + "'");
+    EXPECT_NE(status, 2) << readFile("err");
+    Mistakes found;
+    const auto whole = nlohmann::json::parse(readFile("out"), nullptr, false);
+    EXPECT_FALSE(whole.is_discarded());
+    for (const auto &finding : whole["findings"]) {
+        *ends = *ends || finding["id"] == "gives-up";
+        if (finding["id"] != "syntax")
+            continue;
+        const bool atEnd = finding["text"].get<std::string>().starts_with("File ends");
+        found.insert({finding["file"], atEnd ? 0 : finding["line"].get<int>()});
+    }
+    return found;
+}
+
+static std::string show(const Mistakes &mistakes)
+{
+    std::string text;
+    for (const Mistake &mistake : mistakes)
+        text += mistake.file + ":" + std::to_string(mistake.line) + " ";
+    return text;
+}
+
+// only: the page is the one template, so what a run does not log must not be found.
+static void compare(const std::string &path, const std::string &log, bool only)
+{
+    bool ends = false;
+    const Mistakes mistakes = logged(log);
+    const Mistakes findings = checked(path, &ends);
+    for (const Mistake &mistake : mistakes) {
+        // A command that an included template leaves open is named with its own line, but
+        // the file in which the next page text stands: the finding has the right one.
+        const bool found = std::any_of(findings.begin(), findings.end(), [&](const Mistake &f) {
+            return f == mistake || (f.line == mistake.line && findings.count({f.file, 0}));
+        });
+        EXPECT_TRUE(found) << "logged " << show({mistake}) << "found " << show(findings) << "\n"
+                           << readFile(path);
+    }
+    if (only && !ends) {
+        EXPECT_EQ(show(findings), show(mistakes)) << readFile(path);
+    }
+}
+
+static void compareRun(const Host &host, const std::string &path, const Outcome &outcome)
+{
+    // A text can hold what it likes, and is not known here.
+    static std::set<std::string> done;
+    std::string key = path;
+    bool fields = false;
+    for (const auto &[name, content] : host.files) {
+        key += name + content;
+        fields = fields || content.find("{?") != std::string::npos;
+    }
+    if (outcome.result == ORV_RUN_NO_TEMPLATE || fields || !done.insert(key).second)
+        return;
+    compare(path, outcome.log, host.files.size() == 1);
+}
+
+static const bool compares = (afterRender = compareRun, true);
+
+TEST(Check, AgreesWithRunsOfTheFuzzCorpora)
+{
+    ASSERT_TRUE(compares);
+    size_t count = 0;
+    for (const auto &entry : fs::directory_iterator(ORV_CORPUS)) {
+        static constexpr const char *names[] = {"a.htm", "b.frm", "c.txt"};
+        std::istringstream parts(readFile(entry.path()));
+        std::string part;
+        for (const char *name : names) {
+            part.clear();
+            std::getline(parts, part, '\x1e');
+            writeFile(name, part);
+        }
+        if (fs::file_size("a.htm") == 0)
+            continue;
+        runCommand(ORV_RENDER " --log a.htm");
+        compare("a.htm", readFile("err"), false);
+        count++;
+    }
+    EXPECT_GT(count, 2u);
+}
