@@ -30,7 +30,8 @@ const Row rows[] = {
     {"<?echo two words?><?echo one?>", "1:1 gives-up"},
     {"x<?echo one?>", ""},
     {"a<?if eq 1 ?><?echo lost?>b<?echo kept?>", "1:2 syntax, 1:14 swallowed"},
-    {"x<?echo 'a<?bold b?>c'?>y<?echo b?>z<?echo c?>", "1:2 swallowed, 1:11 syntax, 1:26 syntax, 1:26 swallowed"},
+    {"x<?echo 'a<?bold b?>c'?>y<?echo b?>z<?echo c?>",
+     "1:2 swallowed, 1:11 syntax, 1:26 syntax, 1:26 swallowed"},
     {"x<?echo 'a ?>y<?echo 'a'?>", "1:9 !quote-open"},
 
     // includes
@@ -298,8 +299,8 @@ TEST_F(Check, TheDemoSiteIsClean)
     const std::string site = ORV_SITE;
     ASSERT_EQ(runCommand("rm -f router.db; sqlite3 router.db <" + site + "/router.sql"), 0);
     EXPECT_EQ(runCommand(ORV_CHECK " --docroot " + site + " --db router.db --texts " + site +
-                         "/texts/en.po --texts " + site +
-                         "/texts/de.po --set typed --set saved --set token"),
+                         "/texts/en.po --texts " + site + "/texts/de.po --set-from " + site +
+                         "/../zarn/variables.txt"),
               0)
         << readFile("out") << readFile("err");
 }

@@ -100,6 +100,8 @@ uint8_t holdsOfElement(Site &site, const Element &element, const Levels &levels)
 
 uint8_t holdsOfVariable(Site &site, std::string_view key)
 {
+    if (site.safe.count(key))
+        return 0;
     if (isFromWeb(site, key))
         return VALUE_RAW;
     const auto sets = setsOf(site, key);

@@ -9,10 +9,14 @@
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
+#include <sstream>
 
 #include "report.h"
+#include "tools/files.h"
 
 using std::string;
+
+const char programName[] = "orv-check";
 
 namespace fs = std::filesystem;
 
@@ -31,7 +35,10 @@ static constexpr char helpText[] =
     "                   name tells the language: de.po, htmltext_de.db\n"
     "  --set NAME       a variable, NAME or NAME[INDEX], that the web program sets;\n"
     "                   repeatable. Fields of the site's forms need not be named\n"
-    "  --set-from FILE  the same for a list, a name a line; # begins a comment\n"
+    "  --safe NAME      like --set, for a variable whose values are safe in any part of\n"
+    "                   a page: a number, or the site's own address\n"
+    "  --set-from FILE  the same for a list: a name a line, with the word safe behind it\n"
+    "                   for such a one; # begins a comment\n"
     "  --ignore ID      leave findings of that kind out; repeatable. In a template,\n"
     "                   <?-- orv-check: ignore ID: reason ?> does it for the command\n"
     "                   behind it\n"
@@ -71,16 +78,19 @@ static int print(const string &text, int status)
     return fail("cannot write standard output: %s", strerror(errno));
 }
 
-static bool readNames(const char *path, std::vector<string> *names)
+static bool readNames(const char *path, SiteOptions *site)
 {
     std::ifstream file(path);
     string line;
     if (!file)
         return false;
     while (std::getline(file, line)) {
-        line.erase(std::min(line.find_first_of("#= \t\r"), line.size()));
-        if (!line.empty())
-            names->push_back(line);
+        std::istringstream words(line.substr(0, line.find('#')));
+        string name;
+        string safe;
+        words >> name >> safe;
+        if (!name.empty())
+            (safe == "safe" ? site->safe : site->set).push_back(name);
     }
     return true;
 }
@@ -121,8 +131,11 @@ static int takeOption(int key, char **argv, Options *options)
     case 's':
         options->site.set.push_back(string(optarg, strcspn(optarg, "=")));
         return -1;
+    case 'a':
+        options->site.safe.push_back(optarg);
+        return -1;
     case 'S':
-        if (readNames(optarg, &options->site.set))
+        if (readNames(optarg, &options->site))
             return -1;
         return fail("cannot read %s: %s", optarg, strerror(errno));
     case 'i':
@@ -145,17 +158,12 @@ static int takeOption(int key, char **argv, Options *options)
 static int readOptions(int argc, char **argv, Options *options)
 {
     static const option table[] = {
-        {"docroot", required_argument, nullptr, 'd'},
-        {"db", required_argument, nullptr, 'q'},
-        {"texts", required_argument, nullptr, 't'},
-        {"set", required_argument, nullptr, 's'},
-        {"set-from", required_argument, nullptr, 'S'},
-        {"ignore", required_argument, nullptr, 'i'},
-        {"format", required_argument, nullptr, 'f'},
-        {"list", no_argument, nullptr, 'l'},
-        {"help", no_argument, nullptr, 'h'},
-        {"version", no_argument, nullptr, 'v'},
-        {nullptr, 0, nullptr, 0},
+        {"docroot", required_argument, nullptr, 'd'}, {"db", required_argument, nullptr, 'q'},
+        {"texts", required_argument, nullptr, 't'},   {"set", required_argument, nullptr, 's'},
+        {"safe", required_argument, nullptr, 'a'},    {"set-from", required_argument, nullptr, 'S'},
+        {"ignore", required_argument, nullptr, 'i'},  {"format", required_argument, nullptr, 'f'},
+        {"list", no_argument, nullptr, 'l'},          {"help", no_argument, nullptr, 'h'},
+        {"version", no_argument, nullptr, 'v'},       {nullptr, 0, nullptr, 0},
     };
     opterr = 0;
     for (int key; (key = getopt_long(argc, argv, ":", table, nullptr)) != -1;) {

@@ -392,6 +392,10 @@ bool loadSite(SiteOptions options, Site *site, string *problem,
     }
     for (const string &name : site->options.set)
         site->fromWeb.insert(name);
+    for (const string &name : site->options.safe) {
+        site->fromWeb.insert(name);
+        site->safe.insert(name);
+    }
     for (const string &path : site->options.texts) {
         site->languages.emplace_back();
         if (!readLanguage(path, &site->languages.back(), problem)) {

@@ -58,6 +58,7 @@ struct SiteOptions {
     std::string db;                             // empty for none
     std::vector<std::string> texts;             // files
     std::vector<std::string> set;               // variables that the web program sets
+    std::vector<std::string> safe;              // such ones whose values are safe anywhere
     std::vector<std::string> templates;         // paths below docRoot; empty for all
     std::map<std::string, std::string> unsaved; // contents that stand for files, by path
 };
@@ -78,7 +79,8 @@ struct Site {
     std::map<std::string, std::vector<PathUse>> includes;       // by the including template's path
     std::vector<PathUse> encoded;                               // base64 commands
     std::map<std::string, Variable, std::less<>> variables;     // by key
-    std::set<std::string, std::less<>> fromWeb;                 // names that --set gives
+    std::set<std::string, std::less<>> fromWeb;                 // names that --set and --safe give
+    std::set<std::string, std::less<>> safe;                    // those of --safe
     std::set<std::string, std::less<>> fromForms;               // names that forms and links send
     std::vector<Language> languages;
     std::map<std::string, std::vector<FieldUse>, std::less<>> fields; // by id

@@ -426,8 +426,8 @@ static Element copyElement(const ArgElem *elem)
     copy.span = reading->values[elem->value].span;
     copy.quote = reading->values[elem->value].quote;
     copy.text = static_cast<const char *>(elem->value);
-    if (elem->type >= ELEM_GETARRAY && !copy.text.empty())
-        copy.text.pop_back(); // the bracket, or the sign of a bound
+    if (elem->type >= ELEM_GETARRAY) // without the bracket, and the sign of a bound
+        copy.text.resize(std::min(copy.text.find('['), copy.text.size()));
     return copy;
 }
 

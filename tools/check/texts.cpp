@@ -2,45 +2,25 @@
  * text databases. */
 #include "texts.h"
 
-#include <gettext-po.h>
-#include <string.h>
-
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <vector>
 
+#include "tools/po.h"
 #include "tools/textdb_file.h"
 
 using std::string;
 
 namespace fs = std::filesystem;
 
-// The first problem that gettext reports; its handlers carry no pointer of ours.
-static string poProblem;
-
-static void onError(int severity, po_message_t, const char *, size_t line, size_t, int,
-                    const char *text)
-{
-    if (severity != PO_SEVERITY_WARNING && poProblem.empty())
-        poProblem = (line == static_cast<size_t>(-1) ? "" : "line " + std::to_string(line) + ": ") +
-                    string(text);
-}
-
-static void onError2(int severity, po_message_t message, const char *path, size_t line,
-                     size_t column, int multiline, const char *text, po_message_t, const char *,
-                     size_t, size_t, int, const char *)
-{
-    onError(severity, message, path, line, column, multiline, text);
-}
-
 // The ids of a comment "# orv-check: used ID ID: reason".
 static void readUsed(const string &line, std::set<string> *used)
 {
     static constexpr std::string_view key = "orv-check: used ";
     size_t at = line.find(key);
-    if (line[0] != '#' || at == string::npos)
+    if (!line.starts_with("#") || at == string::npos)
         return;
     at += key.size();
     const string ids = line.substr(at, line.find(": ", at) - at);
@@ -51,51 +31,21 @@ static void readUsed(const string &line, std::set<string> *used)
     }
 }
 
-// Line of each "msgid" keyword, by the id that follows it in quotes.
-static std::map<string, uint32_t> findLines(const string &path, std::set<string> *used)
+static bool readPoFile(const string &path, Language *language, string *problem)
 {
-    std::map<string, uint32_t> lines;
+    PoFile po = readPo(path.c_str());
+    const bool complete = po.file && po.errors == 0;
+    for (const PoEntry &entry : po.entries)
+        if (!entry.text.empty() && !entry.fuzzy)
+            language->texts[string(entry.id)] = {string(entry.text),
+                                                 static_cast<uint32_t>(entry.line)};
+    freePo(&po);
+    if (!complete)
+        *problem = "it has errors";
     std::ifstream file(path);
-    string line;
-    for (uint32_t number = 1; std::getline(file, line); ++number) {
-        readUsed(line, used);
-        const size_t begin = line.find_first_not_of(" \t");
-        if (begin == string::npos || line.compare(begin, 6, "msgid ") != 0)
-            continue;
-        const size_t quote = line.find('"', begin);
-        const size_t end = line.rfind('"');
-        if (quote != string::npos && end > quote)
-            lines.emplace(line.substr(quote + 1, end - quote - 1), number);
-    }
-    return lines;
-}
-
-static bool readPo(const string &path, Language *language, string *problem)
-{
-    static const po_xerror_handler handler = {onError, onError2};
-    poProblem.clear();
-    po_file_t po = po_file_read(path.c_str(), &handler);
-    if (!po)
-        poProblem = poProblem.empty() ? strerror(errno) : poProblem;
-    if (!po || !poProblem.empty()) {
-        if (po)
-            po_file_free(po);
-        *problem = poProblem;
-        return false;
-    }
-    const std::map<string, uint32_t> lines = findLines(path, &language->used);
-    po_message_iterator_t iterator = po_message_iterator(po, nullptr);
-    while (po_message_t message = po_next_message(iterator)) {
-        const string id = po_message_msgid(message);
-        const char *text = po_message_msgstr(message);
-        if (id.empty() || !*text || po_message_is_obsolete(message) || po_message_is_fuzzy(message))
-            continue;
-        const auto line = lines.find(id);
-        language->texts[id] = {text, line == lines.end() ? 1 : line->second};
-    }
-    po_message_iterator_free(iterator);
-    po_file_free(po);
-    return true;
+    for (string line; std::getline(file, line);)
+        readUsed(line, &language->used);
+    return complete;
 }
 
 static bool readDatabase(const string &path, Language *language, string *problem)
@@ -132,5 +82,5 @@ bool readLanguage(const string &path, Language *language, string *problem)
     }
     if (fs::path(path).extension() == ".db")
         return readDatabase(path, language, problem);
-    return readPo(path, language, problem);
+    return readPoFile(path, language, problem);
 }
