@@ -305,6 +305,12 @@ TEST(Log, IsOpenedByTheSwitch)
         writeFile(folder + "/device/proc/cmdline", row.cmdline);
         EXPECT_EQ(getTooltipVar(), row.mode) << row.cmdline;
     }
+    const size_t descriptors = openDescriptors(true);
+    const std::string tooLong(5000, 'x');
+    const char *root = std::exchange(systemRoot, tooLong.c_str());
+    EXPECT_EQ(getTooltipVar(), -1);
+    EXPECT_EQ(openDescriptors(true), descriptors);
+    systemRoot = root;
     writeFile(folder + "/device/proc/cmdline", "tooltip=9");
     const int32_t notices = Orv_Interpreter_LogCount(ORV_LOG_NOTICE);
     Orv_Interpreter_Destroy(Orv_Interpreter_Create(&hostCallbacks)); // there is no folder for it
