@@ -11,10 +11,10 @@
 
 #include "interface/bounds.h"
 #include "interface/orvinterpreter.h"
-#include "scanner/scanner.h"
 
 struct Cmd;
 struct LocalVar;
+struct ScanBuffer;
 struct VarNode;
 
 // The argument buffer: text that commands need whole, such as a query.
@@ -43,16 +43,16 @@ struct PendingInclude {
 
 // An open template.
 struct IncludeEntry {
-    int32_t fd;             // owned
-    const char *mapStart;   // owned mapping, read-only; null when it is closed
-    const char *readPos;    // next byte for the scanner
-    const char *mapLast;    // last byte; the template is exhausted when readPos is beyond
-    ScanBuffer savedBuffer; // owned while a further template is read on top of this one
-    char *fileName;         // owned, the path as it was pushed
-    int32_t savedLine;      // line counter, likewise kept
-    char *rest;             // owned, undelivered part of a long text, else null
-    size_t restPos;         // next byte of it
-    size_t restLen;         // its length
+    int32_t fd;              // owned
+    const char *mapStart;    // owned mapping, read-only; null when it is closed
+    const char *readPos;     // next byte for the scanner
+    const char *mapLast;     // last byte; the template is exhausted when readPos is beyond
+    ScanBuffer *savedBuffer; // of the scanner, while a further template is read on top of this one
+    char *fileName;          // owned, the path as it was pushed
+    int32_t savedLine;       // line counter, likewise kept
+    char *rest;              // owned, undelivered part of a long text, else null
+    size_t restPos;          // next byte of it
+    size_t restLen;          // its length
 };
 
 // Bits of htmlContext; 0 is the text of an HTML page.

@@ -117,7 +117,8 @@ int32_t pushTemplate(const char *path)
         if (startsWithByteOrderMark(entry->mapStart, length))
             entry->readPos += 3;
         inpr->includes[parent].savedLine = scannedLine();
-        inpr->includes[parent].savedBuffer = scanner.buffer;
+        scanner.saved[parent] = scanner.buffer;
+        inpr->includes[parent].savedBuffer = &scanner.saved[parent];
         scanner.buffer = {};
     }
     switchBuffer(scanner.buffer, 1);
@@ -149,7 +150,8 @@ bool popTemplate()
     --inpr->includeIndex;
     IncludeEntry *parent = &inpr->includes[inpr->includeIndex];
     free(scanner.buffer.block);
-    switchBuffer(parent->savedBuffer, parent->savedLine);
+    switchBuffer(*parent->savedBuffer, parent->savedLine);
+    parent->savedBuffer = nullptr;
     scanner.ended = 0;
     return true;
 }

@@ -8,6 +8,7 @@
 #include <stddef.h>
 #include <stdint.h>
 
+#include "interface/bounds.h"
 #include "interface/orvinterpreter.h"
 
 enum class Condition : uint8_t {
@@ -32,7 +33,8 @@ struct ScanBuffer {
 };
 
 struct Scanner {
-    ScanBuffer buffer; // of the template on top
+    ScanBuffer buffer;                   // of the template on top
+    ScanBuffer saved[MAX_INCLUDE_DEPTH]; // of those beneath, by their index
     Condition condition;
     Condition *stack; // owned, conditions to go back to
     size_t depth;     // of them in use
