@@ -48,6 +48,7 @@ def with_browser(action):
             options = {"args": FLAGS + [f"--user-data-dir={profile}"]}
             session += "/" + send("", capabilities={"alwaysMatch": {
                 "goog:chromeOptions": options, "goog:loggingPrefs": {"browser": "ALL"}}})["sessionId"]
+            device("setFocusEmulationEnabled", enabled=True)  # as if its window had the focus
             action()
             send("", "DELETE")
         finally:
