@@ -1,6 +1,7 @@
 #!/bin/bash
 # tools/cross.sh - builds the library and its tests for foreign machines, with
-# Debian's cross compilers, and runs the tests under qemu-user.
+# Debian's cross compilers, and runs the tests under qemu-user; and builds it in the
+# ways that devices use.
 set -euo pipefail
 cd "$(dirname "$(realpath "$0")")/.."
 # shellcheck source=tools/setup.sh
@@ -9,8 +10,9 @@ cd "$(dirname "$(realpath "$0")")/.."
 usage() {
     cat <<'END'
 Usage: tools/cross.sh [MACHINE...]
-Machines: arm (32 bits, hardware floating point) and s390x (big-endian); both
-unless named. Builds in build/MACHINE.
+Machines: arm (32 bits, hardware floating point), aarch64, riscv64, s390x (big-endian);
+and of this one: static (an archive, optimized across the sources), musl (an archive
+for that C library). All unless named. Builds in build/MACHINE.
 END
 }
 
@@ -28,10 +30,18 @@ build_and_test() {
     ctest --test-dir "$build" --output-on-failure -j "$(nproc)"
 }
 
+# build_small MACHINE OPTION... - for a device, of which a test looks at the archive.
+build_small() {
+    cmake -S . -B "build/$1" -G "$generator" -DORV_WERROR=ON -DORV_TOOLS=OFF \
+        -DBUILD_SHARED_LIBS=OFF -DCMAKE_BUILD_TYPE=MinSizeRel "${@:2}"
+    cmake --build "build/$1"
+    ctest --test-dir "build/$1" --output-on-failure -j "$(nproc)"
+}
+
 machines=()
 for argument in "$@"; do
     case $argument in
-    arm | s390x) machines+=("$argument") ;;
+    arm | aarch64 | riscv64 | s390x | static | musl) machines+=("$argument") ;;
     --help)
         usage
         exit
@@ -44,8 +54,17 @@ for argument in "$@"; do
 done
 alone need cmake:cmake "$builder" bison:bison qemu-arm:qemu-user \
     arm-linux-gnueabihf-g++:g++-arm-linux-gnueabihf s390x-linux-gnu-g++:g++-s390x-linux-gnu \
-    :googletest
-[[ ${#machines[@]} -gt 0 ]] || machines=(arm s390x)
+    aarch64-linux-gnu-g++:g++-aarch64-linux-gnu riscv64-linux-gnu-g++:g++-riscv64-linux-gnu \
+    :googletest g++:g++ musl-gcc:musl-tools gtest/gtest.h:libgtest-dev
+[[ ${#machines[@]} -gt 0 ]] || machines=(arm aarch64 riscv64 s390x static musl)
 for machine in "${machines[@]}"; do
-    build_and_test "$machine"
+    case $machine in
+    static) build_small static -DCMAKE_INTERPROCEDURAL_OPTIMIZATION=ON ;;
+    musl)
+        # There is no GoogleTest for it: the test of the archive stands alone.
+        build_small musl --toolchain cmake/musl.cmake -DORV_TESTS=OFF
+        tests/archive.sh build/musl/liborvinterpreter.a . musl-gcc
+        ;;
+    *) build_and_test "$machine" ;;
+    esac
 done

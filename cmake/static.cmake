@@ -1,0 +1,27 @@
+# The static library: one object, in which only the names for web programs are left to
+# be linked with, so that no name of the library meets one of the program's own.
+orv_library(orvinterpreter_objects OBJECT)
+# Tables that several sources share are merged by name: unique, they could not be hidden.
+target_compile_options(orvinterpreter_objects PRIVATE $<$<CXX_COMPILER_ID:GNU>:-fno-gnu-unique>)
+set_target_properties(orvinterpreter_objects PROPERTIES POSITION_INDEPENDENT_CODE ON)
+target_include_directories(orvinterpreter_objects INTERFACE ${PROJECT_SOURCE_DIR}/interface)
+
+set(orv_object ${CMAKE_CURRENT_BINARY_DIR}/orvinterpreter.o)
+separate_arguments(orv_link_flags NATIVE_COMMAND
+    "${CMAKE_C_FLAGS} ${CMAKE_C_FLAGS_MINSIZEREL}")
+if(CMAKE_INTERPROCEDURAL_OPTIMIZATION)
+    # What is optimized across the sources is machine code afterwards, for any linker.
+    list(APPEND orv_link_flags -flto -flinker-output=nolto-rel -fPIC -fno-gnu-unique)
+endif()
+add_custom_command(OUTPUT ${orv_object}
+    COMMAND ${CMAKE_C_COMPILER} ${orv_link_flags} -r -nostdlib -o ${orv_object}
+            $<TARGET_OBJECTS:orvinterpreter_objects>
+    COMMAND ${CMAKE_OBJCOPY} --wildcard --keep-global-symbol=Orv_Interpreter_*
+            --keep-global-symbol=systemRoot ${orv_object}
+    DEPENDS orvinterpreter_objects $<TARGET_OBJECTS:orvinterpreter_objects>
+    COMMAND_EXPAND_LISTS VERBATIM)
+add_library(orvinterpreter STATIC ${orv_object})
+set_target_properties(orvinterpreter PROPERTIES LINKER_LANGUAGE C)
+target_include_directories(orvinterpreter
+    INTERFACE $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/interface>
+              $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
