@@ -171,16 +171,129 @@ TEST(TextDbTool, ComparesWithTemplates)
 {
     writeFile("t.po", utf8Header + entry("a", "x") + entry("a.b_c:d", "x") + entry("z", "x"));
     ASSERT_EQ(run("build -o t.db t.po"), "t.po: 3 of 3 texts\n=0");
-    writeFile("1.htm", "{?a?}\n<a title='{?a.b_c:d?}{?a-b?}{?{?no?}'>\n{??}{?z");
-    EXPECT_EQ(run("fields --unused t.db 1.htm"), "1.htm:2: no\n1.htm:3: \nt.db: unused: z\n=1");
+    writeFile("1.htm", "{?a?}\n<a title='{?a.b_c:d?}{?{?no?}'>\n{??}{?z");
+    writeFile("2.htm", "{?A.B_C:d?}{?a-b_c:d?}\n{?a?}{?z}{? z ?}{?x(y)?}<script>if({?1:2}) {?}\n}");
+    const std::string broken =
+        "2.htm:1: A.B_C:d (there is a.b_c:d)\n"
+        "2.htm:1: {?a-b_c:d?} is no text field: a field names only letters, digits, '.', '_' and "
+        "':' (there is a.b_c:d)\n"
+        "2.htm:2: {?z} is no text field: a field ends in \"?}\" (there is z)\n"
+        "2.htm:2: {? z ?} is no text field: a field has no blanks (there is z)\n"
+        "2.htm:2: {?x(y)?} is no text field: a field names only letters, digits, '.', '_' and "
+        "':'\n"
+        "2.htm:2: {?1:2} is no text field: a field ends in \"?}\"\n";
+    for (const std::string file : {"t.db", "t.po"})
+        EXPECT_EQ(run("fields --unused " + file + " 1.htm 2.htm"),
+                  "1.htm:2: no\n1.htm:3: \n" + broken + file + ": unused: z\n=1");
+    EXPECT_EQ(run("fields t.htm t.po"),
+              "orv-textdb: cannot read t.htm: No such file or directory\n=1");
+}
+
+TEST(TextDbTool, WarnsOfTextsThatBreakPages)
+{
+    const std::string argument = ":3: warning: id \"a\": ";
+    const std::string rows[][3] = {
+        {"x <? echo", "{?a?}", "has \"<?\", which begins a command of the template language"},
+        {"x {?b.c?}", "{?a?}",
+         "has the field {?b.c?}; a field in a text is not replaced, the page shows it as it is"},
+        {"say \\\"it\\\" for $1", "{?a?}", ""}, // page text holds what it likes
+        {"it's", "<?echo '{?a?}'?>", "ends the argument in the command in t.htm, line 1"},
+        {"it's", "\n<?echo \"{?a?}\"?>", ""},
+        {"$1 or $$", "<?echo `{?a?}`?>", "starts a reference in the command in t.htm, line 1"},
+        {"5 $$", "<?if eq $var:x \"{?a?}\" a b?>", ""},
+        {"two words", "<?echo {?a?}?>", "ends the argument in the command in t.htm, line 1"},
+        {"a]b", "<?echo $var:x[{?a?}]?>", "ends the argument in the command in t.htm, line 1"},
+        {"why?>", "<?query 'x' '<p>{?a?}</p>'?>",
+         "ends the argument in the command in t.htm, line 1"},
+        {"<b>50 %</b> & more", "<?echo '<?echo \"x{?a?}y\"?>'?>", ""},
+    };
+    for (const auto &[text, page, warning] : rows) {
+        writeFile("t.po", utf8Header + entry("a", text));
+        writeFile("t.htm", page);
+        EXPECT_EQ(run("build -o t.db t.po --templates t.htm"),
+                  (warning.empty() ? "" : "t.po" + argument + warning + "\n") +
+                      "t.po: 1 of 1 texts\n=0")
+            << text << " in " << page;
+    }
+}
+
+/* Three rounds of changes of the source, with gettext's own tools in between. */
+TEST(TextDbTool, FollowsTheSource)
+{
+    const std::string en = "# orv-check: used e.*: a program.\n" + utf8Header;
+    writeFile("1.htm", "<p title=\"{?a?}\">{?b?}\n<script>x = '{?b?}'</script>"
+                       "<?if eq {?c?} x {?d?}?>\n{?c?}");
+    writeFile("en.po", en + "# Short.\n" + entry("a", "Save") + entry("b", "Two\\nlines") +
+                           entry("c", "en") + "# orv-textdb: empty\n" + entry("d", "") +
+                           entry("e.1", "E") + entry("f", "F"));
+    EXPECT_EQ(run("pot en.po 1.htm >en.pot; msgfmt -o /dev/null en.pot; sed 1,/^$/d en.pot"),
+              "orv-textdb: en.po:16: unused: f\n"
+              "# orv-textdb: source \"Save\"\n#. Save\n#. Short.\n"
+              "#. Stands in an attribute: no tags, and not the quote around it.\n"
+              "#: 1.htm:1\nmsgid \"a\"\nmsgstr \"\"\n\n"
+              "# orv-textdb: source \"Two\\nlines\"\n#. Two\n#. lines\n"
+              "#. Stands in a script: not the quote around it, no line end.\n"
+              "#: 1.htm:1 1.htm:2\nmsgid \"b\"\nmsgstr \"\"\n\n"
+              "# orv-textdb: source \"en\"\n#. en\n"
+              "#. Stands in a comparison: templates compare it with other texts.\n"
+              "#: 1.htm:2 1.htm:3\nmsgid \"c\"\nmsgstr \"\"\n\n"
+              "# orv-textdb: source\n#: 1.htm:2\nmsgid \"d\"\nmsgstr \"\"\n\n"
+              "# orv-textdb: source \"E\"\n#. E\nmsgid \"e.1\"\nmsgstr \"\"\n=0");
+
+    ASSERT_EQ(runCommand("msginit --no-translator -i en.pot -l it -o it.po &&"
+                         "sed -i '/^msgid \"a\"/{n;s/\"\"/\"Salva\"/};"
+                         "/^msgid \"b\"/{i # Mine.\nn;s/\"\"/\"Due\"/};"
+                         "/^msgid \"c\"/{n;s/\"\"/\"it\"/};"
+                         "/^msgid \"d\"/i # orv-textdb: empty' it.po"),
+              0)
+        << readFile("err");
+    EXPECT_EQ(run("update en.po it.po en.po"), "it.po: 6 texts, 1 new, 0 changed, 0 gone\n=0");
+    EXPECT_EQ(run("status it.po en.po"),
+              "file   language  translated  fuzzy  missing     of  longest texts\n"
+              "it.po  it                 4      0        2      6  a 5, b 3, c 2\n"
+              "en.po                     6      0        0      6  b 9, a 4, c 2\n=0");
+    EXPECT_TRUE(run("build -o it.db it.po && " ORV_TEXTDB " dump it.db")
+                    .ends_with("\n\n# orv-textdb: empty\n" + entry("d", "") + "=0"));
+
+    // a changes and c goes; the file passes through gettext's tools in between.
+    const auto update = [&](const std::string &entries) {
+        writeFile("en.po", en + entries);
+        EXPECT_EQ(runCommand(ORV_TEXTDB
+                             " pot en.po 1.htm >en.pot; msgcat it.po -o it.po && "
+                             "msgmerge -q -U --backup=off it.po en.pot && msgattrib it.po -o it.po"
+                             " && " ORV_TEXTDB " update en.po it.po && msgfmt -c it.po"),
+                  0)
+            << readFile("err");
+        const std::string po = readFile("it.po");
+        EXPECT_NE(po.find("# Mine.\n"), std::string::npos) << po;
+        return po;
+    };
+    std::string po = update("# Short.\n" + entry("a", "Store") + entry("b", "Two\\nlines"));
+    EXPECT_NE(po.find("#. Store\n#. Short.\n#. Stands in an attribute"), std::string::npos) << po;
+    EXPECT_NE(po.find("#, fuzzy\n#| msgid \"Save\"\nmsgid \"a\"\nmsgstr \"Salva\"\n"),
+              std::string::npos)
+        << po;
+    EXPECT_NE(po.find("#~ msgid \"c\"\n#~ msgstr \"it\"\n"), std::string::npos) << po;
+    // It changes once more, and c is there again with another text.
+    po = update(entry("a", "Keep") + entry("b", "Two\\nlines") + entry("c", "english"));
+    EXPECT_NE(po.find("#| msgid \"Save\"\nmsgid \"a\""), std::string::npos) << po;
+    EXPECT_NE(po.find("#| msgid \"en\"\nmsgid \"c\"\nmsgstr \"it\"\n"), std::string::npos) << po;
+    // The translator has looked at all of them: nothing is left to do.
+    ASSERT_EQ(runCommand("msgattrib --clear-fuzzy --clear-previous it.po -o it.po"), 0);
+    po = update(entry("a", "Keep") + entry("b", "Two\\nlines") + entry("c", "english"));
+    EXPECT_EQ(po.find("fuzzy"), std::string::npos) << po;
+    EXPECT_NE(
+        run("status --json it.po")
+            .find("\"translated\": 3,\n    \"fuzzy\": 0,\n    \"missing\": 0,\n    \"of\": 3"),
+        std::string::npos);
 }
 
 TEST(TextDbTool, SaysWhyItDoesNothing)
 {
     const std::string see = "; 'orv-textdb --help' shows the commands\n=2";
     const std::string get = "; usage: orv-textdb get FILE.db ID\n=2";
-    const std::string build =
-        "; usage: orv-textdb build -o FILE.db [--fuzzy] [--empty] INPUT.po\n=2";
+    const std::string build = "; usage: orv-textdb build -o FILE.db [--fuzzy] [--empty] INPUT.po "
+                              "[--templates TEMPLATE...]\n=2";
     const std::string missing = "cannot read none: No such file or directory\n";
     const std::string rows[][2] = {
         {"", "no command is given" + see},
@@ -189,6 +302,7 @@ TEST(TextDbTool, SaysWhyItDoesNothing)
         {"build t.po -o", "option '-o' needs a value" + see},
         {"get t.db", "an argument is missing" + get},
         {"get t.db a b", "an argument is too much" + get},
+        {"build -o t.db t.po 2.htm", "an argument is too much" + build},
         {"get --fuzzy t.db a", "'get' takes no --fuzzy" + get},
         {"get none a", missing + "=1"},
         {"dump none", missing + "=1"},
@@ -212,7 +326,7 @@ TEST(TextDbTool, SaysWhyItDoesNothing)
     for (const auto &[arguments, printed] : rows)
         EXPECT_EQ(run(arguments), "orv-textdb: " + printed) << arguments;
     EXPECT_TRUE(run("--version").starts_with("orv-textdb "));
-    EXPECT_TRUE(run("--help").starts_with("orv-textdb makes text databases "));
+    EXPECT_TRUE(run("--help").starts_with("Usage: orv-textdb COMMAND "));
 }
 
 TEST(TextDbFile, KeepsTheLimitsOfTheFormat)

@@ -363,23 +363,26 @@ bool findNote(po_message_t message, std::string_view word, std::string *text)
     return false;
 }
 
-void setNote(po_message_t message, std::string_view word, std::string_view text)
+void setNote(po_message_t message, std::string_view word, const std::string *text)
 {
+    const bool hasText = text && !text->empty();
     const std::string line =
-        std::string(NOTE_START) + std::string(word) + (text.empty() ? "" : " " + quotePo(text));
+        std::string(NOTE_START) + std::string(word) + (hasText ? " " + quotePo(*text) : "") + "\n";
     std::string_view comments = po_message_comments(message);
     std::string result;
     std::string_view found;
-    bool placed = false;
+    bool placed = !text;
     while (!comments.empty()) {
         const std::string_view old = takeLine(&comments);
-        const bool replaces = isNote(old, word, &found);
-        if (!replaces || !placed)
-            result.append(replaces ? line : old).push_back('\n');
-        placed = placed || replaces;
+        if (!isNote(old, word, &found)) {
+            result.append(old).push_back('\n');
+        } else if (!placed) {
+            result += line;
+            placed = true;
+        }
     }
     if (!placed)
-        result += line + "\n";
+        result += line;
     po_message_set_comments(message, result.c_str());
 }
 

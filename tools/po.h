@@ -52,12 +52,13 @@ void freePo(PoFile *po);
  * untouched, and know no flags but their own. */
 static constexpr char NOTE_EMPTY[] = "empty";   // the text is meant to be empty
 static constexpr char NOTE_SOURCE[] = "source"; // the source text that the file shows
+static constexpr char NOTE_FORMER[] = "former"; // of a fuzzy entry, the one it was made for
 
 /* Returns whether an entry has a note. text: out, what follows it; may be null. */
 bool findNote(po_message_t message, std::string_view word, std::string *text);
 
-/* Gives an entry a note, in the place of one with that word. */
-void setNote(po_message_t message, std::string_view word, std::string_view text);
+/* Gives an entry a note, in the place of one with that word. text: null to remove it. */
+void setNote(po_message_t message, std::string_view word, const std::string *text);
 
 /* Returns the lines of a translator's comment without the notes. */
 std::string commentWithoutNotes(po_message_t message);

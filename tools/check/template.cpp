@@ -26,6 +26,7 @@
 
 Interpreter *inpr;
 Scanner scanner;
+RecordBlock *freeRecords;
 
 namespace
 {
@@ -78,10 +79,8 @@ void readInput(char *, int32_t *count, int32_t)
 
 static uint32_t position()
 {
-    const ScanBuffer *buffer = scanner.buffer;
-    if (!buffer || !buffer->bytes)
-        return 0;
-    return static_cast<uint32_t>(buffer->bytes + buffer->pos - reading->tpl->marked.data());
+    const char *at = scanner.buffer.pos;
+    return at ? static_cast<uint32_t>(at - reading->tpl->marked.data()) : 0;
 }
 
 // ---- output and log ----
@@ -108,7 +107,7 @@ const char *currentTemplate()
 
 int32_t currentLine()
 {
-    return scanner.line;
+    return scannedLine();
 }
 
 // The most arguments that a command takes, the index of an element included.
@@ -301,7 +300,7 @@ static void beginCommand(int token, uint32_t from, size_t depth)
     const auto index = static_cast<int32_t>(tpl.begun.size());
     const int32_t parent = reading->open.empty() ? -1 : reading->open.back().begun;
     const Span words = {find("<?", from), position()};
-    tpl.begun.push_back({token, scanner.line, words, 0, parent, Fate::LOST, 0, false, {}});
+    tpl.begun.push_back({token, scannedLine(), words, 0, parent, Fate::LOST, 0, false, {}});
     if (token != F_UNDEF) {
         tpl.begun.back().argumentAts.push_back(words.end);
         reading->open.push_back({depth, index});

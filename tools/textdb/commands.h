@@ -14,8 +14,20 @@
 enum { STATUS_OK = 0, STATUS_FAULT = 1, STATUS_USAGE = 2 };
 
 /* The rows of the options, as the table in orv-textdb.cpp has them. */
-enum OptionNumber : size_t { OPT_OUTPUT, OPT_FUZZY, OPT_EMPTY, OPT_UNUSED, OPT_HELP, OPT_VERSION };
+enum OptionNumber : size_t {
+    OPT_OUTPUT,
+    OPT_FUZZY,
+    OPT_EMPTY,
+    OPT_TEMPLATES,
+    OPT_UNUSED,
+    OPT_JSON,
+    OPT_HELP,
+    OPT_VERSION
+};
 
+int runPot(const CommandLine &line);
+int runUpdate(const CommandLine &line);
+int runStatus(const CommandLine &line);
 int runBuild(const CommandLine &line);
 int runDump(const CommandLine &line);
 int runGet(const CommandLine &line);

@@ -1,92 +1,91 @@
-/* tools/textdb/fields.cpp - the command fields: a database compared with the text
- * fields of templates. */
+/* tools/textdb/fields.cpp - the command fields: the texts of a language compared with
+ * the text fields of templates. */
 #include "commands.h"
 
-#include <algorithm>
 #include <cstdio>
+#include <cstring>
+#include <map>
 #include <string>
+#include <unordered_map>
 
 #include "../fieldid.h"
 #include "../files.h"
+#include "../po.h"
 #include "../textdb_file.h"
+#include "textfields.h"
 
-/* The ids of a database, ascending, and which of them templates use. */
-struct Usage {
-    std::vector<std::string> ids;
-    std::vector<bool> used;
-    bool missing; // a template uses an id that is not there
+/* The ids that a language has. */
+struct Ids {
+    std::map<std::string, bool, std::less<>> used;       // by id, whether a template uses it
+    std::unordered_map<std::string, std::string> likely; // an id by its loose form
 };
 
-/* Finds the next text field, "{?", an id, "?}", at *pos or later, and moves *pos
- * behind it. A "{?" that no whole field follows is page text.
- * start: out, where the field begins. Returns false when there is none. */
-static bool nextField(std::string_view page, size_t *pos, size_t *start, std::string_view *id)
+static void addId(Ids *ids, std::string_view id)
 {
-    while ((*start = page.find("{?", *pos)) != std::string_view::npos) {
-        const size_t first = *start + 2;
-        const size_t end = std::min(page.find_first_not_of(ID_CHARACTERS, first), page.size());
-        *id = page.substr(first, end - first).substr(0, MAX_ID_LENGTH);
-        *pos = first;
-        if (page.substr(end, 2) == "?}") {
-            *pos = end + 2;
-            return true;
-        }
-    }
-    return false;
+    ids->used.emplace(id, false);
+    ids->likely.emplace(looseId(id), id);
 }
 
-/* Prints the fields of a template that the database lacks, and marks the others
- * as used. */
-static bool checkTemplate(const char *path, Usage *usage)
+/* Reads the ids of a PO file or a database. Returns false after a complaint. */
+static bool readIds(const char *path, Ids *ids)
 {
-    std::string page;
-    if (!readFile(path, &page))
-        return false;
-    size_t line = 1;
-    size_t counted = 0; // bytes whose lines are in line
-    size_t pos = 0;
-    size_t start;
-    std::string_view id;
-    while (nextField(page, &pos, &start, &id)) {
-        for (; counted < start; counted++)
-            line += page[counted] == '\n' ? 1 : 0;
-        const auto place = std::lower_bound(usage->ids.begin(), usage->ids.end(), id);
-        if (place != usage->ids.end() && *place == id) {
-            usage->used[static_cast<size_t>(place - usage->ids.begin())] = true;
-        } else {
-            usage->missing = true;
-            printf("%s:%zu: %.*s\n", path, line, static_cast<int>(id.size()), id.data());
-        }
+    if (isPoName(path)) {
+        PoFile po = readPo(path);
+        for (const PoEntry &entry : po.entries)
+            if (entry.isTranslated())
+                addId(ids, entry.id);
+        const bool isGood = po.errors == 0;
+        freePo(&po);
+        return isGood;
     }
+    std::string file;
+    if (!readDatabase(path, &file))
+        return false;
+    walkTextDb(file, [&](std::string_view id, std::string_view /*text*/) { addId(ids, id); });
     return true;
 }
 
-static void printUnused(const char *path, std::string_view id)
+/* Returns words about the id that was probably meant, none when there is no such. */
+static std::string suggest(const Ids &ids, std::string_view wrong)
 {
-    printf("%s: unused: %.*s\n", path, static_cast<int>(id.size()), id.data());
+    const auto found = ids.likely.find(looseId(wrong));
+    return found == ids.likely.end() ? "" : " (there is " + found->second + ")";
+}
+
+/* Prints the fields of a template that are broken or that the language lacks, and
+ * marks the others as used. Returns whether there was nothing to print. */
+static bool checkTemplate(const TemplateFields &page, Ids *ids)
+{
+    bool isGood = true;
+    for (const FieldUse &use : page.uses) {
+        const auto found = ids->used.find(use.id);
+        if (found != ids->used.end()) {
+            found->second = true;
+            continue;
+        }
+        isGood = false;
+        printf("%s:%u: %s%s\n", page.path.c_str(), use.line, use.id.c_str(),
+               suggest(*ids, use.id).c_str());
+    }
+    for (const BrokenField &field : page.broken)
+        printf("%s:%u: %s is no text field: %s%s\n", page.path.c_str(), field.line,
+               field.text.c_str(), field.why, suggest(*ids, field.text).c_str());
+    return isGood && page.broken.empty();
 }
 
 int runFields(const CommandLine &line)
 {
     const char *path = line.words[0];
-    std::string file;
-    if (!readDatabase(path, &file))
+    Ids ids;
+    std::vector<TemplateFields> templates;
+    if (!readIds(path, &ids))
         return STATUS_FAULT;
-    Usage usage = {{}, {}, false};
-    walkTextDb(file, [&](std::string_view id, std::string_view /*text*/) {
-        if (id.size() <= MAX_ID_LENGTH)
-            usage.ids.emplace_back(id);
-        else if (line.has(OPT_UNUSED)) // no field can name it
-            printUnused(path, id);
-    });
-    usage.used.assign(usage.ids.size(), false);
-    bool readable = true;
-    for (size_t i = 1; i < line.words.size(); ++i)
-        readable = checkTemplate(line.words[i], &usage) && readable;
-    if (!readable) // what the unread ones use is not known
-        return STATUS_FAULT;
-    for (size_t i = 0; line.has(OPT_UNUSED) && i < usage.ids.size(); ++i)
-        if (!usage.used[i])
-            printUnused(path, usage.ids[i]);
-    return usage.missing ? STATUS_FAULT : STATUS_OK;
+    const bool readable = readTemplates({line.words.begin() + 1, line.words.end()}, &templates);
+    bool isGood = readable;
+    for (const TemplateFields &page : templates)
+        isGood = checkTemplate(page, &ids) && isGood;
+    for (const auto &[id, used] : ids.used)
+        if (line.has(OPT_UNUSED) && readable && !used) // what the unread ones use is not known
+            printf("%s: unused: %s\n", path, id.c_str());
+    return isGood ? STATUS_OK : STATUS_FAULT;
 }

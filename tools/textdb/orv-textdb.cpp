@@ -16,8 +16,8 @@ const char programName[] = "orv-textdb";
 
 /* In the order of OptionNumber. */
 static constexpr OptionRow options[] = {
-    {"output", 'o', true}, {"fuzzy", 0, false}, {"empty", 0, false},
-    {"unused", 0, false},  {"help", 0, false},  {"version", 0, false},
+    {"output", 'o', true}, {"fuzzy", 0, false}, {"empty", 0, false}, {"templates", 0, false},
+    {"unused", 0, false},  {"json", 0, false},  {"help", 0, false},  {"version", 0, false},
 };
 
 /* A command of the tool. */
@@ -37,30 +37,44 @@ static constexpr unsigned bit(OptionNumber number)
 }
 
 static constexpr Command commands[] = {
-    {"build", "-o FILE.db [--fuzzy] [--empty] INPUT.po", 1, 1,
-     bit(OPT_OUTPUT) | bit(OPT_FUZZY) | bit(OPT_EMPTY), true, runBuild},
+    {"pot", "SOURCE.po TEMPLATE...", 2, SIZE_MAX, 0, false, runPot},
+    {"update", "SOURCE.po TARGET.po...", 2, SIZE_MAX, 0, false, runUpdate},
+    {"status", "[--json] FILE...", 1, SIZE_MAX, bit(OPT_JSON), false, runStatus},
+    {"build", "-o FILE.db [--fuzzy] [--empty] INPUT.po [--templates TEMPLATE...]", 1, SIZE_MAX,
+     bit(OPT_OUTPUT) | bit(OPT_FUZZY) | bit(OPT_EMPTY) | bit(OPT_TEMPLATES), true, runBuild},
     {"dump", "FILE.db", 1, 1, 0, false, runDump},
     {"get", "FILE.db ID", 2, 2, 0, false, runGet},
     {"check", "FILE.db", 1, 1, 0, false, runCheck},
-    {"fields", "[--unused] FILE.db TEMPLATE...", 2, SIZE_MAX, bit(OPT_UNUSED), false, runFields},
+    {"fields", "[--unused] FILE TEMPLATE...", 2, SIZE_MAX, bit(OPT_UNUSED), false, runFields},
 };
 
 static constexpr char helpText[] =
-    "orv-textdb makes text databases from gettext PO files and looks into them.\n"
+    "Usage: orv-textdb COMMAND [OPTION]... FILE...\n"
+    "Brings texts from gettext PO files into text databases, and helps translators.\n"
     "\n"
-    "  orv-textdb build -o FILE.db [--fuzzy] INPUT.po  make a database; --fuzzy takes\n"
-    "                                                  fuzzy entries too; --empty makes\n"
-    "                                                  a database without any text too\n"
-    "  orv-textdb dump FILE.db                         print it as a PO file\n"
-    "  orv-textdb get FILE.db ID                       print one text\n"
-    "  orv-textdb check FILE.db                        look for damage\n"
-    "  orv-textdb fields [--unused] FILE.db TEMPLATE...\n"
-    "                                                  print the ids that templates use\n"
-    "                                                  and the database lacks; --unused:\n"
-    "                                                  also those that none of them uses\n"
-    "  orv-textdb --help | --version\n"
+    "  pot SOURCE.po TEMPLATE...     print what a new language begins with: each id that\n"
+    "                                the templates use, with its source text and places\n"
+    "  update SOURCE.po TARGET.po... bring languages in line with the source: new ids are\n"
+    "                                added, gone ones are obsolete, and what was made\n"
+    "                                for another source text is fuzzy\n"
+    "  status [--json] FILE...       how far languages are, PO files or databases\n"
+    "  build -o FILE.db INPUT.po     make a database, and warn of texts that break pages\n"
+    "  dump FILE.db                  print a database as a PO file\n"
+    "  get FILE.db ID                print one text\n"
+    "  check FILE.db                 look for damage\n"
+    "  fields FILE TEMPLATE...       print the fields of templates that are broken, or\n"
+    "                                that a PO file or a database has no text for\n"
     "\n"
-    "Exit status: 0 all is well, 1 something is wrong with a file, an id or a field,\n"
+    "Options:\n"
+    "  -o, --output FILE.db     build: where the database goes\n"
+    "  --fuzzy                  build: take fuzzy texts, too\n"
+    "  --empty                  build: make a database without any text, too\n"
+    "  --templates TEMPLATE...  build: warn of texts that break commands of these\n"
+    "  --unused                 fields: print the ids that no template uses, too\n"
+    "  --json                   status: print JSON\n"
+    "  --help, --version        print this text, or the version\n"
+    "\n"
+    "Exit status: 0 all is well; 1 something is wrong with a file, an id or a field;\n"
     "2 something is wrong with the command line.\n";
 
 /* Prints why the command line is refused. command: null when none was understood. */
@@ -94,9 +108,11 @@ static int runCommand(CommandLine *line)
         return refuseUsage(command, "an argument is missing");
     if (line->words.size() > command->most)
         return refuseUsage(command, "an argument is too much");
+    if (command->run == runBuild && line->words.size() > 1 && !line->has(OPT_TEMPLATES))
+        return refuseUsage(command, "an argument is too much");
     if (command->needsOutput && !line->has(OPT_OUTPUT))
         return refuseUsage(command, "the option -o is missing");
-    for (size_t row = 0; row < std::size(options); row++)
+    for (size_t row = 0; row < std::size(options); ++row)
         if (line->has(row) && !(command->options >> row & 1))
             return refuseUsage(command,
                                std::string("'") + name + "' takes no --" + options[row].name);

@@ -1,0 +1,44 @@
+#!/bin/bash
+# tests/translating.sh DOCUMENT SITE TOOLS - walks the road that the document shows
+# translators: its commands run as they stand there, in a copy of the demo site, and what
+# it translates in an entry is put into the file of the language.
+set -euo pipefail
+document=$(realpath "$1")
+site=$(realpath "$2")
+PATH=$(realpath "$3"):$PATH
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+cp "$site"/*.htm "$site"/*.frm "$site"/*.svg "$work"
+mkdir "$work/texts"
+cp "$site/texts/en.po" "$work/texts"
+cd "$work"
+
+# Blocks of commands, and of entries, in the document's order.
+kind=
+number=0
+while IFS= read -r line; do
+    case $line in
+    '```sh' | '```po')
+        kind=${line#'```'}
+        block=
+        ;;
+    '```')
+        if [[ $kind == sh ]]; then
+            bash -e -c "$block" >>out 2>>err || { cat err && exit 1; }
+            number=$((number + 1))
+        elif [[ $kind == po && $number -eq 1 ]]; then # the entry that is translated
+            id=$(sed -n 's/^msgid "\(.*\)"$/\1/p' <<<"$block")
+            text=$(sed -n 's/^msgstr "\(.*\)"$/\1/p' <<<"$block")
+            sed -i "/^msgid \"$id\"$/{n;s/\"\"/\"$text\"/}" texts/it.po
+        fi
+        kind=
+        ;;
+    *) block+=${line}$'\n' ;;
+    esac
+    # The source changes where the road comes to that.
+    [[ $line != '### 5.'* ]] || sed -i 's/Skip to content/Skip to the main part/' texts/en.po
+done <"$document"
+[[ $number -eq 6 ]]
+grep -q 'Vai al contenuto' overview.html
+grep -q '^texts/it.po  it  *1  *0 ' out
+grep -q '^#| msgid "Skip to content"' out

@@ -1,0 +1,160 @@
+/* tools/textdb/pot.cpp - the command pot: what translators of a new language begin
+ * with, made from the source language and the templates. */
+#include "commands.h"
+
+#include <cstdio>
+#include <ctime>
+#include <map>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "../files.h"
+#include "../po.h"
+#include "source.h"
+#include "textfields.h"
+
+/* All that is known of the uses of an id. */
+struct IdUses {
+    std::vector<std::pair<const char *, uint32_t>> places;
+    uint8_t stands;
+};
+
+using Uses = std::map<std::string, IdUses, std::less<>>;
+
+static Uses collectUses(const std::vector<TemplateFields> &templates)
+{
+    Uses uses;
+    for (const TemplateFields &page : templates)
+        for (const FieldUse &use : page.uses) {
+            IdUses &all = uses[use.id];
+            all.stands |= use.stands;
+            all.places.push_back({page.path.c_str(), use.line});
+        }
+    return uses;
+}
+
+/* Ids that a comment says are used, "orv-check: used ID ID: reason", by a program for
+ * example; "*" at the end of one stands for any rest. */
+static bool isUsedElsewhere(const std::set<std::string> &used, std::string_view id)
+{
+    for (const std::string &pattern : used) {
+        const bool isBegin = pattern.ends_with('*');
+        if (isBegin ? id.starts_with(std::string_view(pattern).substr(0, pattern.size() - 1))
+                    : id == pattern)
+            return true;
+    }
+    return false;
+}
+
+static std::set<std::string> usedElsewhere(const PoFile &source)
+{
+    static constexpr std::string_view KEY = "orv-check: used ";
+    std::set<std::string> used;
+    po_message_iterator_t iterator = po_message_iterator(source.file, nullptr);
+    while (po_message_t message = po_next_message(iterator)) {
+        const std::string_view comments = po_message_comments(message);
+        for (size_t at = comments.find(KEY); at != std::string_view::npos;
+             at = comments.find(KEY, at + 1)) {
+            std::string_view ids = comments.substr(at + KEY.size());
+            ids = ids.substr(0, ids.find('\n'));
+            while (!ids.empty()) {
+                std::string_view id = ids.substr(0, ids.find(' '));
+                ids.remove_prefix(std::min(id.size() + 1, ids.size()));
+                const bool isLast = id.ends_with(':');
+                used.emplace(id.substr(0, id.size() - (isLast ? 1 : 0)));
+                if (isLast)
+                    break;
+            }
+        }
+    }
+    po_message_iterator_free(iterator);
+    return used;
+}
+
+static po_message_t newHeader(const PoFile &source)
+{
+    char date[64];
+    const time_t now = time(nullptr);
+    strftime(date, sizeof date, "%Y-%m-%d %H:%M%z", localtime(&now));
+    const std::string project = headerField(source, "Project-Id-Version");
+    const std::string fields = "Project-Id-Version: " + (project.empty() ? "1" : project) +
+                               "\nPOT-Creation-Date: " + date +
+                               "\nPO-Revision-Date: YEAR-MO-DA HO:MI+ZONE\n"
+                               "Last-Translator: FULL NAME <EMAIL@ADDRESS>\n"
+                               "Language-Team: LANGUAGE <LL@li.org>\nLanguage: \n"
+                               "MIME-Version: 1.0\nContent-Type: text/plain; charset=UTF-8\n"
+                               "Content-Transfer-Encoding: 8bit\n";
+    po_message_t header = po_message_create();
+    po_message_set_msgid(header, "");
+    po_message_set_msgstr(header, fields.c_str());
+    return header;
+}
+
+static po_message_t newEntry(const PoEntry &source, const IdUses &uses)
+{
+    po_message_t entry = po_message_create();
+    po_message_set_msgid(entry, source.id.data());
+    po_message_set_msgstr(entry, "");
+    showSource(entry, source, uses.stands);
+    for (const auto &[path, line] : uses.places)
+        po_message_add_filepos(entry, path, line);
+    return entry;
+}
+
+/* Prints the template. Returns false after a complaint. */
+static bool printTemplate(const PoFile &source, const Uses &uses)
+{
+    const std::set<std::string> elsewhere = usedElsewhere(source);
+    PoFile made = {"the template", po_file_create(), 0, {}};
+    po_message_iterator_t iterator = po_message_iterator(made.file, nullptr);
+    po_message_insert(iterator, newHeader(source));
+    for (const PoEntry &entry : source.entries) {
+        const auto found = uses.find(entry.id);
+        if (!entry.isTranslated())
+            continue;
+        if (found != uses.end() || isUsedElsewhere(elsewhere, entry.id))
+            po_message_insert(iterator,
+                              newEntry(entry, found == uses.end() ? IdUses() : found->second));
+        else
+            complain(0, "%s:%zu: unused: %s", source.path.c_str(), entry.line, entry.id.data());
+    }
+    po_message_iterator_free(iterator);
+    const std::string bytes = printPo(made);
+    freePo(&made);
+    fwrite(bytes.data(), 1, bytes.size(), stdout);
+    return !bytes.empty();
+}
+
+/* Tells of the ids that the source language has no text for. Returns whether there
+ * are none. */
+static bool checkMissing(const PoFile &source, const Uses &uses)
+{
+    std::set<std::string_view> ids;
+    bool isGood = true;
+    for (const PoEntry &entry : source.entries)
+        if (entry.isTranslated())
+            ids.insert(entry.id);
+    for (const auto &[id, all] : uses)
+        if (!ids.contains(id)) {
+            isGood = false;
+            complain(0, "%s:%u: %s has no text for %s", all.places[0].first, all.places[0].second,
+                     source.path.c_str(), id.c_str());
+        }
+    return isGood;
+}
+
+int runPot(const CommandLine &line)
+{
+    std::vector<TemplateFields> templates;
+    PoFile source = readPo(line.words[0]);
+    int status = STATUS_FAULT;
+    if (readTemplates({line.words.begin() + 1, line.words.end()}, &templates) &&
+        source.errors == 0) {
+        const Uses uses = collectUses(templates);
+        const bool isComplete = checkMissing(source, uses);
+        status = printTemplate(source, uses) && isComplete ? STATUS_OK : STATUS_FAULT;
+    }
+    freePo(&source);
+    return status;
+}

@@ -1,0 +1,21 @@
+/* tools/textdb/source.h - the entries that translators see: ids of the language that
+ * the site is written in, each with its source text, comments and places. */
+#ifndef TOOLS_TEXTDB_SOURCE_H
+#define TOOLS_TEXTDB_SOURCE_H
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "../po.h"
+
+/* Returns the source text that an entry of a source file stands for: its text in a PO
+ * file of that language, or the note in a template that pot has made. */
+std::string sourceText(const PoEntry &entry);
+
+/* Gives an entry what translators see of its source: the text and the comments of the
+ * source's author. What tells where it stands remains.
+ * stands: STANDS_IN_ bits to tell of besides. */
+void showSource(po_message_t target, const PoEntry &source, uint8_t stands);
+
+#endif

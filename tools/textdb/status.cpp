@@ -1,0 +1,149 @@
+/* tools/textdb/status.cpp - the command status: how far each language is. */
+#include "commands.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <set>
+#include <string>
+#include <vector>
+
+#include <nlohmann/json.hpp>
+
+#include "../files.h"
+#include "../po.h"
+#include "../textdb_file.h"
+
+/* So many of the longest texts are named. */
+static constexpr size_t LONGEST = 3;
+
+struct LongText {
+    size_t characters;
+    std::string id;
+};
+
+struct LanguageStatus {
+    const char *path;
+    std::string code;
+    size_t translated, fuzzy;
+    std::set<std::string> ids;
+    std::vector<LongText> texts; // all, then the longest, in descending order
+};
+
+static size_t countCharacters(std::string_view text)
+{
+    return static_cast<size_t>(std::count_if(text.begin(), text.end(), [](char c) {
+        return (static_cast<unsigned char>(c) & 0xc0) != 0x80;
+    }));
+}
+
+static bool readPoStatus(LanguageStatus *language)
+{
+    PoFile po = readPo(language->path);
+    for (const PoEntry &entry : po.entries) {
+        language->ids.emplace(entry.id);
+        if (!entry.isTranslated())
+            continue;
+        (entry.fuzzy ? language->fuzzy : language->translated)++;
+        language->texts.push_back({countCharacters(entry.text), std::string(entry.id)});
+    }
+    if (po.file)
+        language->code = headerField(po, "Language");
+    const bool isGood = po.errors == 0;
+    freePo(&po);
+    return isGood;
+}
+
+/* A database has no name of its language but the two letters in its own. */
+static bool readDatabaseStatus(LanguageStatus *language)
+{
+    std::string file;
+    if (!readDatabase(language->path, &file))
+        return false;
+    walkTextDb(file, [&](std::string_view id, std::string_view text) {
+        language->ids.emplace(id);
+        language->translated++;
+        language->texts.push_back({countCharacters(text), std::string(id)});
+    });
+    const std::string name = language->path;
+    const size_t mark = name.rfind('_');
+    if (mark != std::string::npos && name.ends_with(".db"))
+        language->code = name.substr(mark + 1, name.size() - mark - 4);
+    return true;
+}
+
+static void keepLongest(std::vector<LongText> *texts)
+{
+    const auto isLonger = [](const LongText &a, const LongText &b) {
+        return a.characters != b.characters ? a.characters > b.characters : a.id < b.id;
+    };
+    const auto middle = texts->begin() + static_cast<ptrdiff_t>(std::min(LONGEST, texts->size()));
+    std::partial_sort(texts->begin(), middle, texts->end(), isLonger);
+    texts->erase(middle, texts->end());
+}
+
+static size_t missingOf(const LanguageStatus &language, size_t all)
+{
+    return all - language.translated - language.fuzzy;
+}
+
+static void printTable(const std::vector<LanguageStatus> &languages, size_t all)
+{
+    size_t width = strlen("file");
+    for (const LanguageStatus &language : languages)
+        width = std::max(width, strlen(language.path));
+    printf("%-*s  language  translated  fuzzy  missing     of  longest texts\n",
+           static_cast<int>(width), "file");
+    for (const LanguageStatus &language : languages) {
+        printf("%-*s  %-8s  %10zu  %5zu  %7zu  %5zu", static_cast<int>(width), language.path,
+               language.code.c_str(), language.translated, language.fuzzy, missingOf(language, all),
+               all);
+        const char *between = "  ";
+        for (const LongText &text : language.texts) {
+            printf("%s%s %zu", between, text.id.c_str(), text.characters);
+            between = ", ";
+        }
+        putchar('\n');
+    }
+}
+
+static void printJson(const std::vector<LanguageStatus> &languages, size_t all)
+{
+    nlohmann::ordered_json list = nlohmann::ordered_json::array();
+    for (const LanguageStatus &language : languages) {
+        nlohmann::ordered_json longest = nlohmann::ordered_json::array();
+        for (const LongText &text : language.texts)
+            longest.push_back({{"id", text.id}, {"characters", text.characters}});
+        list.push_back({{"file", language.path},
+                        {"language", language.code},
+                        {"translated", language.translated},
+                        {"fuzzy", language.fuzzy},
+                        {"missing", missingOf(language, all)},
+                        {"of", all},
+                        {"longest", longest}});
+    }
+    // A file's name can be no UTF-8.
+    puts(list.dump(2, ' ', false, nlohmann::json::error_handler_t::replace).c_str());
+}
+
+int runStatus(const CommandLine &line)
+{
+    std::vector<LanguageStatus> languages;
+    std::set<std::string> ids;
+    bool isGood = true;
+    for (const char *path : line.words) {
+        LanguageStatus language = {path, "", 0, 0, {}, {}};
+        if (!(isPoName(path) ? readPoStatus(&language) : readDatabaseStatus(&language))) {
+            isGood = false;
+            continue;
+        }
+        ids.merge(language.ids);
+        keepLongest(&language.texts);
+        languages.push_back(std::move(language));
+    }
+    if (line.has(OPT_JSON))
+        printJson(languages, ids.size());
+    else
+        printTable(languages, ids.size());
+    return isGood ? STATUS_OK : STATUS_FAULT;
+}

@@ -1,0 +1,53 @@
+/* tools/textdb/textfields.h - the text fields of templates, and what each of them
+ * stands in. Templates are read by the library's own scanner and grammar. */
+#ifndef TOOLS_TEXTDB_TEXTFIELDS_H
+#define TOOLS_TEXTDB_TEXTFIELDS_H
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+// What a field stands in, bits. None of them: page text.
+enum : uint8_t { STANDS_IN_ATTRIBUTE = 1, STANDS_IN_SCRIPT = 2, STANDS_IN_COMPARISON = 4 };
+
+/* A text field of a template. */
+struct FieldUse {
+    std::string id;
+    uint32_t line;
+    uint8_t stands;
+    bool isArgument; // of a command, or a part of one
+    char quote;      // of an argument: the quote around it, ']' in an index, 0 without any
+};
+
+/* Something that looks like a text field and is none. */
+struct BrokenField {
+    uint32_t line;
+    std::string text; // from "{?" to "}"
+    const char *why;  // a static text
+};
+
+struct TemplateFields {
+    std::string path;
+    std::vector<FieldUse> uses; // in the template's order
+    std::vector<BrokenField> broken;
+};
+
+/* Reads the fields of templates. Returns false, after a complaint, when one cannot be
+ * read; the others are there all the same. */
+bool readTemplates(const std::vector<const char *> &paths, std::vector<TemplateFields> *templates);
+
+/* Finds the next text field, "{?", an id, "?}", at *pos or later, and moves *pos
+ * behind it. A "{?" that no whole field follows is text.
+ * start: out, where the field begins. Returns false when there is none. */
+bool nextField(std::string_view text, size_t *pos, size_t *start, std::string_view *id);
+
+/* Whether an argument of a command, in that quote, stays a single text with this text
+ * in the place of a field. Returns null, or what the text does. */
+const char *breaksArgument(std::string_view text, char quote);
+
+/* An id in a form that is the same for ids that differ in the case of letters and in
+ * marks only. */
+std::string looseId(std::string_view id);
+
+#endif

@@ -1,0 +1,133 @@
+/* tools/textdb/update.cpp - the command update: PO files brought in line with the
+ * source language.
+ *
+ * An entry keeps the source text that its file shows in a note. When the source has
+ * another one, the translation was made for a text that is gone: it becomes fuzzy, and
+ * a further note keeps that text until the mark is removed. */
+#include "commands.h"
+
+#include <cstdio>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "../files.h"
+#include "../po.h"
+#include "source.h"
+
+/* The sources by id, and what has become of them in a target. */
+struct Update {
+    const PoFile &source;
+    std::unordered_map<std::string_view, size_t> places; // index of an id's entry
+    std::vector<bool> found;
+    size_t added, changed, gone;
+};
+
+/* Brings an entry in line with its source. */
+static void updateEntry(Update *update, po_message_t message, const PoEntry &source)
+{
+    const std::string text = sourceText(source);
+    const bool isTranslated = *po_message_msgstr(message) || findNote(message, NOTE_EMPTY, nullptr);
+    std::string shown;
+    std::string former;
+    if (!po_message_is_fuzzy(message)) // somebody has looked at it since
+        setNote(message, NOTE_FORMER, nullptr);
+    if (findNote(message, NOTE_SOURCE, &shown) && shown != text && isTranslated) {
+        update->changed++;
+        po_message_set_fuzzy(message, 1);
+        if (!findNote(message, NOTE_FORMER, nullptr))
+            setNote(message, NOTE_FORMER, &shown);
+    }
+    if (findNote(message, NOTE_FORMER, &former)) // the line may be gone: msgmerge drops it
+        po_message_set_prev_msgid(message, former.c_str());
+    po_message_set_obsolete(message, 0);
+    showSource(message, source, 0);
+    if (po_message_filepos(source.message, 0)) { // the source is a template, which has the places
+        while (po_message_filepos(message, 0))
+            po_message_remove_filepos(message, 0);
+        for (int i = 0; po_filepos_t place = po_message_filepos(source.message, i); ++i)
+            po_message_add_filepos(message, po_filepos_file(place), po_filepos_start_line(place));
+    }
+}
+
+/* Adds those entries from first on that the target lacks, up to the next that it has. */
+static void addMissing(Update *update, po_message_iterator_t iterator, size_t first)
+{
+    for (size_t i = first; i < update->found.size() && !update->found[i]; ++i) {
+        const PoEntry &source = update->source.entries[i];
+        po_message_t message = po_message_create();
+        po_message_set_msgid(message, source.id.data());
+        po_message_set_msgstr(message, "");
+        updateEntry(update, message, source);
+        po_message_insert(iterator, message);
+        update->found[i] = true;
+        update->added++;
+    }
+}
+
+/* Goes through the target twice: what it has already must be known before the place of
+ * what is new can be. */
+static void updateMessages(Update *update, po_file_t target)
+{
+    po_message_iterator_t iterator = po_message_iterator(target, nullptr);
+    while (po_message_t message = po_next_message(iterator)) {
+        const auto place = update->places.find(po_message_msgid(message));
+        if (place != update->places.end()) {
+            update->found[place->second] = true;
+            updateEntry(update, message, update->source.entries[place->second]);
+        } else if (*po_message_msgid(message) && !po_message_is_obsolete(message)) {
+            po_message_set_obsolete(message, 1);
+            update->gone++;
+        }
+    }
+    po_message_iterator_free(iterator);
+
+    iterator = po_message_iterator(target, nullptr);
+    while (po_message_t message = po_next_message(iterator)) {
+        const auto place = update->places.find(po_message_msgid(message));
+        if (place != update->places.end())
+            addMissing(update, iterator, place->second + 1);
+        else if (!*po_message_msgid(message))
+            addMissing(update, iterator, 0);
+    }
+    addMissing(update, iterator, 0); // into a file without a header
+    po_message_iterator_free(iterator);
+}
+
+static bool updateTarget(const PoFile &source,
+                         const std::unordered_map<std::string_view, size_t> &places,
+                         const char *path)
+{
+    if (isSameFile(source.path.c_str(), path)) // all files of a folder are given, say
+        return true;
+    PoFile target = readPo(path);
+    if (target.errors) {
+        complain(0, "%s is not updated", path);
+        freePo(&target);
+        return false;
+    }
+    Update update = {source, places, std::vector<bool>(source.entries.size()), 0, 0, 0};
+    updateMessages(&update, target.file);
+    const std::string bytes = printPo(target);
+    freePo(&target);
+    if (bytes.empty() || !replaceFile(path, bytes))
+        return false;
+    printf("%s: %zu texts, %zu new, %zu changed, %zu gone\n", path, source.entries.size(),
+           update.added, update.changed, update.gone);
+    return true;
+}
+
+int runUpdate(const CommandLine &line)
+{
+    PoFile source = readPo(line.words[0]);
+    bool isGood = source.errors == 0;
+    if (isGood) {
+        std::unordered_map<std::string_view, size_t> places;
+        for (const PoEntry &entry : source.entries)
+            places.emplace(entry.id, places.size());
+        for (size_t i = 1; i < line.words.size(); ++i)
+            isGood = updateTarget(source, places, line.words[i]) && isGood;
+    }
+    freePo(&source);
+    return isGood ? STATUS_OK : STATUS_FAULT;
+}
