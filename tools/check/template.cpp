@@ -24,10 +24,6 @@
 #include "scanner/buffer.h"
 #include "scanner/fields.h"
 
-Interpreter *inpr;
-Scanner scanner;
-RecordBlock *freeRecords;
-
 namespace
 {
 // Where a value stands, and in which quote.
@@ -43,13 +39,15 @@ struct OpenCommand {
 
 struct Reading {
     Template *tpl;
-    std::unordered_map<const void *, Placed> values;
+    std::unordered_map<const ArgElem *, Placed> values;
     std::unordered_map<const void *, int32_t> begunOf;
     std::vector<OpenCommand> open;
-    int32_t closed; // index in begun of the command whose end was read last
-    int lead;       // tokens of page text to hand out in front of the template
-    size_t settled; // commands whose fate is known: a message or a run came behind them
-    bool told;      // the end was told
+    int32_t closed;  // index in begun of the command whose end was read last
+    int lead;        // tokens of page text to hand out in front of the template
+    size_t settled;  // commands whose fate is known: a message or a run came behind them
+    uint32_t noted;  // bytes that tokens, texts and comments have been noted for
+    uint32_t textAt; // where the text that was written last begins
+    bool told;       // the end was told
     std::vector<std::pair<int32_t, Span>> arrays; // array references by line
 };
 } // namespace
@@ -79,8 +77,36 @@ void readInput(char *, int32_t *count, int32_t)
 
 static uint32_t position()
 {
-    const char *at = scanner.buffer.pos;
-    return at ? static_cast<uint32_t>(at - reading->tpl->marked.data()) : 0;
+    const char *pos = scanner.buffer.pos;
+    return pos ? static_cast<uint32_t>(pos - reading->tpl->marked.data()) : 0;
+}
+
+// Behind the comments that stand at an offset, which are noted.
+static uint32_t passComments(uint32_t at)
+{
+    const std::string &text = reading->tpl->marked;
+    auto opensComment = [&](size_t i) {
+        return text.compare(i, 4, "<?--") == 0 || text.compare(i, 5, "<?xml") == 0;
+    };
+    while (opensComment(at)) {
+        size_t depth = 0;
+        size_t i = at;
+        do {
+            if (text.compare(i, 2, "<?") == 0) {
+                ++depth;
+                i += 2;
+            } else if (text.compare(i, 2, "?>") == 0) {
+                --depth;
+                i += 2;
+            } else {
+                ++i;
+            }
+        } while (depth > 0 && i < text.size());
+        i = std::min(i, text.size());
+        reading->tpl->comments.push_back({at, static_cast<uint32_t>(i)});
+        at = static_cast<uint32_t>(i);
+    }
+    return at;
 }
 
 // ---- output and log ----
@@ -89,6 +115,9 @@ void writePiece(std::string_view piece)
 {
     const auto at = static_cast<uint32_t>(piece.data() - reading->tpl->marked.data());
     const Span span = {at, at + static_cast<uint32_t>(piece.size())};
+    passComments(reading->noted);
+    reading->noted = span.end;
+    reading->textAt = span.at;
     auto &items = reading->tpl->items;
     if (!items.empty() && !items.back().command && items.back().span.end == at)
         items.back().span.end = span.end;
@@ -247,34 +276,6 @@ extern "C" int takeStrayQuote(int)
 
 // ---- tokens ----
 
-// Behind the comments that stand at an offset, which are noted.
-static uint32_t passComments(uint32_t at)
-{
-    const std::string &text = reading->tpl->marked;
-    auto opensComment = [&](size_t i) {
-        return text.compare(i, 4, "<?--") == 0 || text.compare(i, 5, "<?xml") == 0;
-    };
-    while (opensComment(at)) {
-        size_t depth = 0;
-        size_t i = at;
-        do {
-            if (text.compare(i, 2, "<?") == 0) {
-                ++depth;
-                i += 2;
-            } else if (text.compare(i, 2, "?>") == 0) {
-                --depth;
-                i += 2;
-            } else {
-                ++i;
-            }
-        } while (depth > 0 && i < text.size());
-        i = std::min(i, text.size());
-        reading->tpl->comments.push_back({at, static_cast<uint32_t>(i)});
-        at = static_cast<uint32_t>(i);
-    }
-    return at;
-}
-
 static uint32_t find(std::string_view what, uint32_t from)
 {
     const size_t at = reading->tpl->marked.find(what, from);
@@ -299,8 +300,9 @@ static void beginCommand(int token, uint32_t from, size_t depth)
     Template &tpl = *reading->tpl;
     const auto index = static_cast<int32_t>(tpl.begun.size());
     const int32_t parent = reading->open.empty() ? -1 : reading->open.back().begun;
-    const Span words = {find("<?", from), position()};
-    tpl.begun.push_back({token, scannedLine(), words, 0, parent, Fate::LOST, 0, false, {}});
+    // The words of an unknown command are page text.
+    const Span words = {token == F_UNDEF ? reading->textAt : find("<?", from), position()};
+    tpl.begun.push_back({token, zarn_lloc.first_line, words, 0, parent, Fate::LOST, 0, false, {}});
     if (token != F_UNDEF) {
         tpl.begun.back().argumentAts.push_back(words.end);
         reading->open.push_back({depth, index});
@@ -339,16 +341,20 @@ static char quoteOf(Condition condition)
     }
 }
 
+// The token's value is an argument of one element.
 static void noteValue(int token, uint32_t from)
 {
+    const ArgElem *elem = zarn_lval.arg ? zarn_lval.arg->elems : nullptr;
+    if (!elem)
+        return;
     const char quote = quoteOf(scanner.condition);
     if (token == ARG_TEXT) {
-        const auto length = zarn_lval.text ? static_cast<uint32_t>(strlen(zarn_lval.text)) : 0;
-        reading->values[zarn_lval.text] = {{position() - length, position()}, quote};
+        const auto length = static_cast<uint32_t>(strlen(static_cast<const char *>(elem->value)));
+        reading->values[elem] = {{position() - length, position()}, quote};
         return;
     }
     const Span span = {find("$", from), position()};
-    reading->values[zarn_lval.text] = {span, quote};
+    reading->values[elem] = {span, quote};
     if (token == ARG_GETARRAY)
         reading->arrays.push_back({zarn_lloc.first_line, span});
 }
@@ -383,11 +389,11 @@ int placedLex()
     }
     if (reading->told)
         return 0;
-    const uint32_t from = passComments(position());
     const Condition before = scanner.condition;
     const size_t depth = scanner.depth;
     const int token = nextToken();
-    noteToken(token, from, before, depth);
+    noteToken(token, passComments(reading->noted), before, depth);
+    reading->noted = position();
     if (token == EOF_TAG || token == 0) {
         reading->told = true;
         reading->lead = token == EOF_TAG ? 1 : 0;
@@ -422,8 +428,8 @@ static Element copyElement(const ArgElem *elem)
             copy.span = copy.command->span;
         return copy;
     }
-    copy.span = reading->values[elem->value].span;
-    copy.quote = reading->values[elem->value].quote;
+    copy.span = reading->values[elem].span;
+    copy.quote = reading->values[elem].quote;
     copy.text = static_cast<const char *>(elem->value);
     if (elem->type >= ELEM_GETARRAY) // without the bracket, and the sign of a bound
         copy.text.resize(std::min(copy.text.find('['), copy.text.size()));
@@ -540,7 +546,7 @@ static int32_t findCulprit(const Template &tpl, size_t settled)
 static void parse(Template *tpl, bool page)
 {
     static Interpreter handle;
-    Reading state = {tpl, {}, {}, {}, -1, page ? 0 : 1, 0, false, {}};
+    Reading state = {tpl, {}, {}, {}, -1, page ? 0 : 1, 0, 0, 0, false, {}};
     reading = &state;
     inpr = &handle;
     handle.includeIndex = page ? 0 : 1;
@@ -551,12 +557,13 @@ static void parse(Template *tpl, bool page)
     if (!page && tpl->marked.compare(0, 3, "\xEF\xBB\xBF") == 0)
         entry.readPos += 3;
     resetScanner();
-    scanner.line = 1;
+    switchBuffer(scanner.buffer, 1);
     scanner.ended = 0;
     const int32_t result = doParse();
     tpl->exhausted = result == 2;
     tpl->gaveUpAt = result == 1 ? findCulprit(*tpl, state.settled) : -1;
     resetScanner();
+    dropFreeRecords();
     inpr = nullptr;
     reading = nullptr;
 }
