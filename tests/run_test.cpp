@@ -551,6 +551,7 @@ TEST(Records, AreLinkedUpToTheFirstNullArgument)
     destroyCmd(&cmd);
     startLog();
     EXPECT_EQ(executeCmd(nullptr, 1), EXEC_NO_COMMAND);
+    EXPECT_EQ(doExclude(), 0);
     EXPECT_EQ(getRepeatUpBound(nullptr), nullptr);
     EXPECT_EQ(takeLog(),
               "zarn - ERROR in getRepeatUpBound: NO MEMORY or missing repeat boundary. ()\n");

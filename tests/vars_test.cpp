@@ -52,6 +52,7 @@ TEST(Locals, AreOneListThatReadsSearch)
     for (int i = 0; i < 2000; ++i) {
         const std::string name = "n" + std::to_string(i % 1500 + 500);
         EXPECT_EQ(insertLocalVar(&handle->localVars, name.c_str(), std::to_string(i).c_str()), 0);
+        EXPECT_EQ(findLocalVar(handle->localVars, "absent"), nullptr);
         const LocalVar *behind = handle->localVars->next;
         const char *before = findLocalVar(behind, name.c_str());
         EXPECT_EQ(before ? before : "none", i < 1500 ? "none" : std::to_string(i - 1500));
