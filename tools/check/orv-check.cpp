@@ -11,6 +11,7 @@
 #include <fstream>
 #include <sstream>
 
+#include "lsp.h"
 #include "report.h"
 #include "tools/files.h"
 
@@ -43,6 +44,7 @@ static constexpr char helpText[] =
     "                   <?-- orv-check: ignore ID: reason ?> does it for the command\n"
     "                   behind it\n"
     "  --format FORM    text (default), json, or sarif (2.1.0)\n"
+    "  --lsp            speak the Language Server Protocol on standard input and output\n"
     "  --list           print the kinds of finding, each with an example\n"
     "  --help, --version  print this text, or the version\n"
     "\n"
@@ -55,6 +57,8 @@ struct Options {
     SiteOptions site;
     std::vector<const Kind *> ignored;
     Form form = Form::TEXT;
+    bool serves = false;
+    bool ownRoot = false; // --docroot is given
 };
 } // namespace
 
@@ -121,6 +125,7 @@ static int takeOption(int key, char **argv, Options *options)
     switch (key) {
     case 'd':
         options->site.docRoot = optarg;
+        options->ownRoot = true;
         return -1;
     case 'q':
         options->site.db = optarg;
@@ -142,6 +147,9 @@ static int takeOption(int key, char **argv, Options *options)
         return addIgnored(optarg, options);
     case 'f':
         return readForm(optarg, &options->form);
+    case 'L':
+        options->serves = true;
+        return -1;
     case 'l':
         return print(listKinds(), NOTHING_FOUND);
     case 'h':
@@ -158,12 +166,19 @@ static int takeOption(int key, char **argv, Options *options)
 static int readOptions(int argc, char **argv, Options *options)
 {
     static const option table[] = {
-        {"docroot", required_argument, nullptr, 'd'}, {"db", required_argument, nullptr, 'q'},
-        {"texts", required_argument, nullptr, 't'},   {"set", required_argument, nullptr, 's'},
-        {"safe", required_argument, nullptr, 'a'},    {"set-from", required_argument, nullptr, 'S'},
-        {"ignore", required_argument, nullptr, 'i'},  {"format", required_argument, nullptr, 'f'},
-        {"list", no_argument, nullptr, 'l'},          {"help", no_argument, nullptr, 'h'},
-        {"version", no_argument, nullptr, 'v'},       {nullptr, 0, nullptr, 0},
+        {"docroot", required_argument, nullptr, 'd'},
+        {"db", required_argument, nullptr, 'q'},
+        {"texts", required_argument, nullptr, 't'},
+        {"set", required_argument, nullptr, 's'},
+        {"safe", required_argument, nullptr, 'a'},
+        {"set-from", required_argument, nullptr, 'S'},
+        {"ignore", required_argument, nullptr, 'i'},
+        {"format", required_argument, nullptr, 'f'},
+        {"lsp", no_argument, nullptr, 'L'},
+        {"list", no_argument, nullptr, 'l'},
+        {"help", no_argument, nullptr, 'h'},
+        {"version", no_argument, nullptr, 'v'},
+        {nullptr, 0, nullptr, 0},
     };
     opterr = 0;
     for (int key; (key = getopt_long(argc, argv, ":", table, nullptr)) != -1;) {
@@ -207,6 +222,8 @@ int main(int argc, char **argv)
     const int status = readOptions(argc, argv, &options);
     if (status >= 0)
         return status;
+    if (options.serves)
+        return serveLsp(std::move(options.site), options.ownRoot);
     Site site;
     string problem;
     const bool terminal = isatty(STDERR_FILENO) != 0;

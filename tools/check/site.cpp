@@ -236,7 +236,8 @@ static void collectFormNames(Site *site, string_view source)
                 value = value.substr(1, value.find(quote, 1) - 1);
             else
                 value = value.substr(0, value.find_first_of(" \t\r\n/"));
-            site->fromForms.insert(string(value));
+            if (value.find_first_of("<${") == string_view::npos) // a name that is written there
+                site->fromForms.insert(string(value));
         }
     }
     for (size_t at = 0; (at = source.find('=', at + 1)) != string_view::npos;) {
@@ -361,10 +362,9 @@ static bool loadPages(Site *site, string *problem, const std::function<void(size
     const bool all = site->options.templates.empty();
     if (!listFiles(*site, &site->files, problem))
         return false;
-    if (all)
-        for (const string &path : site->files)
-            if (hasSuffix(path, {".htm"}))
-                site->pages.push_back(path);
+    for (const string &path : site->files)
+        if (all && hasSuffix(path, {".htm"}))
+            site->pages.push_back(path);
     if (!all)
         site->pages = site->options.templates;
     for (const string &path : site->pages) {
@@ -375,6 +375,10 @@ static bool loadPages(Site *site, string *problem, const std::function<void(size
         if (progress)
             progress(site->templates.size());
     }
+    loadIncluded(site, progress);
+    for (const auto &[path, content] : site->options.unsaved) // not included by any page
+        if (!site->templates.count(path) && load(site, path, true))
+            site->pages.push_back(path);
     loadIncluded(site, progress);
     if (all && !site->languages.empty())
         readOthers(site, site->files);
