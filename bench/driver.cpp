@@ -392,7 +392,7 @@ static void launch(const vector<string> &command, int sink, vector<double> &seco
     FILE *answers = fdopen(dup(worker.answers), "r");
     double nanoseconds;
     double peak;
-    while (fscanf(answers, "%lf %lf", &nanoseconds, &peak) == 2) {
+    while (fscanf(answers, "%lf %lf %*d", &nanoseconds, &peak) == 2) {
         seconds.push_back(nanoseconds / 1e9);
         kilobytes.push_back(peak);
     }

@@ -1,7 +1,7 @@
 /* bench/engines/launch.c - starts a program and waits for its end, as a web
  * server does for a CGI: launch TIMES PROGRAM [ARGUMENT]... Prints a line for
- * each time on descriptor 3: nanoseconds from before the start to the end, and
- * the peak of resident memory in KiB. Linked statically and small, since the
+ * each time on descriptor 3: nanoseconds from before the start to the end, the
+ * peak of resident memory in KiB, and the number of page faults. Linked statically and small, since the
  * peak of a program that has just been forked is at least its parent's. */
 #define _GNU_SOURCE
 #include <stdio.h>
@@ -34,7 +34,7 @@ static int launch(char **command)
     const long long end = now();
     if (status != 0)
         return WIFEXITED(status) ? WEXITSTATUS(status) : 1;
-    dprintf(3, "%lld %ld\n", end - start, usage.ru_maxrss);
+    dprintf(3, "%lld %ld %ld\n", end - start, usage.ru_maxrss, usage.ru_minflt);
     return 0;
 }
 
