@@ -6,7 +6,7 @@
  * An engine is a process (worker.h) that is told how many pages to write. Each
  * engine's page is compared with the expected one before it is timed. Then they
  * take turns: in every round each writes a batch of pages into /dev/null and one
- * into a pipe that another process drains. What is printed is the median of the
+ * into a pipe that another process drains. What is printed is the least of the
  * rounds. The exit status is 1 when a page was wrong or an engine failed. */
 #include <algorithm>
 #include <array>
@@ -130,33 +130,24 @@ static string readWhole(const string &path)
     return bytes.str();
 }
 
-static double median(vector<double> values)
+// Other programs on the machine only add to what is measured.
+static double least(const vector<double> &values)
 {
-    if (values.empty())
-        return 0;
-    const auto middle = values.begin() + static_cast<ptrdiff_t>(values.size() / 2);
-    std::nth_element(values.begin(), middle, values.end());
-    return *middle;
+    return values.empty() ? 0 : *std::min_element(values.begin(), values.end());
 }
 
 double Result::time(size_t sink) const
 {
-    return median(seconds[sink]);
+    return least(seconds[sink]);
 }
 double Result::memory() const
 {
-    return median(kilobytes);
+    return least(kilobytes);
 }
 
-// The median of what each round says, so that a machine that is busy for some
-// rounds weighs on both alike.
 double Result::relative(const Result &other, size_t sink) const
 {
-    const size_t rounds = std::min(seconds[sink].size(), other.seconds[sink].size());
-    vector<double> ratios;
-    for (size_t i = 0; i < rounds; ++i)
-        ratios.push_back(seconds[sink][i] / other.seconds[sink][i]);
-    return median(ratios);
+    return time(sink) / other.time(sink);
 }
 
 static string expand(const string &argument)
@@ -469,12 +460,12 @@ static void compare(const string &what, const Result &ours, const Result *other,
 
 static void comparePeaks(const vector<Result> &results, const Result &ours)
 {
-    double least = 0;
+    vector<double> others;
     for (const Result &result : results)
-        if (result.row->role == Role::PARSES && (least == 0 || result.memory() < least))
-            least = result.memory();
-    if (least > 0)
-        verdict("peak memory, to the least other", ours.memory() / least, 1);
+        if (result.row->role == Role::PARSES)
+            others.push_back(result.memory());
+    if (!others.empty())
+        verdict("peak memory, to the least other", ours.memory() / least(others), 1);
 }
 
 static void printVerdicts(const vector<Result> &results, const string &page)
@@ -518,9 +509,9 @@ static void timeStart()
                    seconds[i], ignored);
     printf("start  from exec to exit\n");
     for (size_t i = 0; i < std::size(labels); ++i)
-        printf("  %-30s %9.1f us %7.2fx\n", labels[i], median(seconds[i]) * 1e6,
-               median(seconds[i]) / median(seconds[0]));
-    verdict("start, to an empty program", median(seconds[2]) / median(seconds[0]), 1.1);
+        printf("  %-30s %9.1f us %7.2fx\n", labels[i], least(seconds[i]) * 1e6,
+               least(seconds[i]) / least(seconds[0]));
+    verdict("start, to an empty program", least(seconds[2]) / least(seconds[0]), 1.1);
 }
 
 static void benchPage(const string &page, const char *title)
