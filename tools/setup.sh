@@ -26,7 +26,7 @@ alone() {
 # need COMMAND-OR-HEADER:PACKAGE...
 # Installs, with apt-get, the packages whose command or header is missing. Where
 # this user may not install, names them and ends the script. A header is a name
-# that ends in .h, looked up in the compiler's folder; a command is looked up in
+# that ends in .h or .hpp, looked up in the compiler's folder; a command is looked up in
 # PATH; where the first part is empty, the package itself must be installed.
 # A web server's service is left out: the scripts start lighttpd themselves, and an
 # installed one would take port 80 at once.
@@ -36,7 +36,7 @@ need() {
         what=${entry%%:*}
         case $what in
         '') dpkg -s "${entry#*:}" >/dev/null 2>&1 ;;
-        *.h) [[ -e /usr/include/$what ]] ;;
+        *.h | *.hpp) [[ -e /usr/include/$what ]] ;;
         *) command -v "$what" >/dev/null ;;
         esac || missing+=("${entry#*:}")
     done
