@@ -2,7 +2,7 @@
 # device.sh - a virtual ARM device with the library, zarn and the demo site: builds
 # it from this source and Debian's packages, and starts it.
 set -euo pipefail
-cd "$(dirname "$0")"
+cd "$(dirname "$(realpath "$0")")"
 # shellcheck source=tools/setup.sh
 . tools/setup.sh
 # shellcheck source=tools/device/machine.sh
@@ -46,17 +46,17 @@ quietly() {
 
 build_programs() {
     local files=$folder/packages/files
-    local libraries=$files/lib/arm-linux-gnueabihf:$files/usr/lib/arm-linux-gnueabihf
-    cmake -S . -B "$folder/programs" -G Ninja --toolchain "$PWD/cmake/arm.cmake" \
+    local machine=lib/arm-linux-gnueabihf
+    cmake -S . -B "$folder/programs" -G "$generator" --toolchain "$PWD/cmake/arm.cmake" \
         -DCMAKE_SKIP_RPATH=ON -DCMAKE_FIND_ROOT_PATH="$files" \
-        -DCMAKE_EXE_LINKER_FLAGS="-Wl,-rpath-link,$libraries" \
+        -DCMAKE_EXE_LINKER_FLAGS="-L$files/usr/$machine -Wl,-rpath-link,$files/$machine:$files/usr/$machine" \
         -DCMAKE_GTEST_DISCOVER_TESTS_DISCOVERY_MODE=PRE_TEST
     cmake --build "$folder/programs" --target "$@"
 }
 
 build() {
     mkdir -p "$folder"
-    need cmake:cmake ninja:ninja-build bison:bison g++:g++ arm-linux-gnueabihf-g++:g++-arm-linux-gnueabihf \
+    need cmake:cmake "$builder" bison:bison g++:g++ arm-linux-gnueabihf-g++:g++-arm-linux-gnueabihf \
         qemu-system-arm:qemu-system-arm qemu-arm:qemu-user mksquashfs:squashfs-tools cpio:cpio \
         :e2fsprogs curl:curl
     say "the device's Debian packages"
