@@ -57,6 +57,7 @@ set_up() {
     need cmake:cmake "$builder" g++:g++ clang++:clang bison:bison sqlite3.h:libsqlite3-dev \
         crypt.h:libcrypt-dev sqlite3:sqlite3 msgfmt:gettext gettext-po.h:libgettextpo-dev gtest/gtest.h:libgtest-dev \
         nlohmann/json.hpp:nlohmann-json3-dev \
+        vim:vim node:nodejs npm:npm \
         :libclang-rt-dev :lighttpd curl:curl chromium:chromium chromedriver:chromium-driver \
         tidy:tidy :python3 :lighttpd-mod-openssl openssl:openssl npm:npm
 }

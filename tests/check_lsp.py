@@ -1,0 +1,156 @@
+#!/usr/bin/env python3
+"""check_lsp.py ORV-CHECK SITE - a client of the language server, over a copy of the demo site."""
+import json
+import os
+import shutil
+import subprocess
+import sys
+import tempfile
+
+checker, site = sys.argv[1:]
+folder = tempfile.mkdtemp()
+root = os.path.join(folder, "a site")
+shutil.copytree(site, root)
+database = os.path.join(folder, "router.db")
+with open(os.path.join(site, "router.sql"), "rb") as script:
+    subprocess.run(["sqlite3", database], stdin=script, check=True)
+base = "file://" + root.replace(" ", "%20") + "/"
+page = base + "new.htm"
+
+
+def start():
+    texts = [os.path.join(root, "texts", name) for name in ("en.po", "de.po")]
+    return subprocess.Popen(
+        [checker, "--lsp", "--db", database, "--texts", texts[0], "--texts", texts[1],
+         "--set-from", os.path.join(site, "../zarn/variables.txt")],
+        stdin=subprocess.PIPE, stdout=subprocess.PIPE)
+
+
+server = start()
+count = 0
+
+
+def send(message):
+    body = message if isinstance(message, bytes) else json.dumps(message).encode()
+    server.stdin.write(b"Content-Length: %d\r\n\r\n%b" % (len(body), body))
+    server.stdin.flush()
+
+
+def receive():
+    length = 0
+    while (line := server.stdout.readline()) != b"\r\n":
+        assert line, "the server has ended"
+        length = int(line.split(b":")[1])
+    return json.loads(server.stdout.read(length))
+
+
+def ask(method, **parameters):
+    global count
+    count += 1
+    send({"jsonrpc": "2.0", "id": count, "method": method, "params": parameters})
+    while True:
+        message = receive()
+        if message.get("id") == count and "method" not in message:
+            return message
+
+
+def tell(method, **parameters):
+    send({"jsonrpc": "2.0", "method": method, "params": parameters})
+
+
+def diagnostics(uri):
+    while True:
+        message = receive()
+        if message.get("method") == "textDocument/publishDiagnostics" \
+                and message["params"]["uri"] == uri:
+            return message["params"]["diagnostics"]
+
+
+def at(text, line, piece, behind=0):
+    lines = text.split("\n")
+    column = lines[line].index(piece) + behind
+    units = len(lines[line][:column].encode("utf-16-le")) // 2
+    return {"textDocument": {"uri": page}, "position": {"line": line, "character": units}}
+
+
+def equal(got, wanted):
+    assert got == wanted, f"got {got!r}, not {wanted!r}"
+
+
+def has(whole, piece):
+    assert piece in whole, f"no {piece!r} in {whole!r}"
+
+
+try:
+    equal(ask("textDocument/hover")["error"]["code"], -32002)
+    has(ask("initialize", rootUri=base.rstrip("/"), capabilities={})["result"]["capabilities"],
+        "completionProvider")
+    tell("initialized")
+
+    # What is wrong follows the text as it changes, with places that belong to it.
+    text = "<!DOCTYPE html>\n<p>\U0001f388<?print $var:token?></p>\n"
+    tell("textDocument/didOpen", textDocument={"uri": page, "text": text})
+    found = diagnostics(page)
+    equal([d["code"] for d in found], ["escape-missing"])
+    equal(found[0]["range"]["start"], {"line": 1, "character": 13})
+    text = ("<!DOCTYPE html>\n<?setvariable var:page[title] x?><?include footer.frm?>{?site.menu?}\n"
+            "<?multiquery 'select id, name from device' `<p>\U0001f388 $2 $3 <?echo $var:token?></p>`?>\n"
+            "<?echo $var:page[title]?>\n<?inc")
+    tell("textDocument/didChange", textDocument={"uri": page}, contentChanges=[{"text": text}])
+    found = [d for d in diagnostics(page) if d["code"] == "value-column"]
+    equal(found[0]["relatedInformation"][0]["location"],
+          {"uri": page, "range": {"start": {"line": 2, "character": 14},
+                                  "end": {"line": 2, "character": 14}}})
+
+    # What stands there.
+    for line, piece, known in ((2, "multiquery", "for each row"), (2, "$2", "**name**"),
+                               (2, "$var:token", "set by the web program"),
+                               (1, "{?site.menu", "de: Menü"), (1, "page[title]", "set in new.htm:2")):
+        has(ask("textDocument/hover", **at(text, line, piece, 1))["result"]["contents"]["value"],
+            known)
+    equal(ask("textDocument/hover", **at(text, 0, "DOCTYPE"))["result"], None)
+    for line, piece, uri in ((1, "footer", "footer.frm"), (1, "{?site.menu", "texts/en.po"),
+                             (3, "page[title]", "new.htm")):
+        has([p["uri"] for p in ask("textDocument/definition", **at(text, line, piece, 2))["result"]],
+            base + uri)
+    places = ask("textDocument/references", **at(text, 1, "{?site.menu", 2))["result"]
+    equal(sorted(p["uri"] for p in places), [base + "menu.frm", page])
+    places = ask("textDocument/references", **at(text, 3, "page[title]"))["result"]
+    has([p["uri"] for p in places], base + "header.frm")
+    for line, piece, behind, label in ((4, "<?inc", 5, "include "), (1, "footer", 4, "footer.frm"),
+                                       (1, "{?site.", 7, "site.lang"), (2, "$2", 1, "$2"),
+                                       (3, "$var:", 5, "token")):
+        items = ask("textDocument/completion", **at(text, line, piece, behind))["result"]
+        has([item["label"] for item in items], label)
+
+    # What a client may not send.
+    send(b"{nonsense")
+    equal(receive()["error"]["code"], -32700)
+    send([])
+    equal(receive()["error"]["code"], -32600)
+    equal(ask("textDocument/nothing")["error"]["code"], -32601)
+    equal(ask("textDocument/hover", textDocument=7)["error"]["code"], -32602)
+    equal(ask("textDocument/hover", textDocument={"uri": page},
+              position={"line": 99999, "character": 99999})["result"], None)
+    tell("textDocument/didChange", textDocument={"uri": page}, contentChanges=[{}])
+
+    # A long document, and the end of it.
+    text = "<p>\n" + "<?echo `some text`?> more of it\n" * 32768 + "<?print $var:token?>"
+    assert len(text) > 1 << 20
+    tell("textDocument/didChange", textDocument={"uri": page}, contentChanges=[{"text": text}])
+    found = diagnostics(page)
+    equal([d["range"]["start"]["line"] for d in found if d["code"] == "escape-missing"], [32769])
+    tell("textDocument/didClose", textDocument={"uri": page})
+    equal(diagnostics(page), [])
+    equal(ask("shutdown")["result"], None)
+    tell("exit")
+    equal(server.wait(timeout=10), 0)
+
+    # A stream that has lost its frame.
+    server = start()
+    server.stdin.write(b"Content-Length: nothing\r\n\r\n{}")
+    server.stdin.close()
+    equal(server.wait(timeout=10), 1)
+finally:
+    server.kill()
+    shutil.rmtree(folder)

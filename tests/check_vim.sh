@@ -1,0 +1,46 @@
+#!/bin/bash
+# check_vim.sh EDITORS - Vim's syntax of templates, in words: each row has a text and, for
+# the byte in brackets, the name of its highlighting.
+set -euo pipefail
+folder=$(mktemp -d)
+trap 'rm -rf "$folder"' EXIT
+cat >"$folder/t.frm" <<'END'
+<p title="<?echo $var:user?>">{?site.skip?} text</p>
+<?if eq $1 '2' `<b class="x">$2</b>`?><?-- a <?echo b?> c ?><i>
+<?repeat [ 1 3 ] `$0`?><script>var a = 1;</script>
+END
+cat >"$folder/test.vim" <<'END'
+set nocompatible
+filetype plugin on
+syntax on
+edit t.frm
+function Expect(line, piece, offset, name)
+  let column = stridx(getline(a:line), a:piece) + 1 + a:offset
+  let got = synIDattr(synID(a:line, column, 1), 'name')
+  if got !=# a:name
+    call writefile([printf('%d %s: got %s, not %s', a:line, a:piece, got, a:name)], 'wrong', 'a')
+  endif
+endfunction
+call Expect(1, 'p title', 0, 'htmlTagName')
+call Expect(1, '<?echo', 0, 'orvDelimiter')
+call Expect(1, 'echo', 0, 'orvKeyword')
+call Expect(1, '$var:user', 5, 'orvVariable')
+call Expect(1, '{?site', 3, 'orvField')
+call Expect(1, '</p', 2, 'htmlTagName')
+call Expect(2, 'if eq', 3, 'orvKeyword')
+call Expect(2, '$1', 1, 'orvValue')
+call Expect(2, "'2'", 1, 'orvSingle')
+call Expect(2, '$2', 0, 'orvValue')
+call Expect(2, '<?echo b', 2, 'orvNested')
+call Expect(2, ' c ?>', 1, 'orvComment')
+call Expect(2, '<i>', 1, 'htmlTagName')
+call Expect(3, 'repeat [', 7, 'orvKeyword')
+call Expect(3, '$0', 0, 'orvValue')
+call Expect(3, 'var a', 0, 'javaScriptIdentifier')
+call writefile([&filetype, &commentstring], 'done')
+qall!
+END
+cd "$folder"
+vim -u NONE -i NONE -n -es --cmd "set runtimepath^=$1/vim" -S test.vim </dev/null || true
+cat wrong 2>/dev/null && exit 1
+[[ $(cat done) == $'orv\n<?-- %s ?>' ]] || { echo "no filetype: $(cat done)"; exit 1; }
