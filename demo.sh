@@ -17,7 +17,7 @@ Usage: ./demo.sh [OPTION]... [PAGE]
 Renders PAGE of examples/site (default: overview.htm) to standard output, or runs a
 web server with the site on 127.0.0.1, PORT (default: 8080), until Ctrl-C.
 
-  --lang CODE      texts in this language: en or de (default: en)
+  --lang CODE      texts in this language: en, de or el (default: en)
   --tooltips MODE  mark each text for translators: 1 as tooltips, 2 also in
                    attributes and scripts
   --help           print this text

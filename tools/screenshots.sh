@@ -28,6 +28,8 @@ SHOTS = [
     ("devices-phone", 360, 800, "devices.htm?find=phone", {}),
     ("traffic-phone", 360, 800, "traffic.htm", {}),
     ("settings-phone", 360, 800, "settings.htm?lang=de", {"hostname": "Fjord!"}),
+    ("settings-greek", 900, 900, "settings.htm?lang=el", {}),
+    ("overview-greek-phone", 360, 800, "overview.htm?lang=el", {}),
 ]
 
 

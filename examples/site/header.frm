@@ -22,6 +22,8 @@
      text-compared: site.lang is the language's code, and nothing that is shown. ?><?if eq {?site.lang?} en ` aria-current="true"`?>>English</button>
 <button lang="de" name="lang" value="de" form="<?if eq $var:page[form] form form languages?>" formnovalidate<?-- orv-check: ignore
      text-compared: the same. ?><?if eq {?site.lang?} de ` aria-current="true"`?>>Deutsch</button>
+<button lang="el" name="lang" value="el" form="<?if eq $var:page[form] form form languages?>" formnovalidate<?-- orv-check: ignore
+     text-compared: the same. ?><?if eq {?site.lang?} el ` aria-current="true"`?>>Ελληνικά</button>
 </nav>
 <?if neq $var:token '' `<form class="out" action="<?echo $var:base?>logout.htm" method="post">
 <input type="hidden" name="token" value="<?echo $var:token?>">
