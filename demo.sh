@@ -1,8 +1,9 @@
 #!/bin/bash
-# demo.sh - renders a page of the demo site, examples/site, to standard output, or
-# serves the site to browsers.
+# demo.sh - renders a page of the demo site, examples/site, to standard output, serves
+# the site to browsers, or previews a folder of templates.
 # Builds what it needs in build/demo; all messages go to standard error.
 set -euo pipefail
+from=$PWD
 cd "$(dirname "$(realpath "$0")")"
 # shellcheck source=tools/setup.sh
 . tools/setup.sh
@@ -14,8 +15,10 @@ usage() {
     cat <<'END'
 Usage: ./demo.sh [OPTION]... [PAGE]
        ./demo.sh --serve [PORT]
+       ./demo.sh --preview [ARGUMENT]...
 Renders PAGE of examples/site (default: overview.htm) to standard output, or runs a
-web server with the site on 127.0.0.1, PORT (default: 8080), until Ctrl-C.
+web server with the site on 127.0.0.1, PORT (default: 8080), until Ctrl-C, or starts
+orv-preview with the arguments, such as a folder of templates (default: the site).
 
   --lang CODE      texts in this language: en, de or el (default: en)
   --tooltips MODE  mark each text for translators: 1 as tooltips, 2 also in
@@ -37,7 +40,7 @@ set_up() {
 
 build_programs() {
     cmake -S . -B "$build" -G "$generator" -DCMAKE_BUILD_TYPE=Release -DORV_TOOLS=ON -DORV_TESTS=OFF >&2
-    cmake --build "$build" --target orv-render orv-textdb zarn >&2
+    cmake --build "$build" --target orv-render orv-textdb zarn ${previews:+orv-preview orv-check} >&2
 }
 
 set_up_and_build() {
@@ -56,8 +59,23 @@ render() {
     "$build/tools/orv-render" "${options[@]}" "$1"
 }
 
+# preview FOLDER ARGUMENT... - paths in the arguments are relative to FOLDER.
+preview() {
+    local folder=$1
+    shift
+    if [[ $# -eq 0 ]]; then
+        data=$(mktemp -d)
+        trap 'rm -rf "$data"' EXIT
+        sqlite3 "$data/router.db" <"$site/router.sql"
+        set -- --db "$data/router.db" --texts "$site/texts/en.po" --texts "$site/texts/de.po" "$site"
+    fi
+    cd "$folder"
+    "$build/tools/orv-preview" "$@"
+}
+
 page=
 serve=
+previews=
 lang=
 tooltips=
 while [[ $# -gt 0 ]]; do
@@ -73,6 +91,15 @@ while [[ $# -gt 0 ]]; do
         shift
         ;;
     --serve) serve=yes ;;
+    --preview)
+        [[ -z $page$serve$lang$tooltips ]] || fail "--preview goes with no other option"
+        shift
+        serve=yes
+        previews=yes
+        alone set_up_and_build
+        preview "$from" "$@"
+        exit
+        ;;
     --help)
         usage
         exit

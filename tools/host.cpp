@@ -53,9 +53,7 @@ static bool hasParentStep(const char *path)
     return false;
 }
 
-/* Opens a template. A link is followed as far as it stays below the document
- * root. Returns null and sets *fd, or returns why the template is refused. */
-static const char *openBelow(const Host &host, const char *path, int32_t *fd)
+const char *hostOpenFile(const Host &host, const char *path, int32_t *fd)
 {
     char resolved[PATH_MAX];
     struct stat status;
@@ -84,7 +82,7 @@ static const char *openBelow(const Host &host, const char *path, int32_t *fd)
 static int32_t openReporting(Host &host, const char *path)
 {
     int32_t fd = -1;
-    host.openProblem = openBelow(host, path, &fd);
+    host.openProblem = hostOpenFile(host, path, &fd);
     if (host.openProblem && host.reportTemplates)
         report(host, nullptr, "cannot open template", path, host.openProblem);
     return fd;
@@ -276,10 +274,11 @@ bool hostHasTemplate(Host &host, const char *path)
     return fd >= 0;
 }
 
+const InterpreterCallbacks hostCallbacks = {openTemplate, answerQuery, reportError};
+
 Interpreter *hostInterpreter(Host &host)
 {
-    static constexpr InterpreterCallbacks callbacks = {openTemplate, answerQuery, reportError};
-    Interpreter *interpreter = Orv_Interpreter_Create(&callbacks);
+    Interpreter *interpreter = Orv_Interpreter_Create(&hostCallbacks);
     Orv_Interpreter_SetHostData(interpreter, &host);
     return interpreter;
 }

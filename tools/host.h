@@ -54,6 +54,17 @@ bool hostOpen(Host &host, const char *docRoot, const char *dbFile);
 /* Whether path leads to a template that the callbacks open. */
 bool hostHasTemplate(Host &host, const char *path);
 
+/* Opens a regular file below the document root; a link is followed as far as it stays
+ * there. path: relative to the document root.
+ *
+ * Returns null and sets *fd, the caller's; or why it is refused, good until the next
+ * call of strerror(). */
+const char *hostOpenFile(const Host &host, const char *path, int32_t *fd);
+
+/* The callbacks that hostInterpreter gives to an interpreter, for a program that puts
+ * some of its own around them: HostData must lead to the Host then. */
+extern const InterpreterCallbacks hostCallbacks;
+
 /* Makes an interpreter whose callbacks answer for host, which must stay where it is
  * for as long. Returns the handle, to be ended by Orv_Interpreter_Destroy; null when
  * memory ran out. */

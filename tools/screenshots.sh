@@ -1,6 +1,6 @@
 #!/bin/bash
 # tools/screenshots.sh - makes docs/screenshots/ anew, with headless Chromium: pages
-# of the demo site on a desk and on a phone.
+# of the demo site on a desk and on a phone, and of the preview.
 set -euo pipefail
 cd "$(dirname "$(realpath "$0")")/.."
 # shellcheck source=tools/setup.sh
@@ -10,6 +10,7 @@ if [[ -z ${SITE_URL-} ]]; then
     alone need :lighttpd chromium:chromium chromedriver:chromium-driver pngquant:pngquant \
         python3:python3
     ./demo.sh >/dev/null # builds what the site needs
+    ./demo.sh --preview --version >/dev/null
     exec tools/serve.sh build/demo 0 tools/screenshots.sh
 fi
 mkdir -p docs/screenshots
@@ -53,6 +54,8 @@ def shoot():
 
 with_browser(shoot)
 END
+PYTHONPATH=tests/web PYTHONDONTWRITEBYTECODE=1 tools/preview/screenshots.py \
+    build/demo/tools/orv-preview examples/site docs/screenshots
 # A palette is enough for flat colours, and a third of the size.
 for file in docs/screenshots/*.png; do
     pngquant --force --skip-if-larger --ext .png 32 "$file" || [[ $? == 98 ]]

@@ -1,0 +1,381 @@
+#!/usr/bin/python3
+"""tests/web/preview.py ORV-PREVIEW ORV-TEXTDB SITE - the preview of a copy of the demo site,
+asked by its protocol and by headless Chromium, while the site's files change."""
+import http.client, json, os, re, shutil, signal, socket, sqlite3, subprocess, sys, tempfile, time
+import urllib.error, urllib.request
+from chromium import run, send, show, with_browser
+from visitor import check, failed
+
+BAR = "const bar = document.querySelector('orv-preview').shadowRoot;"
+BADGE = BAR + "return bar.querySelector('.badge').className.trim()"
+TITLE = "return document.querySelector('h1').textContent"
+ANSWER = "return document.querySelector('p')?.textContent"
+SWITCH = BAR + """const [field, value] = arguments;
+bar.querySelector('.badge')?.click();
+const element = bar.querySelectorAll('.switches :is(select, input)')[field];
+element.value = value;
+element.dispatchEvent(new Event('change'))"""
+
+
+def wait(script, expected, *args):
+    """The script's result once it is the expected one, or what it is after a while. A page may
+    be on its way out, and fail."""
+    deadline = time.monotonic() + 20
+    while True:
+        try:
+            got = run(script, *args)
+        except urllib.error.HTTPError:
+            got = None
+        if got == expected or time.monotonic() > deadline:
+            return got
+        time.sleep(0.03)
+
+
+def write(path, text):
+    os.makedirs(os.path.dirname(path) or ".", exist_ok=True)
+    with open(path, "w", encoding="utf-8") as file:
+        file.write(text)
+
+
+def edit(path, old, new):
+    with open(path, encoding="utf-8") as file:
+        text = file.read()
+    assert old in text, f"{path} has no {old}"
+    write(path, text.replace(old, new, 1))
+
+
+def sql(statement):
+    with sqlite3.connect("router.db") as db:
+        db.execute(statement)
+
+
+class Preview:
+    """The program, started with some arguments, in a with statement that ends it by Ctrl-C."""
+
+    def __init__(self, *args):
+        self.process = subprocess.Popen(["bin/orv-preview", *args], stdout=subprocess.PIPE,
+                                        stderr=subprocess.STDOUT, text=True)
+        self.lines = []
+        self.until(" - Ctrl-C ends it.")
+        self.url = self.lines[-1].split(" ")[0]
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        self.process.send_signal(signal.SIGINT)
+        check("status after Ctrl-C", 0, self.process.wait(10))
+
+    def until(self, end):
+        for line in self.process.stdout:
+            self.lines.append(line.rstrip("\n"))
+            if line.rstrip("\n").endswith(end):
+                return
+        sys.exit(f"the preview has ended: {self.lines}")
+
+    def ask(self, path, data=None, **headers):
+        request = urllib.request.Request(self.url + path, data, {
+            name.replace("_", "-"): value for name, value in headers.items()})
+        try:
+            with urllib.request.urlopen(request, timeout=60) as answer:
+                return answer.status, answer.headers["content-type"], answer.read().decode()
+        except urllib.error.HTTPError as error:
+            return error.code, error.headers["content-type"], error.read().decode()
+
+    def report(self, path, data=None):
+        page = self.ask(path, data)[2]
+        return json.loads(re.search(r'id="orv-preview">(.*?)</script>', page, re.S)[1])
+
+    def settle(self, since):
+        """Waits until a change after that time is known, and no other comes."""
+        seen, generation = time.monotonic(), 0
+        while generation < since * 1000 or time.monotonic() < seen + 0.3:
+            newest = int(self.report("")["generation"])
+            if newest != generation:
+                seen, generation = time.monotonic(), newest
+
+    def messages(self, path):
+        return [(m["severity"], f"{m['file']}:{m['line']}", m["text"])
+                for m in self.report(path)["messages"]]
+
+
+def check_refusals():
+    with socket.create_server(("127.0.0.1", 0)) as busy:
+        port = str(busy.getsockname()[1])
+        rows = [
+            (["--port", "x"], "--port needs a number from 1 to 65535, or 0 for any, not 'x'"),
+            (["--port", "65536"],
+             "--port needs a number from 1 to 65535, or 0 for any, not '65536'"),
+            (["--port", port],
+             f"port {port} is in use by another program; choose another with --port"),
+            (["nothere"], "cannot show 'nothere': No such file or directory"),
+            (["router.db"], "cannot show 'router.db': it is no folder"),
+            (["--texts", "router.db"], "--texts needs a file whose name tells its language, "
+             "such as de.po or de.db, not 'router.db'"),
+            (["--texts", "xx.po"], "cannot read texts 'xx.po': No such file or directory"),
+            (["--root", "router.db"], "cannot use root 'router.db': it is no folder"),
+            (["--set", "a"], "--set needs NAME=VALUE, not 'a'"),
+            (["--x"], "wrong option '--x', see --help"),
+            (["--db"], "option '--db' needs a value, see --help"),
+            (["a", "b"], "one folder at a time, see --help"),
+        ]
+        for args, message in rows:
+            done = subprocess.run(["bin/orv-preview", *args], capture_output=True, text=True,
+                                  timeout=20, check=False)
+            check(args, (2, f"orv-preview: {message}\n"), (done.returncode, done.stderr))
+
+
+def check_files(preview):
+    """What is sent and what is not."""
+    os.symlink("/etc/passwd", "site/out.txt")
+    os.symlink("/etc", "site/out")
+    os.symlink("style.css", "site/in.css")
+    write("site/.hidden", "secret")
+    html = "text/html; charset=utf-8"
+    write("site/list.csv", "<?repeat [ 1 2 ] '\"$0\",'?>")
+    write("site/plain.csv", "<?xml ?><?echoes")
+    rows = [
+        ("list.csv", 200, "text/csv; charset=utf-8", '"1","2",'),
+        ("plain.csv", 200, "text/csv; charset=utf-8", "<?xml ?><?echoes"),
+        ("", 200, html, ">overview.htm</a>"),
+        ("texts/", 200, html, ">de.po</a>"),
+        ("texts", 200, html, ">de.po</a>"), # led there
+        ("overview.htm", 200, html, "<h1>Overview</h1>"),
+        ("style.css", 200, "text/css; charset=utf-8", "body"),
+        ("in.css", 200, "text/css; charset=utf-8", "body"),
+        ("icon.svg", 200, "image/svg+xml", "<svg"),
+        ("device.htm", 404, html, ">devices.htm</a>"),
+        ("out.txt", 404, html, "not below the document root"),
+        ("out/passwd", 404, html, "not below the document root"),
+        ("out/", 404, html, "not below the document root"),
+        (".hidden", 404, html, "dot in front"),
+        ("%2e%2e/router.db", 404, html, "There is no file router.db"),
+        ("overview.htm?a%5Bb%5D=1", 400, html, "letters and digits"),
+    ]
+    for path, *expected, part in rows:
+        status, kind, text = preview.ask(path)
+        check(path, (*expected, True), (status, kind, part in text))
+    check("another site's name for this machine", 403, preview.ask("", Host="evil.example")[0])
+    check("another site's switch", 403,
+          preview.ask(".orv-preview/switch?language=de", Sec_Fetch_Site="cross-site")[0])
+    check("a switch leads nowhere else", "/", urllib.request.urlopen(
+        preview.url + ".orv-preview/switch?marks=0&back=//evil.example/").url[-1:])
+
+
+MISTAKES = {
+    "broken/page.htm": """<!DOCTYPE html>
+<?echo?>
+<?echo a b?>
+<?if eq 1 ?>
+<?query 'select nope
+ from device' '$1'?>
+<?include part.frm?>
+<?include ../../router.db?>
+{?missing.text?}
+<?calc + x 1?>
+<?base64 /etc/hostname?>
+<?multiquery 'select 1, 2' '$3'?>
+<?multiquery 'select id from network' `<?include broken/row.frm?>`?>
+""", "broken/row.frm": "<?setvariable var:a[1] x?><?setvariableonce var:a[1] y?>\n<?ECHO x?>",
+    "broken/first.htm": "<?echo a b?>lost", "broken/empty.htm": "",
+    "broken/cut.htm": "<!DOCTYPE html>\n<title><?setvariable var:a b?>\n<?echo 'never\nended\n",
+}
+
+
+def check_mistakes(preview):
+    """Each with its file and line, on a site that has nothing else."""
+    for path, text in MISTAKES.items():
+        write("site/" + path, text)
+    here = "broken/page.htm:"
+    expected = [
+        ("error", here + "2", "Syntax error: Unknown Cmd"),
+        ("error", here + "3", "Syntax error: Cmd ending with too many arguments."),
+        ("error", here + "4", "Syntax error: Too few arguments in <? if eq"),
+        ("error", here + "5", "Query failed: no such column: nope"),
+        ("error", here + "7", "Cannot include 'part.frm': No such file or directory"),
+        ("error", here + "8", "Cannot include '../../router.db': not below the document root"),
+        ("error", here + "11", "base64 cannot read '/etc/hostname': not below the document root"),
+        ("error", "broken/row.frm:2", "Syntax error: Unknown Cmd"),
+        ("warning", here + "9", "HTML-Text entry {?missing.text?} not found in database"),
+        ("warning", here + "6", "Invalid numVar Index $1"),
+        ("warning", here + "10", "1st operator x of calc is no valid number in current context"),
+        ("warning", here + "12", "Invalid numVar Index $3"),
+    ]
+    got = preview.messages("broken/page.htm?name=Ann")
+    check("mistakes", sorted(expected), sorted(got))
+    report = preview.report("broken/page.htm", b"name=Ann")
+    check("includes", ["broken/page.htm", "part.frm", "../../router.db"] + 4 * ["broken/row.frm"],
+          [one["path"] for one in report["templates"]])
+    check("queries", [("", 4, False)] + 4 * [("", 4, True)],
+          [(q["problem"], q["rows"], q["repeated"]) for q in report["queries"][-5:]])
+    check("row", [["1", "2"]], report["queries"][1]["sample"])
+    check("variables", [("name", "Ann", "the form", False), ("a[1]", "x", "", False),
+                        ("a[1]", "y", "", True)],
+          [(v["name"], v["value"], v["by"], v["kept"]) for v in report["variables"][:3]])
+    check("texts", [("missing.text", 9, True)],
+          [(t["id"], t["line"], t["missing"]) for t in report["texts"]])
+    for path, title, place in (("first", "The page breaks off", "first.htm, line 1<"),
+                               ("cut", "The page breaks off", "cut.htm, line 3<"),
+                               ("empty", "broken/empty.htm is empty", "")):
+        status, _, text = preview.ask(f"broken/{path}.htm")
+        check(path, (500, True, True), (status, f"<h1>{title}</h1>" in text, place in text))
+    write("site/endless.htm", "<!DOCTYPE html><?repeat [ 1 99999999 ] '" + 9999 * "x" + "'?>")
+    check("a page without end", True, "was stopped" in preview.ask("endless.htm")[2])
+
+
+def check_changes(preview):
+    """Each change comes to the browser by itself."""
+    show(preview.url + "devices.htm")
+    run("scrollTo(0, 150)")
+    edit("site/devices.htm", "<table", "<table data-edited")
+    check("template", True, wait("return !!document.querySelector('[data-edited]')", True))
+    edit("site/texts/en.po", '"Devices"', '"Gadgets"')
+    check("text", "Gadgets", wait(TITLE, "Gadgets"))
+    sql("update device set name = 'AAA' where id = 1")
+    name = "return document.querySelector('tbody').textContent.includes('AAA')"
+    check("database", True, wait(name, True))
+    check("scroll position", 150, wait("return scrollY", 150))
+    check("nothing is wrong", "badge", run(BADGE))
+    edit("site/devices.htm", "<table data-edited", "<?echo?><table")
+    check("an error", "badge failed", wait(BADGE, "badge failed"))
+    text = run(BAR + "return bar.querySelector('.badge').textContent")
+    check("its place", True, bool(re.search(r"devices.htm:\d+ Syntax error: Unknown Cmd", text)))
+    edit("site/devices.htm", "<?echo?>", "<?echo 'mended'?>")
+    check("mended", "badge", wait(BADGE, "badge"))
+    edit("site/style.css", "body", "h1 { color: rgb(1, 2, 3) !important }\nbody")
+    color = "return getComputedStyle(document.querySelector('h1')).color"
+    check("style", "rgb(1, 2, 3)", wait(color, "rgb(1, 2, 3)"))
+    edit("site/texts/en.po", 'msgstr "Gadgets"', 'msgstr "Gadgets')
+    check("a mistake in texts", "badge failed", wait(BADGE, "badge failed"))
+    check("its place, and the texts as they were", ("texts/en.po", "Gadgets"),
+          (preview.report("devices.htm")["messages"][0]["file"], run(TITLE)))
+    edit("site/texts/en.po", 'msgstr "Gadgets', 'msgstr "Gadgets"')
+    wait(BADGE, "badge")
+
+
+def check_switches(preview):
+    language = "return document.documentElement.lang"
+    run(SWITCH, 0, "de")
+    check("language", "de", wait(language, "de"))
+    run("document.querySelector('.languages [lang=en]').click()")
+    check("the page's own link", "en", wait(language, "en"))
+    run(SWITCH, 1, "1")
+    marks = "return document.querySelectorAll('main [title]').length > 5"
+    check("marks", True, wait(marks, True))
+    run(SWITCH, 1, "0")
+    check("no marks", False, wait(marks, False))
+    run(SWITCH, 2, "<b>no route</b>")
+    show(preview.url + "overview.htm")
+    check("error text", True, wait(
+        "return document.querySelector('[role=alert]')?.textContent.includes('no route')", True))
+    run(SWITCH, 2, "")
+    findings = BAR + """bar.getElementById('findings').click();
+return bar.querySelector('.entry').textContent"""
+    expected = "errorabout.htm:3:7Wordsid · n.htm:1: note"
+    check("findings of orv-check", expected, wait(findings, expected))
+
+
+def check_pages(preview):
+    """Pages that make it hard, by their policy, style, unclosed elements or base."""
+    policy = """<meta http-equiv="Content-Security-Policy" content="default-src 'none';
+require-trusted-types-for 'script'; base-uri 'none'; form-action 'none'">"""
+    wild = """<base href="http://127.0.0.1:9/"><style>* {
+color: rgb(1, 2, 3) !important } html > * {
+display: none !important; opacity: .1; top: 0 !important }</style>"""
+    form = """<form method="post" action="form.htm"><input name="who" value="Ann"></form>
+<p><?echo $var:who?></p>"""
+    run("sessionStorage.clear()")
+    pages = (("policy", policy, ""), ("wild", wild, ""), ("form", "", form),
+             ("text", "", "<textarea>"), ("comment", "", "<!-- <p>"), ("tag", "", "<a href=\"x"))
+    start = time.time()
+    for name, head, body in pages:
+        write(f"site/{name}.htm", f"<!DOCTYPE html>\n<title>x</title>{head}<h1>v1</h1>{body}\n")
+    preview.settle(start)
+    for name, *_ in pages:
+        show(f"{preview.url}{name}.htm")
+        expected = "badge warned" if name in ("text", "comment", "tag") else "badge"
+        check(name, expected, wait(BADGE, expected))
+        check(f"{name}: nothing of the bar's is in the page", 0, run(
+            "return document.querySelectorAll('script, #orv-preview').length"))
+        visible = BAR + """const badge = bar.querySelector('.badge');
+const box = badge.getBoundingClientRect();
+return [getComputedStyle(badge).color, box.width > 50 && box.bottom > innerHeight - 50]"""
+        check(f"{name}: seen, in its own style", ["rgb(232, 235, 241)", True], run(visible))
+        if name == "form":
+            run("setTimeout(() => document.forms[0].submit())")
+            check("a form", "Ann", wait(ANSWER, "Ann"))
+            wait(BADGE, "badge")
+        edit(f"site/{name}.htm", "v1", "v2")
+        check(f"{name}: changed", "v2", wait(TITLE, "v2"))
+        if name == "form":
+            check("the form is not sent again", "", run(ANSWER))
+    known = re.compile("inline style|favicon")
+    check("complaints", [], [line for line in
+                             (entry["message"] for entry in send("/se/log", type="browser"))
+                             if not known.search(line)])
+
+
+def check_hardships():
+    """A database that comes late and one that is locked, a folder that goes and comes back."""
+    with Preview("--port", "0", "--db", "later.db", "site") as preview:
+        check("a missing database is told", True, any("later.db cannot be read" in line
+                                                      for line in preview.lines))
+        def first():
+            return preview.messages("overview.htm")[0][2].split(": ", 1)[-1]
+        check("a missing database", "No such file or directory", first())
+        shutil.copy("router.db", "later.db")
+        preview.until("later.db")
+        check("it has come", 0, len([m for m in preview.messages("overview.htm") if m[0] == "error"
+                                     and not re.search("htmltext|fallback", m[2])]))
+        with sqlite3.connect("later.db", isolation_level=None) as db:
+            db.execute("begin exclusive")
+            check("it is locked", "database is locked", first())
+        os.rename("site", "away")
+        preview.until("it is shown again when it is back.")
+        status, _, text = preview.ask("overview.htm")
+        check("the folder is gone", (503, True), (status, "<h1>The folder is gone</h1>" in text))
+        os.rename("away", "site")
+        preview.until("The folder is back.")
+        check("the folder is back", 200, preview.ask("overview.htm")[0])
+        start = time.time()
+        os.makedirs("site/new/deep")
+        preview.settle(start)
+        write("site/new/deep/new.htm", "new")
+        preview.until("Changed: new/deep/new.htm")
+        events = urllib.request.urlopen(preview.url + ".orv-preview/events", timeout=20)
+        port = preview.url.split(":")[2].strip("/")
+    try:
+        events.read()
+    except http.client.IncompleteRead:
+        pass # it has ended with the server
+    work = [name for name in os.listdir(tempfile.gettempdir()) if name.startswith("orv-preview-")]
+    check("nothing is left", [], work)
+    with Preview("--port", port, "site") as preview:
+        check("a second start", 200, preview.ask("")[0])
+
+
+FINDINGS = {"version": 1, "findings": [{"file": "about.htm", "line": 3, "column": 7,
+            "severity": "error", "id": "id", "text": "Words",
+            "notes": [{"file": "n.htm", "line": 1, "column": 1, "text": "note"}]}]}
+programs = [os.path.realpath(path) for path in sys.argv[1:3]]
+site = os.path.realpath(sys.argv[3])
+with tempfile.TemporaryDirectory() as folder, tempfile.TemporaryDirectory() as tempfile.tempdir:
+    os.environ["TMPDIR"] = tempfile.tempdir
+    os.chdir(folder)
+    os.mkdir("bin")
+    shutil.copy(programs[0], "bin/orv-preview") # it looks for the others beside it
+    os.symlink(programs[1], "bin/orv-textdb")
+    write("bin/orv-check", f"#!/bin/sh\ncat <<'END'\n{json.dumps(FINDINGS, indent=1)}\nEND\n")
+    os.chmod("bin/orv-check", 0o755)
+    shutil.copytree(site, "site")
+    with open("site/router.sql", encoding="utf-8") as script, sqlite3.connect("router.db") as made:
+        made.executescript(script.read())
+    check_refusals()
+    with Preview("--port", "0", "--db", "router.db", "--texts", "site/texts/en.po",
+                 "--texts", "site/texts/de.po", "site") as started:
+        check_files(started)
+        check_mistakes(started)
+        with_browser(lambda: [step(started) for step in (check_changes, check_switches,
+                                                         check_pages)])
+    check_hardships()
+sys.exit(bool(failed))

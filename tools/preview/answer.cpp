@@ -1,0 +1,527 @@
+/* tools/preview/answer.cpp - see the header.
+ *
+ * Pages come as the web program would send them, and the bar behind them. Everything is
+ * read below the site's folder; a name with a dot in front, and a link that leads out,
+ * are as good as missing. Requests that another site's page may have caused through a
+ * name of its own for 127.0.0.1 are refused by their Host header. */
+#include "answer.h"
+
+#include <dirent.h>
+#include <errno.h>
+#include <poll.h>
+#include <signal.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/inotify.h>
+#include <sys/stat.h>
+#include <algorithm>
+
+#include "config.h"
+#include "embedded.h"
+#include "grammar/commands.h"
+#include "markup.h"
+#include "pages.h"
+#include "report.h"
+#include "request.h"
+#include "trace.h"
+
+using std::string;
+using std::string_view;
+
+namespace
+{
+struct Request {
+    string method;
+    string path;  // decoded, begins with '/'
+    string query; // as it was sent
+    string host;
+    std::vector<FormField> fields;
+
+    bool isHead() const
+    {
+        return method == "HEAD";
+    }
+};
+
+// What all steps of an answer need.
+struct Job {
+    string work;
+    Config config;
+    Switches switches;
+    string generation;
+    Request request;
+    Trace trace;
+};
+} // namespace
+
+static const char *fromEnvironment(const char *name)
+{
+    const char *value = getenv(name);
+    return value ? value : "";
+}
+
+static string lower(string text)
+{
+    std::transform(text.begin(), text.end(), text.begin(),
+                   [](unsigned char c) { return static_cast<char>(tolower(c)); });
+    return text;
+}
+
+/* Writes an answer. Nothing is kept by a cache: the files change all the time. */
+static int answer(const Job &job, const char *status, string_view type, string_view body,
+                  const string &headers = "")
+{
+    printf("Status: %s\r\nContent-Type: %.*s\r\nCache-Control: no-store\r\n"
+           "X-Content-Type-Options: nosniff\r\n%s\r\n",
+           status, static_cast<int>(type.size()), type.data(), headers.c_str());
+    if (!job.request.isHead())
+        fwrite(body.data(), 1, body.size(), stdout);
+    return fflush(stdout) == 0 ? 0 : 1;
+}
+
+/* ---- Kinds of files ---- */
+
+static constexpr struct {
+    const char *ending;
+    const char *type;
+    bool mayBeTemplate = false; // where its text has a command
+} types[] = {
+    {".css", "text/css; charset=utf-8", true},
+    {".js", "text/javascript; charset=utf-8", true},
+    {".mjs", "text/javascript; charset=utf-8"},
+    {".json", "application/json", true},
+    {".map", "application/json"},
+    {".webmanifest", "application/manifest+json"},
+    {".txt", "text/plain; charset=utf-8", true},
+    {".md", "text/plain; charset=utf-8"},
+    {".po", "text/plain; charset=utf-8"},
+    {".sql", "text/plain; charset=utf-8"},
+    {".csv", "text/csv; charset=utf-8", true},
+    {".xml", "application/xml", true},
+    {".xhtml", "application/xhtml+xml"},
+    {".svg", "image/svg+xml", true},
+    {".png", "image/png"},
+    {".jpg", "image/jpeg"},
+    {".jpeg", "image/jpeg"},
+    {".gif", "image/gif"},
+    {".webp", "image/webp"},
+    {".avif", "image/avif"},
+    {".ico", "image/x-icon"},
+    {".woff", "font/woff"},
+    {".woff2", "font/woff2"},
+    {".ttf", "font/ttf"},
+    {".otf", "font/otf"},
+    {".pdf", "application/pdf"},
+    {".mp3", "audio/mpeg"},
+    {".mp4", "video/mp4"},
+    {".webm", "video/webm"},
+    {".wasm", "application/wasm"},
+};
+
+static const char *typeOf(const string &path)
+{
+    const string name = lower(path);
+    for (const auto &row : types)
+        if (name.ends_with(row.ending))
+            return row.type;
+    return "application/octet-stream";
+}
+
+/* Whether a command begins somewhere in text. */
+static bool hasCommand(string_view text)
+{
+    for (size_t at = 0; (at = text.find("<?", at)) != string_view::npos; at++) {
+        string_view rest = text.substr(at + 2);
+        rest.remove_prefix(std::min(rest.find_first_not_of(" \t\r\n"), rest.size()));
+        const string_view word = rest.substr(0, rest.find_first_of(" \t\r\n"));
+        for (const CommandDef &command : commandTable) {
+            const string_view words = command.words;
+            if (!word.empty() && word == words.substr(0, words.find(' ')))
+                return true;
+        }
+    }
+    return false;
+}
+
+/* Whether a file is rendered. Web programs also fill templates that make no pages, such as
+ * tables to keep: these are told by what stands in them. */
+static bool isTemplate(const Job &job, const string &path)
+{
+    if (kindOfFile(path) != FolderEntry::FILE)
+        return true;
+    string bytes;
+    for (const auto &row : types)
+        if (row.mayBeTemplate && lower(path).ends_with(row.ending))
+            return !readBelow(job.trace, path, bytes) && hasCommand(bytes);
+    return false;
+}
+
+/* ---- Pages, with the bar ---- */
+
+/* Answers with a page and the bar behind it. A page whose own policy could forbid the
+ * bar's script gets that in front of the policy, where it is not in force yet; the script
+ * takes itself out of the page at once. */
+static int answerPage(Job &job, const char *status, const string &page, ReportSetting setting)
+{
+    const Markup markup = readMarkup(page);
+    setting.openMarkup = markup.open;
+    setting.hasPolicy = markup.policy != string::npos;
+    const string script =
+        "<script src=\"http://" + job.request.host + ownAddress + "bar.js\"></script>";
+    string body = page;
+    if (setting.hasPolicy)
+        body.insert(markup.policy, script);
+    body += markup.closing + "<script type=\"application/json\" id=\"orv-preview\">" +
+            reportJson(job.trace, setting) + "</script>";
+    if (!setting.hasPolicy)
+        body += script;
+    return answer(job, status, "text/html; charset=utf-8", body);
+}
+
+static ReportSetting settingOf(const Job &job, const string &page)
+{
+    ReportSetting setting{job.config, job.switches, job.generation, page, "", ""};
+    setting.isPosted = job.request.method == "POST";
+    readWhole(job.work + "/findings", setting.findings);
+    return setting;
+}
+
+static int answerTrouble(Job &job, const char *status, Trouble trouble)
+{
+    if (trouble.hint.empty())
+        trouble.hint = hintFor(trouble.text);
+    return answerPage(job, status, troublePage(trouble), settingOf(job, trouble.place.file));
+}
+
+/* The page's language is that of the request, and stays: a site's own links switch it, as
+ * they do on the device. */
+static void keepLanguage(Job &job)
+{
+    const string *wanted = findField(job.request.fields, "lang");
+    const auto &known = job.config.languages;
+    if (!wanted || std::find(known.begin(), known.end(), *wanted) == known.end() ||
+        *wanted == job.switches.language)
+        return;
+    job.switches.language = *wanted;
+    writeSwitches(job.work, job.switches);
+}
+
+static void setVariables(Job &job, Interpreter *interpreter)
+{
+    for (const auto &[name, value] : job.config.variables)
+        traceSet(job.trace, interpreter, name, value, "--set");
+    if (!job.switches.language.empty())
+        traceSet(job.trace, interpreter, "lang", job.switches.language, "the language switch");
+    for (const FormField &field : job.request.fields)
+        traceSet(job.trace, interpreter, field.name, field.value,
+                 job.request.method == "POST" ? "the form" : "the address");
+}
+
+/* Why there is no page, or not the whole. */
+static Trouble runTrouble(Job &job, const string &page, const string &made)
+{
+    Trouble trouble;
+    const TraceTemplate *first = job.trace.templates.empty() ? nullptr : &job.trace.templates[0];
+    if (job.trace.result == ORV_RUN_NO_TEMPLATE) {
+        const bool isEmpty = !first || first->problem.empty();
+        trouble.title = isEmpty ? page + " is empty" : page + " cannot be opened";
+        trouble.text = isEmpty ? "An empty template makes no page." : first->problem;
+        return trouble;
+    }
+    trouble.title = "The page breaks off";
+    trouble.text = "The interpreter gave up here, and the rest of the page is lost.";
+    trouble.place = job.trace.stopped;
+    trouble.hint = "A command with too many arguments breaks the page off where it is the first "
+                   "thing in it. Put quotes around its text, or any page text, such as "
+                   "<!DOCTYPE html>, in front.";
+    if (!made.empty())
+        trouble.hint = "The usual causes are a command without its ?>, and an argument of more "
+                       "than some 10,000 pieces.";
+    for (const TraceMessage &m : job.trace.messages)
+        if (m.text.find("File ends inside cmd") != string::npos) {
+            trouble.text = "The template ends inside a command: its ?> is missing.";
+            trouble.hint = "";
+            trouble.place = m.place;
+        }
+    trouble.lines = excerpt(job.trace, trouble.place.file, trouble.place.line, 4);
+    trouble.page = made;
+    return trouble;
+}
+
+static int answerTemplate(Job &job, const string &page)
+{
+    static string root; // systemRoot must outlive the interpreter
+    keepLanguage(job);
+    root = rootFolder(job.work, job.switches.marks);
+    systemRoot = root.c_str();
+    if (!job.switches.error.empty())
+        job.trace.error = job.switches.error.c_str();
+    Interpreter *interpreter = traceInterpreter(job.trace);
+    if (!interpreter)
+        return answerTrouble(job, "500 Internal Server Error",
+                             {"Out of memory", "", "", {}, {}, "", {}});
+    setVariables(job, interpreter);
+    const string made = traceRun(job.trace, interpreter, page);
+    if (job.trace.result != ORV_RUN_DONE)
+        return answerTrouble(job, "500 Internal Server Error", runTrouble(job, page, made));
+    if (kindOfFile(page) == FolderEntry::FILE) // no page that a bar could stand in
+        return answer(job, "200 OK", typeOf(page), made);
+    return answerPage(job, "200 OK", made, settingOf(job, page));
+}
+
+/* ---- Other files, and folders ---- */
+
+/* Pages of the same folder that have much of the name. */
+static std::vector<string> similarPages(const string &path)
+{
+    const size_t slash = path.rfind('/');
+    const string folder = slash == string::npos ? "" : path.substr(0, slash + 1);
+    const string stem =
+        lower(path.substr(folder.size(), path.find('.', folder.size()) - folder.size()));
+    std::vector<string> pages;
+    DIR *dir = opendir(folder.empty() ? "." : folder.c_str());
+    while (const dirent *entry = dir ? readdir(dir) : nullptr) {
+        const string name = lower(entry->d_name);
+        if (name[0] != '.' && kindOfFile(name) == FolderEntry::PAGE &&
+            (name.starts_with(stem.substr(0, 3)) || name.find(stem) != string::npos))
+            pages.push_back(folder + entry->d_name);
+    }
+    if (dir)
+        closedir(dir);
+    std::sort(pages.begin(), pages.end());
+    return pages;
+}
+
+static int answerMissing(Job &job, const string &path, const string &why)
+{
+    Trouble trouble;
+    const bool isTemplate = kindOfFile(path) != FolderEntry::FILE;
+    trouble.title = "There is no " + string(isTemplate ? "page " : "file ") + path;
+    trouble.text = why;
+    trouble.hint = "The folder that is shown is " + job.config.docRoot + ".";
+    if (why.find("document root") == string::npos)
+        trouble.links = similarPages(path);
+    return answerTrouble(job, "404 Not Found", trouble);
+}
+
+static int answerFile(Job &job, const string &path)
+{
+    string bytes;
+    if (const char *problem = readBelow(job.trace, path, bytes))
+        return answerMissing(job, path, problem);
+    return answer(job, "200 OK", typeOf(path), bytes);
+}
+
+static int answerFolder(Job &job, const string &path)
+{
+    std::vector<FolderEntry> entries;
+    DIR *dir = opendir(path.empty() ? "." : path.c_str());
+    if (!dir)
+        return answerMissing(job, path, strerror(errno));
+    while (const dirent *entry = readdir(dir)) {
+        struct stat status;
+        if (entry->d_name[0] == '.' || stat((path + entry->d_name).c_str(), &status) != 0)
+            continue;
+        entries.push_back(
+            {S_ISDIR(status.st_mode) ? FolderEntry::FOLDER : kindOfFile(entry->d_name),
+             entry->d_name});
+    }
+    closedir(dir);
+    std::sort(entries.begin(), entries.end(),
+              [](const FolderEntry &a, const FolderEntry &b) { return a.name < b.name; });
+    const string title = job.config.docRoot.substr(job.config.docRoot.rfind('/') + 1) + "/" + path;
+    return answerPage(job, "200 OK", folderPage(title, job.request.path, entries),
+                      settingOf(job, ""));
+}
+
+static bool hasHiddenStep(string_view path)
+{
+    return path.starts_with('.') || path.find("/.") != string_view::npos;
+}
+
+/* Whether path is a folder below the site's, or that itself. */
+static bool isFolder(const Job &job, const string &path)
+{
+    char resolved[PATH_MAX + 1];
+    struct stat status;
+    if (!realpath(path.empty() ? "." : path.c_str(), resolved))
+        return false;
+    return stat(resolved, &status) == 0 && S_ISDIR(status.st_mode) &&
+           (string(resolved) + "/").starts_with(job.trace.docRoot);
+}
+
+static int answerSite(Job &job)
+{
+    string path = job.request.path.substr(1);
+    if (hasHiddenStep(path))
+        return answerMissing(job, path, "Names with a dot in front are not shown.");
+    if (isFolder(job, path)) {
+        if (path.empty() || path.ends_with('/'))
+            return answerFolder(job, path);
+        return answer(job, "302 Found", "text/plain", "",
+                      "Location: " + path.substr(path.rfind('/') + 1) + "/\r\n");
+    }
+    int32_t fd = -1;
+    if (const char *problem = hostOpenFile(job.trace, path.c_str(), &fd))
+        return answerMissing(job, path, problem);
+    close(fd);
+    return isTemplate(job, path) ? answerTemplate(job, path) : answerFile(job, path);
+}
+
+/* ---- The preview's own addresses ---- */
+
+static int answerScript(const Job &job)
+{
+    string script = bar_js;
+    const string_view place = "'@STYLE@'";
+    script.replace(script.find(place), place.size(), scriptText(bar_css));
+    return answer(job, "200 OK", "text/javascript; charset=utf-8", script);
+}
+
+/* Switches language, marks or error, and goes back to the page. */
+static int answerSwitch(Job &job)
+{
+    const string from = fromEnvironment("HTTP_SEC_FETCH_SITE");
+    if (!from.empty() && from != "same-origin")
+        return answer(job, "403 Forbidden", "text/plain", "Only the preview's own pages switch.\n");
+    const auto field = [&](const char *name, const string &value) {
+        const string *found = findField(job.request.fields, name);
+        return found ? *found : value;
+    };
+    job.switches.language = field("language", job.switches.language);
+    job.switches.error = field("error", job.switches.error);
+    job.switches.marks =
+        std::clamp(atoi(field("marks", std::to_string(job.switches.marks)).c_str()), 0, 2);
+    writeSwitches(job.work, job.switches);
+    string back = field("back", "/");
+    const auto isBad = [](unsigned char c) { return c <= ' ' || c == '\\' || c == 0x7f; };
+    if (!back.starts_with('/') || back.starts_with("//") ||
+        std::any_of(back.begin(), back.end(), isBad))
+        back = "/";
+    return answer(job, "303 See Other", "text/plain", "", "Location: " + back + "\r\n");
+}
+
+/* Sends one event, data without line ends. */
+static bool sendEvent(const char *name, const string &data)
+{
+    return printf("event: %s\ndata: %s\n\n", name, data.c_str()) > 0 && fflush(stdout) == 0;
+}
+
+/* Tells of each change for as long as the reader and the launcher are there. */
+static int streamEvents(const Job &job)
+{
+    static constexpr int beat = 15000; // milliseconds between signs of life
+    const int watch = inotify_init1(IN_CLOEXEC | IN_NONBLOCK);
+    if (watch < 0 || inotify_add_watch(watch, job.work.c_str(), IN_MOVED_TO | IN_DELETE_SELF) < 0)
+        return answer(job, "503 Service Unavailable", "text/plain", "Changes cannot be watched.\n");
+    signal(SIGPIPE, SIG_DFL);
+    fputs("Status: 200 OK\r\nContent-Type: text/event-stream\r\nCache-Control: no-store\r\n\r\n"
+          "retry: 500\n\n",
+          stdout);
+    string sent;
+    string sentFindings;
+    for (;;) {
+        const string generation = readGeneration(job.work);
+        string findings;
+        readWhole(job.work + "/findings", findings);
+        if (generation.empty())
+            return 0; // the launcher has gone
+        if (generation != sent && !sendEvent("generation", generation))
+            return 1;
+        if (!findings.empty() && findings != sentFindings && !sendEvent("findings", findings))
+            return 1;
+        sent = generation;
+        sentFindings = findings;
+        pollfd waits[] = {{watch, POLLIN, 0}, {STDOUT_FILENO, 0, 0}};
+        if (poll(waits, 2, beat) == 0 && (fputs(":\n\n", stdout) < 0 || fflush(stdout) != 0))
+            return 1;
+        if (waits[1].revents != 0)
+            return 0; // nobody reads any more
+        char events[4096];
+        while (read(watch, events, sizeof events) > 0)
+            ;
+    }
+}
+
+/* ---- The request ---- */
+
+/* Whether the browser was led here by this server's own names. */
+static bool isOwnHost(const Config &config, const string &host)
+{
+    const string port = ":" + std::to_string(config.port);
+    return host == "127.0.0.1" + port || host == "localhost" + port ||
+           (config.port == 80 && (host == "127.0.0.1" || host == "localhost"));
+}
+
+/* Reads the fields of the address, and of a form that was sent. Returns null, or what is
+ * wrong with them. */
+static const char *readFields(Request &request)
+{
+    static constexpr const char *problems[] = {
+        nullptr,
+        "A field's name is not made of letters and digits alone, or a value is no text in UTF-8. "
+        "The web program refuses such a request.",
+        "There are too many fields, or a name or a value is too long. The web program refuses "
+        "such a request."};
+    if (const char *problem = problems[decodeForm(request.query, request.fields)])
+        return problem;
+    if (request.method != "POST")
+        return nullptr;
+    size_t length;
+    const char *type = fromEnvironment("CONTENT_TYPE");
+    const string_view boundary = multipartBoundary(type);
+    if (!isFormType(type) && boundary.empty())
+        return "What was sent is in none of the encodings of a form.";
+    if (!readNumber(fromEnvironment("CONTENT_LENGTH"), &length) || length > maxForm)
+        return problems[FORM_TOO_LARGE];
+    string body(length, '\0');
+    std::vector<FormField> fields;
+    if (fread(body.data(), 1, length, stdin) != length)
+        return problems[FORM_BAD];
+    const FormResult result =
+        boundary.empty() ? decodeForm(body, fields) : decodeMultipart(body, boundary, fields);
+    if (problems[result])
+        return problems[result];
+    request.fields.insert(request.fields.end(), fields.begin(), fields.end());
+    return nullptr;
+}
+
+int answerRequest(const string &work)
+{
+    Job job{work, readConfig(work), readSwitches(work), readGeneration(work), {}, {}};
+    Request &request = job.request;
+    request.method = fromEnvironment("REQUEST_METHOD");
+    request.path = fromEnvironment("PATH_INFO");
+    request.query = fromEnvironment("QUERY_STRING");
+    request.host = lower(fromEnvironment("HTTP_HOST"));
+    if (!isOwnHost(job.config, request.host))
+        return answer(job, "403 Forbidden", "text/plain",
+                      "The preview is at http://127.0.0.1 alone.\n");
+    if (request.method != "GET" && request.method != "HEAD" && request.method != "POST")
+        return answer(job, "405 Method Not Allowed", "text/plain", "",
+                      "Allow: GET, HEAD, POST\r\n");
+    if (!request.path.starts_with('/'))
+        request.path = "/";
+    if (request.path == ownAddress + string("bar.js"))
+        return answerScript(job);
+    if (request.path == ownAddress + string("events"))
+        return streamEvents(job);
+    const char *problem = readFields(request);
+    string why;
+    if (!problem && request.path == ownAddress + string("switch"))
+        return answerSwitch(job);
+    if (!traceOpen(job.trace, job.config.docRoot, job.config.db, &why))
+        return answerTrouble(job, "503 Service Unavailable",
+                             {"The folder is gone",
+                              job.config.docRoot + ": " + why,
+                              "When it is back, this page shows it again.",
+                              {},
+                              {},
+                              "",
+                              {}});
+    if (problem)
+        return answerTrouble(job, "400 Bad Request",
+                             {"The request is refused", problem, "", {}, {}, "", {}});
+    return answerSite(job);
+}

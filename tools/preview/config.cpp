@@ -1,0 +1,103 @@
+/* tools/preview/config.cpp - see the header. The files are JSON. */
+#include "config.h"
+
+#include <fcntl.h>
+#include <stdio.h>
+#include <unistd.h>
+#include <nlohmann/json.hpp>
+
+using nlohmann::json;
+using std::string;
+
+static constexpr auto replaceBytes = json::error_handler_t::replace; // that are no UTF-8
+
+bool replaceFile(const string &path, const string &bytes)
+{
+    const string beside = path + "." + std::to_string(getpid());
+    const int fd = open(beside.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+    if (fd < 0)
+        return false;
+    const bool isWritten =
+        write(fd, bytes.data(), bytes.size()) == static_cast<ssize_t>(bytes.size());
+    return close(fd) == 0 && isWritten && rename(beside.c_str(), path.c_str()) == 0;
+}
+
+bool readWhole(const string &path, string &bytes)
+{
+    bytes.clear();
+    const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    char piece[16384];
+    ssize_t count = fd < 0 ? -1 : 0;
+    while (fd >= 0 && (count = read(fd, piece, sizeof piece)) > 0)
+        bytes.append(piece, static_cast<size_t>(count));
+    if (fd >= 0)
+        close(fd);
+    return count == 0;
+}
+
+static json readJson(const string &path)
+{
+    string bytes;
+    readWhole(path, bytes);
+    json read = json::parse(bytes, nullptr, false);
+    return read.is_object() ? read : json::object();
+}
+
+Config readConfig(const string &work)
+{
+    const json read = readJson(work + "/config");
+    Config config;
+    config.docRoot = read.value("docRoot", "");
+    config.db = read.value("db", "");
+    config.port = read.value("port", 0);
+    config.reloads = read.value("reloads", true);
+    config.variables = read.value("variables", config.variables);
+    config.languages = read.value("languages", config.languages);
+    for (const json &problem : read.value("problems", json::array()))
+        config.problems.push_back(
+            {problem.value("file", ""), problem.value("line", 0), problem.value("text", "")});
+    return config;
+}
+
+bool writeConfig(const string &work, const Config &config)
+{
+    json problems = json::array();
+    for (const FileProblem &problem : config.problems)
+        problems.push_back(
+            {{"file", problem.file}, {"line", problem.line}, {"text", problem.text}});
+    const json written = {{"docRoot", config.docRoot},     {"db", config.db},
+                          {"port", config.port},           {"reloads", config.reloads},
+                          {"variables", config.variables}, {"languages", config.languages},
+                          {"problems", problems}};
+    return replaceFile(work + "/config", written.dump(1, ' ', false, replaceBytes));
+}
+
+Switches readSwitches(const string &work)
+{
+    const json read = readJson(work + "/switches");
+    return {read.value("language", ""), read.value("marks", 0), read.value("error", "")};
+}
+
+bool writeSwitches(const string &work, const Switches &switches)
+{
+    const json written = {
+        {"language", switches.language}, {"marks", switches.marks}, {"error", switches.error}};
+    return replaceFile(work + "/switches", written.dump(1, ' ', false, replaceBytes));
+}
+
+string readGeneration(const string &work)
+{
+    string generation;
+    readWhole(work + "/generation", generation);
+    return generation;
+}
+
+bool writeGeneration(const string &work, const string &generation)
+{
+    return replaceFile(work + "/generation", generation);
+}
+
+string rootFolder(const string &work, int marks)
+{
+    return work + "/root" + std::to_string(marks);
+}

@@ -1,0 +1,466 @@
+/* tools/preview/orv-preview.cpp - shows a site's templates in the browser while they are
+ * written.
+ *
+ * The launcher makes a work folder with all that a request needs, starts the web server,
+ * and then waits for changes of the site's files: each makes a new generation, which the
+ * pages' event streams tell the browser. The web server runs this same program for each
+ * request, and tells it the work folder in ORV_PREVIEW_WORK. */
+#include "answer.h"
+#include "config.h"
+#include "program.h"
+#include "report.h"
+#include "server.h"
+#include "texts.h"
+#include "watch.h"
+
+#include <errno.h>
+#include <getopt.h>
+#include <poll.h>
+#include <signal.h>
+#include <stdarg.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/signalfd.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <time.h>
+#include <unistd.h>
+#include <filesystem>
+#include <new>
+
+using std::string;
+
+namespace fs = std::filesystem;
+
+enum { ENDED = 0, WRONG_USAGE = 2 };
+
+static constexpr int defaultPort = 8080;
+static constexpr int portsTried = 20;
+static constexpr int quietMilliseconds = 80; // that end a row of changes
+
+static constexpr char helpText[] =
+    "Usage: orv-preview [OPTION]... [DIR]\n"
+    "Shows the templates below DIR (default: .) in the browser, as the device would, and\n"
+    "loads pages again when a file is saved. A bar at the foot of each page tells what is\n"
+    "wrong in the templates. Ctrl-C ends it.\n"
+    "\n"
+    "  --db FILE          answer queries from this SQLite database, read-only\n"
+    "  --texts FILE       the texts of a language, from a gettext PO file or a text\n"
+    "                     database whose name tells the language: de.po, de.db or\n"
+    "                     htmltext_de.db; repeatable. The first is the default language\n"
+    "  --root DIR         look below DIR for the device's own text databases:\n"
+    "                     /etc/htmltext_CODE.db, /var/htmltext.db, ...\n"
+    "  --set NAME=VALUE   set a variable, as the web program would; repeatable. An\n"
+    "                     element of an array is NAME[INDEX]=VALUE\n"
+    "  --error TEXT       the error that the pages' error commands find\n"
+    "  --port NUMBER      the port on 127.0.0.1 (default: 8080, or the next free one);\n"
+    "                     0 stands for any free one\n"
+    "  --open             start the browser\n"
+    "  --no-reload        do not load pages again when a file changes\n"
+    "  --help, --version  print this text, or the version\n"
+    "\n"
+    "Pages are files whose names end in .htm or .html; pieces that they include may end\n"
+    "in .frm. Nothing outside DIR is read but what the options name.\n"
+    "\n"
+    "Exit status: 0 ended by Ctrl-C; 2 wrong usage, a missing folder, a busy port, or no\n"
+    "web server (lighttpd).\n";
+
+namespace
+{
+struct Options {
+    const char *folder = ".";
+    string db;
+    string deviceRoot;
+    std::vector<TextSource> texts;
+    std::vector<std::pair<string, string>> variables;
+    string error;
+    int port = -1; // none given
+    bool opens = false;
+    bool reloads = true;
+};
+
+struct Launcher {
+    Options options;
+    Config config;
+    Watch watch;
+    string work;      // removed at the end
+    pid_t server = 0; // 0 while there is none
+    pid_t checker = 0;
+    bool isStale = true; // the checker has not seen the newest files
+    bool isGone = false; // the folder is not there
+};
+} // namespace
+
+__attribute__((format(printf, 1, 2))) static int fail(const char *format, ...)
+{
+    va_list values;
+    va_start(values, format);
+    fputs("orv-preview: ", stderr);
+    vfprintf(stderr, format, values);
+    fputc('\n', stderr);
+    va_end(values);
+    return WRONG_USAGE;
+}
+
+__attribute__((format(printf, 1, 2))) static void tell(const char *format, ...)
+{
+    va_list values;
+    va_start(values, format);
+    vprintf(format, values);
+    putchar('\n');
+    fflush(stdout);
+    va_end(values);
+}
+
+/* ---- The command line ---- */
+
+static string absolute(const string &path)
+{
+    std::error_code error;
+    return fs::absolute(path, error).lexically_normal();
+}
+
+static int readText(const char *path, Options &options)
+{
+    const TextSource source = {languageOf(path), absolute(path)};
+    if (source.language.empty())
+        return fail("--texts needs a file whose name tells its language, such as de.po or de.db, "
+                    "not '%s'",
+                    path);
+    if (access(path, R_OK) != 0)
+        return fail("cannot read texts '%s': %s", path, strerror(errno));
+    options.texts.push_back(source);
+    return -1;
+}
+
+static int readPort(const char *text, Options &options)
+{
+    char *end;
+    errno = 0;
+    const long port = strtol(text, &end, 10);
+    if (*text < '0' || *text > '9' || *end != '\0' || errno != 0 || port > 65535)
+        return fail("--port needs a number from 1 to 65535, or 0 for any, not '%s'", text);
+    options.port = static_cast<int>(port);
+    return -1;
+}
+
+/* Reads one option. Returns -1 to go on, else the exit status. */
+static int readOption(int key, Options &options, char **argv)
+{
+    switch (key) {
+    case 'd':
+        options.db = absolute(optarg);
+        return -1;
+    case 't':
+        return readText(optarg, options);
+    case 'r':
+        options.deviceRoot = absolute(optarg);
+        if (!fs::is_directory(options.deviceRoot))
+            return fail("cannot use root '%s': it is no folder", optarg);
+        return -1;
+    case 's': {
+        const char *value = strchr(optarg, '=');
+        if (!value || value == optarg)
+            return fail("--set needs NAME=VALUE, not '%s'", optarg);
+        options.variables.emplace_back(string(optarg, static_cast<size_t>(value - optarg)),
+                                       value + 1);
+        return -1;
+    }
+    case 'e':
+        options.error = optarg;
+        return -1;
+    case 'p':
+        return readPort(optarg, options);
+    case 'o':
+        options.opens = true;
+        return -1;
+    case 'n':
+        options.reloads = false;
+        return -1;
+    case 'h':
+        fputs(helpText, stdout);
+        return ENDED;
+    case 'v':
+        puts("orv-preview " ORV_VERSION);
+        return ENDED;
+    case ':':
+        return fail("option '%s' needs a value, see --help", argv[optind - 1]);
+    default:
+        return fail("wrong option '%s', see --help", argv[optind - 1]);
+    }
+}
+
+/* Reads the command line. Returns -1 to go on, else the exit status. */
+static int readOptions(int argc, char **argv, Options &options)
+{
+    static const option table[] = {
+        {"db", required_argument, nullptr, 'd'},
+        {"texts", required_argument, nullptr, 't'},
+        {"root", required_argument, nullptr, 'r'},
+        {"set", required_argument, nullptr, 's'},
+        {"error", required_argument, nullptr, 'e'},
+        {"port", required_argument, nullptr, 'p'},
+        {"open", no_argument, nullptr, 'o'},
+        {"no-reload", no_argument, nullptr, 'n'},
+        {"help", no_argument, nullptr, 'h'},
+        {"version", no_argument, nullptr, 'v'},
+        {nullptr, 0, nullptr, 0},
+    };
+    opterr = 0;
+    for (int key; (key = getopt_long(argc, argv, ":", table, nullptr)) != -1;)
+        if (const int status = readOption(key, options, argv); status >= 0)
+            return status;
+    if (argc - optind > 1)
+        return fail("one folder at a time, see --help");
+    if (optind < argc)
+        options.folder = argv[optind];
+    return -1;
+}
+
+/* ---- Start ---- */
+
+/* Sets the port. Returns -1 to go on, else the exit status. */
+static int choosePort(Launcher &launcher)
+{
+    int &port = launcher.config.port;
+    const bool isGiven = launcher.options.port >= 0;
+    port = isGiven ? launcher.options.port : defaultPort;
+    int error = tryPort(&port);
+    if (error == EADDRINUSE && !isGiven) {
+        for (int i = 0; error == EADDRINUSE && i < portsTried; i++) {
+            port++;
+            error = tryPort(&port);
+        }
+        if (error == 0)
+            tell("Port %d is in use by another program; %d is taken instead.", defaultPort, port);
+    }
+    if (error == EADDRINUSE)
+        return fail("port %d is in use by another program; choose another with --port", port);
+    if (error != 0)
+        return fail("cannot use port %d: %s", port, strerror(error));
+    return -1;
+}
+
+static string newGeneration()
+{
+    timespec time;
+    clock_gettime(CLOCK_REALTIME, &time);
+    return std::to_string(time.tv_sec) + std::to_string(time.tv_nsec / 1000000 + 1000).substr(1);
+}
+
+static string shown(const Launcher &launcher, const string &path)
+{
+    const string start = launcher.config.docRoot + "/";
+    return path.starts_with(start) ? path.substr(start.size()) : path;
+}
+
+/* Brings the text databases and the configuration up to date. */
+static bool prepare(Launcher &launcher)
+{
+    const Options &options = launcher.options;
+    if (!makeRoots(launcher.work, options.deviceRoot, options.texts, launcher.config))
+        return false;
+    for (FileProblem &problem : launcher.config.problems) {
+        problem.file = shown(launcher, problem.file);
+        tell("%s:%d: %s", problem.file.c_str(), problem.line, problem.text.c_str());
+    }
+    return writeConfig(launcher.work, launcher.config) &&
+           writeGeneration(launcher.work, newGeneration());
+}
+
+static void watchFiles(Launcher &launcher)
+{
+    Watch &watch = launcher.watch;
+    watch.folder = launcher.config.docRoot;
+    if (!launcher.options.db.empty())
+        watch.files.push_back(launcher.options.db);
+    for (const TextSource &source : launcher.options.texts)
+        watch.files.push_back(source.path);
+    std::error_code ignored;
+    for (const auto &entry : fs::directory_iterator(launcher.options.deviceRoot + "/etc", ignored))
+        if (!launcher.options.deviceRoot.empty() && entry.path().extension() == ".db")
+            watch.files.push_back(entry.path());
+    if (!watchAll(watch))
+        tell("Changes cannot be watched (%s): load pages again by hand.", strerror(errno));
+    else if (watch.isCut)
+        tell("There are too many folders to watch all: load some pages again by hand.");
+}
+
+static void openBrowser(const string &address)
+{
+    const char *chosen = getenv("BROWSER");
+    const string program =
+        findProgram(chosen && *chosen && !strchr(chosen, ':') ? chosen : "xdg-open");
+    if (program.empty() || startProgram({program, address}, "/dev/null", "/dev/null") < 0)
+        tell("No browser could be started: open the address yourself.");
+}
+
+/* Makes ready all that the server needs. Returns -1 to go on, else the exit status. */
+static int start(Launcher &launcher)
+{
+    const Options &options = launcher.options;
+    std::error_code error;
+    launcher.config.docRoot = fs::canonical(options.folder, error);
+    if (error || !fs::is_directory(launcher.config.docRoot))
+        return fail("cannot show '%s': %s", options.folder,
+                    error ? error.message().c_str() : "it is no folder");
+    launcher.config.db = options.db;
+    launcher.config.reloads = options.reloads;
+    launcher.config.variables = options.variables;
+    tell(
+        "orv-preview shows %s to the browsers of this machine alone; it is no server for a device.",
+        launcher.config.docRoot.c_str());
+    if (const int status = choosePort(launcher); status >= 0)
+        return status;
+    string work = (fs::temp_directory_path(error) / "orv-preview-XXXXXX").string();
+    if (error || !mkdtemp(work.data()))
+        return fail("cannot make a folder for temporary files: %s", strerror(errno));
+    launcher.work = work;
+    if (!options.db.empty() && access(options.db.c_str(), R_OK) != 0)
+        tell("The database %s cannot be read (%s): queries fail until it can.", options.db.c_str(),
+             strerror(errno));
+    if (!prepare(launcher) || !writeSwitches(work, {"", 0, options.error}))
+        return fail("cannot write in %s: %s", work.c_str(), strerror(errno));
+    watchFiles(launcher);
+    const string problem = startServer(work, launcher.config.port, &launcher.server);
+    if (!problem.empty()) {
+        launcher.server = 0;
+        return fail("%s", problem.c_str());
+    }
+    const string address = "http://127.0.0.1:" + std::to_string(launcher.config.port) + "/";
+    tell("%s - Ctrl-C ends it.", address.c_str());
+    if (options.opens)
+        openBrowser(address);
+    return -1;
+}
+
+/* ---- Changes ---- */
+
+/* Starts orv-check, whose findings come when it has ended. */
+static void startChecker(Launcher &launcher)
+{
+    const string program = findProgram("orv-check");
+    if (program.empty() || launcher.checker > 0 || !launcher.isStale || launcher.isGone)
+        return;
+    launcher.isStale = false;
+    std::vector<string> arguments = {program, "--format", "json", "--docroot",
+                                     launcher.config.docRoot};
+    if (!launcher.config.db.empty() && access(launcher.config.db.c_str(), R_OK) == 0)
+        arguments.insert(arguments.end(), {"--db", launcher.config.db});
+    for (const TextSource &source : launcher.options.texts)
+        arguments.insert(arguments.end(), {"--texts", source.path});
+    for (const auto &[name, value] : launcher.config.variables)
+        arguments.insert(arguments.end(), {"--set", name});
+    launcher.checker = startProgram(arguments, launcher.work + "/checked", "/dev/null");
+}
+
+/* Takes the ends of children. Returns false when the server is among them. */
+static bool takeEnds(Launcher &launcher)
+{
+    int status;
+    for (pid_t child; (child = waitpid(-1, &status, WNOHANG)) > 0;) {
+        if (child == launcher.server) {
+            launcher.server = 0;
+            return false;
+        }
+        if (child != launcher.checker)
+            continue;
+        launcher.checker = 0;
+        string printed;
+        readWhole(launcher.work + "/checked", printed);
+        const string findings = compactJson(printed);
+        if (!findings.empty())
+            replaceFile(launcher.work + "/findings", findings);
+    }
+    startChecker(launcher);
+    return true;
+}
+
+/* Tells the pages, after the last of a row of changes. */
+static void takeChanges(Launcher &launcher)
+{
+    std::set<string> changed;
+    pollfd wait = {launcher.watch.fd, POLLIN, 0};
+    bool isThere = watchTake(launcher.watch, changed);
+    for (int i = 0; isThere && !changed.empty() && i < 20 && poll(&wait, 1, quietMilliseconds) > 0;
+         i++)
+        isThere = watchTake(launcher.watch, changed);
+    if (!isThere) {
+        launcher.isGone = true;
+        tell("The folder %s is gone; it is shown again when it is back.",
+             launcher.config.docRoot.c_str());
+        writeGeneration(launcher.work, newGeneration());
+        return;
+    }
+    if (changed.empty())
+        return;
+    if (!prepare(launcher))
+        tell("Cannot write in %s: %s", launcher.work.c_str(), strerror(errno));
+    tell("Changed: %s%s", changed.begin()->c_str(), changed.size() > 1 ? " and others" : "");
+    launcher.isStale = true;
+    startChecker(launcher);
+}
+
+static void takeReturn(Launcher &launcher)
+{
+    std::error_code ignored;
+    if (!fs::is_directory(launcher.config.docRoot, ignored) || !watchAll(launcher.watch))
+        return;
+    launcher.isGone = false;
+    tell("The folder is back.");
+    prepare(launcher);
+    launcher.isStale = true;
+    startChecker(launcher);
+}
+
+/* Waits for changes until a signal ends it. Returns the exit status. */
+static int serve(Launcher &launcher, int signals)
+{
+    static constexpr int returnMilliseconds = 500; // between looks for a folder that is gone
+    startChecker(launcher);
+    for (;;) {
+        pollfd waits[] = {{signals, POLLIN, 0}, {launcher.watch.fd, POLLIN, 0}};
+        poll(waits, launcher.isGone ? 1 : 2, launcher.isGone ? returnMilliseconds : -1);
+        signalfd_siginfo signal;
+        while (read(signals, &signal, sizeof signal) == sizeof signal) {
+            if (signal.ssi_signo != SIGCHLD)
+                return ENDED;
+            if (!takeEnds(launcher))
+                return fail("the web server has ended");
+        }
+        if (launcher.isGone)
+            takeReturn(launcher);
+        else if (waits[1].revents != 0)
+            takeChanges(launcher);
+    }
+}
+
+int main(int argc, char **argv)
+{
+    std::set_new_handler([] { _exit(fail("out of memory")); });
+    signal(SIGPIPE, SIG_IGN);
+    if (const char *work = getenv("ORV_PREVIEW_WORK"))
+        return answerRequest(work);
+    Launcher launcher;
+    int status = readOptions(argc, argv, launcher.options);
+    if (status >= 0)
+        return status;
+    sigset_t set;
+    sigemptyset(&set);
+    for (int number : {SIGINT, SIGTERM, SIGHUP, SIGCHLD})
+        sigaddset(&set, number);
+    sigprocmask(SIG_BLOCK, &set, nullptr);
+    const int signals = signalfd(-1, &set, SFD_CLOEXEC | SFD_NONBLOCK);
+    status = start(launcher);
+    if (status < 0)
+        status = serve(launcher, signals);
+    if (launcher.server > 0)
+        stopServer(launcher.server);
+    if (launcher.checker > 0)
+        kill(launcher.checker, SIGTERM);
+    std::error_code ignored;
+    if (!launcher.work.empty())
+        fs::remove_all(launcher.work, ignored);
+    return status;
+}

@@ -1,0 +1,205 @@
+/* tools/preview/report.cpp - see the header. */
+#include "report.h"
+
+#include <nlohmann/json.hpp>
+
+#include "excerpt.h"
+
+using nlohmann::json;
+using std::string;
+
+static constexpr int32_t linesAround = 2;
+
+// The first row whose words a message has gives the hint.
+static constexpr struct {
+    const char *words;
+    const char *hint;
+} hints[] = {
+    {"database is locked", "Another program is writing to it; load the page again."},
+    {"the database cannot be read", "The page is loaded again when it can."},
+    {"Cannot read the database", "The page is loaded again when it can be read."},
+    {"Unknown Cmd", "Behind <? stands no command's name, so it came out as text. Names are written "
+                    "in small letters, and white space follows them."},
+    {"Cmd ending with too many arguments",
+     "The command has more arguments than it takes and was left out. A text with blanks in it "
+     "stands between quotes."},
+    {"Too few arguments in cmd", "The command lacks its last argument and was left out."},
+    {"Too few arguments in <?",
+     "The command and all that follows it, up to the next text of the page, were left out."},
+    {"Missing array Index", "An element is written $var:NAME[INDEX]; the brackets are empty."},
+    {"File ends inside cmd", "A command that begins near the end of the file has no ?>."},
+    {"Invalid numVar Index",
+     "There is no such column or counter. $1 is column 1 of the outermost body, $11 that of the "
+     "body inside it; write $01 where a letter or digit follows."},
+    {"is no valid number", "A number was expected; the text counts as something else."},
+    {"no such column",
+     "The database has no column of that name; a text in SQL stands between ' and '."},
+    {"no such table", "The database has no table of that name."},
+    {"there is no database", "Start orv-preview with --db FILE to answer queries."},
+    {"include in an argument of a running body refused",
+     "Inside a body, an include cannot be the value of another command: write it where its text "
+     "is to appear."},
+    {"MAX_INCLUDE_DEPTH", "20 templates are open. Does one include itself?"},
+    {"MAX_CMD_DEPTH", "Bodies are nested more than 64 deep."},
+    {"not found in database",
+     "The texts have no entry of that id, and the page shows nothing there."},
+    {"could not resolve link '/var/htmltext.db'",
+     "The page has text fields but there are no texts: start orv-preview with --texts en.po."},
+    {"requested open/mmap of fallback database",
+     "There is no second language to look texts up in that the first one lacks."},
+    {"could not resolve link '/etc/htmltext_", "There are no texts in that language."},
+    {"No such file or directory",
+     "Paths begin at the folder that is shown, not at the template's own."},
+    {"not below the document root", "Nothing outside the folder that is shown is read."},
+};
+
+string hintFor(const string &message)
+{
+    for (const auto &row : hints)
+        if (message.find(row.words) != string::npos)
+            return row.hint;
+    return "";
+}
+
+static json sourceOf(const Trace &trace, const Place &place)
+{
+    json lines = json::array();
+    for (const ExcerptLine &line : excerpt(trace, place.file, place.line, linesAround))
+        lines.push_back({{"number", line.number}, {"text", line.text}});
+    return lines;
+}
+
+static json message(const Trace &trace, int32_t severity, const Place &place, const string &text,
+                    int32_t times)
+{
+    static constexpr const char *names[] = {"notice", "warning", "error"};
+    return {{"severity", names[severity]},
+            {"file", place.file},
+            {"line", place.line},
+            {"text", text},
+            {"times", times},
+            {"hint", hintFor(text)},
+            {"source", sourceOf(trace, place)}};
+}
+
+static json messages(const Trace &trace, const ReportSetting &setting)
+{
+    json list = json::array();
+    for (const FileProblem &problem : setting.config.problems)
+        list.push_back(
+            message(trace, ORV_LOG_ERROR, {problem.file, problem.line}, problem.text, 1));
+    for (int32_t severity = ORV_LOG_ERROR; severity >= ORV_LOG_NOTICE; severity--) {
+        for (const TraceMessage &m : trace.messages)
+            if (m.severity == severity)
+                list.push_back(message(trace, severity, m.place, m.text, m.times));
+        if (severity == ORV_LOG_WARNING && !setting.openMarkup.empty())
+            list.push_back(message(
+                trace, severity, {setting.page, 0},
+                "The page ends inside " + setting.openMarkup + ", which is never closed", 1));
+    }
+    return list;
+}
+
+static json queries(const Trace &trace)
+{
+    static constexpr const char *modes[] = {"one row", "all rows", "count"};
+    json list = json::array();
+    for (const TraceQuery &query : trace.queries)
+        list.push_back({{"file", query.place.file},
+                        {"line", query.place.line},
+                        {"text", query.text},
+                        {"problem", query.problem},
+                        {"wants", modes[query.mode]},
+                        {"rows", query.rows},
+                        {"microseconds", query.microseconds},
+                        {"repeated", query.isRepeated},
+                        {"sample", query.sample}});
+    return list;
+}
+
+static json templates(const Trace &trace)
+{
+    json list = json::array();
+    for (const TraceTemplate &one : trace.templates)
+        list.push_back({{"path", one.path},
+                        {"line", one.place.line},
+                        {"parent", one.parent},
+                        {"problem", one.problem},
+                        {"microseconds", one.microseconds}});
+    return list;
+}
+
+static json variables(const Trace &trace)
+{
+    json list = json::array();
+    for (const TraceVariable &variable : trace.variables)
+        list.push_back({{"name", variable.name},
+                        {"value", variable.value},
+                        {"by", variable.setBy},
+                        {"file", variable.place.file},
+                        {"line", variable.place.line},
+                        {"kept", variable.isKept}});
+    return list;
+}
+
+static json texts(const Trace &trace)
+{
+    json list = json::array();
+    for (const TraceText &text : trace.texts)
+        list.push_back({{"id", text.id},
+                        {"file", text.place.file},
+                        {"line", text.place.line},
+                        {"missing", text.isMissing}});
+    return list;
+}
+
+static string dump(const json &value)
+{
+    return value.dump(-1, ' ', false, json::error_handler_t::replace);
+}
+
+/* Nothing in it can end a script element or begin a comment. */
+static string withoutTags(string text)
+{
+    for (size_t at = 0; (at = text.find('<', at)) != string::npos;)
+        text.replace(at, 1, "\\u003c");
+    return text;
+}
+
+string reportJson(const Trace &trace, const ReportSetting &setting)
+{
+    const json findings = json::parse(setting.findings, nullptr, false);
+    const json report = {
+        {"page", setting.page},
+        {"generation", setting.generation},
+        {"posted", setting.isPosted},
+        {"policy", setting.hasPolicy},
+        {"reloads", setting.config.reloads},
+        {"languages", setting.config.languages},
+        {"language", setting.switches.language},
+        {"marks", setting.switches.marks},
+        {"error", setting.switches.error},
+        {"messages", messages(trace, setting)},
+        {"queries", queries(trace)},
+        {"templates", templates(trace)},
+        {"variables", variables(trace)},
+        {"texts", texts(trace)},
+        {"textCount", trace.textCount},
+        {"bytes", trace.bytes},
+        {"writes", trace.writes},
+        {"microseconds", trace.microseconds},
+        {"findings", findings.is_object() ? findings : json()},
+    };
+    return withoutTags(dump(report));
+}
+
+string compactJson(const string &text)
+{
+    const json value = json::parse(text, nullptr, false);
+    return value.is_discarded() ? "" : dump(value);
+}
+
+string scriptText(const string &text)
+{
+    return dump(json(text));
+}
