@@ -122,11 +122,13 @@ count_instructions() {
 }
 
 measure_growth() {
+    local files
     alone need valgrind/callgrind.h:valgrind
     build_programs bench_growth
     under_callgrind "$build/bench/bench_growth" "$build/growth" "$@"
     # A series and its size stand before the count; sizes are n, 2n, 16n and 32n.
-    counts $(ls -v "$build"/counts.*) | sed -n 's/: \([0-9]*\)\t/\t\1\t/p' | tee "$build/growth.txt" |
+    mapfile -t files < <(printf '%s\n' "$build"/counts.* | sort -V)
+    counts "${files[@]}" | sed -n 's/: \([0-9]*\)\t/\t\1\t/p' | tee "$build/growth.txt" |
         awk -F'\t' -v most=$doubling '
         $1 != series { series = $1; print series }
         { printf "  %9d %13d", $2, $3 }

@@ -25,7 +25,7 @@ set rmargin 9
 set yrange [] reverse
 set tics nomirror scale 0
 set border 2
-set xrange [1:1e6]
+set xrange [1:1e7]
 unset key
 set linetype 1 lc rgb "#c0392b" # the library
 set linetype 2 lc rgb "#555555"
