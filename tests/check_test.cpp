@@ -91,6 +91,7 @@ const Row rows[] = {
     {"<?echo $var:user$var:find$var:port[x]$var:lang$var:page?>", "1:47 variable-unset"},
     {"<?setvariable var:l[a] x?><?echo $var:l[b]?><?echo $var:l[a]$var:l[$var:user]$var:l[min]?>",
      "1:34 variable-unset"},
+    {"<p>$var:user <?echo $var:user?> 5$ $var: x</p>", "1:4 !variable-in-text"},
     {"<?setvariable var:user x?><?setvariableonce var:user x?><?setvariable var:user2 x?>",
      "1:19 !variable-hidden"},
     {"<?setvariable var:l[07] x?><?echo $var:l[07]$var:l[7]?>", "1:35 variable-index"},
@@ -219,6 +220,39 @@ TEST_F(Check, FindsEachKindAndNothingBesides)
         EXPECT_TRUE(line.empty() || line[0] == ' ' || line.starts_with("text-unused") ||
                     kinds.count(line.substr(0, line.find(' '))))
             << line;
+}
+
+TEST_F(Check, KnowsTheLimits)
+{
+    auto nested = [](size_t bodies) {
+        std::string text = "x";
+        for (size_t i = 0; i < bodies; ++i)
+            text = "<?echo " + text + "?>";
+        return text;
+    };
+    auto argument = [](size_t length) {
+        return "<?setvariable var:x '" + std::string(length, 'x') + "'?>";
+    };
+    const std::string id(128, 'i');
+    const struct {
+        std::string text;
+        size_t findings;
+    } cases[] = {
+        {nested(64), 0},
+        {nested(65), 1},
+        {argument(66559), 0},
+        {argument(66560), 1},
+        {"<?-- orv-check: ignore text-missing ?>{?" + id + "?}", 0},
+        {"<?-- orv-check: ignore text-missing ?>{?" + id + "i?}", 1},
+        {"<?print " + repeated("$$", 12000) + "?>", 1},
+    };
+    for (const auto &[text, findings] : cases) {
+        writeFile("t.htm", text);
+        const json found = checkPages("t.htm");
+        EXPECT_EQ(found.size(), findings) << text.substr(0, 60) << found;
+        for (const json &finding : found)
+            EXPECT_EQ(finding["id"], "limit");
+    }
 }
 
 TEST_F(Check, KnowsWhatIsMeant)

@@ -486,6 +486,23 @@ static void visitCommand(Visit &visit, const Command &command)
         enterBody(visit, command, leading);
 }
 
+// Page text that was meant as a variable.
+static void checkPageText(Report &all, const Template &tpl, Span span)
+{
+    static constexpr string_view begin = "$var:";
+    const string_view text = string_view(tpl.source).substr(0, span.end);
+    for (size_t at = span.at; (at = text.find(begin, at)) != string_view::npos;) {
+        size_t end = at + begin.size();
+        while (end < text.size() && isalnum(static_cast<unsigned char>(text[end])))
+            ++end;
+        const string name(text.substr(at, end - at));
+        if (name.size() > begin.size())
+            report(all, tpl, {static_cast<uint32_t>(at), static_cast<uint32_t>(end)},
+                   "variable-in-text", name + " is page text here; write <?echo " + name + "?>");
+        at = end;
+    }
+}
+
 void checkCommands(Report &all)
 {
     for (const auto &[path, tpl] : all.site.templates) {
@@ -495,6 +512,7 @@ void checkCommands(Report &all)
                 visitCommand(visit, *item.command);
                 continue;
             }
+            checkPageText(all, *tpl, item.span);
             const FieldRange fields = fieldsIn(*tpl, item.span);
             for (size_t i = fields.first; i < fields.last; ++i)
                 checkField(all, *tpl, tpl->fields[i], false, 0, 0);

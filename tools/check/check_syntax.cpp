@@ -210,7 +210,7 @@ void checkSyntax(Report &all)
     for (const auto &[path, tpl] : all.site.templates) {
         for (const Message &message : tpl->messages)
             reportMessage(all, *tpl, message);
-        if (tpl->gaveUpAt >= 0) {
+        if (tpl->gaveUpAt >= 0 && !tpl->exhausted) {
             const Begun &begun = tpl->begun[static_cast<size_t>(tpl->gaveUpAt)];
             const bool surplus = begun.token != F_UNDEF && !commandOf(begun.token).malformed;
             report(all, *tpl, begun.words, "gives-up",
@@ -222,7 +222,10 @@ void checkSyntax(Report &all)
                    notesOn(*tpl, begun, true));
         }
         if (tpl->exhausted)
-            report(all, *tpl, {}, "limit", "an argument has too many pieces: the run ends there");
+            report(all, *tpl,
+                   tpl->gaveUpAt < 0 ? Span{}
+                                     : tpl->begun[static_cast<size_t>(tpl->gaveUpAt)].words,
+                   "limit", "an argument has too many pieces: the run ends there");
         for (const uint32_t at : tpl->strayQuotes)
             report(all, *tpl, {at, at + 1}, "variable-index",
                    "a quote cannot stand in an index: it goes to the standard output of the web "

@@ -93,6 +93,9 @@ static constexpr Kind kinds[] = {
      "The variable is read, but neither a template nor the web program (--set, or a field of a "
      "form) sets it.",
      "<?echo $var:nothere?>"},
+    {"variable-in-text", WARNING,
+     "A variable in page text, outside of commands, comes out as it is written.",
+     "<p>Hello $var:name</p>"},
     {"variable-hidden", WARNING,
      "The template sets a variable that the web program sets too: the web program's value hides "
      "it.",

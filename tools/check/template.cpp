@@ -561,7 +561,7 @@ static void parse(Template *tpl, bool page)
     scanner.ended = 0;
     const int32_t result = doParse();
     tpl->exhausted = result == 2;
-    tpl->gaveUpAt = result == 1 ? findCulprit(*tpl, state.settled) : -1;
+    tpl->gaveUpAt = result != 0 ? findCulprit(*tpl, state.settled) : -1;
     resetScanner();
     dropFreeRecords();
     inpr = nullptr;
@@ -598,7 +598,7 @@ Template readTemplate(std::string path, std::string source, bool page)
     const int32_t culprit = tpl.gaveUpAt;
     const bool ended = std::any_of(tpl.messages.begin(), tpl.messages.end(),
                                    [](const Message &message) { return message.line == 0; });
-    if (page && culprit >= 0 && !ended) {
+    if (page && culprit >= 0 && !ended && !tpl.exhausted) {
         const std::vector<Message> logged = std::move(tpl.messages);
         clear(&tpl);
         parse(&tpl, false);
@@ -609,7 +609,7 @@ Template readTemplate(std::string path, std::string source, bool page)
                    });
         });
     }
-    tpl.gaveUpAt = page && !ended ? culprit : -1;
+    tpl.gaveUpAt = (page && !ended) || tpl.exhausted ? culprit : -1;
     nameFields(&tpl);
     return tpl;
 }
