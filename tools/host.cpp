@@ -226,6 +226,14 @@ static int32_t reportError(Interpreter *interpreter, const char **message)
     return *message ? 1 : 0;
 }
 
+/* From now on the connection only reads. The transaction begins to hold at the first
+ * query: all of a page read one state. Returns what SQLite does. */
+static int restrictToReading(sqlite3 *db)
+{
+    int status = sqlite3_exec(db, "pragma query_only = on; begin", nullptr, nullptr, nullptr);
+    return status == SQLITE_OK ? sqlite3_set_authorizer(db, authorize, nullptr) : status;
+}
+
 /* Opens the database and reads from it once, since SQLite itself looks at a file
  * no sooner. An absolute path cannot be taken for one of SQLite's special names.
  * The connection may write where the file can be written to, for one thing: when a
@@ -241,12 +249,10 @@ static bool openDatabase(Host &host, const char *dbFile)
     int status = sqlite3_open_v2(resolved, &host.db, SQLITE_OPEN_READWRITE, nullptr);
     if (status == SQLITE_OK) {
         sqlite3_busy_timeout(host.db, busyMilliseconds);
-        // The transaction begins to hold at the first query: all of a page read one state.
-        status = sqlite3_exec(host.db, "pragma query_only = on; select 1 from sqlite_master; begin",
-                              nullptr, nullptr, nullptr);
+        status = sqlite3_exec(host.db, "select 1 from sqlite_master", nullptr, nullptr, nullptr);
     }
     if (status == SQLITE_OK)
-        status = sqlite3_set_authorizer(host.db, authorize, nullptr);
+        status = restrictToReading(host.db);
     if (status != SQLITE_OK)
         report(host, nullptr, "cannot read database", dbFile, sqlite3_errmsg(host.db));
     return status == SQLITE_OK;
@@ -264,6 +270,15 @@ bool hostOpen(Host &host, const char *docRoot, const char *dbFile)
     if (host.docRoot[length - 1] != '/')
         memcpy(host.docRoot + length, "/", 2);
     return true;
+}
+
+bool hostTakeDatabase(Host &host, sqlite3 *db)
+{
+    host.db = db;
+    int status = restrictToReading(db);
+    if (status != SQLITE_OK)
+        report(host, nullptr, "cannot read database", "", sqlite3_errmsg(db));
+    return status == SQLITE_OK;
 }
 
 bool hostHasTemplate(Host &host, const char *path)

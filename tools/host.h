@@ -51,6 +51,14 @@ struct Host {
  * is needed then, too. */
 bool hostOpen(Host &host, const char *docRoot, const char *dbFile);
 
+/* Gives a host that was opened without a database a connection that the program has used
+ * itself, so that it need not open a second one. From then on it is the host's, and
+ * only reads.
+ * db: no transaction may be open.
+ *
+ * Returns false when it cannot be used, with a line on host.reportFd. */
+bool hostTakeDatabase(Host &host, sqlite3 *db);
+
 /* Whether path leads to a template that the callbacks open. */
 bool hostHasTemplate(Host &host, const char *path);
 

@@ -1,5 +1,6 @@
 -- backup.sql - takes the settings of a file that settings.json was, all or none.
 begin immediate;
+.read candidate.sql
 select 'file', 'site.backup.bad.file'
     where ifnull(iif(json_valid(:file), json_extract(:file, '$.kind'), ''), '') <> 'Fjord R4';
 insert into candidate

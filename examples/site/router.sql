@@ -2,7 +2,7 @@
 --
 -- The pages only read it; the scripts of the forms, NAME.sql beside NAME.htm, change it. What
 -- a page shows comes from the views at the end, so that a template's query says what it
--- wants and not how it is stored. What a form may hold is in candidate_problem.
+-- wants and not how it is stored. What the settings may hold is in candidate.sql.
 
 pragma foreign_keys = on;
 begin;
@@ -155,63 +155,6 @@ create table settings (
 insert into settings values (1, 'fjord', 2, 1, 30, 199, '198.51.100.53', 'Fjord "upstairs"', 11,
                              'mixed', 'birch-heron-7-lantern', 0, 1, 1);
 
--- What a form or a file wants the settings to be. A script puts it here, looks at its
--- problems, and takes it by setting taken, all in one transaction: there is never more
--- than one, and none at rest.
-create table candidate (
-    hostname, nameserver, dhcp, first_host, last_host, network, ssid, channel, security,
-    passphrase, hidden, guests, taken default 0
-);
-
-create view candidate_problem as  -- in the order of the form's fields
-    select 'hostname' as field, 'site.settings.bad.hostname' as text from candidate
-        where ifnull(hostname, '') = '' or length(hostname) > 32
-           or hostname glob '*[^a-z0-9-]*' or hostname glob '-*' or hostname glob '*-'
-    union all select 'nameserver', 'site.settings.bad.nameserver' from candidate
-        where ifnull(nameserver, '') = '' or nameserver glob '*[^0-9.]*'
-           or not json_valid('[' || replace(nameserver, '.', ',') || ']')
-           or not (select count(*) = 4 and min(type = 'integer' and value <= 255)
-                   from json_each('[' || replace(nameserver, '.', ',') || ']'))
-    union all select 'first', 'site.settings.bad.number' from candidate
-        where ifnull(first_host, '') = '' or first_host glob '*[^0-9]*'
-           or cast(first_host as integer) not between 1 and 254
-    union all select 'last', 'site.settings.bad.number' from candidate
-        where ifnull(last_host, '') = '' or last_host glob '*[^0-9]*'
-           or cast(last_host as integer) not between 1 and 254
-    union all select 'last', 'site.settings.bad.range' from candidate
-        where cast(first_host as integer) > cast(last_host as integer)
-          and cast(last_host as integer) > 0
-    union all select 'network', 'site.settings.bad.choice' from candidate
-        where ifnull(network, '') not in (select cast(id as text) from network)
-    union all select 'ssid', 'site.settings.bad.ssid' from candidate
-        where ifnull(length(cast(ssid as blob)), 0) not between 1 and 32
-           or ssid glob '*[' || char(1) || '-' || char(31) || char(127) || ']*'
-    union all select 'channel', 'site.settings.bad.choice' from candidate
-        where ifnull(channel, '') not in (select cast(number as text) from channel)
-    union all select 'security', 'site.settings.bad.choice' from candidate
-        where ifnull(security, '') not in (select code from security)
-    union all select 'passphrase', 'site.settings.bad.passphrase' from candidate
-        where ifnull(length(passphrase), 0) not between 8 and 63 or passphrase glob '*[^ -~]*'
-    union all select 'form', 'site.settings.bad.choice' from candidate
-        where cast(dhcp as text) not in ('0', '1') or cast(hidden as text) not in ('0', '1')
-           or cast(guests as text) not in ('0', '1') or dhcp + hidden + guests is null;
-
-create trigger candidate_taken after update of taken on candidate begin
-    update settings set (hostname, nameserver, dhcp, first_host, last_host, network, ssid,
-                         channel, security, passphrase, hidden, guests, version)
-        = (new.hostname, new.nameserver, new.dhcp, new.first_host, new.last_host, new.network,
-           new.ssid, new.channel, new.security, new.passphrase, new.hidden, new.guests,
-           version + 1)
-        where (hostname, nameserver, dhcp, first_host, last_host, network, ssid, channel,
-               security, passphrase, hidden, guests)
-           is not (new.hostname, new.nameserver, cast(new.dhcp as integer),
-                   cast(new.first_host as integer), cast(new.last_host as integer),
-                   cast(new.network as integer), new.ssid, cast(new.channel as integer),
-                   new.security, new.passphrase, cast(new.hidden as integer),
-                   cast(new.guests as integer));
-    delete from candidate;
-end;
-
 create trigger settings_changed after update of version on settings begin
     insert into event_add values ('info', 'system', 'changed', '');
 end;
@@ -279,12 +222,14 @@ insert into folded_letter (letter, folded)
 
 -- What is alive on a router's pages is made up here: it moves with the clock, so that two
 -- looks at one time see the same. A device at home is out for ten minutes in two hours.
+-- The limit keeps SQLite from asking the clock anew for each row.
 create view clock as
     select unixepoch() as now, unixepoch() / 600 as span,
            cast(strftime('%H', 'now', 'localtime') as integer) as hour,
            cast(strftime('%j', 'now', 'localtime') as integer) as day,
            (cast(strftime('%H', 'now', 'localtime') as integer) * 60
-            + cast(strftime('%M', 'now', 'localtime') as integer)) / 1440.0 as day_part;
+            + cast(strftime('%M', 'now', 'localtime') as integer)) / 1440.0 as day_part
+    limit 1;
 
 create view status_now as
     select status.*, max(0, now - started) / 60 as uptime_minutes,

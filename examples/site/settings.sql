@@ -1,6 +1,7 @@
 -- settings.sql - takes the settings page's form, or says what is wrong with it. An empty
 -- passphrase leaves the one that there is; blanks around an address are nobody's wish.
 begin immediate;
+.read candidate.sql
 insert into candidate
     select trim(:hostname), trim(:nameserver), :dhcp is not null, trim(:first), trim(:last),
            :network, :ssid, :channel, :security,

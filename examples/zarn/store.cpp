@@ -66,13 +66,8 @@ sqlite3 *storeOpen(const char *file)
         return db;
     }
     fprintf(stderr, "zarn: cannot use the database: %s\n", sqlite3_errmsg(db));
-    storeClose(db);
-    return nullptr;
-}
-
-void storeClose(sqlite3 *db)
-{
     sqlite3_close(db);
+    return nullptr;
 }
 
 /* Binds each :name to its value; they must outlive the statement. */

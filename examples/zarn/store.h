@@ -1,5 +1,5 @@
 /* examples/zarn/store.h - the database as the web program itself uses it: sessions, and
- * what the forms change. The pages have a connection of their own, which only reads. */
+ * what the forms change. After that the pages get its connection, and it only reads. */
 #ifndef ZARN_STORE_H
 #define ZARN_STORE_H
 
@@ -16,11 +16,8 @@ using Rows = std::vector<std::vector<std::string>>;
  *   password_fits(PASSWORD, HASH)  1 when it is the password of that hash, else 0
  * Both are slow on purpose. Both results are NULL when it cannot be told.
  *
- * Returns null after a line on standard error; else the caller's, for storeClose. */
+ * Returns null after a line on standard error; else the caller's, for a host to take. */
 sqlite3 *storeOpen(const char *file);
-
-/* Accepts null. */
-void storeClose(sqlite3 *db);
 
 enum ScriptResult { SCRIPT_DONE, SCRIPT_ROWS, SCRIPT_FAILED };
 

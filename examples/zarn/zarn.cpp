@@ -31,7 +31,6 @@
 #include <sys/mman.h>
 #include <algorithm>
 #include <fstream>
-#include <iterator>
 #include <new>
 
 using std::string;
@@ -255,12 +254,23 @@ static void goBack(Exchange &x, Host &host)
     x.location = x.back + query;
 }
 
+/* Returns a script with the scripts in their places that it reads by lines ".read NAME",
+ * as sqlite3 has them, too. */
+static string readScript(const string &name)
+{
+    static constexpr string_view read = ".read ";
+    std::ifstream file(name);
+    string script;
+    for (string line; std::getline(file, line);)
+        script += line.starts_with(read) ? readScript(line.substr(read.size())) : line + '\n';
+    return script;
+}
+
 /* Runs the page's script over the form. newSecret and newToken: of the session that it
  * may begin. */
 static ScriptResult runFormScript(Exchange &x, const string &newSecret, const string &newToken)
 {
-    std::ifstream file(scriptName(x.page));
-    string script{std::istreambuf_iterator<char>(file), {}};
+    string script = readScript(scriptName(x.page));
     std::vector<FormField> parameters = x.fields;
     bool isTrial = std::any_of(std::begin(trialFields), std::end(trialFields),
                                [&x](const char *name) { return findField(x.fields, name); });
@@ -500,12 +510,11 @@ static bool run(Host &host, Exchange &x)
         fprintf(stderr, "zarn: cannot find the database ZARN_DB: %s\n", strerror(errno));
         return false;
     }
-    bool isOpen = hostOpen(host, fromEnvironment("ZARN_DOCROOT").c_str(), dbFile) &&
-                  (x.db = storeOpen(dbFile));
-    if (isOpen)
-        decide(x, host, readRequest(x, host));
-    storeClose(x.db);
-    return isOpen && sendAnswer(x, host);
+    if (!hostOpen(host, fromEnvironment("ZARN_DOCROOT").c_str(), nullptr) ||
+        !(x.db = storeOpen(dbFile)))
+        return false;
+    decide(x, host, readRequest(x, host));
+    return hostTakeDatabase(host, x.db) && sendAnswer(x, host);
 }
 
 int main()
