@@ -7,7 +7,7 @@ trap 'rm -rf "$folder"' EXIT
 cat >"$folder/t.frm" <<'END'
 <p title="<?echo $var:user?>">{?site.skip?} text</p>
 <?if eq $1 '2' `<b class="x">$2</b>`?><?-- a <?echo b?> c ?><i>
-<?repeat [ 1 3 ] `$0`?><script>var a = 1;</script>
+<?repeat [ 1 3 ] `$0`?><script>var a = "<?echo b?>";</script>
 END
 cat >"$folder/test.vim" <<'END'
 set nocompatible
@@ -37,6 +37,8 @@ call Expect(2, '<i>', 1, 'htmlTagName')
 call Expect(3, 'repeat [', 7, 'orvKeyword')
 call Expect(3, '$0', 0, 'orvValue')
 call Expect(3, 'var a', 0, 'javaScriptIdentifier')
+call Expect(3, 'echo', 0, 'orvKeyword')
+call Expect(3, '";<', 0, 'javaScriptStringD')
 call writefile([&filetype, &commentstring], 'done')
 qall!
 END

@@ -11,6 +11,10 @@ syntax region orvComment matchgroup=orvComment start=/<?--/ end=/?>/ contains=or
 syntax region orvNested matchgroup=orvNested start=/<?/ end=/?>/ contained contains=orvNested
 syntax match orvField /{?[A-Za-z0-9._:]\+?}/ containedin=ALLBUT,orvComment,orvNested
 syntax region orvCommand matchgroup=orvDelimiter start=/<?\%(\_s*\%(if\_s\+\)\?\l\)\@=/ end=/?>/ contains=@orvInside,orvKeyword,orvDouble,orvSingle,orvBack containedin=ALLBUT,orvComment,orvNested,@orvWords extend
+" Scripts and styles are of other files, whose groups ALLBUT leaves out.
+syntax region orvComment matchgroup=orvComment start=/<?--/ end=/?>/ contains=orvNested containedin=@htmlJavaScript,@htmlCss,javaScriptStringD,javaScriptStringS,javaScriptStringT,cssStringQ,cssStringQQ
+syntax match orvField /{?[A-Za-z0-9._:]\+?}/ containedin=@htmlJavaScript,@htmlCss,javaScriptStringD,javaScriptStringS,javaScriptStringT,cssStringQ,cssStringQQ
+syntax region orvCommand matchgroup=orvDelimiter start=/<?\%(\_s*\%(if\_s\+\)\?\l\)\@=/ end=/?>/ contains=@orvInside,orvKeyword,orvDouble,orvSingle,orvBack containedin=@htmlJavaScript,@htmlCss,javaScriptStringD,javaScriptStringS,javaScriptStringT,cssStringQ,cssStringQQ extend
 syntax match orvKeyword /\%(<?\_s*\)\@<=\%(if\_s\+\)\?\%(eq\|neq\|gte\?\|lte\?\|and\|or\)\_s\@=/ contained
 syntax match orvKeyword /\%(<?\_s*\)\@<=\%(echo\|printjs\|print\|include\|base64\|\%(multi\)\?query\%(text\|js\)\?\|multiquerycount\|error\_s\+\%(found\|message\)\)\_s\@=/ contained
 syntax match orvKeyword /\%(<?\_s*\)\@<=setvariable\%(once\)\?\_s\@=/ contained
