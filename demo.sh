@@ -61,13 +61,17 @@ render() {
 
 # preview FOLDER ARGUMENT... - paths in the arguments are relative to FOLDER.
 preview() {
-    local folder=$1
+    local folder=$1 po
     shift
     if [[ $# -eq 0 ]]; then
         data=$(mktemp -d)
         trap 'rm -rf "$data"' EXIT
         sqlite3 "$data/router.db" <"$site/router.sql"
-        set -- --db "$data/router.db" --texts "$site/texts/en.po" --texts "$site/texts/de.po" "$site"
+        set -- --db "$data/router.db" --set-from "$PWD/examples/zarn/variables.txt"
+        for po in "$site"/texts/{en,de,el}.po; do
+            set -- "$@" --texts "$po"
+        done
+        set -- "$@" "$site"
     fi
     cd "$folder"
     "$build/tools/orv-preview" "$@"

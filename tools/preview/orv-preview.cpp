@@ -53,6 +53,7 @@ static constexpr char helpText[] =
     "                     /etc/htmltext_CODE.db, /var/htmltext.db, ...\n"
     "  --set NAME=VALUE   set a variable, as the web program would; repeatable. An\n"
     "                     element of an array is NAME[INDEX]=VALUE\n"
+    "  --set-from FILE    a list of the variables that the web program sets, for orv-check\n"
     "  --error TEXT       the error that the pages' error commands find\n"
     "  --port NUMBER      the port on 127.0.0.1 (default: 8080, or the next free one);\n"
     "                     0 stands for any free one\n"
@@ -72,6 +73,7 @@ struct Options {
     const char *folder = ".";
     string db;
     string deviceRoot;
+    string setFrom;
     std::vector<TextSource> texts;
     std::vector<std::pair<string, string>> variables;
     string error;
@@ -167,6 +169,11 @@ static int readOption(int key, Options &options, char **argv)
                                        value + 1);
         return -1;
     }
+    case 'f':
+        options.setFrom = absolute(optarg);
+        if (access(optarg, R_OK) != 0)
+            return fail("cannot read list '%s': %s", optarg, strerror(errno));
+        return -1;
     case 'e':
         options.error = optarg;
         return -1;
@@ -195,17 +202,12 @@ static int readOption(int key, Options &options, char **argv)
 static int readOptions(int argc, char **argv, Options &options)
 {
     static const option table[] = {
-        {"db", required_argument, nullptr, 'd'},
-        {"texts", required_argument, nullptr, 't'},
-        {"root", required_argument, nullptr, 'r'},
-        {"set", required_argument, nullptr, 's'},
-        {"error", required_argument, nullptr, 'e'},
-        {"port", required_argument, nullptr, 'p'},
-        {"open", no_argument, nullptr, 'o'},
-        {"no-reload", no_argument, nullptr, 'n'},
-        {"help", no_argument, nullptr, 'h'},
-        {"version", no_argument, nullptr, 'v'},
-        {nullptr, 0, nullptr, 0},
+        {"db", required_argument, nullptr, 'd'},       {"texts", required_argument, nullptr, 't'},
+        {"root", required_argument, nullptr, 'r'},     {"set", required_argument, nullptr, 's'},
+        {"set-from", required_argument, nullptr, 'f'}, {"error", required_argument, nullptr, 'e'},
+        {"port", required_argument, nullptr, 'p'},     {"open", no_argument, nullptr, 'o'},
+        {"no-reload", no_argument, nullptr, 'n'},      {"help", no_argument, nullptr, 'h'},
+        {"version", no_argument, nullptr, 'v'},        {nullptr, 0, nullptr, 0},
     };
     opterr = 0;
     for (int key; (key = getopt_long(argc, argv, ":", table, nullptr)) != -1;)
@@ -277,6 +279,8 @@ static void watchFiles(Launcher &launcher)
         watch.files.push_back(launcher.options.db);
     for (const TextSource &source : launcher.options.texts)
         watch.files.push_back(source.path);
+    if (!launcher.options.setFrom.empty())
+        watch.files.push_back(launcher.options.setFrom);
     std::error_code ignored;
     for (const auto &entry : fs::directory_iterator(launcher.options.deviceRoot + "/etc", ignored))
         if (!launcher.options.deviceRoot.empty() && entry.path().extension() == ".db")
@@ -350,6 +354,8 @@ static void startChecker(Launcher &launcher)
         arguments.insert(arguments.end(), {"--db", launcher.config.db});
     for (const TextSource &source : launcher.options.texts)
         arguments.insert(arguments.end(), {"--texts", source.path});
+    if (!launcher.options.setFrom.empty())
+        arguments.insert(arguments.end(), {"--set-from", launcher.options.setFrom});
     for (const auto &[name, value] : launcher.config.variables)
         arguments.insert(arguments.end(), {"--set", name});
     launcher.checker = startProgram(arguments, launcher.work + "/checked", "/dev/null");
