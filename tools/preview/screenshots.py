@@ -54,7 +54,8 @@ with tempfile.TemporaryDirectory() as work:
         db.executescript(text.read())
     preview = subprocess.Popen(
         [program, "--port", "0", "--db", "router.db", "--texts", "site/texts/en.po", "--texts",
-         "site/texts/de.po", "site"], stdout=subprocess.PIPE, text=True)
+         "site/texts/de.po", "--set-from", f"{site}/../zarn/variables.txt", "site"],
+        stdout=subprocess.PIPE, text=True)
     for line in preview.stdout:
         url = line.split(" ")[0]
         if url.startswith("http:"):
