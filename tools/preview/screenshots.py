@@ -31,7 +31,7 @@ def shoot_all():
     shoot("page", "overview.htm")
     shoot("queries", "overview.htm", "bar.querySelector('.badge').click();"
           "bar.getElementById('queries').click();"
-          "bar.querySelectorAll('details')[3].open = true;"
+          "bar.querySelectorAll('details')[4].open = true;"
           "bar.querySelector('.sheet').scrollTop = 60; document.activeElement.blur()")
     run(BAR + "bar.querySelector('.close').click()")
     edit("site/overview.htm", "<?multiquerycount 'select id from device'?>",
