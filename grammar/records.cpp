@@ -3,6 +3,7 @@
  * records. Uses the name of the current template for its messages. */
 #include "grammar/records.h"
 
+#include <malloc.h>
 #include <stdlib.h>
 #include <string.h>
 
@@ -44,6 +45,15 @@ static void putBlock(void *block)
     }
 #endif
     free(block);
+}
+
+// The same for a command, which may be somebody else's and too small for other records.
+static void putCmd(Cmd *cmd)
+{
+    if (malloc_usable_size(cmd) < sizeof(ElemBlock))
+        free(cmd);
+    else
+        putBlock(cmd);
 }
 
 void dropFreeRecords()
@@ -90,7 +100,7 @@ static void freeArgs(Arg *first)
             if (auto *cmd = static_cast<Cmd *>(elem->type == ELEM_CMD ? elem->value : nullptr)) {
                 first = chainArgs(cmd->args, first);
                 free(cmd->extra);
-                putBlock(cmd);
+                putCmd(cmd);
             } else if (elem->value != block->text)
                 free(elem->value);
             elem = elem->next;
@@ -178,7 +188,7 @@ void destroyCmd(Cmd **cmd)
         return;
     freeArgs((*cmd)->args);
     free((*cmd)->extra);
-    putBlock(*cmd);
+    putCmd(*cmd);
 }
 
 void destroyArg(Arg **arg)
