@@ -47,7 +47,7 @@ static constexpr auto setsOf = [] {
     std::array<ByteSet, 257> table = {};
     const auto add = [&table](ByteSet set, string_view members, bool inside) {
         for (int byte = 0; byte < 256; ++byte)
-            if ((members.find(static_cast<char>(byte)) != members.npos) == inside)
+            if ((members.find(static_cast<char>(byte)) != string_view::npos) == inside)
                 table[static_cast<size_t>(byte - END_OF_INPUT)] |= set;
     };
     add(BLANK, BLANKS, true);

@@ -1,8 +1,8 @@
 /* bench/engines/launch.c - starts a program and waits for its end, as a web
  * server does for a CGI: launch TIMES PROGRAM [ARGUMENT]... Prints a line for
  * each time on descriptor 3: nanoseconds from before the start to the end, the
- * peak of resident memory in KiB, and the number of page faults. Linked statically and small, since the
- * peak of a program that has just been forked is at least its parent's. */
+ * peak of resident memory in KiB, and the number of page faults. Linked statically and small, since
+ * the peak of a program that has just been forked is at least its parent's. */
 #define _GNU_SOURCE
 #include <stdio.h>
 #include <stdlib.h>
