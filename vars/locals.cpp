@@ -43,13 +43,13 @@ static LocalVar **slotOf(LocalVar **index, uint32_t slots, uint32_t hash, const 
 // false, and nothing has changed, when memory ran out.
 static bool passIndex(LocalVar *entry, LocalVar *next)
 {
-    if (entry->count <= UNINDEXED)
+    if (!next || entry->count <= UNINDEXED)
         return true;
     LocalVar **index = next->index;
     uint32_t slots = next->slots;
     if (entry->count > slots / 2) {
         slots = slots ? slots * 2 : UNINDEXED * 4;
-        index = static_cast<LocalVar **>(calloc(slots, sizeof(LocalVar *)));
+        index = static_cast<LocalVar **>(calloc(slots, sizeof(void *)));
         if (!index)
             return false;
         for (LocalVar *known = next; known; known = known->next) {
