@@ -30,12 +30,11 @@ int bodyIndex(const Command &command)
 bool constantText(const Template &tpl, const Argument &argument, string *text)
 {
     text->clear();
-    for (const Element &element : argument.elements) {
-        if (element.type != ELEM_TEXT || !fieldsIn(tpl, element.span).empty())
-            return false;
-        *text += element.text;
-    }
-    return true;
+    return std::all_of(argument.elements.begin(), argument.elements.end(),
+                       [&](const Element &element) {
+                           *text += element.text;
+                           return element.type == ELEM_TEXT && fieldsIn(tpl, element.span).empty();
+                       });
 }
 
 // An index in the form in which elements are stored: a whole number is its value.
@@ -106,7 +105,7 @@ static bool staysBelow(const string &path)
 bool fileExists(const Site &site, const string &path)
 {
     std::error_code error;
-    return site.options.unsaved.count(path) ||
+    return site.options.unsaved.contains(path) ||
            (staysBelow(path) && fs::is_regular_file(pathOf(site, path), error));
 }
 
@@ -216,8 +215,16 @@ static bool inComment(const Template &tpl, uint32_t offset)
     return after != tpl.comments.begin() && std::prev(after)->contains(offset);
 }
 
-// The names of fields in forms, and of what links send.
-static void collectFormNames(Site *site, string_view source)
+// The value of an attribute that begins at text, in quotes or without.
+static string_view attributeValue(string_view text)
+{
+    const char quote = text.empty() ? '\0' : text[0];
+    return quote == '"' || quote == '\'' ? text.substr(1, text.find(quote, 1) - 1)
+                                         : text.substr(0, text.find_first_of(" \t\r\n/"));
+}
+
+// The names of fields in forms.
+static void collectFieldNames(Site *site, string_view source)
 {
     static constexpr const char *tags[] = {"<input", "<select", "<textarea", "<button"};
     for (const char *tag : tags) {
@@ -230,16 +237,16 @@ static void collectFormNames(Site *site, string_view source)
             const size_t name = inside.find("name=");
             if (name == string_view::npos || name == 0 || !strchr(" \t\n\r", inside[name - 1]))
                 continue;
-            string_view value = inside.substr(name + 5);
-            const char quote = value.empty() ? '\0' : value[0];
-            if (quote == '"' || quote == '\'')
-                value = value.substr(1, value.find(quote, 1) - 1);
-            else
-                value = value.substr(0, value.find_first_of(" \t\r\n/"));
+            const string_view value = attributeValue(inside.substr(name + 5));
             if (value.find_first_of("<${") == string_view::npos) // a name that is written there
                 site->fromForms.insert(string(value));
         }
     }
+}
+
+// The names of what links send.
+static void collectLinkNames(Site *site, string_view source)
+{
     for (size_t at = 0; (at = source.find('=', at + 1)) != string_view::npos;) {
         size_t begin = at;
         while (begin > 0 && isalnum(static_cast<unsigned char>(source[begin - 1])))
@@ -266,7 +273,8 @@ static void collect(Site *site, const Template &tpl)
     for (size_t i = 0; i < tpl.fields.size(); ++i)
         if (!inComment(tpl, tpl.fields[i].span.at))
             site->fields[string(tpl.fields[i].id)].push_back({&tpl, i});
-    collectFormNames(site, tpl.source);
+    collectFieldNames(site, tpl.source);
+    collectLinkNames(site, tpl.source);
 }
 
 // ---- the whole ----
@@ -274,11 +282,12 @@ static void collect(Site *site, const Template &tpl)
 static bool load(Site *site, const string &path, bool page)
 {
     string bytes;
-    if (site->templates.count(path))
+    if (site->templates.contains(path))
         return true;
     if (!readFile(*site, path, &bytes))
         return false;
-    auto tpl = std::make_unique<Template>(readTemplate(path, std::move(bytes), page));
+    auto tpl = std::make_unique<Template>();
+    readTemplate(tpl.get(), path, std::move(bytes), page);
     const Template &read = *tpl;
     site->templates[path] = std::move(tpl);
     collect(site, read);
@@ -302,7 +311,7 @@ static void loadIncluded(Site *site, const std::function<void(size_t)> &progress
         std::sort(paths.begin(), paths.end());
         paths.erase(std::unique(paths.begin(), paths.end()), paths.end());
         for (const string &path : paths) {
-            found = (!site->templates.count(path) && load(site, path, false)) || found;
+            found = (!site->templates.contains(path) && load(site, path, false)) || found;
             if (progress)
                 progress(site->templates.size());
         }
@@ -342,7 +351,7 @@ static void readOthers(Site *site, const std::vector<string> &files)
 {
     for (const string &path : files) {
         string bytes;
-        if (site->templates.count(path) ||
+        if (site->templates.contains(path) ||
             !hasSuffix(path, {".htm", ".html", ".frm", ".inc", ".js", ".css", ".json", ".xml",
                               ".svg", ".txt"}) ||
             !readFile(*site, path, &bytes))
@@ -377,7 +386,7 @@ static bool loadPages(Site *site, string *problem, const std::function<void(size
     }
     loadIncluded(site, progress);
     for (const auto &[path, content] : site->options.unsaved) // not included by any page
-        if (!site->templates.count(path) && load(site, path, true))
+        if (!site->templates.contains(path) && load(site, path, true))
             site->pages.push_back(path);
     loadIncluded(site, progress);
     if (all && !site->languages.empty())
@@ -424,20 +433,18 @@ static string_view arrayOf(string_view key)
 
 bool isFromWeb(const Site &site, string_view key)
 {
-    if (site.fromWeb.count(key) || site.fromForms.count(key))
+    if (site.fromWeb.contains(key) || site.fromForms.contains(key))
         return true;
     if (key.find('[') == string_view::npos)
         return false;
     const string array(arrayOf(key));
     const bool bound = key.ends_with("[min]") || key.ends_with("[max]") || key.ends_with("[*]");
-    for (const auto *names : {&site.fromWeb, &site.fromForms}) {
-        if (names->count(array + "[]") || names->count(array + "[*]"))
-            return true;
-        const auto element = names->lower_bound(array + "[");
-        if (bound && element != names->end() && element->starts_with(array + "["))
-            return true;
-    }
-    return false;
+    const auto names = {&site.fromWeb, &site.fromForms};
+    return std::any_of(names.begin(), names.end(), [&](const auto *set) {
+        const auto element = set->lower_bound(array + "[");
+        return set->contains(array + "[]") || set->contains(array + "[*]") ||
+               (bound && element != set->end() && element->starts_with(array + "["));
+    });
 }
 
 std::vector<const VariableUse *> setsOf(const Site &site, string_view key)

@@ -585,33 +585,31 @@ static bool isUnder(const Template &tpl, int32_t begun, int32_t ancestor)
     return false;
 }
 
-Template readTemplate(std::string path, std::string source, bool page)
+void readTemplate(Template *tpl, std::string path, std::string source, bool page)
 {
-    Template tpl;
-    tpl.path = std::move(path);
-    tpl.source = std::move(source);
-    tpl.lineStarts.push_back(0);
-    for (size_t at = 0; (at = tpl.source.find('\n', at)) != std::string::npos; ++at)
-        tpl.lineStarts.push_back(static_cast<uint32_t>(at + 1));
-    markFields(&tpl);
-    parse(&tpl, page);
-    const int32_t culprit = tpl.gaveUpAt;
-    const bool ended = std::any_of(tpl.messages.begin(), tpl.messages.end(),
+    tpl->path = std::move(path);
+    tpl->source = std::move(source);
+    tpl->lineStarts.push_back(0);
+    for (size_t at = 0; (at = tpl->source.find('\n', at)) != std::string::npos; ++at)
+        tpl->lineStarts.push_back(static_cast<uint32_t>(at + 1));
+    markFields(tpl);
+    parse(tpl, page);
+    const int32_t culprit = tpl->gaveUpAt;
+    const bool ended = std::any_of(tpl->messages.begin(), tpl->messages.end(),
                                    [](const Message &message) { return message.line == 0; });
-    if (page && culprit >= 0 && !ended && !tpl.exhausted) {
-        const std::vector<Message> logged = std::move(tpl.messages);
-        clear(&tpl);
-        parse(&tpl, false);
-        std::erase_if(tpl.messages, [&](const Message &message) {
-            return isUnder(tpl, message.begun, culprit) &&
+    if (page && culprit >= 0 && !ended && !tpl->exhausted) {
+        const std::vector<Message> logged = std::move(tpl->messages);
+        clear(tpl);
+        parse(tpl, false);
+        std::erase_if(tpl->messages, [&](const Message &message) {
+            return isUnder(*tpl, message.begun, culprit) &&
                    std::none_of(logged.begin(), logged.end(), [&](const Message &other) {
                        return other.span.at == message.span.at && other.text == message.text;
                    });
         });
     }
-    tpl.gaveUpAt = (page && !ended) || tpl.exhausted ? culprit : -1;
-    nameFields(&tpl);
-    return tpl;
+    tpl->gaveUpAt = (page && !ended) || tpl->exhausted ? culprit : -1;
+    nameFields(tpl);
 }
 
 Place placeOf(const Template &tpl, uint32_t offset)

@@ -103,14 +103,18 @@ struct Template {
     std::vector<uint32_t> strayQuotes; // in indices, where they are no part of it
     int32_t gaveUpAt = -1;             // index in begun of the command that ends the run
     bool exhausted = false;            // the parser's stack was
+
+    Template() = default;
+    Template(const Template &) = delete; // texts in it are looked at where they stand
+    Template &operator=(const Template &) = delete;
 };
 
 constexpr char MARK = '\x1A';
 
-/* Reads a template.
+/* Reads a template into tpl, which is new.
  * page: it is run by itself; otherwise included, page text stands around it then.
  * A page whose first command ends the run is read on behind that. */
-Template readTemplate(std::string path, std::string source, bool page);
+void readTemplate(Template *tpl, std::string path, std::string source, bool page);
 
 /* Line and column of an offset, counted from 1; a column counts bytes. */
 struct Place {

@@ -130,7 +130,8 @@ static void findBroken(const Template &source, TemplateFields *found)
 static TemplateFields fieldsOf(const char *path, std::string bytes)
 {
     TemplateFields found = {path, {}, {}};
-    const Template source = readTemplate(path, std::move(bytes), true);
+    Template source;
+    readTemplate(&source, path, std::move(bytes), true);
     for (const Field &field : source.fields)
         found.uses.push_back({std::string(field.id.substr(0, MAX_ID_LENGTH)),
                               placeOf(source, field.span.at).line, 0, false, 0});
@@ -183,7 +184,8 @@ const char *breaksArgument(std::string_view text, char quote)
     command += (isQuoted ? std::string(1, quote) : "") + "a";
     command += std::string(text) + "a" + (isQuoted ? std::string(1, quote) : "");
     command += quote == ']' ? "]?>" : "?>";
-    const Template made = readTemplate("text", command, true);
+    Template made;
+    readTemplate(&made, "text", command, true);
     const bool isWhole =
         made.items.size() == 1 && made.items[0].command && made.items[0].span.end == command.size();
     if (!isWhole || made.begun.size() != 1 || made.items[0].command->args.size() != 1 ||
