@@ -24,6 +24,7 @@ sanitized=(-DCMAKE_CXX_COMPILER=clang++ -DCMAKE_C_COMPILER=clang -DORV_FUZZ=ON
     -DCMAKE_BUILD_TYPE=RelWithDebInfo
     -DORV_SANITIZE=fuzzer-no-link,address,undefined)
 export UBSAN_OPTIONS=print_stacktrace=1
+export LSAN_OPTIONS=suppressions=$PWD/tests/leaks.txt:print_suppressions=0
 filter=() # options for ctest, which choose among the tests
 
 # build_in FOLDER OPTION... - configures and builds in build/FOLDER.
