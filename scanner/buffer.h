@@ -29,8 +29,9 @@ inline size_t bytesRead()
  * their match. */
 inline int byteAt(size_t offset)
 {
-    while (offset >= bytesRead())
-        [[unlikely]] if (!refill()) return END_OF_INPUT;
+    while (__builtin_expect(offset >= bytesRead(), 0))
+        if (!refill())
+            return END_OF_INPUT;
     return static_cast<unsigned char>(matchStart()[offset]);
 }
 

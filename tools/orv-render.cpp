@@ -231,12 +231,11 @@ static int runPage(Host &host, const CommandLine &options, int page, int log)
         return complain(NO_PAGE, "out of memory");
     }
     int status = setVariables(host, interpreter, options);
-    int32_t result = ORV_RUN_DONE;
-    if (status < 0)
-        result = Orv_Interpreter_Run(interpreter,
-                                     host.readsInput ? STANDARD_INPUT : options.words[0], page);
-    if (status < 0)
+    if (status < 0) {
+        const char *path = host.readsInput ? STANDARD_INPUT : options.words[0];
+        const int32_t result = Orv_Interpreter_Run(interpreter, path, page);
         status = explainResult(host, options, interpreter, result, log >= 0);
+    }
     Orv_Interpreter_Destroy(interpreter);
     return status;
 }

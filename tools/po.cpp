@@ -403,7 +403,7 @@ std::string headerField(const PoFile &po, const char *field)
 {
     const char *header = po_file_domain_header(po.file, nullptr);
     char *value = header ? po_header_field(header, field) : nullptr;
-    const std::string text = value ? value : "";
+    std::string text = value ? value : "";
     free(value);
     return text;
 }

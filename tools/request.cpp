@@ -135,15 +135,15 @@ FormResult decodeForm(string_view form, std::vector<FormField> &fields)
     return result;
 }
 
-/* Cuts text in front of the first end, which text then stands behind. Returns false
+/* Cuts off what is before the first end, behind which rest then stands. Returns false
  * when there is none. */
-static bool cutAtText(string_view &text, string_view end, string_view &part)
+static bool cutAtText(string_view &rest, string_view end, string_view &before)
 {
-    size_t at = text.find(end);
+    size_t at = rest.find(end);
     if (at == string_view::npos)
         return false;
-    part = text.substr(0, at);
-    text.remove_prefix(at + end.size());
+    before = rest.substr(0, at);
+    rest.remove_prefix(at + end.size());
     return true;
 }
 

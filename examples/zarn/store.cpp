@@ -84,11 +84,12 @@ static int bindParameters(sqlite3_stmt *statement, const std::vector<FormField> 
 
 static void addRow(sqlite3_stmt *statement, Rows &rows)
 {
-    std::vector<string> &row = rows.emplace_back();
+    std::vector<string> row;
     for (int i = 0; i < sqlite3_column_count(statement); i++) {
         const void *text = sqlite3_column_text(statement, i);
         row.emplace_back(text ? static_cast<const char *>(text) : "");
     }
+    rows.push_back(std::move(row));
 }
 
 /* Runs the first statement at *rest and moves on behind it. Returns SQLITE_DONE, also

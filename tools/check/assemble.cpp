@@ -15,10 +15,12 @@ static constexpr int DEEPEST = 12; // variables in variables
 
 uint8_t escapedBy(uint32_t id, uint8_t holds)
 {
-    uint8_t escaped = 0;
     if (id & CMDF_HTML) {
-        escaped |= holds & (VALUE_RAW | VALUE_HTML) ? VALUE_HTML : 0;
-        escaped |= holds & (VALUE_SCRIPT | VALUE_BOTH) ? VALUE_BOTH : 0;
+        uint8_t escaped = 0;
+        if (holds & (VALUE_RAW | VALUE_HTML))
+            escaped |= VALUE_HTML;
+        if (holds & (VALUE_SCRIPT | VALUE_BOTH))
+            escaped |= VALUE_BOTH;
         return escaped;
     }
     if (id & CMDF_JS)
@@ -100,7 +102,7 @@ uint8_t holdsOfElement(Site &site, const Element &element, const Levels &levels)
 
 uint8_t holdsOfVariable(Site &site, std::string_view key)
 {
-    if (site.safe.count(key))
+    if (site.safe.contains(key))
         return 0;
     if (isFromWeb(site, key))
         return VALUE_RAW;

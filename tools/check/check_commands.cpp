@@ -98,7 +98,8 @@ static void checkField(Report &all, const Template &tpl, const Field &field, boo
         std::vector<Note> notes;
         for (const Language *language : languages) {
             const LanguageText &text = language->texts.find(field.id)->second;
-            codes += (codes.empty() ? "" : ", ") + language->code;
+            codes += codes.empty() ? "" : ", ";
+            codes += language->code;
             notes.push_back({language->path, std::max(text.line, 1U), 1, 1, "the text is here"});
         }
         report(all, tpl, field.span, "text-breaks",
@@ -497,8 +498,10 @@ static void checkPageText(Report &all, const Template &tpl, Span span)
             ++end;
         const string name(text.substr(at, end - at));
         if (name.size() > begin.size())
-            report(all, tpl, {static_cast<uint32_t>(at), static_cast<uint32_t>(end)},
-                   "variable-in-text", name + " is page text here; write <?echo " + name + "?>");
+            report(
+                all, tpl, {static_cast<uint32_t>(at), static_cast<uint32_t>(end)},
+                "variable-in-text",
+                string(name).append(" is page text here; write <?echo ").append(name).append("?>"));
         at = end;
     }
 }

@@ -71,7 +71,7 @@ static void visitIncludes(Includes &includes, const string &path)
     size_t height = 0;
     for (const PathUse &use : includes.all.site.includes[path]) {
         for (const string &next : use.paths) {
-            if (!includes.all.site.templates.count(next))
+            if (!includes.all.site.templates.contains(next))
                 continue;
             if (includes.marks[next] == Mark::NEW)
                 visitIncludes(includes, next);
@@ -176,7 +176,7 @@ static void checkReads(Report &all, const string &key, const Variable &variable,
             report(all, *use.tpl, use.span, "variable-index",
                    "[" + index + "] never matches: elements are stored as [" + stored + "]");
         } else if (unset) {
-            const string shown = computed ? key.substr(0, bracket) + "[...]" : key;
+            const string shown = computed ? key.substr(0, bracket).append("[...]") : key;
             report(all, *use.tpl, use.span, "variable-unset",
                    "$var:" + shown + " is not set anywhere" + didYouMean(key, known));
         }
@@ -189,7 +189,7 @@ void checkVariables(Report &all)
     for (const auto &[key, variable] : all.site.variables) {
         if (!variable.reads.empty())
             checkReads(all, key, variable, known);
-        if (key == "lang" || !all.site.fromWeb.count(key))
+        if (key == "lang" || !all.site.fromWeb.contains(key))
             continue;
         for (const VariableUse &use : variable.sets)
             if (use.command->id == ID_SETVARIABLE || use.command->id == ID_SETARRAY)
@@ -222,7 +222,7 @@ static void checkMissing(Report &all, const string &id, const std::vector<FieldU
 {
     std::vector<string> missing;
     for (const Language &language : all.site.languages)
-        if (!language.texts.count(id))
+        if (!language.texts.contains(id))
             missing.push_back(language.code);
     if (missing.empty())
         return;
@@ -279,7 +279,7 @@ static void checkMalformed(Report &all, const Template &tpl, const std::set<stri
         const string_view id = string_view(source).substr(at + 1, end - at - 1);
         const bool closed = source.compare(end, 2, "?}") == 0 ||
                             (source.compare(end, 1, "}") == 0 && id.find('.') != string_view::npos);
-        if (closed && ids.count(id) && !inComment(tpl, at))
+        if (closed && ids.contains(id) && !inComment(tpl, at))
             report(all, tpl, {offset, static_cast<uint32_t>(end)}, "text-malformed",
                    "did you mean {?" + string(id) + "?}?");
     }
@@ -302,7 +302,7 @@ static void checkUnused(Report &all)
     std::set<string_view> seen;
     for (const Language &language : all.site.languages)
         for (const auto &[id, text] : language.texts)
-            if (!all.site.fields.count(id) && !all.site.otherFields.count(id) &&
+            if (!all.site.fields.contains(id) && !all.site.otherFields.contains(id) &&
                 !isUsedElsewhere(all.site, id) && seen.insert(id).second)
                 reportLine(all, language.path, text.line, "text-unused",
                            "no template uses the text " + quoted(id));

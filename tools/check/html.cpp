@@ -453,7 +453,7 @@ static bool endsRaw(HtmlState *state, char c)
     const char expected = matched == 0                ? '<'
                           : matched == 1              ? '/'
                           : matched < name.size() + 2 ? name[matched - 2U]
-                                                      : 0;
+                                                      : '\0';
     if (expected && lower(c) == expected) {
         ++matched;
         return false;

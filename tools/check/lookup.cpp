@@ -138,7 +138,7 @@ static string describeValue(Site &site, const Element &element, const Levels &le
 static string describeVariable(Site &site, const string &key)
 {
     string text = "`$var:" + key + "`\n";
-    if (site.fromWeb.count(key))
+    if (site.fromWeb.contains(key))
         text += "\n- set by the web program";
     else if (isFromWeb(site, key))
         text += "\n- sent by a form or a link of the site";
@@ -205,7 +205,19 @@ static void addTexts(const Site &site, string_view id, std::vector<FilePlace> *p
             places->push_back({language.path, false, text->second.line, 1, 1});
 }
 
-std::vector<FilePlace> definitionsOf(Site &site, const Template &tpl, const Found &found)
+static void addIncluded(const Site &site, const Template &tpl, const Command *command,
+                        std::vector<FilePlace> *places)
+{
+    const auto uses = site.includes.find(tpl.path);
+    if (uses == site.includes.end())
+        return;
+    for (const PathUse &use : uses->second)
+        for (const string &path : use.paths)
+            if (use.command == command && fileExists(site, path))
+                places->push_back({path, true, 1, 1, 1});
+}
+
+std::vector<FilePlace> definitionsOf(const Site &site, const Template &tpl, const Found &found)
 {
     std::vector<FilePlace> places;
     if (found.field)
@@ -213,10 +225,7 @@ std::vector<FilePlace> definitionsOf(Site &site, const Template &tpl, const Foun
     else if (const string key = keyAt(found); !key.empty())
         addSets(site, key, &places);
     else if (found.command && found.command->id == ID_INCLUDE)
-        for (const PathUse &use : site.includes[tpl.path])
-            for (const string &path : use.paths)
-                if (use.command == found.command && fileExists(site, path))
-                    places.push_back({path, true, 1, 1, 1});
+        addIncluded(site, tpl, found.command, &places);
     return places;
 }
 
@@ -256,6 +265,7 @@ static std::vector<Completion> completeTexts(const Site &site)
         for (const auto &[id, text] : language.texts)
             ids.emplace(id, text.text);
     std::vector<Completion> list;
+    list.reserve(ids.size());
     for (const auto &[id, text] : ids)
         list.push_back({id, text, KIND_TEXT});
     return list;
@@ -269,6 +279,7 @@ static std::vector<Completion> completeVariables(const Site &site)
         if (!variable.sets.empty() && !key.ends_with("[*]"))
             names.insert(key);
     std::vector<Completion> list;
+    list.reserve(names.size());
     for (const string &name : names)
         list.push_back({name, "", KIND_VARIABLE});
     return list;

@@ -29,7 +29,7 @@ struct FilePlace {
 std::string hoverText(Site &site, const Template &tpl, const Found &found);
 
 /* Where it is defined: an include's file, a variable's sets, a text's lines. */
-std::vector<FilePlace> definitionsOf(Site &site, const Template &tpl, const Found &found);
+std::vector<FilePlace> definitionsOf(const Site &site, const Template &tpl, const Found &found);
 
 /* Where a variable or a text is used; with the places that set it when definitions. */
 std::vector<FilePlace> referencesOf(Site &site, const Found &found, bool definitions);

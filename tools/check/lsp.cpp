@@ -217,7 +217,7 @@ static json diagnosticOf(const Server &server, const Site &site, const Finding &
     json related = json::array();
     for (const Note &note : finding.notes)
         related.push_back({{"location",
-                            {{"uri", uriOf(server, note.path, site.templates.count(note.path))},
+                            {{"uri", uriOf(server, note.path, site.templates.contains(note.path))},
                              {"range", range(note.line, note.unit, note.line, note.unit)}}},
                            {"message", note.text}});
     return {{"range", range(finding.line, finding.unit, finding.endLine, finding.endUnit)},
@@ -242,7 +242,7 @@ static void sendDiagnostics(Server &server)
         lists[uriOf(server, path, true)] = json::array();
     server.told.clear();
     for (const Finding &finding : checkSite(*site)) {
-        const string uri = uriOf(server, finding.path, site->templates.count(finding.path));
+        const string uri = uriOf(server, finding.path, site->templates.contains(finding.path));
         server.told.insert(uri);
         auto [list, isNew] = lists.try_emplace(uri, json::array());
         list->second.push_back(diagnosticOf(server, *site, finding));

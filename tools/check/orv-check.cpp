@@ -206,7 +206,7 @@ static void prefixPaths(std::vector<Finding> *findings, const Site &site)
                               ? ""
                               : (fs::path(site.options.docRoot) / "").string();
     auto prefixed = [&](string *path) {
-        if (site.templates.count(*path))
+        if (site.templates.contains(*path))
             *path = prefix + *path;
     };
     for (Finding &finding : *findings) {

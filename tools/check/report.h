@@ -40,12 +40,12 @@ Note noteAt(const Template &tpl, uint32_t offset, std::string text);
 uint32_t unitsOf(std::string_view text);
 
 /* The rules, each for the whole site. */
-void checkSyntax(Report &report);
-void checkIncludes(Report &report);
-void checkVariables(Report &report);
-void checkTexts(Report &report);
-void checkCommands(Report &report);
-void checkHtml(Report &report);
+void checkSyntax(Report &all);
+void checkIncludes(Report &all);
+void checkVariables(Report &all);
+void checkTexts(Report &all);
+void checkCommands(Report &all);
+void checkHtml(Report &all);
 
 /* All of them, sorted. */
 std::vector<Finding> checkSite(Site &site);

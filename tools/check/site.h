@@ -99,7 +99,7 @@ bool loadSite(SiteOptions options, Site *site, std::string *problem,
               const std::function<void(size_t)> &progress = {});
 
 /* Whether the web program sets a variable: by --set, or probably, by a form. */
-bool isFromWeb(const Site &site, std::string_view name);
+bool isFromWeb(const Site &site, std::string_view key);
 
 /* The sets that a read of key may see: those of the element, of computed indices, and
  * for a computed index those of all elements. */

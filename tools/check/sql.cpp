@@ -187,13 +187,11 @@ static std::vector<std::pair<string, bool>> selectColumns(const Parsed &parsed, 
 static bool isDeclaredNumber(const char *declared)
 {
     const string type = lowered(declared ? declared : "");
-    for (const char *part : {"char", "clob", "text", "blob", "date", "time"})
-        if (type.find(part) != string::npos)
-            return false;
-    for (const char *part : {"int", "real", "floa", "doub", "num", "dec", "bool"})
-        if (type.find(part) != string::npos)
-            return true;
-    return false;
+    const auto holds = [&type](const char *part) { return type.find(part) != string::npos; };
+    static constexpr const char *texts[] = {"char", "clob", "text", "blob", "date", "time"};
+    static constexpr const char *numbers[] = {"int", "real", "floa", "doub", "num", "dec", "bool"};
+    return std::none_of(std::begin(texts), std::end(texts), holds) &&
+           std::any_of(std::begin(numbers), std::end(numbers), holds);
 }
 
 // The ranges between commas, or between words, outside of parentheses.
@@ -247,7 +245,7 @@ static bool isColumnNumber(const string &name, const string &table, const Scope 
                 continue;
             const bool mentioned = std::find(scope.mentioned.begin(), scope.mentioned.end(),
                                              tableName) != scope.mentioned.end();
-            if (!mentioned || (tables.count(table) && tableName != table))
+            if (!mentioned || (tables.contains(table) && tableName != table))
                 continue;
             if (!column->second)
                 return false;
@@ -368,9 +366,9 @@ static bool isNumber(const Parsed &parsed, Range range, const Scope &scope)
 {
     while (range.second > range.first && parsed.word(range.first) == "+")
         ++range.first;
-    const size_t count = range.second - range.first;
-    if (count == 0)
+    if (range.first >= range.second)
         return false;
+    const size_t count = range.second - range.first;
     if (hasNumberOperator(parsed, range))
         return true;
     const SqlToken token = parsed.pieces[range.first].token;
@@ -402,7 +400,7 @@ static string cutName(const Parsed &parsed, Range *range)
     const SqlToken token = parsed.pieces[last].token;
     if (token != SqlToken::WORD && token != SqlToken::NAME)
         return "";
-    const string name = parsed.name(last);
+    string name = parsed.name(last);
     if (range->second - range->first >= 3 && parsed.word(last - 1) == "as") {
         range->second -= 2;
     } else if (range->second - range->first >= 2 && parsed.word(last) != "end") {
@@ -484,7 +482,7 @@ static std::vector<std::pair<string, bool>> selectColumns(const Parsed &parsed, 
             return {};
         auto own = simpleColumns(parsed, part, scope);
         for (size_t i = 0; !first && i < columns.size(); ++i)
-            columns[i].second = columns[i].second && i < own.size() && own[i].second;
+            columns[i].second = i < own.size() && own[i].second && columns[i].second;
         if (first)
             columns = std::move(own);
         first = false;

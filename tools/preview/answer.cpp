@@ -162,7 +162,7 @@ static bool isTemplate(const Job &job, const string &path)
 /* Answers with a page and the bar behind it. A page whose own policy could forbid the
  * bar's script gets that in front of the policy, where it is not in force yet; the script
  * takes itself out of the page at once. */
-static int answerPage(Job &job, const char *status, const string &page, ReportSetting setting)
+static int answerPage(const Job &job, const char *status, const string &page, ReportSetting setting)
 {
     const Markup markup = readMarkup(page);
     setting.openMarkup = markup.open;
@@ -187,7 +187,7 @@ static ReportSetting settingOf(const Job &job, const string &page)
     return setting;
 }
 
-static int answerTrouble(Job &job, const char *status, Trouble trouble)
+static int answerTrouble(const Job &job, const char *status, Trouble trouble)
 {
     if (trouble.hint.empty())
         trouble.hint = hintFor(trouble.text);
@@ -293,11 +293,11 @@ static std::vector<string> similarPages(const string &path)
     return pages;
 }
 
-static int answerMissing(Job &job, const string &path, const string &why)
+static int answerMissing(const Job &job, const string &path, const string &why)
 {
     Trouble trouble;
-    const bool isTemplate = kindOfFile(path) != FolderEntry::FILE;
-    trouble.title = "There is no " + string(isTemplate ? "page " : "file ") + path;
+    const bool wantsPage = kindOfFile(path) != FolderEntry::FILE;
+    trouble.title = "There is no " + string(wantsPage ? "page " : "file ") + path;
     trouble.text = why;
     trouble.hint = "The folder that is shown is " + job.config.docRoot + ".";
     if (why.find("document root") == string::npos)

@@ -26,12 +26,13 @@ bool readWhole(const string &path, string &bytes)
 {
     bytes.clear();
     const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0)
+        return false;
     char piece[16384];
-    ssize_t count = fd < 0 ? -1 : 0;
-    while (fd >= 0 && (count = read(fd, piece, sizeof piece)) > 0)
+    ssize_t count;
+    while ((count = read(fd, piece, sizeof piece)) > 0)
         bytes.append(piece, static_cast<size_t>(count));
-    if (fd >= 0)
-        close(fd);
+    close(fd);
     return count == 0;
 }
 

@@ -253,8 +253,8 @@ static string newGeneration()
 
 static string shown(const Launcher &launcher, const string &path)
 {
-    const string start = launcher.config.docRoot + "/";
-    return path.starts_with(start) ? path.substr(start.size()) : path;
+    const string root = launcher.config.docRoot + "/";
+    return path.starts_with(root) ? path.substr(root.size()) : path;
 }
 
 /* Brings the text databases and the configuration up to date. */

@@ -132,7 +132,7 @@ static json templates(const Trace &trace)
 static json variables(const Trace &trace)
 {
     json list = json::array();
-    for (const TraceVariable &variable : trace.variables)
+    for (const TraceVariable &variable : trace.assigned)
         list.push_back({{"name", variable.name},
                         {"value", variable.value},
                         {"by", variable.setBy},

@@ -299,7 +299,7 @@ VarNode *__wrap_insertVar(VarNode **root, const char *key, const char *value, ui
 {
     VarNode *node = __real_insertVar(root, key, value, flags);
     if (running && inpr && !inpr->resuming && key && value)
-        running->variables.push_back({key, value, "", here(), !node});
+        running->assigned.push_back({key, value, "", here(), !node});
     return node;
 }
 
@@ -308,7 +308,7 @@ VarNode *__wrap_insertArray(VarNode **root, const char *name, const char *index,
 {
     VarNode *node = __real_insertArray(root, name, index, value, flags);
     if (running && inpr && !inpr->resuming && name && index && value)
-        running->variables.push_back({string(name) + index + "]", value, "", here(), !node});
+        running->assigned.push_back({string(name) + index + "]", value, "", here(), !node});
     return node;
 }
 
@@ -356,7 +356,7 @@ void traceSet(Trace &trace, Interpreter *interpreter, const string &name, const 
               const char *setBy)
 {
     if (hostSet(trace, interpreter, name.c_str(), value.c_str()) == 0)
-        trace.variables.push_back({name, value, setBy, {}});
+        trace.assigned.push_back({name, value, setBy, {}});
     else
         traceMessage(trace, ORV_LOG_ERROR, {},
                      "The variable '" + name + "' from " + setBy + " cannot be set");

@@ -63,7 +63,7 @@ struct Trace : Host {
     std::vector<TraceMessage> messages;
     std::vector<TraceQuery> queries;
     std::vector<TraceTemplate> templates; // in the order of their begin
-    std::vector<TraceVariable> variables; // in the order of their setting
+    std::vector<TraceVariable> assigned;  // in the order of their setting
     std::vector<TraceText> texts;         // those that the language lacks
     int32_t textCount = 0;                // all that were looked up
     size_t bytes = 0;

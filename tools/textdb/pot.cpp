@@ -2,6 +2,7 @@
  * with, made from the source language and the templates. */
 #include "commands.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <ctime>
 #include <map>
@@ -38,13 +39,10 @@ static Uses collectUses(const std::vector<TemplateFields> &templates)
  * example; "*" at the end of one stands for any rest. */
 static bool isUsedElsewhere(const std::set<std::string> &used, std::string_view id)
 {
-    for (const std::string &pattern : used) {
+    return std::any_of(used.begin(), used.end(), [id](std::string_view pattern) {
         const bool isBegin = pattern.ends_with('*');
-        if (isBegin ? id.starts_with(std::string_view(pattern).substr(0, pattern.size() - 1))
-                    : id == pattern)
-            return true;
-    }
-    return false;
+        return isBegin ? id.starts_with(pattern.substr(0, pattern.size() - 1)) : id == pattern;
+    });
 }
 
 static std::set<std::string> usedElsewhere(const PoFile &source)
