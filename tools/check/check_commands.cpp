@@ -94,18 +94,16 @@ static void checkField(Report &all, const Template &tpl, const Field &field, boo
             reasons[reason].push_back(&language);
     }
     for (const auto &[reason, languages] : reasons) {
-        string codes;
+        string message;
         std::vector<Note> notes;
         for (const Language *language : languages) {
             const LanguageText &text = language->texts.find(field.id)->second;
-            codes += codes.empty() ? "" : ", ";
-            codes += language->code;
+            message.append(message.empty() ? "the text of " : ", ").append(language->code);
             notes.push_back({language->path, std::max(text.line, 1U), 1, 1, "the text is here"});
         }
-        report(all, tpl, field.span, "text-breaks",
-               "the text of " + codes + " " + reason + ": " +
-                   excerpt(languages[0]->texts.find(field.id)->second.text),
-               std::move(notes));
+        message.append(" ").append(reason).append(": ");
+        message += excerpt(languages[0]->texts.find(field.id)->second.text);
+        report(all, tpl, field.span, "text-breaks", std::move(message), std::move(notes));
     }
 }
 

@@ -171,10 +171,11 @@ static void checkReads(Report &all, const string &key, const Variable &variable,
     const bool computed = index == "*";
     const string stored = index.empty() || computed ? index : storedForm(index);
     const bool unset = setsOf(all.site, key).empty() && !isFromWeb(all.site, key);
+    const string neverMatches =
+        "[" + index + "] never matches: elements are stored as [" + stored + "]";
     for (const VariableUse &use : variable.reads) {
         if (stored != index) {
-            report(all, *use.tpl, use.span, "variable-index",
-                   "[" + index + "] never matches: elements are stored as [" + stored + "]");
+            report(all, *use.tpl, use.span, "variable-index", neverMatches);
         } else if (unset) {
             const string shown = computed ? key.substr(0, bracket).append("[...]") : key;
             report(all, *use.tpl, use.span, "variable-unset",
