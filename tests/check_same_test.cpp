@@ -41,7 +41,7 @@ static Mistakes logged(const std::string &log)
 // The files that the page includes come with it, whether a run includes them or not.
 static Mistakes checked(const std::string &path, bool *ends)
 {
-    const int status = runCommand(ORV_CHECK " --format json '" + path + "'");
+    const int status = runCommand("ulimit -s 1024; " ORV_CHECK " --format json '" + path + "'");
     EXPECT_NE(status, 2) << readFile("err");
     Mistakes found;
     const auto whole = nlohmann::json::parse(readFile("out"), nullptr, false);

@@ -14,6 +14,7 @@
 #include "lsp.h"
 #include "report.h"
 #include "tools/files.h"
+#include "tools/stack.h"
 
 using std::string;
 
@@ -216,7 +217,7 @@ static void prefixPaths(std::vector<Finding> *findings, const Site &site)
     }
 }
 
-int main(int argc, char **argv)
+static int run(int argc, char **argv)
 {
     Options options;
     const int status = readOptions(argc, argv, &options);
@@ -240,4 +241,9 @@ int main(int argc, char **argv)
     });
     prefixPaths(&findings, site);
     return print(printFindings(findings, options.form), findings.empty() ? NOTHING_FOUND : FOUND);
+}
+
+int main(int argc, char **argv)
+{
+    return runOnDeepStack(run, argc, argv);
 }

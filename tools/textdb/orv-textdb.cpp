@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include "../files.h"
+#include "../stack.h"
 #include "commands.h"
 
 const char programName[] = "orv-textdb";
@@ -125,7 +126,7 @@ static int printText(const char *text)
     return STATUS_OK;
 }
 
-int main(int argc, char **argv)
+static int run(int argc, char **argv)
 {
     std::set_new_handler([] {
         complain(STATUS_FAULT, "out of memory");
@@ -142,4 +143,9 @@ int main(int argc, char **argv)
     else
         status = runCommand(&line);
     return closeOutput(status, STATUS_FAULT);
+}
+
+int main(int argc, char **argv)
+{
+    return runOnDeepStack(run, argc, argv);
 }
