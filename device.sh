@@ -86,12 +86,16 @@ start() {
     say "it answers"
 }
 
-# show_pages ADDRESS - the status and size of each page.
+# show_pages ADDRESS - signs in as the first visitor, who chooses the password; prints the
+# status and size of each page.
 show_pages() {
-    local page
+    local page cookies=$folder/cookies
+    rm -f "$cookies"
+    curl -s -m 60 -o /dev/null -c "$cookies" -H "Origin: $1" \
+        -d 'password=birch-heron-7&repeat=birch-heron-7' "$1/login.htm"
     for page in examples/site/*.htm; do
-        curl -s -m 60 -o /dev/null -w '%{http_code} %{size_download} bytes  %{url}\n' \
-            "$1$(basename "$page")"
+        curl -s -m 60 -o /dev/null -b "$cookies" -w '%{http_code} %{size_download} bytes  %{url}\n' \
+            "$1/$(basename "$page")"
     done
 }
 
@@ -124,7 +128,7 @@ case ${1-} in
 '')
     port=$(free_port)
     start "$port"
-    show_pages "http://127.0.0.1:$port/"
+    show_pages "http://127.0.0.1:$port"
     ;;
 --serve)
     start "$port"

@@ -52,6 +52,8 @@ copy_site() {
     for page in "$root"/usr/share/zarn/*.{htm,csv,json}; do
         : >"$root/www/$(basename "$page")"
     done
+    mkdir "$root/www/cgi-bin"
+    ln -s /usr/lib/zarn/page "$root/www/cgi-bin/index.cgi"
 }
 
 make_root() {
