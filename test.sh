@@ -60,7 +60,9 @@ set_up() {
         nlohmann/json.hpp:nlohmann-json3-dev \
         vim:vim node:nodejs npm:npm \
         :libclang-rt-dev :lighttpd curl:curl chromium:chromium chromedriver:chromium-driver \
-        tidy:tidy :python3 :lighttpd-mod-openssl openssl:openssl npm:npm
+        tidy:tidy :python3 :lighttpd-mod-openssl openssl:openssl npm:npm \
+        help2man:help2man pandoc:pandoc dpkg-shlibdeps:dpkg-dev file:file lintian:lintian \
+        pkg-config:pkg-config kconfig-conf:kconfig-frontends-nox make:make
 }
 
 case $#:${1-} in
@@ -81,6 +83,8 @@ alone set_up
 if [[ ${1-} == --fuzz ]]; then
     fuzz "$2"
 else
-    run_tests test -DCMAKE_CXX_COMPILER=g++ -DCMAKE_C_COMPILER=gcc -DORV_FUZZ=ON
+    # As packages are built: a test installs them.
+    run_tests test -DCMAKE_CXX_COMPILER=g++ -DCMAKE_C_COMPILER=gcc -DORV_FUZZ=ON \
+        -DCMAKE_INSTALL_PREFIX=/usr -DORV_DOCS=ON
     [[ ${#filter[@]} -gt 0 ]] || run_tests test-sanitized "${sanitized[@]}"
 fi

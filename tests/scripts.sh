@@ -15,7 +15,7 @@ check() {
     failed=1
 }
 
-mkdir -p "$copy" "$work/fake" "$work/links/tools"
+mkdir -p "$copy" "$work/fake" "$work/links/"{tools,packaging}
 tar c -C "$source" --exclude=./build --exclude=./.git . | tar x -C "$copy"
 export CDPATH=$work
 cd "$work/links"
@@ -46,6 +46,8 @@ done <<'END_OF_ROWS'
 2 bench.sh --wrong
 0 tools/cross.sh --help
 2 tools/cross.sh --wrong
+0 packaging/packages.sh --help
+2 packaging/packages.sh --wrong
 END_OF_ROWS
 check 'nothing is installed' no "$([[ -e $work/installed ]] && echo yes || echo no)"
 

@@ -1,0 +1,149 @@
+# packaging/packages.cmake - what packages have besides the library and the programs, which
+# is made with ORV_DOCS: manual pages, documents, the example host. And how cpack makes four
+# Debian packages of it all (packaging/packages.sh does it from the beginning).
+set(ORV_MAINTAINER "The maintainers of liborvinterpreter <maintainers@orvinterpreter.example>"
+    CACHE STRING "Who answers for the packages: NAME <ADDRESS>")
+set(orv_packaging ${PROJECT_SOURCE_DIR}/packaging)
+set(orv_packages ${PROJECT_BINARY_DIR}/packaging)  # what is made for them
+set(orv_package_library liborvinterpreter${PROJECT_VERSION_MAJOR})
+set(orv_package_development liborvinterpreter-dev)
+set(orv_package_tools orvinterpreter-tools)
+set(orv_package_documentation liborvinterpreter-doc)
+set(orv_components library development tools documentation)
+
+# orv_man(PAGE SOURCE...) - a manual page, made of these files by man.sh.
+function(orv_man page)
+    set(page ${orv_packages}/man/${page}.gz)
+    add_custom_command(OUTPUT ${page} COMMAND ${orv_packaging}/man.sh ${page} ${ARGN}
+                       DEPENDS ${orv_packaging}/man.sh ${ARGN} VERBATIM)
+    set_property(GLOBAL APPEND PROPERTY orv_pages ${page})
+endfunction()
+
+if(ORV_DOCS)
+    if(NOT ORV_TOOLS OR CMAKE_CROSSCOMPILING)
+        message(FATAL_ERROR "ORV_DOCS needs ORV_TOOLS, built for this machine: it runs the programs")
+    endif()
+    find_program(ORV_HELP2MAN help2man REQUIRED)
+    find_program(ORV_PANDOC pandoc REQUIRED)
+    set(doc ${CMAKE_INSTALL_DATADIR}/doc)
+    set(man ${CMAKE_INSTALL_MANDIR})
+
+    file(MAKE_DIRECTORY ${orv_packages}/man)
+    set(programs orv-render orv-textdb orv-check orv-preview)
+    foreach(program ${programs})
+        orv_man(${program}.1 $<TARGET_FILE:${program}>)
+        install(FILES ${orv_packages}/man/${program}.1.gz DESTINATION ${man}/man1 COMPONENT tools)
+    endforeach()
+    orv_man(orv-templates.7 ${PROJECT_SOURCE_DIR}/docs/templates.md)
+    install(FILES ${orv_packages}/man/orv-templates.7.gz DESTINATION ${man}/man7 COMPONENT tools)
+    set(header ${PROJECT_SOURCE_DIR}/interface/orvinterpreter.h)
+    orv_man(orvinterpreter.3 ${PROJECT_SOURCE_DIR}/docs/embedding.md ${header})
+    # Each function leads to the one page of them all.
+    set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${header})
+    file(STRINGS ${header} declarations REGEX "^ORV_API .*Orv_Interpreter_[A-Za-z]+\\(")
+    file(MAKE_DIRECTORY ${orv_packages}/man3)
+    foreach(declaration ${declarations})
+        string(REGEX MATCH "Orv_Interpreter_[A-Za-z]+" function "${declaration}")
+        file(CREATE_LINK orvinterpreter.3.gz ${orv_packages}/man3/${function}.3.gz SYMBOLIC)
+    endforeach()
+    install(FILES ${orv_packages}/man/orvinterpreter.3.gz DESTINATION ${man}/man3
+            COMPONENT development)
+    install(DIRECTORY ${orv_packages}/man3 DESTINATION ${man} COMPONENT development)
+    get_property(pages GLOBAL PROPERTY orv_pages)
+    add_custom_target(man ALL DEPENDS ${pages})
+
+    # The paths in the documents hold in the installed folder as well.
+    install(FILES README.md DESTINATION ${doc}/${orv_package_documentation}
+            COMPONENT documentation)
+    install(DIRECTORY docs editors DESTINATION ${doc}/${orv_package_documentation}
+            COMPONENT documentation PATTERN node_modules EXCLUDE)
+    set(examples ${doc}/${orv_package_development}/examples)
+    install(FILES packaging/example/CMakeLists.txt DESTINATION ${examples} COMPONENT development)
+    install(DIRECTORY examples/zarn examples/site DESTINATION ${examples} COMPONENT development
+            PATTERN CMakeLists.txt EXCLUDE)
+    install(FILES tools/host.cpp tools/host.h tools/request.cpp tools/request.h
+            DESTINATION ${examples}/host COMPONENT development)
+
+    # What Debian wants of each package, and no other installation.
+    string(TIMESTAMP date "%a, %d %b %Y %H:%M:%S +0000" UTC)
+    configure_file(packaging/changelog.in ${orv_packages}/changelog.Debian @ONLY)
+    configure_file(CHANGES.md ${orv_packages}/changelog COPYONLY)
+    foreach(file changelog.Debian changelog)
+        execute_process(COMMAND gzip -9nf ${file} WORKING_DIRECTORY ${orv_packages}
+                        COMMAND_ERROR_IS_FATAL ANY)
+    endforeach()
+    foreach(component ${orv_components})
+        set(package ${orv_package_${component}})
+        install(FILES packaging/copyright ${orv_packages}/changelog.Debian.gz
+                ${orv_packages}/changelog.gz
+                DESTINATION ${doc}/${package} COMPONENT ${component} EXCLUDE_FROM_ALL)
+        install(FILES packaging/lintian-overrides RENAME ${package}
+                DESTINATION ${CMAKE_INSTALL_DATADIR}/lintian/overrides
+                COMPONENT ${component} EXCLUDE_FROM_ALL)
+    endforeach()
+endif()
+
+set(CPACK_GENERATOR DEB)
+set(CPACK_PACKAGE_NAME orvinterpreter)
+set(CPACK_PACKAGING_INSTALL_PREFIX ${CMAKE_INSTALL_PREFIX})
+set(CPACK_PACKAGE_CONTACT "${ORV_MAINTAINER}")
+set(CPACK_STRIP_FILES ON)
+set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE
+    GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
+set(CPACK_COMPONENTS_ALL ${orv_components})
+set(CPACK_DEB_COMPONENT_INSTALL ON)
+set(CPACK_DEBIAN_ENABLE_COMPONENT_DEPENDS ON)
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_PACKAGE_RELEASE 1)
+set(CPACK_DEBIAN_PACKAGE_SOURCE orvinterpreter)
+set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
+set(CPACK_DEBIAN_COMPRESSION_TYPE xz)
+foreach(component ${orv_components})
+    string(TOUPPER ${component} upper)
+    set(CPACK_DEBIAN_${upper}_PACKAGE_NAME ${orv_package_${component}})
+endforeach()
+
+set(about "A template is a page's text with commands in it; the web program answers their
+queries, and the page goes to a file descriptor as it is made. The library is
+for small machines and needs the C library alone.\n")
+set(CPACK_COMPONENT_LIBRARY_DESCRIPTION "interpreter for page templates of a device's web program
+${about}")
+set(CPACK_DEBIAN_LIBRARY_PACKAGE_SECTION libs)
+set(CPACK_DEBIAN_LIBRARY_PACKAGE_CONTROL_EXTRA ${orv_packages}/symbols ${orv_packages}/shlibs
+    ${orv_packages}/triggers)
+
+set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION "interpreter for page templates, development files
+${about}
+The header, files for pkg-config and CMake, the manual page orvinterpreter(3)
+and a whole web program as an example.\n")
+set(CPACK_COMPONENT_DEVELOPMENT_DEPENDS library)
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SUGGESTS
+    "cmake, libcrypt-dev, libsqlite3-dev, ${orv_package_documentation}")
+
+set(CPACK_COMPONENT_TOOLS_DESCRIPTION "programs around page templates of a device's web program
+${about}
+orv-render makes a page, orv-check finds mistakes in a whole site, orv-preview
+shows pages in the browser while they are written, and orv-textdb makes text
+databases of translators' files.\n")
+set(CPACK_COMPONENT_TOOLS_DEPENDS library)
+set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION web)
+set(CPACK_DEBIAN_TOOLS_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_TOOLS_PACKAGE_SUGGESTS "lighttpd, ${orv_package_documentation}")
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR})
+
+set(CPACK_COMPONENT_DOCUMENTATION_DESCRIPTION "interpreter for page templates, documents
+${about}
+The template language, checking, translating, embedding and what is to be
+known on a device; and what makes editors know templates.\n")
+set(CPACK_DEBIAN_DOCUMENTATION_PACKAGE_SECTION doc)
+set(CPACK_DEBIAN_DOCUMENTATION_PACKAGE_ARCHITECTURE all)
+
+# For cpack.cmake.
+set(CPACK_PROJECT_CONFIG_FILE ${orv_packaging}/cpack.cmake)
+set(CPACK_ORV_DOCS ${ORV_DOCS})
+set(CPACK_ORV_LIBRARY ${PROJECT_BINARY_DIR}/liborvinterpreter.so.${PROJECT_VERSION})
+set(CPACK_ORV_PACKAGES ${orv_packages})
+set(CPACK_ORV_SOVERSION ${PROJECT_VERSION_MAJOR})
+set(CPACK_ORV_SYMBOLS ${orv_packaging}/symbols)
+include(CPack)

@@ -1,0 +1,133 @@
+#!/bin/bash
+# packages.sh BUILD - packs a build and installs its packages in an empty root: there the
+# programs run, and the README's host and the example host are built and make pages; and
+# from there the packages go without a trace. The recipes are looked at as well.
+set -euo pipefail
+build=$(realpath "$1")
+packaging=$(dirname "$(realpath "$0")")/../packaging
+work=$(mktemp -d)
+trap 'wait; rm -rf "$work"' EXIT
+root=$work/root
+PATH=$PATH:/usr/sbin:/sbin # dpkg looks for ldconfig
+failed=0
+
+# check WHAT EXPECTED GOT
+check() {
+    [[ $2 == "$3" ]] && return
+    printf '%s\n  expected: %s\n  got:      %s\n' "$@" >&2
+    failed=1
+}
+
+# Debian's packages that ours need are told to be there as they are on this machine, so
+# that dpkg looks at the versions; their files are not.
+prepare_root() {
+    local package
+    mkdir -p "$root"/var/lib/dpkg/{info,updates}
+    for deb in "$work"/*.deb; do
+        dpkg -f "$deb" Depends | tr ',' '\n' | sed -n 's/^ *\([a-z0-9.+-]\+\).*/\1/p'
+    done | sort -u | while read -r package; do
+        [[ -e $(echo "$work/${package}"_*.deb) ]] || { dpkg-query -s "$package" && echo; }
+    done >"$root/var/lib/dpkg/status"
+}
+
+in_root() {
+    dpkg --root="$root" --force-not-root --log="$work/log" "$@" >"$work/said" 2>&1 || {
+        cat "$work/said" >&2
+        exit 1
+    }
+}
+
+files() {
+    (cd "$root" && find . ! -path './var/lib/dpkg/*' | sort && ls var/lib/dpkg/info/*orv* 2>/dev/null)
+    grep '^Package:' "$root/var/lib/dpkg/status"
+}
+
+# The README's host, by pkg-config.
+build_small_host() {
+    sed -n '/^```c$/,/^```$/{/^```/!p}' "$doc-doc/README.md" >host.c
+    local flags
+    read -ra flags <<<"$(PKG_CONFIG_LIBDIR=$libraries/pkgconfig pkg-config --cflags --libs orvinterpreter)"
+    cc host.c "${flags[@]}" -o host
+    echo '<?echo $var:user?>' >index.htm
+    check "the README's host" Ann "$(./host)"
+}
+
+# The example host, by CMake.
+build_example_host() {
+    local examples=$doc-dev/examples
+    mkdir etc
+    {
+        cmake -S "$examples" -B zarn -DCMAKE_PREFIX_PATH="$root/usr" &&
+            cmake --build zarn -j "$(nproc)" &&
+            "$root/usr/bin/orv-textdb" build -o etc/htmltext.db "$examples/site/texts/en.po"
+    } &>log || cat log >&2
+    sqlite3 router.db <"$examples/site/router.sql"
+    REQUEST_METHOD=GET PATH_INFO=/login.htm ZARN_DOCROOT=$examples/site ZARN_DB=$PWD/router.db \
+        ZARN_ROOT=$PWD zarn/zarn >page 2>>log || cat log >&2
+    check 'the example host' '1 <title>Sign in - Fjord R4</title>' \
+        "$(grep -c '^Status: 200' page) $(grep -o '<title>.*' page)"
+}
+
+# The settings are asked as Buildroot asks them, and the recipe is read with a stand-in for
+# what Buildroot makes of it.
+check_buildroot() {
+    export BR2_EXTERNAL_ORVINTERPRETER_PATH=$packaging/buildroot
+    for symbol in BR2_USE_MMU BR2_INSTALL_LIBSTDCXX BR2_TOOLCHAIN_GCC_AT_LEAST_12; do
+        printf 'config %s\n\tdef_bool y\n' $symbol
+    done >Config.in
+    cat >>Config.in <<'END'
+config BR2_EXTERNAL_ORVINTERPRETER_PATH
+	string
+	option env="BR2_EXTERNAL_ORVINTERPRETER_PATH"
+source "$BR2_EXTERNAL_ORVINTERPRETER_PATH/Config.in"
+END
+    CONFIG_='' KCONFIG_CONFIG=$work/config kconfig-conf --allyesconfig Config.in &>said || cat said >&2
+    check 'settings of the recipe' BR2_PACKAGE_ORVINTERPRETER=y "$(grep PACKAGE config)"
+    cat >Makefile <<'END'
+cmake-package = $(info $(ORVINTERPRETER_VERSION) $(wildcard $(ORVINTERPRETER_SITE)/CMakeLists.txt))
+include $(BR2_EXTERNAL_ORVINTERPRETER_PATH)/external.mk
+all:;
+END
+    check 'the recipe for Buildroot' "$version $packaging/buildroot/../../CMakeLists.txt" \
+        "$(make --warn-undefined-variables -s 2>&1)"
+}
+
+# A recipe consists of settings and what it inherits.
+check_yocto() {
+    local recipe=$packaging/yocto/orvinterpreter_$version.bb
+    check 'the recipe for Yocto' '' "$(grep -vE \
+        '^([A-Z_]+(\[[a-z0-9]+\])? = "[^"]*"|inherit [a-z ]+|#.*)?$' "$recipe" 2>&1)"
+}
+
+cd "$work"
+cpack --config "$build/CPackConfig.cmake" -G DEB -D CPACK_DEBIAN_COMPRESSION_TYPE=gzip \
+    -B "$work" &>"$work/said" || {
+    cat "$work/said" >&2
+    exit 1
+}
+lintian --allow-root --fail-on error,warning ./*.deb >&2 &
+linting=$!
+prepare_root
+before=$(files)
+in_root -i ./*.deb
+check 'four packages' 4 "$(grep -c ' status installed ' "$work/log")"
+version=$(dpkg-deb -f "$(echo liborvinterpreter1_*.deb)" Version)
+version=${version%-*}
+libraries=$(echo "$root"/usr/lib/*/)
+doc=$root/usr/share/doc/liborvinterpreter
+export LD_LIBRARY_PATH=$libraries
+build_small_host
+build_example_host
+for page in orv-{render,textdb,check,preview}.1 orvinterpreter.3 Orv_Interpreter_Run.3 orv-templates.7; do
+    name=${page%.*}
+    check "$page" 1 "$(zgrep -ic "^\.TH \"\?${name/Orv_I*/orvinterpreter}" \
+        "$root/usr/share/man/man${page##*.}/$page.gz")"
+    [[ $page != *.1 ]] || check "$name" "$name" "$("$root/usr/bin/$name" --version | cut -d' ' -f1)"
+done
+wait "$linting" || check lintian 0 $?
+mapfile -t names < <(for deb in ./*.deb; do dpkg-deb -f "$deb" Package; done)
+in_root --purge "${names[@]}"
+check 'nothing is left' "$before" "$(files)"
+check_buildroot
+check_yocto
+exit $failed
