@@ -62,7 +62,7 @@ for machine in "${machines[@]}"; do
         build_small static -DCMAKE_INTERPROCEDURAL_OPTIMIZATION=ON
         tests/archive.sh build/static/liborvinterpreter.a . gcc
         ;;
-    musl) # there is no GoogleTest for it
+    musl) # there is no GoogleTest for it: tests/archive.sh has the page tests
         build_small musl --toolchain cmake/musl.cmake
         tests/archive.sh build/musl/liborvinterpreter.a . musl-gcc
         ;;
