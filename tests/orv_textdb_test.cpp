@@ -63,8 +63,9 @@ TEST(TextDbTool, RefusesWhatADatabaseCannotHold)
          "has no text; --empty makes a database without any"},
         {utf8Header + entry("a", "\\\\0") + entry("b", "x\\400y"), ":6",
          "a text cannot hold a zero byte"},
-        {utf8Header + entry("a", "\xe4"), ":4", "invalid multibyte sequence"},
-        {entry("a", "\xe4"), ":2", "a character is not UTF-8"},
+        {utf8Header + entry("a", "\xe4"), ":4", "a character is not UTF-8"},
+        {entry("", "Content-Type: text/plain; charset=ASCII\\n") + entry("a", "ä"), "",
+         "the charset is ASCII, but must be UTF-8 (msgconv -t UTF-8 converts)"},
         {entry("", "Content-Type: text/plain; charset=ISO-8859-1\\n"), "",
          "the charset is ISO-8859-1, but must be UTF-8 (msgconv -t UTF-8 converts)"},
         {utf8Header + "domain \"d\"\n" + entry("a", "x"), "",
@@ -315,11 +316,13 @@ TEST(TextDbTool, SaysWhyItDoesNothing)
         {"build -o t.db /dev/null",
          "cannot read /dev/null: it is not a regular file, and is read twice\n"
          "orv-textdb: t.db is not written\n=1"},
+        {"update t.po byte.po", "cannot print byte.po: \"msgstr \\\"\\344\\\"\" is not UTF-8\n=1"},
         {"dump odd.db | tail -n 2",
          "odd.db: the text of the empty id is left out, PO has no place for it\nmsgid \"a\"\n"
          "msgstr \"\"\n=0"},
     };
     writeFile("t.po", utf8Header + entry("a", "x"));
+    writeFile("byte.po", utf8Header + entry("a", "\\344"));
     writeFile("t.db", database({{"a", "x"}}));
     writeFile("odd.db", database({{"", "e"}, {"a", ""}}));
     writeFile("2.htm", "{?no?}");

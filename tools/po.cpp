@@ -20,6 +20,7 @@ struct PoSource {
     std::vector<size_t> lines; // of each entry's msgid, in the order of the file
     size_t zeroLine;           // of the first zero byte, plain or escaped; or 0
     size_t strangeLine;        // of the first byte that is not UTF-8, or 0
+    bool isAscii;
 };
 
 /* A reading in progress. */
@@ -33,6 +34,16 @@ struct Reading {
 static Reading *current;
 
 static constexpr std::string_view NOTE_START = "orv-textdb: ";
+
+/* Has gettext's library take bytes one by one, by variables of its own: else it asks
+ * iconv about each character of a file, which is half of its time. It looks for quotes,
+ * backslashes and line ends, and none of them is a part of a longer character of UTF-8.
+ * What is not UTF-8 is found here. */
+static void takeBytes()
+{
+    setenv("OLD_PO_FILE_INPUT", "yes", 1);
+    setenv("OLD_PO_FILE_OUTPUT", "yes", 1);
+}
 
 /* Returns the length of the UTF-8 character that text begins with, 0 when its
  * bytes are none. */
@@ -129,13 +140,15 @@ static size_t lineOf(std::string_view bytes, size_t offset)
 }
 
 /* Finds what gettext's library keeps to itself: the line of each entry; zero
- * bytes, at which it would cut a text; and, in files without a charset, what is
- * not UTF-8. */
+ * bytes, at which it would cut a text; and what is not UTF-8. */
 static PoSource scanPo(std::string_view bytes)
 {
     static constexpr std::string_view WORD =
         "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz_";
-    PoSource source = {{}, lineOf(bytes, bytes.find('\0')), lineOf(bytes, findStrange(bytes))};
+    PoSource source = {{},
+                       lineOf(bytes, bytes.find('\0')),
+                       lineOf(bytes, findStrange(bytes)),
+                       std::all_of(bytes.begin(), bytes.end(), [](char c) { return !(c & 0x80); })};
     size_t line = 1;
     for (size_t pos = 0; pos < bytes.size();) {
         const char c = bytes[pos];
@@ -204,8 +217,10 @@ static void checkWhole(PoFile *po, const PoSource &source)
     const std::string charset(found ? found + 8 : "", found ? strcspn(found + 8, "; \t\n") : 0);
     // A charset that is missing or, in a template, still to be filled in is taken as UTF-8.
     bool known = charset.empty();
-    for (const char *name : {"UTF-8", "UTF8", "US-ASCII", "ASCII", "CHARSET"})
+    for (const char *name : {"UTF-8", "UTF8", "CHARSET"})
         known = known || strcasecmp(charset.c_str(), name) == 0;
+    for (const char *name : {"US-ASCII", "ASCII"})
+        known = known || (source.isAscii && strcasecmp(charset.c_str(), name) == 0);
     if (!known)
         reportPo(po, 0, true, nullptr,
                  "the charset is " + charset + ", but must be UTF-8 (msgconv -t UTF-8 converts)");
@@ -289,6 +304,7 @@ PoFile readPo(const char *path)
         Reading state = {&po, bytes, &source};
         static const po_xerror_handler handler = {onError, onError2};
         current = &state;
+        takeBytes();
         po.file = po_file_read(path, &handler);
         if (!po.file)
             complain(0, "cannot read %s: %s", path, strerror(errno));
@@ -418,6 +434,7 @@ std::string printPo(const PoFile &po)
     const PoSource none = {};
     Reading state = {&written, "", &none};
     current = &state;
+    takeBytes();
     if (fd < 0 || !po_file_write(po.file, path.c_str(), &handler))
         complain(0, "cannot print %s: %s", po.path.c_str(), strerror(errno));
     else if (written.errors == 0)
@@ -425,7 +442,13 @@ std::string printPo(const PoFile &po)
     current = nullptr;
     if (fd >= 0)
         close(fd);
-    return bytes;
+    const size_t strange = findStrange(bytes); // of an escape, which is printed as its byte
+    if (strange == std::string_view::npos)
+        return bytes;
+    const size_t start = bytes.rfind('\n', strange) + 1;
+    const std::string line = bytes.substr(start, bytes.find('\n', strange) - start);
+    complain(0, "cannot print %s: %s is not UTF-8", po.path.c_str(), quotePo(line).c_str());
+    return "";
 }
 
 void reportPo(PoFile *po, size_t line, bool isError, const char *id, std::string_view message)
