@@ -122,7 +122,8 @@ static bool passString(std::string_view bytes, size_t *pos)
 static size_t findStrange(std::string_view bytes)
 {
     for (size_t pos = 0; pos < bytes.size();) {
-        const size_t length = utf8Length(bytes.substr(pos));
+        const bool isAscii = (bytes[pos] & 0x80) == 0; // most are
+        const size_t length = isAscii ? 1 : utf8Length(bytes.substr(pos));
         if (length == 0)
             return pos;
         pos += length;
@@ -139,12 +140,15 @@ static size_t lineOf(std::string_view bytes, size_t offset)
     return 1 + static_cast<size_t>(std::count(before.begin(), before.end(), '\n'));
 }
 
+static bool isWord(char c)
+{
+    return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || c == '_';
+}
+
 /* Finds what gettext's library keeps to itself: the line of each entry; zero
  * bytes, at which it would cut a text; and what is not UTF-8. */
 static PoSource scanPo(std::string_view bytes)
 {
-    static constexpr std::string_view WORD =
-        "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz_";
     PoSource source = {{},
                        lineOf(bytes, bytes.find('\0')),
                        lineOf(bytes, findStrange(bytes)),
@@ -159,11 +163,13 @@ static PoSource scanPo(std::string_view bytes)
             const std::string_view start = bytes.substr(pos, 3);
             const bool obsolete = start.starts_with("#~") && start != "#~|";
             pos = obsolete ? pos + 2 : std::min(bytes.find('\n', pos), bytes.size());
-        } else if (WORD.find(c) != std::string_view::npos) {
-            const size_t end = std::min(bytes.find_first_not_of(WORD, pos), bytes.size());
-            if (bytes.substr(pos, end - pos) == "msgid")
+        } else if (isWord(c)) {
+            const std::string_view rest = bytes.substr(pos);
+            const std::string_view word(rest.begin(),
+                                        std::find_if_not(rest.begin(), rest.end(), isWord));
+            if (word == "msgid")
                 source.lines.push_back(line);
-            pos = end;
+            pos += word.size();
         } else {
             line += c == '\n' ? 1 : 0;
             pos++;
@@ -381,6 +387,10 @@ bool findNote(po_message_t message, std::string_view word, std::string *text)
 
 void setNote(po_message_t message, std::string_view word, const std::string *text)
 {
+    std::string former;
+    const bool isThere = findNote(message, word, &former);
+    if (isThere == (text != nullptr) && (!text || former == *text))
+        return;
     const bool hasText = text && !text->empty();
     const std::string line =
         std::string(NOTE_START) + std::string(word) + (hasText ? " " + quotePo(*text) : "") + "\n";
