@@ -328,6 +328,14 @@ TEST(TextDbTool, SaysWhyItDoesNothing)
     writeFile("2.htm", "{?no?}");
     for (const auto &[arguments, printed] : rows)
         EXPECT_EQ(run(arguments), "orv-textdb: " + printed) << arguments;
+    std::string words; // each of them an error
+    for (int i = 0; i < 13; ++i)
+        words += "word\n";
+    writeFile("words.po", words);
+    EXPECT_EQ(run("update t.po words.po 2>&1 | sed -n '10,$p'"),
+              "words.po:9: error: keyword \"word\" unknown\n"
+              "orv-textdb: words.po: 4 more errors; is it a PO file?\n"
+              "orv-textdb: words.po is not updated\n=0");
     EXPECT_TRUE(run("--version").starts_with("orv-textdb "));
     EXPECT_TRUE(run("--help").starts_with("Usage: orv-textdb COMMAND "));
 }

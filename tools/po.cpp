@@ -33,6 +33,10 @@ struct Reading {
 /* The functions that gettext's library calls carry no pointer of ours. */
 static Reading *current;
 
+/* So many errors of gettext's library are told: one leads to others, and in a file that is
+ * no PO file each word is one. */
+static constexpr size_t MAX_SYNTAX_ERRORS = 10;
+
 static constexpr std::string_view NOTE_START = "orv-textdb: ";
 
 /* Has gettext's library take bytes one by one, by variables of its own: else it asks
@@ -72,6 +76,10 @@ static size_t utf8Length(std::string_view text)
 static void onError(int severity, po_message_t message, const char *path, size_t line,
                     size_t /*column*/, int /*multiline*/, const char *text)
 {
+    if (severity == PO_SEVERITY_ERROR && current->po->errors >= MAX_SYNTAX_ERRORS) {
+        current->po->errors++;
+        return;
+    }
     std::string joined = text; // of several lines, perhaps
     while (joined.ends_with('\n'))
         joined.pop_back();
@@ -312,6 +320,9 @@ PoFile readPo(const char *path)
         current = &state;
         takeBytes();
         po.file = po_file_read(path, &handler);
+        if (po.errors > MAX_SYNTAX_ERRORS)
+            complain(0, "%s: %zu more errors; is it a PO file?", path,
+                     po.errors - MAX_SYNTAX_ERRORS);
         if (!po.file)
             complain(0, "cannot read %s: %s", path, strerror(errno));
         else {
