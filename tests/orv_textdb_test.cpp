@@ -256,6 +256,11 @@ TEST(TextDbTool, FollowsTheSource)
     EXPECT_TRUE(run("build -o it.db it.po && " ORV_TEXTDB " dump it.db")
                     .ends_with("\n\n# orv-textdb: empty\n" + entry("d", "") + "=0"));
 
+    EXPECT_EQ(run("update it.po en.po"),
+              "it.po: error: is a translation, by the notes of its source; the first file must be "
+              "the source\n=1");
+    EXPECT_EQ(run("update en.pot en.po"), "en.po: has the source's texts, left as it is\n=0");
+
     // a changes and c goes; the file passes through gettext's tools in between.
     const auto update = [&](const std::string &entries) {
         writeFile("en.po", en + entries);

@@ -94,6 +94,21 @@ static void updateMessages(Update *update, po_file_t target)
     po_message_iterator_free(iterator);
 }
 
+/* Whether a file is what the source was made from: it has no notes, and the same texts. */
+static bool isSourceItself(const PoFile &target, const PoFile &source,
+                           const std::unordered_map<std::string_view, size_t> &places)
+{
+    size_t same = 0;
+    for (const PoEntry &entry : target.entries) {
+        const auto place = places.find(entry.id);
+        if (findNote(entry.message, NOTE_SOURCE, nullptr))
+            return false;
+        if (place != places.end() && sourceText(source.entries[place->second]) == entry.text)
+            same++;
+    }
+    return same > target.entries.size() / 2;
+}
+
 static bool updateTarget(const PoFile &source,
                          const std::unordered_map<std::string_view, size_t> &places,
                          const char *path)
@@ -106,6 +121,11 @@ static bool updateTarget(const PoFile &source,
         freePo(&target);
         return false;
     }
+    if (isSourceItself(target, source, places)) {
+        printf("%s: has the source's texts, left as it is\n", path);
+        freePo(&target);
+        return true;
+    }
     Update update = {source, places, std::vector<bool>(source.entries.size()), 0, 0, 0};
     updateMessages(&update, target.file);
     const std::string bytes = printPo(target);
@@ -117,9 +137,28 @@ static bool updateTarget(const PoFile &source,
     return true;
 }
 
+/* Refuses a translation in the place of the source, as a pattern for file names may put
+ * there: all other languages would become fuzzy. */
+static void checkSource(PoFile *source)
+{
+    size_t texts = 0;
+    size_t translations = 0;
+    for (const PoEntry &entry : source->entries) {
+        std::string shown;
+        texts += entry.text.empty() ? 0 : 1;
+        if (findNote(entry.message, NOTE_SOURCE, &shown) && !entry.text.empty() &&
+            shown != entry.text)
+            translations++;
+    }
+    if (translations > texts / 2)
+        reportPo(source, 0, true, nullptr,
+                 "is a translation, by the notes of its source; the first file must be the source");
+}
+
 int runUpdate(const CommandLine &line)
 {
     PoFile source = readPo(line.words[0]);
+    checkSource(&source);
     bool isGood = source.errors == 0;
     if (isGood) {
         std::unordered_map<std::string_view, size_t> places;
