@@ -146,4 +146,6 @@ set(CPACK_ORV_LIBRARY ${PROJECT_BINARY_DIR}/liborvinterpreter.so.${PROJECT_VERSI
 set(CPACK_ORV_PACKAGES ${orv_packages})
 set(CPACK_ORV_SOVERSION ${PROJECT_VERSION_MAJOR})
 set(CPACK_ORV_SYMBOLS ${orv_packaging}/symbols)
-include(CPack)
+if(CMAKE_SOURCE_DIR STREQUAL PROJECT_SOURCE_DIR)  # as a part of another, it is not what is packed
+    include(CPack)
+endif()
