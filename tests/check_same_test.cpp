@@ -7,7 +7,6 @@
 
 #include <filesystem>
 #include <nlohmann/json.hpp>
-#include <regex>
 #include <set>
 #include <sstream>
 
@@ -28,13 +27,18 @@ using Mistakes = std::set<Mistake>;
 
 static Mistakes logged(const std::string &log)
 {
-    static const std::regex message("(.*?)(?:, line (\\d+))?: Syntax error.*");
     Mistakes found;
     std::istringstream lines(log);
-    std::smatch match;
-    for (std::string line; std::getline(lines, line);)
-        if (std::regex_match(line, match, message))
-            found.insert({match[1], match[2].matched ? std::stoi(match[2]) : 0});
+    for (std::string line; std::getline(lines, line);) {
+        const size_t end = line.find(": Syntax error");
+        if (end == std::string::npos)
+            continue;
+        const size_t number = line.rfind(", line ", end);
+        if (number == std::string::npos)
+            found.insert({line.substr(0, end), 0});
+        else
+            found.insert({line.substr(0, number), std::stoi(line.substr(number + 7))});
+    }
     return found;
 }
 

@@ -14,7 +14,6 @@
 #include <array>
 #include <filesystem>
 #include <fstream>
-#include <regex>
 #include <sstream>
 
 #include "exec/exec.h"
@@ -161,6 +160,18 @@ std::string takeLog()
     return log;
 }
 
+std::string withoutLines(const std::string &text, bool (*isUnwanted)(const std::string &line))
+{
+    std::string rest;
+    for (size_t at = 0, end; at < text.size(); at = end) {
+        end = std::min(text.find('\n', at), text.size() - 1) + 1;
+        const std::string line = text.substr(at, end - at);
+        if (!isUnwanted(line.substr(0, line.find('\n'))))
+            rest += line;
+    }
+    return rest;
+}
+
 Outcome runHandle(Interpreter *interpreter, const std::string &path)
 {
     pieces.clear();
@@ -169,8 +180,9 @@ Outcome runHandle(Interpreter *interpreter, const std::string &path)
     outcome.pieces = pieces;
     for (const auto &piece : pieces)
         outcome.page += piece;
-    static const std::regex times("zarn - [^\n]* HTML-Text-Fields parsed\n");
-    outcome.log = std::regex_replace(takeLog(), times, "");
+    outcome.log = withoutLines(takeLog(), [](const std::string &line) {
+        return line.ends_with(" HTML-Text-Fields parsed");
+    });
     return outcome;
 }
 

@@ -51,6 +51,9 @@ extern int32_t gatheredBytes;
 /* Runs a template of that content, t.htm, without anything else. */
 Outcome renderText(const std::string &text);
 
+/* A text without the lines that the function wants gone; a line comes without its end. */
+std::string withoutLines(const std::string &text, bool (*isUnwanted)(const std::string &line));
+
 /* The parts of it, for tests of their own. */
 void writeFile(const std::string &path, const std::string &content);
 extern const InterpreterCallbacks hostCallbacks;

@@ -354,7 +354,7 @@ TEST(Limits, NestedBodies)
 TEST(Limits, NestingWithoutBodiesNeedsLittleStack)
 {
     constexpr size_t depth = 9990;
-#if defined(__OPTIMIZE__) && !defined(ORV_SANITIZED)
+#ifdef ORV_OPTIMIZED
     constexpr size_t stack = ORV_STACK_NEEDED;
 #else
     constexpr size_t stack = size_t{16} * ORV_STACK_NEEDED;
