@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <utility>
 
 #include <sys/mman.h>
 #include <sys/stat.h>
@@ -282,10 +283,11 @@ static void takeEntry(PoFile *po, po_message_t message, size_t line)
                       "; a field names only letters, digits, '.', '_' and ':'");
     if (id.size() > MAX_ID_LENGTH)
         return refuse("is longer than the 128 characters that a field can name");
+    const std::string_view comments = po_message_comments(message);
     if (!id.empty()) // that of the header
         po->entries.push_back({id, po_message_msgstr(message), line,
                                po_message_is_fuzzy(message) != 0,
-                               findNote(message, NOTE_EMPTY, nullptr), message});
+                               findNote(comments, NOTE_EMPTY, nullptr), comments, message});
 }
 
 /* Takes all entries. lines: of their msgids, in order. */
@@ -382,9 +384,8 @@ static bool isNote(std::string_view line, std::string_view word, std::string_vie
     return word.empty() || found == word;
 }
 
-bool findNote(po_message_t message, std::string_view word, std::string *text)
+bool findNote(std::string_view comments, std::string_view word, std::string *text)
 {
-    std::string_view comments = po_message_comments(message);
     std::string_view found;
     while (!comments.empty()) {
         if (!isNote(takeLine(&comments), word, &found))
@@ -396,21 +397,21 @@ bool findNote(po_message_t message, std::string_view word, std::string *text)
     return false;
 }
 
-void setNote(po_message_t message, std::string_view word, const std::string *text)
+void setNote(std::string *comments, std::string_view word, const std::string *text)
 {
     std::string former;
-    const bool isThere = findNote(message, word, &former);
+    const bool isThere = findNote(*comments, word, &former);
     if (isThere == (text != nullptr) && (!text || former == *text))
         return;
     const bool hasText = text && !text->empty();
     const std::string line =
         std::string(NOTE_START) + std::string(word) + (hasText ? " " + quotePo(*text) : "") + "\n";
-    std::string_view comments = po_message_comments(message);
+    std::string_view rest = *comments;
     std::string result;
     std::string_view found;
     bool placed = !text;
-    while (!comments.empty()) {
-        const std::string_view old = takeLine(&comments);
+    while (!rest.empty()) {
+        const std::string_view old = takeLine(&rest);
         if (!isNote(old, word, &found)) {
             result.append(old).push_back('\n');
         } else if (!placed) {
@@ -420,12 +421,11 @@ void setNote(po_message_t message, std::string_view word, const std::string *tex
     }
     if (!placed)
         result += line;
-    po_message_set_comments(message, result.c_str());
+    *comments = std::move(result);
 }
 
-std::string commentWithoutNotes(po_message_t message)
+std::string commentWithoutNotes(std::string_view comments)
 {
-    std::string_view comments = po_message_comments(message);
     std::string result;
     std::string_view found;
     while (!comments.empty()) {

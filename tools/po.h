@@ -16,8 +16,9 @@ struct PoEntry {
     std::string_view text; // ends in a zero byte
     size_t line;           // of its msgid
     bool fuzzy;
-    bool isEmpty;         // the text is meant to be empty: it has the note NOTE_EMPTY
-    po_message_t message; // what else gettext's library knows of it
+    bool isEmpty;              // the text is meant to be empty: it has the note NOTE_EMPTY
+    std::string_view comments; // the translator's as they are read; the notes stand there
+    po_message_t message;      // what else gettext's library knows of it
 
     bool isTranslated() const
     {
@@ -54,14 +55,14 @@ static constexpr char NOTE_EMPTY[] = "empty";   // the text is meant to be empty
 static constexpr char NOTE_SOURCE[] = "source"; // the source text that the file shows
 static constexpr char NOTE_FORMER[] = "former"; // of a fuzzy entry, the one it was made for
 
-/* Returns whether an entry has a note. text: out, what follows it; may be null. */
-bool findNote(po_message_t message, std::string_view word, std::string *text);
+/* Returns whether comments have a note. text: out, what follows it; may be null. */
+bool findNote(std::string_view comments, std::string_view word, std::string *text);
 
-/* Gives an entry a note, in the place of one with that word. text: null to remove it. */
-void setNote(po_message_t message, std::string_view word, const std::string *text);
+/* Gives comments a note, in the place of one with that word. text: null to remove it. */
+void setNote(std::string *comments, std::string_view word, const std::string *text);
 
 /* Returns the lines of a translator's comment without the notes. */
-std::string commentWithoutNotes(po_message_t message);
+std::string commentWithoutNotes(std::string_view comments);
 
 /* The value of a field of the file's header, empty without it. */
 std::string headerField(const PoFile &po, const char *field);

@@ -95,6 +95,10 @@ static po_message_t newEntry(const PoEntry &source, const IdUses &uses)
     po_message_set_msgid(entry, source.id.data());
     po_message_set_msgstr(entry, "");
     showSource(entry, source, uses.stands);
+    std::string comments;
+    const std::string text = sourceText(source);
+    setNote(&comments, NOTE_SOURCE, &text);
+    po_message_set_comments(entry, comments.c_str());
     for (const auto &[path, line] : uses.places)
         po_message_add_filepos(entry, path, line);
     return entry;

@@ -42,7 +42,7 @@ std::string sourceText(const PoEntry &entry)
 {
     std::string text(entry.text);
     if (!entry.isTranslated())
-        findNote(entry.message, NOTE_SOURCE, &text);
+        findNote(entry.comments, NOTE_SOURCE, &text);
     return text;
 }
 
@@ -53,9 +53,10 @@ void showSource(po_message_t target, const PoEntry &source, uint8_t stands)
     std::string comments;
     if (!isTemplate)
         appendLines(&comments, source.text);
-    appendLines(&comments, linesOf(po_message_extracted_comments(source.message), false));
-    appendLines(&comments, commentWithoutNotes(source.message));
-    std::string placed = linesOf(po_message_extracted_comments(source.message), true);
+    const std::string_view extracted = po_message_extracted_comments(source.message);
+    appendLines(&comments, linesOf(extracted, false));
+    appendLines(&comments, commentWithoutNotes(source.comments));
+    std::string placed = linesOf(extracted, true);
     if (placed.empty())
         placed = linesOf(old, true);
     for (const auto &place : places)
@@ -64,6 +65,4 @@ void showSource(po_message_t target, const PoEntry &source, uint8_t stands)
     comments += placed;
     if (comments != old)
         po_message_set_extracted_comments(target, comments.c_str());
-    const std::string text = sourceText(source);
-    setNote(target, NOTE_SOURCE, &text);
 }

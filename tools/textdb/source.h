@@ -14,7 +14,8 @@
 std::string sourceText(const PoEntry &entry);
 
 /* Gives an entry what translators see of its source: the text and the comments of the
- * source's author. What tells where it stands remains.
+ * source's author. What tells where it stands remains. The note NOTE_SOURCE is the
+ * caller's.
  * stands: STANDS_IN_ bits to tell of besides. */
 void showSource(po_message_t target, const PoEntry &source, uint8_t stands);
 

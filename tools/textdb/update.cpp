@@ -23,31 +23,40 @@ struct Update {
     size_t added, changed, gone;
 };
 
+static void copyPlaces(po_message_t target, po_message_t source)
+{
+    while (po_message_filepos(target, 0))
+        po_message_remove_filepos(target, 0);
+    for (int i = 0; po_filepos_t place = po_message_filepos(source, i); ++i)
+        po_message_add_filepos(target, po_filepos_file(place), po_filepos_start_line(place));
+}
+
 /* Brings an entry in line with its source. */
 static void updateEntry(Update *update, po_message_t message, const PoEntry &source)
 {
     const std::string text = sourceText(source);
-    const bool isTranslated = *po_message_msgstr(message) || findNote(message, NOTE_EMPTY, nullptr);
+    const std::string old = po_message_comments(message);
+    std::string comments = old;
+    const bool isTranslated = *po_message_msgstr(message) || findNote(old, NOTE_EMPTY, nullptr);
     std::string shown;
     std::string former;
     if (!po_message_is_fuzzy(message)) // somebody has looked at it since
-        setNote(message, NOTE_FORMER, nullptr);
-    if (findNote(message, NOTE_SOURCE, &shown) && shown != text && isTranslated) {
+        setNote(&comments, NOTE_FORMER, nullptr);
+    if (findNote(comments, NOTE_SOURCE, &shown) && shown != text && isTranslated) {
         update->changed++;
         po_message_set_fuzzy(message, 1);
-        if (!findNote(message, NOTE_FORMER, nullptr))
-            setNote(message, NOTE_FORMER, &shown);
+        if (!findNote(comments, NOTE_FORMER, nullptr))
+            setNote(&comments, NOTE_FORMER, &shown);
     }
-    if (findNote(message, NOTE_FORMER, &former)) // the line may be gone: msgmerge drops it
+    if (findNote(comments, NOTE_FORMER, &former)) // the line may be gone: msgmerge drops it
         po_message_set_prev_msgid(message, former.c_str());
     po_message_set_obsolete(message, 0);
     showSource(message, source, 0);
-    if (po_message_filepos(source.message, 0)) { // the source is a template, which has the places
-        while (po_message_filepos(message, 0))
-            po_message_remove_filepos(message, 0);
-        for (int i = 0; po_filepos_t place = po_message_filepos(source.message, i); ++i)
-            po_message_add_filepos(message, po_filepos_file(place), po_filepos_start_line(place));
-    }
+    setNote(&comments, NOTE_SOURCE, &text);
+    if (comments != old)
+        po_message_set_comments(message, comments.c_str());
+    if (po_message_filepos(source.message, 0)) // the source is a template, which has the places
+        copyPlaces(message, source.message);
 }
 
 /* Adds those entries from first on that the target lacks, up to the next that it has. */
@@ -94,19 +103,23 @@ static void updateMessages(Update *update, po_file_t target)
     po_message_iterator_free(iterator);
 }
 
-/* Whether a file is what the source was made from: it has no notes, and the same texts. */
+/* Whether a file is what the source was made from: it has no notes, and nearly all texts
+ * are the same. (Some may have changed since a template was made.) */
 static bool isSourceItself(const PoFile &target, const PoFile &source,
                            const std::unordered_map<std::string_view, size_t> &places)
 {
+    size_t common = 0;
     size_t same = 0;
     for (const PoEntry &entry : target.entries) {
         const auto place = places.find(entry.id);
-        if (findNote(entry.message, NOTE_SOURCE, nullptr))
+        if (findNote(entry.comments, NOTE_SOURCE, nullptr))
             return false;
-        if (place != places.end() && sourceText(source.entries[place->second]) == entry.text)
-            same++;
+        if (place == places.end())
+            continue;
+        common++;
+        same += sourceText(source.entries[place->second]) == entry.text ? 1 : 0;
     }
-    return same > target.entries.size() / 2;
+    return common && same * 10 >= common * 9;
 }
 
 static bool updateTarget(const PoFile &source,
@@ -146,7 +159,7 @@ static void checkSource(PoFile *source)
     for (const PoEntry &entry : source->entries) {
         std::string shown;
         texts += entry.text.empty() ? 0 : 1;
-        if (findNote(entry.message, NOTE_SOURCE, &shown) && !entry.text.empty() &&
+        if (findNote(entry.comments, NOTE_SOURCE, &shown) && !entry.text.empty() &&
             shown != entry.text)
             translations++;
     }
