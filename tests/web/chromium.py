@@ -28,6 +28,11 @@ def press(keys):
         {"type": kind, "value": key} for key in keys for kind in ("keyDown", "keyUp")]}])
 
 
+def insert(text):
+    """Types a text, faster than key by key."""
+    send("/goog/cdp/execute", cmd="Input.insertText", params={"text": text})
+
+
 def device(name, **parameters):
     send("/goog/cdp/execute", cmd="Emulation." + name, params=parameters)
 
