@@ -245,10 +245,11 @@ TEST(TextDbTool, FollowsTheSource)
                          "sed -i '/^msgid \"a\"/{n;s/\"\"/\"Salva\"/};"
                          "/^msgid \"b\"/{i # Mine.\nn;s/\"\"/\"Due\"/};"
                          "/^msgid \"c\"/{n;s/\"\"/\"it\"/};"
-                         "/^msgid \"d\"/i # orv-textdb: empty' it.po"),
+                         "/^msgid \"d\"/i # orv-textdb: empty\n$a # Last.' it.po"),
               0)
         << readFile("err");
     EXPECT_EQ(run("update en.po it.po en.po"), "it.po: 6 texts, 1 new, 0 changed, 0 gone\n=0");
+    EXPECT_TRUE(readFile("it.po").ends_with(entry("f", "") + "\n# Last.\n")) << readFile("it.po");
     EXPECT_EQ(run("status it.po en.po"),
               "file   language  translated  fuzzy  missing     of  longest texts\n"
               "it.po  it                 4      0        2      6  a 5, b 3, c 2\n"

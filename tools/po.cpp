@@ -187,6 +187,20 @@ static PoSource scanPo(std::string_view bytes)
     return source;
 }
 
+/* Returns the comments behind the last entry. Those of obsolete entries belong to them. */
+static std::string_view tailOf(std::string_view bytes)
+{
+    size_t start = bytes.size();
+    while (start > 0) {
+        const size_t before = start < 2 ? 0 : bytes.rfind('\n', start - 2) + 1;
+        const std::string_view line = bytes.substr(before, start - before);
+        if (line.starts_with("#~") || (line[0] != '#' && line[0] != '\n'))
+            break;
+        start = before;
+    }
+    return bytes.substr(std::min(bytes.find('#', start), bytes.size()));
+}
+
 /* Takes the line at the front of *text off it. */
 static std::string_view takeLine(std::string_view *text)
 {
@@ -306,7 +320,7 @@ static void takeEntries(PoFile *po, const std::vector<size_t> &lines)
 
 PoFile readPo(const char *path)
 {
-    PoFile po = {path, nullptr, 0, {}};
+    PoFile po = {path, nullptr, 0, {}, ""};
     std::string bytes;
     struct stat status;
     if (stat(path, &status) == 0 && !S_ISREG(status.st_mode))
@@ -317,6 +331,7 @@ PoFile readPo(const char *path)
         reportPo(&po, 0, true, nullptr, strange);
     else {
         const PoSource source = scanPo(bytes);
+        po.tail = tailOf(bytes);
         Reading state = {&po, bytes, &source};
         static const po_xerror_handler handler = {onError, onError2};
         current = &state;
@@ -451,7 +466,7 @@ std::string printPo(const PoFile &po)
     std::string bytes;
     const int fd = memfd_create("po", MFD_CLOEXEC);
     const std::string path = "/proc/self/fd/" + std::to_string(fd); // it writes to names only
-    PoFile written = {po.path, nullptr, 0, {}};
+    PoFile written = {po.path, nullptr, 0, {}, ""};
     const PoSource none = {};
     Reading state = {&written, "", &none};
     current = &state;
@@ -460,6 +475,8 @@ std::string printPo(const PoFile &po)
         complain(0, "cannot print %s: %s", po.path.c_str(), strerror(errno));
     else if (written.errors == 0)
         readFile(path.c_str(), &bytes);
+    if (!bytes.empty() && !po.tail.empty())
+        bytes += "\n" + po.tail;
     current = nullptr;
     if (fd >= 0)
         close(fd);

@@ -32,6 +32,7 @@ struct PoFile {
     po_file_t file;               // owned; null when it could not be read
     size_t errors;                // problems told that are errors
     std::vector<PoEntry> entries; // in the file's order; without header and obsolete entries
+    std::string tail;             // the comments behind the last entry
 };
 
 /* Reads a file, and reports each error in it: what gettext's library complains of,
@@ -67,7 +68,8 @@ std::string commentWithoutNotes(std::string_view comments);
 /* The value of a field of the file's header, empty without it. */
 std::string headerField(const PoFile &po, const char *field);
 
-/* Returns the file as gettext's library writes it; empty after a complaint. */
+/* Returns the file as gettext's library writes it, and the comments behind the last
+ * entry, which that leaves out; empty after a complaint. */
 std::string printPo(const PoFile &po);
 
 /* Prints a message about a line of a PO file on standard error, and counts it if

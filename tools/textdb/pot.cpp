@@ -45,28 +45,32 @@ static bool isUsedElsewhere(const std::set<std::string> &used, std::string_view 
     });
 }
 
-static std::set<std::string> usedElsewhere(const PoFile &source)
+static void readUsed(std::string_view comments, std::set<std::string> *used)
 {
     static constexpr std::string_view KEY = "orv-check: used ";
-    std::set<std::string> used;
-    po_message_iterator_t iterator = po_message_iterator(source.file, nullptr);
-    while (po_message_t message = po_next_message(iterator)) {
-        const std::string_view comments = po_message_comments(message);
-        for (size_t at = comments.find(KEY); at != std::string_view::npos;
-             at = comments.find(KEY, at + 1)) {
-            std::string_view ids = comments.substr(at + KEY.size());
-            ids = ids.substr(0, ids.find('\n'));
-            while (!ids.empty()) {
-                std::string_view id = ids.substr(0, ids.find(' '));
-                ids.remove_prefix(std::min(id.size() + 1, ids.size()));
-                const bool isLast = id.ends_with(':');
-                used.emplace(id.substr(0, id.size() - (isLast ? 1 : 0)));
-                if (isLast)
-                    break;
-            }
+    for (size_t at = comments.find(KEY); at != std::string_view::npos;
+         at = comments.find(KEY, at + 1)) {
+        std::string_view ids = comments.substr(at + KEY.size());
+        ids = ids.substr(0, ids.find('\n'));
+        while (!ids.empty()) {
+            std::string_view id = ids.substr(0, ids.find(' '));
+            ids.remove_prefix(std::min(id.size() + 1, ids.size()));
+            const bool isLast = id.ends_with(':');
+            used->emplace(id.substr(0, id.size() - (isLast ? 1 : 0)));
+            if (isLast)
+                break;
         }
     }
+}
+
+static std::set<std::string> usedElsewhere(const PoFile &source)
+{
+    std::set<std::string> used;
+    po_message_iterator_t iterator = po_message_iterator(source.file, nullptr);
+    while (po_message_t message = po_next_message(iterator))
+        readUsed(po_message_comments(message), &used);
     po_message_iterator_free(iterator);
+    readUsed(source.tail, &used);
     return used;
 }
 
@@ -108,7 +112,7 @@ static po_message_t newEntry(const PoEntry &source, const IdUses &uses)
 static bool printTemplate(const PoFile &source, const Uses &uses)
 {
     const std::set<std::string> elsewhere = usedElsewhere(source);
-    PoFile made = {"the template", po_file_create(), 0, {}};
+    PoFile made = {"the template", po_file_create(), 0, {}, ""};
     po_message_iterator_t iterator = po_message_iterator(made.file, nullptr);
     po_message_insert(iterator, newHeader(source));
     for (const PoEntry &entry : source.entries) {
