@@ -304,12 +304,22 @@ TEST_F(Check, SeesTheWholeSite)
         "escape; use echo [escape-missing]\n"
         "site/a.htm:2:1: note: included from here\n");
     EXPECT_EQ(runCommand(site + " --ignore escape-missing a.htm"), 0) << readFile("out");
-    EXPECT_EQ(runCommand(site + " --ignore escape"), 2);
-    EXPECT_EQ(runCommand(site + " nothere.htm"), 2);
-    EXPECT_EQ(runCommand(ORV_CHECK " --docroot nothere"), 2);
-    EXPECT_EQ(runCommand(ORV_CHECK " --db nothere.db"), 2);
     writeFile("broken.po", "msgid \"a");
-    EXPECT_EQ(runCommand(ORV_CHECK " --texts broken.po"), 2);
+    const std::string refused[][2] = {
+        {"--ignore escape", "--ignore: there is no kind 'escape' (--list tells all)"},
+        {"nothere.htm", "cannot read template nothere.htm"},
+        {"--docroot nothere", "no folder: nothere"},
+        {"--db nothere.db", "cannot read database nothere.db: No such file or directory"},
+        {"--texts broken.po", "cannot read texts broken.po: it has errors"},
+        {"--set-from nothere", "cannot read nothere: No such file or directory"},
+        {"--format yaml", "--format needs text, json or sarif, not 'yaml'"},
+        {"--nope", "unknown option --nope (--help tells all)"},
+        {"--db", "--db needs a value"},
+    };
+    for (const auto &[arguments, message] : refused) {
+        EXPECT_EQ(runCommand(ORV_CHECK " --docroot site " + arguments), 2) << arguments;
+        EXPECT_TRUE(readFile("err").ends_with("orv-check: " + message + "\n")) << readFile("err");
+    }
 }
 
 TEST_F(Check, PrintsSarif)

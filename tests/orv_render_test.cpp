@@ -60,6 +60,9 @@ TEST(OrvRender, Rows)
         {"", "no template given, see --help"},
         {"--x t.htm", "wrong option '--x', see --help"},
         {"t.htm --db", "option '--db' needs a value, see --help"},
+        {"t.htm in.htm", "several templates, see --help"},
+        {"--tooltips 3 t.htm", "--tooltips needs 1 or 2, not '3'"},
+        {"- <site", "cannot read standard input: Is a directory"},
     };
     for (const auto &[arguments, message] : refused)
         for (const char *option : {"", "--log "})
@@ -69,6 +72,9 @@ TEST(OrvRender, Rows)
         {"select nope", "no such column: nope"},
         {"select abs(-9223372036854775807 - n) from num", "integer overflow"}, // a later row
         {"select 1; select 2", "text follows the statement"},
+        {"-- nothing", "there is no statement"},
+        {"select ?1", "only parameters of the form :name have a value"},
+        {"select @net", "only parameters of the form :name have a value"},
         {"delete from device", "not authorized"},
         {"select load_extension(1)", "not authorized to use function: load_extension"},
     };

@@ -153,6 +153,12 @@ TEST(TextDbTool, NamesEveryFault)
         {55, 'a', "offset 40: record 3: label comes before that of its sibling before it"},
         {58, 'Z', "offset 40: record 3: value is not terminated"},
         {36, 30, "offset 40: record 3: overlaps the strings, which begin at offset 46"},
+        {36, 0, "offset 32: record 2: label offset 0 lies among the records"},
+        {49, 0, "offset 24: record 1: label is empty"},
+        {55, 'b', "offset 40: record 3: label begins with the same byte as its sibling before it"},
+        {34, 0x10, "offset 32: record 2: value distance 1 ends in the label"},
+        {39, 0, "offset 40: record 3: nothing leads to it"},
+        {47, 0x40, "offset 40: record 3: next sibling 4 lies beyond the records"},
     };
     for (const auto &[offset, byte, fault] : rows) {
         std::string bad = good;
@@ -166,6 +172,14 @@ TEST(TextDbTool, NamesEveryFault)
     writeFile("t.db", "another tool's  " + good.substr(16));
     EXPECT_EQ(run("check t.db"), "orv-textdb: t.db: warning: the header is not that of orv-textdb\n"
                                  "t.db: 4 records, 2 texts, no fault\n=0");
+    std::string counts = good;
+    counts[12] = 5;
+    writeFile("t.db", counts);
+    EXPECT_EQ(run("check t.db"),
+              "orv-textdb: t.db: warning: the header counts 5 records, but 4 are in use\n"
+              "t.db: 4 records, 2 texts, no fault\n=0");
+    writeFile("t.db", good.substr(0, 23));
+    EXPECT_EQ(run("check t.db"), "t.db: offset 23: the file ends before its first record does\n=1");
 }
 
 TEST(TextDbTool, ComparesWithTemplates)
