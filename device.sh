@@ -20,6 +20,7 @@ Builds an ARM device in build/device, starts it, shows that it answers, and ends
                   until Ctrl-C
   --console       leave it running, with its shell here; poweroff ends it
   --build         build it only
+  --cost          print what a page costs there, made by the library and by other means
   --help          print this text
 
 The device's settings are the factory's at each start. Its memory (64 MB) and kernel
@@ -108,7 +109,7 @@ console() {
 
 port=8081
 case ${1-} in
-'' | --console | --build) [[ $# -le 1 ]] || fail "$1 stands alone, see --help" ;;
+'' | --console | --build | --cost) [[ $# -le 1 ]] || fail "$1 stands alone, see --help" ;;
 --serve)
     [[ $# -le 2 ]] || fail "too many arguments, see --help"
     port=${2:-$port}
@@ -136,4 +137,9 @@ case ${1-} in
     wait "$machine_pid"
     ;;
 --console) console ;;
+--cost)
+    need msgfmt:gettext python3:python3
+    say "measuring"
+    tools/device/cost.sh "$folder"
+    ;;
 esac
