@@ -181,7 +181,9 @@ Outcome runHandle(Interpreter *interpreter, const std::string &path)
     for (const auto &piece : pieces)
         outcome.page += piece;
     outcome.log = withoutLines(takeLog(), [](const std::string &line) {
-        return line.ends_with(" HTML-Text-Fields parsed");
+        return line.ends_with(" HTML-Text-Fields parsed") ||
+               (line.find(", query ") != std::string::npos &&
+                line.find(": Real Time ") != std::string::npos);
     });
     return outcome;
 }
