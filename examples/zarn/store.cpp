@@ -53,6 +53,8 @@ sqlite3 *storeOpen(const char *file)
 {
     sqlite3 *db = nullptr;
     int status = sqlite3_open_v2(file, &db, SQLITE_OPEN_READWRITE, nullptr);
+    if (status == SQLITE_OK) // first: "pragma synchronous" reads the database
+        status = sqlite3_busy_timeout(db, busyMilliseconds);
     if (status == SQLITE_OK)
         // "extra": what was saved is still there when the power fails right afterwards.
         status = sqlite3_exec(db, "pragma foreign_keys = on; pragma synchronous = extra", nullptr,
@@ -63,10 +65,8 @@ sqlite3 *storeOpen(const char *file)
     if (status == SQLITE_OK)
         status = sqlite3_create_function(db, "password_fits", 2, SQLITE_UTF8, nullptr, passwordFits,
                                          nullptr, nullptr);
-    if (status == SQLITE_OK) {
-        sqlite3_busy_timeout(db, busyMilliseconds);
+    if (status == SQLITE_OK)
         return db;
-    }
     fprintf(stderr, "zarn: cannot use the database: %s\n", sqlite3_errmsg(db));
     sqlite3_close(db);
     return nullptr;
