@@ -22,7 +22,7 @@ static constexpr OptionRow options[] = {
 };
 
 /* A command of the tool. */
-struct Command {
+struct Subcommand {
     const char *name;
     const char *usage; // what follows the name
     size_t least;      // words behind the name, at the least
@@ -37,7 +37,7 @@ static constexpr unsigned bit(OptionNumber number)
     return 1u << number;
 }
 
-static constexpr Command commands[] = {
+static constexpr Subcommand commands[] = {
     {"pot", "SOURCE.po TEMPLATE...", 2, SIZE_MAX, 0, false, runPot},
     {"update", "SOURCE.po TARGET.po...", 2, SIZE_MAX, 0, false, runUpdate},
     {"status", "[--json] FILE...", 1, SIZE_MAX, bit(OPT_JSON), false, runStatus},
@@ -80,7 +80,7 @@ static constexpr char helpText[] =
     "2 something is wrong with the command line.\n";
 
 /* Prints why the command line is refused. command: null when none was understood. */
-static int refuseUsage(const Command *command, const std::string &problem)
+static int refuseUsage(const Subcommand *command, const std::string &problem)
 {
     if (command)
         return complain(STATUS_USAGE, "%s; usage: orv-textdb %s %s", problem.c_str(), command->name,
@@ -88,9 +88,9 @@ static int refuseUsage(const Command *command, const std::string &problem)
     return complain(STATUS_USAGE, "%s; 'orv-textdb --help' shows the commands", problem.c_str());
 }
 
-static const Command *findCommand(const char *name)
+static const Subcommand *findCommand(const char *name)
 {
-    for (const Command &command : commands)
+    for (const Subcommand &command : commands)
         if (strcmp(command.name, name) == 0)
             return &command;
     return nullptr;
@@ -102,7 +102,7 @@ static int runCommand(CommandLine *line)
     if (line->words.empty())
         return refuseUsage(nullptr, "no command is given");
     const char *name = line->words[0];
-    const Command *command = findCommand(name);
+    const Subcommand *command = findCommand(name);
     if (!command)
         return refuseUsage(nullptr, std::string("unknown command '") + name + "'");
     line->words.erase(line->words.begin());
