@@ -33,6 +33,8 @@ const Row rows[] = {
     {"x<?echo 'a<?bold b?>c'?>y<?echo b?>z<?echo c?>",
      "1:2 swallowed, 1:11 syntax, 1:26 syntax, 1:26 swallowed"},
     {"x<?echo 'a ?>y<?echo 'a'?>", "1:9 !quote-open"},
+    {"x<?repeat [ 1 2 ] '\n<?echo a b?>'?>y<?echo y?>z", "1:2 syntax, 2:1 syntax"},
+    {"x<?setvariable var:x '<?echo a b?>'?>", "1:2 syntax, 1:2 swallowed, 1:23 syntax"},
 
     // includes
     {"<?include none.frm?><?include part.frm?>", "1:11 include-missing"},
@@ -66,12 +68,19 @@ const Row rows[] = {
     // queries
     {"<?query 'select nothere from t'?><?query 'select n from t'?>", "1:17 query-sql"},
     {"<?setvariable var:q 'nothere'?><?query 'select $var:q from t'?>", "1:22 query-sql"},
+    {"<?query 'select n from nothere'?><?query 'select n from t where'?>",
+     "1:24 query-sql, 1:64 query-sql"},
+    {"<?query 'select nothere from t where n = <?calc + 1 1?>'?>", "1:17 query-sql"},
+    {"<?setvariable var:q \"select n from t where a = '$var:user'\"?>"
+     "<?setvariable var:q \"$var:q and n\"?><?query $var:q?>",
+     "1:49 query-injection"},
     {"<?query \"select a from t where a = '$var:user'\"?>", "1:37 query-injection"},
     {"<?query \"select a from t where a = :user and a <> :find\"?>", ""},
     {"<?query 'select a from t limit <?calc + 1 1?>'?>", ""},
     {"<?setvariable var:o 'a desc'?><?query 'select a from t order by $var:o'?>", ""},
     {"<?query 'select a from t where a = :usr'?>", "1:36 query-parameter"},
     {"<?query 'delete from t'?><?query \"select 'delete from t'\"?>", "1:10 query-writes"},
+    {"<?query 'select 1; delete from t'?>", "1:20 query-writes"},
 
     // texts
     {"{?both?} {?none?}", "1:10 text-missing"},
@@ -84,6 +93,9 @@ const Row rows[] = {
     {"<?echo '{?dollar?}'?>{?dollar?}", "1:9 text-breaks"},
     {"<p title='{?quoted?}'><p title=\"{?quoted?}\">", "1:11 text-breaks"},
     {"<script>a = '{?quoted?}', b = \"{?quoted?}\"</script>", "1:14 text-breaks"},
+    {"<script>a = \"{?english?}\"</script>", "1:14 !text-missing, 1:14 text-breaks"},
+    {"<?query \"select n from t where a = '{?quoted?}'\"?>", "1:37 text-breaks"},
+    {"<?if eq '<?echo {?both?}?>' x a?>", "1:17 !text-compared"},
     {"<?if eq {?both?} en a?><?if eq 1 1 `{?both?}`?>", "1:9 !text-compared"},
 
     // variables
@@ -112,6 +124,9 @@ const Row rows[] = {
      "$var:h$var:k?></p>",
      ""},
     {"<p title=\"<?print $var:user?>\">", "1:19 escape-missing"},
+    {"<p><?print $var:port[max]?><?setvariable var:l[1] x?><?print $var:l[max]?></p>",
+     "1:12 escape-missing"},
+    {"<?querytext 'select -n, -n || a from t' '$1 $2'?>", "1:45 escape-missing"},
     {"<p><?printjs $var:user?></p>", "1:14 escape-missing"},
     {"<p title='<?echo $var:user?>' class=<?echo $var:user?> id=\"<?echo $var:user?>\">",
      "1:18 escape-attribute, 1:44 escape-attribute"},
@@ -131,6 +146,7 @@ const Row rows[] = {
     {"<a href=\"<?echo $var:user?>\"><a href=\"?find=<?echo $var:user?>\"><a href=\"/<?echo "
      "$var:user?>\">",
      "1:17 escape-url"},
+    {"<meta content=\"<?echo $var:user?>; url=<?echo $var:user?>\">", "1:47 escape-url"},
     {"<a href=\"javascript:f('<?echo $var:user?>')\">", "1:31 escape-script"},
     {"<style>p { color: <?echo $var:user?> }</style><p style=\"width: <?query 'select n from "
      "t'?>px; color: <?echo $var:user?>\">",
@@ -169,7 +185,7 @@ struct Check : testing::Test {
         };
         const std::string shared = entry("quoted", "it's") + entry("dollar", "$1 and $$");
         writeFile("en.po", texts + "# orv-check: used english: or not\n" + entry("both", "both") +
-                               entry("english", "english") + entry("blank", "a b") + shared);
+                               entry("english", "english\\\\") + entry("blank", "a b") + shared);
         writeFile("de.po", texts + entry("both", "beide") + entry("blank", "ab") + shared);
         ASSERT_EQ(runCommand("rm -f t.db; sqlite3 t.db 'create table t (a text, n integer)'"), 0);
         writeFile("part.frm", "<form><input type=\"text\" name=\"find\"></form>");

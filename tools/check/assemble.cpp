@@ -85,6 +85,24 @@ static uint8_t holdsOfValue(Site &site, const Element &element, const Levels &le
     return column < rows.columns.size() && !rows.columns[column].number ? VALUE_RAW : 0;
 }
 
+// An array's bound is a number unless all indices are texts: the first of those then.
+static uint8_t holdsOfBound(Site &site, const string &array)
+{
+    if (site.safe.contains(array + "[]"))
+        return 0;
+    if (site.fromWeb.contains(array + "[]") || site.fromForms.contains(array + "[]"))
+        return VALUE_RAW;
+    const auto [entry, isNew] = site.holds.try_emplace(array + "[max]", uint8_t{0});
+    const auto computed = site.variables.find(array + "[*]");
+    if (!isNew || computed == site.variables.end())
+        return entry->second;
+    uint8_t holds = 0;
+    for (const VariableUse &use : computed->second.sets)
+        holds |= holdsOfArgument(site, use.command->args[0], 0, *use.levels);
+    entry->second = holds;
+    return holds;
+}
+
 uint8_t holdsOfElement(Site &site, const Element &element, const Levels &levels)
 {
     switch (element.type) {
@@ -95,8 +113,11 @@ uint8_t holdsOfElement(Site &site, const Element &element, const Levels &levels)
         return holdsOfVariable(site, keyOfRead(element));
     case ELEM_NUMVAR:
         return holdsOfValue(site, element, levels);
+    case ELEM_MINARRAY:
+    case ELEM_MAXARRAY:
+        return holdsOfBound(site, element.text);
     default:
-        return 0; // text, and the bounds of arrays, which are numbers
+        return 0; // text
     }
 }
 
@@ -163,7 +184,14 @@ namespace
 {
 struct Assembly {
     Site &site;
-    int depth;
+    int depth = 0;
+    std::string_view key{}; // of the variable whose value is assembled
+    const Assembly *outer = nullptr;
+
+    bool isOpen(std::string_view variable) const
+    {
+        return key == variable || (outer && outer->isOpen(variable));
+    }
 };
 } // namespace
 
@@ -174,16 +202,17 @@ static void addLiteral(std::vector<Assembled> *texts, const Template &tpl, Span 
                        const string &literal)
 {
     for (Assembled &text : *texts) {
-        text.pieces.push_back({text.text.size(), &tpl, span, false, false, 0, ""});
+        text.pieces.push_back({text.text.size(), &tpl, span, false, false, false, 0, ""});
         text.text += literal;
     }
 }
 
-static void addHole(std::vector<Assembled> *texts, const Template &tpl, Span span, uint8_t holds)
+static void addHole(std::vector<Assembled> *texts, const Template &tpl, Span span, uint8_t holds,
+                    bool number)
 {
     for (Assembled &text : *texts) {
         const bool inString = inSqlString(text.text);
-        text.pieces.push_back({text.text.size(), &tpl, span, true, inString, holds,
+        text.pieces.push_back({text.text.size(), &tpl, span, true, inString, number, holds,
                                tpl.source.substr(span.at, span.end - span.at)});
         text.text += inString ? "x" : "1";
     }
@@ -204,7 +233,7 @@ static void addText(std::vector<Assembled> *texts, const Template &tpl, const El
         if (field.at > at)
             addLiteral(texts, tpl, {at, field.at}, tpl.source.substr(at, field.at - at));
         if (!last)
-            addHole(texts, tpl, field, 0);
+            addHole(texts, tpl, field, 0, false);
         at = field.end;
     }
 }
@@ -238,23 +267,25 @@ static bool hasHole(const Assembled &text)
                        [](const TextPiece &piece) { return piece.hole; });
 }
 
-// The constants that a variable is set to; none when it can be anything else.
-static std::vector<Assembled> constantsOf(const Assembly &assembly, const string &key)
+// The texts that a variable is set to; none when it can be anything else.
+// inString: it is a value in a string of SQL, of which only a constant is known.
+static std::vector<Assembled> textsOf(const Assembly &assembly, const string &key, bool inString)
 {
-    std::vector<Assembled> constants;
-    if (assembly.depth >= DEEPEST || isFromWeb(assembly.site, key))
+    std::vector<Assembled> texts;
+    if (assembly.depth >= DEEPEST || assembly.isOpen(key) || isFromWeb(assembly.site, key))
         return {};
+    const Assembly inner = {assembly.site, assembly.depth + 1, key, &assembly};
     for (const VariableUse *use : setsOf(assembly.site, key)) {
         if (!use->value)
             continue;
-        for (Assembled &text : assembleArgument({assembly.site, assembly.depth + 1}, *use->tpl,
-                                                *use->value, *use->levels)) {
-            if (hasHole(text) || constants.size() == MOST_TEXTS)
+        for (Assembled &text : assembleArgument(inner, *use->tpl, *use->value, *use->levels)) {
+            const bool known = !hasHole(text) || (!inString && text.pieces.size() > 1);
+            if (!known || texts.size() == MOST_TEXTS)
                 return {};
-            constants.push_back(std::move(text));
+            texts.push_back(std::move(text));
         }
     }
-    return constants;
+    return texts;
 }
 
 static bool addCommand(const Assembly &assembly, std::vector<Assembled> *texts, const Template &tpl,
@@ -286,16 +317,23 @@ static std::vector<Assembled> assembleArgument(const Assembly &assembly, const T
             continue;
         }
         if (element.type == ELEM_GETVAR || element.type == ELEM_GETARRAY) {
-            const auto constants = constantsOf(assembly, keyOfRead(element));
-            if (!constants.empty()) {
-                multiply(&texts, constants);
+            const auto known =
+                textsOf(assembly, keyOfRead(element), inSqlString(texts.back().text));
+            if (!known.empty()) {
+                multiply(&texts, known);
                 continue;
             }
         }
         if (element.type == ELEM_CMD &&
             (!element.command || addCommand(assembly, &texts, tpl, *element.command, levels)))
             continue;
-        addHole(&texts, tpl, element.span, holdsOfElement(assembly.site, element, levels));
+        // A variable in its own value adds nothing to it.
+        const bool own = element.type != ELEM_NUMVAR && assembly.isOpen(keyOfRead(element));
+        const uint8_t holds = own ? uint8_t{0} : holdsOfElement(assembly.site, element, levels);
+        const bool number = element.type == ELEM_NUMVAR ||
+                            (element.command && ((element.command->id & CMDF_CALC) ||
+                                                 element.command->id == ID_MULTIQUERYCOUNT));
+        addHole(&texts, tpl, element.span, holds, number && !holds);
     }
     return texts;
 }
@@ -303,7 +341,7 @@ static std::vector<Assembled> assembleArgument(const Assembly &assembly, const T
 std::vector<Assembled> assemble(Site &site, const Template &tpl, const Argument &argument,
                                 const Levels &levels)
 {
-    return assembleArgument({site, 0}, tpl, argument, levels);
+    return assembleArgument({site}, tpl, argument, levels);
 }
 
 std::vector<string> assembledTexts(Site &site, const Template &tpl, const Argument &argument)

@@ -310,17 +310,45 @@ static void checkInjection(const Visit &visit, const Assembled &text)
     }
 }
 
+// Texts that end the string of SQL that they stand in.
+static void checkTextsIn(const Visit &visit, const Assembled &text)
+{
+    for (const TextPiece &piece : text.pieces) {
+        const FieldRange fields = fieldsIn(*piece.tpl, piece.span);
+        if (!piece.hole || !piece.inString || fields.empty() ||
+            piece.tpl->fields[fields.first].span.at != piece.span.at)
+            continue;
+        string codes;
+        string shown;
+        std::vector<Note> notes;
+        for (const Language &language : visit.all.site.languages) {
+            const auto found = language.texts.find(piece.tpl->fields[fields.first].id);
+            if (found == language.texts.end() || found->second.text.find('\'') == string::npos)
+                continue;
+            codes += (codes.empty() ? "" : ", ") + language.code;
+            shown = excerpt(found->second.text);
+            notes.push_back(
+                {language.path, std::max(found->second.line, 1U), 1, 1, "the text is here"});
+        }
+        if (!codes.empty())
+            report(visit.all, *piece.tpl, piece.span, "text-breaks",
+                   "the text of " + codes + " ends the string of the query: " + shown,
+                   std::move(notes));
+    }
+}
+
 static void checkAnswer(const Visit &visit, const Command &command, const Assembled &text)
 {
     Report &all = visit.all;
     const SqlAnswer &answer = prepareQuery(all.site.database.get(), text.text);
-    const bool certain = std::none_of(text.pieces.begin(), text.pieces.end(),
-                                      [](const TextPiece &p) { return p.hole && !p.inString; });
+    const bool certain =
+        std::none_of(text.pieces.begin(), text.pieces.end(),
+                     [](const TextPiece &p) { return p.hole && !p.inString && !p.number; });
     checkParameters(visit, command, text, answer.parameters);
     const Template *tpl = &visit.tpl;
     Span span = command.words;
     if (answer.writes) {
-        placeInText(text, 0, &tpl, &span);
+        placeInText(text, answer.writesAt, &tpl, &span);
         report(all, *tpl, span, "query-writes", "the statement changes the database",
                usedHere(visit, tpl, command));
     }
@@ -340,8 +368,10 @@ static void checkQuery(const Visit &visit, const Command &command)
 {
     const bool sql = visit.all.site.database != nullptr;
     for (const Assembled &text : queriesOf(visit.all.site, visit.tpl, command, visit.levels)) {
-        if (sql || looksLikeSql(text.text))
+        if (sql || looksLikeSql(text.text)) {
             checkInjection(visit, text);
+            checkTextsIn(visit, text);
+        }
         if (sql)
             checkAnswer(visit, command, text);
         else if (looksLikeSql(text.text)) {
@@ -393,9 +423,13 @@ static Span spanOf(const Command &command, size_t index)
                             : Span{elements.front().span.at, elements.back().span.end};
 }
 
-static void checkOperand(const Visit &visit, const Command &command, size_t index)
+static void checkOperand(const Visit &visit, const Argument &operand)
 {
-    for (const Element &element : command.args[index].elements) {
+    for (const Element &element : operand.elements) {
+        const int body = element.command ? bodyIndex(*element.command) : -1;
+        for (size_t i = static_cast<size_t>(body); body >= 0 && i < element.command->args.size();
+             ++i)
+            checkOperand(visit, element.command->args[i]);
         if (element.type != ELEM_TEXT)
             continue;
         const FieldRange fields = fieldsIn(visit.tpl, element.span);
@@ -470,7 +504,7 @@ static void visitCommand(Visit &visit, const Command &command)
         visitArgument(visit, command.args[i]);
         length += leastLength(visit.tpl, command.args[i]) + (i > 0);
         if ((command.id & CMDF_IF) && i < 2)
-            checkOperand(visit, command, i);
+            checkOperand(visit, command.args[i]);
     }
     visit.direct = direct;
     if (length > MOST_ARGUMENT)

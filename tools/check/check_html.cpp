@@ -195,6 +195,8 @@ static bool leavesPart(const HtmlState &state, string_view text)
         if (unquoted && reached.part != Part::VALUE)
             return true;
     }
+    if (inside && state.content == Content::SCRIPT && reached.escaped)
+        return true; // the byte behind the text would be escaped
     HtmlState joined;
     return !text.empty() && !inside && !joinStates(expected, reached, &joined);
 }

@@ -195,7 +195,9 @@ void checkVariables(Report &all)
         for (const VariableUse &use : variable.sets)
             if (use.command->id == ID_SETVARIABLE || use.command->id == ID_SETARRAY)
                 report(all, *use.tpl, use.command->nameSpan, "variable-hidden",
-                       "the web program sets " + key + ", and its value hides this one");
+                       "the web program sets " + key +
+                           (use.command->id == ID_SETARRAY ? ", and this value replaces its own"
+                                                           : ", and its value hides this one"));
     }
 }
 

@@ -108,6 +108,14 @@ static const char *needsOf(int token)
     return "an argument";
 }
 
+static string wordsAndNeeds(int token, bool surplus)
+{
+    if (token == F_ERRORFOUND)
+        return "error found takes no argument";
+    return wordsOfToken(token) + (surplus ? " takes " : " needs ") + needsOf(token) +
+           (surplus ? ", and no more" : "");
+}
+
 // Notes on where the argument too many begins, and where a quote opened.
 static std::vector<Note> notesOn(const Template &tpl, const Begun &begun, bool surplus)
 {
@@ -121,6 +129,32 @@ static std::vector<Note> notesOn(const Template &tpl, const Begun &begun, bool s
     if (begun.quoteAt && (surplus || begun.quoteOpen))
         notes.push_back(noteAt(tpl, begun.quoteAt, "the last quote opens here"));
     return notes;
+}
+
+static bool isInside(const Template &tpl, int32_t begun, Fate fate)
+{
+    for (begun = tpl.begun[static_cast<size_t>(begun)].parent; begun >= 0;
+         begun = tpl.begun[static_cast<size_t>(begun)].parent)
+        if (tpl.begun[static_cast<size_t>(begun)].fate == fate)
+            return true;
+    return false;
+}
+
+// Whether a command is wrong by itself, whatever stands around it.
+static bool isMistake(const Begun &begun)
+{
+    return begun.token == F_UNDEF || (begun.fate != Fate::MADE && hasSurplus(begun));
+}
+
+// The first mistake inside a command: its ?> has ended that, or it is lost along with it.
+static const Begun *mistakeInside(const Template &tpl, int32_t outer)
+{
+    for (size_t i = static_cast<size_t>(outer) + 1; i < tpl.begun.size(); ++i)
+        for (int32_t parent = tpl.begun[i].parent; parent >= 0;
+             parent = tpl.begun[static_cast<size_t>(parent)].parent)
+            if (parent == outer && isMistake(tpl.begun[i]))
+                return &tpl.begun[i];
+    return nullptr;
 }
 
 static void reportMessage(Report &all, const Template &tpl, const Message &message)
@@ -141,30 +175,23 @@ static void reportMessage(Report &all, const Template &tpl, const Message &messa
             notes.push_back(noteAt(tpl, begun->quoteAt, "the quote that opens here is not closed"));
     } else if (begun) {
         const bool surplus = hasSurplus(*begun);
-        if (text.starts_with("Cmd ending") && !surplus)
-            shown +=
-                ": " + wordsOfToken(begun->token) + " is taken along by the mistake in front of it";
-        else if (begun->token == F_ERRORFOUND)
-            shown += ": error found takes no argument";
-        else
-            shown += string(": ") + wordsOfToken(begun->token) + (surplus ? " takes " : " needs ") +
-                     needsOf(begun->token) + (surplus ? ", and no more" : "");
-        notes = notesOn(tpl, *begun, surplus);
+        const string words = wordsOfToken(begun->token);
+        const Begun *inside = surplus ? nullptr : mistakeInside(tpl, message.begun);
+        if (inside) {
+            shown += ": " + words + " is taken along by the mistake inside it";
+            notes.push_back(noteAt(tpl, inside->words.at, "the mistake is here"));
+        } else if (text.starts_with("Cmd ending") && !surplus) {
+            shown += ": " + words + " is taken along by the mistake in front of it";
+        } else {
+            shown += ": " + wordsAndNeeds(begun->token, surplus);
+            notes = notesOn(tpl, *begun, surplus);
+        }
     } else if (text.starts_with("Missing array")) {
         shown += ": write $var:NAME[INDEX]";
     } else if (text.starts_with("Cmd ending")) {
         shown += ": what is left of a command that was dropped";
     }
     report(all, tpl, message.span, "syntax", std::move(shown), std::move(notes));
-}
-
-static bool isInside(const Template &tpl, int32_t begun, Fate fate)
-{
-    for (begun = tpl.begun[static_cast<size_t>(begun)].parent; begun >= 0;
-         begun = tpl.begun[static_cast<size_t>(begun)].parent)
-        if (tpl.begun[static_cast<size_t>(begun)].fate == fate)
-            return true;
-    return false;
 }
 
 // The mistake that has cost a command: one inside it, or the last in front of it.
@@ -194,6 +221,11 @@ static void checkBegun(Report &all, const Template &tpl)
                    wordsOfToken(begun.token) +
                        " ends inside the quote that opens here: no quote can hold ?>",
                    {noteAt(tpl, begun.end - 2, "the command ends here")});
+        // Recovery has named the command around it alone.
+        if (begun.fate == Fate::LOST && begun.token != F_UNDEF && hasSurplus(begun) &&
+            isInside(tpl, index, Fate::BLAMED))
+            report(all, tpl, begun.words, "syntax", wordsAndNeeds(begun.token, true),
+                   notesOn(tpl, begun, true));
         if (begun.fate != Fate::LOST || begun.token == F_UNDEF || index == tpl.gaveUpAt ||
             isInside(tpl, index, Fate::BLAMED) || isInside(tpl, index, Fate::LOST))
             continue;
@@ -212,14 +244,15 @@ void checkSyntax(Report &all)
             reportMessage(all, *tpl, message);
         if (tpl->gaveUpAt >= 0 && !tpl->exhausted) {
             const Begun &begun = tpl->begun[static_cast<size_t>(tpl->gaveUpAt)];
-            const bool surplus = begun.token != F_UNDEF && !commandOf(begun.token).malformed;
+            const bool surplus = begun.token != F_UNDEF && hasSurplus(begun);
             report(all, *tpl, begun.words, "gives-up",
-                   surplus ? "the run ends here, and the rest of the page is lost: " +
-                                 wordsOfToken(begun.token) +
-                                 " has too many arguments, and nothing stands in front of it"
-                           : "the run ends here: the command is malformed, and nothing follows "
-                             "that ends it",
-                   notesOn(*tpl, begun, true));
+                   surplus && !commandOf(begun.token).malformed
+                       ? "the run ends here, and the rest of the page is lost: " +
+                             wordsOfToken(begun.token) +
+                             " has too many arguments, and nothing stands in front of it"
+                       : "the run ends here: the command, or one inside it, is malformed, and "
+                         "nothing follows that ends it",
+                   notesOn(*tpl, begun, surplus));
         }
         if (tpl->exhausted)
             report(all, *tpl,

@@ -278,6 +278,8 @@ static void endTagName(HtmlState *state)
 static void endName(HtmlState *state)
 {
     state->content = contentOfAttribute(wordOf(*state));
+    if (wordOf(*state) == "content" && strcmp(state->element, "meta") == 0)
+        state->content = Content::REFRESH;
     state->readsType = wordOf(*state) == "type" && strcmp(state->element, "script") == 0;
     if (state->readsType) {
         memset(state->type, 0, sizeof state->type);
@@ -292,7 +294,7 @@ static void beginValue(HtmlState *state, char quote)
     state->valueBegun = false;
     if (state->content == Content::SCRIPT)
         beginScript(state);
-    if (state->content == Content::ADDRESS)
+    if (state->content == Content::ADDRESS || state->content == Content::REFRESH)
         clearWord(state);
 }
 
@@ -322,6 +324,19 @@ static void followAddress(HtmlState *state, char c)
     }
 }
 
+static constexpr string_view addressMark = "url=";
+
+// The word is what stands in front, as long as the mark of an address.
+static void followRefresh(HtmlState *state, char c)
+{
+    state->valueBegun = true;
+    if (isBlank(c) || c == '\'' || c == '"')
+        return;
+    if (state->wordLength == addressMark.size())
+        memmove(state->word, state->word + 1, --state->wordLength);
+    addToWord(state, lower(c));
+}
+
 static void followValueByte(HtmlState *state, char c)
 {
     if (state->quote ? c == state->quote : isBlank(c) || c == '>') {
@@ -337,6 +352,8 @@ static void followValueByte(HtmlState *state, char c)
         followScript(state, c);
     else if (state->content == Content::ADDRESS)
         followAddress(state, c);
+    else if (state->content == Content::REFRESH)
+        followRefresh(state, c);
     else
         state->valueBegun = true;
 }
@@ -598,6 +615,8 @@ bool joinStates(const HtmlState &a, const HtmlState &b, HtmlState *joined)
 
 bool beginsAddress(const HtmlState &state)
 {
+    if (state.content == Content::REFRESH)
+        return state.part == Part::VALUE && wordOf(state) == addressMark;
     if (state.content != Content::ADDRESS)
         return false;
     return state.part == Part::BEFORE_VALUE || (state.part == Part::VALUE && !state.valueBegun);

@@ -334,11 +334,13 @@ static bool isCallNumber(const Parsed &parsed, Range range, const Scope &scope)
 }
 
 // Whether an operator outside of parentheses makes a number of its operands; || and ->
-// bind closer than all that do.
+// bind closer than all that do but signs.
 static bool hasNumberOperator(const Parsed &parsed, Range range)
 {
     size_t depth = 0;
     size_t cases = 0;
+    bool joins = false;
+    bool hasSign = false;
     for (size_t i = range.first; i < range.second; ++i) {
         const string word = parsed.word(i);
         if (word == "(")
@@ -350,16 +352,19 @@ static bool hasNumberOperator(const Parsed &parsed, Range range)
         else if (word == "end" && cases > 0)
             --cases;
         else if (depth == 0 && cases == 0) {
-            const bool sign = i > range.first || word == "-" || word == "~";
-            if (sign && isOneOf(word, {"+", "-", "*", "/", "%", "&", "|", "<<", ">>", "=",
-                                       "==", "<>", "!=", "<", ">", "<=", ">=", "~"}))
+            const bool operand =
+                i > range.first && !isOneOf(parsed.word(i - 1), {"||", "->", "->>"});
+            joins = joins || isOneOf(word, {"||", "->", "->>"});
+            hasSign = hasSign || (!operand && isOneOf(word, {"-", "~"}));
+            if (operand && isOneOf(word, {"+", "-", "*", "/", "%", "&", "|", "<<", ">>", "=",
+                                          "==", "<>", "!=", "<", ">", "<=", ">=", "~"}))
                 return true;
             if (isOneOf(word, {"is", "in", "like", "glob", "between", "and", "or", "not", "exists",
                                "isnull", "notnull", "match", "regexp"}))
                 return true;
         }
     }
-    return false;
+    return hasSign && !joins;
 }
 
 static bool isNumber(const Parsed &parsed, Range range, const Scope &scope)
@@ -616,6 +621,24 @@ static bool writesByWord(string_view query)
                     "detach", "vacuum", "reindex", "begin", "commit"});
 }
 
+// Where the mistake of a message stands to which SQLite gives no place: at the name that
+// ends it, or at the query's end.
+static size_t placeByMessage(string_view query, string_view message)
+{
+    if (message == "incomplete input")
+        return query.size();
+    const size_t colon = message.rfind(": ");
+    if (colon == string_view::npos)
+        return 0;
+    string name = lowered(message.substr(colon + 2));
+    name.erase(0, name.rfind('.') + 1); // of a table that is named with its database
+    const Parsed parsed = {query, scanSql(query)};
+    for (size_t i = 0; i < parsed.pieces.size(); ++i)
+        if (parsed.name(i) == name)
+            return parsed.pieces[i].at;
+    return 0;
+}
+
 static void prepare(Database *database, const string &query, SqlAnswer *answer)
 {
     sqlite3_stmt *statement = nullptr;
@@ -623,7 +646,8 @@ static void prepare(Database *database, const string &query, SqlAnswer *answer)
     if (sqlite3_prepare_v2(database->db, query.c_str(), -1, &statement, &rest) != SQLITE_OK) {
         answer->error = sqlite3_errmsg(database->db);
         const int offset = sqlite3_error_offset(database->db);
-        answer->errorAt = offset > 0 ? static_cast<size_t>(offset) : 0;
+        answer->errorAt =
+            offset >= 0 ? static_cast<size_t>(offset) : placeByMessage(query, answer->error);
         answer->writes = writesByWord(query);
     } else if (!statement) {
         answer->error = "there is no statement";
@@ -635,7 +659,10 @@ static void prepare(Database *database, const string &query, SqlAnswer *answer)
             next != string_view::npos) {
             answer->error = "text follows the statement; a query is one statement";
             answer->errorAt = static_cast<size_t>(rest - query.c_str()) + next;
-            answer->writes = answer->writes || writesByWord(behind);
+            if (!answer->writes && writesByWord(behind)) {
+                answer->writes = true;
+                answer->writesAt = answer->errorAt;
+            }
         }
     }
     sqlite3_finalize(statement);

@@ -30,6 +30,7 @@ struct SqlAnswer {
     std::string error;  // empty when it prepares
     size_t errorAt = 0; // in the query
     bool writes = false;
+    size_t writesAt = 0; // the statement that does
     std::vector<SqlColumn> columns;
     std::vector<SqlParameter> parameters;
 };

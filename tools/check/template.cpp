@@ -190,8 +190,11 @@ static int32_t blame(const char *format, int32_t line)
             return b.line == line && b.token != F_UNDEF && commandOf(b.token).malformed &&
                    strcmp(commandOf(b.token).malformed, format) == 0;
         });
-    if (strstr(format, "too many arguments"))
-        return outermostLost(reading->closed);
+    if (strstr(format, "too many arguments")) {
+        const bool own =
+            reading->closed >= 0 && hasSurplus(begun[static_cast<size_t>(reading->closed)]);
+        return own ? reading->closed : outermostLost(reading->closed);
+    }
     return -1;
 }
 
