@@ -50,7 +50,7 @@ static uint8_t holdsOfFirstColumn(Site &site, const Command &command)
 {
     if (command.id == ID_ERRORMESSAGE)
         return VALUE_RAW;
-    const RowsOf rows = rowsOf(site, command);
+    const RowsOf &rows = rowsOf(site, command);
     const bool number = rows.known && !rows.columns.empty() && rows.columns[0].number;
     return number ? 0 : escapedBy(command.id, VALUE_RAW);
 }
@@ -76,7 +76,7 @@ static uint8_t holdsOfValue(Site &site, const Element &element, const Levels &le
     const Numbered value = takeApart(element.text);
     if (value.column == 0 || static_cast<size_t>(value.level) >= levels.size())
         return 0;
-    const RowsOf rows = rowsOf(site, *levels[static_cast<size_t>(value.level)]);
+    const RowsOf &rows = rowsOf(site, *levels[static_cast<size_t>(value.level)]);
     if (!rows.hasRows)
         return 0;
     const auto column = static_cast<size_t>(value.column) - 1;
@@ -143,9 +143,13 @@ uint8_t holdsOfVariable(Site &site, std::string_view key)
 
 // ---- rows ----
 
-RowsOf rowsOf(Site &site, const Command &command)
+const RowsOf &rowsOf(Site &site, const Command &command)
 {
-    RowsOf rows;
+    std::shared_ptr<RowsOf> &entry = site.rows[&command];
+    if (entry) // perhaps still on its way: then of unknown columns
+        return *entry;
+    entry = std::make_shared<RowsOf>();
+    RowsOf &rows = *entry;
     rows.counts = command.id == ID_REPEATINCL || command.id == ID_REPEATEXCL ||
                   command.id == ID_MULTIQUERY || command.id == ID_MULTIQUERYTEXT ||
                   command.id == ID_MULTIQUERYJS;
@@ -158,9 +162,6 @@ RowsOf rowsOf(Site &site, const Command &command)
     const auto place = site.queries.find(&command);
     if (!rows.hasRows || !site.database || place == site.queries.end())
         return rows;
-    const auto [entry, isNew] = site.rows.try_emplace(&command);
-    if (!isNew)
-        return entry->second ? *entry->second : rows;
     for (const Assembled &query :
          queriesOf(site, *place->second.tpl, command, *place->second.levels)) {
         const SqlAnswer &answer = prepareQuery(site.database.get(), query.text);
@@ -174,7 +175,6 @@ RowsOf rowsOf(Site &site, const Command &command)
         }
         rows.known = true;
     }
-    site.rows[&command] = std::make_shared<RowsOf>(rows);
     return rows;
 }
 
@@ -272,7 +272,8 @@ static bool hasHole(const Assembled &text)
 static std::vector<Assembled> textsOf(const Assembly &assembly, const string &key, bool inString)
 {
     std::vector<Assembled> texts;
-    if (assembly.depth >= DEEPEST || assembly.isOpen(key) || isFromWeb(assembly.site, key))
+    if (assembly.depth >= DEEPEST || assembly.isOpen(key) || isFromWeb(assembly.site, key) ||
+        countSets(assembly.site, key) > MOST_TEXTS)
         return {};
     const Assembly inner = {assembly.site, assembly.depth + 1, key, &assembly};
     for (const VariableUse *use : setsOf(assembly.site, key)) {

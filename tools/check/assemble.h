@@ -37,7 +37,7 @@ struct RowsOf {
     bool counts = false;  // its counter moves
     std::vector<SqlColumn> columns;
 };
-RowsOf rowsOf(Site &site, const Command &command);
+const RowsOf &rowsOf(Site &site, const Command &command);
 
 // A stretch of an assembled text, and where it comes from.
 struct TextPiece {

@@ -134,7 +134,7 @@ static string nameOf(const Numbered &value, size_t level)
 static int levelWith(const Visit &visit, int column)
 {
     for (size_t level = visit.levels.size(); level-- > 0;) {
-        const RowsOf rows = rowsOf(visit.all.site, *visit.levels[level]);
+        const RowsOf &rows = rowsOf(visit.all.site, *visit.levels[level]);
         if (column == 0 ? rows.counts : rows.hasRows)
             return static_cast<int>(level);
     }
@@ -216,7 +216,7 @@ static void checkValue(const Visit &visit, const Element &element)
         return;
     }
     const Command &command = *visit.levels[level];
-    const RowsOf rows = rowsOf(all.site, command);
+    const RowsOf &rows = rowsOf(all.site, command);
     if (value.column == 0) {
         if (!rows.counts && levelWith(visit, 0) >= 0)
             reportAs(all, Grade::WARNING, visit.tpl, element.span, "value-level",

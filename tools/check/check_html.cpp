@@ -351,7 +351,7 @@ static void followColumn(Follower &follower, const Template &tpl, const Command 
 {
     uint8_t holds = VALUE_RAW;
     if (command.id & CMDF_QUERY) {
-        const RowsOf rows = rowsOf(follower.all.site, command);
+        const RowsOf &rows = rowsOf(follower.all.site, command);
         if (rows.known && !rows.columns.empty() && rows.columns[0].number)
             holds = 0;
     }

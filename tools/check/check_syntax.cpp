@@ -146,14 +146,14 @@ static bool isMistake(const Begun &begun)
     return begun.token == F_UNDEF || (begun.fate != Fate::MADE && hasSurplus(begun));
 }
 
-// The first mistake inside a command: its ?> has ended that, or it is lost along with it.
-static const Begun *mistakeInside(const Template &tpl, int32_t outer)
+// The first command inside another, which stand behind it in a row, that fits; null for none.
+template <typename Fits>
+static const Begun *findInside(const Template &tpl, size_t outer, Fits fits)
 {
-    for (size_t i = static_cast<size_t>(outer) + 1; i < tpl.begun.size(); ++i)
-        for (int32_t parent = tpl.begun[i].parent; parent >= 0;
-             parent = tpl.begun[static_cast<size_t>(parent)].parent)
-            if (parent == outer && isMistake(tpl.begun[i]))
-                return &tpl.begun[i];
+    for (size_t i = outer + 1;
+         i < tpl.begun.size() && tpl.begun[i].parent >= static_cast<int32_t>(outer); ++i)
+        if (fits(tpl.begun[i]))
+            return &tpl.begun[i];
     return nullptr;
 }
 
@@ -176,7 +176,8 @@ static void reportMessage(Report &all, const Template &tpl, const Message &messa
     } else if (begun) {
         const bool surplus = hasSurplus(*begun);
         const string words = wordsOfToken(begun->token);
-        const Begun *inside = surplus ? nullptr : mistakeInside(tpl, message.begun);
+        const Begun *inside =
+            surplus ? nullptr : findInside(tpl, static_cast<size_t>(message.begun), isMistake);
         if (inside) {
             shown += ": " + words + " is taken along by the mistake inside it";
             notes.push_back(noteAt(tpl, inside->words.at, "the mistake is here"));
@@ -194,28 +195,19 @@ static void reportMessage(Report &all, const Template &tpl, const Message &messa
     report(all, tpl, message.span, "syntax", std::move(shown), std::move(notes));
 }
 
-// The mistake that has cost a command: one inside it, or the last in front of it.
-static const Begun *causeOf(const Template &tpl, size_t lost)
+static bool isBlamed(const Begun &begun)
 {
-    const Begun *cause = nullptr;
-    for (size_t i = 0; i < tpl.begun.size(); ++i) {
-        if (tpl.begun[i].fate != Fate::BLAMED)
-            continue;
-        if (i < lost)
-            cause = &tpl.begun[i];
-        for (int32_t parent = tpl.begun[i].parent; parent >= 0;
-             parent = tpl.begun[static_cast<size_t>(parent)].parent)
-            if (static_cast<size_t>(parent) == lost)
-                return &tpl.begun[i];
-    }
-    return cause;
+    return begun.fate == Fate::BLAMED;
 }
 
 static void checkBegun(Report &all, const Template &tpl)
 {
+    const Begun *last = nullptr; // mistake in front
     for (size_t i = 0; i < tpl.begun.size(); ++i) {
         const Begun &begun = tpl.begun[i];
         const auto index = static_cast<int32_t>(i);
+        if (isBlamed(begun))
+            last = &begun;
         if (begun.quoteOpen && begun.fate == Fate::MADE)
             report(all, tpl, {begun.quoteAt, begun.quoteAt + 1}, "quote-open",
                    wordsOfToken(begun.token) +
@@ -230,7 +222,8 @@ static void checkBegun(Report &all, const Template &tpl)
             isInside(tpl, index, Fate::BLAMED) || isInside(tpl, index, Fate::LOST))
             continue;
         std::vector<Note> notes;
-        if (const Begun *cause = causeOf(tpl, i))
+        const Begun *inside = findInside(tpl, i, isBlamed);
+        if (const Begun *cause = inside ? inside : last)
             notes.push_back(noteAt(tpl, cause->words.at, "by the mistake here"));
         report(all, tpl, begun.words, "swallowed", wordsOfToken(begun.token) + " is lost",
                std::move(notes));

@@ -145,19 +145,21 @@ string printFindings(const std::vector<Finding> &findings, Form form)
 // Insertions, deletions, changes and swaps of neighbours between two words.
 static size_t distance(string_view a, string_view b)
 {
-    std::vector<std::vector<size_t>> d(a.size() + 1, std::vector<size_t>(b.size() + 1));
+    const size_t width = b.size() + 1;
+    std::vector<size_t> all((a.size() + 1) * width);
+    const auto d = [&](size_t i, size_t j) -> size_t & { return all[i * width + j]; };
     for (size_t i = 0; i <= a.size(); ++i)
         for (size_t j = 0; j <= b.size(); ++j) {
             if (i == 0 || j == 0) {
-                d[i][j] = i + j;
+                d(i, j) = i + j;
                 continue;
             }
-            d[i][j] = std::min(
-                {d[i - 1][j] + 1, d[i][j - 1] + 1, d[i - 1][j - 1] + (a[i - 1] != b[j - 1])});
+            d(i, j) = std::min(
+                {d(i - 1, j) + 1, d(i, j - 1) + 1, d(i - 1, j - 1) + (a[i - 1] != b[j - 1])});
             if (i > 1 && j > 1 && a[i - 1] == b[j - 2] && a[i - 2] == b[j - 1])
-                d[i][j] = std::min(d[i][j], d[i - 2][j - 2] + 1);
+                d(i, j) = std::min(d(i, j), d(i - 2, j - 2) + 1);
         }
-    return d[a.size()][b.size()];
+    return d(a.size(), b.size());
 }
 
 string_view nearest(string_view word, const std::vector<string_view> &candidates)

@@ -126,7 +126,7 @@ static string describeValue(Site &site, const Element &element, const Levels &le
     const string of = " of level " + std::to_string(level) + ", the body of " + wordsOf(command.id);
     if (value.column == 0)
         return "`$" + element.text + "`: the counter" + of + ".";
-    const RowsOf rows = rowsOf(site, command);
+    const RowsOf &rows = rowsOf(site, command);
     const auto column = static_cast<size_t>(value.column) - 1;
     const string number = "`$" + element.text + "`: column " + std::to_string(value.column);
     if (!rows.known || column >= rows.columns.size())
@@ -300,7 +300,7 @@ static std::vector<Completion> completeColumns(Site &site, const Levels &levels)
     std::vector<Completion> list;
     for (size_t level = 0; level < levels.size() && level < 10; ++level) {
         const string prefix = "$" + (level > 0 ? std::to_string(level) : "");
-        const RowsOf rows = rowsOf(site, *levels[level]);
+        const RowsOf &rows = rowsOf(site, *levels[level]);
         list.push_back({prefix + "0", "the counter of " + wordsOf(levels[level]->id), KIND_FIELD});
         for (size_t i = 0; i < rows.columns.size() && i < 35; ++i)
             list.push_back({prefix + static_cast<char>(i < 9 ? '1' + i : 'a' + i - 9),

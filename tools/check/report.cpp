@@ -6,21 +6,9 @@
 using std::string;
 using std::string_view;
 
-uint32_t unitsOf(string_view text)
-{
-    uint32_t units = 0;
-    for (const char c : text) {
-        const auto byte = static_cast<unsigned char>(c);
-        units += (byte & 0xC0) != 0x80; // each character but its later bytes
-        units += byte >= 0xF0;          // one that takes two units
-    }
-    return units;
-}
-
 static uint32_t unitAt(const Template &tpl, uint32_t offset)
 {
-    const uint32_t start = tpl.lineStarts[placeOf(tpl, offset).line - 1];
-    return unitsOf(string_view(tpl.source).substr(start, offset - start)) + 1;
+    return unitsBefore(tpl, offset) + 1;
 }
 
 // The kinds that a comment names behind "orv-check: ignore".

@@ -36,9 +36,6 @@ void reportLine(Report &report, const std::string &path, uint32_t line, const ch
 /* A note about a place in a template. */
 Note noteAt(const Template &tpl, uint32_t offset, std::string text);
 
-/* UTF-16 units of a piece of UTF-8. */
-uint32_t unitsOf(std::string_view text);
-
 /* The rules, each for the whole site. */
 void checkSyntax(Report &all);
 void checkIncludes(Report &all);

@@ -447,25 +447,37 @@ bool isFromWeb(const Site &site, string_view key)
     });
 }
 
-std::vector<const VariableUse *> setsOf(const Site &site, string_view key)
+// The variables whose sets a read of key may see, each handed to visit.
+template <typename Visit> static void visitSeen(const Site &site, string_view key, Visit visit)
 {
-    std::vector<const VariableUse *> sets;
-    auto add = [&](const Variable &variable) {
-        for (const VariableUse &use : variable.sets)
-            sets.push_back(&use);
-    };
     const string array = string(arrayOf(key)) + "[";
     const bool any = key.ends_with("[*]") || key.ends_with("[min]") || key.ends_with("[max]");
     if (any) {
         for (auto it = site.variables.lower_bound(array);
              it != site.variables.end() && it->first.starts_with(array); ++it)
-            add(it->second);
-        return sets;
+            visit(it->second);
+        return;
     }
     if (const auto found = site.variables.find(key); found != site.variables.end())
-        add(found->second);
+        visit(found->second);
     if (key.find('[') != string_view::npos)
         if (const auto found = site.variables.find(array + "*]"); found != site.variables.end())
-            add(found->second);
+            visit(found->second);
+}
+
+std::vector<const VariableUse *> setsOf(const Site &site, string_view key)
+{
+    std::vector<const VariableUse *> sets;
+    visitSeen(site, key, [&](const Variable &variable) {
+        for (const VariableUse &use : variable.sets)
+            sets.push_back(&use);
+    });
     return sets;
+}
+
+size_t countSets(const Site &site, string_view key)
+{
+    size_t count = 0;
+    visitSeen(site, key, [&](const Variable &variable) { count += variable.sets.size(); });
+    return count;
 }

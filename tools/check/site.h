@@ -88,7 +88,7 @@ struct Site {
     std::unique_ptr<Database> database;             // null without one
     std::unordered_map<const Command *, QueryPlace> queries;
     // Worked out when first asked for.
-    std::unordered_map<const Command *, std::shared_ptr<const RowsOf>> rows; // of queries
+    std::unordered_map<const Command *, std::shared_ptr<RowsOf>> rows;
     std::map<std::string, uint8_t, std::less<>> holds; // VALUE_ bits of variables
 };
 
@@ -104,6 +104,7 @@ bool isFromWeb(const Site &site, std::string_view key);
 /* The sets that a read of key may see: those of the element, of computed indices, and
  * for a computed index those of all elements. */
 std::vector<const VariableUse *> setsOf(const Site &site, std::string_view key);
+size_t countSets(const Site &site, std::string_view key);
 
 /* The key of a variable or array element that a command sets or an element reads. */
 std::string keyOfSet(const Command &command);

@@ -175,6 +175,8 @@ static int32_t outermostLost(int32_t begun)
 static int32_t blame(const char *format, int32_t line)
 {
     auto &begun = reading->tpl->begun;
+    while (reading->settled < begun.size() && begun[reading->settled].fate != Fate::LOST)
+        ++reading->settled;
     auto firstOpen = [&](auto fits) {
         for (size_t i = reading->settled; i < begun.size(); ++i)
             if (begun[i].fate == Fate::LOST && fits(begun[i]))
@@ -588,6 +590,18 @@ static bool isUnder(const Template &tpl, int32_t begun, int32_t ancestor)
     return false;
 }
 
+// UTF-16 units of a piece of UTF-8.
+static uint32_t unitsOf(std::string_view text)
+{
+    uint32_t units = 0;
+    for (const char c : text) {
+        const auto byte = static_cast<unsigned char>(c);
+        units += (byte & 0xC0) != 0x80; // each character but its later bytes
+        units += byte >= 0xF0;          // one that takes two units
+    }
+    return units;
+}
+
 void readTemplate(Template *tpl, std::string path, std::string source, bool page)
 {
     tpl->path = std::move(path);
@@ -595,6 +609,10 @@ void readTemplate(Template *tpl, std::string path, std::string source, bool page
     tpl->lineStarts.push_back(0);
     for (size_t at = 0; (at = tpl->source.find('\n', at)) != std::string::npos; ++at)
         tpl->lineStarts.push_back(static_cast<uint32_t>(at + 1));
+    for (size_t at = 0, units = 0; at <= tpl->source.size(); at += UNIT_STRIDE) {
+        tpl->unitMarks.push_back(static_cast<uint32_t>(units));
+        units += unitsOf(std::string_view(tpl->source).substr(at, UNIT_STRIDE));
+    }
     markFields(tpl);
     parse(tpl, page);
     const int32_t culprit = tpl->gaveUpAt;
@@ -620,6 +638,16 @@ Place placeOf(const Template &tpl, uint32_t offset)
     const auto next = std::upper_bound(tpl.lineStarts.begin(), tpl.lineStarts.end(), offset);
     const auto line = static_cast<uint32_t>(next - tpl.lineStarts.begin());
     return {line, offset - tpl.lineStarts[line - 1] + 1};
+}
+
+uint32_t unitsBefore(const Template &tpl, uint32_t offset)
+{
+    const auto fromBegin = [&](uint32_t at) {
+        const uint32_t mark = at / UNIT_STRIDE;
+        return tpl.unitMarks[mark] +
+               unitsOf(std::string_view(tpl.source).substr(mark * UNIT_STRIDE, at % UNIT_STRIDE));
+    };
+    return fromBegin(offset) - fromBegin(tpl.lineStarts[placeOf(tpl, offset).line - 1]);
 }
 
 uint32_t offsetOf(const Template &tpl, uint32_t line, uint32_t column)

@@ -95,6 +95,7 @@ struct Template {
     std::string source; // the file's bytes
     std::string marked; // the same with MARK bytes in the place of fields
     std::vector<uint32_t> lineStarts;
+    std::vector<uint32_t> unitMarks; // UTF-16 units in front of every UNIT_STRIDE bytes
     std::vector<Item> items;
     std::vector<Field> fields;         // ascending
     std::vector<Span> comments;        // with their "<?" and "?>", ascending
@@ -110,6 +111,7 @@ struct Template {
 };
 
 constexpr char MARK = '\x1A';
+constexpr uint32_t UNIT_STRIDE = 1024;
 
 /* Reads a template into tpl, which is new.
  * page: it is run by itself; otherwise included, page text stands around it then.
@@ -122,6 +124,9 @@ struct Place {
     uint32_t column;
 };
 Place placeOf(const Template &tpl, uint32_t offset);
+
+/* UTF-16 units between the begin of its line and an offset. */
+uint32_t unitsBefore(const Template &tpl, uint32_t offset);
 
 /* The offset of a place, at most the template's length. */
 uint32_t offsetOf(const Template &tpl, uint32_t line, uint32_t column);
