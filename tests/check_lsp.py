@@ -128,6 +128,9 @@ try:
     equal(receive()["error"]["code"], -32700)
     send([])
     equal(receive()["error"]["code"], -32600)
+    for nested in (b"[" * 200000, b'{"method": "x", "id": ' + b"[" * 50000 + b"]" * 50000 + b"}"):
+        send(nested)
+        equal(receive()["error"]["code"], -32700)
     equal(ask("textDocument/nothing")["error"]["code"], -32601)
     equal(ask("textDocument/hover", textDocument=7)["error"]["code"], -32602)
     equal(ask("textDocument/hover", textDocument={"uri": page},
@@ -142,6 +145,12 @@ try:
     equal([d["range"]["start"]["line"] for d in found if d["code"] == "escape-missing"], [32769])
     tell("textDocument/didClose", textDocument={"uri": page})
     equal(diagnostics(page), [])
+
+    # A client that comes by way of a link hears of the document as it names it.
+    os.symlink(root, os.path.join(folder, "link"))
+    page = "file://" + os.path.join(folder, "link", "new.htm")
+    tell("textDocument/didOpen", textDocument={"uri": page, "text": "<?echo $var:nothere?>"})
+    equal([d["code"] for d in diagnostics(page)], ["variable-unset"])
     equal(ask("shutdown")["result"], None)
     tell("exit")
     equal(server.wait(timeout=10), 0)

@@ -330,9 +330,9 @@ static void checkTextsIn(const Visit &visit, const Assembled &text)
             notes.push_back(
                 {language.path, std::max(found->second.line, 1U), 1, 1, "the text is here"});
         }
-        if (!codes.empty())
-            report(visit.all, *piece.tpl, piece.span, "text-breaks",
-                   "the text of " + codes + " ends the string of the query: " + shown,
+        codes += " ends the string of the query: " + shown;
+        if (!notes.empty())
+            report(visit.all, *piece.tpl, piece.span, "text-breaks", "the text of " + codes,
                    std::move(notes));
     }
 }

@@ -31,6 +31,7 @@ static constexpr int PARSE_ERROR = -32700;
 static constexpr int INVALID_REQUEST = -32600;
 static constexpr int METHOD_NOT_FOUND = -32601;
 static constexpr int INVALID_PARAMS = -32602;
+static constexpr int DEEPEST_MESSAGE = 100;
 static constexpr size_t LONGEST_MESSAGE = 256U << 20;
 
 namespace
@@ -42,7 +43,8 @@ struct Server {
     bool changed = true;        // since the diagnostics were sent
     bool initialized = false;
     bool stopping = false;
-    string input; // read and not used
+    std::map<string, string> uris; // of open documents by path, as the client writes them
+    string input;                  // read and not used
     bool inputEnded = false;
     std::set<string> told; // URIs with diagnostics
     string problem;        // the last one shown to the user
@@ -178,6 +180,8 @@ static string pathBelow(const Server &server, const json &uri)
 
 static string uriOf(const Server &server, const string &path, bool isTemplate)
 {
+    if (const auto open = server.uris.find(path); isTemplate && open != server.uris.end())
+        return open->second;
     return encodeUri(isTemplate ? server.options.docRoot + "/" + path : resolved(path));
 }
 
@@ -349,7 +353,9 @@ static json completion(Server &server, const json &parameters)
 
 static void setDocument(Server &server, const json &uri, const string &text)
 {
-    server.options.unsaved[pathBelow(server, uri)] = text;
+    const string path = pathBelow(server, uri);
+    server.options.unsaved[path] = text;
+    server.uris[path] = uri;
     server.site.reset();
     server.changed = true;
 }
@@ -370,7 +376,9 @@ static void didChange(Server &server, const json &parameters)
 
 static void didClose(Server &server, const json &parameters)
 {
-    server.options.unsaved.erase(pathBelow(server, parameters.at("textDocument").at("uri")));
+    const string path = pathBelow(server, parameters.at("textDocument").at("uri"));
+    server.options.unsaved.erase(path);
+    server.uris.erase(path);
     server.site.reset();
     server.changed = true;
 }
@@ -450,9 +458,14 @@ static void handleNotification(Server &server, const string &method, const json 
 // Returns false when the client says exit.
 static bool handle(Server &server, const string &body)
 {
-    const json message = json::parse(body, nullptr, false);
-    if (message.is_discarded()) {
-        refuse(nullptr, PARSE_ERROR, "no JSON");
+    bool tooDeep = false; // copies of a value recurse
+    const auto watchDepth = [&tooDeep](int depth, json::parse_event_t, json &) {
+        tooDeep = tooDeep || depth > DEEPEST_MESSAGE;
+        return !tooDeep;
+    };
+    const json message = json::parse(body, watchDepth, false);
+    if (message.is_discarded() || tooDeep) {
+        refuse(nullptr, PARSE_ERROR, tooDeep ? "values are too deep" : "no JSON");
         return true;
     }
     const bool sound =
@@ -463,11 +476,16 @@ static bool handle(Server &server, const string &body)
         return true;
     }
     const string method = message["method"];
+    const json id = message.value("id", json());
+    if (!id.is_null() && !id.is_string() && !id.is_number()) {
+        refuse(nullptr, INVALID_REQUEST, "an id is a number or a text");
+        return true;
+    }
     const json parameters = message.value("params", json::object());
     if (method == "exit")
         return false;
     if (message.contains("id"))
-        handleRequest(server, method, message["id"], parameters);
+        handleRequest(server, method, id, parameters);
     else
         handleNotification(server, method, parameters);
     return true;
@@ -475,7 +493,8 @@ static bool handle(Server &server, const string &body)
 
 int serveLsp(SiteOptions options, bool ownRoot)
 {
-    Server server = {std::move(options), ownRoot, nullptr, true, false, false, {}, false, {}, {}};
+    Server server = {
+        std::move(options), ownRoot, nullptr, true, false, false, {}, {}, false, {}, {}};
     for (string *path : {&server.options.db})
         if (!path->empty())
             *path = resolved(*path);

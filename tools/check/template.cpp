@@ -643,7 +643,7 @@ Place placeOf(const Template &tpl, uint32_t offset)
 uint32_t unitsBefore(const Template &tpl, uint32_t offset)
 {
     const auto fromBegin = [&](uint32_t at) {
-        const uint32_t mark = at / UNIT_STRIDE;
+        const size_t mark = at / UNIT_STRIDE;
         return tpl.unitMarks[mark] +
                unitsOf(std::string_view(tpl.source).substr(mark * UNIT_STRIDE, at % UNIT_STRIDE));
     };

@@ -111,7 +111,7 @@ struct Template {
 };
 
 constexpr char MARK = '\x1A';
-constexpr uint32_t UNIT_STRIDE = 1024;
+constexpr size_t UNIT_STRIDE = 1024;
 
 /* Reads a template into tpl, which is new.
  * page: it is run by itself; otherwise included, page text stands around it then.
