@@ -325,6 +325,8 @@ TEST_F(Check, SeesTheWholeSite)
         {"--ignore escape", "--ignore: there is no kind 'escape' (--list tells all)"},
         {"nothere.htm", "cannot read template nothere.htm"},
         {"--docroot nothere", "no folder: nothere"},
+        {"--docroot site/sub", "there is no *.htm below site/sub"},
+        {"--set-from site", "cannot read site: Is a directory"},
         {"--db nothere.db", "cannot read database nothere.db: No such file or directory"},
         {"--texts broken.po", "cannot read texts broken.po: it has errors"},
         {"--set-from nothere", "cannot read nothere: No such file or directory"},

@@ -54,14 +54,15 @@ static void checkPath(Report &all, const PathUse &use)
                        : "the path is not written in the template, and base64 opens any file");
     for (const string &path : use.paths) {
         const auto tpl = all.site.templates.find(path);
-        const bool empty =
-            include && tpl != all.site.templates.end() && tpl->second->source.empty();
-        if (fileExists(all.site, path) && !empty)
+        const bool exists = fileExists(all.site, path);
+        const bool read = !include || tpl != all.site.templates.end();
+        if (exists && read && !(include && tpl->second->source.empty()))
             continue;
+        const char *fault = read ? " is empty, which is left out" : " cannot be read";
         report(all, *use.tpl, span, include ? "include-missing" : "base64-missing",
-               empty ? quoted(path) + " is empty, which is left out"
-                     : "there is no " + quoted(path) + " below the document root" +
-                           didYouMean(path, files));
+               exists ? quoted(path) + fault
+                      : "there is no " + quoted(path) + " below the document root" +
+                            didYouMean(path, files));
     }
 }
 

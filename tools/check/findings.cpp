@@ -28,11 +28,21 @@ static const char *severityName(Grade severity)
     return severity == Grade::ERROR ? "error" : "warning";
 }
 
+// A finding is one line, whatever a template or a path holds.
+static void appendLine(string *out, string line)
+{
+    std::replace_if(
+        line.begin(), line.end(), [](char c) { return (c >= '\0' && c < ' ') || c == '\x7F'; },
+        ' ');
+    *out += line + "\n";
+}
+
 static string printText(const std::vector<Finding> &findings)
 {
     string out;
     auto line = [&](const string &path, uint32_t row, uint32_t column, const string &text) {
-        out += path + ":" + std::to_string(row) + ":" + std::to_string(column) + ": " + text + "\n";
+        appendLine(&out,
+                   path + ":" + std::to_string(row) + ":" + std::to_string(column) + ": " + text);
     };
     for (const Finding &f : findings) {
         line(f.path, f.line, f.column,

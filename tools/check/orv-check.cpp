@@ -97,7 +97,7 @@ static bool readNames(const char *path, SiteOptions *site)
         if (!name.empty())
             (safe == "safe" ? site->safe : site->set).push_back(name);
     }
-    return true;
+    return !file.bad(); // as a folder is
 }
 
 static int readForm(const char *name, Form *form)
@@ -234,6 +234,8 @@ static int run(int argc, char **argv)
         fputs("\r\033[K", stderr);
     if (!loaded)
         return fail("%s", problem.c_str());
+    if (site.pages.empty())
+        return fail("there is no *.htm below %s", site.options.docRoot.c_str());
     std::vector<Finding> findings = checkSite(site);
     std::erase_if(findings, [&](const Finding &finding) {
         return std::find(options.ignored.begin(), options.ignored.end(), finding.kind) !=
