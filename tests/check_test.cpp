@@ -134,7 +134,7 @@ const Row rows[] = {
     {"<script>a = <?printjs $var:user?>; b = '<?echo $var:user?>', c = \"<?printjs "
      "$var:user?>\"</script>",
      "1:23 escape-script, 1:48 escape-script"},
-    {"<script>r = /'/; // it's\nb = `<?printjs $var:user?>`; c = 1 / 2; d = '<?printjs "
+    {"<script>r = /'/; // it's\nb = `<?printjs $var:user?>`; c = i++ / 2; d = '<?printjs "
      "$var:user?>'</script>",
      "2:16 escape-script"},
     {"<script>n = <?query 'select n from t'?>; m = [<?multiquerytext 'select n, n*2 from t' "

@@ -130,8 +130,9 @@ static void followCode(HtmlState *state, char c)
         break;
     }
     state->escaped = false;
+    const bool counts = (c == '+' || c == '-') && state->last == c; // i++ / 2
     if (c != '/')
-        state->regexAllowed = !strchr(")]\"'`", c);
+        state->regexAllowed = !counts && !strchr(")]\"'`", c);
     clearWord(state);
 }
 
