@@ -8,8 +8,7 @@ let b:did_ftplugin = 1
 setlocal commentstring=<?--\ %s\ ?>
 
 if has('nvim') && !empty(get(g:, 'orv_check', ['orv-check', '--lsp']))
-  call luaeval('vim.lsp.start({
-        \ name = "orv-check", cmd = _A[1], root_dir = _A[2] })',
+  call luaeval('require("orv").start(_A[1], _A[2])',
         \ [get(g:, 'orv_check', ['orv-check', '--lsp']),
         \  get(g:, 'orv_docroot', expand('%:p:h'))])
 endif
