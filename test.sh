@@ -16,6 +16,10 @@ regular expression, builds in build/test and runs the tests whose names match it
   --fuzz SECONDS  run each fuzz target for that long instead; what it finds is
                   left in build/fuzz
   --cross         build for foreign machines and run the tests there instead
+  --device [GROUP]...
+                  start the virtual device and test what runs there instead:
+                  pages, switch (tooltips, power cuts), disks (full, read-only),
+                  leaks, memory (little of it), library (its tests); default: all
   --help          print this text
 END
 }
@@ -69,6 +73,12 @@ case $#:${1-} in
 0:) ;;
 2:--fuzz) [[ $2 =~ ^[0-9]+$ ]] || { usage >&2 && exit 2; } ;;
 1:--cross) exec tools/cross.sh ;;
+*:--device)
+    for group in "${@:2}"; do
+        [[ $group =~ ^(pages|switch|disks|leaks|memory|library)$ ]] || { usage >&2 && exit 2; }
+    done
+    exec tests/device/test.sh "${@:2}"
+    ;;
 1:[!-]*) filter=(-R "$1") ;;
 1:--help)
     usage

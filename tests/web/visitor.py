@@ -44,6 +44,8 @@ class Answer:
 
 
 class Visitor:
+    timeout = 20  # seconds for an answer
+
     def __init__(self, origin=ORIGIN, context=None):
         self.origin, self.context, self.cookies = origin, context, {}
         self.headers = {"Origin": origin}
@@ -52,9 +54,9 @@ class Visitor:
         """headers: instead of or besides the usual ones; None leaves one out."""
         target = urllib.parse.urlsplit(self.origin)
         if self.context:
-            link = http.client.HTTPSConnection(target.netloc, timeout=20, context=self.context)
+            link = http.client.HTTPSConnection(target.netloc, timeout=self.timeout, context=self.context)
         else:
-            link = http.client.HTTPConnection(target.netloc, timeout=20)
+            link = http.client.HTTPConnection(target.netloc, timeout=self.timeout)
         sent = {} if method in ("GET", "HEAD") else dict(self.headers)
         sent["Cookie"] = "; ".join(f"{name}={value}" for name, value in self.cookies.items())
         sent.update(headers)
