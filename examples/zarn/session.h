@@ -18,7 +18,7 @@ struct Session {
  * on living, and the flash is handed out; not so for a script that refreshes a page.
  * session: out; empty when there is none.
  *
- * Returns false when the database failed, after a line on standard error. */
+ * Returns false when the database cannot be read, after a line on standard error. */
 bool findSession(sqlite3 *db, const std::string &secret, bool isVisit, Session &session);
 
 /* Returns a random text of 32 hexadecimal digits; empty when there is no randomness. */

@@ -232,7 +232,11 @@ def check_settings(visitor):
         visitor.save(guests="1", passphrase="with blanks ~")
     check("changes are counted", [(events + 1,), (11,)],
           sql("select count(*) from event union all select count from event where code = 'changed'"))
-    check("shown elsewhere", True, "&quot;a'&lt;b&gt;" in visitor.ask("overview.htm").text)
+    sql("create trigger full before update on session begin select raise(fail, 'full'); end")
+    answer = visitor.ask("overview.htm")  # with a flash that cannot be taken off
+    check("shown elsewhere, on a full disk", (200, True),
+          (answer.status, "&quot;a'&lt;b&gt;" in answer.text))
+    sql("drop trigger full")
 
     # What was typed comes back: asked to show the passphrase, in another language, when
     # another tab was faster, when the session is another or has ended.
