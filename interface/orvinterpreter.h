@@ -107,7 +107,7 @@ ORV_API Interpreter *Orv_Interpreter_Create(const InterpreterCallbacks *callback
 
 /* Stack, in bytes, that the deepest nesting of commands needs on any machine, besides
  * what the callbacks need. */
-#define ORV_STACK_NEEDED (2 * 1024 * 1024)
+#define ORV_STACK_NEEDED (4 * 1024 * 1024)
 
 /* Results of Orv_Interpreter_Run. */
 enum {
