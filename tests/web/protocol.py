@@ -313,8 +313,8 @@ def check_direct(work, secret):
     os.mkdir(work + "/root")
     with open(work + "/out.htm", "w", encoding="utf-8") as file:
         file.write("secret")
-    os.symlink("../out.htm", work + "/root/link.htm")
     root = {"ZARN_DOCROOT": work + "/root"}
+    os.symlink("../out.htm", root["ZARN_DOCROOT"] + "/link.htm")
     post = {"REQUEST_METHOD": "POST"}
     rows = [(404, b"", {"PATH_INFO": path})
             for path in ("/../site/login.htm", "/./login.htm", "/login.htm/", "/..", "//login.htm")]

@@ -42,7 +42,7 @@ copy_site() {
     site=$(dirname "$0")/../../examples/site
     cp -r "$site" "$root/usr/share/zarn"
     rm -r "$root/usr/share/zarn/"{texts,router.sql}
-    cp "$data"/root/etc/htmltext*.db "$root/etc/"
+    cp "$data/root"/etc/htmltext*.db "$root/etc/"
     ln -s /data/zarn/htmltext.db "$root/var/htmltext.db"
     mkdir "$root/usr/share/zarn/factory"
     cp "$data/router.db" "$root/usr/share/zarn/factory/"
