@@ -84,8 +84,8 @@ static void compare(const std::string &path, const std::string &log, bool only)
                            << readFile(path);
     }
     // A finding may name the mistake inside of the command that the log names.
-    if (only && !ends && (mistakes.empty() || findings.empty())) {
-        EXPECT_EQ(show(findings), show(mistakes)) << readFile(path);
+    if (only && !ends) {
+        EXPECT_LE(findings.size(), 2 * mistakes.size()) << show(findings) << readFile(path);
     }
 }
 
