@@ -14,11 +14,11 @@ need cmake:cmake "$builder" crypt.h:libcrypt-dev clang++:clang bison:bison clang
 build=$PWD/build/analyze
 cmake -S . -B "$build" -G "$generator" -DORV_TESTS=OFF -DCMAKE_CXX_COMPILER=clang++ \
     -DCMAKE_C_COMPILER=clang
-cmake --build "$build" --target parser
+cmake --build "$build" --target parser embedded
 status=0
 git ls-files '*.cpp' '*.h' '*.c' | xargs clang-format --dry-run --Werror || status=1
 # The generated parser is left to its generator; the grammar's actions are calls.
-printf "%s\n" {interface,scanner,grammar,exec,vars,textdb,tools,tools/textdb,tools/check}/*.cpp |
+printf "%s\n" {interface,scanner,grammar,exec,vars,textdb,tools,tools/{textdb,check,preview},examples/zarn}/*.cpp |
     xargs -n 1 -P "$(nproc)" clang-tidy -p "$build" --quiet || status=1
 # useStlAlgorithm: a loop of two lines needs no algorithm. unusedStructMember: it does not
 # see members that are taken out by structured bindings.

@@ -222,7 +222,8 @@ static void setVariables(Job &job, Interpreter *interpreter)
 static Trouble runTrouble(Job &job, const string &page, const string &made)
 {
     Trouble trouble;
-    const TraceTemplate *first = job.trace.templates.empty() ? nullptr : &job.trace.templates[0];
+    const TraceTemplate *first =
+        job.trace.templates.empty() ? nullptr : &job.trace.templates.front();
     if (job.trace.result == ORV_RUN_NO_TEMPLATE) {
         const bool isEmpty = !first || first->problem.empty();
         trouble.title = isEmpty ? page + " is empty" : page + " cannot be opened";
@@ -391,8 +392,8 @@ static int answerSwitch(Job &job)
     };
     job.switches.language = field("language", job.switches.language);
     job.switches.error = field("error", job.switches.error);
-    job.switches.marks =
-        std::clamp(atoi(field("marks", std::to_string(job.switches.marks)).c_str()), 0, 2);
+    const string marks = field("marks", std::to_string(job.switches.marks));
+    job.switches.marks = static_cast<int>(std::clamp(strtol(marks.c_str(), nullptr, 10), 0L, 2L));
     writeSwitches(job.work, job.switches);
     string back = field("back", "/");
     const auto isBad = [](unsigned char c) { return c <= ' ' || c == '\\' || c == 0x7f; };

@@ -5,6 +5,8 @@
 #include <ctype.h>
 #include <strings.h>
 #include <algorithm>
+#include <iterator>
+#include <utility>
 
 using std::string;
 using std::string_view;
@@ -38,7 +40,7 @@ static size_t tagEnd(string_view page, size_t start, char *quote)
 
 static size_t findIgnoringCase(string_view text, string_view piece, size_t from)
 {
-    const auto found = std::search(
+    const auto *const found = std::search(
         text.begin() + static_cast<long>(std::min(from, text.size())), text.end(), piece.begin(),
         piece.end(), [](unsigned char a, unsigned char b) { return tolower(a) == tolower(b); });
     return found == text.end() ? none : static_cast<size_t>(found - text.begin());
@@ -57,16 +59,14 @@ static bool isPolicy(string_view tag)
            findIgnoringCase(tag, "content-security-policy", 0) != none;
 }
 
-/* Whether name is of an element whose content is text; *element: the name in lower case. */
-static bool isTextElement(string_view name, string_view *element)
+/* The name in lower case of an element whose content is text, empty for any other. */
+static string_view findTextElement(string_view name)
 {
-    for (string_view known : textElements)
-        if (name.size() == known.size() &&
-            strncasecmp(name.data(), known.data(), name.size()) == 0) {
-            *element = known;
-            return true;
-        }
-    return false;
+    const auto *const found = std::ranges::find_if(textElements, [&](string_view known) {
+        return name.size() == known.size() &&
+               strncasecmp(name.data(), known.data(), name.size()) == 0;
+    });
+    return found == std::end(textElements) ? "" : *found;
 }
 
 /* The offset of the end tag of a text element, none without one. */
@@ -79,50 +79,66 @@ static size_t textEnd(string_view page, size_t from, string_view element)
     return none;
 }
 
+/* Notes that something is open at the page's end. Returns none: nothing follows. */
+static size_t leaveOpen(Markup &markup, string what, string closing)
+{
+    markup.open = std::move(what);
+    markup.closing = std::move(closing);
+    return none;
+}
+
+/* Returns the offset behind the comment at start. */
+static size_t readComment(Markup &markup, string_view page, size_t start)
+{
+    const size_t end = page.find("-->", start + 2); // <!--> is a whole comment
+    return end == none ? leaveOpen(markup, "a comment", "-->") : end + 3;
+}
+
+/* Whether a tag, a declaration or an instruction begins with these characters. */
+static bool isTag(string_view text)
+{
+    const bool isEnd = text.starts_with("</");
+    const size_t name = isEnd ? 2 : 1;
+    const char first = text.size() > name ? text[name] : '\0';
+    return isalpha(static_cast<unsigned char>(first)) || (!isEnd && (first == '!' || first == '?'));
+}
+
+/* Returns the offset behind the tag at start, and behind the text that it begins. */
+static size_t readTag(Markup &markup, string_view page, size_t start)
+{
+    const bool isEnd = page[start + 1] == '/';
+    string_view word = page.substr(start + (isEnd ? 2 : 1));
+    word = word.substr(0, nameLength(word));
+    char quote;
+    const size_t end = tagEnd(page, start, &quote);
+    if (end == none)
+        return leaveOpen(
+            markup, string("the tag <") + (isEnd ? "/" : "") + string(word.substr(0, 40)) + ">",
+            quote ? string(1, quote) + ">" : ">");
+    if (!isEnd && markup.policy == none && word.size() == 4 &&
+        strncasecmp(word.data(), "meta", 4) == 0 && isPolicy(page.substr(start, end - start)))
+        markup.policy = start;
+    const string_view element = isEnd ? "" : findTextElement(word);
+    if (element.empty())
+        return end;
+    const size_t endTag = textEnd(page, end, element);
+    if (endTag == none)
+        return leaveOpen(markup, "the element <" + string(element) + ">",
+                         "</" + string(element) + ">");
+    return endTag;
+}
+
 Markup readMarkup(string_view page)
 {
     Markup markup;
     size_t at = 0;
     while ((at = page.find('<', at)) != none) {
-        const string_view rest = page.substr(at);
-        if (rest.starts_with("<!--")) {
-            const size_t end = rest.find("-->", 2); // <!--> is a whole comment
-            if (end == none) {
-                markup.open = "a comment";
-                markup.closing = "-->";
-                return markup;
-            }
-            at += end + 3;
-            continue;
-        }
-        const bool isEnd = rest.starts_with("</");
-        const size_t name = isEnd ? 2 : 1;
-        if (rest.size() <= name || (!isalpha(static_cast<unsigned char>(rest[name])) &&
-                                    (isEnd || (rest[1] != '!' && rest[1] != '?')))) {
+        if (page.substr(at).starts_with("<!--"))
+            at = readComment(markup, page, at);
+        else if (isTag(page.substr(at)))
+            at = readTag(markup, page, at);
+        else
             at++;
-            continue;
-        }
-        char quote;
-        const size_t end = tagEnd(page, at, &quote);
-        const string_view word = rest.substr(name, nameLength(rest.substr(name)));
-        if (end == none) {
-            markup.open = "the tag <" + string(isEnd ? "/" : "") + string(word.substr(0, 40)) + ">";
-            markup.closing = quote ? string(1, quote) + ">" : ">";
-            return markup;
-        }
-        if (!isEnd && markup.policy == none && word.size() == 4 &&
-            strncasecmp(word.data(), "meta", 4) == 0 && isPolicy(page.substr(at, end - at)))
-            markup.policy = at;
-        string_view element;
-        at = end;
-        if (isEnd || !isTextElement(word, &element))
-            continue;
-        at = textEnd(page, end, element);
-        if (at == none) {
-            markup.open = "the element <" + string(element) + ">";
-            markup.closing = "</" + string(element) + ">";
-            return markup;
-        }
     }
     return markup;
 }

@@ -42,6 +42,7 @@ string findProgram(const string &name)
 pid_t startProgram(const std::vector<string> &arguments, const string &out, const string &err)
 {
     std::vector<char *> argv;
+    argv.reserve(arguments.size() + 1);
     for (const string &argument : arguments)
         argv.push_back(const_cast<char *>(argument.c_str()));
     argv.push_back(nullptr);

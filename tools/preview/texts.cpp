@@ -84,11 +84,12 @@ static bool placeLink(const string &target, const string &path)
 /* The device's own text databases, by links. */
 static void linkDevice(const string &deviceRoot, const string &root)
 {
+    const string databases = root + "/etc/";
     std::error_code ignored;
     for (const auto &entry : fs::directory_iterator(deviceRoot + "/etc", ignored)) {
         const string name = entry.path().filename();
         if (name.starts_with("htmltext") && name.ends_with(".db"))
-            placeLink(entry.path(), root + "/etc/" + name);
+            placeLink(entry.path(), databases + name);
     }
     const string chosen = deviceRoot + "/var/htmltext.db";
     if (access(chosen.c_str(), F_OK) == 0)

@@ -89,7 +89,8 @@ static Place takePlace(string_view &text)
             continue;
         text.remove_prefix(prefix.size());
         if (form[0] == ',') {
-            place.line = atoi(string(text.substr(0, 10)).c_str());
+            place.line =
+                static_cast<int32_t>(strtol(string(text.substr(0, 9)).c_str(), nullptr, 10));
             text.remove_prefix(std::min(text.find(": ") + 2, text.size()));
         }
         break;
@@ -239,6 +240,7 @@ static int32_t answerTraced(Interpreter *interpreter, int32_t mode, const char *
 
 /* ---- What the library calls, and what comes first here ---- */
 
+// NOLINTBEGIN(bugprone-reserved-identifier, cert-dcl37-c, cert-dcl51-cpp): the linker's names.
 extern "C" {
 ssize_t __real_write(int fd, const void *bytes, size_t count);
 FILE *__real_fopen64(const char *path, const char *mode);
@@ -319,6 +321,7 @@ int __wrap_zarn_error(const char *message)
     return __real_zarn_error(message);
 }
 }
+// NOLINTEND(bugprone-reserved-identifier, cert-dcl37-c, cert-dcl51-cpp)
 
 /* ---- The run ---- */
 

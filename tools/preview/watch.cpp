@@ -27,12 +27,9 @@ static constexpr uint32_t eventMask = IN_CLOSE_WRITE | IN_MODIFY | IN_CREATE | I
  * beside one. */
 static bool isForeign(string_view name)
 {
-    if (name.starts_with('.') || name == "4913")
-        return true;
-    for (string_view end : {"~", ".swp", ".swx", ".tmp", "-journal", "-wal", "-shm"})
-        if (name.ends_with(end))
-            return true;
-    return false;
+    constexpr const char *ends[] = {"~", ".swp", ".swx", ".tmp", "-journal", "-wal", "-shm"};
+    return name.starts_with('.') || name == "4913" ||
+           std::ranges::any_of(ends, [&](const char *end) { return name.ends_with(end); });
 }
 
 static string stateOfOne(const string &path, bool isEmptyMissing)
