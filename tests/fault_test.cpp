@@ -252,6 +252,37 @@ TEST(Faults, AnyAllocationMayFail)
     EXPECT_NE(seen.find("zarn - Syntaxerror: NO MEMORY! (t.htm)\n"), std::string::npos);
 }
 
+// Without memory the scanner ends the process; what was gathered until then goes out.
+TEST(Faults, GatheredPiecesAreNotLostWithTheProcess)
+{
+    Host host;
+    host.files = {
+        {"t.htm", "abc<?echo d?>e<<{?hi?}f<?echo '" + repeated("g", 40000) + "{?hi?}'?>"}};
+    useHost(&host);
+    int ended = 0;
+    for (long step = 1; step < 40; ++step) {
+        std::string pages[2];
+        for (const int32_t bytes : {0, 64}) {
+            const pid_t child = fork();
+            if (child == 0) {
+                dup2(open("page", O_WRONLY | O_CREAT | O_TRUNC, 0644), STDOUT_FILENO);
+                close(STDERR_FILENO);
+                Interpreter *handle = Orv_Interpreter_Create(&hostCallbacks);
+                Orv_Interpreter_SetOutputBuffer(handle, bytes);
+                memoryCalls = {step, true, 0};
+                Orv_Interpreter_Run(handle, "t.htm", STDOUT_FILENO);
+                _exit(0);
+            }
+            int status = -1;
+            EXPECT_EQ(waitpid(child, &status, 0), child);
+            ended += WIFEXITED(status) && WEXITSTATUS(status) == 2;
+            pages[bytes != 0] = contents("page");
+        }
+        EXPECT_EQ(pages[0], pages[1]) << step;
+    }
+    EXPECT_GT(ended, 0);
+}
+
 TEST(Faults, AnyFileMayFail)
 {
     EXPECT_GT(sweep(&fileCalls, false), 20);

@@ -79,6 +79,7 @@ inline std::string database(const std::map<std::string, std::string> &texts)
 
 /* What becomes of the next writes to the page: at most so many bytes each
  * (0: no limit); errors before each, as errno values. */
+constexpr int WRITES_NOTHING = -1; // in the place of one: the call returns 0
 struct Writes {
     size_t most = 0;
     std::vector<int> failures;

@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <fenv.h>
 #include <gtest/gtest.h>
+#include <limits.h>
 #include <pthread.h>
 #include <signal.h>
 #include <string.h>
@@ -131,21 +132,29 @@ TEST(Page, GoesOutInOneWriteAPiece)
     }
 }
 
+// Text is looked at in blocks of bytes.
+TEST(Page, CountsANewlineAtAnyPlace)
+{
+    for (size_t before = 0; before <= 200; ++before) {
+        const std::string text = std::string(before, 'x') + "\n" + std::string(200 - before, 'x');
+        EXPECT_EQ(renderText(text + "<?foo?>").log, "t.htm, line 2: Syntax error: Unknown Cmd\n")
+            << before;
+    }
+}
+
 TEST(Page, SurvivesBadWrites)
 {
     Host host = withFiles({{"t.htm", "first<?echo second?>third"}});
     EXPECT_EQ(Orv_Interpreter_OutputError(nullptr), -1);
-    for (const int32_t error : {EIO, 0}) {
-        int32_t noticed = -1;
+    for (const int failure : {EIO, WRITES_NOTHING, 0}) {
         useHost(&host);
         Interpreter *handle = Orv_Interpreter_Create(&hostCallbacks);
-        if (error)
-            writes = {2, {EINTR, 0, 0, 0, EINTR, 0, error, ENOSPC}};
+        if (failure)
+            writes = {2, {EINTR, 0, 0, 0, EINTR, 0, failure, ENOSPC}};
         const Outcome got = runHandle(handle);
-        noticed = Orv_Interpreter_OutputError(handle);
-        EXPECT_EQ(got.page, error ? "firstse" : "firstsecondthird");
+        EXPECT_EQ(got.page, failure ? "firstse" : "firstsecondthird");
         EXPECT_EQ(got.result, ORV_RUN_DONE);
-        EXPECT_EQ(noticed, error);
+        EXPECT_EQ(Orv_Interpreter_OutputError(handle), failure ? EIO : 0);
         Orv_Interpreter_Destroy(handle);
         writes = {};
     }
@@ -161,6 +170,14 @@ TEST(Page, IsGatheredOnDemand)
               (std::vector<std::string>{"abcdef", "0g", "0h", "B", "ijklmnopq", "r"}));
     writes = {4, {EINTR, 0, EIO}};
     EXPECT_EQ(render(host).page, "abcdf0g0hBijklmnopqr");
+    gatheredBytes = 64;
+    host.files = {{"t.htm", "<?repeat [ 10 29 ] '$0,'?>"}}; // pieces of two bytes and of one
+    const std::string whole = render(host).page;
+    for (size_t failing = 1; failing < 60; ++failing) {
+        writes = {failing, {0, EIO}};
+        std::string lost = whole;
+        EXPECT_EQ(render(host).page, lost.erase(failing, failing % 3 == 0 ? 2 : 1));
+    }
     writes = {};
     gatheredBytes = 0;
     Interpreter *interpreter = Orv_Interpreter_Create(&hostCallbacks);
@@ -179,10 +196,12 @@ TEST(Page, IsGatheredOnDemand)
 TEST(Run, Results)
 {
     Host host = withFiles({{"t.htm", "x"},
+                           {"empty.htm", ""},
                            {"surplus.htm", "<?echo a b?>x"},
                            {"open.htm", "x<?echo a"},
                            {"deep.htm", "<?echo " + repeated("$$", 10001) + "?>x"}});
-    EXPECT_EQ(render(host, "none").result, ORV_RUN_NO_TEMPLATE);
+    for (const char *path : {"none", "empty.htm"})
+        EXPECT_EQ(render(host, path).result, ORV_RUN_NO_TEMPLATE) << path;
     EXPECT_EQ(render(host, "surplus.htm").result, ORV_RUN_GAVE_UP);
     const Outcome open = render(host, "open.htm");
     EXPECT_EQ(open.result, ORV_RUN_GAVE_UP);
@@ -306,12 +325,13 @@ TEST(Log, IsOpenedByTheSwitch)
         EXPECT_EQ(getTooltipVar(), row.mode) << row.cmdline;
     }
     const size_t descriptors = openDescriptors(true);
-    const std::string tooLong(5000, 'x');
+    const std::string cut = folder + "/device/proc/cmdline"; // is not to be taken for the whole
+    const std::string tooLong = std::string(PATH_MAX - 1 - cut.size(), '/') + cut + "/";
     const char *root = std::exchange(systemRoot, tooLong.c_str());
     EXPECT_EQ(getTooltipVar(), -1);
     EXPECT_EQ(openDescriptors(true), descriptors);
     systemRoot = root;
-    writeFile(folder + "/device/proc/cmdline", "tooltip=9");
+    writeFile(folder + "/device/proc/cmdline", "tooltip=98");
     const int32_t notices = Orv_Interpreter_LogCount(ORV_LOG_NOTICE);
     Orv_Interpreter_Destroy(Orv_Interpreter_Create(&hostCallbacks)); // there is no folder for it
     EXPECT_EQ(Orv_Interpreter_LogCount(ORV_LOG_NOTICE), notices + 1);
