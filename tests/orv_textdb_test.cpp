@@ -63,6 +63,8 @@ TEST(TextDbTool, RefusesWhatADatabaseCannotHold)
          "has no text; --empty makes a database without any"},
         {utf8Header + entry("a", "\\\\0") + entry("b", "x\\400y"), ":6",
          "a text cannot hold a zero byte"},
+        {utf8Header + entry("b", "x\\0001"), ":4", "a text cannot hold a zero byte"},
+        {utf8Header + entry("b", "x\\xa00"), ":4", "a text cannot hold a zero byte"},
         {utf8Header + entry("a", "\xe4"), ":4", "a character is not UTF-8"},
         {entry("", "Content-Type: text/plain; charset=ASCII\\n") + entry("a", "ä"), "",
          "the charset is ASCII, but must be UTF-8 (msgconv -t UTF-8 converts)"},
