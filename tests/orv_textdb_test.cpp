@@ -240,15 +240,15 @@ TEST(TextDbTool, FollowsTheSource)
     const std::string en = "# orv-check: used e.*: a program.\n" + utf8Header;
     writeFile("1.htm", "<p title=\"{?a?}\">{?b?}\n<script>x = '{?b?}'</script>"
                        "<?if eq {?c?} x {?d?}?>\n{?c?}");
-    writeFile("en.po", en + "# Short.\n" + entry("a", "Save") + entry("b", "Two\\nlines") +
-                           entry("c", "en") + "# orv-textdb: empty\n" + entry("d", "") +
-                           entry("e.1", "E") + entry("f", "F"));
+    writeFile("en.po", en + "# Short.\n" + entry("a", "Save") + "#. In the box.\n" +
+                           entry("b", "Two\\nlines") + entry("c", "en") + "# orv-textdb: empty\n" +
+                           entry("d", "") + entry("e.1", "E") + entry("f", "F"));
     EXPECT_EQ(run("pot en.po 1.htm >en.pot; msgfmt -o /dev/null en.pot; sed 1,/^$/d en.pot"),
-              "orv-textdb: en.po:16: unused: f\n"
+              "orv-textdb: en.po:17: unused: f\n"
               "# orv-textdb: source \"Save\"\n#. Save\n#. Short.\n"
               "#. Stands in an attribute: no tags, and not the quote around it.\n"
               "#: 1.htm:1\nmsgid \"a\"\nmsgstr \"\"\n\n"
-              "# orv-textdb: source \"Two\\nlines\"\n#. Two\n#. lines\n"
+              "# orv-textdb: source \"Two\\nlines\"\n#. Two\n#. lines\n#. In the box.\n"
               "#. Stands in a script: not the quote around it, no line end.\n"
               "#: 1.htm:1 1.htm:2\nmsgid \"b\"\nmsgstr \"\"\n\n"
               "# orv-textdb: source \"en\"\n#. en\n"
