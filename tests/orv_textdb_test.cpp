@@ -121,11 +121,14 @@ TEST(TextDbTool, ReplacesDatabasesOnly)
     writeFile("empty", "");
     std::filesystem::create_symlink("a.po", "a.link");
     std::filesystem::create_symlink("new.db", "new.link"); // nothing is behind it yet
+    std::filesystem::create_directory("sub");
+    std::filesystem::create_symlink("../empty", "sub/up.link");
     const std::string rows[][2] = {
         {"-o a.po b.po", "orv-textdb: a.po is no text database, it is not replaced\n=1"},
         {"-o a.link b.po", "orv-textdb: a.link is no text database, it is not replaced\n=1"},
         {"-o ./a.link a.po", "orv-textdb: ./a.link is an input, it is not replaced\n=1"},
         {"-o empty b.po", "b.po: 1 of 1 texts\n=0"},
+        {"-o sub/up.link a.po && " ORV_TEXTDB " get empty a", "a.po: 1 of 1 texts\nx\n=0"},
         {"-o new.link b.po", "b.po: 1 of 1 texts\n=0"},
         {"--empty -o new.db cut.po", "cut.po: 0 of 0 texts\n=0"},
         {"-o new.link a.po && ls new.*", "a.po: 1 of 1 texts\nnew.db\nnew.link\n=0"},
@@ -309,6 +312,9 @@ TEST(TextDbTool, FollowsTheSource)
         run("status --json it.po")
             .find("\"translated\": 3,\n    \"fuzzy\": 0,\n    \"missing\": 0,\n    \"of\": 3"),
         std::string::npos);
+    writeFile("en.po", en + entry("b", "Two\\nlines"));
+    EXPECT_EQ(run("update en.po it.po; grep -c '^#~ msgid ' it.po"),
+              "it.po: 1 texts, 0 new, 0 changed, 2 gone\n2\n=0");
 }
 
 TEST(TextDbTool, SaysWhyItDoesNothing)
@@ -328,6 +334,7 @@ TEST(TextDbTool, SaysWhyItDoesNothing)
         {"build -o t.db t.po 2.htm", "an argument is too much" + build},
         {"get --fuzzy t.db a", "'get' takes no --fuzzy" + get},
         {"get none a", missing + "=1"},
+        {"get . a", "cannot read .: Is a directory\n=1"},
         {"dump none", missing + "=1"},
         {"check none", missing + "=1"},
         {"fields --unused t.db none 2.htm", missing + "2.htm:1: no\n=1"},
