@@ -410,17 +410,17 @@ TEST(Limits, ArgumentBuffer)
     const std::string message = "zarn - ERROR in pushStr: ARG_MAXLEN exceeded! (t.htm)\n";
     const std::string longest(65536 + 1023, 'x');
     const Outcome fits = renderText("<?setvariable var:a '" + longest + "'?><?echo $var:a?>");
-    EXPECT_EQ(fits.page, longest);
+    EXPECT_EQ(difference(longest, fits.page), "");
     EXPECT_EQ(fits.log, "");
     const Outcome cut = renderText("<?setvariable var:a " + longest +
                                    "$$?>"
                                    "<?echo $var:a?><?if eq '" +
                                    longest + "' '' x y?>");
-    EXPECT_EQ(cut.page, longest + "y");
+    EXPECT_EQ(difference(longest + "y", cut.page), "");
     EXPECT_EQ(cut.log, repeated(message, 3));
     const Outcome number = renderText("<?setvariable var:a " + longest.substr(5) +
                                       "<?multiquerycount q?>?><?echo $var:a?>");
-    EXPECT_EQ(number.page, longest.substr(5));
+    EXPECT_EQ(difference(longest.substr(5), number.page), "");
 }
 
 TEST(Limits, ColumnsOfARow)
@@ -453,7 +453,8 @@ TEST(Limits, ParserSymbols)
 {
     for (const size_t elements : {9996U, 9997U}) {
         const Outcome got = renderText("<?echo " + repeated("$$", elements) + "?>.");
-        EXPECT_EQ(got.page, elements == 9996 ? std::string(elements, '$') + "." : "");
+        const std::string page = elements == 9996 ? std::string(elements, '$') + "." : "";
+        EXPECT_EQ(difference(page, got.page), "");
         EXPECT_EQ(got.result, elements == 9996 ? ORV_RUN_DONE : ORV_RUN_GAVE_UP);
     }
 }
