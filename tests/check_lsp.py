@@ -41,7 +41,9 @@ def receive():
     while (line := server.stdout.readline()) != b"\r\n":
         assert line, "the server has ended"
         length = int(line.split(b":")[1])
-    return json.loads(server.stdout.read(length))
+    message = json.loads(server.stdout.read(length))
+    assert message.pop("jsonrpc") == "2.0"
+    return message
 
 
 def ask(method, **parameters):

@@ -5,6 +5,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <array>
 #include <filesystem>
 #include <random>
 
@@ -252,11 +254,13 @@ TEST_F(TextFields, AndLogsLeaveTheStandardDescriptorsAlone)
         Orv_Interpreter_SetLanguage("en");
         const bool page = runHandle(handle).page.starts_with("hellofallbacke");
         const bool texts = htmlDB.fd > 2 && htmlFallbackDB.fd > 2;
-        _exit(file + 2 * copy + 4 * page + 8 * texts);
+        const bool closed =
+            std::ranges::all_of(std::array{0, 1, 2}, [](int fd) { return fcntl(fd, F_GETFD) < 0; });
+        _exit(file + 2 * copy + 4 * page + 8 * texts + 16 * closed);
     }
     int status = 0;
     EXPECT_EQ(waitpid(child, &status, 0), child);
-    EXPECT_EQ(WIFEXITED(status) ? WEXITSTATUS(status) : -1, 15);
+    EXPECT_EQ(WIFEXITED(status) ? WEXITSTATUS(status) : -1, 31);
 }
 
 TEST_F(TextFields, MayHaveAnyLength)

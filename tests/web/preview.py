@@ -220,7 +220,7 @@ def check_mistakes(preview):
         status, _, text = preview.ask(f"broken/{path}.htm")
         check(path, (500, True, True), (status, f"<h1>{title}</h1>" in text, place in text))
     write("site/endless.htm", "<!DOCTYPE html><?repeat [ 1 99999999 ] '" + 9999 * "x" + "'?>")
-    check("a page without end", True, "was stopped" in preview.ask("endless.htm")[2])
+    check("a page without end", True, "64 megabytes, and was stopped" in preview.ask("endless.htm")[2])
 
 
 def check_changes(preview):
@@ -373,6 +373,7 @@ with tempfile.TemporaryDirectory() as folder, tempfile.TemporaryDirectory() as t
     check_refusals()
     with Preview("--port", "0", "--db", "router.db", "--texts", "site/texts/en.po",
                  "--texts", "site/texts/de.po", "site") as started:
+        check("all is watched", [], [line for line in started.lines if "by hand" in line])
         check_files(started)
         check_mistakes(started)
         with_browser(lambda: [step(started) for step in (check_changes, check_switches,
