@@ -166,4 +166,10 @@ constexpr const CommandDef &commandOf(int token)
     return commandTable[rowOfToken[static_cast<size_t>(token - FIRST_COMMAND)]];
 }
 
+/* Whether a token is a command's keyword: other tokens may lie between those. */
+constexpr bool isCommand(int token)
+{
+    return token >= FIRST_COMMAND && token <= LAST_COMMAND && commandOf(token).token == token;
+}
+
 #endif

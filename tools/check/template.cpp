@@ -366,8 +366,7 @@ static void noteValue(int token, uint32_t from)
 
 static void noteToken(int token, uint32_t from, Condition before, size_t depth)
 {
-    if (token >= FIRST_COMMAND && token <= LAST_COMMAND &&
-        (token <= F_SETARRAYONCE || token >= F_UNDEF)) {
+    if (isCommand(token) || token == F_UNDEF) {
         beginCommand(token, from, depth);
     } else if (token >= ARG_TEXT && token <= ARG_MAXARRAY) {
         if (token == ARG_TEXT && !inQuote(before) && inQuote(scanner.condition) && innermost())
