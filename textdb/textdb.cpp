@@ -13,8 +13,7 @@
  *              from the label,   index, 0 for       bits of two little-endian words
  *              0 for no value    no child
  *
- Nothing in a
- * file is trusted: a lookup that would leave the mapping finds nothing. Between
+ * Nothing in a file is trusted: a lookup that would leave the mapping finds nothing. Between
  * calls: every mapping stands in the list of mappings with its length. */
 #include "textdb/textdb.h"
 
