@@ -27,7 +27,7 @@ build_and_test() {
     cmake -S . -B "$build" -G "$generator" --toolchain "$toolchain" -DORV_WERROR=ON -DORV_TOOLS=OFF \
         -DORV_FUZZ=ON -DCMAKE_FIND_ROOT_PATH="$build/root"
     cmake --build "$build"
-    ctest --test-dir "$build" --output-on-failure -j "$(nproc)"
+    ctest --test-dir "$build" --output-on-failure -j "$(nproc)" --no-tests=error
 }
 
 # build_small MACHINE OPTION... - the library alone, as an archive.
