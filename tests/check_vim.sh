@@ -10,6 +10,7 @@ cat >"$folder/t.frm" <<'END'
 <?repeat [ 1 3 ] `$0`?><script>var a = "<?echo b?>";</script>
 END
 cat >"$folder/test.vim" <<'END'
+let v:errmsg = ''
 set nocompatible
 filetype plugin on
 syntax on
@@ -39,10 +40,10 @@ call Expect(3, '$0', 0, 'orvValue')
 call Expect(3, 'var a', 0, 'javaScriptIdentifier')
 call Expect(3, 'echo', 0, 'orvKeyword')
 call Expect(3, '";<', 0, 'javaScriptStringD')
-call writefile([&filetype, &commentstring], 'done')
+call writefile([&filetype, &commentstring, v:errmsg], 'done')
 qall!
 END
 cd "$folder"
 vim -u NONE -i NONE -n -es --cmd "set runtimepath^=$1/vim" -S test.vim </dev/null || true
 cat wrong 2>/dev/null && exit 1
-[[ $(cat done) == $'orv\n<?-- %s ?>' ]] || { echo "no filetype: $(cat done)"; exit 1; }
+[[ $(cat done) == $'orv\n<?-- %s ?>' ]] || { echo "no filetype, or an error: $(cat done)"; exit 1; }

@@ -6,13 +6,11 @@ library=$1 map=$2
 wanted=$(sed -n '/^global:/,/^local:/s/^ *\([A-Za-z_][A-Za-z0-9_]*\);/\1/p' "$map" | sort)
 got=$(nm -D --defined-only "$library" | awk '{print $3}' | sort)
 diff <(echo "$wanted") <(echo "$got")
-needed=$(readelf -d "$library" | sed -n 's/.*(NEEDED).*\[\(.*\)\]/\1/p' |
-    grep -Ev '^lib(asan|ubsan|m|gcc_s)\.so' || true)
-if readelf -d "$library" | grep -q 'lib[au].*san\.so' || nm -D "$library" | grep -q __asan_init; then
-    grep -q '^libc\.so\.6$' <<<"$needed"
-else
-    [ "$(readelf -d "$library" | grep -c '(NEEDED)')" = 1 ] && [ "$needed" = libc.so.6 ]
+needed=$(readelf -d "$library" | sed -n 's/.*(NEEDED).*\[\(.*\)\]/\1/p')
+if grep -q '^lib[au].*san\.so' <<<"$needed" || nm -D "$library" | grep __asan_init >/dev/null; then
+    needed=$(grep -Ev '^lib(asan|ubsan|m|gcc_s)\.so' <<<"$needed")
 fi
+diff <(echo libc.so.6) <(echo "$needed")
 if nm -D -u "$library" | grep ' _Z' | grep -v __cxxabiv1; then  # of sanitizers
     echo "The library needs the C++ runtime." >&2
     exit 1
