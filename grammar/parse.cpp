@@ -25,11 +25,32 @@ int zarn_error(const char *)
     return 0;
 }
 
+bool makeValue(int token)
+{
+    static_assert(ARG_MAXARRAY - ARG_TEXT == ELEM_MAXARRAY - ELEM_TEXT);
+    static_assert(ARG_MAXARRAY == ARG_MINARRAY + 1);
+    if (token < ARG_TEXT || token > ARG_MAXARRAY)
+        return true;
+    Arg *arg = createArg(token - ARG_TEXT + ELEM_TEXT, scanner.value);
+    zarn_lval.arg = arg;
+    if (!arg) {
+        logNoValue();
+        return false;
+    }
+    if (token >= ARG_MINARRAY) // the last byte has only kept the sign's place
+        static_cast<char *>(arg->elems->value)[scanner.value.size() - 1] =
+            token == ARG_MINARRAY ? '-' : '+';
+    return true;
+}
+
 int zarn_lex()
 {
     if (endWasTold()) // a recovery has discarded the end of that template
         doExclude();
-    const int token = nextToken();
+    int token;
+    do
+        token = nextToken();
+    while (!makeValue(token));
     if (token == 0)
         doExclude();
     return token;

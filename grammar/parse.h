@@ -17,6 +17,10 @@ ORV_API int32_t doParse();
 ORV_API int zarn_error(const char *text);
 }
 
+/* Makes zarn_lval of scanner.value for an argument's token. False when there is no memory
+ * for it (logged): the token is to be passed over. */
+bool makeValue(int token);
+
 /* Next token for the parser; sets zarn_lval and zarn_lloc. 0 is the end of the run's
  * template, which is then closed; so is one whose EOF_TAG was not taken. */
 int zarn_lex();

@@ -17,7 +17,6 @@
 #include <string_view>
 
 #include "grammar/commands.h"
-#include "grammar/records.h"
 #include "interface/log.h"
 #include "interface/output.h"
 #include "interface/process.h"
@@ -187,20 +186,20 @@ static string_view take(size_t length)
     return match;
 }
 
-static int32_t valueStored(bool stored)
+void logNoValue()
 {
-    if (stored)
-        return TOKEN_VALUE_SET;
     logMessage(Severity::ERROR, "zarn - ERROR in dataToToken: NO MEMORY! (%s)\n",
                currentTemplate());
-    return TOKEN_NO_MEMORY;
 }
 
 // Makes a copy of text the token's value. Read as a text, it ends before a zero byte.
 static int32_t storeValue(string_view text)
 {
     zarn_lval.text = copyText(text);
-    return valueStored(zarn_lval.text);
+    if (zarn_lval.text)
+        return TOKEN_VALUE_SET;
+    logNoValue();
+    return TOKEN_NO_MEMORY;
 }
 
 int32_t dataToToken(const char *text, int32_t cut)
@@ -208,13 +207,11 @@ int32_t dataToToken(const char *text, int32_t cut)
     return storeValue({text, cut ? strcspn(text, BLANKS) : strlen(text)});
 }
 
-// Returns an argument's token with an argument of text alone as its value, or drops it
-// when there is no memory.
+// An argument's token: the parser's side makes an argument of its text.
 static int valueToken(int token, string_view text)
 {
-    static_assert(ARG_MAXARRAY - ARG_TEXT == ELEM_MAXARRAY - ELEM_TEXT);
-    zarn_lval.arg = createArg(token - ARG_TEXT + ELEM_TEXT, text);
-    return valueStored(zarn_lval.arg) == TOKEN_VALUE_SET ? token : SCAN_ON;
+    scanner.value = text;
+    return token;
 }
 
 static int textToken(size_t length)
@@ -464,13 +461,9 @@ static int scanVariable(size_t name, size_t behind)
         size_t end = matchText(index, word);
         end = end ? skip(end, BLANK) : 0;
         if (end && byteAt(end) == ']') {
-            const bool least = word[1] == 'i';
-            const size_t sign = behind + 1 - name; // takes the place of what follows the "["
-            const int token = valueToken(least ? ARG_MINARRAY : ARG_MAXARRAY,
-                                         {take(end + 1).data() + name, sign + 1});
-            if (zarn_lval.arg)
-                static_cast<char *>(zarn_lval.arg->elems->value)[sign] = least ? '-' : '+';
-            return token;
+            // The byte behind the "[" keeps the place of the bound's sign.
+            return valueToken(word[1] == 'i' ? ARG_MINARRAY : ARG_MAXARRAY,
+                              {take(end + 1).data() + name, behind + 2 - name});
         }
     }
     enterCondition(Condition::INDEX);

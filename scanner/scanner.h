@@ -7,6 +7,7 @@
 
 #include <stddef.h>
 #include <stdint.h>
+#include <string_view>
 
 #include "interface/bounds.h"
 #include "interface/orvinterpreter.h"
@@ -39,16 +40,18 @@ struct Scanner {
     Condition *stack; // owned, conditions to go back to
     size_t depth;     // of them in use
     size_t stackRoom;
-    int32_t line;        // the newlines in front of counted
-    const char *counted; // in the buffer, pos or before it; see scannedLine
-    bool passesText;     // the page text in front of the next token is only written
-    int32_t ended;       // index of a nested template whose end the parser was told; 0 when
-                         // it has closed it
+    int32_t line;           // the newlines in front of counted
+    const char *counted;    // in the buffer, pos or before it; see scannedLine
+    std::string_view value; // of an argument's token: bytes of the buffer, until the next
+    bool passesText;        // the page text in front of the next token is only written
+    int32_t ended;          // index of a nested template whose end the parser was told; 0 when
+                            // it has closed it
 };
 
 extern Scanner scanner;
 
-/* The next token of the template on top; sets zarn_lval and zarn_lloc. EOF_TAG is
+/* The next token of the template on top; sets zarn_lloc, and zarn_lval, or scanner.value
+ * for ARG_TEXT to ARG_MAXARRAY, of which the parser's side makes arguments. EOF_TAG is
  * the end of a nested template, and comes again until that is closed; 0 the end of
  * the run's own. */
 int nextToken();
@@ -77,6 +80,9 @@ void resetScanner();
 
 constexpr int32_t TOKEN_VALUE_SET = 0;
 constexpr int32_t TOKEN_NO_MEMORY = -2;
+
+/* Logs that there is no memory for a token's value. */
+void logNoValue();
 
 extern "C" {
 /* Makes a copy of text the value of the token that is about to be returned;

@@ -395,7 +395,10 @@ int placedLex()
         return 0;
     const Condition before = scanner.condition;
     const size_t depth = scanner.depth;
-    const int token = nextToken();
+    int token;
+    do
+        token = nextToken();
+    while (!makeValue(token));
     noteToken(token, passComments(reading->noted), before, depth);
     reading->noted = position();
     if (token == EOF_TAG || token == 0) {
