@@ -429,7 +429,8 @@ static size_t textRun(int32_t *lines)
     return scanner.passesText ? SCAN_ON : HTML_TEXT;
 }
 
-static int scanComment()
+// Apart, as scanText is.
+[[gnu::noinline]] static int scanComment()
 {
     size_t length = 0;
     for (;;) {
