@@ -36,6 +36,18 @@ const rows = [
     [3, 'echoes', '!keyword.control.orv'],
 ];
 
+// And the word of each command that there is.
+const table = fs.readFileSync(path.join(editors, '../grammar/commands.h'), 'utf8');
+for (const [, words, tail, sign] of table.matchAll(/^ {4}\{"([^"]+)", Tail::(\w+), '?(.)/gm)) {
+    const more = { OPERATOR: ` ${sign}`, NAME: ' var:a', ELEMENT: ' var:a' }[tail] ?? '';
+    rows.push([lines.length, words, 'keyword.control.orv']);
+    lines.push(`<?${words}${more} x?>`);
+}
+if (lines.length < 24) {
+    console.log('no commands found');
+    process.exitCode = 1;
+}
+
 async function main() {
     const wasm = fs.readFileSync(path.join(modules, 'vscode-oniguruma/release/onig.wasm'));
     await oniguruma.loadWASM(wasm.buffer.slice(wasm.byteOffset, wasm.byteOffset + wasm.byteLength));

@@ -9,6 +9,11 @@ cat >"$folder/t.frm" <<'END'
 <?if eq $1 '2' `<b class="x">$2</b>`?><?-- a <?echo b?> c ?><i>
 <?repeat [ 1 3 ] `$0`?><script>var a = "<?echo b?>";</script>
 END
+# The commands that there are, a line each.
+sed -nE "s/^    \{\"([^\"]+)\", Tail::BLANK,.*/<?\1 x?>/p
+    s/^    \{\"([^\"]+)\", Tail::OPERATOR, '(.)',.*/<?\1 \2 x?>/p
+    s/^    \{\"([^\"]+)\", Tail::(NAME|ELEMENT),.*/<?\1 var:a x?>/p" \
+    "$1/../grammar/commands.h" >>"$folder/t.frm"
 cat >"$folder/test.vim" <<'END'
 let v:errmsg = ''
 set nocompatible
@@ -40,10 +45,13 @@ call Expect(3, '$0', 0, 'orvValue')
 call Expect(3, 'var a', 0, 'javaScriptIdentifier')
 call Expect(3, 'echo', 0, 'orvKeyword')
 call Expect(3, '";<', 0, 'javaScriptStringD')
-call writefile([&filetype, &commentstring, v:errmsg], 'done')
+for line in range(4, line('$'))
+  call Expect(line, '<?', 2, 'orvKeyword')
+endfor
+call writefile([&filetype, &commentstring, v:errmsg, line('$') > 20], 'done')
 qall!
 END
 cd "$folder"
 vim -u NONE -i NONE -n -es --cmd "set runtimepath^=$1/vim" -S test.vim </dev/null || true
 cat wrong 2>/dev/null && exit 1
-[[ $(cat done) == $'orv\n<?-- %s ?>' ]] || { echo "no filetype, or an error: $(cat done)"; exit 1; }
+[[ $(cat done) == $'orv\n<?-- %s ?>\n\n1' ]] || { echo "no filetype, or an error: $(cat done)"; exit 1; }

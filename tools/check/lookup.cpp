@@ -69,52 +69,55 @@ Found findAt(const Template &tpl, uint32_t offset)
 
 // ---- what is known about it ----
 
-static const char *describeCommand(uint32_t id)
+static constexpr struct {
+    uint32_t id;
+    const char *text;
+} descriptions[] = {
+    {ID_ECHO, "`echo BODY` prints its body; values in it are escaped for HTML."},
+    {ID_PRINT, "`print BODY` prints its body; values come out as they are."},
+    {ID_PRINTJS, "`printjs BODY` prints its body; values get a backslash in front of quotes, "
+                 "for a script's string."},
+    {ID_INCLUDE, "`include PATH` puts another template in its place."},
+    {ID_BASE64, "`base64 PATH` prints a file in Base64."},
+    {ID_SETVARIABLE, "`setvariable var:NAME VALUE` sets a variable."},
+    {ID_SETVARIABLEONCE, "`setvariableonce var:NAME VALUE` sets a variable that has no value."},
+    {ID_SETARRAY, "`setvariable var:NAME[INDEX] VALUE` sets an element of an array."},
+    {ID_SETARRAYONCE, "`setvariableonce var:NAME[INDEX] VALUE` sets an element without value."},
+    {ID_REPEATINCL, "`repeat [ FROM TO ] BODY` prints its body for each number; a bracket the "
+                    "other way round leaves that end out."},
+    {ID_REPEATEXCL, "`repeat ] FROM TO ] BODY` prints its body for each number behind FROM."},
+    {ID_ERRORFOUND, "`error found ` prints 1 when the web program has an error, else 0."},
+    {ID_ERRORMESSAGE, "`error message BODY` prints its body, in which `$1` is the error's text, "
+                      "as it is."},
+    {ID_MULTIQUERYCOUNT, "`multiquerycount QUERY` prints the number of rows."},
+    {ID_QUERY, "`query QUERY BODY` prints its body once with the first row; values are escaped "
+               "for HTML."},
+    {ID_QUERYTEXT, "`querytext QUERY BODY` prints its body once with the first row, values as "
+                   "they are."},
+    {ID_QUERYJS, "`queryjs QUERY BODY` prints its body once with the first row; values are "
+                 "escaped for scripts."},
+    {ID_MULTIQUERY, "`multiquery QUERY BODY` prints its body for each row; values are escaped "
+                    "for HTML."},
+    {ID_MULTIQUERYTEXT, "`multiquerytext QUERY BODY` prints its body for each row, values as "
+                        "they are."},
+    {ID_MULTIQUERYJS, "`multiqueryjs QUERY BODY` prints its body for each row; values are "
+                      "escaped for scripts."},
+};
+static constexpr const char *describeCommand(uint32_t id)
 {
-    static constexpr struct {
-        uint32_t id;
-        const char *text;
-    } table[] = {
-        {ID_ECHO, "`echo BODY` prints its body; values in it are escaped for HTML."},
-        {ID_PRINT, "`print BODY` prints its body; values come out as they are."},
-        {ID_PRINTJS, "`printjs BODY` prints its body; values get a backslash in front of quotes, "
-                     "for a script's string."},
-        {ID_INCLUDE, "`include PATH` puts another template in its place."},
-        {ID_BASE64, "`base64 PATH` prints a file in Base64."},
-        {ID_SETVARIABLE, "`setvariable var:NAME VALUE` sets a variable."},
-        {ID_SETVARIABLEONCE, "`setvariableonce var:NAME VALUE` sets a variable that has no value."},
-        {ID_SETARRAY, "`setvariable var:NAME[INDEX] VALUE` sets an element of an array."},
-        {ID_SETARRAYONCE, "`setvariableonce var:NAME[INDEX] VALUE` sets an element without value."},
-        {ID_REPEATINCL, "`repeat [ FROM TO ] BODY` prints its body for each number; a bracket the "
-                        "other way round leaves that end out."},
-        {ID_REPEATEXCL, "`repeat ] FROM TO ] BODY` prints its body for each number behind FROM."},
-        {ID_ERRORFOUND, "`error found ` prints 1 when the web program has an error, else 0."},
-        {ID_ERRORMESSAGE,
-         "`error message BODY` prints its body, in which `$1` is the error's text, "
-         "as it is."},
-        {ID_MULTIQUERYCOUNT, "`multiquerycount QUERY` prints the number of rows."},
-        {ID_QUERY, "`query QUERY BODY` prints its body once with the first row; values are escaped "
-                   "for HTML."},
-        {ID_QUERYTEXT, "`querytext QUERY BODY` prints its body once with the first row, values as "
-                       "they are."},
-        {ID_QUERYJS, "`queryjs QUERY BODY` prints its body once with the first row; values are "
-                     "escaped for scripts."},
-        {ID_MULTIQUERY, "`multiquery QUERY BODY` prints its body for each row; values are escaped "
-                        "for HTML."},
-        {ID_MULTIQUERYTEXT, "`multiquerytext QUERY BODY` prints its body for each row, values as "
-                            "they are."},
-        {ID_MULTIQUERYJS, "`multiqueryjs QUERY BODY` prints its body for each row; values are "
-                          "escaped for scripts."},
-    };
-    for (const auto &row : table)
+    for (const auto &row : descriptions)
         if (row.id == id)
             return row.text;
     if (id & CMDF_CALC)
         return "`calc OPERATOR A B` prints the result, with the operands' decimals.";
-    return "`if COMPARISON A B THEN ELSE` prints THEN when the comparison holds, else ELSE; "
-           "without "
-           "both, 1 or 0.";
+    if (id & CMDF_IF)
+        return "`if COMPARISON A B THEN ELSE` prints THEN when the comparison holds, else ELSE; "
+               "without both, 1 or 0.";
+    return nullptr;
 }
+static_assert(std::ranges::all_of(commandTable,
+                                  [](const CommandDef &row) { return describeCommand(row.id); }),
+              "editors show a description of each command: add its row");
 
 static string describeValue(Site &site, const Element &element, const Levels &levels)
 {
