@@ -51,6 +51,8 @@ static void checkHeaders(const string &cookies, const string &languages)
          (value.data() - cookies.data() >= 5 && string(value.data() - 5, 5) == "lang=" &&
           value.data() + value.size() <= cookies.data() + cookies.size()));
     MUST(value.find(';') == string::npos);
+    const string more = cookies + "; zz9=x";
+    MUST(cookies.find("zz9") != string::npos || findCookie(more, "zz9") == "x");
     const std::vector<string> codes = acceptedLanguages(languages);
     MUST(codes.size() <= maxLanguages && codes.size() * 2 <= languages.size());
     MUST(std::set<string>(codes.begin(), codes.end()).size() == codes.size());

@@ -112,7 +112,7 @@ static const bool compares = (afterRender = compareRun, true);
 TEST(Check, AgreesWithRunsOfTheFuzzCorpora)
 {
     ASSERT_TRUE(compares);
-    size_t count = 0;
+    size_t mistakes = 0;
     for (const auto &entry : fs::directory_iterator(ORV_CORPUS)) {
         static constexpr const char *names[] = {"a.htm", "b.frm", "c.txt"};
         std::istringstream parts(readFile(entry.path()));
@@ -125,8 +125,9 @@ TEST(Check, AgreesWithRunsOfTheFuzzCorpora)
         if (fs::file_size("a.htm") == 0)
             continue;
         runCommand(ORV_RENDER " --log a.htm");
-        compare("a.htm", readFile("err"), false);
-        ++count;
+        const std::string log = readFile("err");
+        compare("a.htm", log, false);
+        mistakes += logged(log).size();
     }
-    EXPECT_GT(count, 2U);
+    EXPECT_GT(mistakes, 5U);
 }

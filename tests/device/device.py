@@ -216,7 +216,7 @@ def cut_power_while_saving():
     while saves[0] < 3 and thread.is_alive():
         time.sleep(0.01)
     posting.clear()
-    posting.wait(60)
+    check("a save is on its way", True, posting.wait(60))
     check("saves are stored", True, thread.is_alive())
     time.sleep(random.random())  # about what a save takes, or the time after it
     cut_power()

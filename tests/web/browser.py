@@ -234,6 +234,8 @@ def check_site():
         show("nothere.htm")
         check_page("no page", where)
         device("setScriptExecutionDisabled", value=not script)
+        show("traffic.htm")
+        check("scripts " + where, script, len(texts("#chart rect")) > 0)
         check_forms(language)
         sql("update settings set hostname = 'fjord'")
     device("setScriptExecutionDisabled", value=False)

@@ -348,8 +348,8 @@ def check_hardships():
         events.read()
     except http.client.IncompleteRead:
         pass # it has ended with the server
-    work = [name for name in os.listdir(tempfile.gettempdir()) if name.startswith("orv-preview-")]
-    check("nothing is left", [], work)
+    check("nothing is left", [], [name for name in os.listdir(tempfile.gettempdir())
+                                  if not name.startswith("org.chromium.")])
     with Preview("--port", port, "site") as preview:
         check("a second start", 200, preview.ask("")[0])
 
