@@ -126,9 +126,8 @@ static int32_t modeOf(uint32_t id)
 
 static void logSlowQuery(const char *query)
 {
-    constexpr unsigned long quickEnough = 100; // milliseconds
     const unsigned long real = milliseconds(queryTimes.startTicks, times(&queryTimes.end));
-    if (real > quickEnough)
+    if (real > QUICK_QUERY_MS)
         logMessage(Severity::NOTICE,
                    "%s, query %s: Real Time %lums, User Time %lums, System Time %lums\n",
                    currentTemplate(), query, real,

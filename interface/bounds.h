@@ -45,6 +45,18 @@ constexpr size_t BUFFER_CAPACITY = ORV_BUFFER_CAPACITY; // at first, of one open
 constexpr size_t REFILL_MAX = ORV_REFILL_MAX;           // read at once
 constexpr size_t CONDITIONS_STEP = 25;                  // of the stack of start conditions
 
+// ---- of the device's files: a longer path counts as missing ----
+
+// PATH_MAX bytes, the terminator included, with the root in front of it.
+
+// ---- of the table of commands: more of them do not compile ----
+
+constexpr size_t MAX_COMMANDS = 64; // the scanner has a bit of a word for each
+
+// ---- of time: a query that takes longer is told of ----
+
+constexpr unsigned long QUICK_QUERY_MS = 100;
+
 // ---- of pieces: a longer page text or file comes in more of them ----
 
 constexpr size_t BASE64_CAPACITY = 516;   // characters that are collected

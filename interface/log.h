@@ -26,8 +26,10 @@ extern int32_t logCounts[ORV_LOG_SEVERITIES];
  *                  (execution), "%s: ..." where no line is known; the name and the
  *                  line are currentTemplate()'s and currentLine()'s
  *   the library    "zarn - ERROR in FUNCTION: ...! (%s)\n", the template's name last
- *                  where one is being read; "zarn - ERROR ..." of databases
- *   a notice       "zarn - ..." */
+ *                  where one is being read; "zarn - ERROR ..." of databases. Two have
+ *                  forms of their own: "ERROR: mmap() on file %s ..." of a template that
+ *                  cannot be mapped, and "zarn - Syntaxerror: NO MEMORY! (%s)"
+ *   a notice       "zarn - ...", and "%s, query %s: Real Time ..." of a slow query */
 void logMessage(Severity severity, const char *format, ...) __attribute__((format(printf, 2, 3)));
 
 /* Name of the template that is being read, for messages; empty without one. */

@@ -69,8 +69,9 @@ static bool isIn(int byte, ByteSet set)
 
 // Sets of rows of the command table, a bit each, by the first and by the second
 // letter of their words; an "if" in front of those does not count.
-static_assert(COMMAND_COUNT <= 64, "the row sets have a bit a command: widen RowSet");
 using RowSet = uint64_t;
+static_assert(MAX_COMMANDS == sizeof(RowSet) * 8);
+static_assert(COMMAND_COUNT <= MAX_COMMANDS, "widen RowSet, and MAX_COMMANDS with it");
 static constexpr char optionalWord[] = "if ";
 static constexpr size_t LETTERS = 26;
 
