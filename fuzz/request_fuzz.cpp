@@ -15,14 +15,14 @@ using std::string;
 static void checkFields(const std::vector<FormField> &fields, FormResult result, size_t size)
 {
     MUST(result == FORM_DONE || fields.empty());
-    MUST(result != FORM_DONE || size <= maxForm);
-    MUST(fields.size() <= maxFields);
+    MUST(result != FORM_DONE || size <= MAX_FORM);
+    MUST(fields.size() <= MAX_FIELDS);
     size_t decoded = 0;
     for (const FormField &field : fields) {
         decoded += field.name.size() + field.value.size();
-        MUST(!field.name.empty() && field.name.size() <= maxFieldName);
+        MUST(!field.name.empty() && field.name.size() <= MAX_FIELD_NAME);
         MUST(std::all_of(field.name.begin(), field.name.end(), isalnum));
-        MUST(field.value.size() <= maxFieldValue && field.value.find('\0') == string::npos);
+        MUST(field.value.size() <= MAX_FIELD_VALUE && field.value.find('\0') == string::npos);
         std::vector<FormField> again;
         MUST(decodeForm(encodeField(field), again) == FORM_DONE && again.size() == 1);
         MUST(again[0].name == field.name && again[0].value == field.value);
@@ -54,7 +54,7 @@ static void checkHeaders(const string &cookies, const string &languages)
     const string more = cookies + "; zz9=x";
     MUST(cookies.find("zz9") != string::npos || findCookie(more, "zz9") == "x");
     const std::vector<string> codes = acceptedLanguages(languages);
-    MUST(codes.size() <= maxLanguages && codes.size() * 2 <= languages.size());
+    MUST(codes.size() <= MAX_LANGUAGES && codes.size() * 2 <= languages.size());
     MUST(std::set<string>(codes.begin(), codes.end()).size() == codes.size());
     MUST(std::all_of(codes.begin(), codes.end(), isLanguage));
 }
@@ -70,7 +70,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     checkHeaders(line[1], line[2]);
     const string path = '/' + line[3];
     MUST(!isPageName(line[3]) ||
-         (path.ends_with(".htm") && path.size() <= maxPageName + 1 &&
+         (path.ends_with(".htm") && path.size() <= MAX_PAGE_NAME + 1 &&
           path.find("/.") == string::npos && path.find("//") == string::npos &&
           path.find('\0') == string::npos));
     size_t length;
@@ -78,6 +78,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         !line[4].empty() && line[4].find_first_not_of("0123456789") == string::npos;
     MUST(readNumber(line[4], &length) == isNumber);
     MUST(!isNumber ||
-         length == std::min<unsigned long>(strtoul(line[4].c_str(), nullptr, 10), maxForm + 1));
+         length == std::min<unsigned long>(strtoul(line[4].c_str(), nullptr, 10), MAX_FORM + 1));
     return 0;
 }

@@ -437,7 +437,7 @@ TEST(Limits, QueriesOfMoreThanATenthOfASecondAreSlow)
            "330ms, User Time 660ms, System Time 990ms"}}) {
         startLog();
         pace = ticks;
-        Orv_Interpreter_Run(handle, "t.htm", pageFd);
+        Orv_Interpreter_Run(handle, "t.htm", PAGE_FD);
         const std::string log = takeLog();
         EXPECT_EQ(log.substr(log.find("database\n") + strlen("database\n")),
                   std::string(slow) + "zarn - t.htm: Real Time " + run +

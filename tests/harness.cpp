@@ -30,7 +30,7 @@ std::string folder;
 
 extern "C" ssize_t write(int fd, const void *data, size_t size)
 {
-    if (fd != pageFd)
+    if (fd != PAGE_FD)
         return syscall(SYS_write, fd, data, size);
     if (!writes.failures.empty()) {
         errno = writes.failures.front();
@@ -176,7 +176,7 @@ Outcome runHandle(Interpreter *interpreter, const std::string &path)
 {
     pieces.clear();
     Outcome outcome = {};
-    outcome.result = Orv_Interpreter_Run(interpreter, path.c_str(), pageFd);
+    outcome.result = Orv_Interpreter_Run(interpreter, path.c_str(), PAGE_FD);
     outcome.pieces = pieces;
     for (const auto &piece : pieces)
         outcome.page += piece;

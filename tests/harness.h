@@ -2,7 +2,7 @@
  * come from memory, and the page is kept piece by piece.
  *
  * Templates are files of a private folder, which is the working directory. The
- * library's write calls come here first: what goes to pageFd is recorded, and
+ * library's write calls come here first: what goes to PAGE_FD is recorded, and
  * can be cut short, interrupted or refused. */
 #ifndef ORV_TESTS_HARNESS_H
 #define ORV_TESTS_HARNESS_H
@@ -16,7 +16,7 @@
 #include "interface/orvinterpreter.h"
 #include "tools/textdb_file.h"
 
-constexpr int32_t pageFd = 1 << 20; // no real descriptor
+constexpr int32_t PAGE_FD = 1 << 20; // no real descriptor
 
 using Texts = std::vector<std::pair<std::string, std::string>>;
 using Rows = std::vector<std::vector<std::string>>;

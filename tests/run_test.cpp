@@ -101,7 +101,7 @@ TEST(Callbacks, MaySetVariablesButNotRun)
         Orv_Interpreter_SetVariable(interpreter, "v", "set");
         Orv_Interpreter_SetVariable(nullptr, "v", "set");
         Orv_Interpreter_SetVariable(interpreter, "[1]", "");
-        nested = Orv_Interpreter_Run(interpreter, "t.htm", pageFd);
+        nested = Orv_Interpreter_Run(interpreter, "t.htm", PAGE_FD);
     };
     const Outcome got = render(host);
     EXPECT_EQ(nested, ORV_RUN_BUSY);
@@ -250,11 +250,11 @@ TEST(Handle, BadArguments)
     for (const InterpreterCallbacks &callbacks : partial)
         EXPECT_EQ(Orv_Interpreter_Create(&callbacks), nullptr);
     EXPECT_EQ(Orv_Interpreter_Create(nullptr), nullptr);
-    EXPECT_EQ(Orv_Interpreter_Run(nullptr, "t.htm", pageFd), ORV_RUN_BAD_ARGUMENT);
+    EXPECT_EQ(Orv_Interpreter_Run(nullptr, "t.htm", PAGE_FD), ORV_RUN_BAD_ARGUMENT);
     EXPECT_EQ(Orv_Interpreter_SetVariable(nullptr, "a", "b"), -1);
     EXPECT_EQ(Orv_Interpreter_ClearVariables(nullptr), -1);
     Interpreter *interpreter = Orv_Interpreter_Create(&hostCallbacks);
-    EXPECT_EQ(Orv_Interpreter_Run(interpreter, nullptr, pageFd), ORV_RUN_BAD_ARGUMENT);
+    EXPECT_EQ(Orv_Interpreter_Run(interpreter, nullptr, PAGE_FD), ORV_RUN_BAD_ARGUMENT);
     EXPECT_EQ(Orv_Interpreter_SetVariable(interpreter, nullptr, "b"), -1);
     EXPECT_EQ(Orv_Interpreter_SetVariable(interpreter, "a", nullptr), -1);
     EXPECT_EQ(Orv_Interpreter_SetVariable(interpreter, "", ""), -1);
@@ -278,7 +278,7 @@ TEST(Handle, BadArguments)
     EXPECT_EQ(Orv_Interpreter_Destroy(nullptr), 0);
     EXPECT_EQ(logfileFd, -1);
     EXPECT_EQ(logfileBuf, nullptr);
-    EXPECT_EQ(Orv_Interpreter_SetLog(pageFd), -1);
+    EXPECT_EQ(Orv_Interpreter_SetLog(PAGE_FD), -1);
     EXPECT_EQ(Orv_Interpreter_LogCount(-1), -1);
     EXPECT_EQ(Orv_Interpreter_LogCount(ORV_LOG_SEVERITIES), -1);
 }
@@ -501,7 +501,7 @@ TEST(System, NoDescriptorsAndNoReader)
     for (const int free : {0, 1, 2}) {
         const rlimit few = {static_cast<rlim_t>(next + free), former.rlim_max};
         setrlimit(RLIMIT_NOFILE, &few);
-        const int32_t result = Orv_Interpreter_Run(interpreter, "t.htm", pageFd);
+        const int32_t result = Orv_Interpreter_Run(interpreter, "t.htm", PAGE_FD);
         setrlimit(RLIMIT_NOFILE, &former);
         EXPECT_EQ(result, free == 0 ? ORV_RUN_NO_TEMPLATE : ORV_RUN_DONE);
         EXPECT_EQ(dup(0), next);

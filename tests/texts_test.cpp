@@ -185,13 +185,13 @@ TEST_F(TextFields, LentTextsMayChangeTheLanguage)
          "zarn - CGI-Variable set: lang=de!\n", "de"},
         {"a page whose template changes it",
          [](auto *handle) {
-             Orv_Interpreter_Run(handle, Orv_Interpreter_LookupDBField("p"), pageFd);
+             Orv_Interpreter_Run(handle, Orv_Interpreter_LookupDBField("p"), PAGE_FD);
          },
          page, "de"},
         {"a page that is not there, whose opening changes it",
          [](auto *handle) {
              remove("p.htm");
-             Orv_Interpreter_Run(handle, Orv_Interpreter_LookupDBField("p"), pageFd);
+             Orv_Interpreter_Run(handle, Orv_Interpreter_LookupDBField("p"), PAGE_FD);
          },
          page, "de"},
     };

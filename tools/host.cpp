@@ -14,7 +14,7 @@
 #include <sqlite3.h>
 
 // How long a query waits for a program that is writing to the database.
-static constexpr int busyMilliseconds = 2000;
+static constexpr int BUSY_MILLISECONDS = 2000;
 
 static Host &hostOf(const Interpreter *interpreter)
 {
@@ -41,7 +41,7 @@ static void report(Host &host, const Interpreter *interpreter, const char *what,
             *at = ' ';
     dprintf(host.reportFd, "%s\n", line ? line : what);
     free(line);
-    host.problems++;
+    ++host.problems;
 }
 
 /* Whether a step of path leads to the parent folder. */
@@ -179,7 +179,7 @@ static QueryRow *appendRow(QueryRow *last, sqlite3_stmt *statement, int32_t colu
             freeRows(row);
             return nullptr;
         }
-        row->count++;
+        ++row->count;
     }
     if (row && last) {
         row->prev = last;
@@ -248,7 +248,7 @@ static bool openDatabase(Host &host, const char *dbFile)
     }
     int status = sqlite3_open_v2(resolved, &host.db, SQLITE_OPEN_READWRITE, nullptr);
     if (status == SQLITE_OK) {
-        sqlite3_busy_timeout(host.db, busyMilliseconds);
+        sqlite3_busy_timeout(host.db, BUSY_MILLISECONDS);
         status = sqlite3_exec(host.db, "select 1 from sqlite_master", nullptr, nullptr, nullptr);
     }
     if (status == SQLITE_OK)

@@ -32,7 +32,7 @@ const char programName[] = "orv-render";
 enum { PAGE_WHOLE = 0, PAGE_WITH_PROBLEMS = 1, NO_PAGE = 2, PAGE_BROKEN_OFF = 3 };
 
 // Bytes of the page that are written together.
-static constexpr int32_t outputBuffer = 16384;
+static constexpr int32_t OUTPUT_BUFFER = 16384;
 
 static constexpr char helpText[] =
     "Usage: orv-render [OPTION]... TEMPLATE\n"
@@ -226,7 +226,7 @@ static int runPage(Host &host, const CommandLine &options, int page, int log)
     Interpreter *interpreter = hostInterpreter(host);
     if (!interpreter || (log >= 0 && Orv_Interpreter_SetLog(log) != 0) ||
         Orv_Interpreter_SetOutputBuffer(interpreter,
-                                        options.has(OPT_UNBUFFERED) ? 0 : outputBuffer) != 0) {
+                                        options.has(OPT_UNBUFFERED) ? 0 : OUTPUT_BUFFER) != 0) {
         Orv_Interpreter_Destroy(interpreter);
         return complain(NO_PAGE, "out of memory");
     }

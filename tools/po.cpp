@@ -78,7 +78,7 @@ static void onError(int severity, po_message_t message, const char *path, size_t
                     size_t /*column*/, int /*multiline*/, const char *text)
 {
     if (severity == PO_SEVERITY_ERROR && current->po->errors >= MAX_SYNTAX_ERRORS) {
-        current->po->errors++;
+        ++current->po->errors;
         return;
     }
     std::string joined = text; // of several lines, perhaps
@@ -121,7 +121,7 @@ static bool passString(std::string_view bytes, size_t *pos)
         if (i > first)
             zero = zero || value % 256 == 0; // an escape makes one byte
         else if (i < bytes.size() && bytes[i] != '\n')
-            i++;
+            ++i;
     }
     *pos = i < bytes.size() && bytes[i] == '"' ? i + 1 : i;
     return zero;
@@ -181,7 +181,7 @@ static PoSource scanPo(std::string_view bytes)
             pos += word.size();
         } else {
             line += c == '\n' ? 1 : 0;
-            pos++;
+            ++pos;
         }
     }
     return source;
@@ -257,7 +257,7 @@ static void checkWhole(PoFile *po, const PoSource &source)
         reportPo(po, source.strangeLine, true, nullptr, "a character is not UTF-8");
     if (source.zeroLine)
         reportPo(po, source.zeroLine, true, nullptr, "a text cannot hold a zero byte");
-    for (const char *const *domain = po_file_domains(po->file); *domain; domain++)
+    for (const char *const *domain = po_file_domains(po->file); *domain; ++domain)
         if (strcmp(*domain, "messages") != 0)
             reportPo(po, 0, true, nullptr,
                      "texts of the domain " + quotePo(*domain) + ": a database has no domains");
@@ -311,7 +311,7 @@ static void takeEntries(PoFile *po, const std::vector<size_t> &lines)
     size_t count = 0;
     while (po_message_t message = po_next_message(iterator)) {
         takeEntry(po, message, count < lines.size() ? lines[count] : 0);
-        count++;
+        ++count;
     }
     po_message_iterator_free(iterator);
     if (count != lines.size() && po->errors == 0)
@@ -380,7 +380,7 @@ static std::string unquote(std::string_view quotedText)
             i += 3;
         } else {
             text.push_back(next == 'n' ? '\n' : next == 't' ? '\t' : next);
-            i++;
+            ++i;
         }
     }
     return text;
@@ -500,7 +500,7 @@ void reportPo(PoFile *po, size_t line, bool isError, const char *id, std::string
     text += message;
     fprintf(stderr, "%s\n", text.c_str());
     if (isError)
-        po->errors++;
+        ++po->errors;
 }
 
 std::string quotePo(std::string_view text)

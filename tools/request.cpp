@@ -103,7 +103,7 @@ bool isText(string_view text)
 
 static FormResult checkField(const FormField &field)
 {
-    if (field.name.size() > maxFieldName || field.value.size() > maxFieldValue)
+    if (field.name.size() > MAX_FIELD_NAME || field.value.size() > MAX_FIELD_VALUE)
         return FORM_TOO_LARGE;
     bool isName =
         !field.name.empty() && std::all_of(field.name.begin(), field.name.end(),
@@ -121,14 +121,14 @@ static FormResult decodeField(string_view piece, FormField &field)
 
 FormResult decodeForm(string_view form, std::vector<FormField> &fields)
 {
-    FormResult result = form.size() > maxForm ? FORM_TOO_LARGE : FORM_DONE;
+    FormResult result = form.size() > MAX_FORM ? FORM_TOO_LARGE : FORM_DONE;
     fields.clear();
     while (result == FORM_DONE && !form.empty()) {
         string_view piece = cutAt(form, '&');
         if (piece.empty())
             continue;
-        result =
-            fields.size() == maxFields ? FORM_TOO_LARGE : decodeField(piece, fields.emplace_back());
+        result = fields.size() == MAX_FIELDS ? FORM_TOO_LARGE
+                                             : decodeField(piece, fields.emplace_back());
     }
     if (result != FORM_DONE)
         fields.clear();
@@ -163,7 +163,7 @@ static FormResult decodePart(string_view part, FormField &field)
 
 FormResult decodeMultipart(string_view body, string_view boundary, std::vector<FormField> &fields)
 {
-    FormResult result = body.size() > maxForm ? FORM_TOO_LARGE : FORM_DONE;
+    FormResult result = body.size() > MAX_FORM ? FORM_TOO_LARGE : FORM_DONE;
     string first = "--" + string(boundary);
     string end = "\r\n" + first;
     string_view part;
@@ -172,9 +172,9 @@ FormResult decodeMultipart(string_view body, string_view boundary, std::vector<F
         return FORM_BAD;
     body.remove_prefix(first.size());
     while (result == FORM_DONE && !body.starts_with("--"))
-        result = !cutAtText(body, end, part)  ? FORM_BAD
-                 : fields.size() == maxFields ? FORM_TOO_LARGE
-                                              : decodePart(part, fields.emplace_back());
+        result = !cutAtText(body, end, part)   ? FORM_BAD
+                 : fields.size() == MAX_FIELDS ? FORM_TOO_LARGE
+                                               : decodePart(part, fields.emplace_back());
     if (result != FORM_DONE)
         fields.clear();
     return result;
@@ -232,7 +232,7 @@ std::vector<string> acceptedLanguages(string_view header)
         int weight;
     };
     std::vector<Wish> wishes;
-    while (!header.empty() && wishes.size() < maxLanguages) {
+    while (!header.empty() && wishes.size() < MAX_LANGUAGES) {
         string_view parameters = cutAt(header, ',');
         string_view range = trim(cutAt(parameters, ';'));
         string code(cutAt(range, '-')); // de-AT asks for de
@@ -257,7 +257,7 @@ bool isLanguage(string_view text)
 
 bool isPageName(string_view path)
 {
-    if (path.size() > maxPageName || !path.ends_with(".htm"))
+    if (path.size() > MAX_PAGE_NAME || !path.ends_with(".htm"))
         return false;
     while (!path.empty()) {
         string_view step = cutAt(path, '/');
@@ -295,7 +295,7 @@ bool readNumber(string_view text, size_t *number)
     for (char c : text) {
         if (!isDigit(c))
             return false;
-        *number = std::min(*number * 10 + static_cast<size_t>(c - '0'), maxForm + 1);
+        *number = std::min(*number * 10 + static_cast<size_t>(c - '0'), MAX_FORM + 1);
     }
     return !text.empty();
 }

@@ -11,12 +11,12 @@
 #include <vector>
 
 // Limits of one request, in bytes unless said otherwise.
-inline constexpr size_t maxForm = 16384;
-inline constexpr size_t maxFieldName = 32;
-inline constexpr size_t maxFieldValue = 2048;
-inline constexpr size_t maxFields = 64;    // fields
-inline constexpr size_t maxLanguages = 16; // languages
-inline constexpr size_t maxPageName = 128;
+inline constexpr size_t MAX_FORM = 16384;
+inline constexpr size_t MAX_FIELD_NAME = 32;
+inline constexpr size_t MAX_FIELD_VALUE = 2048;
+inline constexpr size_t MAX_FIELDS = 64;    // fields
+inline constexpr size_t MAX_LANGUAGES = 16; // languages
+inline constexpr size_t MAX_PAGE_NAME = 128;
 
 struct FormField {
     std::string name;  // letters and digits: neither an array element nor part of one
@@ -78,7 +78,7 @@ bool isFormType(std::string_view type);
 std::string_view multipartBoundary(std::string_view type);
 
 /* Sets *number to the number of a Content-Length header or a field, digits alone.
- * Returns false when it is none; one beyond maxForm reads as maxForm + 1. */
+ * Returns false when it is none; one beyond MAX_FORM reads as MAX_FORM + 1. */
 bool readNumber(std::string_view text, size_t *number);
 
 #endif

@@ -7,7 +7,7 @@
 
 // Some 10,000 levels, each of three functions, whose frames a sanitizer swells to
 // 2 KiB together. What is not touched costs no memory.
-static constexpr size_t deepStack = size_t{64} << 20;
+static constexpr size_t DEEP_STACK = size_t{64} << 20;
 
 namespace
 {
@@ -33,7 +33,7 @@ int runOnDeepStack(int (*work)(int, char **), int argc, char **argv)
     pthread_t thread;
     bool runs = false;
     if (pthread_attr_init(&attributes) == 0) {
-        runs = pthread_attr_setstacksize(&attributes, deepStack) == 0 &&
+        runs = pthread_attr_setstacksize(&attributes, DEEP_STACK) == 0 &&
                pthread_create(&thread, &attributes, perform, &call) == 0;
         pthread_attr_destroy(&attributes);
     }

@@ -100,7 +100,7 @@ static void appendChildren(std::span<const TextEntry> entries, std::vector<Build
         size_t last = first + 1;
         while (last < node.last &&
                entries[last].id[node.keyLength] == entries[first].id[node.keyLength])
-            last++;
+            ++last;
         const size_t length = std::min<size_t>(sharedLength(entries, first, last) - node.keyLength,
                                                MAX_VALUE_DISTANCE - 1);
         nodes->push_back({first, last, node.keyLength + length, static_cast<uint32_t>(length), 0, 0,
@@ -223,7 +223,7 @@ static void checkStrings(Check *check, size_t index)
     std::string_view label;
     std::string_view value;
     if (record.valueDistance)
-        check->report.texts++;
+        ++check->report.texts;
     if (!stringAt(check, index, "label", record.labelOffset, &label))
         return;
     // The root's label is never read, it only stands in front of the root's text.
@@ -265,7 +265,7 @@ static void checkChildren(Check *check, size_t parent)
     const size_t first = recordAt(check->file, parent).firstChild;
     if (!first)
         return;
-    for (size_t index = first;; index++) {
+    for (size_t index = first;; ++index) {
         const size_t from = index == first ? parent : index - 1;
         const char *how = index == first ? "first child " : "next sibling ";
         if (index >= check->reached.size() || (index + 1) * RECORD_SIZE > check->stringsStart) {

@@ -57,7 +57,7 @@ string makeSecret()
 bool isSameSecret(const string &a, const string &b)
 {
     int difference = a.size() != b.size();
-    for (size_t i = 0; i < a.size() && i < b.size(); i++)
+    for (size_t i = 0; i < a.size() && i < b.size(); ++i)
         difference |= a[i] ^ b[i];
     return difference == 0;
 }

@@ -10,7 +10,7 @@
 using std::string;
 
 // How long a statement waits for another program that is writing.
-static constexpr int busyMilliseconds = 5000;
+static constexpr int BUSY_MILLISECONDS = 5000;
 
 // yescrypt, at the library's own cost; its salt comes from the system.
 static constexpr char hashPrefix[] = "$y$";
@@ -54,7 +54,7 @@ sqlite3 *storeOpen(const char *file)
     sqlite3 *db = nullptr;
     int status = sqlite3_open_v2(file, &db, SQLITE_OPEN_READWRITE, nullptr);
     if (status == SQLITE_OK) // first: "pragma synchronous" reads the database
-        status = sqlite3_busy_timeout(db, busyMilliseconds);
+        status = sqlite3_busy_timeout(db, BUSY_MILLISECONDS);
     if (status == SQLITE_OK)
         // "extra": what was saved is still there when the power fails right afterwards.
         status = sqlite3_exec(db, "pragma foreign_keys = on; pragma synchronous = extra", nullptr,
@@ -76,7 +76,7 @@ sqlite3 *storeOpen(const char *file)
 static int bindParameters(sqlite3_stmt *statement, const std::vector<FormField> &parameters)
 {
     int status = SQLITE_OK;
-    for (int i = 1; i <= sqlite3_bind_parameter_count(statement) && status == SQLITE_OK; i++) {
+    for (int i = 1; i <= sqlite3_bind_parameter_count(statement) && status == SQLITE_OK; ++i) {
         const string *value = findField(parameters, sqlite3_bind_parameter_name(statement, i) + 1);
         if (value)
             status = sqlite3_bind_text(statement, i, value->c_str(), -1, SQLITE_STATIC);
@@ -87,7 +87,7 @@ static int bindParameters(sqlite3_stmt *statement, const std::vector<FormField> 
 static void addRow(sqlite3_stmt *statement, Rows &rows)
 {
     std::vector<string> row;
-    for (int i = 0; i < sqlite3_column_count(statement); i++) {
+    for (int i = 0; i < sqlite3_column_count(statement); ++i) {
         const void *text = sqlite3_column_text(statement, i);
         row.emplace_back(text ? static_cast<const char *>(text) : "");
     }

@@ -41,7 +41,7 @@ static constexpr char loginPage[] = "login.htm";
 static constexpr char errorPage[] = "error.frm"; // no request can ask for it
 static constexpr char sessionCookie[] = "zarnsession";
 static constexpr char languageCookie[] = "zarnlang";
-static constexpr int32_t outputBuffer = 16384;
+static constexpr int32_t OUTPUT_BUFFER = 16384;
 
 // In front of the line that ends each header. The pages have no script, style or
 // picture in their text but the icon, and no page is for a frame.
@@ -168,7 +168,7 @@ static int readBody(Exchange &x)
         return WRONG_TYPE;
     if (!readNumber(fromEnvironment("CONTENT_LENGTH"), &length))
         return BAD_REQUEST;
-    if (length > maxForm)
+    if (length > MAX_FORM)
         return TOO_LARGE;
     string body(length, '\0');
     if (fread(body.data(), 1, length, stdin) != length)
@@ -374,7 +374,7 @@ static std::vector<HostVariable> pageVariables(const Exchange &x)
     for (const std::vector<string> &problem : x.problems)
         all.push_back({"error[" + problem[0] + "]", lookUp(problem[1])});
     string base;
-    for (size_t i = 0; i < x.page.size(); i++)
+    for (size_t i = 0; i < x.page.size(); ++i)
         base += x.page[i] == '/' ? "../" : "";
     const HostVariable own[] = {
         {"token", x.session.token},
@@ -437,8 +437,8 @@ static int makePage(const Exchange &x, Host &host)
     int file = memfd_create("page", MFD_CLOEXEC);
     string error = errorText(x);
     host.error = error.empty() ? nullptr : error.c_str();
-    bool isReady =
-        interpreter && file >= 0 && Orv_Interpreter_SetOutputBuffer(interpreter, outputBuffer) == 0;
+    bool isReady = interpreter && file >= 0 &&
+                   Orv_Interpreter_SetOutputBuffer(interpreter, OUTPUT_BUFFER) == 0;
     if (isReady)
         for (const HostVariable &variable : pageVariables(x))
             isReady &=

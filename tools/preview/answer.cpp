@@ -131,7 +131,7 @@ static const char *typeOf(const string &path)
 /* Whether a command begins somewhere in text. */
 static bool hasCommand(string_view text)
 {
-    for (size_t at = 0; (at = text.find("<?", at)) != string_view::npos; at++) {
+    for (size_t at = 0; (at = text.find("<?", at)) != string_view::npos; ++at) {
         string_view rest = text.substr(at + 2);
         rest.remove_prefix(std::min(rest.find_first_not_of(" \t\r\n"), rest.size()));
         const string_view word = rest.substr(0, rest.find_first_of(" \t\r\n"));
@@ -474,7 +474,7 @@ static const char *readFields(Request &request)
     const string_view boundary = multipartBoundary(type);
     if (!isFormType(type) && boundary.empty())
         return "What was sent is in none of the encodings of a form.";
-    if (!readNumber(fromEnvironment("CONTENT_LENGTH"), &length) || length > maxForm)
+    if (!readNumber(fromEnvironment("CONTENT_LENGTH"), &length) || length > MAX_FORM)
         return problems[FORM_TOO_LARGE];
     string body(length, '\0');
     std::vector<FormField> fields;

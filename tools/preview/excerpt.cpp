@@ -9,7 +9,7 @@
 using std::string;
 using std::string_view;
 
-static constexpr size_t maxLine = 240; // bytes shown of a line
+static constexpr size_t MAX_LINE = 240; // bytes shown of a line
 
 const char *readBelow(const Host &host, const string &path, string &bytes)
 {
@@ -33,10 +33,10 @@ std::vector<ExcerptLine> excerpt(const Host &host, const string &file, int32_t l
     if (line < 1 || readBelow(host, file, bytes))
         return lines;
     string_view rest = bytes;
-    for (int32_t number = 1; !rest.empty() && number <= line + around; number++) {
+    for (int32_t number = 1; !rest.empty() && number <= line + around; ++number) {
         const size_t end = std::min(rest.find('\n'), rest.size());
         if (number >= line - around)
-            lines.push_back({number, string(rest.substr(0, std::min(end, maxLine)))});
+            lines.push_back({number, string(rest.substr(0, std::min(end, MAX_LINE)))});
         rest.remove_prefix(std::min(end + 1, rest.size()));
     }
     if (lines.empty() || lines.back().number < line)
@@ -52,7 +52,7 @@ int32_t lineOf(const Host &host, const string &file, string_view piece, int32_t 
     int32_t found = 0;
     int32_t line = 1;
     size_t counted = 0;
-    for (size_t at = 0; (at = bytes.find(piece, at)) != string::npos; at++) {
+    for (size_t at = 0; (at = bytes.find(piece, at)) != string::npos; ++at) {
         line += static_cast<int32_t>(std::count(bytes.data() + counted, bytes.data() + at, '\n'));
         counted = at;
         if (found != 0 && line > last)

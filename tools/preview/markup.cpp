@@ -22,7 +22,7 @@ static constexpr string_view textElements[] = {"script", "style", "textarea", "t
 static size_t tagEnd(string_view page, size_t start, char *quote)
 {
     *quote = 0;
-    for (size_t at = start; at < page.size(); at++) {
+    for (size_t at = start; at < page.size(); ++at) {
         const char c = page[at];
         if (*quote != 0) {
             if (c == *quote)
@@ -73,7 +73,7 @@ static string_view findTextElement(string_view name)
 static size_t textEnd(string_view page, size_t from, string_view element)
 {
     const string tag = "</" + string(element);
-    for (size_t at = from; (at = findIgnoringCase(page, tag, at)) != none; at++)
+    for (size_t at = from; (at = findIgnoringCase(page, tag, at)) != none; ++at)
         if (nameLength(page.substr(at + 2)) == element.size())
             return at;
     return none;
@@ -138,7 +138,7 @@ Markup readMarkup(string_view page)
         else if (isTag(page.substr(at)))
             at = readTag(markup, page, at);
         else
-            at++;
+            ++at;
     }
     return markup;
 }

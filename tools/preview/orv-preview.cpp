@@ -35,9 +35,9 @@ namespace fs = std::filesystem;
 
 enum { ENDED = 0, WRONG_USAGE = 2 };
 
-static constexpr int defaultPort = 8080;
-static constexpr int portsTried = 20;
-static constexpr int quietMilliseconds = 80; // that end a row of changes
+static constexpr int DEFAULT_PORT = 8080;
+static constexpr int PORTS_TRIED = 20;
+static constexpr int QUIET_MILLISECONDS = 80; // that end a row of changes
 
 static constexpr char helpText[] =
     "Usage: orv-preview [OPTION]... [DIR]\n"
@@ -227,15 +227,15 @@ static int choosePort(Launcher &launcher)
 {
     int &port = launcher.config.port;
     const bool isGiven = launcher.options.port >= 0;
-    port = isGiven ? launcher.options.port : defaultPort;
+    port = isGiven ? launcher.options.port : DEFAULT_PORT;
     int error = tryPort(&port);
     if (error == EADDRINUSE && !isGiven) {
-        for (int i = 0; error == EADDRINUSE && i < portsTried; i++) {
-            port++;
+        for (int i = 0; error == EADDRINUSE && i < PORTS_TRIED; ++i) {
+            ++port;
             error = tryPort(&port);
         }
         if (error == 0)
-            tell("Port %d is in use by another program; %d is taken instead.", defaultPort, port);
+            tell("Port %d is in use by another program; %d is taken instead.", DEFAULT_PORT, port);
     }
     if (error == EADDRINUSE)
         return fail("port %d is in use by another program; choose another with --port", port);
@@ -389,7 +389,7 @@ static void takeChanges(Launcher &launcher)
     std::set<string> changed;
     pollfd wait = {launcher.watch.fd, POLLIN, 0};
     bool isThere = watchTake(launcher.watch, changed);
-    for (int i = 0; isThere && !changed.empty() && i < 20 && poll(&wait, 1, quietMilliseconds) > 0;
+    for (int i = 0; isThere && !changed.empty() && i < 20 && poll(&wait, 1, QUIET_MILLISECONDS) > 0;
          i++)
         isThere = watchTake(launcher.watch, changed);
     if (!isThere) {

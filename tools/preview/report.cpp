@@ -8,7 +8,7 @@
 using nlohmann::json;
 using std::string;
 
-static constexpr int32_t linesAround = 2;
+static constexpr int32_t LINES_AROUND = 2;
 
 // The first row whose words a message has gives the hint.
 static constexpr struct {
@@ -64,7 +64,7 @@ string hintFor(const string &message)
 static json sourceOf(const Trace &trace, const Place &place)
 {
     json lines = json::array();
-    for (const ExcerptLine &line : excerpt(trace, place.file, place.line, linesAround))
+    for (const ExcerptLine &line : excerpt(trace, place.file, place.line, LINES_AROUND))
         lines.push_back({{"number", line.number}, {"text", line.text}});
     return lines;
 }
@@ -88,7 +88,7 @@ static json messages(const Trace &trace, const ReportSetting &setting)
     for (const FileProblem &problem : setting.config.problems)
         list.push_back(
             message(trace, ORV_LOG_ERROR, {problem.file, problem.line}, problem.text, 1));
-    for (int32_t severity = ORV_LOG_ERROR; severity >= ORV_LOG_NOTICE; severity--) {
+    for (int32_t severity = ORV_LOG_ERROR; severity >= ORV_LOG_NOTICE; --severity) {
         for (const TraceMessage &m : trace.messages)
             if (m.severity == severity)
                 list.push_back(message(trace, severity, m.place, m.text, m.times));

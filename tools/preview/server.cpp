@@ -134,7 +134,7 @@ string startServer(const string &work, int port, pid_t *child)
     if (*child < 0)
         return string("cannot start lighttpd: ") + strerror(errno);
     setpgid(*child, *child);
-    for (int i = 0; i < tries; i++) {
+    for (int i = 0; i < tries; ++i) {
         if (waitpid(*child, nullptr, WNOHANG) == *child)
             break;
         if (answers(port))
@@ -151,7 +151,7 @@ void stopServer(pid_t child)
 {
     static constexpr int tries = 100; // of 20 milliseconds
     kill(-child, SIGTERM);
-    for (int i = 0; i < tries && waitpid(child, nullptr, WNOHANG) == 0; i++)
+    for (int i = 0; i < tries && waitpid(child, nullptr, WNOHANG) == 0; ++i)
         pause(20);
     kill(-child, SIGKILL);
     waitpid(child, nullptr, 0);

@@ -16,7 +16,7 @@ using std::string;
 
 namespace fs = std::filesystem;
 
-static constexpr int markModes = 3; // 0, 1 and 2
+static constexpr int MARK_MODES = 3; // 0, 1 and 2
 
 string languageOf(const string &path)
 {
@@ -140,7 +140,7 @@ bool makeRoots(const string &work, const string &deviceRoot, const std::vector<T
             placeLink("../etc/" + first, root + "/var/htmltext.db");
     }
     config.languages = languagesIn(root + "/etc");
-    for (int marks = 1; marks < markModes; marks++) {
+    for (int marks = 1; marks < MARK_MODES; ++marks) {
         const string marked = rootFolder(work, marks);
         fs::create_directories(marked + "/proc", error);
         if (!placeLink(root + "/etc", marked + "/etc") ||

@@ -22,8 +22,8 @@
 using std::string;
 using std::string_view;
 
-static constexpr size_t sampleRows = 20;
-static constexpr size_t sampleBytes = 200;
+static constexpr size_t SAMPLE_ROWS = 20;
+static constexpr size_t SAMPLE_BYTES = 200;
 
 static Trace *running; // borrowed
 
@@ -50,7 +50,7 @@ void traceMessage(Trace &trace, int32_t severity, Place place, string text)
     for (TraceMessage &known : trace.messages)
         if (known.text == text && known.place.file == place.file &&
             known.place.line == place.line) {
-            known.times++;
+            ++known.times;
             return;
         }
     trace.messages.push_back({severity, std::move(place), std::move(text)});
@@ -132,7 +132,7 @@ static void takeLogLine(Trace &trace, string_view text)
     // A message is counted before it is written.
     static int32_t counts[ORV_LOG_SEVERITIES];
     int32_t severity = ORV_LOG_NOTICE;
-    for (int32_t i = 0; i < ORV_LOG_SEVERITIES; i++) {
+    for (int32_t i = 0; i < ORV_LOG_SEVERITIES; ++i) {
         if (logCounts[i] != counts[i])
             severity = i;
         counts[i] = logCounts[i];
@@ -199,12 +199,12 @@ static void keepRows(TraceQuery &query, const QueryRow *row)
     while (row && row->prev)
         row = row->prev;
     for (; row; row = row->next) {
-        query.rows++;
-        if (query.sample.size() >= sampleRows || query.mode == ORV_QUERY_COUNT)
+        ++query.rows;
+        if (query.sample.size() >= SAMPLE_ROWS || query.mode == ORV_QUERY_COUNT)
             continue;
         auto &kept = query.sample.emplace_back();
-        for (int32_t i = 0; i < row->count; i++)
-            kept.emplace_back(string_view(row->cols[i]).substr(0, sampleBytes));
+        for (int32_t i = 0; i < row->count; ++i)
+            kept.emplace_back(string_view(row->cols[i]).substr(0, SAMPLE_BYTES));
     }
 }
 
@@ -257,9 +257,9 @@ ssize_t __wrap_write(int fd, const void *bytes, size_t count)
         return static_cast<ssize_t>(count);
     }
     if (running && inpr && fd == inpr->outputFd) {
-        running->writes++;
+        ++running->writes;
         running->bytes += count;
-        if (running->bytes > maxPageBytes)
+        if (running->bytes > MAX_PAGE_BYTES)
             stopRun("The page has more than 64 megabytes, and was stopped");
     }
     return __real_write(fd, bytes, count);
@@ -380,7 +380,7 @@ string traceRun(Trace &trace, Interpreter *interpreter, const string &page)
     const int output = memfd_create("page", MFD_CLOEXEC);
     signal(SIGALRM,
            [](int) { stopRun("The page was not done after 20 seconds, and was stopped"); });
-    alarm(maxPageSeconds);
+    alarm(MAX_PAGE_SECONDS);
     const int64_t start = now();
     trace.result = Orv_Interpreter_Run(interpreter, page.c_str(), output);
     trace.microseconds = now() - start;

@@ -103,7 +103,7 @@ void traceMessage(Trace &trace, int32_t severity, Place place, std::string text)
 int32_t traceCount(const Trace &trace, int32_t severity);
 
 // Beyond these, a run is not a page: it is stopped, and an answer says so.
-inline constexpr size_t maxPageBytes = 64 << 20;
-inline constexpr unsigned maxPageSeconds = 20;
+inline constexpr size_t MAX_PAGE_BYTES = 64 << 20;
+inline constexpr unsigned MAX_PAGE_SECONDS = 20;
 
 #endif

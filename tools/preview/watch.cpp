@@ -19,9 +19,9 @@ using std::string_view;
 
 namespace fs = std::filesystem;
 
-static constexpr uint32_t eventMask = IN_CLOSE_WRITE | IN_MODIFY | IN_CREATE | IN_DELETE |
-                                      IN_MOVED_FROM | IN_MOVED_TO | IN_DELETE_SELF | IN_MOVE_SELF |
-                                      IN_ATTRIB | IN_ONLYDIR;
+static constexpr uint32_t EVENT_MASK = IN_CLOSE_WRITE | IN_MODIFY | IN_CREATE | IN_DELETE |
+                                       IN_MOVED_FROM | IN_MOVED_TO | IN_DELETE_SELF | IN_MOVE_SELF |
+                                       IN_ATTRIB | IN_ONLYDIR;
 
 /* Whether a name is none of an author's files: hidden, or what an editor or SQLite puts
  * beside one. */
@@ -49,7 +49,7 @@ static string stateOf(const string &path)
 
 static bool watchFolder(Watch &watch, const string &folder)
 {
-    const int number = inotify_add_watch(watch.fd, folder.c_str(), eventMask);
+    const int number = inotify_add_watch(watch.fd, folder.c_str(), EVENT_MASK);
     if (number >= 0)
         watch.folders[number] = folder;
     else if (errno == ENOSPC || errno == ENOMEM)

@@ -62,7 +62,7 @@ static bool readDatabaseStatus(LanguageStatus *language)
         return false;
     walkTextDb(file, [&](std::string_view id, std::string_view text) {
         language->ids.emplace(id);
-        language->translated++;
+        ++language->translated;
         language->texts.push_back({countCharacters(text), std::string(id)});
     });
     const std::string name = language->path;

@@ -114,7 +114,7 @@ static void findBroken(const Template &source, TemplateFields *found)
     size_t next = 0; // the field that comes next
     for (size_t at = text.find("{?"); at != std::string_view::npos; at = text.find("{?", at + 2)) {
         while (next < source.fields.size() && source.fields[next].span.at < at)
-            next++;
+            ++next;
         if (next < source.fields.size() && source.fields[next].span.at == at)
             continue;
         const size_t end = text.find_first_of("{}\n", at + 2);

@@ -43,7 +43,7 @@ static void updateEntry(Update *update, po_message_t message, const PoEntry &sou
     if (!po_message_is_fuzzy(message)) // somebody has looked at it since
         setNote(&comments, NOTE_FORMER, nullptr);
     if (findNote(comments, NOTE_SOURCE, &shown) && shown != text && isTranslated) {
-        update->changed++;
+        ++update->changed;
         po_message_set_fuzzy(message, 1);
         if (!findNote(comments, NOTE_FORMER, nullptr))
             setNote(&comments, NOTE_FORMER, &shown);
@@ -70,7 +70,7 @@ static void addMissing(Update *update, po_message_iterator_t iterator, size_t fi
         updateEntry(update, message, source);
         po_message_insert(iterator, message);
         update->found[i] = true;
-        update->added++;
+        ++update->added;
     }
 }
 
@@ -86,7 +86,7 @@ static void updateMessages(Update *update, po_file_t target)
             updateEntry(update, message, update->source.entries[place->second]);
         } else if (*po_message_msgid(message) && !po_message_is_obsolete(message)) {
             po_message_set_obsolete(message, 1);
-            update->gone++;
+            ++update->gone;
         }
     }
     po_message_iterator_free(iterator);
@@ -116,7 +116,7 @@ static bool isSourceItself(const PoFile &target, const PoFile &source,
             return false;
         if (place == places.end())
             continue;
-        common++;
+        ++common;
         same += sourceText(source.entries[place->second]) == entry.text ? 1 : 0;
     }
     return common && same * 10 >= common * 9;
@@ -161,7 +161,7 @@ static void checkSource(PoFile *source)
         texts += entry.text.empty() ? 0 : 1;
         if (findNote(entry.comments, NOTE_SOURCE, &shown) && !entry.text.empty() &&
             shown != entry.text)
-            translations++;
+            ++translations;
     }
     if (translations > texts / 2)
         reportPo(source, 0, true, nullptr,
