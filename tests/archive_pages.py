@@ -1,4 +1,4 @@
-#!/usr/bin/env python3
+#!/usr/bin/python3
 """tests/archive_pages.py SOURCE COMMAND... - renders the examples of the documents, as
 tests/page_test.cpp does, with the program archive_host, which COMMAND starts. For C libraries
 that GoogleTest cannot be had for."""

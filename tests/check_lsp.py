@@ -1,4 +1,4 @@
-#!/usr/bin/env python3
+#!/usr/bin/python3
 """check_lsp.py ORV-CHECK SITE - a client of the language server, over a copy of the demo site."""
 import json
 import os

@@ -1,4 +1,4 @@
-#!/usr/bin/env bash
+#!/bin/bash
 # exports.sh LIBRARY MAP - the library exports the names of the map and no others,
 # and needs nothing but the C library (and a sanitizer's runtime).
 set -euo pipefail

@@ -34,8 +34,8 @@ TEST(Markup, Rows)
     };
     for (const auto &[page, closing, policy] : rows) {
         const Markup markup = readMarkup(page);
-        EXPECT_EQ(closing, markup.closing) << page;
-        EXPECT_EQ(closing.empty(), markup.open.empty()) << page;
-        EXPECT_EQ(policy, markup.policy) << page;
+        EXPECT_EQ(markup.closing, closing) << page;
+        EXPECT_EQ(markup.open.empty(), closing.empty()) << page;
+        EXPECT_EQ(markup.policy, policy) << page;
     }
 }

@@ -1,4 +1,4 @@
-#!/usr/bin/env python3
+#!/usr/bin/python3
 """tests/device/device.py IMAGE [GROUP]... - starts the virtual device, several times, and tests
 what runs there, beside the demo site that tools/serve.sh runs on this machine. GROUPS, at the
 end, has the names; without one all are tested."""

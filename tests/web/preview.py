@@ -139,7 +139,7 @@ def check_files(preview):
         ("plain.csv", 200, "text/csv; charset=utf-8", "<?xml ?><?echoes"),
         ("", 200, html, ">overview.htm</a>"),
         ("texts/", 200, html, ">de.po</a>"),
-        ("texts", 200, html, ">de.po</a>"), # led there
+        ("texts", 200, html, ">de.po</a>"),  # led there
         ("overview.htm", 200, html, "<h1>Overview</h1>"),
         ("style.css", 200, "text/css; charset=utf-8", "body"),
         ("in.css", 200, "text/css; charset=utf-8", "body"),
@@ -347,7 +347,7 @@ def check_hardships():
     try:
         events.read()
     except http.client.IncompleteRead:
-        pass # it has ended with the server
+        pass  # it has ended with the server
     check("nothing is left", [], [name for name in os.listdir(tempfile.gettempdir())
                                   if not name.startswith("org.chromium.")])
     with Preview("--port", port, "site") as preview:
@@ -363,7 +363,7 @@ with tempfile.TemporaryDirectory() as folder, tempfile.TemporaryDirectory() as t
     os.environ["TMPDIR"] = tempfile.tempdir
     os.chdir(folder)
     os.mkdir("bin")
-    shutil.copy(programs[0], "bin/orv-preview") # it looks for the others beside it
+    shutil.copy(programs[0], "bin/orv-preview")  # it looks for the others beside it
     os.symlink(programs[1], "bin/orv-textdb")
     write("bin/orv-check", f"#!/bin/sh\ncat <<'END'\n{json.dumps(FINDINGS, indent=1)}\nEND\n")
     os.chmod("bin/orv-check", 0o755)
