@@ -19,7 +19,7 @@ static std::string entry(const std::string &id, const std::string &text)
 
 static const std::string utf8Header = entry("", "Content-Type: text/plain; charset=UTF-8\\n");
 
-/* Runs the tool. Returns its errors, what it printed, "=" and its exit status. */
+// Runs the tool. Returns its errors, what it printed, "=" and its exit status.
 static std::string run(const std::string &arguments)
 {
     writeFile("lsan", "leak:libgettextpo"); // it loses a copy of the header entry
@@ -28,7 +28,7 @@ static std::string run(const std::string &arguments)
     return readFile("err") + readFile("out") + "=" + std::to_string(status);
 }
 
-/* Puts a small database into t.db. Returns its bytes. */
+// Puts a small database into t.db. Returns its bytes.
 static std::string buildOld()
 {
     writeFile("old.po", utf8Header + entry("old", "x"));
@@ -237,7 +237,7 @@ TEST(TextDbTool, WarnsOfTextsThatBreakPages)
     }
 }
 
-/* Three rounds of changes of the source, with gettext's own tools in between. */
+// Three rounds of changes of the source, with gettext's own tools in between.
 TEST(TextDbTool, FollowsTheSource)
 {
     const std::string en = "# orv-check: used e.*: a program.\n" + utf8Header;
@@ -394,8 +394,8 @@ TEST(TextDbFile, KeepsTheLimitsOfTheFormat)
     entries.push_back({id, "y", 0});
     EXPECT_STREQ(buildTextDb(entries, &file, &culprit),
                  "its place would lie beyond the 1073741823 bytes that a database can address");
-    EXPECT_EQ(culprit, 16u);
+    EXPECT_EQ(culprit, 16U);
     EXPECT_EQ(buildTextDb(std::span(entries).last(1), &file, &culprit), nullptr);
-    EXPECT_EQ(checkTextDb(file).records, 4u); // the label is cut into a chain of three
+    EXPECT_EQ(checkTextDb(file).records, 4U); // the label is cut into a chain of three
     walkTextDb(file, [&](std::string_view found, std::string_view) { EXPECT_EQ(found, id); });
 }

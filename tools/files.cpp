@@ -12,7 +12,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-/* Makes a rename in the folder of path last. */
+// Makes a rename in the folder of path last.
 static bool syncFolder(const std::string &path)
 {
     const size_t slash = path.rfind('/');
@@ -68,8 +68,8 @@ bool writeAll(int fd, std::string_view bytes)
     return true;
 }
 
-/* Returns the path behind the links that path leads through, also when there is
- * nothing yet. */
+// Returns the path behind the links that path leads through, also when there is
+// nothing yet.
 static std::string followLinks(std::string path)
 {
     static constexpr int MAX_LINKS = 40; // as the system follows
@@ -88,8 +88,8 @@ static std::string followLinks(std::string path)
     return path;
 }
 
-/* Gives a new file the mode and owner of the old one, or the usual mode when there
- * is none. */
+// Gives a new file the mode and owner of the old one, or the usual mode when there
+// is none.
 static bool takeModeAndOwner(int fd, const struct stat *old)
 {
     if (old)
@@ -99,8 +99,8 @@ static bool takeModeAndOwner(int fd, const struct stat *old)
     return fchmod(fd, 0666 & ~mask) == 0;
 }
 
-/* Makes the new file beside its place. Returns false when that fails; errno tells
- * why. */
+// Makes the new file beside its place. Returns false when that fails; errno tells
+// why.
 static bool writeBeside(char *path, const struct stat *old, std::string_view bytes)
 {
     const int fd = mkstemp(path);

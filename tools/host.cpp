@@ -21,9 +21,9 @@ static Host &hostOf(const Interpreter *interpreter)
     return *static_cast<Host *>(Orv_Interpreter_HostData(interpreter));
 }
 
-/* Reports a problem with subject (a path, a query), in one line whatever bytes that
- * and the template's name consist of.
- * interpreter: whose place is named in front, null when it says nothing. */
+// Reports a problem with subject (a path, a query), in one line whatever bytes that
+// and the template's name consist of.
+// interpreter: whose place is named in front, null when it says nothing.
 static void report(Host &host, const Interpreter *interpreter, const char *what,
                    const char *subject, const char *reason)
 {
@@ -44,7 +44,7 @@ static void report(Host &host, const Interpreter *interpreter, const char *what,
     ++host.problems;
 }
 
-/* Whether a step of path leads to the parent folder. */
+// Whether a step of path leads to the parent folder.
 static bool hasParentStep(const char *path)
 {
     for (const char *at = strstr(path, ".."); at; at = strstr(at + 1, ".."))
@@ -93,7 +93,7 @@ static int32_t openTemplate(Interpreter *interpreter, const char *path)
     return openReporting(hostOf(interpreter), path);
 }
 
-/* Lets a statement read tables and compute, and nothing else. */
+// Lets a statement read tables and compute, and nothing else.
 static int authorize(void *, int action, const char *, const char *function, const char *,
                      const char *)
 {
@@ -109,8 +109,8 @@ static int authorize(void *, int action, const char *, const char *function, con
     }
 }
 
-/* Binds each :name to the request's newest variable of that name. One that is
- * not set stays NULL. Returns null, or why it cannot be done. */
+// Binds each :name to the request's newest variable of that name. One that is
+// not set stays NULL. Returns null, or why it cannot be done.
 static const char *bindVariables(const Host &host, sqlite3_stmt *statement)
 {
     for (int i = 1; i <= sqlite3_bind_parameter_count(statement); ++i) {
@@ -127,8 +127,8 @@ static const char *bindVariables(const Host &host, sqlite3_stmt *statement)
     return nullptr;
 }
 
-/* Returns the statement of a query, bound and owned by the caller; null after a
- * report when it is not one statement that only reads. */
+// Returns the statement of a query, bound and owned by the caller; null after a
+// report when it is not one statement that only reads.
 static sqlite3_stmt *prepareQuery(Host &host, const Interpreter *interpreter, const char *query)
 {
     sqlite3_stmt *statement = nullptr;
@@ -164,8 +164,8 @@ static void freeRows(QueryRow *last)
     }
 }
 
-/* Appends the statement's current row. Returns it, now the last; null when
- * memory ran out, and the list is then as before. */
+// Appends the statement's current row. Returns it, now the last; null when
+// memory ran out, and the list is then as before.
 static QueryRow *appendRow(QueryRow *last, sqlite3_stmt *statement, int32_t columns)
 {
     QueryRow *row = static_cast<QueryRow *>(calloc(1, sizeof(QueryRow)));
@@ -226,19 +226,19 @@ static int32_t reportError(Interpreter *interpreter, const char **message)
     return *message ? 1 : 0;
 }
 
-/* From now on the connection only reads. The transaction begins to hold at the first
- * query: all of a page read one state. Returns what SQLite does. */
+// From now on the connection only reads. The transaction begins to hold at the first
+// query: all of a page read one state. Returns what SQLite does.
 static int restrictToReading(sqlite3 *db)
 {
     int status = sqlite3_exec(db, "pragma query_only = on; begin", nullptr, nullptr, nullptr);
     return status == SQLITE_OK ? sqlite3_set_authorizer(db, authorize, nullptr) : status;
 }
 
-/* Opens the database and reads from it once, since SQLite itself looks at a file
- * no sooner. An absolute path cannot be taken for one of SQLite's special names.
- * The connection may write where the file can be written to, for one thing: when a
- * program was killed while it saved, the first to read afterwards must undo what it
- * left half done. Statements cannot write: see query_only and authorize. */
+// Opens the database and reads from it once, since SQLite itself looks at a file
+// no sooner. An absolute path cannot be taken for one of SQLite's special names.
+// The connection may write where the file can be written to, for one thing: when a
+// program was killed while it saved, the first to read afterwards must undo what it
+// left half done. Statements cannot write: see query_only and authorize.
 static bool openDatabase(Host &host, const char *dbFile)
 {
     char resolved[PATH_MAX];

@@ -6,10 +6,10 @@
 
 #include <getopt.h>
 
-/* What getopt calls the row of an option: beyond every letter. */
+// What getopt calls the row of an option: beyond every letter.
 static constexpr int FIRST_ROW = 256;
 
-/* Returns the row that getopt means. */
+// Returns the row that getopt means.
 static size_t rowOf(int key, std::span<const OptionRow> rows)
 {
     if (key >= FIRST_ROW)

@@ -74,14 +74,14 @@ enum OptionNumber : size_t {
     OPT_VERSION
 };
 
-/* In the order of OptionNumber. */
+// In the order of OptionNumber.
 static constexpr OptionRow optionRows[] = {
     {"set", 0, true},         {"docroot", 0, true}, {"root", 0, true},     {"lang", 0, true},
     {"error", 0, true},       {"db", 0, true},      {"tooltips", 0, true}, {"output", 0, true},
     {"unbuffered", 0, false}, {"log", 0, false},    {"help", 0, false},    {"version", 0, false},
 };
 
-/* Prints a text on standard output and returns the exit status. */
+// Prints a text on standard output and returns the exit status.
 static int print(const char *text)
 {
     if (fputs(text, stdout) >= 0 && fflush(stdout) == 0)
@@ -89,7 +89,7 @@ static int print(const char *text)
     return complain(NO_PAGE, "cannot write standard output: %s", strerror(errno));
 }
 
-/* Looks at the command line. Returns -1 to go on, else the exit status. */
+// Looks at the command line. Returns -1 to go on, else the exit status.
 static int checkOptions(const CommandLine &options)
 {
     if (!options.problem.empty())
@@ -110,8 +110,8 @@ static int checkOptions(const CommandLine &options)
     return -1;
 }
 
-/* Gives each standard descriptor that is closed a place that no file opened later
- * can take. Returns whether standard output was open. */
+// Gives each standard descriptor that is closed a place that no file opened later
+// can take. Returns whether standard output was open.
 static bool holdStandardDescriptors()
 {
     bool isOpen = fcntl(STDOUT_FILENO, F_GETFD) >= 0;
@@ -124,7 +124,7 @@ static bool holdStandardDescriptors()
     return isOpen;
 }
 
-/* Returns all that was written to a file in memory. */
+// Returns all that was written to a file in memory.
 static std::string readAll(int fd)
 {
     std::string text;
@@ -135,14 +135,14 @@ static std::string readAll(int fd)
     return text;
 }
 
-/* How many errors and warnings the library has reported so far. */
+// How many errors and warnings the library has reported so far.
 static int32_t countProblems()
 {
     return Orv_Interpreter_LogCount(ORV_LOG_WARNING) + Orv_Interpreter_LogCount(ORV_LOG_ERROR);
 }
 
-/* Puts a file in memory with all that standard input gives into its place: templates
- * are mapped. Returns false when it cannot be read; errno tells why. */
+// Puts a file in memory with all that standard input gives into its place: templates
+// are mapped. Returns false when it cannot be read; errno tells why.
 static bool keepStandardInput()
 {
     std::string text;
@@ -157,7 +157,7 @@ static bool keepStandardInput()
     return isKept;
 }
 
-/* Sets the variables of the command line. Returns -1 to go on, else the exit status. */
+// Sets the variables of the command line. Returns -1 to go on, else the exit status.
 static int setVariables(Host &host, Interpreter *interpreter, const CommandLine &options)
 {
     for (const char *variable : options.values[OPT_SET]) {
@@ -169,9 +169,9 @@ static int setVariables(Host &host, Interpreter *interpreter, const CommandLine 
     return -1;
 }
 
-/* Whether the page is collected in memory and written at the end, by us: then a
- * failed write is noticed, which the interpreter passes over. A pipe or terminal
- * gets the page at once; when a pipe's reader is gone, the signal ends us. */
+// Whether the page is collected in memory and written at the end, by us: then a
+// failed write is noticed, which the interpreter passes over. A pipe or terminal
+// gets the page at once; when a pipe's reader is gone, the signal ends us.
 static bool collectsPage(const CommandLine &options)
 {
     struct stat status;
@@ -181,7 +181,7 @@ static bool collectsPage(const CommandLine &options)
            !S_ISSOCK(status.st_mode) && !isatty(STDOUT_FILENO);
 }
 
-/* Writes the collected page to where it belongs. Returns false after a line. */
+// Writes the collected page to where it belongs. Returns false after a line.
 static bool writePage(int startDir, const char *output, int page)
 {
     int fd = STDOUT_FILENO;
@@ -199,7 +199,7 @@ static bool writePage(int startDir, const char *output, int page)
     return isWritten;
 }
 
-/* Says why the page is missing or broken off. Returns the exit status. */
+// Says why the page is missing or broken off. Returns the exit status.
 static int explainResult(const Host &host, const CommandLine &options,
                          const Interpreter *interpreter, int32_t result, bool logs)
 {
@@ -219,8 +219,8 @@ static int explainResult(const Host &host, const CommandLine &options,
                     line);
 }
 
-/* Runs the template with the descriptors at hand: page, where it goes, and log,
- * -1 without --log. Returns the exit status, after a line for a missing page. */
+// Runs the template with the descriptors at hand: page, where it goes, and log,
+// -1 without --log. Returns the exit status, after a line for a missing page.
 static int runPage(Host &host, const CommandLine &options, int page, int log)
 {
     Interpreter *interpreter = hostInterpreter(host);
@@ -240,7 +240,7 @@ static int runPage(Host &host, const CommandLine &options, int page, int log)
     return status;
 }
 
-/* Renders the page, writes it if it was collected, and prints the log. */
+// Renders the page, writes it if it was collected, and prints the log.
 static int renderPage(Host &host, const CommandLine &options, int startDir)
 {
     bool collects = collectsPage(options);
@@ -264,8 +264,8 @@ static int renderPage(Host &host, const CommandLine &options, int startDir)
     return status;
 }
 
-/* A root of our own with a kernel command line that asks for tooltips, and links
- * to the texts of the real one. It is gone with the record. */
+// A root of our own with a kernel command line that asks for tooltips, and links
+// to the texts of the real one. It is gone with the record.
 struct TooltipRoot {
     std::string path;
 
@@ -277,7 +277,7 @@ struct TooltipRoot {
     }
 };
 
-/* Returns whether the root could be made; errno tells why not. */
+// Returns whether the root could be made; errno tells why not.
 static bool makeTooltipRoot(TooltipRoot &made, const char *root, const char *mode)
 {
     std::error_code error;
@@ -299,8 +299,8 @@ static bool makeTooltipRoot(TooltipRoot &made, const char *root, const char *mod
     return !cmdline.fail();
 }
 
-/* Resolves what is relative to the caller's directory, then enters the document
- * root and renders. */
+// Resolves what is relative to the caller's directory, then enters the document
+// root and renders.
 static int run(const CommandLine &options, bool hasStandardOutput)
 {
     static char root[PATH_MAX]; // systemRoot must outlive the interpreter

@@ -16,7 +16,7 @@
 #include "fieldid.h"
 #include "files.h"
 
-/* What is learned from a PO file's bytes, besides what gettext's library tells. */
+// What is learned from a PO file's bytes, besides what gettext's library tells.
 struct PoSource {
     std::vector<size_t> lines; // of each entry's msgid, in the order of the file
     size_t zeroLine;           // of the first zero byte, plain or escaped; or 0
@@ -24,34 +24,34 @@ struct PoSource {
     bool isAscii;
 };
 
-/* A reading in progress. */
+// A reading in progress.
 struct Reading {
     PoFile *po;
     std::string_view bytes;
     const PoSource *source;
 };
 
-/* The functions that gettext's library calls carry no pointer of ours. */
+// The functions that gettext's library calls carry no pointer of ours.
 static Reading *current;
 
-/* So many errors of gettext's library are told: one leads to others, and in a file that is
- * no PO file each word is one. */
+// So many errors of gettext's library are told: one leads to others, and in a file that is
+// no PO file each word is one.
 static constexpr size_t MAX_SYNTAX_ERRORS = 10;
 
 static constexpr std::string_view NOTE_START = "orv-textdb: ";
 
-/* Has gettext's library take bytes one by one, by variables of its own: else it asks
- * iconv about each character of a file, which is half of its time. It looks for quotes,
- * backslashes and line ends, and none of them is a part of a longer character of UTF-8.
- * What is not UTF-8 is found here. */
+// Has gettext's library take bytes one by one, by variables of its own: else it asks
+// iconv about each character of a file, which is half of its time. It looks for quotes,
+// backslashes and line ends, and none of them is a part of a longer character of UTF-8.
+// What is not UTF-8 is found here.
 static void takeBytes()
 {
     setenv("OLD_PO_FILE_INPUT", "yes", 1);
     setenv("OLD_PO_FILE_OUTPUT", "yes", 1);
 }
 
-/* Returns the length of the UTF-8 character that text begins with, 0 when its
- * bytes are none. */
+// Returns the length of the UTF-8 character that text begins with, 0 when its
+// bytes are none.
 static size_t utf8Length(std::string_view text)
 {
     const auto byte = [&](size_t i) {
@@ -73,7 +73,7 @@ static size_t utf8Length(std::string_view text)
     return length;
 }
 
-/* Takes a message of gettext's library. May not return from a fatal one. */
+// Takes a message of gettext's library. May not return from a fatal one.
 static void onError(int severity, po_message_t message, const char *path, size_t line,
                     size_t /*column*/, int /*multiline*/, const char *text)
 {
@@ -92,8 +92,8 @@ static void onError(int severity, po_message_t message, const char *path, size_t
         exit(EXIT_FAILURE);
 }
 
-/* Returns what a digit of an octal or hexadecimal escape stands for, 16 for any
- * other character. */
+// Returns what a digit of an octal or hexadecimal escape stands for, 16 for any
+// other character.
 static unsigned digitValue(char c)
 {
     if (c >= '0' && c <= '9')
@@ -102,8 +102,8 @@ static unsigned digitValue(char c)
     return lower >= 'a' && lower <= 'f' ? static_cast<unsigned>(lower - 'a') + 10 : 16;
 }
 
-/* Moves *pos from a string's opening quote past its end. Returns whether the
- * string has an escape that stands for a zero byte. */
+// Moves *pos from a string's opening quote past its end. Returns whether the
+// string has an escape that stands for a zero byte.
 static bool passString(std::string_view bytes, size_t *pos)
 {
     bool zero = false;
@@ -127,7 +127,7 @@ static bool passString(std::string_view bytes, size_t *pos)
     return zero;
 }
 
-/* Returns the offset of the first byte that is not UTF-8. */
+// Returns the offset of the first byte that is not UTF-8.
 static size_t findStrange(std::string_view bytes)
 {
     for (size_t pos = 0; pos < bytes.size();) {
@@ -140,7 +140,7 @@ static size_t findStrange(std::string_view bytes)
     return std::string_view::npos;
 }
 
-/* Returns the line of a byte, or 0 for no byte. */
+// Returns the line of a byte, or 0 for no byte.
 static size_t lineOf(std::string_view bytes, size_t offset)
 {
     if (offset == std::string_view::npos)
@@ -154,8 +154,8 @@ static bool isWord(char c)
     return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || c == '_';
 }
 
-/* Finds what gettext's library keeps to itself: the line of each entry; zero
- * bytes, at which it would cut a text; and what is not UTF-8. */
+// Finds what gettext's library keeps to itself: the line of each entry; zero
+// bytes, at which it would cut a text; and what is not UTF-8.
 static PoSource scanPo(std::string_view bytes)
 {
     PoSource source = {{},
@@ -187,7 +187,7 @@ static PoSource scanPo(std::string_view bytes)
     return source;
 }
 
-/* Returns the comments behind the last entry. Those of obsolete entries belong to them. */
+// Returns the comments behind the last entry. Those of obsolete entries belong to them.
 static std::string_view tailOf(std::string_view bytes)
 {
     size_t start = bytes.size();
@@ -201,7 +201,7 @@ static std::string_view tailOf(std::string_view bytes)
     return bytes.substr(std::min(bytes.find('#', start), bytes.size()));
 }
 
-/* Takes the line at the front of *text off it. */
+// Takes the line at the front of *text off it.
 static std::string_view takeLine(std::string_view *text)
 {
     const std::string_view line = text->substr(0, text->find('\n'));
@@ -209,7 +209,7 @@ static std::string_view takeLine(std::string_view *text)
     return line;
 }
 
-/* Returns the line where an id stands first, 0 when it cannot be told. */
+// Returns the line where an id stands first, 0 when it cannot be told.
 static size_t firstLineOf(const Reading &reading, std::string_view id)
 {
     const std::string wanted = quotePo(id);
@@ -224,8 +224,8 @@ static size_t firstLineOf(const Reading &reading, std::string_view id)
     return 0;
 }
 
-/* Takes a message about an entry that is defined twice. The library hands over the
- * first entry, but not its place. */
+// Takes a message about an entry that is defined twice. The library hands over the
+// first entry, but not its place.
 static void onError2(int severity, po_message_t message, const char *path, size_t line,
                      size_t column, int multiline, const char *text, po_message_t first,
                      const char * /*path2*/, size_t /*line2*/, size_t /*column2*/,
@@ -238,7 +238,7 @@ static void onError2(int severity, po_message_t message, const char *path, size_
     onError(severity, message ? message : first, path, line, column, multiline, joined.c_str());
 }
 
-/* Refuses a PO file whose texts are not UTF-8, or that has domains. */
+// Refuses a PO file whose texts are not UTF-8, or that has domains.
 static void checkWhole(PoFile *po, const PoSource &source)
 {
     const std::string type = headerField(*po, "Content-Type");
@@ -263,7 +263,7 @@ static void checkWhole(PoFile *po, const PoSource &source)
                      "texts of the domain " + quotePo(*domain) + ": a database has no domains");
 }
 
-/* Returns what is wrong with the form of a file's bytes as a whole, or null. */
+// Returns what is wrong with the form of a file's bytes as a whole, or null.
 static const char *strangeForm(std::string_view bytes)
 {
     if (bytes.starts_with("\xef\xbb\xbf"))
@@ -277,7 +277,7 @@ static const char *strangeForm(std::string_view bytes)
     return nullptr;
 }
 
-/* Takes one entry, reports why not, or passes over it. */
+// Takes one entry, reports why not, or passes over it.
 static void takeEntry(PoFile *po, po_message_t message, size_t line)
 {
     const std::string_view id = po_message_msgid(message);
@@ -304,7 +304,7 @@ static void takeEntry(PoFile *po, po_message_t message, size_t line)
                                findNote(comments, NOTE_EMPTY, nullptr), comments, message});
 }
 
-/* Takes all entries. lines: of their msgids, in order. */
+// Takes all entries. lines: of their msgids, in order.
 static void takeEntries(PoFile *po, const std::vector<size_t> &lines)
 {
     po_message_iterator_t iterator = po_message_iterator(po->file, nullptr);
@@ -364,7 +364,7 @@ void freePo(PoFile *po)
     *po = {};
 }
 
-/* Returns a text without quotes and escapes, as quotePo made it. */
+// Returns a text without quotes and escapes, as quotePo made it.
 static std::string unquote(std::string_view quotedText)
 {
     std::string text;
@@ -386,8 +386,8 @@ static std::string unquote(std::string_view quotedText)
     return text;
 }
 
-/* Whether a line of a comment is a note, with that word unless it is empty.
- * text: out, what follows the word. */
+// Whether a line of a comment is a note, with that word unless it is empty.
+// text: out, what follows the word.
 static bool isNote(std::string_view line, std::string_view word, std::string_view *text)
 {
     line.remove_prefix(std::min(line.find_first_not_of(' '), line.size()));

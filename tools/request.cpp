@@ -24,8 +24,8 @@ static char toSmall(char c)
     return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
 }
 
-/* Cuts text in front of the first end, or takes all of it. Text becomes the rest
- * behind that end. */
+// Cuts text in front of the first end, or takes all of it. Text becomes the rest
+// behind that end.
 static string_view cutAt(string_view &text, char end)
 {
     string_view part = text.substr(0, text.find(end));
@@ -41,7 +41,7 @@ static string_view trim(string_view text)
     return text.substr(first, text.find_last_not_of(" \t") - first + 1);
 }
 
-/* Returns the value of a hexadecimal digit, -1 when c is none. */
+// Returns the value of a hexadecimal digit, -1 when c is none.
 static int hexValue(char c)
 {
     if (isDigit(c))
@@ -50,9 +50,9 @@ static int hexValue(char c)
     return c >= 'a' && c <= 'f' ? c - 'a' + 10 : -1;
 }
 
-/* Returns the length of the UTF-8 character that text begins with; 0 when it is cut
- * short or longer than it need be, a surrogate, beyond U+10FFFF, or a zero byte,
- * which would end the text early. */
+// Returns the length of the UTF-8 character that text begins with; 0 when it is cut
+// short or longer than it need be, a surrogate, beyond U+10FFFF, or a zero byte,
+// which would end the text early.
 static size_t characterLength(string_view text)
 {
     static constexpr unsigned smallest[] = {1, 0x80, 0x800, 0x10000};
@@ -135,8 +135,8 @@ FormResult decodeForm(string_view form, std::vector<FormField> &fields)
     return result;
 }
 
-/* Cuts off what is before the first end, behind which rest then stands. Returns false
- * when there is none. */
+// Cuts off what is before the first end, behind which rest then stands. Returns false
+// when there is none.
 static bool cutAtText(string_view &rest, string_view end, string_view &before)
 {
     size_t at = rest.find(end);
@@ -147,7 +147,7 @@ static bool cutAtText(string_view &rest, string_view end, string_view &before)
     return true;
 }
 
-/* Takes a part, its headers and its value, apart. */
+// Takes a part, its headers and its value, apart.
 static FormResult decodePart(string_view part, FormField &field)
 {
     string_view headers;
@@ -208,8 +208,8 @@ string_view findCookie(string_view header, string_view name)
     return {};
 }
 
-/* Returns the weight of a language in thousandths from its parameters, such as
- * "q=0.8": 1000 without one, 0 for one that is malformed. */
+// Returns the weight of a language in thousandths from its parameters, such as
+// "q=0.8": 1000 without one, 0 for one that is malformed.
 static int readWeight(string_view parameters)
 {
     string_view text = trim(parameters);

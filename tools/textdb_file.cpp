@@ -17,12 +17,12 @@ static constexpr uint32_t MAX_VALUE_DISTANCE = (1u << 12) - 1;
 static constexpr uint32_t MAX_LABEL_OFFSET = (1u << 30) - 1;
 static constexpr uint32_t MORE_SIBLINGS = 1u << 30;
 
-/* The header that buildTextDb writes: these bytes, then version and number of
- * records in four bytes each. Readers skip it. */
+// The header that buildTextDb writes: these bytes, then version and number of
+// records in four bytes each. Readers skip it.
 static constexpr std::string_view MAGIC("orvtext\0", 8);
 static constexpr uint32_t VERSION = 1;
 
-/* A record's fields, as docs/textdb.md lists them. */
+// A record's fields, as docs/textdb.md lists them.
 struct Record {
     uint32_t firstChild;
     uint32_t valueDistance;
@@ -56,10 +56,10 @@ static Record recordAt(std::string_view file, size_t index)
     return {low & MAX_CHILD_INDEX, low >> 20, high & MAX_LABEL_OFFSET, (high & MORE_SIBLINGS) != 0};
 }
 
-/* ---- Layout ---- */
+// ---- Layout ----
 
-/* A record to be. Its key is the common beginning, keyLength bytes long, of the
- * ids of entries [first, last); its label is the last labelLength bytes of it. */
+// A record to be. Its key is the common beginning, keyLength bytes long, of the
+// ids of entries [first, last); its label is the last labelLength bytes of it.
 struct BuildNode {
     size_t first;
     size_t last;
@@ -70,8 +70,8 @@ struct BuildNode {
     bool more;
 };
 
-/* Length of the beginning that all ids of entries [first, last) share: what the
- * first and the last share, as they are sorted. */
+// Length of the beginning that all ids of entries [first, last) share: what the
+// first and the last share, as they are sorted.
 static size_t sharedLength(std::span<const TextEntry> entries, size_t first, size_t last)
 {
     const std::string_view a = entries[first].id;
@@ -85,9 +85,9 @@ static bool hasText(std::span<const TextEntry> entries, const BuildNode &node)
     return node.first < node.last && entries[node.first].id.size() == node.keyLength;
 }
 
-/* Appends the children of nodes[parent]: one for each byte that follows its key.
- * A label is cut so that the text behind it stays within the value distance; the
- * rest of a longer one goes to a child of its own. */
+// Appends the children of nodes[parent]: one for each byte that follows its key.
+// A label is cut so that the text behind it stays within the value distance; the
+// rest of a longer one goes to a child of its own.
 static void appendChildren(std::span<const TextEntry> entries, std::vector<BuildNode> *nodes,
                            size_t parent)
 {
@@ -109,9 +109,9 @@ static void appendChildren(std::span<const TextEntry> entries, std::vector<Build
     }
 }
 
-/* Gives each node its place among the strings.
- * Returns the size of records and strings, or 0 when the node of index *culprit
- * cannot be placed. */
+// Gives each node its place among the strings.
+// Returns the size of records and strings, or 0 when the node of index *culprit
+// cannot be placed.
 static size_t placeStrings(std::span<const TextEntry> entries, std::vector<BuildNode> *nodes,
                            size_t *culprit)
 {
@@ -177,11 +177,11 @@ const char *buildTextDb(std::span<const TextEntry> entries, std::string *file, s
     return nullptr;
 }
 
-/* ---- Check ---- */
+// ---- Check ----
 
-/* A check in progress. The file does not say how many records it has: the array
- * ends where the first of the strings begins, and that is known only from the
- * labels of the records that have been looked at. */
+// A check in progress. The file does not say how many records it has: the array
+// ends where the first of the strings begins, and that is known only from the
+// labels of the records that have been looked at.
 struct Check {
     std::string_view file;
     std::string_view area;     // the file from its first record on
@@ -197,8 +197,8 @@ static void addFault(Check *check, size_t record, std::string problem)
         {recordOffset(record), "record " + std::to_string(record) + ": " + std::move(problem)});
 }
 
-/* Finds the string at offset, without its zero byte. Adds a fault and returns
- * false when it does not lie within the file. */
+// Finds the string at offset, without its zero byte. Adds a fault and returns
+// false when it does not lie within the file.
 static bool stringAt(Check *check, size_t record, const char *what, size_t offset,
                      std::string_view *string)
 {
@@ -243,8 +243,8 @@ static void checkStrings(Check *check, size_t index)
     stringAt(check, index, "value", size_t{record.labelOffset} + record.valueDistance, &value);
 }
 
-/* Compares a sibling's first byte with that of the record before it. Labels that
- * lie outside the file are left to checkStrings. */
+// Compares a sibling's first byte with that of the record before it. Labels that
+// lie outside the file are left to checkStrings.
 static void checkOrder(Check *check, size_t index)
 {
     const uint32_t before = recordAt(check->file, index - 1).labelOffset;
@@ -259,7 +259,7 @@ static void checkOrder(Check *check, size_t index)
         addFault(check, index, "label comes before that of its sibling before it");
 }
 
-/* Puts the children of a record into the queue. */
+// Puts the children of a record into the queue.
 static void checkChildren(Check *check, size_t parent)
 {
     const size_t first = recordAt(check->file, parent).firstChild;
@@ -285,8 +285,8 @@ static void checkChildren(Check *check, size_t parent)
     }
 }
 
-/* Looks at the records that nothing leads to: a fault, unless they fill the
- * space between the last record and the strings with zeros. */
+// Looks at the records that nothing leads to: a fault, unless they fill the
+// space between the last record and the strings with zeros.
 static void checkGaps(Check *check)
 {
     const size_t end = std::min(check->reached.size(), check->stringsStart / RECORD_SIZE);
@@ -345,7 +345,7 @@ bool isTextDb(std::string_view file)
     return file.starts_with(MAGIC) || checkTextDb(file).faults.empty();
 }
 
-/* ---- Listing ---- */
+// ---- Listing ----
 
 void walkTextDb(std::string_view file,
                 const std::function<void(std::string_view id, std::string_view text)> &visit)

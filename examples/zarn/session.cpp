@@ -72,7 +72,7 @@ string requestOrigin()
     return host == string::npos ? "" : referer.substr(0, referer.find('/', host + 3));
 }
 
-/* Whether host, without its port, is an address or a name of this device. */
+// Whether host, without its port, is an address or a name of this device.
 static bool isOwnName(sqlite3 *db, const string &host, const string &names)
 {
     unsigned char address[sizeof(in6_addr)];

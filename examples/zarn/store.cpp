@@ -20,8 +20,8 @@ static const char *argumentText(sqlite3_value *value)
     return reinterpret_cast<const char *>(sqlite3_value_text(value));
 }
 
-/* Returns the hash of a password under a setting, which an older hash is too, borrowed
- * from work; null when it cannot be made. */
+// Returns the hash of a password under a setting, which an older hash is too, borrowed
+// from work; null when it cannot be made.
 static const char *hash(const char *password, const char *setting, crypt_data *work)
 {
     memset(work, 0, sizeof *work);
@@ -72,7 +72,7 @@ sqlite3 *storeOpen(const char *file)
     return nullptr;
 }
 
-/* Binds each :name to its value; they must outlive the statement. */
+// Binds each :name to its value; they must outlive the statement.
 static int bindParameters(sqlite3_stmt *statement, const std::vector<FormField> &parameters)
 {
     int status = SQLITE_OK;
@@ -94,8 +94,8 @@ static void addRow(sqlite3_stmt *statement, Rows &rows)
     rows.push_back(std::move(row));
 }
 
-/* Runs the first statement at *rest and moves on behind it. Returns SQLITE_DONE, also
- * where there is none, or what went wrong. */
+// Runs the first statement at *rest and moves on behind it. Returns SQLITE_DONE, also
+// where there is none, or what went wrong.
 static int runStatement(sqlite3 *db, const char **rest, const std::vector<FormField> &parameters,
                         Rows &rows)
 {

@@ -142,8 +142,8 @@ static string fieldOr(const Exchange &x, const char *name, const char *otherwise
     return value ? *value : otherwise;
 }
 
-/* Returns the row of kinds that a page's name ends in; null for none, and for a name
- * that could lead elsewhere. */
+// Returns the row of kinds that a page's name ends in; null for none, and for a name
+// that could lead elsewhere.
 static const auto *findKind(const string &page)
 {
     for (const auto &kind : kinds)
@@ -152,13 +152,13 @@ static const auto *findKind(const string &page)
     return static_cast<decltype(&kinds[0])>(nullptr);
 }
 
-/* Returns the name of the script that answers a page's forms. */
+// Returns the name of the script that answers a page's forms.
 static string scriptName(const string &page)
 {
     return page.substr(0, page.rfind('.')) + ".sql";
 }
 
-/* Reads the body of a POST into the fields. Returns OK, or the status that refuses it. */
+// Reads the body of a POST into the fields. Returns OK, or the status that refuses it.
 static int readBody(Exchange &x)
 {
     string type = fromEnvironment("CONTENT_TYPE");
@@ -178,7 +178,7 @@ static int readBody(Exchange &x)
     return result == FORM_DONE ? OK : result == FORM_BAD ? BAD_REQUEST : TOO_LARGE;
 }
 
-/* Reads the request. Returns OK, or the status that refuses it. */
+// Reads the request. Returns OK, or the status that refuses it.
 static int readRequest(Exchange &x, Host &host)
 {
     string method = fromEnvironment("REQUEST_METHOD");
@@ -208,8 +208,8 @@ static bool useLanguage(Exchange &x, string_view code)
     return true;
 }
 
-/* Takes the first language that there are texts for: the parameter's, the cookie's,
- * or one that the browser is set to. */
+// Takes the first language that there are texts for: the parameter's, the cookie's,
+// or one that the browser is set to.
 static void chooseLanguage(Exchange &x)
 {
     const string *wanted = findField(x.fields, "lang");
@@ -222,7 +222,7 @@ static void chooseLanguage(Exchange &x)
             return;
 }
 
-/* Shows the login page in the place of the one that was asked for. */
+// Shows the login page in the place of the one that was asked for.
 static void askToLogIn(Exchange &x)
 {
     x.status = FORBIDDEN;
@@ -231,8 +231,8 @@ static void askToLogIn(Exchange &x)
     x.backMethod = x.isPost ? "post" : "get";
 }
 
-/* Goes on with what the login page was in the way of. A form is not carried out now, but
- * shown with what was typed. */
+// Goes on with what the login page was in the way of. A form is not carried out now, but
+// shown with what was typed.
 static void goBack(Exchange &x, Host &host)
 {
     string query;
@@ -254,8 +254,8 @@ static void goBack(Exchange &x, Host &host)
     x.location = x.back + query;
 }
 
-/* Returns a script with the scripts in their places that it reads by lines ".read NAME",
- * as sqlite3 has them, too. */
+// Returns a script with the scripts in their places that it reads by lines ".read NAME",
+// as sqlite3 has them, too.
 static string readScript(const string &name)
 {
     static constexpr string_view read = ".read ";
@@ -266,8 +266,8 @@ static string readScript(const string &name)
     return script;
 }
 
-/* Runs the page's script over the form. newSecret and newToken: of the session that it
- * may begin. */
+// Runs the page's script over the form. newSecret and newToken: of the session that it
+// may begin.
 static ScriptResult runFormScript(Exchange &x, const string &newSecret, const string &newToken)
 {
     string script = readScript(scriptName(x.page));
@@ -310,7 +310,7 @@ static void carryOut(Exchange &x, Host &host)
     }
 }
 
-/* Answers a form. */
+// Answers a form.
 static void answerPost(Exchange &x, Host &host)
 {
     bool isLogin = x.page == loginPage;
@@ -329,7 +329,7 @@ static void answerPost(Exchange &x, Host &host)
     }
 }
 
-/* Decides what the answer is to a request that was read with that status. */
+// Decides what the answer is to a request that was read with that status.
 static void decide(Exchange &x, Host &host, int status)
 {
     string secret(findCookie(fromEnvironment("HTTP_COOKIE"), sessionCookie));
@@ -356,7 +356,7 @@ static string lookUp(const string &id)
     return text ? text : id;
 }
 
-/* Gathers the variables of the page that is shown, the program's own last. */
+// Gathers the variables of the page that is shown, the program's own last.
 static std::vector<HostVariable> pageVariables(const Exchange &x)
 {
     std::vector<HostVariable> all;
@@ -394,8 +394,8 @@ static std::vector<HostVariable> pageVariables(const Exchange &x)
     return all;
 }
 
-/* Returns what the error box says: what no field of the form is to blame for, or that
- * fields are marked. Empty when nothing is wrong. */
+// Returns what the error box says: what no field of the form is to blame for, or that
+// fields are marked. Empty when nothing is wrong.
 static string errorText(const Exchange &x)
 {
     if (x.problems.empty())
@@ -425,12 +425,12 @@ static void printHeaders(const Exchange &x)
                languageCookie, x.language.c_str());
 }
 
-/* Runs the template that is shown into a file in memory: the database is free again
- * before a slow browser has the page, and a page that is not whole is not sent. The
- * variables are set before the log is open: it would tell their values, and those of
- * forms and sessions are nobody else's business.
- *
- * Returns the file's descriptor, the caller's; -1 after a line on standard error. */
+// Runs the template that is shown into a file in memory: the database is free again
+// before a slow browser has the page, and a page that is not whole is not sent. The
+// variables are set before the log is open: it would tell their values, and those of
+// forms and sessions are nobody else's business.
+//
+// Returns the file's descriptor, the caller's; -1 after a line on standard error.
 static int makePage(const Exchange &x, Host &host)
 {
     Interpreter *interpreter = hostInterpreter(host);
@@ -466,7 +466,7 @@ static void sendFile(int file)
     close(file);
 }
 
-/* Answers where there is no site to answer with. */
+// Answers where there is no site to answer with.
 static void sendBroken()
 {
     printf("Status: 500 Internal Server Error\r\nContent-Type: text/plain\r\n%s\r\n"
@@ -474,7 +474,7 @@ static void sendBroken()
            commonHeaders);
 }
 
-/* Sends the answer. Returns false when it could not be made; nothing is sent then. */
+// Sends the answer. Returns false when it could not be made; nothing is sent then.
 static bool sendAnswer(Exchange &x, Host &host)
 {
     int file = -1;
@@ -500,7 +500,7 @@ static bool sendAnswer(Exchange &x, Host &host)
     return true;
 }
 
-/* Opens what the configuration names and answers. Returns false when it cannot. */
+// Opens what the configuration names and answers. Returns false when it cannot.
 static bool run(Host &host, Exchange &x)
 {
     char dbFile[PATH_MAX]; // hostOpen changes the working directory

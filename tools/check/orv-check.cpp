@@ -63,7 +63,7 @@ struct Options {
 };
 } // namespace
 
-/* Prints one line and returns the exit status for it. */
+// Prints one line and returns the exit status for it.
 __attribute__((format(printf, 1, 2))) static int fail(const char *format, ...)
 {
     va_list values;
@@ -75,7 +75,7 @@ __attribute__((format(printf, 1, 2))) static int fail(const char *format, ...)
     return WRONG_USAGE;
 }
 
-/* Prints a text on standard output and returns status, or that of a failure. */
+// Prints a text on standard output and returns status, or that of a failure.
 static int print(const string &text, int status)
 {
     if (fputs(text.c_str(), stdout) >= 0 && fflush(stdout) == 0)
@@ -120,7 +120,7 @@ static int addIgnored(const char *id, Options *options)
     return -1;
 }
 
-/* Takes one option. Returns -1 to go on, else the exit status. */
+// Takes one option. Returns -1 to go on, else the exit status.
 static int takeOption(int key, char **argv, Options *options)
 {
     switch (key) {

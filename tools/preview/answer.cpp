@@ -68,7 +68,7 @@ static string lower(string text)
     return text;
 }
 
-/* Writes an answer. Nothing is kept by a cache: the files change all the time. */
+// Writes an answer. Nothing is kept by a cache: the files change all the time.
 static int answer(const Job &job, const char *status, string_view type, string_view body,
                   const string &headers = "")
 {
@@ -80,7 +80,7 @@ static int answer(const Job &job, const char *status, string_view type, string_v
     return fflush(stdout) == 0 ? 0 : 1;
 }
 
-/* ---- Kinds of files ---- */
+// ---- Kinds of files ----
 
 static constexpr struct {
     const char *ending;
@@ -128,7 +128,7 @@ static const char *typeOf(const string &path)
     return "application/octet-stream";
 }
 
-/* Whether a command begins somewhere in text. */
+// Whether a command begins somewhere in text.
 static bool hasCommand(string_view text)
 {
     for (size_t at = 0; (at = text.find("<?", at)) != string_view::npos; ++at) {
@@ -144,8 +144,8 @@ static bool hasCommand(string_view text)
     return false;
 }
 
-/* Whether a file is rendered. Web programs also fill templates that make no pages, such as
- * tables to keep: these are told by what stands in them. */
+// Whether a file is rendered. Web programs also fill templates that make no pages, such as
+// tables to keep: these are told by what stands in them.
 static bool isTemplate(const Job &job, const string &path)
 {
     if (kindOfFile(path) != FolderEntry::FILE)
@@ -157,11 +157,11 @@ static bool isTemplate(const Job &job, const string &path)
     return false;
 }
 
-/* ---- Pages, with the bar ---- */
+// ---- Pages, with the bar ----
 
-/* Answers with a page and the bar behind it. A page whose own policy could forbid the
- * bar's script gets that in front of the policy, where it is not in force yet; the script
- * takes itself out of the page at once. */
+// Answers with a page and the bar behind it. A page whose own policy could forbid the
+// bar's script gets that in front of the policy, where it is not in force yet; the script
+// takes itself out of the page at once.
 static int answerPage(const Job &job, const char *status, const string &page, ReportSetting setting)
 {
     const Markup markup = readMarkup(page);
@@ -194,8 +194,8 @@ static int answerTrouble(const Job &job, const char *status, Trouble trouble)
     return answerPage(job, status, troublePage(trouble), settingOf(job, trouble.place.file));
 }
 
-/* The page's language is that of the request, and stays: a site's own links switch it, as
- * they do on the device. */
+// The page's language is that of the request, and stays: a site's own links switch it, as
+// they do on the device.
 static void keepLanguage(Job &job)
 {
     const string *wanted = findField(job.request.fields, "lang");
@@ -218,7 +218,7 @@ static void setVariables(Job &job, Interpreter *interpreter)
                  job.request.method == "POST" ? "the form" : "the address");
 }
 
-/* Why there is no page, or not the whole. */
+// Why there is no page, or not the whole.
 static Trouble runTrouble(Job &job, const string &page, const string &made)
 {
     Trouble trouble;
@@ -271,9 +271,9 @@ static int answerTemplate(Job &job, const string &page)
     return answerPage(job, "200 OK", made, settingOf(job, page));
 }
 
-/* ---- Other files, and folders ---- */
+// ---- Other files, and folders ----
 
-/* Pages of the same folder that have much of the name. */
+// Pages of the same folder that have much of the name.
 static std::vector<string> similarPages(const string &path)
 {
     const size_t slash = path.rfind('/');
@@ -341,7 +341,7 @@ static bool hasHiddenStep(string_view path)
     return path.starts_with('.') || path.find("/.") != string_view::npos;
 }
 
-/* Whether path is a folder below the site's, or that itself. */
+// Whether path is a folder below the site's, or that itself.
 static bool isFolder(const Job &job, const string &path)
 {
     char resolved[PATH_MAX + 1];
@@ -370,7 +370,7 @@ static int answerSite(Job &job)
     return isTemplate(job, path) ? answerTemplate(job, path) : answerFile(job, path);
 }
 
-/* ---- The preview's own addresses ---- */
+// ---- The preview's own addresses ----
 
 static int answerScript(const Job &job)
 {
@@ -380,7 +380,7 @@ static int answerScript(const Job &job)
     return answer(job, "200 OK", "text/javascript; charset=utf-8", script);
 }
 
-/* Switches language, marks or error, and goes back to the page. */
+// Switches language, marks or error, and goes back to the page.
 static int answerSwitch(Job &job)
 {
     const string from = fromEnvironment("HTTP_SEC_FETCH_SITE");
@@ -403,13 +403,13 @@ static int answerSwitch(Job &job)
     return answer(job, "303 See Other", "text/plain", "", "Location: " + back + "\r\n");
 }
 
-/* Sends one event, data without line ends. */
+// Sends one event, data without line ends.
 static bool sendEvent(const char *name, const string &data)
 {
     return printf("event: %s\ndata: %s\n\n", name, data.c_str()) > 0 && fflush(stdout) == 0;
 }
 
-/* Tells of each change for as long as the reader and the launcher are there. */
+// Tells of each change for as long as the reader and the launcher are there.
 static int streamEvents(const Job &job)
 {
     static constexpr int beat = 15000; // milliseconds between signs of life
@@ -445,9 +445,9 @@ static int streamEvents(const Job &job)
     }
 }
 
-/* ---- The request ---- */
+// ---- The request ----
 
-/* Whether the browser was led here by this server's own names. */
+// Whether the browser was led here by this server's own names.
 static bool isOwnHost(const Config &config, const string &host)
 {
     const string port = ":" + std::to_string(config.port);
@@ -455,8 +455,8 @@ static bool isOwnHost(const Config &config, const string &host)
            (config.port == 80 && (host == "127.0.0.1" || host == "localhost"));
 }
 
-/* Reads the fields of the address, and of a form that was sent. Returns null, or what is
- * wrong with them. */
+// Reads the fields of the address, and of a form that was sent. Returns null, or what is
+// wrong with them.
 static const char *readFields(Request &request)
 {
     static constexpr const char *problems[] = {

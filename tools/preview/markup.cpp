@@ -17,8 +17,8 @@ static constexpr size_t none = string_view::npos;
 static constexpr string_view textElements[] = {"script", "style", "textarea", "title",
                                                "iframe", "xmp",   "noembed",  "noframes"};
 
-/* The offset behind a tag that begins at start. Returns none when the page ends first,
- * and sets *quote to the quote that is open then, 0 for none. */
+// The offset behind a tag that begins at start. Returns none when the page ends first,
+// and sets *quote to the quote that is open then, 0 for none.
 static size_t tagEnd(string_view page, size_t start, char *quote)
 {
     *quote = 0;
@@ -46,7 +46,7 @@ static size_t findIgnoringCase(string_view text, string_view piece, size_t from)
     return found == text.end() ? none : static_cast<size_t>(found - text.begin());
 }
 
-/* Length of a tag's name at its start. */
+// Length of a tag's name at its start.
 static size_t nameLength(string_view text)
 {
     const size_t end = text.find_first_of(" \t\r\n\f/>");
@@ -59,7 +59,7 @@ static bool isPolicy(string_view tag)
            findIgnoringCase(tag, "content-security-policy", 0) != none;
 }
 
-/* The name in lower case of an element whose content is text, empty for any other. */
+// The name in lower case of an element whose content is text, empty for any other.
 static string_view findTextElement(string_view name)
 {
     const auto *const found = std::ranges::find_if(textElements, [&](string_view known) {
@@ -69,7 +69,7 @@ static string_view findTextElement(string_view name)
     return found == std::end(textElements) ? "" : *found;
 }
 
-/* The offset of the end tag of a text element, none without one. */
+// The offset of the end tag of a text element, none without one.
 static size_t textEnd(string_view page, size_t from, string_view element)
 {
     const string tag = "</" + string(element);
@@ -79,7 +79,7 @@ static size_t textEnd(string_view page, size_t from, string_view element)
     return none;
 }
 
-/* Notes that something is open at the page's end. Returns none: nothing follows. */
+// Notes that something is open at the page's end. Returns none: nothing follows.
 static size_t leaveOpen(Markup &markup, string what, string closing)
 {
     markup.open = std::move(what);
@@ -87,14 +87,14 @@ static size_t leaveOpen(Markup &markup, string what, string closing)
     return none;
 }
 
-/* Returns the offset behind the comment at start. */
+// Returns the offset behind the comment at start.
 static size_t readComment(Markup &markup, string_view page, size_t start)
 {
     const size_t end = page.find("-->", start + 2); // <!--> is a whole comment
     return end == none ? leaveOpen(markup, "a comment", "-->") : end + 3;
 }
 
-/* Whether a tag, a declaration or an instruction begins with these characters. */
+// Whether a tag, a declaration or an instruction begins with these characters.
 static bool isTag(string_view text)
 {
     const bool isEnd = text.starts_with("</");
@@ -103,7 +103,7 @@ static bool isTag(string_view text)
     return isalpha(static_cast<unsigned char>(first)) || (!isEnd && (first == '!' || first == '?'));
 }
 
-/* Returns the offset behind the tag at start, and behind the text that it begins. */
+// Returns the offset behind the tag at start, and behind the text that it begins.
 static size_t readTag(Markup &markup, string_view page, size_t start)
 {
     const bool isEnd = page[start + 1] == '/';

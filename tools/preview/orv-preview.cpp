@@ -115,7 +115,7 @@ __attribute__((format(printf, 1, 2))) static void tell(const char *format, ...)
     va_end(values);
 }
 
-/* ---- The command line ---- */
+// ---- The command line ----
 
 static string absolute(const string &path)
 {
@@ -147,7 +147,7 @@ static int readPort(const char *text, Options &options)
     return -1;
 }
 
-/* Reads one option. Returns -1 to go on, else the exit status. */
+// Reads one option. Returns -1 to go on, else the exit status.
 static int readOption(int key, Options &options, char **argv)
 {
     switch (key) {
@@ -198,7 +198,7 @@ static int readOption(int key, Options &options, char **argv)
     }
 }
 
-/* Reads the command line. Returns -1 to go on, else the exit status. */
+// Reads the command line. Returns -1 to go on, else the exit status.
 static int readOptions(int argc, char **argv, Options &options)
 {
     static const option table[] = {
@@ -220,9 +220,9 @@ static int readOptions(int argc, char **argv, Options &options)
     return -1;
 }
 
-/* ---- Start ---- */
+// ---- Start ----
 
-/* Sets the port. Returns -1 to go on, else the exit status. */
+// Sets the port. Returns -1 to go on, else the exit status.
 static int choosePort(Launcher &launcher)
 {
     int &port = launcher.config.port;
@@ -257,7 +257,7 @@ static string shown(const Launcher &launcher, const string &path)
     return path.starts_with(root) ? path.substr(root.size()) : path;
 }
 
-/* Brings the text databases and the configuration up to date. */
+// Brings the text databases and the configuration up to date.
 static bool prepare(Launcher &launcher)
 {
     const Options &options = launcher.options;
@@ -300,7 +300,7 @@ static void openBrowser(const string &address)
         tell("No browser could be started: open the address yourself.");
 }
 
-/* Makes ready all that the server needs. Returns -1 to go on, else the exit status. */
+// Makes ready all that the server needs. Returns -1 to go on, else the exit status.
 static int start(Launcher &launcher)
 {
     const Options &options = launcher.options;
@@ -339,9 +339,9 @@ static int start(Launcher &launcher)
     return -1;
 }
 
-/* ---- Changes ---- */
+// ---- Changes ----
 
-/* Starts orv-check, whose findings come when it has ended. */
+// Starts orv-check, whose findings come when it has ended.
 static void startChecker(Launcher &launcher)
 {
     const string program = findProgram("orv-check");
@@ -361,7 +361,7 @@ static void startChecker(Launcher &launcher)
     launcher.checker = startProgram(arguments, launcher.work + "/checked", "/dev/null");
 }
 
-/* Takes the ends of children. Returns false when the server is among them. */
+// Takes the ends of children. Returns false when the server is among them.
 static bool takeEnds(Launcher &launcher)
 {
     int status;
@@ -383,7 +383,7 @@ static bool takeEnds(Launcher &launcher)
     return true;
 }
 
-/* Tells the pages, after the last of a row of changes. */
+// Tells the pages, after the last of a row of changes.
 static void takeChanges(Launcher &launcher)
 {
     std::set<string> changed;
@@ -420,7 +420,7 @@ static void takeReturn(Launcher &launcher)
     startChecker(launcher);
 }
 
-/* Waits for changes until a signal ends it. Returns the exit status. */
+// Waits for changes until a signal ends it. Returns the exit status.
 static int serve(Launcher &launcher, int signals)
 {
     static constexpr int returnMilliseconds = 500; // between looks for a folder that is gone

@@ -84,7 +84,7 @@ FolderEntry::Kind kindOfFile(string_view name)
     return name.ends_with(".frm") ? FolderEntry::PIECE : FolderEntry::FILE;
 }
 
-/* A name as a step of an address. */
+// A name as a step of an address.
 static string addressOf(string_view name)
 {
     static constexpr char digits[] = "0123456789ABCDEF";

@@ -158,7 +158,7 @@ static string dump(const json &value)
     return value.dump(-1, ' ', false, json::error_handler_t::replace);
 }
 
-/* Nothing in it can end a script element or begin a comment. */
+// Nothing in it can end a script element or begin a comment.
 static string withoutTags(string text)
 {
     for (size_t at = 0; (at = text.find('<', at)) != string::npos;)

@@ -60,7 +60,7 @@ static bool answers(int port)
     return isThere;
 }
 
-/* A text of the server's configuration. */
+// A text of the server's configuration.
 static string quoted(const string &text)
 {
     string made = "\"";
@@ -72,7 +72,7 @@ static string quoted(const string &text)
     return made + "\"";
 }
 
-/* Every request is this program's. */
+// Every request is this program's.
 static string configuration(const string &work, int port)
 {
     char self[PATH_MAX + 1] = "";

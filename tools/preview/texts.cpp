@@ -27,7 +27,7 @@ string languageOf(const string &path)
     return isKnown && name.size() == 5 && isLanguage(name.substr(0, 2)) ? name.substr(0, 2) : "";
 }
 
-/* Takes one line of orv-textdb apart: "orv-textdb: FILE:LINE: TEXT". */
+// Takes one line of orv-textdb apart: "orv-textdb: FILE:LINE: TEXT".
 static FileProblem problemOf(string line, const string &path)
 {
     for (const string &prefix : {string("orv-textdb: "), path + ":"})
@@ -43,8 +43,8 @@ static FileProblem problemOf(string line, const string &path)
     return {path, *end == ':' ? static_cast<int32_t>(number) : 0, text};
 }
 
-/* Builds the database of a PO file, beside the target first: a file with mistakes leaves
- * the texts as they were. */
+// Builds the database of a PO file, beside the target first: a file with mistakes leaves
+// the texts as they were.
 static void buildTexts(const TextSource &source, const string &work, const string &target,
                        std::vector<FileProblem> &problems)
 {
@@ -81,7 +81,7 @@ static bool placeLink(const string &target, const string &path)
            symlink(target.c_str(), path.c_str()) == 0;
 }
 
-/* The device's own text databases, by links. */
+// The device's own text databases, by links.
 static void linkDevice(const string &deviceRoot, const string &root)
 {
     const string databases = root + "/etc/";

@@ -63,8 +63,8 @@ int32_t traceCount(const Trace &trace, int32_t severity)
                       [severity](const TraceMessage &m) { return m.severity == severity; }));
 }
 
-/* Ends a run that would never end by itself. No answer has begun yet. Fit for a signal
- * handler: it takes no memory. */
+// Ends a run that would never end by itself. No answer has begun yet. Fit for a signal
+// handler: it takes no memory.
 [[noreturn]] static void stopRun(const char *why)
 {
     char answer[2048];
@@ -77,9 +77,9 @@ int32_t traceCount(const Trace &trace, int32_t severity)
     _exit(write(STDOUT_FILENO, answer, count) < 0);
 }
 
-/* ---- The log ---- */
+// ---- The log ----
 
-/* Takes what the log says in front of a message off it. */
+// Takes what the log says in front of a message off it.
 static Place takePlace(string_view &text)
 {
     Place place = here();
@@ -98,7 +98,7 @@ static Place takePlace(string_view &text)
     return place;
 }
 
-/* The id of the text field that a message tells of, empty without one. */
+// The id of the text field that a message tells of, empty without one.
 static string fieldIn(string_view text)
 {
     const size_t start = text.find("{?");
@@ -106,8 +106,8 @@ static string fieldIn(string_view text)
     return string(end == string_view::npos ? "" : text.substr(start + 2, end - start - 2));
 }
 
-/* Notes a text that the language lacks. Its line is looked for: a field is replaced
- * when its piece of the template is read ahead. */
+// Notes a text that the language lacks. Its line is looked for: a field is replaced
+// when its piece of the template is read ahead.
 static Place noteText(Trace &trace, const string &id, bool isMissing)
 {
     const string file = currentTemplate();
@@ -156,10 +156,10 @@ static void takeLogLine(Trace &trace, string_view text)
         traceMessage(trace, severity, std::move(place), string(text));
 }
 
-/* ---- The callbacks, around the host's ---- */
+// ---- The callbacks, around the host's ----
 
-/* The host's lines since the last call; each begins with the program's name, which is
- * empty here, and ends with why. */
+// The host's lines since the last call; each begins with the program's name, which is
+// empty here, and ends with why.
 static string takeReport(Trace &trace)
 {
     string text(4096, '\0');
@@ -238,7 +238,7 @@ static int32_t answerTraced(Interpreter *interpreter, int32_t mode, const char *
     return result;
 }
 
-/* ---- What the library calls, and what comes first here ---- */
+// ---- What the library calls, and what comes first here ----
 
 // NOLINTBEGIN(bugprone-reserved-identifier, cert-dcl37-c, cert-dcl51-cpp): the linker's names.
 extern "C" {
@@ -265,7 +265,7 @@ ssize_t __wrap_write(int fd, const void *bytes, size_t count)
     return __real_write(fd, bytes, count);
 }
 
-/* The base64 command opens any file of the machine; here the folder is the limit. */
+// The base64 command opens any file of the machine; here the folder is the limit.
 FILE *__wrap_fopen64(const char *path, const char *mode)
 {
     if (!running || !inpr)
@@ -286,7 +286,7 @@ FILE *__wrap_fopen(const char *path, const char *mode)
     return __wrap_fopen64(path, mode);
 }
 
-/* The template that is being read ends. */
+// The template that is being read ends.
 int32_t __wrap_doExclude()
 {
     if (running && inpr && !running->open.empty()) {
@@ -323,7 +323,7 @@ int __wrap_zarn_error(const char *message)
 }
 // NOLINTEND(bugprone-reserved-identifier, cert-dcl37-c, cert-dcl51-cpp)
 
-/* ---- The run ---- */
+// ---- The run ----
 
 bool traceOpen(Trace &trace, const string &docRoot, const string &db, string *why)
 {

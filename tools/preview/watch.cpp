@@ -23,8 +23,8 @@ static constexpr uint32_t EVENT_MASK = IN_CLOSE_WRITE | IN_MODIFY | IN_CREATE | 
                                        IN_MOVED_FROM | IN_MOVED_TO | IN_DELETE_SELF | IN_MOVE_SELF |
                                        IN_ATTRIB | IN_ONLYDIR;
 
-/* Whether a name is none of an author's files: hidden, or what an editor or SQLite puts
- * beside one. */
+// Whether a name is none of an author's files: hidden, or what an editor or SQLite puts
+// beside one.
 static bool isForeign(string_view name)
 {
     constexpr const char *ends[] = {"~", ".swp", ".swx", ".tmp", "-journal", "-wal", "-shm"};
@@ -41,7 +41,7 @@ static string stateOfOne(const string &path, bool isEmptyMissing)
            std::to_string(status.st_mtim.tv_sec) + "." + std::to_string(status.st_mtim.tv_nsec);
 }
 
-/* A database's newest rows may stand in the file beside it. */
+// A database's newest rows may stand in the file beside it.
 static string stateOf(const string &path)
 {
     return stateOfOne(path, false) + ", " + stateOfOne(path + "-wal", true);
@@ -85,14 +85,14 @@ bool watchAll(Watch &watch)
     return true;
 }
 
-/* The name of a file below the folder, empty for one elsewhere. */
+// The name of a file below the folder, empty for one elsewhere.
 static string nameBelow(const Watch &watch, const string &path)
 {
     const string start = watch.folder == "/" ? "/" : watch.folder + "/";
     return path.starts_with(start) ? path.substr(start.size()) : "";
 }
 
-/* Takes one event. Returns whether folders have come or gone. */
+// Takes one event. Returns whether folders have come or gone.
 static bool takeEvent(const Watch &watch, const inotify_event &event, std::set<string> &changed)
 {
     const auto folder = watch.folders.find(event.wd);

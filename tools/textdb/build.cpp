@@ -15,7 +15,7 @@
 #include "../textdb_file.h"
 #include "textfields.h"
 
-/* What is wrong with a text wherever it stands. */
+// What is wrong with a text wherever it stands.
 static void checkText(PoFile *po, const PoEntry &entry)
 {
     const size_t start = entry.text.find("<?");
@@ -31,8 +31,8 @@ static void checkText(PoFile *po, const PoEntry &entry)
                      "?}; a field in a text is not replaced, the page shows it as it is");
 }
 
-/* Warns of texts that commands of templates cannot hold, once for each text and kind
- * of place. */
+// Warns of texts that commands of templates cannot hold, once for each text and kind
+// of place.
 static void checkArguments(PoFile *po, const std::vector<TextEntry> &texts,
                            const std::vector<TemplateFields> &templates)
 {
@@ -53,8 +53,8 @@ static void checkArguments(PoFile *po, const std::vector<TextEntry> &texts,
     }
 }
 
-/* Returns the entries that go into a database, in its order, and warns of what is
- * left out or breaks pages. Their texts are borrowed from po. */
+// Returns the entries that go into a database, in its order, and warns of what is
+// left out or breaks pages. Their texts are borrowed from po.
 static std::vector<TextEntry> takeTexts(PoFile *po, bool withFuzzy)
 {
     std::vector<TextEntry> texts;
@@ -79,8 +79,8 @@ static std::vector<TextEntry> takeTexts(PoFile *po, bool withFuzzy)
     return texts;
 }
 
-/* Whether output may take the database: it is not there, empty, or a database, and
- * not what is read. Returns false after a complaint. */
+// Whether output may take the database: it is not there, empty, or a database, and
+// not what is read. Returns false after a complaint.
 static bool mayReplace(const char *output, const CommandLine &line)
 {
     struct stat status;
@@ -100,7 +100,7 @@ static bool mayReplace(const char *output, const CommandLine &line)
     return false;
 }
 
-/* Makes the database from the texts, and puts it into its file. */
+// Makes the database from the texts, and puts it into its file.
 static int writeDatabase(PoFile *po, const std::vector<TextEntry> &texts, const char *output)
 {
     std::string file;

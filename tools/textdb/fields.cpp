@@ -14,7 +14,7 @@
 #include "../textdb_file.h"
 #include "textfields.h"
 
-/* The ids that a language has. */
+// The ids that a language has.
 struct Ids {
     std::map<std::string, bool, std::less<>> used;       // by id, whether a template uses it
     std::unordered_map<std::string, std::string> likely; // an id by its loose form
@@ -26,7 +26,7 @@ static void addId(Ids *ids, std::string_view id)
     ids->likely.emplace(looseId(id), id);
 }
 
-/* Reads the ids of a PO file or a database. Returns false after a complaint. */
+// Reads the ids of a PO file or a database. Returns false after a complaint.
 static bool readIds(const char *path, Ids *ids)
 {
     if (isPoName(path)) {
@@ -45,15 +45,15 @@ static bool readIds(const char *path, Ids *ids)
     return true;
 }
 
-/* Returns words about the id that was probably meant, none when there is no such. */
+// Returns words about the id that was probably meant, none when there is no such.
 static std::string suggest(const Ids &ids, std::string_view wrong)
 {
     const auto found = ids.likely.find(looseId(wrong));
     return found == ids.likely.end() ? "" : " (there is " + found->second + ")";
 }
 
-/* Prints the fields of a template that are broken or that the language lacks, and
- * marks the others as used. Returns whether there was nothing to print. */
+// Prints the fields of a template that are broken or that the language lacks, and
+// marks the others as used. Returns whether there was nothing to print.
 static bool checkTemplate(const TemplateFields &page, Ids *ids)
 {
     bool isGood = true;

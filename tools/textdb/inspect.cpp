@@ -9,7 +9,7 @@
 #include "../po.h"
 #include "../textdb_file.h"
 
-/* Reads a database, and refuses one that has a fault. */
+// Reads a database, and refuses one that has a fault.
 bool readDatabase(const char *path, std::string *file)
 {
     if (!readFile(path, file))
@@ -27,8 +27,8 @@ bool readDatabase(const char *path, std::string *file)
     return false;
 }
 
-/* Prints a keyword and its text; a text of several lines goes below, line by
- * line, as gettext's own tools have it. */
+// Prints a keyword and its text; a text of several lines goes below, line by
+// line, as gettext's own tools have it.
 static void printKeyword(const char *keyword, std::string_view text)
 {
     printf("%s ", keyword);

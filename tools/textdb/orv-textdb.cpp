@@ -15,13 +15,13 @@
 
 const char programName[] = "orv-textdb";
 
-/* In the order of OptionNumber. */
+// In the order of OptionNumber.
 static constexpr OptionRow options[] = {
     {"output", 'o', true}, {"fuzzy", 0, false}, {"empty", 0, false}, {"templates", 0, false},
     {"unused", 0, false},  {"json", 0, false},  {"help", 0, false},  {"version", 0, false},
 };
 
-/* A command of the tool. */
+// A command of the tool.
 struct Subcommand {
     const char *name;
     const char *usage; // what follows the name
@@ -79,7 +79,7 @@ static constexpr char helpText[] =
     "Exit status: 0 all is well; 1 something is wrong with a file, an id or a field;\n"
     "2 something is wrong with the command line.\n";
 
-/* Prints why the command line is refused. command: null when none was understood. */
+// Prints why the command line is refused. command: null when none was understood.
 static int refuseUsage(const Subcommand *command, const std::string &problem)
 {
     if (command)
@@ -96,7 +96,7 @@ static const Subcommand *findCommand(const char *name)
     return nullptr;
 }
 
-/* Runs the command that the words of the command line name. */
+// Runs the command that the words of the command line name.
 static int runCommand(CommandLine *line)
 {
     if (line->words.empty())

@@ -15,7 +15,7 @@
 #include "source.h"
 #include "textfields.h"
 
-/* All that is known of the uses of an id. */
+// All that is known of the uses of an id.
 struct IdUses {
     std::vector<std::pair<const char *, uint32_t>> places;
     uint8_t stands;
@@ -35,8 +35,8 @@ static Uses collectUses(const std::vector<TemplateFields> &templates)
     return uses;
 }
 
-/* Ids that a comment says are used, "orv-check: used ID ID: reason", by a program for
- * example; "*" at the end of one stands for any rest. */
+// Ids that a comment says are used, "orv-check: used ID ID: reason", by a program for
+// example; "*" at the end of one stands for any rest.
 static bool isUsedElsewhere(const std::set<std::string> &used, std::string_view id)
 {
     return std::any_of(used.begin(), used.end(), [id](std::string_view pattern) {
@@ -108,7 +108,7 @@ static po_message_t newEntry(const PoEntry &source, const IdUses &uses)
     return entry;
 }
 
-/* Prints the template. Returns false after a complaint. */
+// Prints the template. Returns false after a complaint.
 static bool printTemplate(const PoFile &source, const Uses &uses)
 {
     const std::set<std::string> elsewhere = usedElsewhere(source);
@@ -132,8 +132,8 @@ static bool printTemplate(const PoFile &source, const Uses &uses)
     return !bytes.empty();
 }
 
-/* Tells of the ids that the source language has no text for. Returns whether there
- * are none. */
+// Tells of the ids that the source language has no text for. Returns whether there
+// are none.
 static bool checkMissing(const PoFile &source, const Uses &uses)
 {
     std::set<std::string_view> ids;

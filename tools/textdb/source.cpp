@@ -5,8 +5,8 @@
 
 #include "textfields.h"
 
-/* What is said about a place that asks for care. They begin alike, which tells them
- * from comments of the source. */
+// What is said about a place that asks for care. They begin alike, which tells them
+// from comments of the source.
 static constexpr std::string_view STANDS = "Stands in ";
 static constexpr struct {
     uint8_t bit;
@@ -17,7 +17,7 @@ static constexpr struct {
     {STANDS_IN_COMPARISON, "Stands in a comparison: templates compare it with other texts."},
 };
 
-/* Appends lines, each with its end. */
+// Appends lines, each with its end.
 static void appendLines(std::string *comments, std::string_view lines)
 {
     comments->append(lines);
@@ -25,7 +25,7 @@ static void appendLines(std::string *comments, std::string_view lines)
         comments->push_back('\n');
 }
 
-/* Returns the lines of comments that tell of a place, or the others. */
+// Returns the lines of comments that tell of a place, or the others.
 static std::string linesOf(std::string_view comments, bool ofPlaces)
 {
     std::string lines;

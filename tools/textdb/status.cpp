@@ -14,7 +14,7 @@
 #include "../po.h"
 #include "../textdb_file.h"
 
-/* So many of the longest texts are named. */
+// So many of the longest texts are named.
 static constexpr size_t LONGEST = 3;
 
 struct LongText {
@@ -54,7 +54,7 @@ static bool readPoStatus(LanguageStatus *language)
     return isGood;
 }
 
-/* A database has no name of its language but the two letters in its own. */
+// A database has no name of its language but the two letters in its own.
 static bool readDatabaseStatus(LanguageStatus *language)
 {
     std::string file;

@@ -11,7 +11,7 @@
 #include "../files.h"
 #include "grammar/commands.h"
 
-/* A template that is being followed. */
+// A template that is being followed.
 struct Walk {
     const Template &source;
     std::vector<FieldUse> &uses; // one for each of its fields
@@ -30,7 +30,7 @@ static uint8_t standsIn(const HtmlState &state)
                                 (isScript ? STANDS_IN_SCRIPT : 0));
 }
 
-/* Follows literal output with its fields. */
+// Follows literal output with its fields.
 static void followText(Walk *walk, Span span)
 {
     const std::string_view source = walk->source.source;
@@ -48,8 +48,8 @@ static void followText(Walk *walk, Span span)
 
 static void followCommand(Walk *walk, const Command &command, bool compared, bool written);
 
-/* Follows the pieces of an argument. compared: it is compared with something.
- * written: it comes out where the walk stands. */
+// Follows the pieces of an argument. compared: it is compared with something.
+// written: it comes out where the walk stands.
 static void followElements(Walk *walk, const std::vector<Element> &elements, bool compared,
                            bool written)
 {
@@ -76,7 +76,7 @@ static void followElements(Walk *walk, const std::vector<Element> &elements, boo
     }
 }
 
-/* Whether an argument of a command comes out: the bodies stand behind the others. */
+// Whether an argument of a command comes out: the bodies stand behind the others.
 static bool isWritten(const Command &command, size_t argument)
 {
     const size_t first = (command.id & CMDF_ARG1 ? 1 : 0) + (command.id & CMDF_ARG2 ? 1 : 0);
@@ -96,8 +96,8 @@ static void followCommand(Walk *walk, const Command &command, bool compared, boo
     }
 }
 
-/* Returns why what follows a "{?" is no field although it looks like one, or null.
- * text: from the "{?" to the "}". */
+// Returns why what follows a "{?" is no field although it looks like one, or null.
+// text: from the "{?" to the "}".
 static const char *whyBroken(std::string_view text)
 {
     const std::string_view inner = text.substr(2, text.size() - 3);

@@ -15,7 +15,7 @@
 #include "../po.h"
 #include "source.h"
 
-/* The sources by id, and what has become of them in a target. */
+// The sources by id, and what has become of them in a target.
 struct Update {
     const PoFile &source;
     std::unordered_map<std::string_view, size_t> places; // index of an id's entry
@@ -31,7 +31,7 @@ static void copyPlaces(po_message_t target, po_message_t source)
         po_message_add_filepos(target, po_filepos_file(place), po_filepos_start_line(place));
 }
 
-/* Brings an entry in line with its source. */
+// Brings an entry in line with its source.
 static void updateEntry(Update *update, po_message_t message, const PoEntry &source)
 {
     const std::string text = sourceText(source);
@@ -59,7 +59,7 @@ static void updateEntry(Update *update, po_message_t message, const PoEntry &sou
         copyPlaces(message, source.message);
 }
 
-/* Adds those entries from first on that the target lacks, up to the next that it has. */
+// Adds those entries from first on that the target lacks, up to the next that it has.
 static void addMissing(Update *update, po_message_iterator_t iterator, size_t first)
 {
     for (size_t i = first; i < update->found.size() && !update->found[i]; ++i) {
@@ -74,8 +74,8 @@ static void addMissing(Update *update, po_message_iterator_t iterator, size_t fi
     }
 }
 
-/* Goes through the target twice: what it has already must be known before the place of
- * what is new can be. */
+// Goes through the target twice: what it has already must be known before the place of
+// what is new can be.
 static void updateMessages(Update *update, po_file_t target)
 {
     po_message_iterator_t iterator = po_message_iterator(target, nullptr);
@@ -103,8 +103,8 @@ static void updateMessages(Update *update, po_file_t target)
     po_message_iterator_free(iterator);
 }
 
-/* Whether a file is what the source was made from: it has no notes, and nearly all texts
- * are the same. (Some may have changed since a template was made.) */
+// Whether a file is what the source was made from: it has no notes, and nearly all texts
+// are the same. (Some may have changed since a template was made.)
 static bool isSourceItself(const PoFile &target, const PoFile &source,
                            const std::unordered_map<std::string_view, size_t> &places)
 {
@@ -150,8 +150,8 @@ static bool updateTarget(const PoFile &source,
     return true;
 }
 
-/* Refuses a translation in the place of the source, as a pattern for file names may put
- * there: all other languages would become fuzzy. */
+// Refuses a translation in the place of the source, as a pattern for file names may put
+// there: all other languages would become fuzzy.
 static void checkSource(PoFile *source)
 {
     size_t texts = 0;
