@@ -47,6 +47,8 @@ done <<'END_OF_ROWS'
 2 bench.sh --wrong
 0 tools/cross.sh --help
 2 tools/cross.sh --wrong
+0 device.sh --help
+2 device.sh --wrong
 0 packaging/packages.sh --help
 2 packaging/packages.sh --wrong
 END_OF_ROWS
