@@ -3,8 +3,8 @@
 # Builds what it needs in build/bench; what it builds is told on standard error.
 set -euo pipefail
 cd "$(dirname "$(realpath "$0")")"
-# shellcheck source=tools/setup.sh
-. tools/setup.sh
+# shellcheck source=scripts/setup.sh
+. scripts/setup.sh
 
 build=$PWD/build/bench
 scripts=$PWD/bench/engines

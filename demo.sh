@@ -5,8 +5,8 @@
 set -euo pipefail
 from=$PWD
 cd "$(dirname "$(realpath "$0")")"
-# shellcheck source=tools/setup.sh
-. tools/setup.sh
+# shellcheck source=scripts/setup.sh
+. scripts/setup.sh
 
 build=$PWD/build/demo
 site=$PWD/examples/site
@@ -52,7 +52,7 @@ set_up_and_build() {
 render() {
     data=$(mktemp -d) # router.db, and root: the interpreter's own files
     trap 'rm -rf "$data"' EXIT
-    tools/site-data.sh "$build" "$data"
+    scripts/site-data.sh "$build" "$data"
     local options=(--docroot "$site" --db "$data/router.db" --root "$data/root")
     [[ -z $2 ]] || options+=(--lang "$2")
     [[ -z $3 ]] || options+=(--tooltips "$3")
@@ -121,7 +121,7 @@ if [[ -n $serve ]]; then
     [[ $port =~ ^[1-9][0-9]{0,4}$ && $port -le 65535 ]] || fail "'$port' is no port"
     [[ -z $lang$tooltips ]] || fail "--serve goes with no other option"
     alone set_up_and_build
-    exec tools/serve.sh "$build" "$port"
+    exec scripts/serve.sh "$build" "$port"
 fi
 alone set_up_and_build
 render "${page:-overview.htm}" "$lang" "$tooltips"

@@ -3,10 +3,10 @@
 # it from this source and Debian's packages, and starts it.
 set -euo pipefail
 cd "$(dirname "$(realpath "$0")")"
-# shellcheck source=tools/setup.sh
-. tools/setup.sh
-# shellcheck source=tools/device/machine.sh
-. tools/device/machine.sh
+# shellcheck source=scripts/setup.sh
+. scripts/setup.sh
+# shellcheck source=device/machine.sh
+. device/machine.sh
 
 folder=$PWD/build/device
 image=$folder/image
@@ -61,14 +61,14 @@ build() {
         qemu-system-arm:qemu-system-arm qemu-arm:qemu-user mksquashfs:squashfs-tools cpio:cpio \
         :e2fsprogs curl:curl
     say "the device's Debian packages"
-    tools/device/fetch.sh "$folder/packages"
+    device/fetch.sh "$folder/packages"
     say "the library and the programs for it"
     quietly programs build_programs orvinterpreter zarn orv-render "$@"
     say "the site's texts and settings"
     quietly site ./demo.sh # builds what makes them
-    quietly data tools/site-data.sh build/demo "$folder/site-data"
+    quietly data scripts/site-data.sh build/demo "$folder/site-data"
     say "its disks"
-    quietly image tools/device/image.sh "$folder/packages" "$folder/programs" "$folder/site-data" \
+    quietly image device/image.sh "$folder/packages" "$folder/programs" "$folder/site-data" \
         "$image"
 }
 
@@ -140,6 +140,6 @@ case ${1-} in
 --cost)
     need msgfmt:gettext python3:python3
     say "measuring"
-    tools/device/cost.sh "$folder"
+    device/cost.sh "$folder"
     ;;
 esac

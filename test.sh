@@ -4,8 +4,8 @@
 # The fuzz targets run over their corpora in both.
 set -euo pipefail
 cd "$(dirname "$(realpath "$0")")"
-# shellcheck source=tools/setup.sh
-. tools/setup.sh
+# shellcheck source=scripts/setup.sh
+. scripts/setup.sh
 
 usage() {
     cat <<'END'
@@ -72,7 +72,7 @@ set_up() {
 case $#:${1-} in
 0:) ;;
 2:--fuzz) [[ $2 =~ ^[0-9]+$ ]] || { usage >&2 && exit 2; } ;;
-1:--cross) exec tools/cross.sh ;;
+1:--cross) exec scripts/cross.sh ;;
 *:--device)
     for group in "${@:2}"; do
         [[ $group =~ ^(pages|switch|disks|leaks|memory|library)$ ]] || { usage >&2 && exit 2; }

@@ -19,7 +19,7 @@
 #include <valgrind/callgrind.h>
 
 #include "orvinterpreter.h"
-#include "tools/textdb_file.h"
+#include "tools/common/textdb_file.h"
 
 using std::string;
 using std::vector;

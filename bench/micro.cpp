@@ -19,7 +19,7 @@
 #include "grammar/commands.h"
 #include "interface/process.h"
 #include "textdb/language.h"
-#include "tools/textdb_file.h"
+#include "tools/common/textdb_file.h"
 #include "vars/tree.h"
 
 using std::string;

@@ -10,7 +10,7 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "tools/textdb_file.h"
+#include "tools/common/textdb_file.h"
 
 using std::string;
 using std::string_view;

@@ -7,7 +7,7 @@
 #include <set>
 #include <sstream>
 
-#include "tools/request.h"
+#include "host/request.h"
 #include "fuzz/fuzz.h"
 
 using std::string;

@@ -22,7 +22,7 @@
 #include "fuzz/fuzz.h"
 #include "interface/process.h"
 #include "textdb/language.h"
-#include "tools/textdb_file.h"
+#include "tools/common/textdb_file.h"
 
 using Lines = std::vector<std::string>;
 

@@ -18,7 +18,7 @@
 
 #include "fuzz/fuzz.h"
 #include "textdb/textdb.h"
-#include "tools/textdb_file.h"
+#include "tools/common/textdb_file.h"
 
 static constexpr size_t HEADER_SIZE = 16;
 static constexpr size_t NODE_SIZE = 8;

@@ -61,7 +61,7 @@ if(ORV_DOCS)
     install(FILES packaging/example/CMakeLists.txt DESTINATION ${examples} COMPONENT development)
     install(DIRECTORY examples/zarn examples/site DESTINATION ${examples} COMPONENT development
             PATTERN CMakeLists.txt EXCLUDE)
-    install(FILES tools/host.cpp tools/host.h tools/request.cpp tools/request.h
+    install(FILES host/host.cpp host/host.h host/request.cpp host/request.h
             DESTINATION ${examples}/host COMPONENT development)
 
     # What Debian wants of each package, and no other installation.

@@ -2,8 +2,8 @@
 # packaging/packages.sh - makes the four Debian packages, and lets lintian look at them.
 set -euo pipefail
 cd "$(dirname "$(realpath "$0")")/.."
-# shellcheck source=tools/setup.sh
-. tools/setup.sh
+# shellcheck source=scripts/setup.sh
+. scripts/setup.sh
 
 build=$PWD/build/packages
 

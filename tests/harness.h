@@ -14,7 +14,7 @@
 #include <vector>
 
 #include "interface/orvinterpreter.h"
-#include "tools/textdb_file.h"
+#include "tools/common/textdb_file.h"
 
 constexpr int32_t PAGE_FD = 1 << 20; // no real descriptor
 

@@ -10,7 +10,7 @@
 
 #include "tests/harness.h"
 #include "tests/process.h"
-#include "tools/textdb_file.h"
+#include "tools/common/textdb_file.h"
 
 static std::string entry(const std::string &id, const std::string &text)
 {

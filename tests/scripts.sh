@@ -15,7 +15,7 @@ check() {
     failed=1
 }
 
-mkdir -p "$copy" "$work/fake" "$work/links/"{tools,packaging}
+mkdir -p "$copy" "$work/fake" "$work/links/"{scripts,packaging}
 tar c -C "$source" --exclude=./build --exclude=./.git . | tar x -C "$copy"
 sed -i s/=Release/=Debug/ "$copy/demo.sh" # sooner built, and the same pages
 export CDPATH=$work
@@ -45,8 +45,8 @@ done <<'END_OF_ROWS'
 2 test.sh --cross --wrong
 0 bench.sh --help
 2 bench.sh --wrong
-0 tools/cross.sh --help
-2 tools/cross.sh --wrong
+0 scripts/cross.sh --help
+2 scripts/cross.sh --wrong
 0 device.sh --help
 2 device.sh --wrong
 0 packaging/packages.sh --help

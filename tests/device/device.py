@@ -1,6 +1,6 @@
 #!/usr/bin/python3
 """tests/device/device.py IMAGE [GROUP]... - starts the virtual device, several times, and tests
-what runs there, beside the demo site that tools/serve.sh runs on this machine. GROUPS, at the
+what runs there, beside the demo site that scripts/serve.sh runs on this machine. GROUPS, at the
 end, has the names; without one all are tested."""
 import base64, collections, concurrent.futures, http.client, pathlib, random, re, shutil, signal
 import socket, sqlite3, subprocess, sys, threading, time, urllib.request
@@ -43,7 +43,7 @@ def start(options="", memory=128):
     global machine
     forwards = f",hostfwd=tcp:127.0.0.1:{WEB}-:80,hostfwd=tcp:127.0.0.1:{SHELL}-:81"
     arguments = subprocess.run(
-        ["bash", "-c", '. tools/device/machine.sh; machine_arguments "$@"', "bash", IMAGE,
+        ["bash", "-c", '. device/machine.sh; machine_arguments "$@"', "bash", IMAGE,
          str(memory), options, forwards], cwd=SOURCE, stdout=subprocess.PIPE, text=True, check=True)
     machine = subprocess.Popen(["qemu-system-arm", *arguments.stdout.splitlines(), "-serial",
                                 f"file:{BUILD}/console.log"], stdin=subprocess.DEVNULL)

@@ -3,10 +3,10 @@
 # runs device.py, which has the groups, beside the demo site of this machine.
 set -euo pipefail
 cd "$(dirname "$(realpath "$0")")/../.."
-# shellcheck source=tools/setup.sh
-. tools/setup.sh
-# shellcheck source=tools/device/elf.sh
-. tools/device/elf.sh
+# shellcheck source=scripts/setup.sh
+. scripts/setup.sh
+# shellcheck source=device/elf.sh
+. device/elf.sh
 
 folder=$PWD/build/device
 image=$folder/test-image
@@ -35,4 +35,4 @@ rm -rf "$image"
 cp -r "$folder/image" "$image"
 make_disk
 export TZ=UTC PYTHONPATH=tests/web PYTHONDONTWRITEBYTECODE=1 # the device has no other zone
-exec tools/serve.sh build/demo 0 tests/device/device.py "$image" "$@"
+exec scripts/serve.sh build/demo 0 tests/device/device.py "$image" "$@"

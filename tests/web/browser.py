@@ -2,7 +2,7 @@
 """tests/web/browser.py AXE-FOLDER LANGUAGE... - the demo site as its users meet it, in headless Chromium:
 by keyboard, on a phone and on a desk, in each language, with script and without.
 
-Runs under tools/serve.sh. At the end it looks at all that the browser has complained about.
+Runs under scripts/serve.sh. At the end it looks at all that the browser has complained about.
 An accessibility checker, axe-core, looks at each page; npm puts it into AXE-FOLDER."""
 import fcntl, os, re, subprocess, sys, tempfile, time
 from chromium import *

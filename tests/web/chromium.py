@@ -1,4 +1,4 @@
-"""tests/web/chromium.py - headless Chromium on the demo site that tools/serve.sh runs. Speaks
+"""tests/web/chromium.py - headless Chromium on the demo site that scripts/serve.sh runs. Speaks
 WebDriver to chromedriver, which speaks to the browser."""
 import json, re, subprocess, tempfile, urllib.request
 from visitor import SITE

@@ -1,6 +1,6 @@
 #!/usr/bin/python3
 """tests/web/protocol.py ZARN - the web program's side of HTTP: asks the site that
-tools/serve.sh runs, and for what a web server would not let pass, ZARN itself."""
+scripts/serve.sh runs, and for what a web server would not let pass, ZARN itself."""
 import collections, concurrent.futures, json, os, random, re, shutil, signal, ssl, subprocess, sys, tempfile, time
 from visitor import *
 

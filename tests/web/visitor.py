@@ -1,4 +1,4 @@
-"""tests/web/visitor.py - a visitor of the demo site that tools/serve.sh runs, without a browser:
+"""tests/web/visitor.py - a visitor of the demo site that scripts/serve.sh runs, without a browser:
 cookies, forms and the headers that browsers add. Used by the tests of this folder."""
 import html, http.client, os, re, sqlite3, sys, urllib.parse
 

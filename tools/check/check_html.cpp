@@ -6,7 +6,7 @@
 #include <set>
 
 #include "grammar/commands.h"
-#include "html.h"
+#include "tools/common/html.h"
 #include "report.h"
 
 using std::string;

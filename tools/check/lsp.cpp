@@ -19,7 +19,7 @@
 
 #include "lookup.h"
 #include "report.h"
-#include "tools/files.h"
+#include "tools/common/files.h"
 
 using nlohmann::json;
 using std::string;

@@ -13,8 +13,8 @@
 
 #include "lsp.h"
 #include "report.h"
-#include "tools/files.h"
-#include "tools/stack.h"
+#include "tools/common/files.h"
+#include "tools/common/stack.h"
 
 using std::string;
 

@@ -16,7 +16,7 @@
 #include <vector>
 
 #include "sql.h"
-#include "template.h"
+#include "tools/common/template.h"
 #include "texts.h"
 
 // The commands in whose bodies a place stands, the outermost first.

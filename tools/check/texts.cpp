@@ -8,8 +8,8 @@
 #include <iterator>
 #include <vector>
 
-#include "tools/po.h"
-#include "tools/textdb_file.h"
+#include "tools/common/po.h"
+#include "tools/common/textdb_file.h"
 
 using std::string;
 

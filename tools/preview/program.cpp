@@ -20,10 +20,7 @@ string findProgram(const string &name)
     const ssize_t length = readlink("/proc/self/exe", self.data(), self.size());
     self.resize(length > 0 ? static_cast<size_t>(length) : 0);
     const string folder = self.substr(0, self.rfind('/') + 1);
-    // In a build folder a tool may have a folder of its own, named after it.
     std::vector<string> candidates = {folder + name};
-    if (name.starts_with("orv-"))
-        candidates.push_back(folder + name.substr(4) + "/" + name);
     const char *path = getenv("PATH");
     string rest = string(path ? path : "") + ":/usr/sbin";
     while (!rest.empty()) {

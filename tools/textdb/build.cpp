@@ -10,9 +10,9 @@
 
 #include <sys/stat.h>
 
-#include "../files.h"
-#include "../po.h"
-#include "../textdb_file.h"
+#include "tools/common/files.h"
+#include "tools/common/po.h"
+#include "tools/common/textdb_file.h"
 #include "textfields.h"
 
 // What is wrong with a text wherever it stands.

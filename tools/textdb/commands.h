@@ -8,7 +8,7 @@
 
 #include <string>
 
-#include "../options.h"
+#include "tools/common/options.h"
 
 // Exit statuses: the last two for a file and for the command line that is wrong.
 enum { STATUS_OK = 0, STATUS_FAULT = 1, STATUS_USAGE = 2 };

@@ -8,10 +8,10 @@
 #include <string>
 #include <unordered_map>
 
-#include "../fieldid.h"
-#include "../files.h"
-#include "../po.h"
-#include "../textdb_file.h"
+#include "tools/common/fieldid.h"
+#include "tools/common/files.h"
+#include "tools/common/po.h"
+#include "tools/common/textdb_file.h"
 #include "textfields.h"
 
 // The ids that a language has.

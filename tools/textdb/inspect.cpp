@@ -5,9 +5,9 @@
 #include <algorithm>
 #include <cstdio>
 
-#include "../files.h"
-#include "../po.h"
-#include "../textdb_file.h"
+#include "tools/common/files.h"
+#include "tools/common/po.h"
+#include "tools/common/textdb_file.h"
 
 // Reads a database, and refuses one that has a fault.
 bool readDatabase(const char *path, std::string *file)

@@ -9,8 +9,8 @@
 
 #include <unistd.h>
 
-#include "../files.h"
-#include "../stack.h"
+#include "tools/common/files.h"
+#include "tools/common/stack.h"
 #include "commands.h"
 
 const char programName[] = "orv-textdb";

@@ -10,8 +10,8 @@
 #include <string>
 #include <vector>
 
-#include "../files.h"
-#include "../po.h"
+#include "tools/common/files.h"
+#include "tools/common/po.h"
 #include "source.h"
 #include "textfields.h"
 

@@ -7,7 +7,7 @@
 #include <string>
 #include <string_view>
 
-#include "../po.h"
+#include "tools/common/po.h"
 
 /* Returns the source text that an entry of a source file stands for: its text in a PO
  * file of that language, or the note in a template that pot has made. */

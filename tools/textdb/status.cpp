@@ -10,9 +10,9 @@
 
 #include <nlohmann/json.hpp>
 
-#include "../files.h"
-#include "../po.h"
-#include "../textdb_file.h"
+#include "tools/common/files.h"
+#include "tools/common/po.h"
+#include "tools/common/textdb_file.h"
 
 // So many of the longest texts are named.
 static constexpr size_t LONGEST = 3;

@@ -5,10 +5,10 @@
 #include <algorithm>
 #include <cctype>
 
-#include "../check/html.h"
-#include "../check/template.h"
-#include "../fieldid.h"
-#include "../files.h"
+#include "tools/common/html.h"
+#include "tools/common/template.h"
+#include "tools/common/fieldid.h"
+#include "tools/common/files.h"
 #include "grammar/commands.h"
 
 // A template that is being followed.

@@ -11,8 +11,8 @@
 #include <unordered_map>
 #include <vector>
 
-#include "../files.h"
-#include "../po.h"
+#include "tools/common/files.h"
+#include "tools/common/po.h"
 #include "source.h"
 
 // The sources by id, and what has become of them in a target.

@@ -1,0 +1,29 @@
+#!/bin/bash
+# scripts/analyze.sh - looks at the library and the tools with clang-tidy and
+# cppcheck, and at the form of every source with clang-format. Ends with status 1
+# when any of them finds anything.
+set -euo pipefail
+cd "$(dirname "$(realpath "$0")")/.."
+# shellcheck source=scripts/setup.sh
+. scripts/setup.sh
+
+need cmake:cmake "$builder" crypt.h:libcrypt-dev clang++:clang bison:bison clang-tidy:clang-tidy \
+    clang-format:clang-format \
+    cppcheck:cppcheck sqlite3.h:libsqlite3-dev gettext-po.h:libgettextpo-dev \
+    nlohmann/json.hpp:nlohmann-json3-dev
+build=$PWD/build/analyze
+cmake -S . -B "$build" -G "$generator" -DORV_TESTS=OFF -DCMAKE_CXX_COMPILER=clang++ \
+    -DCMAKE_C_COMPILER=clang
+cmake --build "$build" --target parser embedded
+status=0
+git ls-files '*.cpp' '*.h' '*.c' | xargs clang-format --dry-run --Werror || status=1
+# The generated parser is left to its generator; the grammar's actions are calls.
+printf "%s\n" {interface,scanner,grammar,exec,vars,textdb,host,tools/{common,render,textdb,check,preview},examples/zarn}/*.cpp |
+    xargs -n 1 -P "$(nproc)" clang-tidy -p "$build" --quiet || status=1
+# useStlAlgorithm: a loop of two lines needs no algorithm. unusedStructMember: it does not
+# see members that are taken out by structured bindings.
+cppcheck --project="$build/compile_commands.json" -i"$build" --quiet --error-exitcode=1 \
+    --enable=warning,style,performance,portability --suppress=useStlAlgorithm \
+    --suppress=unusedStructMember \
+    --suppress="*:$build/*" || status=1
+exit "$status"

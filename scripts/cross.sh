@@ -1,0 +1,71 @@
+#!/bin/bash
+# scripts/cross.sh - builds the library and its tests for foreign machines, with
+# Debian's cross compilers, and runs the tests under qemu-user; and builds it in the
+# ways that devices use.
+set -euo pipefail
+cd "$(dirname "$(realpath "$0")")/.."
+# shellcheck source=scripts/setup.sh
+. scripts/setup.sh
+
+usage() {
+    cat <<'END'
+Usage: scripts/cross.sh [MACHINE...]
+Machines: arm (32 bits, hardware floating point), aarch64, riscv64, s390x (big-endian);
+and of this one: static (an archive, optimized across the sources), musl (an archive
+for that C library). All unless named. Builds in build/MACHINE.
+END
+}
+
+# build_and_test MACHINE
+build_and_test() {
+    local machine=$1 build=$PWD/build/$1
+    local toolchain=$PWD/cmake/$machine.cmake
+    # The tests need GoogleTest for that machine: Debian has its source.
+    cmake -S /usr/src/googletest -B "$build/gtest" -G "$generator" --toolchain "$toolchain" \
+        -DBUILD_GMOCK=OFF -DCMAKE_INSTALL_PREFIX="$build/root"
+    cmake --build "$build/gtest" --target install
+    cmake -S . -B "$build" -G "$generator" --toolchain "$toolchain" -DORV_WERROR=ON -DORV_TOOLS=OFF \
+        -DORV_FUZZ=ON -DCMAKE_FIND_ROOT_PATH="$build/root"
+    cmake --build "$build"
+    ctest --test-dir "$build" --output-on-failure -j "$(nproc)" --no-tests=error
+}
+
+# build_small MACHINE OPTION... - the library alone, as an archive.
+build_small() {
+    cmake -S . -B "build/$1" -G "$generator" -DORV_WERROR=ON -DORV_TOOLS=OFF \
+        -DORV_TESTS=OFF -DBUILD_SHARED_LIBS=OFF -DCMAKE_BUILD_TYPE=MinSizeRel "${@:2}"
+    cmake --build "build/$1"
+}
+
+machines=()
+for argument in "$@"; do
+    case $argument in
+    arm | aarch64 | riscv64 | s390x | static | musl) machines+=("$argument") ;;
+    --help)
+        usage
+        exit
+        ;;
+    *)
+        usage >&2
+        exit 2
+        ;;
+    esac
+done
+alone need cmake:cmake "$builder" bison:bison qemu-arm:qemu-user \
+    arm-linux-gnueabihf-g++:g++-arm-linux-gnueabihf s390x-linux-gnu-g++:g++-s390x-linux-gnu \
+    aarch64-linux-gnu-g++:g++-aarch64-linux-gnu riscv64-linux-gnu-g++:g++-riscv64-linux-gnu \
+    :googletest g++:g++ musl-gcc:musl-tools
+[[ ${#machines[@]} -gt 0 ]] || machines=(arm aarch64 riscv64 s390x static musl)
+for machine in "${machines[@]}"; do
+    case $machine in
+    static)
+        build_small static -DCMAKE_INTERPROCEDURAL_OPTIMIZATION=ON
+        tests/archive.sh build/static/liborvinterpreter.a . gcc
+        ;;
+    musl) # there is no GoogleTest for it: tests/archive.sh has the page tests
+        build_small musl --toolchain cmake/musl.cmake
+        tests/archive.sh build/musl/liborvinterpreter.a . musl-gcc
+        ;;
+    *) build_and_test "$machine" ;;
+    esac
+done

@@ -1,0 +1,62 @@
+#!/bin/bash
+# scripts/screenshots.sh - makes docs/screenshots/ anew, with headless Chromium: pages
+# of the demo site on a desk and on a phone, and of the preview.
+set -euo pipefail
+cd "$(dirname "$(realpath "$0")")/.."
+# shellcheck source=scripts/setup.sh
+. scripts/setup.sh
+
+if [[ -z ${SITE_URL-} ]]; then
+    alone need :lighttpd chromium:chromium chromedriver:chromium-driver pngquant:pngquant \
+        python3:python3
+    ./demo.sh >/dev/null # builds what the site needs
+    ./demo.sh --preview --version >/dev/null
+    exec scripts/serve.sh build/demo 0 scripts/screenshots.sh
+fi
+mkdir -p docs/screenshots
+PYTHONPATH=tests/web PYTHONDONTWRITEBYTECODE=1 python3 - <<'END'
+import base64
+from chromium import *
+from visitor import PASSWORD, signed_in
+
+# Name, width, height, page, and what is sent to it as a form, if anything.
+SHOTS = [
+    ("login-phone", 360, 640, "login.htm", {}),
+    ("overview", 900, 800, "overview.htm", {}),
+    ("devices", 1100, 900, "devices.htm?sort=volume", {}),
+    ("traffic", 900, 760, "traffic.htm", {}),
+    ("events", 1000, 760, "events.htm", {}),
+    ("devices-phone", 360, 800, "devices.htm?find=phone", {}),
+    ("traffic-phone", 360, 800, "traffic.htm", {}),
+    ("settings-phone", 360, 800, "settings.htm?lang=de", {"hostname": "Fjord!"}),
+    ("settings-greek", 900, 900, "settings.htm?lang=el", {}),
+    ("overview-greek-phone", 360, 800, "overview.htm?lang=el", {}),
+]
+
+
+def shoot():
+    signed_in()  # the first visit
+    for name, width, height, page, typed in SHOTS:
+        resize(width, height)
+        if name == "overview":
+            show("login.htm")
+            run("document.getElementById('password').value = arguments[0];"
+                "document.getElementById('form').submit()", PASSWORD)
+        show(page)
+        if typed:
+            run("const form = document.getElementById('form'); form.noValidate = true;"
+                "for (const [name, value] of Object.entries(arguments[0]))"
+                "form.elements[name].value = value;"
+                "form.querySelector('[type=submit]').click()", typed)
+        with open(f"docs/screenshots/{name}.png", "wb") as file:
+            file.write(base64.b64decode(send("/screenshot", "GET")))
+
+
+with_browser(shoot)
+END
+PYTHONPATH=tests/web PYTHONDONTWRITEBYTECODE=1 tools/preview/screenshots.py \
+    build/demo/tools/orv-preview examples/site docs/screenshots
+# A palette is enough for flat colours, and a third of the size.
+for file in docs/screenshots/*.png; do
+    pngquant --force --skip-if-larger --ext .png 32 "$file" || [[ $? == 98 ]]
+done

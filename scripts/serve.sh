@@ -1,0 +1,79 @@
+#!/bin/bash
+# scripts/serve.sh BUILD PORT [COMMAND]... - runs lighttpd with the demo site on
+# 127.0.0.1, with data of its own in a folder that is gone afterwards. BUILD is a
+# build folder that has zarn and orv-textdb; the port 0 stands for any free one.
+#
+# Without COMMAND it prints the address and goes on until Ctrl-C. With one it runs
+# that and ends with its status. The command finds the address in SITE_URL, the
+# database in SITE_DB, the web server's error log in SITE_LOG.
+set -euo pipefail
+build=$(realpath "$1")
+port=$2
+shift 2
+scripts=$(dirname "$(realpath "$0")")
+site=$(realpath "$scripts/../examples/site")
+PATH=$PATH:/usr/sbin
+work=$(mktemp -d)
+server=
+
+clean_up() {
+    [[ -z $server ]] || kill "$server" 2>/dev/null || true
+    wait
+    rm -rf "$work"
+}
+trap clean_up EXIT
+trap 'exit 130' INT
+trap 'exit 143' TERM HUP
+
+# What is no static file is a page, or a name that zarn refuses.
+write_configuration() {
+    cat <<END
+server.modules = ("mod_setenv", "mod_alias", "mod_rewrite", "mod_cgi")
+server.bind = "127.0.0.1"
+server.port = $port
+server.document-root = "$site"
+server.pid-file = "$work/pid"
+server.upload-dirs = ("$work")
+server.max-request-size = 64 # KiB
+mimetype.assign = (".css" => "text/css; charset=utf-8", ".js" => "text/javascript; charset=utf-8")
+url.rewrite-once = ("^/(?!style\.css\$|(?:chart|live)\.js\$)(.*)\$" => "/zarn/\$1")
+alias.url = ("/zarn" => "$build/examples/zarn/zarn")
+\$HTTP["url"] =~ "^/zarn/" {
+    cgi.assign = ("" => "")
+    setenv.add-environment = ("ZARN_DOCROOT" => "$site",
+        "ZARN_DB" => "$work/data/router.db", "ZARN_ROOT" => "$work/data/root")
+} else {
+    setenv.add-response-header = ("X-Content-Type-Options" => "nosniff")
+}
+END
+}
+
+# start - returns when the server takes requests, or fails when it has ended.
+start() {
+    write_configuration >"$work/lighttpd.conf"
+    lighttpd -D -f "$work/lighttpd.conf" 2>&3 3>&- &
+    server=$!
+    while [[ ! -s $work/pid ]]; do
+        kill -0 "$server" 2>/dev/null || return 1
+        sleep 0.05
+    done
+}
+
+# Standard error may be a socket or another user's terminal: it cannot be opened anew.
+exec 3>&2
+[[ $# -eq 0 ]] || exec 3>>"$work/error.log"
+"$scripts/site-data.sh" "$build" "$work/data"
+tries=0
+[[ $port != 0 ]] || tries=20
+port=${port/#0/$((20000 + RANDOM % 10000))}
+until start; do
+    [[ $((tries--)) -gt 0 ]] || exit 2 # lighttpd has said why
+    port=$((20000 + RANDOM % 10000))
+done
+export SITE_URL=http://127.0.0.1:$port/ SITE_DB=$work/data/router.db SITE_LOG=$work/error.log
+if [[ $# -gt 0 ]]; then
+    "$@"
+    exit
+fi
+echo "The demo site is at $SITE_URL - Ctrl-C ends it."
+wait "$server"

@@ -1,0 +1,18 @@
+#!/bin/bash
+# scripts/site-data.sh BUILD FOLDER - makes what the demo site shows, afresh, in FOLDER:
+# router.db, and root, the interpreter's own files. BUILD is a build folder that has
+# orv-textdb.
+set -euo pipefail
+build=$1
+data=$2
+site=$(dirname "$(realpath "$0")")/../examples/site
+root=$data/root
+
+rm -rf "$data"
+mkdir -p "$root/etc" "$root/var/log"
+sqlite3 "$data/router.db" <"$site/router.sql"
+for po in "$site"/texts/*.po; do
+    "$build/tools/orv-textdb" build -o "$root/etc/htmltext_$(basename "$po" .po).db" "$po" >&2
+done
+ln -s htmltext_en.db "$root/etc/htmltext.db"
+ln -s ../etc/htmltext_en.db "$root/var/htmltext.db"

@@ -1,0 +1,163 @@
+/* tools/common/files.cpp - reads, writes and replaces whole files. */
+#include "tools/common/files.h"
+
+#include <cerrno>
+#include <climits>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+// Makes a rename in the folder of path last.
+static bool syncFolder(const std::string &path)
+{
+    const size_t slash = path.rfind('/');
+    const std::string folder = slash == std::string::npos ? "." : path.substr(0, slash + 1);
+    const int fd = open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (fd < 0)
+        return false;
+    const bool done = fsync(fd) == 0 || errno == EINVAL; // some file systems cannot
+    close(fd);
+    return done;
+}
+
+int complain(int status, const char *format, ...)
+{
+    va_list values;
+    va_start(values, format);
+    fprintf(stderr, "%s: ", programName);
+    vfprintf(stderr, format, values);
+    fputc('\n', stderr);
+    va_end(values);
+    return status;
+}
+
+bool readFile(const char *path, std::string *bytes)
+{
+    const int fd = open(path, O_RDONLY | O_CLOEXEC);
+    ssize_t count = fd < 0 ? -1 : 1;
+    struct stat status;
+    if (fd >= 0 && fstat(fd, &status) == 0 && S_ISREG(status.st_mode))
+        bytes->reserve(bytes->size() + static_cast<size_t>(status.st_size));
+    char piece[65536];
+    while (count > 0 || (count < 0 && fd >= 0 && errno == EINTR)) {
+        count = read(fd, piece, sizeof piece);
+        if (count > 0)
+            bytes->append(piece, static_cast<size_t>(count));
+    }
+    if (count < 0)
+        complain(0, "cannot read %s: %s", path, strerror(errno));
+    if (fd >= 0)
+        close(fd);
+    return count == 0;
+}
+
+bool writeAll(int fd, std::string_view bytes)
+{
+    while (!bytes.empty()) {
+        const ssize_t count = write(fd, bytes.data(), bytes.size());
+        if (count < 0 && errno != EINTR)
+            return false;
+        if (count > 0)
+            bytes.remove_prefix(static_cast<size_t>(count));
+    }
+    return true;
+}
+
+// Returns the path behind the links that path leads through, also when there is
+// nothing yet.
+static std::string followLinks(std::string path)
+{
+    static constexpr int MAX_LINKS = 40; // as the system follows
+    char link[PATH_MAX];
+    for (int i = 0; i < MAX_LINKS; ++i) {
+        const ssize_t length = readlink(path.c_str(), link, sizeof link);
+        if (length < 0)
+            break;
+        const std::string_view to(link, static_cast<size_t>(length));
+        if (!to.starts_with('/'))
+            path.resize(path.rfind('/') + 1); // to nothing without one
+        else
+            path.clear();
+        path += to;
+    }
+    return path;
+}
+
+// Gives a new file the mode and owner of the old one, or the usual mode when there
+// is none.
+static bool takeModeAndOwner(int fd, const struct stat *old)
+{
+    if (old)
+        return fchown(fd, old->st_uid, old->st_gid) == 0 && fchmod(fd, old->st_mode & 07777) == 0;
+    const mode_t mask = umask(0);
+    umask(mask);
+    return fchmod(fd, 0666 & ~mask) == 0;
+}
+
+// Makes the new file beside its place. Returns false when that fails; errno tells
+// why.
+static bool writeBeside(char *path, const struct stat *old, std::string_view bytes)
+{
+    const int fd = mkstemp(path);
+    if (fd < 0)
+        return false;
+    bool written = writeAll(fd, bytes) && takeModeAndOwner(fd, old) && fsync(fd) == 0;
+    int error = errno;
+    if (close(fd) != 0 && written) {
+        error = errno;
+        written = false;
+    }
+    if (!written)
+        unlink(path);
+    errno = error;
+    return written;
+}
+
+bool replaceFile(const char *path, std::string_view bytes)
+{
+    const std::string target = followLinks(path);
+    struct stat status;
+    const bool exists = stat(target.c_str(), &status) == 0;
+    if (exists && !S_ISREG(status.st_mode)) {
+        complain(0, "cannot write %s: it is not a regular file", path);
+        return false;
+    }
+    std::string beside = target + ".XXXXXX";
+    bool written = writeBeside(beside.data(), exists ? &status : nullptr, bytes);
+    if (written && rename(beside.c_str(), target.c_str()) != 0) {
+        const int error = errno;
+        unlink(beside.c_str());
+        errno = error;
+        written = false;
+    }
+    if (!written) {
+        complain(0, "cannot write %s: %s", path, strerror(errno));
+        return false;
+    }
+    if (!syncFolder(target)) {
+        complain(0, "%s is written, but its folder cannot be synced: %s", path, strerror(errno));
+        return false;
+    }
+    return true;
+}
+
+bool isSameFile(const char *a, const char *b)
+{
+    struct stat first;
+    struct stat second;
+    return stat(a, &first) == 0 && stat(b, &second) == 0 && first.st_dev == second.st_dev &&
+           first.st_ino == second.st_ino;
+}
+
+int closeOutput(int status, int failure)
+{
+    const bool failed = ferror(stdout) != 0;
+    if ((fclose(stdout) != 0 || failed) && status == 0)
+        return complain(failure, "cannot write standard output: %s", strerror(errno));
+    return status;
+}

@@ -1,0 +1,39 @@
+/* tools/common/files.h - what the programs share: a line about a problem, and files that
+ * are read and replaced whole. */
+#ifndef TOOLS_FILES_H
+#define TOOLS_FILES_H
+
+#include <string>
+#include <string_view>
+
+/* The program's name, in front of each line that complain prints; each program
+ * defines it. */
+extern const char programName[];
+
+/* Prints the program's name and a text on standard error, in one line.
+ * status: returned as it is, for the caller to return in its turn. */
+__attribute__((format(printf, 2, 3))) int complain(int status, const char *format, ...);
+
+/* Appends a whole file to *bytes. Returns false after a complaint. */
+bool readFile(const char *path, std::string *bytes);
+
+/* Writes all bytes, however many calls that takes. Returns false when one fails;
+ * errno tells why. */
+bool writeAll(int fd, std::string_view bytes);
+
+/* Puts bytes into the file at path, or behind the link at path, in one step: it
+ * is written beside and renamed, so whoever reads or maps the old file keeps it.
+ * The mode and owner of an old file stay.
+ * Returns false after a complaint; the old file is then untouched, unless it is
+ * only the new one's lasting that could not be made sure. */
+bool replaceFile(const char *path, std::string_view bytes);
+
+/* Whether both paths lead to one file that exists. */
+bool isSameFile(const char *a, const char *b);
+
+/* Closes standard output and makes sure that all was printed there: a full disk is
+ * no success.
+ * Returns status, or failure after a complaint when status is 0 and it was not. */
+int closeOutput(int status, int failure);
+
+#endif

@@ -1,0 +1,678 @@
+/* tools/common/html.cpp - the parts of an HTML page, byte by byte, as browsers and
+ * scripts read them; one function for each part. */
+#include "tools/common/html.h"
+
+#include <string.h>
+
+#include <algorithm>
+#include <initializer_list>
+
+using std::string_view;
+
+static char lower(char c)
+{
+    return c >= 'A' && c <= 'Z' ? static_cast<char>(c | 0x20) : c;
+}
+
+static bool isLetter(char c)
+{
+    return lower(c) >= 'a' && lower(c) <= 'z';
+}
+
+static bool isBlank(char c)
+{
+    return c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == '\f';
+}
+
+static bool isWordByte(char c)
+{
+    return isLetter(c) || (c >= '0' && c <= '9') || c == '_' || c == '$' || (c & 0x80);
+}
+
+static string_view wordOf(const HtmlState &state)
+{
+    return {state.word, state.wordLength};
+}
+
+static void addToWord(HtmlState *state, char c)
+{
+    if (state->wordLength < HtmlState::WORD)
+        state->word[state->wordLength++] = c;
+}
+
+static void clearWord(HtmlState *state)
+{
+    memset(state->word, 0, sizeof state->word);
+    state->wordLength = 0;
+}
+
+static bool isOneOf(string_view word, std::initializer_list<string_view> words)
+{
+    return std::find(words.begin(), words.end(), word) != words.end();
+}
+
+// ---- scripts ----
+
+static void beginScript(HtmlState *state)
+{
+    state->script = Script::CODE;
+    state->regexAllowed = true;
+    state->inClass = state->escaped = false;
+    state->templates = 0;
+    memset(state->braces, 0, sizeof state->braces);
+    clearWord(state);
+}
+
+// Whether a "/" behind this word begins a regular expression.
+static bool wordAllowsRegex(string_view word)
+{
+    return isOneOf(word, {"return", "typeof", "case", "do", "else", "in", "instanceof", "new",
+                          "delete", "void", "throw", "break", "continue", "finally", "try", "of"});
+}
+
+static void closeBrace(HtmlState *state)
+{
+    if (state->templates == 0)
+        return;
+    uint8_t &open = state->braces[state->templates - 1];
+    if (open > 0) {
+        --open;
+        return;
+    }
+    --state->templates;
+    state->script = Script::TEMPLATE;
+}
+
+static void followCode(HtmlState *state, char c)
+{
+    if (isWordByte(c)) {
+        if (!isWordByte(state->last))
+            clearWord(state);
+        addToWord(state, c);
+        state->regexAllowed = false;
+        return;
+    }
+    if (isBlank(c))
+        return;
+    const bool behindWord = state->wordLength > 0 && !state->regexAllowed;
+    if (c == '/' && behindWord && wordAllowsRegex(wordOf(*state)))
+        state->regexAllowed = true;
+    switch (c) {
+    case '"':
+        state->script = Script::DQUOTE;
+        break;
+    case '\'':
+        state->script = Script::SQUOTE;
+        break;
+    case '`':
+        state->script = Script::TEMPLATE;
+        break;
+    case '/':
+        if (state->last == '/') {
+            state->script = Script::LINE_COMMENT;
+        } else if (state->regexAllowed) {
+            state->script = Script::REGEX; // or a comment, as the next byte tells
+            state->inClass = false;
+        }
+        break;
+    case '*':
+        if (state->last == '/')
+            state->script = Script::BLOCK_COMMENT;
+        break;
+    case '{':
+        if (state->templates > 0 && state->braces[state->templates - 1] < UINT8_MAX)
+            ++state->braces[state->templates - 1];
+        break;
+    case '}':
+        closeBrace(state);
+        break;
+    default:
+        break;
+    }
+    state->escaped = false;
+    const bool counts = (c == '+' || c == '-') && state->last == c; // i++ / 2
+    if (c != '/')
+        state->regexAllowed = !counts && !strchr(")]\"'`", c);
+    clearWord(state);
+}
+
+static void followString(HtmlState *state, char c, char quote)
+{
+    if (state->escaped)
+        state->escaped = false;
+    else if (c == '\\')
+        state->escaped = true;
+    else if (c == quote || c == '\n')
+        state->script = Script::CODE;
+    if (state->script == Script::CODE)
+        state->regexAllowed = false;
+}
+
+static void followTemplate(HtmlState *state, char c)
+{
+    if (state->escaped) {
+        state->escaped = false;
+    } else if (c == '\\') {
+        state->escaped = true;
+    } else if (c == '`') {
+        state->script = Script::CODE;
+        state->regexAllowed = false;
+    } else if (c == '{' && state->last == '$' && state->templates < HtmlState::TEMPLATES) {
+        state->braces[state->templates++] = 0;
+        state->script = Script::CODE;
+        state->regexAllowed = true;
+    }
+}
+
+static void followRegex(HtmlState *state, char c)
+{
+    const bool first = state->last == '/' && !state->escaped && !state->valueBegun;
+    if (first && (c == '/' || c == '*')) {
+        state->script = c == '/' ? Script::LINE_COMMENT : Script::BLOCK_COMMENT;
+        return;
+    }
+    state->valueBegun = true;
+    if (state->escaped) {
+        state->escaped = false;
+    } else if (c == '\\') {
+        state->escaped = true;
+    } else if (c == '[') {
+        state->inClass = true;
+    } else if (c == ']') {
+        state->inClass = false;
+    } else if (c == '\n' || (c == '/' && !state->inClass)) {
+        state->script = Script::CODE;
+        state->regexAllowed = false;
+    }
+}
+
+static void followScript(HtmlState *state, char c)
+{
+    switch (state->script) {
+    case Script::CODE:
+        followCode(state, c);
+        if (state->script == Script::REGEX)
+            state->valueBegun = false; // of the expression
+        break;
+    case Script::DQUOTE:
+        followString(state, c, '"');
+        break;
+    case Script::SQUOTE:
+        followString(state, c, '\'');
+        break;
+    case Script::TEMPLATE:
+        followTemplate(state, c);
+        break;
+    case Script::REGEX:
+        followRegex(state, c);
+        break;
+    case Script::LINE_COMMENT:
+        if (c == '\n') {
+            state->script = Script::CODE;
+            state->regexAllowed = true;
+        }
+        break;
+    case Script::BLOCK_COMMENT:
+        if (c == '/' && state->last == '*') {
+            state->script = Script::CODE;
+            state->regexAllowed = true;
+        }
+        break;
+    }
+}
+
+// ---- tags ----
+
+static Content contentOfAttribute(string_view name)
+{
+    if (const size_t colon = name.rfind(':'); colon != string_view::npos)
+        name.remove_prefix(colon + 1);
+    if (name.substr(0, 2) == "on" && name.size() > 2)
+        return Content::SCRIPT;
+    if (name == "style")
+        return Content::STYLE;
+    if (isOneOf(name, {"href", "src", "action", "formaction", "cite", "data", "poster",
+                       "background", "longdesc", "usemap", "manifest", "codebase", "icon",
+                       "classid", "archive", "profile", "ping", "srcset"}))
+        return Content::ADDRESS;
+    return Content::TEXT;
+}
+
+static bool isScriptType(string_view type)
+{
+    type = type.substr(0, type.find(';'));
+    while (!type.empty() && isBlank(type.back()))
+        type.remove_suffix(1);
+    return type.empty() || type.find("javascript") != string_view::npos ||
+           type.find("ecmascript") != string_view::npos || type.find("json") != string_view::npos ||
+           isOneOf(type, {"module", "importmap", "speculationrules", "text/babel", "text/jsx"});
+}
+
+static void endTag(HtmlState *state)
+{
+    const string_view element = state->element;
+    state->part = Part::TEXT;
+    if (!state->closing && isOneOf(element, {"script", "style", "title", "textarea"})) {
+        state->part = Part::RAW;
+        state->content = element == "script"  ? (isScriptType({state->type, state->typeLength})
+                                                     ? Content::SCRIPT
+                                                     : Content::OTHER_SCRIPT)
+                         : element == "style" ? Content::STYLE
+                                              : Content::TEXT;
+        beginScript(state);
+        state->typeLength = 0; // now counts the bytes of the end tag
+    }
+    clearWord(state);
+}
+
+static void endTagName(HtmlState *state)
+{
+    memset(state->element, 0, sizeof state->element);
+    memcpy(state->element, state->word,
+           std::min<size_t>(state->wordLength, sizeof state->element - 1));
+    memset(state->type, 0, sizeof state->type);
+    state->typeLength = 0;
+    clearWord(state);
+    state->part = Part::TAG;
+}
+
+static void endName(HtmlState *state)
+{
+    state->content = contentOfAttribute(wordOf(*state));
+    if (wordOf(*state) == "content" && strcmp(state->element, "meta") == 0)
+        state->content = Content::REFRESH;
+    state->readsType = wordOf(*state) == "type" && strcmp(state->element, "script") == 0;
+    if (state->readsType) {
+        memset(state->type, 0, sizeof state->type);
+        state->typeLength = 0;
+    }
+}
+
+static void beginValue(HtmlState *state, char quote)
+{
+    state->part = Part::VALUE;
+    state->quote = quote;
+    state->valueBegun = false;
+    if (state->content == Content::SCRIPT)
+        beginScript(state);
+    if (state->content == Content::ADDRESS || state->content == Content::REFRESH)
+        clearWord(state);
+}
+
+static void endValue(HtmlState *state)
+{
+    state->part = Part::TAG;
+    state->quote = 0;
+    state->content = Content::TEXT;
+    state->readsType = false;
+    state->script = Script::CODE;
+    state->regexAllowed = true;
+    state->escaped = state->inClass = false;
+    clearWord(state);
+}
+
+static void followAddress(HtmlState *state, char c)
+{
+    if (!state->valueBegun && isBlank(c))
+        return;
+    state->valueBegun = true;
+    if (state->wordLength >= HtmlState::WORD)
+        return;
+    addToWord(state, lower(c));
+    if (wordOf(*state) == "javascript:") {
+        state->content = Content::SCRIPT;
+        beginScript(state);
+    }
+}
+
+static constexpr string_view addressMark = "url=";
+
+// The word is what stands in front, as long as the mark of an address.
+static void followRefresh(HtmlState *state, char c)
+{
+    state->valueBegun = true;
+    if (isBlank(c) || c == '\'' || c == '"')
+        return;
+    if (state->wordLength == addressMark.size())
+        memmove(state->word, state->word + 1, --state->wordLength);
+    addToWord(state, lower(c));
+}
+
+static void followValueByte(HtmlState *state, char c)
+{
+    if (state->quote ? c == state->quote : isBlank(c) || c == '>') {
+        const bool endsTag = !state->quote && c == '>';
+        endValue(state);
+        if (endsTag)
+            endTag(state);
+        return;
+    }
+    if (state->readsType && state->typeLength < HtmlState::WORD)
+        state->type[state->typeLength++] = lower(c);
+    if (state->content == Content::SCRIPT)
+        followScript(state, c);
+    else if (state->content == Content::ADDRESS)
+        followAddress(state, c);
+    else if (state->content == Content::REFRESH)
+        followRefresh(state, c);
+    else
+        state->valueBegun = true;
+}
+
+static void followText(HtmlState *state, char c)
+{
+    if (c == '<')
+        state->part = Part::OPEN;
+}
+
+static void followOpen(HtmlState *state, char c)
+{
+    if (c == '/' && state->last == '<') {
+        state->closing = true;
+    } else if (isLetter(c)) {
+        state->closing = state->last == '/';
+        state->part = Part::TAG_NAME;
+        clearWord(state);
+        addToWord(state, lower(c));
+    } else if (c == '!' || c == '?') {
+        state->part = Part::DECLARATION;
+        clearWord(state);
+    } else {
+        state->part = c == '<' ? Part::OPEN : Part::TEXT;
+    }
+}
+
+static void followTagName(HtmlState *state, char c)
+{
+    if (isBlank(c) || c == '/') {
+        endTagName(state);
+    } else if (c == '>') {
+        endTagName(state);
+        endTag(state);
+    } else {
+        addToWord(state, lower(c));
+    }
+}
+
+static void followTag(HtmlState *state, char c)
+{
+    if (c == '>') {
+        endTag(state);
+    } else if (!isBlank(c) && c != '/') {
+        state->part = Part::NAME;
+        clearWord(state);
+        addToWord(state, lower(c));
+    }
+}
+
+static void followName(HtmlState *state, char c)
+{
+    if (c == '=') {
+        endName(state);
+        state->part = Part::BEFORE_VALUE;
+    } else if (c == '>') {
+        endTag(state);
+    } else if (isBlank(c)) {
+        state->part = Part::AFTER_NAME;
+    } else if (c == '/') {
+        state->part = Part::TAG;
+    } else {
+        addToWord(state, lower(c));
+    }
+}
+
+static void followAfterName(HtmlState *state, char c)
+{
+    if (c == '=') {
+        endName(state);
+        state->part = Part::BEFORE_VALUE;
+    } else if (!isBlank(c)) {
+        followTag(state, c);
+    }
+}
+
+static void followBeforeValue(HtmlState *state, char c)
+{
+    if (isBlank(c))
+        return;
+    if (c == '>') {
+        endValue(state);
+        endTag(state);
+    } else if (c == '"' || c == '\'') {
+        beginValue(state, c);
+    } else {
+        beginValue(state, 0);
+        followValueByte(state, c);
+    }
+}
+
+static void followDeclaration(HtmlState *state, char c)
+{
+    if (state->wordLength < 2) {
+        addToWord(state, c);
+        if (wordOf(*state) == "--")
+            state->part = Part::COMMENT;
+    }
+    if (c == '>')
+        state->part = Part::TEXT;
+}
+
+static void followComment(HtmlState *state, char c)
+{
+    if (c == '>' && state->last == '-' && state->beforeLast == '-')
+        state->part = Part::TEXT;
+}
+
+// Whether the element's end tag has been read; typeLength counts its bytes.
+static bool endsRaw(HtmlState *state, char c)
+{
+    const string_view name = state->element;
+    uint8_t &matched = state->typeLength;
+    const char expected = matched == 0                ? '<'
+                          : matched == 1              ? '/'
+                          : matched < name.size() + 2 ? name[matched - 2U]
+                                                      : '\0';
+    if (expected && lower(c) == expected) {
+        ++matched;
+        return false;
+    }
+    const bool complete = matched == name.size() + 2 && (isBlank(c) || c == '>' || c == '/');
+    matched = c == '<' ? 1 : 0;
+    return complete;
+}
+
+static void followRaw(HtmlState *state, char c)
+{
+    if (endsRaw(state, c)) {
+        beginScript(state);
+        state->valueBegun = false;
+        state->content = Content::TEXT;
+        state->closing = true;
+        state->part = Part::TAG;
+        followTag(state, c);
+        return;
+    }
+    if (state->content == Content::SCRIPT)
+        followScript(state, c);
+}
+
+static void followByte(HtmlState *state, char c)
+{
+    using Follow = void (*)(HtmlState *, char);
+    static constexpr Follow table[] = {followText,        followOpen,      followTagName,
+                                       followTag,         followName,      followAfterName,
+                                       followBeforeValue, followValueByte, followDeclaration,
+                                       followComment,     followRaw};
+    table[static_cast<size_t>(state->part)](state, c);
+    state->beforeLast = state->last;
+    state->last = c;
+}
+
+static bool endsWith(string_view text, string_view end)
+{
+    return text.size() >= end.size() && text.substr(text.size() - end.size()) == end;
+}
+
+HtmlState beginOf(string_view path)
+{
+    HtmlState state;
+    for (const char *suffix : {".js", ".mjs", ".json"}) {
+        if (endsWith(path, suffix)) {
+            state.part = Part::RAW;
+            state.content = Content::SCRIPT;
+            memcpy(state.element, "script", 6);
+        }
+    }
+    if (endsWith(path, ".css")) {
+        state.part = Part::RAW;
+        state.content = Content::STYLE;
+        memcpy(state.element, "style", 5);
+    }
+    for (const char *suffix : {".txt", ".csv", ".ini", ".conf", ".cfg"})
+        if (endsWith(path, suffix))
+            state.part = Part::PLAIN;
+    return state;
+}
+
+void follow(HtmlState *state, string_view text)
+{
+    if (state->part == Part::PLAIN)
+        return;
+    for (size_t i = 0; i < text.size(); ++i) {
+        if (state->part == Part::TEXT) { // most of a page
+            const size_t next = text.find('<', i);
+            if (next != i) {
+                const size_t end = std::min(next, text.size());
+                state->beforeLast = end - i > 1 ? text[end - 2] : state->last;
+                state->last = text[end - 1];
+                i = end;
+                if (i == text.size())
+                    return;
+            }
+        }
+        followByte(state, text[i]);
+    }
+}
+
+void followValue(HtmlState *state)
+{
+    follow(state, "x");
+}
+
+// Parts of a tag between which a piece of an attribute makes no difference.
+static bool betweenAttributes(const HtmlState &state)
+{
+    switch (state.part) {
+    case Part::TAG_NAME:
+    case Part::TAG:
+    case Part::NAME:
+    case Part::AFTER_NAME:
+        return true;
+    case Part::BEFORE_VALUE:
+        return false;
+    case Part::VALUE:
+        return !state.quote;
+    default:
+        return false;
+    }
+}
+
+static bool sameText(const HtmlState &state)
+{
+    return state.part == Part::TEXT;
+}
+
+bool joinStates(const HtmlState &a, const HtmlState &b, HtmlState *joined)
+{
+    *joined = a;
+    if (a == b)
+        return true;
+    if (sameText(a) && sameText(b))
+        return true;
+    if (betweenAttributes(a) && betweenAttributes(b)) {
+        if (a.part == b.part && a.part != Part::VALUE)
+            return true;
+        HtmlState &state = *joined;
+        if (a.part == Part::TAG_NAME) {
+            state = b;
+            if (b.part == Part::TAG_NAME)
+                return true;
+        }
+        if (state.part == Part::VALUE)
+            endValue(&state);
+        state.part = Part::TAG;
+        return true;
+    }
+    if (a.part != b.part || a.quote != b.quote)
+        return false;
+    if (a.part == Part::RAW && strcmp(a.element, b.element) != 0)
+        return false;
+    if ((a.part == Part::RAW || a.part == Part::VALUE) &&
+        (a.content != b.content || a.script != b.script || a.templates != b.templates))
+        return false;
+    joined->valueBegun = a.valueBegun && b.valueBegun;
+    return true;
+}
+
+bool beginsAddress(const HtmlState &state)
+{
+    if (state.content == Content::REFRESH)
+        return state.part == Part::VALUE && wordOf(state) == addressMark;
+    if (state.content != Content::ADDRESS)
+        return false;
+    return state.part == Part::BEFORE_VALUE || (state.part == Part::VALUE && !state.valueBegun);
+}
+
+static const char *describeScript(Script script)
+{
+    static constexpr const char *names[] = {"script code",
+                                            "a script's string in double quotes",
+                                            "a script's string in single quotes",
+                                            "a script's template string",
+                                            "a regular expression of a script",
+                                            "a script's comment",
+                                            "a script's comment"};
+    return names[static_cast<size_t>(script)];
+}
+
+static std::string describeValue(const HtmlState &state)
+{
+    const char *quotes = state.quote == '"'    ? "an attribute in double quotes"
+                         : state.quote == '\'' ? "an attribute in single quotes"
+                                               : "an attribute without quotes";
+    if (state.part == Part::VALUE && state.content == Content::SCRIPT)
+        return std::string(describeScript(state.script)) + ", in " + quotes;
+    if (state.content == Content::STYLE)
+        return std::string("a style, in ") + quotes;
+    return quotes;
+}
+
+std::string describe(const HtmlState &state)
+{
+    switch (state.part) {
+    case Part::TEXT:
+        return "page text";
+    case Part::OPEN:
+    case Part::TAG_NAME:
+        return "a tag's name";
+    case Part::TAG:
+    case Part::NAME:
+    case Part::AFTER_NAME:
+        return "a tag";
+    case Part::BEFORE_VALUE:
+    case Part::VALUE:
+        return describeValue(state);
+    case Part::DECLARATION:
+        return "a declaration";
+    case Part::COMMENT:
+        return "a comment";
+    case Part::RAW:
+        return state.content == Content::SCRIPT         ? describeScript(state.script)
+               : state.content == Content::STYLE        ? "a style sheet"
+               : state.content == Content::OTHER_SCRIPT ? "a script element that is no script"
+                                                        : std::string("the ") + state.element;
+    case Part::PLAIN:
+        return "plain text";
+    }
+    return "";
+}

@@ -1,0 +1,524 @@
+/* tools/common/po.cpp - reads PO files with gettext's library, and from their bytes what
+ * that keeps to itself. */
+#include "tools/common/po.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <utility>
+
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "tools/common/fieldid.h"
+#include "tools/common/files.h"
+
+// What is learned from a PO file's bytes, besides what gettext's library tells.
+struct PoSource {
+    std::vector<size_t> lines; // of each entry's msgid, in the order of the file
+    size_t zeroLine;           // of the first zero byte, plain or escaped; or 0
+    size_t strangeLine;        // of the first byte that is not UTF-8, or 0
+    bool isAscii;
+};
+
+// A reading in progress.
+struct Reading {
+    PoFile *po;
+    std::string_view bytes;
+    const PoSource *source;
+};
+
+// The functions that gettext's library calls carry no pointer of ours.
+static Reading *current;
+
+// So many errors of gettext's library are told: one leads to others, and in a file that is
+// no PO file each word is one.
+static constexpr size_t MAX_SYNTAX_ERRORS = 10;
+
+static constexpr std::string_view NOTE_START = "orv-textdb: ";
+
+// Has gettext's library take bytes one by one, by variables of its own: else it asks
+// iconv about each character of a file, which is half of its time. It looks for quotes,
+// backslashes and line ends, and none of them is a part of a longer character of UTF-8.
+// What is not UTF-8 is found here.
+static void takeBytes()
+{
+    setenv("OLD_PO_FILE_INPUT", "yes", 1);
+    setenv("OLD_PO_FILE_OUTPUT", "yes", 1);
+}
+
+// Returns the length of the UTF-8 character that text begins with, 0 when its
+// bytes are none.
+static size_t utf8Length(std::string_view text)
+{
+    const auto byte = [&](size_t i) {
+        return i < text.size() ? static_cast<unsigned char>(text[i]) : 0u;
+    };
+    const unsigned lead = byte(0);
+    if (lead < 0x80)
+        return 1;
+    const size_t length = lead >= 0xf0 ? 4 : lead >= 0xe0 ? 3 : 2;
+    if (lead < 0xc2 || lead > 0xf4)
+        return 0;
+    for (size_t i = 1; i < length; ++i)
+        if ((byte(i) & 0xc0) != 0x80)
+            return 0;
+    const unsigned start = lead << 8 | byte(1); // long forms, surrogates, beyond the last character
+    if ((lead == 0xe0 && start < 0xe0a0) || (lead == 0xed && start >= 0xeda0) ||
+        (lead == 0xf0 && start < 0xf090) || (lead == 0xf4 && start >= 0xf490))
+        return 0;
+    return length;
+}
+
+// Takes a message of gettext's library. May not return from a fatal one.
+static void onError(int severity, po_message_t message, const char *path, size_t line,
+                    size_t /*column*/, int /*multiline*/, const char *text)
+{
+    if (severity == PO_SEVERITY_ERROR && current->po->errors >= MAX_SYNTAX_ERRORS) {
+        ++current->po->errors;
+        return;
+    }
+    std::string joined = text; // of several lines, perhaps
+    while (joined.ends_with('\n'))
+        joined.pop_back();
+    std::replace(joined.begin(), joined.end(), '\n', ' ');
+    reportPo(current->po, path && line != static_cast<size_t>(-1) ? line : 0,
+             severity != PO_SEVERITY_WARNING, message ? po_message_msgid(message) : nullptr,
+             joined);
+    if (severity == PO_SEVERITY_FATAL_ERROR)
+        exit(EXIT_FAILURE);
+}
+
+// Returns what a digit of an octal or hexadecimal escape stands for, 16 for any
+// other character.
+static unsigned digitValue(char c)
+{
+    if (c >= '0' && c <= '9')
+        return static_cast<unsigned>(c - '0');
+    const char lower = static_cast<char>(c | 0x20);
+    return lower >= 'a' && lower <= 'f' ? static_cast<unsigned>(lower - 'a') + 10 : 16;
+}
+
+// Moves *pos from a string's opening quote past its end. Returns whether the
+// string has an escape that stands for a zero byte.
+static bool passString(std::string_view bytes, size_t *pos)
+{
+    bool zero = false;
+    size_t i = *pos + 1;
+    while (i < bytes.size() && bytes[i] != '"' && bytes[i] != '\n') {
+        if (bytes[i++] != '\\')
+            continue;
+        const bool hex = i < bytes.size() && bytes[i] == 'x';
+        const unsigned base = hex ? 16 : 8;
+        const size_t first = hex ? i + 1 : i;
+        const size_t end = hex ? bytes.size() : std::min(i + 3, bytes.size());
+        unsigned value = 0;
+        for (i = first; i < end && digitValue(bytes[i]) < base; ++i)
+            value = value * base + digitValue(bytes[i]);
+        if (i > first)
+            zero = zero || value % 256 == 0; // an escape makes one byte
+        else if (i < bytes.size() && bytes[i] != '\n')
+            ++i;
+    }
+    *pos = i < bytes.size() && bytes[i] == '"' ? i + 1 : i;
+    return zero;
+}
+
+// Returns the offset of the first byte that is not UTF-8.
+static size_t findStrange(std::string_view bytes)
+{
+    for (size_t pos = 0; pos < bytes.size();) {
+        const bool isAscii = (bytes[pos] & 0x80) == 0; // most are
+        const size_t length = isAscii ? 1 : utf8Length(bytes.substr(pos));
+        if (length == 0)
+            return pos;
+        pos += length;
+    }
+    return std::string_view::npos;
+}
+
+// Returns the line of a byte, or 0 for no byte.
+static size_t lineOf(std::string_view bytes, size_t offset)
+{
+    if (offset == std::string_view::npos)
+        return 0;
+    const std::string_view before = bytes.substr(0, offset);
+    return 1 + static_cast<size_t>(std::count(before.begin(), before.end(), '\n'));
+}
+
+static bool isWord(char c)
+{
+    return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || c == '_';
+}
+
+// Finds what gettext's library keeps to itself: the line of each entry; zero
+// bytes, at which it would cut a text; and what is not UTF-8.
+static PoSource scanPo(std::string_view bytes)
+{
+    PoSource source = {{},
+                       lineOf(bytes, bytes.find('\0')),
+                       lineOf(bytes, findStrange(bytes)),
+                       std::all_of(bytes.begin(), bytes.end(), [](char c) { return !(c & 0x80); })};
+    size_t line = 1;
+    for (size_t pos = 0; pos < bytes.size();) {
+        const char c = bytes[pos];
+        if (c == '"') {
+            if (passString(bytes, &pos) && !source.zeroLine)
+                source.zeroLine = line;
+        } else if (c == '#') { // behind "#~" stands an obsolete entry, elsewhere a comment
+            const std::string_view start = bytes.substr(pos, 3);
+            const bool obsolete = start.starts_with("#~") && start != "#~|";
+            pos = obsolete ? pos + 2 : std::min(bytes.find('\n', pos), bytes.size());
+        } else if (isWord(c)) {
+            const std::string_view rest = bytes.substr(pos);
+            const std::string_view word(rest.begin(),
+                                        std::find_if_not(rest.begin(), rest.end(), isWord));
+            if (word == "msgid")
+                source.lines.push_back(line);
+            pos += word.size();
+        } else {
+            line += c == '\n' ? 1 : 0;
+            ++pos;
+        }
+    }
+    return source;
+}
+
+// Returns the comments behind the last entry. Those of obsolete entries belong to them.
+static std::string_view tailOf(std::string_view bytes)
+{
+    size_t start = bytes.size();
+    while (start > 0) {
+        const size_t before = start < 2 ? 0 : bytes.rfind('\n', start - 2) + 1;
+        const std::string_view line = bytes.substr(before, start - before);
+        if (line.starts_with("#~") || (line[0] != '#' && line[0] != '\n'))
+            break;
+        start = before;
+    }
+    return bytes.substr(std::min(bytes.find('#', start), bytes.size()));
+}
+
+// Takes the line at the front of *text off it.
+static std::string_view takeLine(std::string_view *text)
+{
+    const std::string_view line = text->substr(0, text->find('\n'));
+    text->remove_prefix(std::min(line.size() + 1, text->size()));
+    return line;
+}
+
+// Returns the line where an id stands first, 0 when it cannot be told.
+static size_t firstLineOf(const Reading &reading, std::string_view id)
+{
+    const std::string wanted = quotePo(id);
+    std::string_view rest = reading.bytes;
+    size_t line = 1;
+    for (const size_t entry : reading.source->lines) {
+        for (; line < entry; ++line)
+            takeLine(&rest);
+        if (rest.substr(0, rest.find('\n')).find(wanted) != std::string_view::npos)
+            return line;
+    }
+    return 0;
+}
+
+// Takes a message about an entry that is defined twice. The library hands over the
+// first entry, but not its place.
+static void onError2(int severity, po_message_t message, const char *path, size_t line,
+                     size_t column, int multiline, const char *text, po_message_t first,
+                     const char * /*path2*/, size_t /*line2*/, size_t /*column2*/,
+                     int /*multiline2*/, const char * /*text2*/)
+{
+    std::string joined = text;
+    const size_t place = first ? firstLineOf(*current, po_message_msgid(first)) : 0;
+    if (place)
+        joined += ", it stands in line " + std::to_string(place) + " already";
+    onError(severity, message ? message : first, path, line, column, multiline, joined.c_str());
+}
+
+// Refuses a PO file whose texts are not UTF-8, or that has domains.
+static void checkWhole(PoFile *po, const PoSource &source)
+{
+    const std::string type = headerField(*po, "Content-Type");
+    const char *found = strstr(type.c_str(), "charset=");
+    const std::string charset(found ? found + 8 : "", found ? strcspn(found + 8, "; \t\n") : 0);
+    // A charset that is missing or, in a template, still to be filled in is taken as UTF-8.
+    bool known = charset.empty();
+    for (const char *name : {"UTF-8", "UTF8", "CHARSET"})
+        known = known || strcasecmp(charset.c_str(), name) == 0;
+    for (const char *name : {"US-ASCII", "ASCII"})
+        known = known || (source.isAscii && strcasecmp(charset.c_str(), name) == 0);
+    if (!known)
+        reportPo(po, 0, true, nullptr,
+                 "the charset is " + charset + ", but must be UTF-8 (msgconv -t UTF-8 converts)");
+    else if (source.strangeLine && po->errors == 0)
+        reportPo(po, source.strangeLine, true, nullptr, "a character is not UTF-8");
+    if (source.zeroLine)
+        reportPo(po, source.zeroLine, true, nullptr, "a text cannot hold a zero byte");
+    for (const char *const *domain = po_file_domains(po->file); *domain; ++domain)
+        if (strcmp(*domain, "messages") != 0)
+            reportPo(po, 0, true, nullptr,
+                     "texts of the domain " + quotePo(*domain) + ": a database has no domains");
+}
+
+// Returns what is wrong with the form of a file's bytes as a whole, or null.
+static const char *strangeForm(std::string_view bytes)
+{
+    if (bytes.starts_with("\xef\xbb\xbf"))
+        return "begins with a byte order mark; save it as UTF-8 without one";
+    if (bytes.starts_with("\xff\xfe") || bytes.starts_with("\xfe\xff") ||
+        bytes.starts_with(std::string_view("#\0", 2)) ||
+        bytes.starts_with(std::string_view("\0#", 2)) ||
+        bytes.starts_with(std::string_view("m\0", 2)) ||
+        bytes.starts_with(std::string_view("\0m", 2)))
+        return "is UTF-16, but must be UTF-8 (iconv -f UTF-16 -t UTF-8 converts)";
+    return nullptr;
+}
+
+// Takes one entry, reports why not, or passes over it.
+static void takeEntry(PoFile *po, po_message_t message, size_t line)
+{
+    const std::string_view id = po_message_msgid(message);
+    const auto refuse = [&](const std::string &why) { reportPo(po, line, true, id.data(), why); };
+    const size_t strange = std::min(id.find_first_not_of(ID_CHARACTERS), id.size());
+    const std::string_view rest = id.substr(strange);
+    if (po_message_is_obsolete(message))
+        return;
+    if (po_message_msgctxt(message))
+        return refuse("has a context (msgctxt): a field has an id only, give each context an id "
+                      "of its own");
+    if (po_message_msgid_plural(message))
+        return refuse("has a plural (msgid_plural): a field has one text, give each form an id of "
+                      "its own");
+    if (!rest.empty())
+        return refuse("has the character " + quotePo(rest.substr(0, utf8Length(rest))) +
+                      "; a field names only letters, digits, '.', '_' and ':'");
+    if (id.size() > MAX_ID_LENGTH)
+        return refuse("is longer than the 128 characters that a field can name");
+    const std::string_view comments = po_message_comments(message);
+    if (!id.empty()) // that of the header
+        po->entries.push_back({id, po_message_msgstr(message), line,
+                               po_message_is_fuzzy(message) != 0,
+                               findNote(comments, NOTE_EMPTY, nullptr), comments, message});
+}
+
+// Takes all entries. lines: of their msgids, in order.
+static void takeEntries(PoFile *po, const std::vector<size_t> &lines)
+{
+    po_message_iterator_t iterator = po_message_iterator(po->file, nullptr);
+    size_t count = 0;
+    while (po_message_t message = po_next_message(iterator)) {
+        takeEntry(po, message, count < lines.size() ? lines[count] : 0);
+        ++count;
+    }
+    po_message_iterator_free(iterator);
+    if (count != lines.size() && po->errors == 0)
+        reportPo(po, 0, true, nullptr, "the file changed while it was read");
+}
+
+PoFile readPo(const char *path)
+{
+    PoFile po = {path, nullptr, 0, {}, ""};
+    std::string bytes;
+    struct stat status;
+    if (stat(path, &status) == 0 && !S_ISREG(status.st_mode))
+        complain(0, "cannot read %s: it is not a regular file, and is read twice", path);
+    else if (!readFile(path, &bytes))
+        ;
+    else if (const char *strange = strangeForm(bytes))
+        reportPo(&po, 0, true, nullptr, strange);
+    else {
+        const PoSource source = scanPo(bytes);
+        po.tail = tailOf(bytes);
+        Reading state = {&po, bytes, &source};
+        static const po_xerror_handler handler = {onError, onError2};
+        current = &state;
+        takeBytes();
+        po.file = po_file_read(path, &handler);
+        if (po.errors > MAX_SYNTAX_ERRORS)
+            complain(0, "%s: %zu more errors; is it a PO file?", path,
+                     po.errors - MAX_SYNTAX_ERRORS);
+        if (!po.file)
+            complain(0, "cannot read %s: %s", path, strerror(errno));
+        else {
+            checkWhole(&po, source);
+            takeEntries(&po, source.lines);
+        }
+        current = nullptr;
+    }
+    po.errors += po.file ? 0 : 1;
+    return po;
+}
+
+bool isPoName(std::string_view path)
+{
+    return path.ends_with(".po") || path.ends_with(".pot");
+}
+
+void freePo(PoFile *po)
+{
+    if (po->file)
+        po_file_free(po->file);
+    *po = {};
+}
+
+// Returns a text without quotes and escapes, as quotePo made it.
+static std::string unquote(std::string_view quotedText)
+{
+    std::string text;
+    for (size_t i = 1; i + 1 < quotedText.size(); ++i) {
+        const char c = quotedText[i];
+        const char next = quotedText[i + 1];
+        if (c != '\\') {
+            text.push_back(c);
+        } else if (digitValue(next) < 8 && i + 3 < quotedText.size()) {
+            text.push_back(static_cast<char>(digitValue(next) << 6 |
+                                             digitValue(quotedText[i + 2]) << 3 |
+                                             digitValue(quotedText[i + 3])));
+            i += 3;
+        } else {
+            text.push_back(next == 'n' ? '\n' : next == 't' ? '\t' : next);
+            ++i;
+        }
+    }
+    return text;
+}
+
+// Whether a line of a comment is a note, with that word unless it is empty.
+// text: out, what follows the word.
+static bool isNote(std::string_view line, std::string_view word, std::string_view *text)
+{
+    line.remove_prefix(std::min(line.find_first_not_of(' '), line.size()));
+    if (!line.starts_with(NOTE_START))
+        return false;
+    line.remove_prefix(NOTE_START.size());
+    const std::string_view found = line.substr(0, line.find(' '));
+    *text = line.substr(std::min(found.size() + 1, line.size()));
+    return word.empty() || found == word;
+}
+
+bool findNote(std::string_view comments, std::string_view word, std::string *text)
+{
+    std::string_view found;
+    while (!comments.empty()) {
+        if (!isNote(takeLine(&comments), word, &found))
+            continue;
+        if (text)
+            *text = unquote(found);
+        return true;
+    }
+    return false;
+}
+
+void setNote(std::string *comments, std::string_view word, const std::string *text)
+{
+    std::string former;
+    const bool isThere = findNote(*comments, word, &former);
+    if (isThere == (text != nullptr) && (!text || former == *text))
+        return;
+    const bool hasText = text && !text->empty();
+    const std::string line =
+        std::string(NOTE_START) + std::string(word) + (hasText ? " " + quotePo(*text) : "") + "\n";
+    std::string_view rest = *comments;
+    std::string result;
+    std::string_view found;
+    bool placed = !text;
+    while (!rest.empty()) {
+        const std::string_view old = takeLine(&rest);
+        if (!isNote(old, word, &found)) {
+            result.append(old).push_back('\n');
+        } else if (!placed) {
+            result += line;
+            placed = true;
+        }
+    }
+    if (!placed)
+        result += line;
+    *comments = std::move(result);
+}
+
+std::string commentWithoutNotes(std::string_view comments)
+{
+    std::string result;
+    std::string_view found;
+    while (!comments.empty()) {
+        const std::string_view line = takeLine(&comments);
+        if (!isNote(line, "", &found))
+            result.append(line).push_back('\n');
+    }
+    return result;
+}
+
+std::string headerField(const PoFile &po, const char *field)
+{
+    const char *header = po_file_domain_header(po.file, nullptr);
+    char *value = header ? po_header_field(header, field) : nullptr;
+    std::string text = value ? value : "";
+    free(value);
+    return text;
+}
+
+std::string printPo(const PoFile &po)
+{
+    static const po_xerror_handler handler = {onError, onError2};
+    std::string bytes;
+    const int fd = memfd_create("po", MFD_CLOEXEC);
+    const std::string path = "/proc/self/fd/" + std::to_string(fd); // it writes to names only
+    PoFile written = {po.path, nullptr, 0, {}, ""};
+    const PoSource none = {};
+    Reading state = {&written, "", &none};
+    current = &state;
+    takeBytes();
+    if (fd < 0 || !po_file_write(po.file, path.c_str(), &handler))
+        complain(0, "cannot print %s: %s", po.path.c_str(), strerror(errno));
+    else if (written.errors == 0)
+        readFile(path.c_str(), &bytes);
+    if (!bytes.empty() && !po.tail.empty())
+        bytes += "\n" + po.tail;
+    current = nullptr;
+    if (fd >= 0)
+        close(fd);
+    const size_t strange = findStrange(bytes); // of an escape, which is printed as its byte
+    if (strange == std::string_view::npos)
+        return bytes;
+    const size_t start = bytes.rfind('\n', strange) + 1;
+    const std::string line = bytes.substr(start, bytes.find('\n', strange) - start);
+    complain(0, "cannot print %s: %s is not UTF-8", po.path.c_str(), quotePo(line).c_str());
+    return "";
+}
+
+void reportPo(PoFile *po, size_t line, bool isError, const char *id, std::string_view message)
+{
+    std::string text = po->path;
+    if (line)
+        text += ":" + std::to_string(line);
+    text += isError ? ": error: " : ": warning: ";
+    if (id)
+        text += "id " + quotePo(id) + ": ";
+    text += message;
+    fprintf(stderr, "%s\n", text.c_str());
+    if (isError)
+        ++po->errors;
+}
+
+std::string quotePo(std::string_view text)
+{
+    std::string out = "\"";
+    for (size_t i = 0; i < text.size();) {
+        const auto byte = static_cast<unsigned char>(text[i]);
+        const size_t length = utf8Length(text.substr(i));
+        if (byte == '"' || byte == '\\')
+            out.append("\\").push_back(text[i]);
+        else if (byte == '\n' || byte == '\t')
+            out += byte == '\n' ? "\\n" : "\\t";
+        else if (length == 0 || byte < 0x20 || byte == 0x7f)
+            for (const int number : {'\\' - '0', byte >> 6, byte >> 3 & 7, byte & 7})
+                out.push_back(static_cast<char>('0' + number));
+        else
+            out.append(text.substr(i, length));
+        i += std::max<size_t>(length, 1);
+    }
+    return out + "\"";
+}

@@ -1,0 +1,83 @@
+/* tools/common/po.h - gettext PO files whose msgids are ids of text fields: read, with the
+ * line of each entry, and every reason why a database could not hold one told. */
+#ifndef TOOLS_PO_H
+#define TOOLS_PO_H
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <gettext-po.h>
+
+/* An entry that has an id. Its texts are borrowed from the file that it is of. */
+struct PoEntry {
+    std::string_view id;   // ends in a zero byte
+    std::string_view text; // ends in a zero byte
+    size_t line;           // of its msgid
+    bool fuzzy;
+    bool isEmpty;              // the text is meant to be empty: it has the note NOTE_EMPTY
+    std::string_view comments; // the translator's as they are read; the notes stand there
+    po_message_t message;      // what else gettext's library knows of it
+
+    bool isTranslated() const
+    {
+        return isEmpty || !text.empty();
+    }
+};
+
+/* A file that has been read. */
+struct PoFile {
+    std::string path;
+    po_file_t file;               // owned; null when it could not be read
+    size_t errors;                // problems told that are errors
+    std::vector<PoEntry> entries; // in the file's order; without header and obsolete entries
+    std::string tail;             // the comments behind the last entry
+};
+
+/* Reads a file, and reports each error in it: what gettext's library complains of,
+ * texts that are not UTF-8 or hold a zero byte, and ids that no field can name.
+ * An entry with an error is not among the entries.
+ * path: a regular file, as it is read twice.
+ *
+ * To be released with freePo, whatever became of it. */
+PoFile readPo(const char *path);
+
+/* Whether a file's name is that of a PO file or of a template for some. */
+bool isPoName(std::string_view path);
+
+/* Releases what readPo returned; the texts of its entries are gone. */
+void freePo(PoFile *po);
+
+/* Notes are lines of an entry's translator's comment, "# orv-textdb: " and a word and
+ * perhaps a text in quotes: gettext's tools and PO editors carry such comments along
+ * untouched, and know no flags but their own. */
+static constexpr char NOTE_EMPTY[] = "empty";   // the text is meant to be empty
+static constexpr char NOTE_SOURCE[] = "source"; // the source text that the file shows
+static constexpr char NOTE_FORMER[] = "former"; // of a fuzzy entry, the one it was made for
+
+/* Returns whether comments have a note. text: out, what follows it; may be null. */
+bool findNote(std::string_view comments, std::string_view word, std::string *text);
+
+/* Gives comments a note, in the place of one with that word. text: null to remove it. */
+void setNote(std::string *comments, std::string_view word, const std::string *text);
+
+/* Returns the lines of a translator's comment without the notes. */
+std::string commentWithoutNotes(std::string_view comments);
+
+/* The value of a field of the file's header, empty without it. */
+std::string headerField(const PoFile &po, const char *field);
+
+/* Returns the file as gettext's library writes it, and the comments behind the last
+ * entry, which that leaves out; empty after a complaint. */
+std::string printPo(const PoFile &po);
+
+/* Prints a message about a line of a PO file on standard error, and counts it if
+ * it is an error. line: 0 when none is known. id: null when it is about none. */
+void reportPo(PoFile *po, size_t line, bool isError, const char *id, std::string_view message);
+
+/* Returns text in quotes as a PO file has it. What is not UTF-8 and what would
+ * upset a terminal comes as octal numbers. */
+std::string quotePo(std::string_view text);
+
+#endif

@@ -1,0 +1,159 @@
+/* tools/common/template.h - a template as the library reads it, with every place kept.
+ *
+ * The library's own scanner and grammar read the template; what differs is what
+ * stands around them: text fields are replaced by marks of the same length, so that
+ * an offset in what was scanned is an offset in the file, and a command is kept
+ * instead of run. Each template is read by itself; includes are commands like others. */
+#ifndef ORV_CHECK_TEMPLATE_H
+#define ORV_CHECK_TEMPLATE_H
+
+#include <stdint.h>
+
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "grammar/records.h"
+
+// Bytes of a template from at to before end, offsets in the file.
+struct Span {
+    uint32_t at = 0;
+    uint32_t end = 0;
+
+    bool contains(uint32_t offset) const
+    {
+        return offset >= at && offset < end;
+    }
+};
+
+struct Command;
+
+// A piece of an argument. text: literal text; a variable's or an array's name without
+// its bracket; a numbered value's digits.
+struct Element {
+    int32_t type = ELEM_TEXT; // an ELEM_ number
+    Span span;                // of a text: its content, without a quote in front
+    char quote = 0;           // the quote that it stands in, ']' in an index
+    std::string text;
+    std::unique_ptr<Command> command; // of ELEM_CMD; null for one that was dropped
+    std::vector<Element> index;       // of ELEM_GETARRAY, one piece
+};
+
+struct Argument {
+    std::vector<Element> elements;
+};
+
+struct Command {
+    uint32_t id = 0; // an ID_ number
+    Span span;       // from "<?" to behind "?>"
+    Span words;      // from "<?" to behind the keyword and the blanks that follow it
+    std::string name;
+    Span nameSpan;
+    bool upperExcluded = false;
+    std::vector<Argument> args;
+};
+
+// What a template consists of: page text, or a command.
+struct Item {
+    Span span;
+    std::unique_ptr<Command> command; // null for page text
+};
+
+// A text field.
+struct Field {
+    Span span;
+    std::string_view id; // in the template's source
+};
+
+// Why a keyword did not become a command.
+enum class Fate { MADE, BLAMED, LOST };
+
+// A command's beginning, whatever became of it.
+struct Begun {
+    int token;      // F_ number
+    int32_t line;   // as the grammar reports it
+    Span words;     // as Command's
+    uint32_t end;   // behind its "?>", 0 when that was not seen
+    int32_t parent; // index of the command around it, -1 for none
+    Fate fate;
+    uint32_t quoteAt;                  // where a quote opened last, 0 for none
+    bool quoteOpen;                    // the command ended inside that quote
+    std::vector<uint32_t> argumentAts; // where an argument begins
+};
+
+// A message of the scanner or the grammar.
+struct Message {
+    std::string text; // behind file and line
+    int32_t line;     // as it says; 0 when it names none
+    Span span;        // where the mistake begins; on that line
+    int32_t begun;    // index of the command that it is about, -1 for none
+};
+
+struct Template {
+    std::string path;   // below the document root
+    std::string source; // the file's bytes
+    std::string marked; // the same with MARK bytes in the place of fields
+    std::vector<uint32_t> lineStarts;
+    std::vector<uint32_t> unitMarks; // UTF-16 units in front of every UNIT_STRIDE bytes
+    std::vector<Item> items;
+    std::vector<Field> fields;         // ascending
+    std::vector<Span> comments;        // with their "<?" and "?>", ascending
+    std::vector<Begun> begun;          // in the order of their keywords
+    std::vector<Message> messages;     // in the order of the log
+    std::vector<uint32_t> strayQuotes; // in indices, where they are no part of it
+    int32_t gaveUpAt = -1;             // index in begun of the command that ends the run
+    bool exhausted = false;            // the parser's stack was
+
+    Template() = default;
+    Template(const Template &) = delete; // texts in it are looked at where they stand
+    Template &operator=(const Template &) = delete;
+};
+
+constexpr char MARK = '\x1A';
+constexpr size_t UNIT_STRIDE = 1024;
+
+/* Reads a template into tpl, which is new.
+ * page: it is run by itself; otherwise included, page text stands around it then.
+ * A page whose first command ends the run is read on behind that. */
+void readTemplate(Template *tpl, std::string path, std::string source, bool page);
+
+/* Line and column of an offset, counted from 1; a column counts bytes. */
+struct Place {
+    uint32_t line;
+    uint32_t column;
+};
+Place placeOf(const Template &tpl, uint32_t offset);
+
+/* UTF-16 units between the begin of its line and an offset. */
+uint32_t unitsBefore(const Template &tpl, uint32_t offset);
+
+/* The offset of a place, at most the template's length. */
+uint32_t offsetOf(const Template &tpl, uint32_t line, uint32_t column);
+
+/* The fields within a span, as indices from first to before last. */
+struct FieldRange {
+    size_t first;
+    size_t last;
+
+    bool empty() const
+    {
+        return first == last;
+    }
+};
+FieldRange fieldsIn(const Template &tpl, Span span);
+
+/* Whether an id may stand in a text field. */
+bool isFieldId(std::string_view id);
+bool isFieldByte(char c);
+
+/* The most arguments that a command takes, the index of an element included, and
+ * whether one has been given more. */
+size_t mostArguments(int token);
+bool hasSurplus(const Begun &begun);
+
+/* A command's words as templates write them: "echo", "if eq", "calc +". */
+std::string wordsOf(uint32_t id);
+std::string wordsOfToken(int token);
+
+#endif

@@ -1,0 +1,348 @@
+/* tools/render/orv-render.cpp - renders one template, for template authors and tests.
+ *
+ * A pipe or a terminal gets the page piece by piece. For a file it is collected in
+ * memory and written at the end, so that a failed write is told and a run without
+ * a page leaves the file of --output alone; that may be one of the templates. The
+ * diagnostics are collected as well: they follow the page, and whether they
+ * tell of errors decides on the exit status. */
+#include "tools/common/files.h"
+#include "host.h"
+#include "tools/common/options.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <new>
+#include <string_view>
+
+using std::string_view;
+
+namespace fs = std::filesystem;
+
+const char programName[] = "orv-render";
+
+// Exit statuses.
+enum { PAGE_WHOLE = 0, PAGE_WITH_PROBLEMS = 1, NO_PAGE = 2, PAGE_BROKEN_OFF = 3 };
+
+// Bytes of the page that are written together.
+static constexpr int32_t OUTPUT_BUFFER = 16384;
+
+static constexpr char helpText[] =
+    "Usage: orv-render [OPTION]... TEMPLATE\n"
+    "Renders TEMPLATE, a path below the document root, to standard output. The TEMPLATE\n"
+    "- is what standard input gives; messages name it /dev/stdin.\n"
+    "\n"
+    "  --set NAME=VALUE         set a request variable; repeatable\n"
+    "  --set NAME[INDEX]=VALUE  set an element of an array\n"
+    "  --docroot DIR            find templates below DIR and nowhere else (default: .)\n"
+    "  --root DIR               look below DIR for the interpreter's own files:\n"
+    "                           /etc/htmltext_CODE.db, /var/htmltext.db, ...\n"
+    "  --lang CODE              choose the text database of a language\n"
+    "  --error TEXT             the error that the page's error commands find\n"
+    "  --db FILE                answer queries from this SQLite database, read-only;\n"
+    "                           :NAME in a query stands for the request variable\n"
+    "  --tooltips MODE          mark texts for translators: 1 as tooltips, 2 also in\n"
+    "                           attributes and scripts\n"
+    "  --output FILE            write the page to FILE\n"
+    "  --unbuffered             write each piece of the page at once, not together\n"
+    "  --log                    print the diagnostics on standard error\n"
+    "  --help, --version        print this text, or the version\n"
+    "\n"
+    "Exit status: 0 page rendered; 1 page rendered, and --log printed errors or\n"
+    "warnings; 2 wrong usage, a missing file, or the page cannot be written; 3 the\n"
+    "interpreter gave up in the middle of the page.\n";
+
+enum OptionNumber : size_t {
+    OPT_SET,
+    OPT_DOCROOT,
+    OPT_ROOT,
+    OPT_LANG,
+    OPT_ERROR,
+    OPT_DB,
+    OPT_TOOLTIPS,
+    OPT_OUTPUT,
+    OPT_UNBUFFERED,
+    OPT_LOG,
+    OPT_HELP,
+    OPT_VERSION
+};
+
+// In the order of OptionNumber.
+static constexpr OptionRow optionRows[] = {
+    {"set", 0, true},         {"docroot", 0, true}, {"root", 0, true},     {"lang", 0, true},
+    {"error", 0, true},       {"db", 0, true},      {"tooltips", 0, true}, {"output", 0, true},
+    {"unbuffered", 0, false}, {"log", 0, false},    {"help", 0, false},    {"version", 0, false},
+};
+
+// Prints a text on standard output and returns the exit status.
+static int print(const char *text)
+{
+    if (fputs(text, stdout) >= 0 && fflush(stdout) == 0)
+        return PAGE_WHOLE;
+    return complain(NO_PAGE, "cannot write standard output: %s", strerror(errno));
+}
+
+// Looks at the command line. Returns -1 to go on, else the exit status.
+static int checkOptions(const CommandLine &options)
+{
+    if (!options.problem.empty())
+        return complain(NO_PAGE, "%s, see --help", options.problem.c_str());
+    if (options.has(OPT_HELP))
+        return print(helpText);
+    if (options.has(OPT_VERSION))
+        return print("orv-render " ORV_VERSION "\n");
+    for (const char *variable : options.values[OPT_SET])
+        if (variable[0] == '=' || !strchr(variable, '='))
+            return complain(NO_PAGE, "--set needs NAME=VALUE, not '%s'", variable);
+    const string_view mode = options.value(OPT_TOOLTIPS, "1");
+    if (mode != "1" && mode != "2")
+        return complain(NO_PAGE, "--tooltips needs 1 or 2, not '%s'", mode.data());
+    if (options.words.size() != 1)
+        return complain(NO_PAGE, "%s, see --help",
+                        options.words.empty() ? "no template given" : "several templates");
+    return -1;
+}
+
+// Gives each standard descriptor that is closed a place that no file opened later
+// can take. Returns whether standard output was open.
+static bool holdStandardDescriptors()
+{
+    bool isOpen = fcntl(STDOUT_FILENO, F_GETFD) >= 0;
+    int fd;
+    do
+        fd = open("/dev/null", O_RDWR | O_CLOEXEC);
+    while (fd >= 0 && fd <= STDERR_FILENO);
+    if (fd >= 0)
+        close(fd);
+    return isOpen;
+}
+
+// Returns all that was written to a file in memory.
+static std::string readAll(int fd)
+{
+    std::string text;
+    char piece[8192];
+    ssize_t got;
+    while ((got = pread(fd, piece, sizeof piece, static_cast<off_t>(text.size()))) > 0)
+        text.append(piece, static_cast<size_t>(got));
+    return text;
+}
+
+// How many errors and warnings the library has reported so far.
+static int32_t countProblems()
+{
+    return Orv_Interpreter_LogCount(ORV_LOG_WARNING) + Orv_Interpreter_LogCount(ORV_LOG_ERROR);
+}
+
+// Puts a file in memory with all that standard input gives into its place: templates
+// are mapped. Returns false when it cannot be read; errno tells why.
+static bool keepStandardInput()
+{
+    std::string text;
+    char piece[8192];
+    ssize_t got;
+    while ((got = read(STDIN_FILENO, piece, sizeof piece)) > 0 || (got < 0 && errno == EINTR))
+        text.append(piece, got > 0 ? static_cast<size_t>(got) : 0);
+    const int fd = got < 0 ? -1 : memfd_create("template", MFD_CLOEXEC);
+    const bool isKept = fd >= 0 && writeAll(fd, text) && dup2(fd, STDIN_FILENO) >= 0;
+    if (fd >= 0)
+        close(fd);
+    return isKept;
+}
+
+// Sets the variables of the command line. Returns -1 to go on, else the exit status.
+static int setVariables(Host &host, Interpreter *interpreter, const CommandLine &options)
+{
+    for (const char *variable : options.values[OPT_SET]) {
+        const char *value = strchr(variable, '=') + 1;
+        const std::string name(variable, value - 1);
+        if (hostSet(host, interpreter, name.c_str(), value) != 0)
+            return complain(NO_PAGE, "cannot set variable '%s'", name.c_str());
+    }
+    return -1;
+}
+
+// Whether the page is collected in memory and written at the end, by us: then a
+// failed write is noticed, which the interpreter passes over. A pipe or terminal
+// gets the page at once; when a pipe's reader is gone, the signal ends us.
+static bool collectsPage(const CommandLine &options)
+{
+    struct stat status;
+    if (options.value(OPT_OUTPUT))
+        return true;
+    return fstat(STDOUT_FILENO, &status) == 0 && !S_ISFIFO(status.st_mode) &&
+           !S_ISSOCK(status.st_mode) && !isatty(STDOUT_FILENO);
+}
+
+// Writes the collected page to where it belongs. Returns false after a line.
+static bool writePage(int startDir, const char *output, int page)
+{
+    int fd = STDOUT_FILENO;
+    if (output)
+        fd = openat(startDir, output, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+    bool isWritten = fd >= 0 && writeAll(fd, readAll(page));
+    int cause = errno;
+    if (output && fd >= 0 && close(fd) != 0 && isWritten) {
+        isWritten = false;
+        cause = errno;
+    }
+    if (!isWritten)
+        complain(NO_PAGE, "cannot write %s: %s", output ? output : "standard output",
+                 strerror(cause));
+    return isWritten;
+}
+
+// Says why the page is missing or broken off. Returns the exit status.
+static int explainResult(const Host &host, const CommandLine &options,
+                         const Interpreter *interpreter, int32_t result, bool logs)
+{
+    int32_t line = 0;
+    const char *name = Orv_Interpreter_Position(interpreter, &line);
+    const int32_t lost = Orv_Interpreter_OutputError(interpreter);
+    if (lost > 0)
+        return complain(NO_PAGE, "cannot write the page: %s", strerror(lost));
+    if (result == ORV_RUN_NO_TEMPLATE && logs && host.openProblem)
+        return NO_PAGE; // the log has the line
+    if (result == ORV_RUN_NO_TEMPLATE)
+        return complain(NO_PAGE, "cannot open template '%s': %s", options.words[0],
+                        host.openProblem ? host.openProblem : "it is empty or cannot be mapped");
+    if (result != ORV_RUN_GAVE_UP)
+        return PAGE_WHOLE;
+    return complain(PAGE_BROKEN_OFF, "gave up at %s, line %d", name ? name : options.words[0],
+                    line);
+}
+
+// Runs the template with the descriptors at hand: page, where it goes, and log,
+// -1 without --log. Returns the exit status, after a line for a missing page.
+static int runPage(Host &host, const CommandLine &options, int page, int log)
+{
+    Interpreter *interpreter = hostInterpreter(host);
+    if (!interpreter || (log >= 0 && Orv_Interpreter_SetLog(log) != 0) ||
+        Orv_Interpreter_SetOutputBuffer(interpreter,
+                                        options.has(OPT_UNBUFFERED) ? 0 : OUTPUT_BUFFER) != 0) {
+        Orv_Interpreter_Destroy(interpreter);
+        return complain(NO_PAGE, "out of memory");
+    }
+    int status = setVariables(host, interpreter, options);
+    if (status < 0) {
+        const char *path = host.readsInput ? STANDARD_INPUT : options.words[0];
+        const int32_t result = Orv_Interpreter_Run(interpreter, path, page);
+        status = explainResult(host, options, interpreter, result, log >= 0);
+    }
+    Orv_Interpreter_Destroy(interpreter);
+    return status;
+}
+
+// Renders the page, writes it if it was collected, and prints the log.
+static int renderPage(Host &host, const CommandLine &options, int startDir)
+{
+    bool collects = collectsPage(options);
+    int page = collects ? memfd_create("page", MFD_CLOEXEC) : STDOUT_FILENO;
+    int log = options.has(OPT_LOG) ? memfd_create("log", MFD_CLOEXEC) : -1;
+    if (page < 0 || (options.has(OPT_LOG) && log < 0))
+        return complain(NO_PAGE, "no memory for the page or the log: %s", strerror(errno));
+    if (log >= 0) {
+        host.reportFd = log;
+        host.reportTemplates = true;
+    }
+    int status = runPage(host, options, page, log);
+    if (status != NO_PAGE && collects && !writePage(startDir, options.value(OPT_OUTPUT), page))
+        status = NO_PAGE;
+    if (log >= 0) {
+        std::string text = readAll(log);
+        writeAll(STDERR_FILENO, text);
+        if (status == PAGE_WHOLE && (host.problems > 0 || countProblems() > 0))
+            status = PAGE_WITH_PROBLEMS;
+    }
+    return status;
+}
+
+// A root of our own with a kernel command line that asks for tooltips, and links
+// to the texts of the real one. It is gone with the record.
+struct TooltipRoot {
+    std::string path;
+
+    ~TooltipRoot()
+    {
+        std::error_code ignored;
+        if (!path.empty())
+            fs::remove_all(path, ignored);
+    }
+};
+
+// Returns whether the root could be made; errno tells why not.
+static bool makeTooltipRoot(TooltipRoot &made, const char *root, const char *mode)
+{
+    std::error_code error;
+    std::string path = (fs::temp_directory_path(error) / "orv-render-XXXXXX").string();
+    if (error || !mkdtemp(path.data()))
+        return false;
+    made.path = path;
+    for (const char *folder : {"/proc", "/var"})
+        if (!fs::create_directory(path + folder, error))
+            return false;
+    for (const char *file : {"/etc", "/var/htmltext.db"}) {
+        fs::create_symlink(std::string(root) + file, path + file, error);
+        if (error)
+            return false;
+    }
+    std::ofstream cmdline(path + "/proc/cmdline");
+    cmdline << "tooltip=" << mode << '\n';
+    cmdline.close();
+    return !cmdline.fail();
+}
+
+// Resolves what is relative to the caller's directory, then enters the document
+// root and renders.
+static int run(const CommandLine &options, bool hasStandardOutput)
+{
+    static char root[PATH_MAX]; // systemRoot must outlive the interpreter
+    static TooltipRoot tooltipRoot;
+    Host host;
+    host.program = programName;
+    host.error = options.value(OPT_ERROR);
+    int startDir = open(".", O_PATH | O_DIRECTORY | O_CLOEXEC);
+    if (!options.value(OPT_OUTPUT) && !hasStandardOutput)
+        return complain(NO_PAGE, "standard output is closed");
+    if (options.value(OPT_ROOT) && !realpath(options.value(OPT_ROOT), root))
+        return complain(NO_PAGE, "cannot use root '%s': %s", options.value(OPT_ROOT),
+                        strerror(errno));
+    systemRoot = root;
+    host.readsInput = strcmp(options.words[0], "-") == 0;
+    if (host.readsInput && !keepStandardInput())
+        return complain(NO_PAGE, "cannot read standard input: %s", strerror(errno));
+    if (options.value(OPT_TOOLTIPS)) {
+        if (!makeTooltipRoot(tooltipRoot, root, options.value(OPT_TOOLTIPS)))
+            return complain(NO_PAGE, "cannot make a folder for --tooltips: %s", strerror(errno));
+        systemRoot = tooltipRoot.path.c_str();
+    }
+    int status = NO_PAGE;
+    if (hostOpen(host, options.value(OPT_DOCROOT, "."), options.value(OPT_DB))) {
+        if (options.value(OPT_LANG) && Orv_Interpreter_SetLanguage(options.value(OPT_LANG)) != 0)
+            complain(NO_PAGE, "there is no text database for language '%s'",
+                     options.value(OPT_LANG));
+        else
+            status = renderPage(host, options, startDir);
+    }
+    hostClose(host);
+    // A file system may report a failed write no sooner than here.
+    if (fclose(stdout) != 0 && hasStandardOutput)
+        return complain(NO_PAGE, "cannot write standard output: %s", strerror(errno));
+    return status;
+}
+
+int main(int argc, char **argv)
+{
+    bool hasStandardOutput = holdStandardDescriptors();
+    std::set_new_handler([] { _exit(complain(NO_PAGE, "out of memory")); });
+    const CommandLine options = readCommandLine(argc, argv, optionRows);
+    int status = checkOptions(options);
+    return status >= 0 ? status : run(options, hasStandardOutput);
+}
