@@ -1,4 +1,4 @@
-/* tests/harness.cpp - a web program for the tests, and their main. */
+/* tests/harness.cpp - a web program for the tests. */
 #include "tests/harness.h"
 
 #include <errno.h>
@@ -26,7 +26,6 @@ static std::vector<std::string> pieces;
 Writes writes;
 void (*afterRender)(const Host &, const std::string &, const Outcome &);
 int32_t gatheredBytes;
-std::string folder;
 
 extern "C" ssize_t write(int fd, const void *data, size_t size)
 {
@@ -42,14 +41,6 @@ extern "C" ssize_t write(int fd, const void *data, size_t size)
         size = std::min(size, writes.most);
     pieces.emplace_back(static_cast<const char *>(data), size);
     return static_cast<ssize_t>(size);
-}
-
-void writeFile(const std::string &path, const std::string &content)
-{
-    const auto slash = path.rfind('/');
-    if (slash != std::string::npos)
-        std::filesystem::create_directories(path.substr(0, slash));
-    std::ofstream(path, std::ios::binary) << content;
 }
 
 static int32_t openFile(Interpreter *, const char *path)
@@ -244,14 +235,6 @@ void forgetTexts()
     }
 }
 
-std::string repeated(const std::string &text, size_t times)
-{
-    std::string result;
-    for (size_t i = 0; i < times; ++i)
-        result += text;
-    return result;
-}
-
 std::string difference(const std::string &expected, const std::string &got)
 {
     if (expected == got)
@@ -268,16 +251,15 @@ std::string difference(const std::string &expected, const std::string &got)
            cut(got);
 }
 
-int main(int argc, char **argv)
+namespace
 {
-    testing::InitGoogleTest(&argc, argv);
-    char name[] = "/tmp/orv-tests-XXXXXX";
-    if (!mkdtemp(name) || chdir(name) != 0)
-        return 1;
-    folder = name;
-    static const std::string root = folder + "/device";
-    systemRoot = root.c_str();
-    const int result = RUN_ALL_TESTS();
-    std::filesystem::remove_all(folder);
-    return result;
-}
+// What the library opens by a fixed path is looked for below the folder.
+struct Device : testing::Environment {
+    void SetUp() override
+    {
+        static const std::string root = folder + "/device";
+        systemRoot = root.c_str();
+    }
+};
+} // namespace
+static const testing::Environment *device = testing::AddGlobalTestEnvironment(new Device);

@@ -1,8 +1,8 @@
 /* tests/harness.h - a web program for the tests: templates, answers and errors
  * come from memory, and the page is kept piece by piece.
  *
- * Templates are files of a private folder, which is the working directory. The
- * library's write calls come here first: what goes to PAGE_FD is recorded, and
+ * Templates are files of the private folder, and device/ below it stands for the
+ * device's root. The library's write calls come here first: what goes to PAGE_FD is recorded, and
  * can be cut short, interrupted or refused. */
 #ifndef ORV_TESTS_HARNESS_H
 #define ORV_TESTS_HARNESS_H
@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "interface/orvinterpreter.h"
+#include "tests/folder.h"
 #include "tools/common/textdb_file.h"
 
 constexpr int32_t PAGE_FD = 1 << 20; // no real descriptor
@@ -55,7 +56,6 @@ Outcome renderText(const std::string &text);
 std::string withoutLines(const std::string &text, bool (*isUnwanted)(const std::string &line));
 
 /* The parts of it, for tests of their own. */
-void writeFile(const std::string &path, const std::string &content);
 extern const InterpreterCallbacks hostCallbacks;
 void useHost(Host *host);
 Outcome runHandle(Interpreter *interpreter, const std::string &path = "t.htm");
@@ -96,10 +96,5 @@ std::string difference(const std::string &expected, const std::string &got);
 int logTarget();
 void startLog();
 std::string takeLog();
-
-/* The private folder: device/ below it stands for the device's root. */
-extern std::string folder;
-
-std::string repeated(const std::string &text, size_t times);
 
 #endif

@@ -12,11 +12,6 @@
 
 namespace
 {
-struct Block {
-    std::string text;
-    int line = 0; // of the document, where the text begins
-};
-
 using Example = std::map<std::string, Block>; // by kind: template, page, log, or a file's name
 
 struct Row {
@@ -59,35 +54,19 @@ protected:
 };
 } // namespace
 
-// The line end in front of a closing fence is a log's, but no file's.
-static void endBlock(Example *example, const std::string &kind)
-{
-    std::string &text = (*example)[kind].text;
-    if (kind != "log" && !text.empty())
-        text.pop_back();
-}
-
 static std::vector<Example> readExamples(const std::string &path)
 {
-    std::ifstream document(path);
     std::vector<Example> examples;
-    std::string kind; // of the block that the line belongs to
-    int number = 0;
-    for (std::string line; std::getline(document, line);) {
-        ++number;
-        if (line == "```template")
+    for (Block block : readBlocks(path)) {
+        if (block.kind == "template")
             examples.emplace_back();
         if (examples.empty())
             continue;
-        if (line == "```") {
-            endBlock(&examples.back(), kind);
-            kind.clear();
-        } else if (line.starts_with("```")) {
-            kind = line.substr(3);
-            examples.back()[kind].line = number + 1;
-        } else if (!kind.empty()) {
-            examples.back()[kind].text += line + '\n';
-        }
+        // The line end in front of a closing fence is a log's, but no file's.
+        if (block.kind != "log" && !block.text.empty())
+            block.text.pop_back();
+        const std::string kind = block.kind;
+        examples.back()[kind] = std::move(block);
     }
     return examples;
 }

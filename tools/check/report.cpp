@@ -113,6 +113,10 @@ std::vector<Finding> checkSite(Site &site)
     checkTexts(all);
     checkCommands(all);
     checkHtml(all);
+    const auto &ignored = site.options.ignored;
+    std::erase_if(all.findings, [&](const Finding &finding) {
+        return std::find(ignored.begin(), ignored.end(), finding.kind) != ignored.end();
+    });
     sortFindings(&all.findings);
     return std::move(all.findings);
 }

@@ -44,7 +44,7 @@ void checkTexts(Report &all);
 void checkCommands(Report &all);
 void checkHtml(Report &all);
 
-/* All of them, sorted. */
+/* All of them, sorted, without the kinds that the site's options leave out. */
 std::vector<Finding> checkSite(Site &site);
 
 /* What a text does to the command that a field stands in, or to page text; empty when

@@ -15,6 +15,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "findings.h"
 #include "sql.h"
 #include "tools/common/template.h"
 #include "texts.h"
@@ -59,6 +60,7 @@ struct SiteOptions {
     std::vector<std::string> texts;             // files
     std::vector<std::string> set;               // variables that the web program sets
     std::vector<std::string> safe;              // such ones whose values are safe anywhere
+    std::vector<const Kind *> ignored;          // kinds that are left out
     std::vector<std::string> templates;         // paths below docRoot; empty for all
     std::map<std::string, std::string> unsaved; // contents that stand for files, by path
 };

@@ -32,6 +32,7 @@ CommandLine readCommandLine(int argc, char **argv, std::span<const OptionRow> ro
     }
     names.push_back({});
     opterr = 0;
+    optind = 0; // a program may read several lines
     for (int key; (key = getopt_long(argc, argv, letters.c_str(), names.data(), nullptr)) != -1;) {
         const bool isLetter = optopt > 0 && optopt < FIRST_ROW;
         const std::string given =
