@@ -3,21 +3,27 @@
 
 #include <cerrno>
 #include <climits>
+#include <csignal>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
 #include <fcntl.h>
+#include <pthread.h>
 #include <sys/stat.h>
 #include <unistd.h>
+
+static std::string folderOf(const std::string &path)
+{
+    const size_t slash = path.rfind('/');
+    return slash == std::string::npos ? "." : path.substr(0, slash + 1);
+}
 
 // Makes a rename in the folder of path last.
 static bool syncFolder(const std::string &path)
 {
-    const size_t slash = path.rfind('/');
-    const std::string folder = slash == std::string::npos ? "." : path.substr(0, slash + 1);
-    const int fd = open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    const int fd = open(folderOf(path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (fd < 0)
         return false;
     const bool done = fsync(fd) == 0 || errno == EINVAL; // some file systems cannot
@@ -99,21 +105,57 @@ static bool takeModeAndOwner(int fd, const struct stat *old)
     return fchmod(fd, 0666 & ~mask) == 0;
 }
 
-// Makes the new file beside its place. Returns false when that fails; errno tells
-// why.
-static bool writeBeside(char *path, const struct stat *old, std::string_view bytes)
+// Opens the new file, beside the place that it is to take. Where the file system can do
+// that it has no name until giveName, so that nothing of it stays when the program ends.
+// beside: out, its name, empty for none. Returns a negative number on failure.
+static int openBeside(const std::string &target, std::string *beside)
 {
-    const int fd = mkstemp(path);
+    const int fd = open(folderOf(target).c_str(), O_TMPFILE | O_WRONLY | O_CLOEXEC, 0600);
+    if (fd >= 0)
+        return fd;
+    std::string name = target + ".XXXXXX";
+    const int named = mkstemp(name.data());
+    if (named >= 0)
+        *beside = name;
+    return named;
+}
+
+// Gives a file without a name one that is free. Returns false when that fails.
+static bool giveName(int fd, const std::string &target, std::string *beside)
+{
+    const std::string link = "/proc/self/fd/" + std::to_string(fd);
+    for (int i = 0; beside->empty(); ++i) {
+        const std::string name = target + "." + std::to_string(getpid()) + "-" + std::to_string(i);
+        if (linkat(AT_FDCWD, link.c_str(), AT_FDCWD, name.c_str(), AT_SYMLINK_FOLLOW) == 0)
+            *beside = name;
+        else if (errno != EEXIST)
+            return false;
+    }
+    return true;
+}
+
+// Makes the new file and puts it in its place. Returns false when that fails; errno
+// tells why, and nothing is changed.
+static bool writeInPlaceOf(const std::string &target, const struct stat *old,
+                           std::string_view bytes)
+{
+    std::string beside;
+    const int fd = openBeside(target, &beside);
     if (fd < 0)
         return false;
-    bool written = writeAll(fd, bytes) && takeModeAndOwner(fd, old) && fsync(fd) == 0;
+    bool written = writeAll(fd, bytes) && takeModeAndOwner(fd, old) && fsync(fd) == 0 &&
+                   giveName(fd, target, &beside);
     int error = errno;
     if (close(fd) != 0 && written) {
         error = errno;
         written = false;
     }
-    if (!written)
-        unlink(path);
+    if (written && rename(beside.c_str(), target.c_str()) != 0) {
+        error = errno;
+        written = false;
+    }
+    if (!written && !beside.empty())
+        unlink(beside.c_str());
     errno = error;
     return written;
 }
@@ -127,16 +169,15 @@ bool replaceFile(const char *path, std::string_view bytes)
         complain(0, "cannot write %s: it is not a regular file", path);
         return false;
     }
-    std::string beside = target + ".XXXXXX";
-    bool written = writeBeside(beside.data(), exists ? &status : nullptr, bytes);
-    if (written && rename(beside.c_str(), target.c_str()) != 0) {
-        const int error = errno;
-        unlink(beside.c_str());
-        errno = error;
-        written = false;
-    }
+    sigset_t all; // a signal that ends the program waits until no half-made file has a name
+    sigset_t before;
+    sigfillset(&all);
+    pthread_sigmask(SIG_BLOCK, &all, &before);
+    const bool written = writeInPlaceOf(target, exists ? &status : nullptr, bytes);
+    const int error = errno;
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
     if (!written) {
-        complain(0, "cannot write %s: %s", path, strerror(errno));
+        complain(0, "cannot write %s: %s", path, strerror(error));
         return false;
     }
     if (!syncFolder(target)) {

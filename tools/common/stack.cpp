@@ -2,6 +2,7 @@
 #include "tools/common/stack.h"
 
 #include <pthread.h>
+#include <signal.h>
 
 #include <cstddef>
 
@@ -39,6 +40,9 @@ int runOnDeepStack(int (*work)(int, char **), int argc, char **argv)
     }
     if (!runs)
         return work(argc, argv);
+    sigset_t all; // signals go to the work, which holds back what must not end it just then
+    sigfillset(&all);
+    pthread_sigmask(SIG_BLOCK, &all, nullptr);
     pthread_join(thread, nullptr);
     return call.result;
 }
