@@ -145,6 +145,42 @@ TEST(TextDbTool, ReplacesDatabasesOnly)
     EXPECT_EQ(run("dump a.po"), "orv-textdb: a.po is no text database\n=1");
 }
 
+// Where files may have 4096 bytes, whether or not a signal tells of it, nothing that is there is
+// cut, and nothing half-made stays.
+TEST(TextDbTool, LosesNothingToALimitOnFiles)
+{
+    std::string english = utf8Header;
+    std::string german = utf8Header;
+    std::string page;
+    for (int i = 0; i < 200; ++i) {
+        const std::string id = "id." + std::to_string(i);
+        english += entry(id, "a text of some words");
+        german += entry(id, "ein Text mit Worten");
+        page += "{?" + id + "?}";
+    }
+    buildOld();
+    writeFile("en.po", english);
+    writeFile("de.po", german);
+    writeFile("1.htm", page);
+    ASSERT_EQ(run("build -o large.db en.po && mkdir -p w"), "en.po: 200 of 200 texts\n=0");
+    const std::string old = readFile("t.db") + readFile("de.po");
+    const std::string print = "orv-textdb: cannot print ";
+    const std::string rows[][2] = {
+        {"build -o t.db en.po", "orv-textdb: cannot write t.db: File too large\n"},
+        {"build -o w/new.db en.po", "orv-textdb: cannot write w/new.db: File too large\n"},
+        {"update en.po de.po", print + "de.po: id \"id."},
+        {"pot en.po 1.htm", print + "the template: id \"id."},
+        {"dump large.db", "orv-textdb: cannot write standard output: File too large\n"},
+    };
+    for (const std::string signal : {"", "trap '' 25; "})
+        for (const auto &[command, told] : rows) {
+            EXPECT_EQ(runCommand(signal + "ulimit -f 8; " ORV_TEXTDB " " + command), 1) << command;
+            EXPECT_TRUE(readFile("err").starts_with(told)) << command << ": " << readFile("err");
+        }
+    EXPECT_EQ(readFile("t.db") + readFile("de.po"), old);
+    EXPECT_EQ(runCommand("rmdir w"), 0) << "something stays in it";
+}
+
 TEST(TextDbTool, NamesEveryFault)
 {
     writeFile("t.po", utf8Header + entry("ab", "X") + entry("ac", "Y"));

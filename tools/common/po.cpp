@@ -40,11 +40,7 @@ static constexpr size_t MAX_SYNTAX_ERRORS = 10;
 
 static constexpr std::string_view NOTE_START = "orv-textdb: ";
 
-// Has gettext's library take bytes one by one, by variables of its own: else it asks
-// iconv about each character of a file, which is half of its time. It looks for quotes,
-// backslashes and line ends, and none of them is a part of a longer character of UTF-8.
-// What is not UTF-8 is found here.
-static void takeBytes()
+void takePoBytes()
 {
     setenv("OLD_PO_FILE_INPUT", "yes", 1);
     setenv("OLD_PO_FILE_OUTPUT", "yes", 1);
@@ -127,8 +123,7 @@ static bool passString(std::string_view bytes, size_t *pos)
     return zero;
 }
 
-// Returns the offset of the first byte that is not UTF-8.
-static size_t findStrange(std::string_view bytes)
+size_t findStrange(std::string_view bytes)
 {
     for (size_t pos = 0; pos < bytes.size();) {
         const bool isAscii = (bytes[pos] & 0x80) == 0; // most are
@@ -335,7 +330,7 @@ PoFile readPo(const char *path)
         Reading state = {&po, bytes, &source};
         static const po_xerror_handler handler = {onError, onError2};
         current = &state;
-        takeBytes();
+        takePoBytes();
         po.file = po_file_read(path, &handler);
         if (po.errors > MAX_SYNTAX_ERRORS)
             complain(0, "%s: %zu more errors; is it a PO file?", path,
@@ -458,35 +453,6 @@ std::string headerField(const PoFile &po, const char *field)
     std::string text = value ? value : "";
     free(value);
     return text;
-}
-
-std::string printPo(const PoFile &po)
-{
-    static const po_xerror_handler handler = {onError, onError2};
-    std::string bytes;
-    const int fd = memfd_create("po", MFD_CLOEXEC);
-    const std::string path = "/proc/self/fd/" + std::to_string(fd); // it writes to names only
-    PoFile written = {po.path, nullptr, 0, {}, ""};
-    const PoSource none = {};
-    Reading state = {&written, "", &none};
-    current = &state;
-    takeBytes();
-    if (fd < 0 || !po_file_write(po.file, path.c_str(), &handler))
-        complain(0, "cannot print %s: %s", po.path.c_str(), strerror(errno));
-    else if (written.errors == 0)
-        readFile(path.c_str(), &bytes);
-    if (!bytes.empty() && !po.tail.empty())
-        bytes += "\n" + po.tail;
-    current = nullptr;
-    if (fd >= 0)
-        close(fd);
-    const size_t strange = findStrange(bytes); // of an escape, which is printed as its byte
-    if (strange == std::string_view::npos)
-        return bytes;
-    const size_t start = bytes.rfind('\n', strange) + 1;
-    const std::string line = bytes.substr(start, bytes.find('\n', strange) - start);
-    complain(0, "cannot print %s: %s is not UTF-8", po.path.c_str(), quotePo(line).c_str());
-    return "";
 }
 
 void reportPo(PoFile *po, size_t line, bool isError, const char *id, std::string_view message)

@@ -69,12 +69,22 @@ std::string commentWithoutNotes(std::string_view comments);
 std::string headerField(const PoFile &po, const char *field);
 
 /* Returns the file as gettext's library writes it, and the comments behind the last
- * entry, which that leaves out; empty after a complaint. */
+ * entry, which that leaves out. What is returned has been read once more, and is the
+ * file's content whole; empty after a complaint. */
 std::string printPo(const PoFile &po);
 
 /* Prints a message about a line of a PO file on standard error, and counts it if
  * it is an error. line: 0 when none is known. id: null when it is about none. */
 void reportPo(PoFile *po, size_t line, bool isError, const char *id, std::string_view message);
+
+/* Has gettext's library take bytes one by one, by variables of its own: else it asks
+ * iconv about each character of a file, which is half of its time. It looks for quotes,
+ * backslashes and line ends, and none of them is a part of a longer character of UTF-8.
+ * What is not UTF-8 is for the caller to find. */
+void takePoBytes();
+
+/* Returns the offset of the first byte that is not UTF-8, npos without any. */
+size_t findStrange(std::string_view bytes);
 
 /* Returns text in quotes as a PO file has it. What is not UTF-8 and what would
  * upset a terminal comes as octal numbers. */

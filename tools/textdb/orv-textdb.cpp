@@ -1,6 +1,7 @@
 /* tools/textdb/orv-textdb.cpp - the translators' tool: makes text databases from
  * gettext PO files, gives the PO back, checks databases, and compares them with
  * the text fields of templates. Here is its command line. */
+#include <csignal>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
@@ -133,6 +134,7 @@ static int run(int argc, char **argv)
         complain(STATUS_FAULT, "out of memory");
         _exit(STATUS_FAULT);
     });
+    signal(SIGXFSZ, SIG_IGN); // a file beyond a limit is a failing write, which is told
     CommandLine line = readCommandLine(argc, argv, options);
     int status;
     if (!line.problem.empty())
