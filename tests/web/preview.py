@@ -1,20 +1,21 @@
 #!/usr/bin/python3
-"""tests/web/preview.py ORV-PREVIEW ORV-TEXTDB SITE - the preview of a copy of the demo site,
-asked by its protocol and by headless Chromium, while the site's files change."""
+"""tests/web/preview.py ORV-PREVIEW ORV-TEXTDB ORV-CHECK SITE NAMES - the preview of a copy of the
+demo site, asked by its protocol and by headless Chromium, while the site's files change. NAMES is
+the list of the variables that the site's web program sets."""
 import http.client, json, os, re, shutil, signal, socket, sqlite3, subprocess, sys, tempfile, time
 import urllib.error, urllib.request
-from chromium import run, send, show, with_browser
+from chromium import press, run, send, show, with_browser
 from visitor import check, failed
 
 BAR = "const bar = document.querySelector('orv-preview').shadowRoot;"
 BADGE = BAR + "return bar.querySelector('.badge').className.trim()"
+SAID = BAR + "return bar.querySelector('.badge').childNodes[1].textContent"
+ENTRIES = BAR + """return [...bar.querySelectorAll('.entry')].map(entry => ['.place', '.text'].map(
+part => entry.querySelector(part)?.textContent).join(' '))"""
+OPEN = BAR + "return bar.querySelector('.panel') !== null"
 TITLE = "return document.querySelector('h1').textContent"
 ANSWER = "return document.querySelector('p')?.textContent"
-SWITCH = BAR + """const [field, value] = arguments;
-bar.querySelector('.badge')?.click();
-const element = bar.querySelectorAll('.switches :is(select, input)')[field];
-element.value = value;
-element.dispatchEvent(new Event('change'))"""
+TAB, ENTER, ESCAPE, END, BACKSPACE = "\ue004", "\ue007", "\ue00c", "\ue010", "\ue003"
 
 
 def wait(script, expected, *args):
@@ -29,6 +30,15 @@ def wait(script, expected, *args):
         if got == expected or time.monotonic() > deadline:
             return got
         time.sleep(0.03)
+
+
+def tab_to(selector):
+    """Goes on by the tabulator to an element of the bar."""
+    for _ in range(80):
+        if run(BAR + "return !!bar.activeElement?.matches(arguments[0])", selector):
+            return
+        press(TAB)
+    check("reached by the keyboard", selector, None)
 
 
 def write(path, text):
@@ -238,8 +248,7 @@ def check_changes(preview):
     check("nothing is wrong", "badge", run(BADGE))
     edit("site/devices.htm", "<table data-edited", "<?echo?><table")
     check("an error", "badge failed", wait(BADGE, "badge failed"))
-    text = run(BAR + "return bar.querySelector('.badge').textContent")
-    check("its place", True, bool(re.search(r"devices.htm:\d+ Syntax error: Unknown Cmd", text)))
+    check("its place", True, bool(re.search(r"devices.htm:\d+ Syntax error: Unknown Cmd", run(SAID))))
     edit("site/devices.htm", "<?echo?>", "<?echo 'mended'?>")
     check("mended", "badge", wait(BADGE, "badge"))
     edit("site/style.css", "body", "h1 { color: rgb(1, 2, 3) !important }\nbody")
@@ -253,26 +262,69 @@ def check_changes(preview):
     wait(BADGE, "badge")
 
 
-def check_switches(preview):
+def check_keys(preview):
+    """The bar without a mouse."""
     language = "return document.documentElement.lang"
-    run(SWITCH, 0, "de")
+    tab_to(".badge")
+    press(ENTER)
+    check("opened", True, run(OPEN))
+    tab_to(".switches select")
+    press("d")
     check("language", "de", wait(language, "de"))
     run("document.querySelector('.languages [lang=en]').click()")
     check("the page's own link", "en", wait(language, "en"))
-    run(SWITCH, 1, "1")
     marks = "return document.querySelectorAll('main [title]').length > 5"
-    check("marks", True, wait(marks, True))
-    run(SWITCH, 1, "0")
-    check("no marks", False, wait(marks, False))
-    run(SWITCH, 2, "<b>no route</b>")
+    for key, are_shown in (("a", True), ("o", False)):
+        tab_to("label + label select")
+        press(key)
+        check("marks", are_shown, wait(marks, are_shown))
     show(preview.url + "overview.htm")
-    check("error text", True, wait(
-        "return document.querySelector('[role=alert]')?.textContent.includes('no route')", True))
-    run(SWITCH, 2, "")
-    findings = BAR + """bar.getElementById('findings').click();
-return bar.querySelector('.entry').textContent"""
-    expected = "errorabout.htm:3:7Wordsid · n.htm:1: note"
-    check("findings of orv-check", expected, wait(findings, expected))
+    wait(OPEN, True)
+    tab_to(".switches input")
+    press("<b>no route</b>" + ENTER)
+    alert = "return document.querySelector('[role=alert]')?.textContent.trim()"
+    check("error text", "This did not work\n<b>no route</b>",
+          wait(alert, "This did not work\n<b>no route</b>"))
+    tab_to(".switches input")
+    press(END + 20 * BACKSPACE + ENTER)
+    check("no error text", None, wait(alert, None))
+    tab_to("#queries")
+    press(ENTER + ESCAPE)
+    check("closed", (False, "badge"), (run(OPEN), run(BADGE)))
+
+
+def check_findings(preview):
+    """What orv-check finds in the templates of the shown page."""
+    write("site/misspelt.htm", "<!DOCTYPE html>\n<?include ./piece.frm?><?if eq 1 2 `<?echo $var:xyzzy?>`?>\n")
+    write("site/piece.frm", "<?echo $var:hostnmae?>")
+    show(preview.url + "misspelt.htm")
+    check("counted", "2 findings", wait(SAID, "2 findings"))
+    check("its badge", "badge warned", run(BADGE))
+    tab_to(".badge")
+    press(ENTER)
+    check("told", ["misspelt.htm:2:44 $var:xyzzy is not set anywhere",
+                   "piece.frm:1:8 $var:hostnmae is not set anywhere; did you mean 'hostname'?"], sorted(run(ENTRIES)[:2]))
+    press(ESCAPE)
+
+
+def check_typing():
+    """Findings that come while something is typed: the check waits for its list until then."""
+    os.mkfifo("bin/names")
+    os.symlink("bin/names", "names")
+    write("typed/t.htm", "<!DOCTYPE html><?echo $var:nope?>")
+    with Preview("--port", "0", "--set-from", "names", "typed") as preview:
+        show(preview.url + "t.htm")
+        tab_to(".badge")
+        press(ENTER)
+        tab_to(".switches input")
+        press("no ")
+        write("bin/names", "other")
+        number = BAR + "return bar.querySelector('#findings .number').textContent"
+        check("findings come late", "1", wait(number, "1"))
+        press("route" + ENTER)
+        error = BAR + "return bar.querySelector('.switches input').value"
+        check("typed before and after", ("no route", "no route"),
+              (wait(error, "no route"), preview.report("t.htm")["error"]))
 
 
 def check_pages(preview):
@@ -354,29 +406,28 @@ def check_hardships():
         check("a second start", 200, preview.ask("")[0])
 
 
-FINDINGS = {"version": 1, "findings": [{"file": "about.htm", "line": 3, "column": 7,
-            "severity": "error", "id": "id", "text": "Words",
-            "notes": [{"file": "n.htm", "line": 1, "column": 1, "text": "note"}]}]}
-programs = [os.path.realpath(path) for path in sys.argv[1:3]]
-site = os.path.realpath(sys.argv[3])
+programs = [os.path.realpath(path) for path in sys.argv[1:4]]
+site, names = (os.path.realpath(path) for path in sys.argv[4:])
 with tempfile.TemporaryDirectory() as folder, tempfile.TemporaryDirectory() as tempfile.tempdir:
     os.environ["TMPDIR"] = tempfile.tempdir
     os.chdir(folder)
     os.mkdir("bin")
     shutil.copy(programs[0], "bin/orv-preview")  # it looks for the others beside it
-    os.symlink(programs[1], "bin/orv-textdb")
-    write("bin/orv-check", f"#!/bin/sh\ncat <<'END'\n{json.dumps(FINDINGS, indent=1)}\nEND\n")
-    os.chmod("bin/orv-check", 0o755)
+    for program in programs[1:]:
+        os.symlink(program, "bin/" + os.path.basename(program))
     shutil.copytree(site, "site")
     with open("site/router.sql", encoding="utf-8") as script, sqlite3.connect("router.db") as made:
         made.executescript(script.read())
     check_refusals()
     with Preview("--port", "0", "--db", "router.db", "--texts", "site/texts/en.po",
-                 "--texts", "site/texts/de.po", "site") as started:
+                 "--texts", "site/texts/de.po", "--set-from", names, "site") as started:
         check("all is watched", [], [line for line in started.lines if "by hand" in line])
         check_files(started)
         check_mistakes(started)
-        with_browser(lambda: [step(started) for step in (check_changes, check_switches,
-                                                         check_pages)])
+        def browse():
+            for step in check_changes, check_keys, check_findings, check_pages:
+                step(started)
+            check_typing()
+        with_browser(browse)
     check_hardships()
 sys.exit(bool(failed))

@@ -76,7 +76,7 @@
             if (JSON.stringify(findings) === JSON.stringify(data.findings))
                 return;
             data.findings = findings;
-            show();
+            showFindings();
         });
         source.addEventListener('error', () => {
             isOver = true;
@@ -212,7 +212,7 @@
                 text.missing ? 'nothing: no language has it' : 'the text of the fallback']))];
     };
 
-    const isOfPage = (finding) => data.templates.some((one) => one.path === finding.file);
+    const isOfPage = (finding) => data.templates.some((one) => one.file === finding.file);
     const allFindings = () => data.findings ? data.findings.findings : [];
 
     const findings = () => {
@@ -274,6 +274,15 @@
         show();
     };
 
+    // A handler that returns false would take the key from the element that has the focus.
+    const onKey = (event) => {
+        if (event.key === 'Escape' && !event.isComposing)
+            close();
+    };
+
+    const numberOf = (one) =>
+        span(`number ${one.severity(one.list())}`, String(one.list().length));
+
     const tabOf = (one, chosen) => make('button',
         {role: 'tab', type: 'button', id: one.id, 'aria-selected': String(one === chosen),
             onclick: () => {
@@ -281,14 +290,14 @@
                 show();
                 host.shadowRoot.getElementById(one.id).focus();
             }},
-        one.title, span(`number ${one.severity(one.list())}`, String(one.list().length)));
+        one.title, numberOf(one));
 
     const panel = (chosen) => {
         const summary = `${data.page ? `${data.page}: ` : ''}${size(data.bytes)} in `
             + `${plural(data.writes, 'write call', 'write calls')}, ${time(data.microseconds)}`;
         return make('section',
             {className: errors() ? 'panel failed' : 'panel', 'aria-label': 'orv-preview',
-                onkeydown: (event) => event.key === 'Escape' && close()},
+                onkeydown: onKey},
             make('div', {className: 'top'},
                 make('div', {className: 'tabs', role: 'tablist'},
                     sheets.map((one) => tabOf(one, chosen))),
@@ -313,7 +322,7 @@
             return make('button',
                 {className: 'badge failed', type: 'button', onclick: openAt('messages')},
                 span('count', plural(errors(), 'error', 'errors')),
-                span('where', `${placeOf(first.file, first.line)} ${first.text}`),
+                span('where', `${placeOf(first.file, first.line)} ${first.text}`.trim()),
                 span('more', 'Show'));
         }
         const found = allFindings().filter(isOfPage).length;
@@ -346,6 +355,17 @@
     const showBadge = () => {
         if (host && !recall().open)
             show();
+    };
+
+    // Findings come later than the page: what is typed, open or has the focus stays.
+    const showFindings = () => {
+        const one = sheets.find(({id}) => id === 'findings');
+        const tab = host && host.shadowRoot.getElementById(one.id);
+        if (!tab)
+            return showBadge();
+        tab.lastChild.replaceWith(numberOf(one));
+        if (tab.getAttribute('aria-selected') === 'true')
+            host.shadowRoot.querySelector('.sheet').replaceChildren(...[one.fill()].flat());
     };
 
     const begin = () => {

@@ -375,9 +375,8 @@ static bool takeEnds(Launcher &launcher)
         launcher.checker = 0;
         string printed;
         readWhole(launcher.work + "/checked", printed);
-        const string findings = compactJson(printed);
-        if (!findings.empty())
-            replaceFile(launcher.work + "/findings", findings);
+        replaceFile(launcher.work + "/findings",
+                    readFindings(printed, launcher.config.docRoot));
     }
     startChecker(launcher);
     return true;

@@ -1,12 +1,15 @@
 /* tools/preview/report.cpp - see the header. */
 #include "report.h"
 
+#include <filesystem>
 #include <nlohmann/json.hpp>
 
 #include "excerpt.h"
 
 using nlohmann::json;
 using std::string;
+
+namespace fs = std::filesystem;
 
 static constexpr int32_t LINES_AROUND = 2;
 
@@ -122,6 +125,7 @@ static json templates(const Trace &trace)
     json list = json::array();
     for (const TraceTemplate &one : trace.templates)
         list.push_back({{"path", one.path},
+                        {"file", fs::path(one.path).lexically_normal().string()},
                         {"line", one.place.line},
                         {"parent", one.parent},
                         {"problem", one.problem},
@@ -193,10 +197,25 @@ string reportJson(const Trace &trace, const ReportSetting &setting)
     return withoutTags(dump(report));
 }
 
-string compactJson(const string &text)
+// Names a file from the site's folder, if it is below that.
+static void nameFromSite(json &finding, const string &docRoot)
 {
-    const json value = json::parse(text, nullptr, false);
-    return value.is_discarded() ? "" : dump(value);
+    const string root = (fs::path(docRoot) / "").string();
+    const string file = fs::path(finding.value("file", "")).lexically_normal().string();
+    finding["file"] = file.starts_with(root) ? file.substr(root.size()) : file;
+}
+
+string readFindings(const string &printed, const string &docRoot)
+{
+    json read = json::parse(printed, nullptr, false);
+    if (!read.is_object())
+        return "null";
+    for (json &finding : read["findings"]) {
+        nameFromSite(finding, docRoot);
+        for (json &note : finding["notes"])
+            nameFromSite(note, docRoot);
+    }
+    return dump(read);
 }
 
 string scriptText(const string &text)

@@ -23,8 +23,9 @@ struct ReportSetting {
  * folder, so that lines of templates can be read. */
 std::string reportJson(const Trace &trace, const ReportSetting &setting);
 
-/* JSON without line ends; empty when the text is none. */
-std::string compactJson(const std::string &text);
+/* What orv-check has printed, in one line of JSON whose files are named from the site's
+ * folder, docRoot, as a page's templates are; null when it has failed. */
+std::string readFindings(const std::string &printed, const std::string &docRoot);
 
 /* A text as a literal of JavaScript. */
 std::string scriptText(const std::string &text);
