@@ -327,6 +327,18 @@ def check_typing():
               (wait(error, "no route"), preview.report("t.htm")["error"]))
 
 
+def check_troubles(preview):
+    """Where there is no page, the badge says why."""
+    for path, said in (("broken/first.htm", "broken/first.htm:1 The page breaks off."),
+                       ("broken/cut.htm", "broken/cut.htm:3 The page breaks off."),
+                       ("broken/empty.htm", "broken/empty.htm is empty."),
+                       ("nothere.htm", "There is no page nothere.htm."),
+                       ("overview.htm?a%5Bb%5D=1", "The request is refused.")):
+        show(preview.url + path)
+        check(path, ("badge failed", said), (wait(BADGE, "badge failed"), run(SAID)[:len(said)]))
+        check("said once", 1, len([m for m in preview.messages(path) if m[0] == "error"]))
+
+
 def check_pages(preview):
     """Pages that make it hard, by their policy, style, unclosed elements or base."""
     policy = """<meta http-equiv="Content-Security-Policy" content="default-src 'none';
@@ -361,7 +373,7 @@ return [getComputedStyle(badge).color, box.width > 50 && box.bottom > innerHeigh
         check(f"{name}: changed", "v2", wait(TITLE, "v2"))
         if name == "form":
             check("the form is not sent again", "", run(ANSWER))
-    known = re.compile("inline style|favicon")
+    known = re.compile("inline style|favicon|status of (400|404|500)")
     check("complaints", [], [line for line in
                              (entry["message"] for entry in send("/se/log", type="browser"))
                              if not known.search(line)])
@@ -425,7 +437,7 @@ with tempfile.TemporaryDirectory() as folder, tempfile.TemporaryDirectory() as t
         check_files(started)
         check_mistakes(started)
         def browse():
-            for step in check_changes, check_keys, check_findings, check_pages:
+            for step in check_changes, check_keys, check_findings, check_troubles, check_pages:
                 step(started)
             check_typing()
         with_browser(browse)

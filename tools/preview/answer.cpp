@@ -187,10 +187,14 @@ static ReportSetting settingOf(const Job &job, const string &page)
     return setting;
 }
 
-static int answerTrouble(const Job &job, const char *status, Trouble trouble)
+// Answers why there is no page, which is the first of the errors that its bar tells.
+static int answerTrouble(Job &job, const char *status, Trouble trouble)
 {
     if (trouble.hint.empty())
         trouble.hint = hintFor(trouble.text);
+    job.trace.messages.insert(
+        job.trace.messages.begin(),
+        {ORV_LOG_ERROR, trouble.place, trouble.title + ". " + trouble.text});
     return answerPage(job, status, troublePage(trouble), settingOf(job, trouble.place.file));
 }
 
@@ -218,6 +222,20 @@ static void setVariables(Job &job, Interpreter *interpreter)
                  job.request.method == "POST" ? "the form" : "the address");
 }
 
+// Takes the message with these words off the trace: the page says it in words of its own.
+// place: out, where it was. Returns whether there was one.
+static bool takeMessage(Trace &trace, const char *words, Place *place)
+{
+    const auto found = std::ranges::find_if(trace.messages, [words](const TraceMessage &message) {
+        return message.text.find(words) != string::npos;
+    });
+    if (found == trace.messages.end())
+        return false;
+    *place = found->place;
+    trace.messages.erase(found);
+    return true;
+}
+
 // Why there is no page, or not the whole.
 static Trouble runTrouble(Job &job, const string &page, const string &made)
 {
@@ -228,6 +246,7 @@ static Trouble runTrouble(Job &job, const string &page, const string &made)
         const bool isEmpty = !first || first->problem.empty();
         trouble.title = isEmpty ? page + " is empty" : page + " cannot be opened";
         trouble.text = isEmpty ? "An empty template makes no page." : first->problem;
+        takeMessage(job.trace, "mmap() on file", &trouble.place);
         return trouble;
     }
     trouble.title = "The page breaks off";
@@ -239,12 +258,10 @@ static Trouble runTrouble(Job &job, const string &page, const string &made)
     if (!made.empty())
         trouble.hint = "The usual causes are a command without its ?>, and an argument of more "
                        "than some 10,000 pieces.";
-    for (const TraceMessage &m : job.trace.messages)
-        if (m.text.find("File ends inside cmd") != string::npos) {
-            trouble.text = "The template ends inside a command: its ?> is missing.";
-            trouble.hint = "";
-            trouble.place = m.place;
-        }
+    if (takeMessage(job.trace, "File ends inside cmd", &trouble.place)) {
+        trouble.text = "The template ends inside a command: its ?> is missing.";
+        trouble.hint = "";
+    }
     trouble.lines = excerpt(job.trace, trouble.place.file, trouble.place.line, 4);
     trouble.page = made;
     return trouble;
@@ -261,7 +278,7 @@ static int answerTemplate(Job &job, const string &page)
     Interpreter *interpreter = traceInterpreter(job.trace);
     if (!interpreter)
         return answerTrouble(job, "500 Internal Server Error",
-                             {"Out of memory", "", "", {}, {}, "", {}});
+                             {"Out of memory", "There was none to make the page.", "", {}, {}, "", {}});
     setVariables(job, interpreter);
     const string made = traceRun(job.trace, interpreter, page);
     if (job.trace.result != ORV_RUN_DONE)
@@ -294,7 +311,7 @@ static std::vector<string> similarPages(const string &path)
     return pages;
 }
 
-static int answerMissing(const Job &job, const string &path, const string &why)
+static int answerMissing(Job &job, const string &path, const string &why)
 {
     Trouble trouble;
     const bool wantsPage = kindOfFile(path) != FolderEntry::FILE;
