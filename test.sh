@@ -64,7 +64,7 @@ set_up() {
         nlohmann/json.hpp:nlohmann-json3-dev \
         vim:vim node:nodejs npm:npm \
         :libclang-rt-dev :lighttpd curl:curl chromium:chromium chromedriver:chromium-driver \
-        tidy:tidy :python3 :lighttpd-mod-openssl openssl:openssl npm:npm \
+        tidy:tidy faketime:faketime strace:strace :python3 :lighttpd-mod-openssl openssl:openssl npm:npm \
         help2man:help2man pandoc:pandoc dpkg-shlibdeps:dpkg-dev file:file lintian:lintian \
         pkg-config:pkg-config kconfig-conf:kconfig-frontends-nox make:make
 }

@@ -1,22 +1,28 @@
 -- password.sql - a new password: old, password, repeat. All sessions end, and one begins
--- for the browser that has changed it. Guesses at the old one count like those of a login.
+-- for the browser that has changed it. Guesses at the old one are like those of a login, see
+-- there. Who sends the form twice knows the new one, which is the old one by then.
+select 'old', 'site.login.bad.wait' from login_wait where address = :address;
+
+create temp table proof as select password as known, null as fits, null as made from account;
+update proof set fits = case when password_fits(ifnull(:old, ''), known) then 1
+                        else ifnull(password_fits(ifnull(:password, ''), known), 0) end;
+update proof set made = password_hash(:password)
+    where fits and length(:password) between 8 and 64 and :password = :repeat;
+
 begin immediate;
-insert into login_count values (:address, :newtoken);
-select 'old', 'site.login.bad.wait'
-    where not exists (select 1 from login_try where attempt = :newtoken);
+select 'old', 'site.login.bad.wait' from login_wait where address = :address;
+insert into login_failed select :address from proof where not fits;
 commit;
 
-update login_try set fits = (select ifnull(password_fits(:old, password), 0) from account)
-    where attempt = :newtoken;
-delete from login_try where attempt = :newtoken and fits;
-
 begin immediate;
-select 'old', 'site.login.bad.password' from login_try where attempt = :newtoken and fits = 0
+select 'old', 'site.login.bad.password' from account, proof
+    where not fits or iif(password is known, 1, password_fits(ifnull(:password, ''), password)) = 0
 union all select 'password', 'site.password.bad.length'
     where length(ifnull(:password, '')) not between 8 and 64
 union all select 'repeat', 'site.password.bad.repeat'
     where ifnull(:password, '') <> ifnull(:repeat, '');
-update account set password = ifnull(password_hash(:password), password);
+update account set password = (select made from proof);
+delete from login_failure where address = :address;
 delete from session;
 insert into session (secret, token, origin, flash)
     values (:newsecret, :newtoken, :neworigin, 'site.password.saved');

@@ -167,7 +167,8 @@ create trigger password_changed after update on account begin
     insert into event_add values ('info', 'system', 'newpassword', '');
 end;
 
--- Sessions end after a quarter of an hour without a visit, and after half a day.
+-- Sessions end after a quarter of an hour without a visit, and after half a day. A time that
+-- lies ahead is void, here and for waits: the clock was wrong then, or has been set back.
 create table session (
     number integer primary key autoincrement,  -- never used again
     secret text not null unique,  -- the cookie
@@ -179,28 +180,24 @@ create table session (
 );
 create view live_session as
     select *, used < unixepoch() - 60 as is_stale from session
-    where used > unixepoch() - 900 and started > unixepoch() - 43200;
+    where used between unixepoch() - 899 and unixepoch()
+      and started between unixepoch() - 43199 and unixepoch();
 
--- Tries to sign in, by address. Each is counted before the password is looked at, so that
--- many at once are as slow as one after the other. After the third the next one must
--- wait, longer each time, a minute at most: nobody is locked out for good, and an
--- address does not keep others out.
-create table login_try (
+-- Wrong passwords, by address. After the third the next try must wait, longer each time, a
+-- minute at most: nobody is locked out for good, and an address does not keep others out.
+create table login_failure (
     address text primary key,
     failures integer not null,
-    next integer not null,  -- no sooner
-    attempt text not null,  -- the one that was let try last
-    fits integer            -- 1 when its password was right; null while it is not known
+    at integer not null  -- of the last one
 );
-create view login_count as select address, attempt from login_try;
-create trigger login_counted instead of insert on login_count begin
-    delete from login_try where next < unixepoch() - 3600;
-    insert into login_try values (new.address, 1, unixepoch(), new.attempt, null)
-        on conflict (address) do update set failures = failures + 1, fits = null,
-            attempt = new.attempt, next = unixepoch() + iif(failures < 2, 0, min(60, 1 << min(failures - 1, 6)))
-        where next <= unixepoch();
-end;
-create trigger login_failed after update of fits on login_try when new.fits = 0 begin
+create view login_wait as
+    select address from login_failure
+    where failures > 2 and unixepoch() between at and at + min(60, 1 << min(failures - 2, 6)) - 1;
+create view login_failed as select address from login_failure;
+create trigger login_counted instead of insert on login_failed begin
+    delete from login_failure where at not between unixepoch() - 3600 and unixepoch();
+    insert into login_failure values (new.address, 1, unixepoch())
+        on conflict (address) do update set failures = failures + 1, at = unixepoch();
     insert into event_add values ('warning', 'system', 'login', new.address);
 end;
 
@@ -233,7 +230,7 @@ create view clock as
 
 create view status_now as
     select status.*, max(0, now - started) / 60 as uptime_minutes,
-           max(0, started - now) as starts_in,
+           iif(started > now + 8, 0, max(0, started - now)) as starts_in,  -- see reboot.sql
            memory_total * (48 + now / 60 % 9) / 100 as memory_used
     from status, clock;
 

@@ -3,7 +3,10 @@
 #include "store.h"
 
 #include <arpa/inet.h>
+#include <errno.h>
+#include <stdio.h>
 #include <stdlib.h>
+#include <string.h>
 #include <sys/random.h>
 
 using std::string;
@@ -45,8 +48,10 @@ string makeSecret()
 {
     unsigned char random[16];
     string text;
-    if (getrandom(random, sizeof random, 0) != static_cast<ssize_t>(sizeof random))
+    if (getrandom(random, sizeof random, 0) != static_cast<ssize_t>(sizeof random)) {
+        fprintf(stderr, "zarn: there is no randomness: %s\n", strerror(errno));
         return text;
+    }
     for (unsigned char byte : random) {
         text += "0123456789abcdef"[byte >> 4];
         text += "0123456789abcdef"[byte & 15];

@@ -21,7 +21,8 @@ struct Session {
  * Returns false when the database cannot be read, after a line on standard error. */
 bool findSession(sqlite3 *db, const std::string &secret, bool isVisit, Session &session);
 
-/* Returns a random text of 32 hexadecimal digits; empty when there is no randomness. */
+/* Returns a random text of 32 hexadecimal digits; empty when there is no randomness,
+ * after a line on standard error. */
 std::string makeSecret();
 
 /* Whether two texts are equal, in a time that depends on their lengths alone. */

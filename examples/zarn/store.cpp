@@ -3,8 +3,8 @@
 
 #include <crypt.h>
 #include <stdio.h>
+#include <stdlib.h>
 #include <string.h>
-#include <memory>
 #include <sqlite3.h>
 
 using std::string;
@@ -20,33 +20,44 @@ static const char *argumentText(sqlite3_value *value)
     return reinterpret_cast<const char *>(sqlite3_value_text(value));
 }
 
-// Returns the hash of a password under a setting, which an older hash is too, borrowed
-// from work; null when it cannot be made.
-static const char *hash(const char *password, const char *setting, crypt_data *work)
+// Makes the hash of a password under a setting, which an older hash is too, the statement's
+// result: itself or, with stored, whether it is that one. Without memory or randomness the
+// statement fails, and so does its script: nothing is known about the password then.
+static void resultOfHash(sqlite3_context *context, const char *password, const char *setting,
+                         const char *stored)
 {
-    memset(work, 0, sizeof *work);
-    const char *text = password && setting ? crypt_r(password, setting, work) : nullptr;
-    return text && text[0] != '*' ? text : nullptr;
+    crypt_data *work = static_cast<crypt_data *>(calloc(1, sizeof(crypt_data)));
+    const char *text = work && setting ? crypt_r(password, setting, work) : nullptr;
+    if (!text || text[0] == '*') // the library's errno does not tell the cases apart
+        sqlite3_result_error(context,
+                             "a password cannot be hashed: too little memory or no randomness, "
+                             "or what is stored is no hash",
+                             -1);
+    else if (stored)
+        // Where two hashes differ tells nothing about the password.
+        sqlite3_result_int(context, strcmp(text, stored) == 0);
+    else
+        sqlite3_result_text(context, text, -1, SQLITE_TRANSIENT);
+    free(work);
 }
 
 static void passwordHash(sqlite3_context *context, int, sqlite3_value **arguments)
 {
-    auto work = std::make_unique<crypt_data>();
+    const char *password = argumentText(arguments[0]);
     char setting[CRYPT_GENSALT_OUTPUT_SIZE];
-    const char *salted = crypt_gensalt_rn(hashPrefix, 0, nullptr, 0, setting, sizeof setting);
-    const char *text = hash(argumentText(arguments[0]), salted, work.get());
-    if (text)
-        sqlite3_result_text(context, text, -1, SQLITE_TRANSIENT);
+    if (password)
+        resultOfHash(context, password,
+                     crypt_gensalt_rn(hashPrefix, 0, nullptr, 0, setting, sizeof setting), nullptr);
 }
 
 static void passwordFits(sqlite3_context *context, int, sqlite3_value **arguments)
 {
-    auto work = std::make_unique<crypt_data>();
+    const char *password = argumentText(arguments[0]);
     const char *stored = argumentText(arguments[1]);
-    const char *text = hash(argumentText(arguments[0]), stored, work.get());
-    // Where two hashes differ tells nothing about the password.
-    if (text)
-        sqlite3_result_int(context, strcmp(text, stored) == 0);
+    if (password && strlen(password) >= CRYPT_MAX_PASSPHRASE_SIZE)
+        sqlite3_result_int(context, 0); // no hash was made of it
+    else if (password && stored)
+        resultOfHash(context, password, stored, stored);
 }
 
 sqlite3 *storeOpen(const char *file)
@@ -125,7 +136,7 @@ ScriptResult runScript(sqlite3 *db, const string &script, const std::vector<Form
         status = runStatement(db, &rest, parameters, rows);
     bool isRefusedCommit = sqlite3_extended_errcode(db) == SQLITE_CONSTRAINT_COMMITHOOK;
     if (status != SQLITE_DONE && !isRefusedCommit)
-        fprintf(stderr, "zarn: cannot use the database: %s\n", sqlite3_errmsg(db));
+        fprintf(stderr, "zarn: a statement has failed: %s\n", sqlite3_errmsg(db));
     sqlite3_commit_hook(db, nullptr, nullptr);
     if (!sqlite3_get_autocommit(db))
         sqlite3_exec(db, "rollback", nullptr, nullptr, nullptr);

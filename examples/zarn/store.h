@@ -14,7 +14,7 @@ using Rows = std::vector<std::vector<std::string>>;
 /* Opens the database. Its statements may also call
  *   password_hash(PASSWORD)        a salted hash of it, for the database
  *   password_fits(PASSWORD, HASH)  1 when it is the password of that hash, else 0
- * Both are slow on purpose. Both results are NULL when it cannot be told.
+ * Both are slow on purpose, NULL for a NULL argument, and fail when it cannot be told.
  *
  * Returns null after a line on standard error; else the caller's, for a host to take. */
 sqlite3 *storeOpen(const char *file);

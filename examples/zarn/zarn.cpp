@@ -293,7 +293,9 @@ static void carryOut(Exchange &x, Host &host)
     ScriptResult result = SCRIPT_FAILED;
     if (!secret.empty() && !token.empty())
         result = runFormScript(x, secret, token);
-    if (result == SCRIPT_FAILED || !findSession(x.db, secret, false, begun)) {
+    if (result != SCRIPT_FAILED && !findSession(x.db, secret, false, begun))
+        return refuse(x, BROKEN);
+    if (result == SCRIPT_FAILED) {
         x.status = NOT_STORED;
         x.problems = {{"form", "site.bad.store"}};
     } else if (result == SCRIPT_ROWS) {

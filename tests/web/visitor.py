@@ -1,6 +1,6 @@
 """tests/web/visitor.py - a visitor of the demo site that scripts/serve.sh runs, without a browser:
 cookies, forms and the headers that browsers add. Used by the tests of this folder."""
-import html, http.client, os, re, sqlite3, sys, urllib.parse
+import html, http.client, io, os, re, sqlite3, subprocess, sys, urllib.parse
 
 SITE, DB, LOG = (os.environ.get(name, "") for name in ("SITE_URL", "SITE_DB", "SITE_LOG"))
 ORIGIN = SITE.rstrip("/")
@@ -21,10 +21,21 @@ def sql(query, *values):
         return db.execute(query, values).fetchall()
 
 
+def run_zarn(program, body=b"", **more):
+    """Starts the program as a web server would: for what that would refuse or mend, and where
+    calls fail. program: with what runs it, as words; more: of the environment."""
+    site = os.path.join(os.path.dirname(__file__), "../../examples/site")
+    env = {"ZARN_DOCROOT": site, "ZARN_DB": DB, "ZARN_ROOT": os.path.dirname(DB) + "/root",
+           "REQUEST_METHOD": "GET", "PATH_INFO": "/login.htm", "HTTP_HOST": "localhost",
+           "HTTP_ORIGIN": "http://localhost",
+           "CONTENT_LENGTH": str(len(body)), "CONTENT_TYPE": "application/x-www-form-urlencoded"}
+    return subprocess.Popen(program.split(), env={**os.environ, **env, **more},
+                            stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+
+
 class Answer:
-    def __init__(self, response):
-        self.status, self.headers = response.status, response.headers
-        self.text = response.read().decode()
+    def __init__(self, status, headers, text):
+        self.status, self.headers, self.text = status, headers, text.decode()
         title = re.search("<h1>(.*?)</h1>", self.text)
         self.heading = title[1] if title else ""
 
@@ -52,19 +63,24 @@ class Visitor:
 
     def ask(self, path, method="GET", body=None, headers=()):
         """headers: instead of or besides the usual ones; None leaves one out."""
+        sent = {} if method in ("GET", "HEAD") else dict(self.headers)
+        sent["Cookie"] = "; ".join(f"{name}={value}" for name, value in self.cookies.items())
+        sent.update(headers)
+        answer = self.fetch(path, method, body, {k: v for k, v in sent.items() if v is not None})
+        for cookie in answer.headers.get_all("Set-Cookie", ()):
+            name, value = cookie.split(";")[0].split("=", 1)
+            self.cookies[name] = value
+        return answer
+
+    def fetch(self, path, method, body, headers):
         target = urllib.parse.urlsplit(self.origin)
         if self.context:
             link = http.client.HTTPSConnection(target.netloc, timeout=self.timeout, context=self.context)
         else:
             link = http.client.HTTPConnection(target.netloc, timeout=self.timeout)
-        sent = {} if method in ("GET", "HEAD") else dict(self.headers)
-        sent["Cookie"] = "; ".join(f"{name}={value}" for name, value in self.cookies.items())
-        sent.update(headers)
-        link.request(method, "/" + path, body, {k: v for k, v in sent.items() if v is not None})
-        answer = Answer(link.getresponse())
-        for cookie in answer.headers.get_all("Set-Cookie", ()):
-            name, value = cookie.split(";")[0].split("=", 1)
-            self.cookies[name] = value
+        link.request(method, "/" + path, body, headers)
+        with link.getresponse() as response:
+            answer = Answer(response.status, response.headers, response.read())
         link.close()
         return answer
 
@@ -83,6 +99,24 @@ class Visitor:
         version = sql("select version from settings")[0][0]
         return self.post("settings.htm", {"token": self.token(), "version": version,
                                           **FORM, **fields})
+
+
+class Direct(Visitor):
+    """A visitor whom the program answers without a web server; log is what it reported."""
+    def __init__(self, program, **env):
+        super().__init__("http://localhost")
+        self.program, self.env, self.log = program, env, ""
+
+    def fetch(self, path, method, body, headers):
+        page, _, query = path.partition("?")
+        body = body.encode() if isinstance(body, str) else body or b""
+        sent = {"HTTP_" + name.upper().replace("-", "_"): value for name, value in headers.items()}
+        text, log = run_zarn(self.program, body, PATH_INFO="/" + page, QUERY_STRING=query,
+                             REQUEST_METHOD=method, **sent, **self.env).communicate(body)
+        head, _, rest = text.partition(b"\r\n\r\n")
+        fields = http.client.parse_headers(io.BytesIO(head + b"\r\n\r\n"))
+        self.log = log.decode()
+        return Answer(int(fields.get("Status", "0").split()[0]), fields, rest)
 
 
 def signed_in():
