@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include "exec/exec.h"
+#include "interface/observe.h"
 #include "interface/output.h"
 #include "interface/process.h"
 
@@ -25,7 +26,7 @@ static void encodeGroup(const unsigned char bytes[3], size_t count, char *out)
 // A stream for reading, on none of the standard streams' descriptors; null without one.
 static FILE *openStream(const char *path)
 {
-    FILE *file = fopen(path, "r");
+    FILE *file = observe::openFile(path);
     if (!file || fileno(file) > STDERR_FILENO)
         return file;
     const int fd = fcntl(fileno(file), F_DUPFD_CLOEXEC, STDERR_FILENO + 1);

@@ -16,10 +16,7 @@ static bool readOperand(const char *text, const char *ordinal, double *value)
     *value = strtod(text, &end);
     if (end != text)
         return true;
-    logMessage(Severity::WARNING,
-               "%s, near line %d: Warning: %s operator %s of calc is no valid number "
-               "in current context\n",
-               currentTemplate(), currentLine(), ordinal, text);
+    logMessage<Message::CALC_NO_NUMBER>(currentTemplate(), currentLine(), ordinal, text);
     return false;
 }
 
@@ -70,7 +67,7 @@ char *doCalc(const char *a, const char *b, uint32_t id)
         return nullptr;
     auto *text = static_cast<char *>(malloc(CALC_CAPACITY));
     if (!text) {
-        logMessage(Severity::ERROR, "zarn - Syntaxerror: NO MEMORY! (%s)\n", currentTemplate());
+        logMessage<Message::CALC_NO_MEMORY>(currentTemplate());
         return nullptr;
     }
     format(text, result, std::max(precisionOf(a), precisionOf(b)));

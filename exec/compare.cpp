@@ -12,18 +12,12 @@ int32_t doRepeat(const char *lowText, const char *upText, int32_t *lower, int32_
     char *end;
     *lower = readNumber(lowText, &end);
     if (end == lowText) {
-        logMessage(Severity::WARNING,
-                   "%s, near line %d: Warning: Lower boundary %s of repeat is no valid number "
-                   "in current context\n",
-                   currentTemplate(), currentLine(), lowText);
+        logMessage<Message::LOWER_NO_NUMBER>(currentTemplate(), currentLine(), lowText);
         return 0;
     }
     *upper = readNumber(upText, &end);
     if (end == upText) {
-        logMessage(Severity::WARNING,
-                   "%s, near line %d: Warning: Upper boundary %s of repeat is no valid number "
-                   "in current context\n",
-                   currentTemplate(), currentLine(), upText);
+        logMessage<Message::UPPER_NO_NUMBER>(currentTemplate(), currentLine(), upText);
         return 0;
     }
     return 1;

@@ -34,7 +34,14 @@ static void setVariable(const char *name, const char *value, uint32_t flags)
 {
     if (name && strcmp(name, "lang") == 0)
         Orv_Interpreter_SetLanguage(value);
-    insertVar(&inpr->varTree, name, value, flags);
+    const VarNode *stored = insertVar(&inpr->varTree, name, value, flags);
+    observe::assigned(name, nullptr, value, stored);
+}
+
+static void setElement(const char *name, const char *index, const char *value, uint32_t flags)
+{
+    const VarNode *stored = insertArray(&inpr->varTree, name, index, value, flags);
+    observe::assigned(name, index, value, stored);
 }
 
 static void setBounds(const Cmd *cmd, const char *lowText, const char *upText, Loop *loop)
@@ -92,10 +99,10 @@ static int32_t act(Cmd *cmd, const char *a1, const char *a2, int32_t direct, Loo
         setVariable(name, a1, 0);
         return EXEC_DONE;
     case ID_SETARRAY:
-        insertArray(&inpr->varTree, name, a1, a2, VAR_REPLACE);
+        setElement(name, a1, a2, VAR_REPLACE);
         return EXEC_DONE;
     case ID_SETARRAYONCE:
-        insertArray(&inpr->varTree, name, a1, a2, 0);
+        setElement(name, a1, a2, 0);
         return EXEC_DONE;
     case ID_REPEATINCL:
     case ID_REPEATEXCL:
@@ -122,8 +129,7 @@ static int32_t act(Cmd *cmd, const char *a1, const char *a2, int32_t direct, Loo
 
 int32_t refuseDepth()
 {
-    logMessage(Severity::ERROR, "zarn - ERROR in executeCmd: MAX_CMD_DEPTH exceeded! (%s)\n",
-               currentTemplate());
+    logMessage<Message::BODIES_TOO_DEEP>(currentTemplate());
     return EXEC_TOO_DEEP;
 }
 
@@ -154,9 +160,7 @@ static int32_t runBody(Cmd *cmd, Loop *loop, int32_t direct)
 static bool hasArgument(const Cmd *cmd, const Arg *arg, const char *ordinal)
 {
     if (!arg)
-        logMessage(Severity::ERROR,
-                   "zarn - ERROR in executeCmd: Missing %s argument in cmd ID%X! (%s)\n", ordinal,
-                   cmd->id, currentTemplate());
+        logMessage<Message::MISSING_ARGUMENT>(ordinal, cmd->id, currentTemplate());
     return arg;
 }
 
@@ -200,8 +204,13 @@ int32_t executeCmd(Cmd *cmd, int32_t direct)
 {
     if (!cmd)
         return EXEC_NO_COMMAND;
+    if (observe::keeps(cmd))
+        return EXEC_DONE;
+    observe::begins(cmd);
     Arg *body = cmd->args;
     int32_t offsets[2] = {0, 0};
-    return expandLeading(cmd, &body, offsets) ? perform(cmd, body, offsets, direct)
-                                              : EXEC_BAD_COMMAND;
+    const int32_t result =
+        expandLeading(cmd, &body, offsets) ? perform(cmd, body, offsets, direct) : EXEC_BAD_COMMAND;
+    observe::ended(cmd, result);
+    return result;
 }

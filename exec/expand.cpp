@@ -22,16 +22,13 @@ static bool reserve(ArgBuffer *buffer, size_t length)
 {
     while (length >= static_cast<size_t>(buffer->argCap - buffer->argLen)) {
         if (buffer->argCap > ARG_MAXLEN) {
-            logMessage(Severity::ERROR, "zarn - ERROR in pushStr: ARG_MAXLEN exceeded! (%s)\n",
-                       currentTemplate());
+            logMessage<Message::ARGUMENTS_TOO_LONG>(currentTemplate());
             return false;
         }
         const int32_t grown = buffer->argCap + ARG_STEP;
         auto *block = static_cast<char *>(realloc(buffer->argBuf, static_cast<size_t>(grown)));
         if (!block) {
-            logMessage(Severity::ERROR,
-                       "zarn - ERROR in pushStr: NO MEMORY while allocating %d Bytes. (%s)\n",
-                       grown, currentTemplate());
+            logMessage<Message::ARGUMENTS_NO_MEMORY>(grown, currentTemplate());
             return false;
         }
         buffer->argBuf = block;
@@ -108,6 +105,7 @@ int32_t lookupVar(const char *name, uint32_t id, int32_t direct)
     const char *value = findLocalVar(inpr->localVars, name);
     if (!value)
         value = findVar(inpr->varTree, name);
+    observe::read(name, value);
     return value ? emitValue(value, id, direct) : -1;
 }
 
@@ -126,8 +124,7 @@ static int32_t columnOf(char c)
 int32_t lookupNumvar(const char *index, uint32_t id, int32_t direct)
 {
     if (!index || !*index) {
-        logMessage(Severity::WARNING, "%s, near line %d: Invalid numVar Index\n", currentTemplate(),
-                   currentLine());
+        logMessage<Message::EMPTY_NUMBER>(currentTemplate(), currentLine());
         return -1;
     }
     if (direct && inpr->resuming)
@@ -136,16 +133,14 @@ int32_t lookupNumvar(const char *index, uint32_t id, int32_t direct)
     const int32_t level = index[1] ? static_cast<unsigned char>(*index) - '0' : 0;
     const int32_t column = columnOf(*columnText);
     if (level < 0 || column < 0 || level > inpr->loopTop) {
-        logMessage(Severity::WARNING, "%s, near line %d: Invalid numVar Index $%s\n",
-                   currentTemplate(), currentLine(), columnText);
+        logMessage<Message::NUMBER_TOO_DEEP>(currentTemplate(), currentLine(), columnText);
         return -1;
     }
     const LoopFrame &frame = inpr->loopFrames[level];
     if (column == 0)
         return putoutNumber(frame.counter, direct);
     if (!frame.rows || column > columnCount(frame.rows)) {
-        logMessage(Severity::WARNING, "%s: Invalid numVar Index $%s\n", currentTemplate(),
-                   columnText);
+        logMessage<Message::NUMBER_NO_COLUMN>(currentTemplate(), columnText);
         return -1;
     }
     const char *value = frame.rows->cols[column - 1];
@@ -183,7 +178,7 @@ static bool expandElement(const ArgElem *elem, uint32_t id, int32_t direct)
         lookupArray(text, 2, id, direct);
         return true;
     }
-    logMessage(Severity::ERROR, "zarn - ERROR in expandArg: Invalid argElem type\n");
+    logMessage<Message::UNKNOWN_ELEMENT>();
     return false;
 }
 

@@ -48,10 +48,7 @@ static void pushPending(Cmd *cmd)
 int32_t runInclude(Cmd *cmd, const char *path, int32_t direct)
 {
     if (!direct && inpr->loopTop >= 0) {
-        logMessage(Severity::ERROR,
-                   "zarn - ERROR in executeCmd: "
-                   "include in an argument of a running body refused! (%s)\n",
-                   currentTemplate());
+        logMessage<Message::INCLUDE_REFUSED>(currentTemplate());
         return EXEC_DONE;
     }
     if (inpr->resuming) {

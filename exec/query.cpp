@@ -128,11 +128,10 @@ static void logSlowQuery(const char *query)
 {
     const unsigned long real = milliseconds(queryTimes.startTicks, times(&queryTimes.end));
     if (real > QUICK_QUERY_MS)
-        logMessage(Severity::NOTICE,
-                   "%s, query %s: Real Time %lums, User Time %lums, System Time %lums\n",
-                   currentTemplate(), query, real,
-                   milliseconds(queryTimes.start.tms_utime, queryTimes.end.tms_utime),
-                   milliseconds(queryTimes.start.tms_stime, queryTimes.end.tms_stime));
+        logMessage<Message::QUERY_SLOW>(
+            currentTemplate(), query, real,
+            milliseconds(queryTimes.start.tms_utime, queryTimes.end.tms_utime),
+            milliseconds(queryTimes.start.tms_stime, queryTimes.end.tms_stime));
 }
 
 // Takes over an answer, or a copy of it. Returns the number of rows, or -1.
@@ -149,8 +148,7 @@ static int32_t takeRows(QueryRow **rows, int32_t mode, bool owned)
     } else if (!owned) {
         *rows = copyQueryRows(*rows);
         if (!*rows) {
-            logMessage(Severity::ERROR, "zarn - ERROR in doQuery: NO MEMORY (%s)\n",
-                       currentTemplate());
+            logMessage<Message::QUERY_NO_MEMORY>(currentTemplate());
             return -1;
         }
     }
@@ -164,17 +162,18 @@ int32_t doQuery(const char *query, uint32_t id, QueryRow **rows)
     *rows = nullptr;
     flushOutput();
     queryTimes.startTicks = times(&queryTimes.start);
-    if (inpr->callbacks->fQuery(inpr, mode, query, rows, &owned) != 0) {
+    observe::asks(mode, query);
+    const int32_t result = inpr->callbacks->fQuery(inpr, mode, query, rows, &owned);
+    observe::answered(result, result == 0 ? *rows : nullptr);
+    if (result != 0) {
         *rows = nullptr;
-        logMessage(Severity::ERROR, "zarn - ERROR in doQuery: fQuery() returned -1! (%s)\n",
-                   currentTemplate());
+        logMessage<Message::QUERY_FAILED>(currentTemplate());
         return -1;
     }
     logSlowQuery(query);
     if (*rows)
         return takeRows(rows, mode, owned != 0);
     if (mode != ORV_QUERY_COUNT)
-        logMessage(Severity::NOTICE, "%s: No query result received for %s.\n", currentTemplate(),
-                   query);
+        logMessage<Message::QUERY_EMPTY>(currentTemplate(), query);
     return 0;
 }

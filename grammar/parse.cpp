@@ -14,14 +14,13 @@ int32_t doParse()
     constexpr int memoryExhausted = 2;
     const int result = zarn_parse();
     if (result == memoryExhausted)
-        logMessage(Severity::ERROR,
-                   "zarn - ERROR in pushStr: NO MEMORY while parsing %s with Bison!\n",
-                   currentTemplate());
+        logMessage<Message::PARSER_NO_MEMORY>(currentTemplate());
     return result;
 }
 
 int zarn_error(const char *)
 {
+    observe::blundered();
     return 0;
 }
 
@@ -51,6 +50,7 @@ int zarn_lex()
     do
         token = nextToken();
     while (!makeValue(token));
+    observe::token(token, token >= ARG_TEXT && token <= ARG_MAXARRAY ? zarn_lval.arg : nullptr);
     if (token == 0)
         doExclude();
     return token;
@@ -64,8 +64,7 @@ void runCommand(Cmd *cmd)
 
 static void reportTooFew(int32_t line)
 {
-    logMessage(Severity::ERROR, "%s, line %d: Syntax error: Too few arguments in cmd\n",
-               currentTemplate(), line);
+    logMessage<Message::LACKS_ARGUMENT>(currentTemplate(), line);
 }
 
 Cmd *makeUnary(int token, int32_t line, char *name, Arg *arg)
@@ -96,31 +95,31 @@ Arg *addArrayRef(Arg *name, int32_t line, Arg *index)
 {
     if (index)
         return joinArgs(name, index);
-    logMessage(Severity::ERROR, "%s, line %d: Syntax error: Missing array Index\n",
-               currentTemplate(), line);
+    logMessage<Message::EMPTY_INDEX>(currentTemplate(), line);
     destroyArg(&name);
     return nullptr;
 }
 
-// The rows' messages are formats with the template and the line in this order.
+// The rows' forms take the template and the line, in this order.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
 Cmd *dropMalformed(int token, int32_t line)
 {
-    logMessage(Severity::ERROR, commandOf(token).malformed, currentTemplate(), line);
+    const char *form = commandOf(token).malformed;
+    const char *path = currentTemplate();
+    observe::message(Message::MALFORMED, form, path, line, token);
+    writeMessage(messageOf(Message::MALFORMED).severity, form, path, line);
     return nullptr;
 }
 #pragma GCC diagnostic pop
 
 Cmd *dropUnknown(int32_t line)
 {
-    logMessage(Severity::ERROR, "%s, line %d: Syntax error: Unknown Cmd\n", currentTemplate(),
-               line);
+    logMessage<Message::UNKNOWN_COMMAND>(currentTemplate(), line);
     return nullptr;
 }
 
 void reportSurplus(int32_t line)
 {
-    logMessage(Severity::ERROR, "%s, line %d: Syntax error: Cmd ending with too many arguments.\n",
-               currentTemplate(), line);
+    logMessage<Message::SURPLUS>(currentTemplate(), line);
 }

@@ -123,8 +123,7 @@ Cmd *createCmd(uint32_t id, void *extra, Arg *a1, Arg *a2, Arg *a3, Arg *a4)
 {
     auto *cmd = static_cast<Cmd *>(getBlock());
     if (!cmd) {
-        logMessage(Severity::ERROR, "zarn - ERROR in createCmd: NO MEMORY! (%s)\n",
-                   currentTemplate());
+        logMessage<Message::COMMAND_NO_MEMORY>(currentTemplate());
         free(extra);
     } else {
         *cmd = {nullptr, id, extra};
@@ -139,6 +138,7 @@ Cmd *createCmd(uint32_t id, void *extra, Arg *a1, Arg *a2, Arg *a3, Arg *a4)
             destroyArg(&arg);
         }
     }
+    observe::made(cmd);
     return cmd;
 }
 
@@ -146,8 +146,7 @@ Arg *addArgElem(Arg *arg, int32_t type, void *value)
 {
     auto *block = static_cast<ElemBlock *>(getBlock());
     if (!block) {
-        logMessage(Severity::ERROR, "zarn - ERROR in addArgElem: NO MEMORY! (%s)\n",
-                   currentTemplate());
+        logMessage<Message::ELEMENT_NO_MEMORY>(currentTemplate());
         destroyValue(type, value);
         destroyArg(&arg);
         return nullptr;
@@ -205,9 +204,7 @@ int32_t *getRepeatUpBound(Arg *marker)
     const auto *text = static_cast<const char *>(elem ? elem->value : nullptr);
     auto *flag = static_cast<int32_t *>(malloc(sizeof(int32_t)));
     if (!flag || !text) {
-        logMessage(Severity::ERROR,
-                   "zarn - ERROR in getRepeatUpBound: NO MEMORY or missing repeat boundary. (%s)\n",
-                   currentTemplate());
+        logMessage<Message::BOUNDARY_MISSING>(currentTemplate());
         free(flag);
         flag = nullptr;
     } else {

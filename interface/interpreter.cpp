@@ -19,15 +19,14 @@
 Interpreter *Orv_Interpreter_Create(const InterpreterCallbacks *callbacks)
 {
     if (!callbacks || !callbacks->fOpen || !callbacks->fQuery || !callbacks->fError) {
-        logMessage(Severity::ERROR,
-                   "zarn - ERROR in Orv_Interpreter_Create: no valid callbacks!\n");
+        logMessage<Message::CREATE_BAD_CALLBACKS>();
         return nullptr;
     }
     auto *made = static_cast<Interpreter *>(calloc(1, sizeof(Interpreter)));
     auto *copy =
         static_cast<InterpreterCallbacks *>(made ? malloc(sizeof(InterpreterCallbacks)) : nullptr);
     if (!copy) {
-        logMessage(Severity::ERROR, "zarn - ERROR in Orv_Interpreter_Create: NO MEMORY!\n");
+        logMessage<Message::CREATE_NO_MEMORY>();
         free(made);
         return nullptr;
     }
@@ -35,7 +34,7 @@ Interpreter *Orv_Interpreter_Create(const InterpreterCallbacks *callbacks)
     made->callbacks = copy;
     made->tooltipMode = getTooltipVar();
     if (made->tooltipMode != TOOLTIPS_NOT_SET && openLog())
-        logMessage(Severity::NOTICE, "zarn - $HTML_TOOLTIPS is set to %d\n", made->tooltipMode);
+        logMessage<Message::SWITCH_IS_ON>(made->tooltipMode);
     return made;
 }
 
@@ -45,12 +44,10 @@ static void logTimes(const Interpreter *run, const char *path)
         return;
     tms now;
     const clock_t ticks = times(&now);
-    logMessage(Severity::NOTICE,
-               "zarn - %s: Real Time %lums, User Time %lums, System Time %lums"
-               " - %d HTML-Text-Fields parsed\n",
-               path, milliseconds(run->startTicks, ticks),
-               milliseconds(run->startTimes.tms_utime, now.tms_utime),
-               milliseconds(run->startTimes.tms_stime, now.tms_stime), run->textFieldCount);
+    logMessage<Message::RUN_TIMES>(path, milliseconds(run->startTicks, ticks),
+                                   milliseconds(run->startTimes.tms_utime, now.tms_utime),
+                                   milliseconds(run->startTimes.tms_stime, now.tms_stime),
+                                   run->textFieldCount);
 }
 
 static void forgetPlace(Interpreter *interpreter)
@@ -63,13 +60,11 @@ static void forgetPlace(Interpreter *interpreter)
 int32_t Orv_Interpreter_Run(Interpreter *interpreter, const char *path, int32_t outputFd)
 {
     if (!interpreter || !path) {
-        logMessage(Severity::ERROR, "zarn - ERROR in Orv_Interpreter_Run: "
-                                    "no valid interpreter-struct or input-path!\n");
+        logMessage<Message::RUN_BAD_ARGUMENT>();
         return ORV_RUN_BAD_ARGUMENT;
     }
     if (inpr) {
-        logMessage(Severity::ERROR,
-                   "zarn - ERROR in Orv_Interpreter_Run: illegal multiple instances!\n");
+        logMessage<Message::RUN_BUSY>();
         return ORV_RUN_BUSY;
     }
     interpreter->includeIndex = -1;

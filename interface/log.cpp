@@ -22,15 +22,15 @@ static constexpr char logPath[] = "/var/log/zarn_interpreter.log";
 static constexpr char cmdlinePath[] = "/proc/cmdline";
 static constexpr char switchKey[] = "tooltip=";
 
-void logMessage(Severity severity, const char *format, ...)
+void writeMessage(Severity severity, const char *form, ...)
 {
     int32_t &count = logCounts[static_cast<size_t>(severity)];
     count += count < INT32_MAX;
     if (!logfileBuf || logfileFd < 0)
         return;
     va_list arguments;
-    va_start(arguments, format);
-    vsnprintf(logfileBuf, LOG_CAPACITY, format, arguments);
+    va_start(arguments, form);
+    vsnprintf(logfileBuf, LOG_CAPACITY, form, arguments);
     va_end(arguments);
     const ssize_t written = write(logfileFd, logfileBuf, strlen(logfileBuf));
     static_cast<void>(written);
@@ -120,7 +120,7 @@ int32_t getTooltipVar()
 {
     char *value = readCmdline() ? strstr(cmdlineBuf, switchKey) : nullptr;
     if (!value) {
-        logMessage(Severity::NOTICE, "zarn - $HTML_TOOLTIPS is not set!\n");
+        logMessage<Message::SWITCH_IS_OFF>();
         return TOOLTIPS_NOT_SET;
     }
     value += sizeof switchKey - 1;
@@ -129,8 +129,6 @@ int32_t getTooltipVar()
     const int32_t mode = *value >= '0' && *value <= '9' ? *value - '0' : 0;
     if (mode <= 2)
         return mode;
-    logMessage(Severity::NOTICE,
-               "zarn - $HTML_TOOLTIPS is set to illegal value %s, resetting to 0 (no tooltips)\n",
-               value);
+    logMessage<Message::SWITCH_IS_WRONG>(value);
     return 0;
 }

@@ -6,31 +6,32 @@
 #include <stdint.h>
 
 #include "interface/bounds.h"
+#include "interface/messages.h"
+#include "interface/observe.h"
 #include "interface/orvinterpreter.h"
 
 extern char cmdlineBuf[CMDLINE_CAPACITY];
 
-/* What a message tells of. The log does not show it; it is counted. */
-enum class Severity : uint8_t {
-    NOTICE = ORV_LOG_NOTICE,
-    WARNING = ORV_LOG_WARNING,
-    ERROR = ORV_LOG_ERROR,
-};
-
 extern int32_t logCounts[ORV_LOG_SEVERITIES];
 
 /* Counts one message and writes it, cut at 499 bytes, with one write call; while the
- * log is closed it is only counted. The message carries its own line end. Its form:
- *
- *   the template   "%s, line %d: Syntax error..." (grammar), "%s, near line %d: ..."
- *                  (execution), "%s: ..." where no line is known; the name and the
- *                  line are currentTemplate()'s and currentLine()'s
- *   the library    "zarn - ERROR in FUNCTION: ...! (%s)\n", the template's name last
- *                  where one is being read; "zarn - ERROR ..." of databases. Two have
- *                  forms of their own: "ERROR: mmap() on file %s ..." of a template that
- *                  cannot be mapped, and "zarn - Syntaxerror: NO MEMORY! (%s)"
- *   a notice       "zarn - ...", and "%s, query %s: Real Time ..." of a slow query */
-void logMessage(Severity severity, const char *format, ...) __attribute__((format(printf, 2, 3)));
+ * log is closed it is only counted. form: of printf, with the line end. */
+void writeMessage(Severity severity, const char *form, ...) __attribute__((format(printf, 2, 3)));
+
+// The forms are constants that have been compared with what they take.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+#pragma GCC diagnostic ignored "-Wformat-security"
+/* Logs a message, once, where the problem is detected: callers pass results on. */
+template <Message MESSAGE, typename... Values> inline void logMessage(Values... values)
+{
+    constexpr MessageDef def = messageOf(MESSAGE);
+    constexpr char kinds[] = {kindOf(Values())..., '\0'};
+    static_assert(formTakes(def.form, kinds), "the form takes other values");
+    observe::message(MESSAGE, def.form, values...);
+    writeMessage(def.severity, def.form, values...);
+}
+#pragma GCC diagnostic pop
 
 /* Name of the template that is being read, for messages; empty without one. */
 const char *currentTemplate();

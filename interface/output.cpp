@@ -9,6 +9,7 @@
 #include <string.h>
 #include <unistd.h>
 
+#include "interface/observe.h"
 #include "interface/process.h"
 
 // Writes bytes until they are out or an error comes. Returns how many are out.
@@ -53,6 +54,7 @@ void flushOutput()
 void writePiece(std::string_view piece)
 {
     OutputBuffer &buffer = inpr->output;
+    observe::piece(piece);
     if (piece.size() > buffer.capacity - buffer.length && buffer.length > 0)
         flushOutput();
     if (piece.size() > buffer.capacity) {

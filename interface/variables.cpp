@@ -12,7 +12,7 @@
 
 static void logNoMemory()
 {
-    logMessage(Severity::ERROR, "zarn - ERROR in Orv_Interpreter_SetVariable: NO MEMORY!\n");
+    logMessage<Message::SET_NO_MEMORY>();
 }
 
 // Stores name[index], where bracket points at the first "[" of name.
@@ -35,13 +35,12 @@ int32_t Orv_Interpreter_SetVariable(Interpreter *interpreter, const char *name, 
 {
     if (!interpreter) {
         if (inpr)
-            logMessage(Severity::ERROR, "zarn - ERROR in Orv_Interpreter_SetVariable: "
-                                        "no valid interpreter-struct!\n");
+            logMessage<Message::SET_BAD_HANDLE>();
         return ORV_VARIABLE_REFUSED;
     }
     if (!name || !value)
         return ORV_VARIABLE_REFUSED;
-    logMessage(Severity::NOTICE, "zarn - CGI-Variable set: %s=%s!\n", name, value);
+    logMessage<Message::REQUEST_VARIABLE>(name, value);
     if (const char *bracket = strchr(name, '['))
         return setElement(interpreter, name, bracket, value);
     const bool isLanguage = strcmp(name, "lang") == 0;
@@ -56,8 +55,7 @@ int32_t Orv_Interpreter_SetVariable(Interpreter *interpreter, const char *name, 
 int32_t Orv_Interpreter_ClearVariables(Interpreter *interpreter)
 {
     if (!interpreter) {
-        logMessage(Severity::ERROR, "zarn - ERROR in Orv_Interpreter_ClearVariables: "
-                                    "no valid interpreter-struct!\n");
+        logMessage<Message::CLEAR_BAD_HANDLE>();
         return ORV_FAILED;
     }
     destroyLocalVarList(&interpreter->localVars);

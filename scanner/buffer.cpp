@@ -13,6 +13,7 @@
 #include <algorithm>
 
 #include "interface/bounds.h"
+#include "interface/observe.h"
 #include "interface/output.h"
 #include "interface/process.h"
 #include "scanner/fields.h"
@@ -66,6 +67,7 @@ static bool extendInPlace(ScanBuffer *buffer, size_t max)
         return false;
     const size_t count = readInPlace(max);
     buffer->read += count;
+    observe::delivered(count);
     return count > 0;
 }
 
@@ -95,6 +97,7 @@ static bool readMore(ScanBuffer *buffer)
     int32_t count = 0;
     readInput(buffer->block + unfinished, &count, static_cast<int32_t>(max));
     buffer->read += static_cast<size_t>(count);
+    observe::delivered(static_cast<size_t>(count));
     return count > 0;
 }
 

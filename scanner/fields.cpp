@@ -135,8 +135,7 @@ static void placeFirstPiece(Refill *refill, string_view text)
     place(refill, piece);
     auto *copy = static_cast<char *>(malloc(rest.size()));
     if (!copy) {
-        logMessage(Severity::ERROR, "zarn - ERROR in readInput: NO MEMORY! (%s)\n",
-                   currentTemplate());
+        logMessage<Message::REFILL_NO_MEMORY>(currentTemplate());
         return;
     }
     memcpy(copy, rest.data(), rest.size());
@@ -160,28 +159,32 @@ static void placeRest(IncludeEntry *entry, Refill *refill)
 static FieldResult substitute(Refill *refill, const char *end)
 {
     const char *field = refill->scanPos;
+    const auto length = static_cast<size_t>(end - field);
     placePending(refill);
     refill->scanPos = refill->entry->readPos = end;
-    const size_t idLength = std::min(static_cast<size_t>(end - field) - 4, FIELD_ID_CAPACITY - 1);
+    const size_t idLength = std::min(length - 4, FIELD_ID_CAPACITY - 1);
     memcpy(fieldId, field + 2, idLength);
     fieldId[idLength] = '\0';
     const string_view found = lookupText(fieldId);
     ++inpr->textFieldCount;
+    observe::lookedUp(fieldId, static_cast<size_t>(field - refill->entry->mapStart), found);
     if (!found.data()) {
-        logMessage(Severity::WARNING,
-                   "%s: WARNING - HTML-Text entry {?%s?} not found in database\n",
-                   currentTemplate(), fieldId);
+        observe::substituted(refill->placed, length, 0);
+        logMessage<Message::TEXT_MISSING>(currentTemplate(), fieldId);
         return FieldResult::GO_ON;
     }
     const string_view text = marked(found);
     if (text.size() <= refill->room()) {
+        observe::substituted(refill->placed, length, text.size());
         place(refill, text);
         return FieldResult::GO_ON;
     }
-    if (refill->placed == 0)
+    if (refill->placed == 0) {
+        observe::substituted(0, length, text.size());
         placeFirstPiece(refill, text);
-    else
+    } else {
         refill->scanPos = refill->entry->readPos = field; // examined again, counted again
+    }
     return FieldResult::FULL;
 }
 

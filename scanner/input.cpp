@@ -68,9 +68,7 @@ static int32_t openTemplate(IncludeEntry *entry)
     size_t length = 0;
     const char *start = mapFile(name, fd, &length);
     if (!start) {
-        logMessage(Severity::ERROR,
-                   "ERROR: mmap() on file %s failed with error '%s' => No parsing...\n", name,
-                   strerror(errno));
+        logMessage<Message::CANNOT_MAP>(name, strerror(errno));
         close(fd);
         return INCLUDE_FAILED;
     }
@@ -88,14 +86,11 @@ int32_t pushTemplate(const char *path)
 {
     const int32_t parent = inpr->includeIndex;
     if (!path) {
-        logMessage(Severity::ERROR, "zarn - ERROR in pushStr: Empty include path (%s)!\n",
-                   currentTemplate());
+        logMessage<Message::EMPTY_INCLUDE>(currentTemplate());
         return INCLUDE_FAILED;
     }
     if (parent >= MAX_INCLUDE_DEPTH - 1) {
-        logMessage(Severity::ERROR,
-                   "zarn - ERROR in pushStr: MAX_INCLUDE_DEPTH for including %s exceeded! (%s)\n",
-                   path, currentTemplate());
+        logMessage<Message::INCLUDES_TOO_DEEP>(path, currentTemplate());
         return INCLUDE_TOO_DEEP;
     }
     IncludeEntry *entry = &inpr->includes[parent + 1];
@@ -103,7 +98,7 @@ int32_t pushTemplate(const char *path)
     // of the database that goes.
     entry->fileName = copyText(path);
     if (!entry->fileName) {
-        logMessage(Severity::ERROR, "zarn - ERROR in doInclude: NO MEMORY! (%s)\n", path);
+        logMessage<Message::INCLUDE_NO_MEMORY>(path);
         return INCLUDE_FAILED;
     }
     if (openTemplate(entry) != INCLUDE_PUSHED) {
@@ -123,6 +118,9 @@ int32_t pushTemplate(const char *path)
     }
     switchBuffer(scanner.buffer, 1);
     inpr->includeIndex = parent + 1;
+    observe::opened(entry->fileName);
+    if (entry->readPos > entry->mapStart)
+        observe::substituted(0, static_cast<size_t>(entry->readPos - entry->mapStart), 0);
     return INCLUDE_PUSHED;
 }
 
@@ -131,6 +129,7 @@ static void closeTemplate(IncludeEntry *entry)
 {
     if (!entry->mapStart)
         return;
+    observe::closed(entry->fileName);
     munmap(const_cast<char *>(entry->mapStart),
            static_cast<size_t>(entry->mapLast - entry->mapStart) + 1);
     close(entry->fd);

@@ -189,8 +189,7 @@ static string_view take(size_t length)
 
 void logNoValue()
 {
-    logMessage(Severity::ERROR, "zarn - ERROR in dataToToken: NO MEMORY! (%s)\n",
-               currentTemplate());
+    logMessage<Message::VALUE_NO_MEMORY>(currentTemplate());
 }
 
 // Makes a copy of text the token's value. Read as a text, it ends before a zero byte.
@@ -316,6 +315,7 @@ static int scanCommandStart()
     if (length > 0) {
         take(length);
         enterCondition(Condition::COMMENT);
+        observe::commented();
         return SCAN_ON;
     }
     const size_t words = skip(2, BLANK);
@@ -445,8 +445,10 @@ static size_t textRun(int32_t *lines)
         take(length);
     } else if (take(2)[0] == '<') {
         enterCondition(Condition::COMMENT);
+        observe::commented();
     } else {
         leaveCondition();
+        observe::commented();
     }
     return SCAN_ON;
 }
@@ -557,7 +559,8 @@ static int scanArguments(bool index)
     if (isIn(first, QUOTE)) {
         if (!index)
             return openQuote(static_cast<char>(first));
-        putchar(first); // no rule for it here
+        if (!observe::unmatched())
+            putchar(first); // no rule for it here
         take(1);
         return SCAN_ON;
     }
@@ -581,7 +584,7 @@ static int scanArguments(bool index)
 static int endTemplate()
 {
     if (scanner.condition != Condition::TEXT)
-        logMessage(Severity::ERROR, "%s: Syntax error: File ends inside cmd\n", currentTemplate());
+        logMessage<Message::ENDS_INSIDE>(currentTemplate());
     while (scanner.condition != Condition::TEXT)
         leaveCondition();
     scanner.ended = inpr->includeIndex;
@@ -615,9 +618,10 @@ int nextToken()
 {
     zarn_lval.text = nullptr;
     int token;
-    do
+    do {
+        observe::matchBegins();
         token = scanOnce();
-    while (token == SCAN_ON);
+    } while (token == SCAN_ON);
     scanner.passesText = false;
     return token;
 }

@@ -64,7 +64,7 @@ int32_t Orv_Interpreter_SetLanguage(const char *code)
     char resolved[PATH_MAX];
     const size_t length = code ? strlen(code) : 0;
     if (length != 0 && length != CODE_LENGTH) {
-        logMessage(Severity::ERROR, "zarn - ERROR invalid language request for '%s'\n", code);
+        logMessage<Message::LANGUAGE_INVALID>(code);
         return ORV_FAILED;
     }
     if (code)
@@ -74,15 +74,13 @@ int32_t Orv_Interpreter_SetLanguage(const char *code)
     else
         snprintf(path, sizeof path, "%s", defaultPath);
     if (!resolvePath(path, resolved)) {
-        logMessage(Severity::ERROR, "zarn - ERROR could not resolve link '%s'\n", path);
+        logMessage<Message::LANGUAGE_NO_LINK>(path);
         return ORV_FAILED;
     }
     if (strcmp(resolved, htmlDB.path) == 0)
         return ORV_OK;
     if (!useDatabase(resolved, own)) {
-        logMessage(Severity::ERROR,
-                   "zarn - ERROR database file %s not found for requested language '%s'\n",
-                   withoutRoot(resolved), code ? own : "*default*");
+        logMessage<Message::LANGUAGE_NO_DATABASE>(withoutRoot(resolved), code ? own : "*default*");
         return ORV_FAILED;
     }
     return ORV_OK;
@@ -106,17 +104,12 @@ string_view lookupText(const char *id)
         return text;
     if (!htmlFallbackDB.image) {
         if (!openFallback()) {
-            logMessage(Severity::ERROR,
-                       "zarn - ERROR - requested open/mmap of fallback database (%s) failed!\n",
-                       fallbackPath);
+            logMessage<Message::FALLBACK_FAILED>(fallbackPath);
             return {};
         }
-        logMessage(Severity::NOTICE,
-                   "zarn - Language entries not found for current language. "
-                   "Fallback database (%s) successfully opened\n",
-                   fallbackPath);
+        logMessage<Message::FALLBACK_OPENED>(fallbackPath);
     }
-    logMessage(Severity::NOTICE, "zarn - Fallback for DB-Field {?%s?}\n", id);
+    logMessage<Message::FALLBACK_USED>(id);
     return findText(htmlFallbackDB.image, id, nullptr);
 }
 

@@ -1,11 +1,10 @@
 /* tools/check/check_syntax.cpp - what the scanner and the grammar complain about, and
  * what was probably meant. */
-#include <string.h>
-
 #include <algorithm>
 
 #include "grammar/commands.h"
 #include "report.h"
+#include "tools/common/advice.h"
 
 using std::string;
 using std::string_view;
@@ -157,19 +156,17 @@ static const Begun *findInside(const Template &tpl, size_t outer, Fits fits)
     return nullptr;
 }
 
-static void reportMessage(Report &all, const Template &tpl, const Message &message)
+static void reportComplaint(Report &all, const Template &tpl, const Complaint &complaint)
 {
     const Begun *begun =
-        message.begun >= 0 ? &tpl.begun[static_cast<size_t>(message.begun)] : nullptr;
-    string_view text = message.text;
-    for (const char *prefix : {"Syntax error: ", "Syntax error. ", "Syntax error "})
-        if (text.starts_with(prefix))
-            text.remove_prefix(strlen(prefix));
-    string shown(text);
+        complaint.begun >= 0 ? &tpl.begun[static_cast<size_t>(complaint.begun)] : nullptr;
+    string shown = adviceOn(complaint.id).told;
+    if (complaint.id == Message::MALFORMED)
+        shown += " " + wordsOfToken(complaint.token);
     std::vector<Note> notes;
     if (begun && begun->token == F_UNDEF) {
         shown += ": " + hintUnknown(tpl, *begun);
-    } else if (begun && text.starts_with("File ends")) {
+    } else if (begun && complaint.id == Message::ENDS_INSIDE) {
         shown += ": " + wordsOfToken(begun->token) + " has no ?>";
         if (begun->quoteAt)
             notes.push_back(noteAt(tpl, begun->quoteAt, "the quote that opens here is not closed"));
@@ -177,22 +174,22 @@ static void reportMessage(Report &all, const Template &tpl, const Message &messa
         const bool surplus = hasSurplus(*begun);
         const string words = wordsOfToken(begun->token);
         const Begun *inside =
-            surplus ? nullptr : findInside(tpl, static_cast<size_t>(message.begun), isMistake);
+            surplus ? nullptr : findInside(tpl, static_cast<size_t>(complaint.begun), isMistake);
         if (inside) {
             shown += ": " + words + " is taken along by the mistake inside it";
             notes.push_back(noteAt(tpl, inside->words.at, "the mistake is here"));
-        } else if (text.starts_with("Cmd ending") && !surplus) {
+        } else if (complaint.id == Message::SURPLUS && !surplus) {
             shown += ": " + words + " is taken along by the mistake in front of it";
         } else {
             shown += ": " + wordsAndNeeds(begun->token, surplus);
             notes = notesOn(tpl, *begun, surplus);
         }
-    } else if (text.starts_with("Missing array")) {
+    } else if (complaint.id == Message::EMPTY_INDEX) {
         shown += ": write $var:NAME[INDEX]";
-    } else if (text.starts_with("Cmd ending")) {
+    } else if (complaint.id == Message::SURPLUS) {
         shown += ": what is left of a command that was dropped";
     }
-    report(all, tpl, message.span, "syntax", std::move(shown), std::move(notes));
+    report(all, tpl, complaint.span, "syntax", std::move(shown), std::move(notes));
 }
 
 static bool isBlamed(const Begun &begun)
@@ -233,8 +230,8 @@ static void checkBegun(Report &all, const Template &tpl)
 void checkSyntax(Report &all)
 {
     for (const auto &[path, tpl] : all.site.templates) {
-        for (const Message &message : tpl->messages)
-            reportMessage(all, *tpl, message);
+        for (const Complaint &complaint : tpl->complaints)
+            reportComplaint(all, *tpl, complaint);
         if (tpl->gaveUpAt >= 0 && !tpl->exhausted) {
             const Begun &begun = tpl->begun[static_cast<size_t>(tpl->gaveUpAt)];
             const bool surplus = begun.token != F_UNDEF && hasSurplus(begun);

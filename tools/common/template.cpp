@@ -1,28 +1,25 @@
-/* tools/common/template.cpp - what stands around the library's scanner and grammar
- * when the checker reads a template.
+/* tools/common/template.cpp - what an observer of the library's scanner and grammar
+ * learns of a template while it is read.
  *
- * The parser asks placedLex for its tokens and makes its commands by placedCreate:
- * both call the library's function and note where the token or command stands.
- * A token's value and a command's record are known by their addresses until the
- * whole top-level command has been copied. One template is read at a time, since
- * scanner and parser belong to the process; between calls nothing is kept. */
+ * A template is run by itself, from memory, with its commands kept from running: each
+ * is copied when it is complete. A token's value and a command's record are known by
+ * their addresses until then. One that is included somewhere is read as an include of a
+ * template that consists of it, with page text around it. One template is read at a time,
+ * since a run belongs to the process; between calls nothing is kept. */
 #include "tools/common/template.h"
 
-#include <stdarg.h>
+#include <fcntl.h>
 #include <stdio.h>
 #include <string.h>
+#include <sys/mman.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <unordered_map>
 
-#include "exec/exec.h"
 #include "grammar/commands.h"
-#include "grammar/parse.h"
-#include "interface/log.h"
-#include "interface/output.h"
-#include "interface/process.h"
-#include "scanner/buffer.h"
-#include "scanner/fields.h"
+#include "interface/observe.h"
+#include "scanner/scanner.h"
 
 namespace
 {
@@ -39,105 +36,80 @@ struct OpenCommand {
 
 struct Reading {
     Template *tpl;
+    int32_t level;   // of the template among the open ones
+    int32_t current; // the one that is being read, -1 for none
+    bool entered;    // what comes now is of the template: an unclosed command ends behind it
     std::unordered_map<const ArgElem *, Placed> values;
     std::unordered_map<const void *, int32_t> begunOf;
     std::vector<OpenCommand> open;
-    int32_t closed;  // index in begun of the command whose end was read last
-    int lead;        // tokens of page text to hand out in front of the template
-    size_t settled;  // commands whose fate is known: a message or a run came behind them
-    uint32_t noted;  // bytes that tokens, texts and comments have been noted for
-    uint32_t textAt; // where the text that was written last begins
-    bool told;       // the end was told
+    int32_t closed;     // index in begun of the command whose end was read last
+    size_t settled;     // commands whose fate is known: a message or a run came behind them
+    uint32_t position;  // behind the last token
+    uint32_t commentAt; // where the comment that is being read begins
     std::vector<std::pair<int32_t, Span>> arrays; // array references by line
 };
 } // namespace
 
-static Reading *reading;
-
-// ---- input: the whole template at once, where it lies ----
-
-bool isExhausted()
+static Reading &readingOf(void *self)
 {
-    const IncludeEntry &entry = inpr->includes[inpr->includeIndex];
-    return entry.readPos > entry.mapLast;
+    return *static_cast<Reading *>(self);
 }
 
-size_t readInPlace(size_t max)
+static Span spanOf(size_t at, size_t end)
 {
-    IncludeEntry &entry = inpr->includes[inpr->includeIndex];
-    const size_t count = std::min(max, static_cast<size_t>(entry.mapLast + 1 - entry.readPos));
-    entry.readPos += count;
-    return count;
+    return {static_cast<uint32_t>(at), static_cast<uint32_t>(end)};
 }
 
-void readInput(char *, int32_t *count, int32_t)
+// ---- the open templates, their text and comments ----
+
+static void noteOpened(void *self, const char *)
 {
-    *count = 0; // never needed: every byte is read in place
+    Reading &reading = readingOf(self);
+    ++reading.current;
+    reading.entered |= reading.current == reading.level;
 }
 
-static uint32_t position()
+static void noteClosed(void *self, const char *)
 {
-    const char *pos = scanner.buffer.pos;
-    return pos ? static_cast<uint32_t>(pos - reading->tpl->marked.data()) : 0;
+    --readingOf(self).current;
 }
 
-// Behind the comments that stand at an offset, which are noted.
-static uint32_t passComments(uint32_t at)
+static void notePiece(void *self, std::string_view piece, size_t at)
 {
-    const std::string &text = reading->tpl->marked;
-    auto opensComment = [&](size_t i) {
-        return text.compare(i, 4, "<?--") == 0 || text.compare(i, 5, "<?xml") == 0;
-    };
-    while (opensComment(at)) {
-        size_t depth = 0;
-        size_t i = at;
-        do {
-            if (text.compare(i, 2, "<?") == 0) {
-                ++depth;
-                i += 2;
-            } else if (text.compare(i, 2, "?>") == 0) {
-                --depth;
-                i += 2;
-            } else {
-                ++i;
-            }
-        } while (depth > 0 && i < text.size());
-        i = std::min(i, text.size());
-        reading->tpl->comments.push_back({at, static_cast<uint32_t>(i)});
-        at = static_cast<uint32_t>(i);
-    }
-    return at;
-}
-
-// ---- output and log ----
-
-void writePiece(std::string_view piece)
-{
-    const auto at = static_cast<uint32_t>(piece.data() - reading->tpl->marked.data());
-    const Span span = {at, at + static_cast<uint32_t>(piece.size())};
-    passComments(reading->noted);
-    reading->noted = span.end;
-    reading->textAt = span.at;
-    auto &items = reading->tpl->items;
-    if (!items.empty() && !items.back().command && items.back().span.end == at)
+    Reading &reading = readingOf(self);
+    if (reading.current != reading.level)
+        return;
+    const Span span = spanOf(at, at + piece.size());
+    auto &items = reading.tpl->items;
+    if (!items.empty() && !items.back().command && items.back().span.end == span.at)
         items.back().span.end = span.end;
     else
         items.push_back({span, nullptr});
 }
 
-void flushOutput()
+// Comments nest; the outermost counts.
+static void noteComment(void *self, const observe::Match &match)
 {
+    Reading &reading = readingOf(self);
+    if (reading.current != reading.level)
+        return;
+    if (match.before != Condition::COMMENT) {
+        reading.commentAt = static_cast<uint32_t>(match.at);
+        reading.tpl->comments.push_back(
+            {reading.commentAt, static_cast<uint32_t>(reading.tpl->marked.size())});
+    } else if (match.after != Condition::COMMENT) {
+        reading.tpl->comments.back().end = static_cast<uint32_t>(match.end);
+    }
 }
 
-const char *currentTemplate()
+static void noteUnmatched(void *self, size_t offset)
 {
-    return reading->tpl->path.c_str();
+    Reading &reading = readingOf(self);
+    if (reading.current == reading.level)
+        reading.tpl->strayQuotes.push_back(static_cast<uint32_t>(offset));
 }
 
-int32_t currentLine()
-{
-    return scannedLine();
-}
+// ---- messages ----
 
 // The most arguments that a command takes, the index of an element included.
 size_t mostArguments(int token)
@@ -161,79 +133,103 @@ bool hasSurplus(const Begun &begun)
     return begun.token == F_ERRORFOUND || begun.argumentAts.size() > mostArguments(begun.token);
 }
 
+static Begun &begunAt(const Reading &reading, int32_t index)
+{
+    return reading.tpl->begun[static_cast<size_t>(index)];
+}
+
 // The outermost command around one that has not come about, itself included.
-static int32_t outermostLost(int32_t begun)
+static int32_t outermostLost(const Reading &reading, int32_t begun)
 {
     int32_t found = -1;
-    for (; begun >= 0; begun = reading->tpl->begun[static_cast<size_t>(begun)].parent)
-        if (reading->tpl->begun[static_cast<size_t>(begun)].fate == Fate::LOST)
+    for (; begun >= 0; begun = begunAt(reading, begun).parent)
+        if (begunAt(reading, begun).fate == Fate::LOST)
             found = begun;
     return found;
 }
 
-// The command that a message is about, -1 for none.
-static int32_t blame(const char *format, int32_t line)
+// The first command that has not come about and that fits, -1 for none.
+template <typename Fits> static int32_t firstLost(Reading &reading, Fits fits)
 {
-    auto &begun = reading->tpl->begun;
-    while (reading->settled < begun.size() && begun[reading->settled].fate != Fate::LOST)
-        ++reading->settled;
-    auto firstOpen = [&](auto fits) {
-        for (size_t i = reading->settled; i < begun.size(); ++i)
-            if (begun[i].fate == Fate::LOST && fits(begun[i]))
-                return static_cast<int32_t>(i);
-        return -1;
-    };
-    if (strstr(format, "Unknown Cmd"))
-        return firstOpen([&](const Begun &b) { return b.token == F_UNDEF && b.line == line; });
-    if (strstr(format, "Too few arguments in cmd"))
-        return reading->closed;
-    if (strstr(format, "Too few arguments"))
-        return firstOpen([&](const Begun &b) {
-            return b.line == line && b.token != F_UNDEF && commandOf(b.token).malformed &&
-                   strcmp(commandOf(b.token).malformed, format) == 0;
-        });
-    if (strstr(format, "too many arguments")) {
-        const bool own =
-            reading->closed >= 0 && hasSurplus(begun[static_cast<size_t>(reading->closed)]);
-        return own ? reading->closed : outermostLost(reading->closed);
-    }
+    const auto &begun = reading.tpl->begun;
+    while (reading.settled < begun.size() && begun[reading.settled].fate != Fate::LOST)
+        ++reading.settled;
+    for (size_t i = reading.settled; i < begun.size(); ++i)
+        if (begun[i].fate == Fate::LOST && fits(begun[i]))
+            return static_cast<int32_t>(i);
     return -1;
 }
 
-// Where the array reference without index stands that is reported for a line.
-static Span emptyArray(int32_t line)
+// Whether the grammar has one message for both commands: what it says of one may have
+// been of the other.
+static bool isAlike(int token, int other)
 {
-    const std::string &marked = reading->tpl->marked;
-    for (auto it = reading->arrays.rbegin(); it != reading->arrays.rend(); ++it)
-        if (it->first == line && it->second.end < marked.size() && marked[it->second.end] == ']')
-            return it->second;
-    for (auto it = reading->arrays.rbegin(); it != reading->arrays.rend(); ++it)
-        if (it->first == line)
-            return it->second;
-    return {position(), position()};
+    const char *form = token == F_UNDEF ? nullptr : commandOf(token).malformed;
+    return form && strcmp(form, commandOf(other).malformed) == 0;
 }
 
-static Span spanOf(const Begun &begun, int32_t line)
+// The command that a message is about, -1 for none.
+static int32_t blame(Reading &reading, const observe::Told &told)
 {
-    if (placeOf(*reading->tpl, begun.words.at).line == static_cast<uint32_t>(line))
+    const int32_t line = told.spot.line;
+    switch (told.id) {
+    case Message::UNKNOWN_COMMAND:
+        return firstLost(reading,
+                         [&](const Begun &b) { return b.token == F_UNDEF && b.line == line; });
+    case Message::LACKS_ARGUMENT:
+        return reading.closed;
+    case Message::MALFORMED: {
+        const auto token = static_cast<int>(told.values[2].number);
+        return firstLost(reading,
+                         [&](const Begun &b) { return b.line == line && isAlike(b.token, token); });
+    }
+    case Message::SURPLUS: {
+        const bool own = reading.closed >= 0 && hasSurplus(begunAt(reading, reading.closed));
+        return own ? reading.closed : outermostLost(reading, reading.closed);
+    }
+    case Message::ENDS_INSIDE:
+        return reading.open.empty() ? -1 : reading.open.front().begun;
+    default:
+        return -1;
+    }
+}
+
+// Where the array reference without index stands that is reported for a line.
+static Span emptyArray(const Reading &reading, int32_t line)
+{
+    const std::string &marked = reading.tpl->marked;
+    const Span *last = nullptr;
+    for (auto it = reading.arrays.rbegin(); it != reading.arrays.rend(); ++it) {
+        if (it->first != line)
+            continue;
+        if (it->second.end < marked.size() && marked[it->second.end] == ']')
+            return it->second;
+        last = last ? last : &it->second;
+    }
+    return last ? *last : Span{reading.position, reading.position};
+}
+
+static Span spanOn(const Template &tpl, const Begun &begun, int32_t line)
+{
+    if (placeOf(tpl, begun.words.at).line == static_cast<uint32_t>(line))
         return begun.words;
     return {begun.words.end, begun.words.end};
 }
 
 // Where the mistake of a message stands: its line is that of the message.
-static Span placeMessage(const char *format, int32_t line, int32_t begun)
+static Span placeMessage(const Reading &reading, const observe::Told &told, int32_t begun)
 {
-    Template &tpl = *reading->tpl;
-    if (strstr(format, "array Index"))
-        return emptyArray(line);
-    if (line == 0) { // the end of the template, inside the innermost open command
-        if (begun >= 0)
-            return tpl.begun[static_cast<size_t>(begun)].words;
-        return {static_cast<uint32_t>(tpl.source.size()), static_cast<uint32_t>(tpl.source.size())};
+    const Template &tpl = *reading.tpl;
+    const int32_t line = told.spot.line;
+    if (told.id == Message::EMPTY_INDEX)
+        return emptyArray(reading, line);
+    if (told.id == Message::ENDS_INSIDE) {
+        const auto end = static_cast<uint32_t>(tpl.source.size());
+        return begun >= 0 ? begunAt(reading, begun).words : Span{end, end};
     }
-    Span span = {position(), position()};
+    Span span = {reading.position, reading.position};
     if (begun >= 0)
-        span = spanOf(tpl.begun[static_cast<size_t>(begun)], line);
+        span = spanOn(tpl, begunAt(reading, begun), line);
     if (placeOf(tpl, span.at).line != static_cast<uint32_t>(line)) {
         span.at = tpl.lineStarts[std::min(static_cast<size_t>(line), tpl.lineStarts.size()) - 1];
         span.end = span.at;
@@ -241,51 +237,30 @@ static Span placeMessage(const char *format, int32_t line, int32_t begun)
     return span;
 }
 
-void logMessage(Severity, const char *format, ...)
+// Those of the scanner and the grammar: for what is no syntax the checker has better words.
+static void noteMessage(void *self, const observe::Told &told)
 {
-    if (!strstr(format, "Syntax error"))
-        return; // the checker has better words for what is no syntax
-    char text[LOG_CAPACITY];
-    va_list values;
-    va_start(values, format);
-    vsnprintf(text, sizeof text, format, values);
-    va_end(values);
-    va_start(values, format);
-    va_arg(values, const char *);
-    const int32_t line = strstr(format, "line %d") ? va_arg(values, int) : 0;
-    va_end(values);
-    int32_t begun = blame(format, line);
-    if (line == 0 && !reading->open.empty())
-        begun = reading->open.front().begun;
-    const Span span = placeMessage(format, line, begun);
-    const bool innocent = begun >= 0 && strstr(format, "too many arguments") &&
-                          !hasSurplus(reading->tpl->begun[static_cast<size_t>(begun)]);
-    if (begun >= 0 && !innocent &&
-        reading->tpl->begun[static_cast<size_t>(begun)].fate == Fate::LOST)
-        reading->tpl->begun[static_cast<size_t>(begun)].fate = Fate::BLAMED;
-    if (strstr(format, "Unknown Cmd") == nullptr)
-        reading->settled = reading->tpl->begun.size();
-    const char *message = strstr(text, "Syntax error");
-    std::string shown = message;
-    while (!shown.empty() && (shown.back() == '\n' || shown.back() == '.'))
-        shown.pop_back();
-    reading->tpl->messages.push_back({shown, line, span, begun});
-}
-
-// In the place of the C library's: the scanner has no rule for a quote in an index.
-extern "C" int takeStrayQuote(int)
-{
-    reading->tpl->strayQuotes.push_back(position());
-    return 0;
+    Reading &reading = readingOf(self);
+    if (told.id == Message::PARSER_NO_MEMORY)
+        reading.tpl->exhausted = true;
+    if (told.id < Message::UNKNOWN_COMMAND || told.id > Message::ENDS_INSIDE)
+        return;
+    const int32_t begun = blame(reading, told);
+    const Span span = placeMessage(reading, told, begun);
+    if (begun >= 0) {
+        Begun &blamed = begunAt(reading, begun);
+        const bool innocent = told.id == Message::SURPLUS && !hasSurplus(blamed);
+        if (!innocent && blamed.fate == Fate::LOST)
+            blamed.fate = Fate::BLAMED;
+    }
+    if (told.id != Message::UNKNOWN_COMMAND)
+        reading.settled = reading.tpl->begun.size();
+    const int32_t line = told.id == Message::ENDS_INSIDE ? 0 : told.spot.line;
+    const int64_t token = told.id == Message::MALFORMED ? told.values[2].number : 0;
+    reading.tpl->complaints.push_back({told.id, line, span, begun, static_cast<int>(token)});
 }
 
 // ---- tokens ----
-
-static uint32_t find(std::string_view what, uint32_t from)
-{
-    const size_t at = reading->tpl->marked.find(what, from);
-    return at == std::string::npos ? from : static_cast<uint32_t>(at);
-}
 
 static bool inQuote(Condition condition)
 {
@@ -293,38 +268,34 @@ static bool inQuote(Condition condition)
            condition == Condition::BQUOTE;
 }
 
-static Begun *innermost()
+static Begun *innermost(const Reading &reading)
 {
-    if (reading->open.empty())
-        return nullptr;
-    return &reading->tpl->begun[static_cast<size_t>(reading->open.back().begun)];
+    return reading.open.empty() ? nullptr : &begunAt(reading, reading.open.back().begun);
 }
 
-static void beginCommand(int token, uint32_t from, size_t depth)
+static void beginCommand(Reading &reading, int token, const observe::Match &match)
 {
-    Template &tpl = *reading->tpl;
+    Template &tpl = *reading.tpl;
     const auto index = static_cast<int32_t>(tpl.begun.size());
-    const int32_t parent = reading->open.empty() ? -1 : reading->open.back().begun;
-    // The words of an unknown command are page text.
-    const Span words = {token == F_UNDEF ? reading->textAt : find("<?", from), position()};
+    const int32_t parent = reading.open.empty() ? -1 : reading.open.back().begun;
+    const Span words = spanOf(match.at, match.end);
     tpl.begun.push_back({token, zarn_lloc.first_line, words, 0, parent, Fate::LOST, 0, false, {}});
     if (token != F_UNDEF) {
         tpl.begun.back().argumentAts.push_back(words.end);
-        reading->open.push_back({depth, index});
+        reading.open.push_back({match.depthBefore, index});
     }
 }
 
 // The "?>" of a command; those inside it that have none of their own end as well.
-static void endCommand(uint32_t from, Condition before)
+static void endCommand(Reading &reading, const observe::Match &match)
 {
-    while (!reading->open.empty()) {
-        Begun &begun = *innermost();
-        begun.end = position();
-        reading->closed = reading->open.back().begun;
-        const bool found = reading->open.back().depth <= scanner.depth;
-        if (inQuote(before) && begun.quoteAt)
-            begun.quoteOpen = !strchr("\"'`", reading->tpl->marked[from]);
-        reading->open.pop_back();
+    while (Begun *begun = innermost(reading)) {
+        begun->end = static_cast<uint32_t>(match.end);
+        reading.closed = reading.open.back().begun;
+        const bool found = reading.open.back().depth <= match.depthAfter;
+        if (inQuote(match.before) && begun->quoteAt)
+            begun->quoteOpen = !strchr("\"'`", reading.tpl->marked[match.at]);
+        reading.open.pop_back();
         if (found)
             return;
     }
@@ -346,126 +317,98 @@ static char quoteOf(Condition condition)
     }
 }
 
-// The token's value is an argument of one element.
-static void noteValue(int token, uint32_t from)
+// An argument of one element has been made of a token.
+static void noteValue(Reading &reading, int token, const observe::Match &match, const ArgElem *elem)
 {
-    const ArgElem *elem = zarn_lval.arg ? zarn_lval.arg->elems : nullptr;
-    if (!elem)
-        return;
-    const char quote = quoteOf(scanner.condition);
-    if (token == ARG_TEXT) {
-        const auto length = static_cast<uint32_t>(strlen(static_cast<const char *>(elem->value)));
-        reading->values[elem] = {{position() - length, position()}, quote};
-        return;
-    }
-    const Span span = {find("$", from), position()};
-    reading->values[elem] = {span, quote};
+    Span span = spanOf(match.at, match.end);
+    if (token == ARG_TEXT) // a quote in front is no part of it
+        span.at = span.end - static_cast<uint32_t>(strlen(static_cast<const char *>(elem->value)));
+    reading.values[elem] = {span, quoteOf(match.after)};
     if (token == ARG_GETARRAY)
-        reading->arrays.push_back({zarn_lloc.first_line, span});
+        reading.arrays.push_back({zarn_lloc.first_line, span});
 }
 
-static void noteToken(int token, uint32_t from, Condition before, size_t depth)
+static void noteToken(void *self, int token, const observe::Match &match, const Arg *value)
 {
+    Reading &reading = readingOf(self);
+    if (reading.current != reading.level)
+        return;
+    reading.position = static_cast<uint32_t>(match.end);
     if (isCommand(token) || token == F_UNDEF) {
-        beginCommand(token, from, depth);
-    } else if (token >= ARG_TEXT && token <= ARG_MAXARRAY) {
-        if (token == ARG_TEXT && !inQuote(before) && inQuote(scanner.condition) && innermost())
-            innermost()->quoteAt = find(std::string(1, quoteOf(scanner.condition)), from);
-        noteValue(token, from);
+        beginCommand(reading, token, match);
+    } else if (value) {
+        if (token == ARG_TEXT && !inQuote(match.before) && inQuote(match.after) &&
+            innermost(reading))
+            innermost(reading)->quoteAt = static_cast<uint32_t>(match.at);
+        noteValue(reading, token, match, value->elems);
     } else if (token == ARG_END) {
-        if (innermost())
-            innermost()->argumentAts.push_back(position());
+        if (innermost(reading))
+            innermost(reading)->argumentAts.push_back(reading.position);
     } else if (token == CMD_END) {
-        endCommand(from, before);
-    } else if (token == EOF_TAG && !reading->open.empty()) {
-        reading->closed = reading->open.back().begun;
-        reading->open.pop_back();
+        endCommand(reading, match);
+    } else if (token == EOF_TAG && !reading.open.empty()) {
+        reading.closed = reading.open.back().begun;
+        reading.open.pop_back();
     }
-}
-
-// In the place of zarn_lex: an included template stands between page texts.
-int placedLex()
-{
-    if (reading->lead > 0) {
-        --reading->lead;
-        zarn_lval.text = nullptr;
-        return HTML_TEXT;
-    }
-    if (reading->told)
-        return 0;
-    const Condition before = scanner.condition;
-    const size_t depth = scanner.depth;
-    int token;
-    do
-        token = nextToken();
-    while (!makeValue(token));
-    noteToken(token, passComments(reading->noted), before, depth);
-    reading->noted = position();
-    if (token == EOF_TAG || token == 0) {
-        reading->told = true;
-        reading->lead = token == EOF_TAG ? 1 : 0;
-    }
-    return token;
 }
 
 // ---- commands ----
 
-// In the place of createCmd: its end was the last token that was read.
-extern "C" Cmd *placedCreate(uint32_t id, void *extra, Arg *a1, Arg *a2, Arg *a3, Arg *a4)
+// Its end was the last token that was read.
+static void noteMade(void *self, const Cmd *cmd)
 {
-    Cmd *cmd = createCmd(id, extra, a1, a2, a3, a4);
-    if (cmd && reading->closed >= 0) {
-        Begun &begun = reading->tpl->begun[static_cast<size_t>(reading->closed)];
-        if (begun.fate == Fate::LOST)
-            begun.fate = Fate::MADE;
-        reading->begunOf[cmd] = reading->closed;
-    }
-    return cmd;
+    Reading &reading = readingOf(self);
+    if (!reading.entered || reading.closed < 0)
+        return;
+    Begun &begun = begunAt(reading, reading.closed);
+    if (begun.fate == Fate::LOST)
+        begun.fate = Fate::MADE;
+    reading.begunOf[cmd] = reading.closed;
 }
 
-static std::unique_ptr<Command> copyCommand(const Cmd *cmd);
+static std::unique_ptr<Command> copyCommand(Reading &reading, const Cmd *cmd);
 
-static Element copyElement(const ArgElem *elem)
+static Element copyElement(Reading &reading, const ArgElem *elem)
 {
     Element copy;
     copy.type = elem->type;
     if (elem->type == ELEM_CMD) {
-        copy.command = copyCommand(static_cast<const Cmd *>(elem->value));
+        copy.command = copyCommand(reading, static_cast<const Cmd *>(elem->value));
         if (copy.command)
             copy.span = copy.command->span;
         return copy;
     }
-    copy.span = reading->values[elem].span;
-    copy.quote = reading->values[elem].quote;
+    copy.span = reading.values[elem].span;
+    copy.quote = reading.values[elem].quote;
     copy.text = static_cast<const char *>(elem->value);
     if (elem->type >= ELEM_GETARRAY) // without the bracket, and the sign of a bound
         copy.text.resize(std::min(copy.text.find('['), copy.text.size()));
     return copy;
 }
 
-static Argument copyArgument(const Arg *arg)
+static Argument copyArgument(Reading &reading, const Arg *arg)
 {
     Argument copy;
     for (const ArgElem *elem = arg->elems; elem; elem = elem->next) {
-        Element element = copyElement(elem);
+        Element element = copyElement(reading, elem);
         if (element.type == ELEM_GETARRAY && elem->next) {
             elem = elem->next;
-            element.index.push_back(copyElement(elem));
+            element.index.push_back(copyElement(reading, elem));
         }
         copy.elements.push_back(std::move(element));
     }
     return copy;
 }
 
-static std::unique_ptr<Command> copyCommand(const Cmd *cmd)
+static std::unique_ptr<Command> copyCommand(Reading &reading, const Cmd *cmd)
 {
     if (!cmd)
         return nullptr;
     auto copy = std::make_unique<Command>();
     copy->id = cmd->id;
-    const auto found = reading->begunOf.find(cmd);
-    if (found != reading->begunOf.end()) {
-        const Begun &begun = reading->tpl->begun[static_cast<size_t>(found->second)];
+    const auto found = reading.begunOf.find(cmd);
+    if (found != reading.begunOf.end()) {
+        const Begun &begun = begunAt(reading, found->second);
         copy->words = begun.words;
         copy->span = {begun.words.at, std::max(begun.end, begun.words.end)};
     }
@@ -476,30 +419,28 @@ static std::unique_ptr<Command> copyCommand(const Cmd *cmd)
     if (!copy->name.empty() && copy->name.back() == '[')
         copy->name.pop_back();
     if (!copy->name.empty()) {
-        const auto at = static_cast<uint32_t>(reading->tpl->marked.find("var:", copy->words.at));
+        const auto at = static_cast<uint32_t>(reading.tpl->marked.find("var:", copy->words.at));
         copy->nameSpan = {at + 4, at + 4 + static_cast<uint32_t>(copy->name.size())};
     }
     for (const Arg *arg = cmd->args; arg; arg = arg->next)
-        copy->args.push_back(copyArgument(arg));
+        copy->args.push_back(copyArgument(reading, arg));
     return copy;
 }
 
-int32_t executeCmd(Cmd *cmd, int32_t)
+// A top-level command is complete: it is copied instead of run. The include that leads
+// to the template is run.
+static bool keepCommand(void *self, const Cmd *cmd)
 {
-    if (std::unique_ptr<Command> copy = copyCommand(cmd)) {
-        const Span span = copy->span;
-        reading->tpl->items.push_back({span, std::move(copy)});
-    }
-    reading->values.clear();
-    reading->begunOf.clear();
-    reading->settled = reading->tpl->begun.size();
-    return EXEC_DONE;
-}
-
-int32_t doExclude()
-{
-    scanner.ended = 0;
-    return 1;
+    Reading &reading = readingOf(self);
+    if (!reading.entered)
+        return false;
+    std::unique_ptr<Command> copy = copyCommand(reading, cmd);
+    const Span span = copy->span;
+    reading.tpl->items.push_back({span, std::move(copy)});
+    reading.values.clear();
+    reading.begunOf.clear();
+    reading.settled = reading.tpl->begun.size();
+    return true;
 }
 
 // ---- the whole ----
@@ -550,29 +491,83 @@ static int32_t findCulprit(const Template &tpl, size_t settled)
     return -1;
 }
 
+// A file in memory that holds a text, with its path; the descriptor is -1 without one.
+namespace
+{
+struct MemoryFile {
+    int fd;
+    std::string path;
+
+    explicit MemoryFile(std::string_view text) : fd(memfd_create("template", MFD_CLOEXEC))
+    {
+        path = "/proc/self/fd/" + std::to_string(fd);
+        for (size_t out = 0; fd >= 0 && out < text.size();) {
+            const ssize_t count = write(fd, text.data() + out, text.size() - out);
+            if (count <= 0)
+                break;
+            out += static_cast<size_t>(count);
+        }
+    }
+    MemoryFile(const MemoryFile &) = delete;
+    MemoryFile &operator=(const MemoryFile &) = delete;
+    ~MemoryFile()
+    {
+        close(fd);
+    }
+};
+} // namespace
+
+static int32_t openByPath(Interpreter *, const char *path)
+{
+    return open(path, O_RDONLY | O_CLOEXEC);
+}
+
+static int32_t answerNothing(Interpreter *, int32_t, const char *, QueryRow **, int32_t *)
+{
+    return 0;
+}
+
+static int32_t tellNothing(Interpreter *, const char **)
+{
+    return 0;
+}
+
+// Runs a page whose output goes nowhere. Returns an ORV_RUN_ number.
+static int32_t runUnseen(const std::string &path)
+{
+    constexpr int32_t gathered = 1 << 16;
+    static constexpr InterpreterCallbacks callbacks = {openByPath, answerNothing, tellNothing};
+    Interpreter *interpreter = Orv_Interpreter_Create(&callbacks);
+    const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
+    Orv_Interpreter_SetOutputBuffer(interpreter, gathered);
+    const int32_t result = Orv_Interpreter_Run(interpreter, path.c_str(), nowhere);
+    close(nowhere);
+    Orv_Interpreter_Destroy(interpreter);
+    return result;
+}
+
 static void parse(Template *tpl, bool page)
 {
-    static Interpreter handle;
-    Reading state = {tpl, {}, {}, {}, -1, page ? 0 : 1, 0, 0, 0, false, {}};
-    reading = &state;
-    inpr = &handle;
-    handle.includeIndex = page ? 0 : 1;
-    IncludeEntry &entry = handle.includes[handle.includeIndex];
-    entry = {};
-    entry.readPos = entry.mapStart = tpl->marked.data();
-    entry.mapLast = entry.mapStart + tpl->marked.size() - 1;
-    if (!page && tpl->marked.compare(0, 3, "\xEF\xBB\xBF") == 0)
-        entry.readPos += 3;
-    resetScanner();
-    switchBuffer(scanner.buffer, 1);
-    scanner.ended = 0;
-    const int32_t result = doParse();
-    tpl->exhausted = result == 2;
-    tpl->gaveUpAt = result != 0 ? findCulprit(*tpl, state.settled) : -1;
-    resetScanner();
-    dropFreeRecords();
-    inpr = nullptr;
-    reading = nullptr;
+    if (tpl->marked.empty())
+        return;
+    Reading reading = {tpl, page ? 0 : 1, -1, false, {}, {}, {}, -1, 0, 0, 0, {}};
+    observe::Observer observer = {};
+    observer.self = &reading;
+    observer.opened = noteOpened;
+    observer.closed = noteClosed;
+    observer.token = noteToken;
+    observer.commented = noteComment;
+    observer.unmatched = noteUnmatched;
+    observer.made = noteMade;
+    observer.keeps = keepCommand;
+    observer.piece = notePiece;
+    observer.message = noteMessage;
+    const MemoryFile file(tpl->marked);
+    const MemoryFile around("-<?include " + file.path + " ?>-");
+    observe::setObserver(&observer);
+    const int32_t result = runUnseen(page ? file.path : around.path);
+    observe::setObserver(nullptr);
+    tpl->gaveUpAt = result == ORV_RUN_GAVE_UP ? findCulprit(*tpl, reading.settled) : -1;
 }
 
 static void clear(Template *tpl)
@@ -580,7 +575,7 @@ static void clear(Template *tpl)
     tpl->items.clear();
     tpl->comments.clear();
     tpl->begun.clear();
-    tpl->messages.clear();
+    tpl->complaints.clear();
     tpl->strayQuotes.clear();
 }
 
@@ -618,16 +613,16 @@ void readTemplate(Template *tpl, std::string path, std::string source, bool page
     markFields(tpl);
     parse(tpl, page);
     const int32_t culprit = tpl->gaveUpAt;
-    const bool ended = std::any_of(tpl->messages.begin(), tpl->messages.end(),
-                                   [](const Message &message) { return message.line == 0; });
+    const bool ended = std::any_of(tpl->complaints.begin(), tpl->complaints.end(),
+                                   [](const Complaint &message) { return message.line == 0; });
     if (page && culprit >= 0 && !ended && !tpl->exhausted) {
-        const std::vector<Message> logged = std::move(tpl->messages);
+        const std::vector<Complaint> logged = std::move(tpl->complaints);
         clear(tpl);
         parse(tpl, false);
-        std::erase_if(tpl->messages, [&](const Message &message) {
+        std::erase_if(tpl->complaints, [&](const Complaint &message) {
             return isUnder(*tpl, message.begun, culprit) &&
-                   std::none_of(logged.begin(), logged.end(), [&](const Message &other) {
-                       return other.span.at == message.span.at && other.text == message.text;
+                   std::none_of(logged.begin(), logged.end(), [&](const Complaint &other) {
+                       return other.span.at == message.span.at && other.id == message.id;
                    });
         });
     }

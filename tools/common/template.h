@@ -1,9 +1,9 @@
 /* tools/common/template.h - a template as the library reads it, with every place kept.
  *
- * The library's own scanner and grammar read the template; what differs is what
- * stands around them: text fields are replaced by marks of the same length, so that
- * an offset in what was scanned is an offset in the file, and a command is kept
- * instead of run. Each template is read by itself; includes are commands like others. */
+ * The library itself reads the template, and tells what it reads: text fields are
+ * replaced by marks of the same length first, so that they are part of what stands
+ * around them, and a command is kept instead of run. Each template is read by itself; includes are
+ * commands like others. */
 #ifndef ORV_CHECK_TEMPLATE_H
 #define ORV_CHECK_TEMPLATE_H
 
@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "grammar/records.h"
+#include "interface/messages.h"
 
 // Bytes of a template from at to before end, offsets in the file.
 struct Span {
@@ -82,12 +83,13 @@ struct Begun {
     std::vector<uint32_t> argumentAts; // where an argument begins
 };
 
-// A message of the scanner or the grammar.
-struct Message {
-    std::string text; // behind file and line
-    int32_t line;     // as it says; 0 when it names none
-    Span span;        // where the mistake begins; on that line
-    int32_t begun;    // index of the command that it is about, -1 for none
+// What the scanner or the grammar has complained about.
+struct Complaint {
+    Message id;
+    int32_t line;  // as the log names it; 0 when it names none
+    Span span;     // where the mistake begins; on that line
+    int32_t begun; // index of the command that it is about, -1 for none
+    int token;     // F_ number of a command like the one that is malformed, else 0
 };
 
 struct Template {
@@ -100,7 +102,7 @@ struct Template {
     std::vector<Field> fields;         // ascending
     std::vector<Span> comments;        // with their "<?" and "?>", ascending
     std::vector<Begun> begun;          // in the order of their keywords
-    std::vector<Message> messages;     // in the order of the log
+    std::vector<Complaint> complaints; // in the order of the log
     std::vector<uint32_t> strayQuotes; // in indices, where they are no part of it
     int32_t gaveUpAt = -1;             // index in begun of the command that ends the run
     bool exhausted = false;            // the parser's stack was

@@ -189,7 +189,7 @@ const char *breaksArgument(std::string_view text, char quote)
     const bool isWhole =
         made.items.size() == 1 && made.items[0].command && made.items[0].span.end == command.size();
     if (!isWhole || made.begun.size() != 1 || made.items[0].command->args.size() != 1 ||
-        !made.messages.empty())
+        !made.complaints.empty())
         return "ends the argument";
     const std::vector<Element> *elements = &made.items[0].command->args[0].elements;
     if (quote == ']' && elements->size() != 1)

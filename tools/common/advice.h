@@ -1,0 +1,17 @@
+/* tools/common/advice.h - what an author is told of each message of the library, and how
+ * the mistake is mended. The checker, the preview and editors say the same. */
+#ifndef ORV_COMMON_ADVICE_H
+#define ORV_COMMON_ADVICE_H
+
+#include "interface/messages.h"
+
+struct Advice {
+    Message id;
+    const char *told;    // empty: of no use to an author, or told where it is shown
+    const char *mending; // a sentence or more; empty when nothing is to be mended
+};
+
+/* What there is to say of a message. */
+const Advice &adviceOn(Message id);
+
+#endif
