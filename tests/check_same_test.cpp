@@ -6,12 +6,12 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <nlohmann/json.hpp>
 #include <set>
 #include <sstream>
 
 #include "tests/harness.h"
 #include "tests/process.h"
+#include "tools/common/json.h"
 
 namespace fs = std::filesystem;
 
@@ -48,15 +48,16 @@ static Mistakes checked(const std::string &path, bool *ends, bool *loses)
     const int status = runCommand("ulimit -s 1024; " ORV_CHECK " --format json '" + path + "'");
     EXPECT_NE(status, 2) << readFile("err");
     Mistakes found;
-    const auto whole = nlohmann::json::parse(readFile("out"), nullptr, false);
-    EXPECT_FALSE(whole.is_discarded());
-    for (const auto &finding : whole["findings"]) {
-        *ends = *ends || finding["id"] == "gives-up";
-        *loses = *loses || finding["id"] == "swallowed";
-        if (finding["id"] != "syntax")
+    Json whole;
+    std::string problem;
+    EXPECT_TRUE(readJson(readFile("out"), &whole, &problem)) << problem;
+    for (const Json &finding : whole.at("findings")) {
+        *ends = *ends || finding.at("id") == "gives-up";
+        *loses = *loses || finding.at("id") == "swallowed";
+        if (finding.at("id") != "syntax")
             continue;
-        const bool atEnd = finding["text"].get<std::string>().starts_with("File ends");
-        found.insert({finding["file"], atEnd ? 0 : finding["line"].get<int>()});
+        const bool atEnd = finding.at("text").asText().starts_with("File ends");
+        found.insert({finding.at("file").asText(), atEnd ? 0 : finding.value("line", 0)});
     }
     return found;
 }

@@ -4,11 +4,11 @@
 #include "findings.h"
 
 #include <algorithm>
-#include <nlohmann/json.hpp>
 #include <set>
 #include <tuple>
 
-using nlohmann::json;
+#include "tools/common/json.h"
+
 using std::string;
 using std::string_view;
 
@@ -55,9 +55,9 @@ static string printText(const std::vector<Finding> &findings)
 
 static string printJson(const std::vector<Finding> &findings)
 {
-    json list = json::array();
+    Json list = Json::array();
     for (const Finding &f : findings) {
-        json notes = json::array();
+        Json notes = Json::array();
         for (const Note &note : f.notes)
             notes.push_back({{"file", note.path},
                              {"line", note.line},
@@ -73,8 +73,8 @@ static string printJson(const std::vector<Finding> &findings)
                         {"text", f.text},
                         {"notes", std::move(notes)}});
     }
-    const json whole = {{"version", 1}, {"findings", std::move(list)}};
-    return whole.dump(1, ' ', false, json::error_handler_t::replace) + "\n";
+    const Json whole = {{"version", 1}, {"findings", std::move(list)}};
+    return writeJson(whole, 1) + "\n";
 }
 
 // A path as a URI reference: what is no letter, digit or harmless sign is encoded.
@@ -95,23 +95,23 @@ static string uriOf(const string &path)
     return uri;
 }
 
-static json sarifPlace(const string &path, uint32_t line, uint32_t column)
+static Json sarifPlace(const string &path, uint32_t line, uint32_t column)
 {
     return {{"artifactLocation", {{"uri", uriOf(path)}}},
             {"region", {{"startLine", line}, {"startColumn", column}}}};
 }
 
-static json sarifResult(const Finding &f)
+static Json sarifResult(const Finding &f)
 {
-    json place = sarifPlace(f.path, f.line, f.unit);
+    Json place = sarifPlace(f.path, f.line, f.unit);
     place["region"]["endLine"] = f.endLine;
     place["region"]["endColumn"] = f.endUnit;
-    json result = {{"ruleId", f.kind->id},
+    Json result = {{"ruleId", f.kind->id},
                    {"ruleIndex", f.kind - allKinds().data()},
                    {"level", severityName(f.severity)},
                    {"message", {{"text", f.text}}},
-                   {"locations", json::array({{{"physicalLocation", std::move(place)}}})}};
-    json related = json::array();
+                   {"locations", Json::array({{{"physicalLocation", std::move(place)}}})}};
+    Json related = Json::array();
     for (const Note &note : f.notes)
         related.push_back({{"physicalLocation", sarifPlace(note.path, note.line, note.unit)},
                            {"message", {{"text", note.text}}}});
@@ -122,22 +122,22 @@ static json sarifResult(const Finding &f)
 
 static string printSarif(const std::vector<Finding> &findings)
 {
-    json rules = json::array();
+    Json rules = Json::array();
     for (const Kind &kind : allKinds())
         rules.push_back({{"id", kind.id},
                          {"shortDescription", {{"text", kind.explanation}}},
                          {"help", {{"text", string("Example: ") + kind.example}}},
                          {"defaultConfiguration", {{"level", severityName(kind.severity)}}}});
-    json results = json::array();
+    Json results = Json::array();
     for (const Finding &f : findings)
         results.push_back(sarifResult(f));
-    const json driver = {{"name", "orv-check"}, {"version", ORV_VERSION}, {"rules", rules}};
-    const json whole = {{"$schema", "https://json.schemastore.org/sarif-2.1.0.json"},
+    const Json driver = {{"name", "orv-check"}, {"version", ORV_VERSION}, {"rules", rules}};
+    const Json whole = {{"$schema", "https://json.schemastore.org/sarif-2.1.0.json"},
                         {"version", "2.1.0"},
-                        {"runs", json::array({{{"tool", {{"driver", driver}}},
+                        {"runs", Json::array({{{"tool", {{"driver", driver}}},
                                                {"columnKind", "utf16CodeUnits"},
                                                {"results", std::move(results)}}})}};
-    return whole.dump(1, ' ', false, json::error_handler_t::replace) + "\n";
+    return writeJson(whole, 1) + "\n";
 }
 
 string printFindings(const std::vector<Finding> &findings, Form form)

@@ -14,14 +14,13 @@
 #include <unistd.h>
 
 #include <filesystem>
-#include <nlohmann/json.hpp>
 #include <set>
 
 #include "lookup.h"
 #include "report.h"
 #include "tools/common/files.h"
+#include "tools/common/json.h"
 
-using nlohmann::json;
 using std::string;
 using std::string_view;
 
@@ -31,7 +30,6 @@ static constexpr int PARSE_ERROR = -32700;
 static constexpr int INVALID_REQUEST = -32600;
 static constexpr int METHOD_NOT_FOUND = -32601;
 static constexpr int INVALID_PARAMS = -32602;
-static constexpr int DEEPEST_MESSAGE = 100;
 static constexpr size_t LONGEST_MESSAGE = 256U << 20;
 
 namespace
@@ -53,23 +51,23 @@ struct Server {
 
 // ---- frames ----
 
-static void send(const json &message)
+static void send(const Json &message)
 {
-    const string body = message.dump(-1, ' ', false, json::error_handler_t::replace);
+    const string body = writeJson(message, -1);
     writeAll(STDOUT_FILENO, "Content-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body);
 }
 
-static void notify(const char *method, json parameters)
+static void notify(const char *method, Json parameters)
 {
     send({{"jsonrpc", "2.0"}, {"method", method}, {"params", std::move(parameters)}});
 }
 
-static void answer(const json &id, json result)
+static void answer(const Json &id, Json result)
 {
     send({{"jsonrpc", "2.0"}, {"id", id}, {"result", std::move(result)}});
 }
 
-static void refuse(const json &id, int code, const string &text)
+static void refuse(const Json &id, int code, const string &text)
 {
     send({{"jsonrpc", "2.0"}, {"id", id}, {"error", {{"code", code}, {"message", text}}}});
 }
@@ -172,9 +170,9 @@ static string resolved(const string &path)
 }
 
 // The path below the document root, as templates name it.
-static string pathBelow(const Server &server, const json &uri)
+static string pathBelow(const Server &server, const Json &uri)
 {
-    const fs::path path = resolved(decodeUri(uri.get<string>()));
+    const fs::path path = resolved(decodeUri(uri.asText()));
     return path.lexically_relative(server.options.docRoot).generic_string();
 }
 
@@ -210,15 +208,15 @@ static Site *currentSite(Server &server)
     return server.site.get();
 }
 
-static json range(uint32_t line, uint32_t unit, uint32_t endLine, uint32_t endUnit)
+static Json range(uint32_t line, uint32_t unit, uint32_t endLine, uint32_t endUnit)
 {
     return {{"start", {{"line", line - 1}, {"character", unit - 1}}},
             {"end", {{"line", endLine - 1}, {"character", endUnit - 1}}}};
 }
 
-static json diagnosticOf(const Server &server, const Site &site, const Finding &finding)
+static Json diagnosticOf(const Server &server, const Site &site, const Finding &finding)
 {
-    json related = json::array();
+    Json related = Json::array();
     for (const Note &note : finding.notes)
         related.push_back({{"location",
                             {{"uri", uriOf(server, note.path, site.templates.contains(note.path))},
@@ -239,16 +237,16 @@ static void sendDiagnostics(Server &server)
     Site *site = currentSite(server);
     if (!site)
         return;
-    std::map<string, json> lists;
+    std::map<string, Json> lists;
     for (const string &uri : server.told)
-        lists[uri] = json::array();
+        lists[uri] = Json::array();
     for (const auto &[path, content] : server.options.unsaved)
-        lists[uriOf(server, path, true)] = json::array();
+        lists[uriOf(server, path, true)] = Json::array();
     server.told.clear();
     for (const Finding &finding : checkSite(*site)) {
         const string uri = uriOf(server, finding.path, site->templates.contains(finding.path));
         server.told.insert(uri);
-        auto [list, isNew] = lists.try_emplace(uri, json::array());
+        auto [list, isNew] = lists.try_emplace(uri, Json::array());
         list->second.push_back(diagnosticOf(server, *site, finding));
     }
     for (auto &[uri, list] : lists)
@@ -257,11 +255,11 @@ static void sendDiagnostics(Server &server)
 
 // ---- requests ----
 
-static json initialize(Server &server, const json &parameters)
+static Json initialize(Server &server, const Json &parameters)
 {
-    const json root = parameters.value("rootUri", json());
-    if (!server.ownRoot && root.is_string())
-        server.options.docRoot = decodeUri(root.get<string>());
+    const Json root = parameters.value("rootUri", Json());
+    if (!server.ownRoot && root.isText())
+        server.options.docRoot = decodeUri(root.text);
     server.options.docRoot = resolved(server.options.docRoot);
     server.initialized = true;
     return {
@@ -275,7 +273,7 @@ static json initialize(Server &server, const json &parameters)
 }
 
 // The template and the offset that a request is about; null when there is none.
-static const Template *placeOfRequest(Server &server, const json &parameters, uint32_t *offset)
+static const Template *placeOfRequest(Server &server, const Json &parameters, uint32_t *offset)
 {
     Site *site = currentSite(server);
     if (!site)
@@ -284,22 +282,22 @@ static const Template *placeOfRequest(Server &server, const json &parameters, ui
         site->templates.find(pathBelow(server, parameters.at("textDocument").at("uri")));
     if (found == site->templates.end())
         return nullptr;
-    const json &position = parameters.at("position");
-    *offset = offsetOfUnits(*found->second, position.at("line").get<uint32_t>(),
-                            position.at("character").get<uint32_t>());
+    const Json &position = parameters.at("position");
+    *offset = offsetOfUnits(*found->second, position.at("line").asCount(),
+                            position.at("character").asCount());
     return found->second.get();
 }
 
-static json locations(const Server &server, const std::vector<FilePlace> &places)
+static Json locations(const Server &server, const std::vector<FilePlace> &places)
 {
-    json list = json::array();
+    Json list = Json::array();
     for (const FilePlace &place : places)
         list.push_back({{"uri", uriOf(server, place.path, place.isTemplate)},
                         {"range", range(place.line, place.unit, place.line, place.endUnit)}});
     return list;
 }
 
-static json hover(Server &server, const json &parameters)
+static Json hover(Server &server, const Json &parameters)
 {
     uint32_t offset;
     const Template *tpl = placeOfRequest(server, parameters, &offset);
@@ -309,7 +307,7 @@ static json hover(Server &server, const json &parameters)
     return {{"contents", {{"kind", "markdown"}, {"value", text}}}};
 }
 
-static json definition(Server &server, const json &parameters)
+static Json definition(Server &server, const Json &parameters)
 {
     uint32_t offset;
     const Template *tpl = placeOfRequest(server, parameters, &offset);
@@ -318,29 +316,29 @@ static json definition(Server &server, const json &parameters)
     return locations(server, definitionsOf(*server.site, *tpl, findAt(*tpl, offset)));
 }
 
-static json references(Server &server, const json &parameters)
+static Json references(Server &server, const Json &parameters)
 {
     uint32_t offset;
     const Template *tpl = placeOfRequest(server, parameters, &offset);
     if (!tpl)
         return nullptr;
     const bool definitions =
-        parameters.value("context", json::object()).value("includeDeclaration", false);
+        parameters.value("context", Json::object()).value("includeDeclaration", false);
     return locations(server, referencesOf(*server.site, findAt(*tpl, offset), definitions));
 }
 
-static json completion(Server &server, const json &parameters)
+static Json completion(Server &server, const Json &parameters)
 {
     uint32_t offset;
     const Template *tpl = placeOfRequest(server, parameters, &offset);
     if (!tpl)
         return nullptr;
     uint32_t typed = 0;
-    json list = json::array();
-    const auto line = parameters.at("position").at("line").get<uint32_t>();
-    const auto unit = parameters.at("position").at("character").get<uint32_t>();
+    Json list = Json::array();
+    const auto line = parameters.at("position").at("line").asCount();
+    const auto unit = parameters.at("position").at("character").asCount();
     const auto completions = completionsAt(*server.site, *tpl, offset, &typed);
-    const json place = range(line + 1, unit + 1 - std::min(typed, unit), line + 1, unit + 1);
+    const Json place = range(line + 1, unit + 1 - std::min(typed, unit), line + 1, unit + 1);
     for (const Completion &item : completions)
         list.push_back({{"label", item.label},
                         {"detail", item.detail},
@@ -351,30 +349,30 @@ static json completion(Server &server, const json &parameters)
 
 // ---- notifications ----
 
-static void setDocument(Server &server, const json &uri, const string &text)
+static void setDocument(Server &server, const Json &uri, const string &text)
 {
     const string path = pathBelow(server, uri);
     server.options.unsaved[path] = text;
-    server.uris[path] = uri;
+    server.uris[path] = uri.asText();
     server.site.reset();
     server.changed = true;
 }
 
-static void didOpen(Server &server, const json &parameters)
+static void didOpen(Server &server, const Json &parameters)
 {
-    const json &document = parameters.at("textDocument");
-    setDocument(server, document.at("uri"), document.at("text").get<string>());
+    const Json &document = parameters.at("textDocument");
+    setDocument(server, document.at("uri"), document.at("text").asText());
 }
 
-static void didChange(Server &server, const json &parameters)
+static void didChange(Server &server, const Json &parameters)
 {
-    const json &changes = parameters.at("contentChanges");
+    const Json &changes = parameters.at("contentChanges");
     if (!changes.empty())
         setDocument(server, parameters.at("textDocument").at("uri"),
-                    changes.back().at("text").get<string>());
+                    changes[changes.size() - 1].at("text").asText());
 }
 
-static void didClose(Server &server, const json &parameters)
+static void didClose(Server &server, const Json &parameters)
 {
     const string path = pathBelow(server, parameters.at("textDocument").at("uri"));
     server.options.unsaved.erase(path);
@@ -384,7 +382,7 @@ static void didClose(Server &server, const json &parameters)
 }
 
 // Another file may have changed: texts, a template that is not open.
-static void didSave(Server &server, const json &)
+static void didSave(Server &server, const Json &)
 {
     server.site.reset();
     server.changed = true;
@@ -396,11 +394,11 @@ namespace
 {
 struct Request {
     const char *method;
-    json (*run)(Server &, const json &);
+    Json (*run)(Server &, const Json &);
 };
 struct Notification {
     const char *method;
-    void (*run)(Server &, const json &);
+    void (*run)(Server &, const Json &);
 };
 } // namespace
 
@@ -411,7 +409,7 @@ static constexpr Request requests[] = {
     {"textDocument/references", references},
     {"textDocument/completion", completion},
     {"shutdown",
-     [](Server &server, const json &) -> json {
+     [](Server &server, const Json &) -> Json {
          server.stopping = true;
          return nullptr;
      }},
@@ -425,8 +423,8 @@ static constexpr Notification notifications[] = {
     {"workspace/didChangeWatchedFiles", didSave},
 };
 
-static void handleRequest(Server &server, const string &method, const json &id,
-                          const json &parameters)
+static void handleRequest(Server &server, const string &method, const Json &id,
+                          const Json &parameters)
 {
     constexpr int notInitialized = -32002;
     if (!server.initialized && method != "initialize")
@@ -435,22 +433,22 @@ static void handleRequest(Server &server, const string &method, const json &id,
         if (method == request.method) {
             try {
                 answer(id, request.run(server, parameters));
-            } catch (const json::exception &wrong) {
-                refuse(id, INVALID_PARAMS, wrong.what());
+            } catch (const JsonError &wrong) {
+                refuse(id, INVALID_PARAMS, wrong.text);
             }
             return;
         }
     refuse(id, METHOD_NOT_FOUND, "there is no " + method);
 }
 
-static void handleNotification(Server &server, const string &method, const json &parameters)
+static void handleNotification(Server &server, const string &method, const Json &parameters)
 {
     for (const Notification &notification : notifications)
         if (server.initialized && method == notification.method) {
             try {
                 notification.run(server, parameters);
-            } catch (const json::exception &wrong) {
-                complain(0, "%s: %s", method.c_str(), wrong.what());
+            } catch (const JsonError &wrong) {
+                complain(0, "%s: %s", method.c_str(), wrong.text.c_str());
             }
         }
 }
@@ -458,30 +456,25 @@ static void handleNotification(Server &server, const string &method, const json 
 // Returns false when the client says exit.
 static bool handle(Server &server, const string &body)
 {
-    bool tooDeep = false; // copies of a value recurse
-    const auto watchDepth = [&tooDeep](int depth, json::parse_event_t, json &) {
-        tooDeep = tooDeep || depth > DEEPEST_MESSAGE;
-        return !tooDeep;
-    };
-    const json message = json::parse(body, watchDepth, false);
-    if (message.is_discarded() || tooDeep) {
-        refuse(nullptr, PARSE_ERROR, tooDeep ? "values are too deep" : "no JSON");
+    Json message;
+    string problem;
+    if (!readJson(body, &message, &problem)) {
+        refuse(nullptr, PARSE_ERROR, problem);
         return true;
     }
-    const bool sound =
-        message.is_object() && message.contains("method") && message["method"].is_string();
-    if (!sound) {
-        if (!message.is_object() || !(message.contains("result") || message.contains("error")))
+    const Json *const name = message.find("method");
+    if (!name || !name->isText()) {
+        if (!message.isObject() || !(message.contains("result") || message.contains("error")))
             refuse(nullptr, INVALID_REQUEST, "no request");
         return true;
     }
-    const string method = message["method"];
-    const json id = message.value("id", json());
-    if (!id.is_null() && !id.is_string() && !id.is_number()) {
+    const string &method = name->text;
+    const Json id = message.value("id", Json());
+    if (!id.isNull() && !id.isText() && !id.isNumber()) {
         refuse(nullptr, INVALID_REQUEST, "an id is a number or a text");
         return true;
     }
-    const json parameters = message.value("params", json::object());
+    const Json parameters = message.value("params", Json::object());
     if (method == "exit")
         return false;
     if (message.contains("id"))

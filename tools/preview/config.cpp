@@ -4,12 +4,10 @@
 #include <fcntl.h>
 #include <stdio.h>
 #include <unistd.h>
-#include <nlohmann/json.hpp>
 
-using nlohmann::json;
+#include "tools/common/json.h"
+
 using std::string;
-
-static constexpr auto replaceBytes = json::error_handler_t::replace; // that are no UTF-8
 
 bool replaceFile(const string &path, const string &bytes)
 {
@@ -36,25 +34,28 @@ bool readWhole(const string &path, string &bytes)
     return count == 0;
 }
 
-static json readJson(const string &path)
+static Json readObject(const string &path)
 {
     string bytes;
     readWhole(path, bytes);
-    json read = json::parse(bytes, nullptr, false);
-    return read.is_object() ? read : json::object();
+    Json read;
+    string problem;
+    return readJson(bytes, &read, &problem) ? read : Json();
 }
 
 Config readConfig(const string &work)
 {
-    const json read = readJson(work + "/config");
+    const Json read = readObject(work + "/config");
     Config config;
     config.docRoot = read.value("docRoot", "");
     config.db = read.value("db", "");
     config.port = read.value("port", 0);
     config.reloads = read.value("reloads", true);
-    config.variables = read.value("variables", config.variables);
-    config.languages = read.value("languages", config.languages);
-    for (const json &problem : read.value("problems", json::array()))
+    for (const Json &variable : read.value("variables", Json::array()))
+        config.variables.emplace_back(variable.value("name", ""), variable.value("value", ""));
+    for (const Json &language : read.value("languages", Json::array()))
+        config.languages.push_back(language.text);
+    for (const Json &problem : read.value("problems", Json::array()))
         config.problems.push_back(
             {problem.value("file", ""), problem.value("line", 0), problem.value("text", "")});
     return config;
@@ -62,28 +63,31 @@ Config readConfig(const string &work)
 
 bool writeConfig(const string &work, const Config &config)
 {
-    json problems = json::array();
+    Json variables = Json::array();
+    for (const auto &[name, value] : config.variables)
+        variables.push_back({{"name", name}, {"value", value}});
+    Json problems = Json::array();
     for (const FileProblem &problem : config.problems)
         problems.push_back(
             {{"file", problem.file}, {"line", problem.line}, {"text", problem.text}});
-    const json written = {{"docRoot", config.docRoot},     {"db", config.db},
-                          {"port", config.port},           {"reloads", config.reloads},
-                          {"variables", config.variables}, {"languages", config.languages},
+    const Json written = {{"docRoot", config.docRoot}, {"db", config.db},
+                          {"port", config.port},       {"reloads", config.reloads},
+                          {"variables", variables},    {"languages", config.languages},
                           {"problems", problems}};
-    return replaceFile(work + "/config", written.dump(1, ' ', false, replaceBytes));
+    return replaceFile(work + "/config", writeJson(written, 1));
 }
 
 Switches readSwitches(const string &work)
 {
-    const json read = readJson(work + "/switches");
+    const Json read = readObject(work + "/switches");
     return {read.value("language", ""), read.value("marks", 0), read.value("error", "")};
 }
 
 bool writeSwitches(const string &work, const Switches &switches)
 {
-    const json written = {
+    const Json written = {
         {"language", switches.language}, {"marks", switches.marks}, {"error", switches.error}};
-    return replaceFile(work + "/switches", written.dump(1, ' ', false, replaceBytes));
+    return replaceFile(work + "/switches", writeJson(written, 1));
 }
 
 string readGeneration(const string &work)

@@ -2,11 +2,10 @@
 #include "report.h"
 
 #include <filesystem>
-#include <nlohmann/json.hpp>
 
 #include "excerpt.h"
+#include "tools/common/json.h"
 
-using nlohmann::json;
 using std::string;
 
 namespace fs = std::filesystem;
@@ -64,15 +63,15 @@ string hintFor(const string &message)
     return "";
 }
 
-static json sourceOf(const Trace &trace, const Place &place)
+static Json sourceOf(const Trace &trace, const Place &place)
 {
-    json lines = json::array();
+    Json lines = Json::array();
     for (const ExcerptLine &line : excerpt(trace, place.file, place.line, LINES_AROUND))
         lines.push_back({{"number", line.number}, {"text", line.text}});
     return lines;
 }
 
-static json message(const Trace &trace, int32_t severity, const Place &place, const string &text,
+static Json message(const Trace &trace, int32_t severity, const Place &place, const string &text,
                     int32_t times)
 {
     static constexpr const char *names[] = {"notice", "warning", "error"};
@@ -85,9 +84,9 @@ static json message(const Trace &trace, int32_t severity, const Place &place, co
             {"source", sourceOf(trace, place)}};
 }
 
-static json messages(const Trace &trace, const ReportSetting &setting)
+static Json messages(const Trace &trace, const ReportSetting &setting)
 {
-    json list = json::array();
+    Json list = Json::array();
     for (const FileProblem &problem : setting.config.problems)
         list.push_back(
             message(trace, ORV_LOG_ERROR, {problem.file, problem.line}, problem.text, 1));
@@ -103,10 +102,10 @@ static json messages(const Trace &trace, const ReportSetting &setting)
     return list;
 }
 
-static json queries(const Trace &trace)
+static Json queries(const Trace &trace)
 {
     static constexpr const char *modes[] = {"one row", "all rows", "count"};
-    json list = json::array();
+    Json list = Json::array();
     for (const TraceQuery &query : trace.queries)
         list.push_back({{"file", query.place.file},
                         {"line", query.place.line},
@@ -120,9 +119,9 @@ static json queries(const Trace &trace)
     return list;
 }
 
-static json templates(const Trace &trace)
+static Json templates(const Trace &trace)
 {
-    json list = json::array();
+    Json list = Json::array();
     for (const TraceTemplate &one : trace.templates)
         list.push_back({{"path", one.path},
                         {"file", fs::path(one.path).lexically_normal().string()},
@@ -133,9 +132,9 @@ static json templates(const Trace &trace)
     return list;
 }
 
-static json variables(const Trace &trace)
+static Json variables(const Trace &trace)
 {
-    json list = json::array();
+    Json list = Json::array();
     for (const TraceVariable &variable : trace.assigned)
         list.push_back({{"name", variable.name},
                         {"value", variable.value},
@@ -146,9 +145,9 @@ static json variables(const Trace &trace)
     return list;
 }
 
-static json texts(const Trace &trace)
+static Json texts(const Trace &trace)
 {
-    json list = json::array();
+    Json list = Json::array();
     for (const TraceText &text : trace.texts)
         list.push_back({{"id", text.id},
                         {"file", text.place.file},
@@ -157,9 +156,9 @@ static json texts(const Trace &trace)
     return list;
 }
 
-static string dump(const json &value)
+static string dump(const Json &value)
 {
-    return value.dump(-1, ' ', false, json::error_handler_t::replace);
+    return writeJson(value, -1);
 }
 
 // Nothing in it can end a script element or begin a comment.
@@ -172,8 +171,10 @@ static string withoutTags(string text)
 
 string reportJson(const Trace &trace, const ReportSetting &setting)
 {
-    const json findings = json::parse(setting.findings, nullptr, false);
-    const json report = {
+    Json findings;
+    string problem;
+    readJson(setting.findings, &findings, &problem); // none where the checker ended badly
+    const Json report = {
         {"page", setting.page},
         {"generation", setting.generation},
         {"posted", setting.isPosted},
@@ -192,13 +193,13 @@ string reportJson(const Trace &trace, const ReportSetting &setting)
         {"bytes", trace.bytes},
         {"writes", trace.writes},
         {"microseconds", trace.microseconds},
-        {"findings", findings.is_object() ? findings : json()},
+        {"findings", findings.isObject() ? findings : Json()},
     };
     return withoutTags(dump(report));
 }
 
 // Names a file from the site's folder, if it is below that.
-static void nameFromSite(json &finding, const string &docRoot)
+static void nameFromSite(Json &finding, const string &docRoot)
 {
     const string root = (fs::path(docRoot) / "").string();
     const string file = fs::path(finding.value("file", "")).lexically_normal().string();
@@ -207,12 +208,13 @@ static void nameFromSite(json &finding, const string &docRoot)
 
 string readFindings(const string &printed, const string &docRoot)
 {
-    json read = json::parse(printed, nullptr, false);
-    if (!read.is_object())
+    Json read;
+    string problem;
+    if (!readJson(printed, &read, &problem) || !read.isObject())
         return "null";
-    for (json &finding : read["findings"]) {
+    for (Json &finding : read["findings"].items) {
         nameFromSite(finding, docRoot);
-        for (json &note : finding["notes"])
+        for (Json &note : finding["notes"].items)
             nameFromSite(note, docRoot);
     }
     return dump(read);
@@ -220,5 +222,5 @@ string readFindings(const string &printed, const string &docRoot)
 
 string scriptText(const string &text)
 {
-    return dump(json(text));
+    return dump(Json(text));
 }

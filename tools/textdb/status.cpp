@@ -8,9 +8,8 @@
 #include <string>
 #include <vector>
 
-#include <nlohmann/json.hpp>
-
 #include "tools/common/files.h"
+#include "tools/common/json.h"
 #include "tools/common/po.h"
 #include "tools/common/textdb_file.h"
 
@@ -109,9 +108,9 @@ static void printTable(const std::vector<LanguageStatus> &languages, size_t all)
 
 static void printJson(const std::vector<LanguageStatus> &languages, size_t all)
 {
-    nlohmann::ordered_json list = nlohmann::ordered_json::array();
+    Json list = Json::array();
     for (const LanguageStatus &language : languages) {
-        nlohmann::ordered_json longest = nlohmann::ordered_json::array();
+        Json longest = Json::array();
         for (const LongText &text : language.texts)
             longest.push_back({{"id", text.id}, {"characters", text.characters}});
         list.push_back({{"file", language.path},
@@ -122,8 +121,7 @@ static void printJson(const std::vector<LanguageStatus> &languages, size_t all)
                         {"of", all},
                         {"longest", longest}});
     }
-    // A file's name can be no UTF-8.
-    puts(list.dump(2, ' ', false, nlohmann::json::error_handler_t::replace).c_str());
+    puts(writeJson(list, 2, JsonKeys::AS_GIVEN).c_str());
 }
 
 int runStatus(const CommandLine &line)
