@@ -28,6 +28,15 @@ struct Loop {
     QueryRow *rows; // owned
     Arg *body;      // borrowed, null without one
 };
+
+// What a command prints in front of its body. An action leaves it here and prints nothing
+// itself: the texts of its arguments lie where its output goes when it is nested.
+struct Result {
+    const char *text; // null for none
+    char *made;       // owned, null or the same
+    bool isNumber;
+    int32_t number;
+};
 } // namespace
 
 static void setVariable(const char *name, const char *value, uint32_t flags)
@@ -54,34 +63,37 @@ static void setBounds(const Cmd *cmd, const char *lowText, const char *upText, L
     loop->upper = static_cast<int64_t>(upper) - (upperExcluded && *upperExcluded == 1);
 }
 
-static void query(uint32_t id, const char *text, int32_t direct, Loop *loop)
+static void query(uint32_t id, const char *text, Loop *loop, Result *result)
 {
     const int32_t rows = doQuery(text, id, &loop->rows);
     const bool single = id == ID_QUERY || id == ID_QUERYTEXT || id == ID_QUERYJS;
     loop->upper = single ? 0 : static_cast<int64_t>(rows) - 1;
-    if (id == ID_MULTIQUERYCOUNT)
-        putoutNumber(rows, direct);
+    result->isNumber = id == ID_MULTIQUERYCOUNT;
+    result->number = rows;
 }
 
-static void compare(uint32_t id, const char *a, const char *b, int32_t direct, Loop *loop)
+static void compare(uint32_t id, const char *a, const char *b, Loop *loop, Result *result)
 {
     const int32_t holds = doIf(a, b, id);
     if (!loop->body)
-        emitPiece(holds ? "1" : "0", direct);
+        result->text = holds ? "1" : "0";
     else if (!holds)
         loop->body = loop->body->next;
 }
 
-static void calculate(uint32_t id, const char *a, const char *b, int32_t direct)
+static void print(Result *result, int32_t direct)
 {
-    char *result = doCalc(a, b, id);
-    if (result)
-        emitPiece(result, direct);
-    free(result);
+    if (result->isNumber)
+        putoutNumber(result->number, direct);
+    else if (result->text)
+        emitPiece(result->text, direct);
+    if (result->made) // rarely: free() itself would be asked for each command
+        free(result->made);
 }
 
-// Performs the command's action; a1 and a2 are its expanded arguments.
-static int32_t act(Cmd *cmd, const char *a1, const char *a2, int32_t direct, Loop *loop)
+// Performs the command's action; a1 and a2 are its expanded arguments, good until
+// something is appended to the argument buffer.
+static int32_t act(const Cmd *cmd, const char *a1, const char *a2, Loop *loop, Result *result)
 {
     const auto *name = static_cast<const char *>(cmd->extra);
     switch (cmd->id) {
@@ -108,19 +120,16 @@ static int32_t act(Cmd *cmd, const char *a1, const char *a2, int32_t direct, Loo
     case ID_REPEATEXCL:
         setBounds(cmd, a1, a2, loop);
         return EXEC_DONE;
-    case ID_INCLUDE:
-        return runInclude(cmd, a1, direct);
     }
     if (cmd->id & CMDF_QUERY) {
-        query(cmd->id, a1, direct, loop);
+        query(cmd->id, a1, loop, result);
     } else if (cmd->id & CMDF_IF) {
-        compare(cmd->id, a1, a2, direct, loop);
+        compare(cmd->id, a1, a2, loop, result);
     } else if (cmd->id & CMDF_CALC) {
-        calculate(cmd->id, a1, a2, direct);
+        result->text = result->made = doCalc(a1, a2, cmd->id);
     } else if (cmd->id & CMDF_ERROR) {
-        const int32_t found = doError(cmd->id, &loop->rows);
-        if (cmd->id == ID_ERRORFOUND)
-            putoutNumber(found, direct);
+        result->number = doError(cmd->id, &loop->rows);
+        result->isNumber = cmd->id == ID_ERRORFOUND;
     } else {
         return EXEC_BAD_COMMAND;
     }
@@ -191,9 +200,13 @@ static bool expandLeading(const Cmd *cmd, Arg **next, int32_t offsets[2])
 [[gnu::noinline]] static int32_t perform(Cmd *cmd, Arg *body, const int32_t offsets[2],
                                          int32_t direct)
 {
+    const char *first = argText(offsets[0]);
+    if (cmd->id == ID_INCLUDE)
+        return runInclude(cmd, first, direct);
     Loop loop = {0, 0, nullptr, body};
-    // The texts stay where they are until the action appends something.
-    int32_t result = act(cmd, argText(offsets[0]), argText(offsets[1]), direct, &loop);
+    Result printed = {nullptr, nullptr, false, 0};
+    int32_t result = act(cmd, first, argText(offsets[1]), &loop, &printed);
+    print(&printed, direct);
     if (result == EXEC_DONE && (cmd->id & CMDF_BODY))
         result = runBody(cmd, &loop, direct);
     freeQueryRows(&loop.rows);
