@@ -63,6 +63,7 @@ set_up() {
         crypt.h:libcrypt-dev sqlite3:sqlite3 msgfmt:gettext gettext-po.h:libgettextpo-dev gtest/gtest.h:libgtest-dev \
         nlohmann/json.hpp:nlohmann-json3-dev \
         vim:vim node:nodejs npm:npm \
+        :python3-polib :python3-babel po2xliff:translate-toolkit poedit:poedit xvfb-run:xvfb xauth:xauth xdotool:xdotool \
         :libclang-rt-dev :lighttpd curl:curl chromium:chromium chromedriver:chromium-driver \
         tidy:tidy faketime:faketime strace:strace :python3 :lighttpd-mod-openssl openssl:openssl npm:npm \
         help2man:help2man pandoc:pandoc dpkg-shlibdeps:dpkg-dev file:file lintian:lintian \

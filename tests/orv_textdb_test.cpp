@@ -168,8 +168,8 @@ TEST(TextDbTool, LosesNothingToALimitOnFiles)
     const std::string rows[][2] = {
         {"build -o t.db en.po", "orv-textdb: cannot write t.db: File too large\n"},
         {"build -o w/new.db en.po", "orv-textdb: cannot write w/new.db: File too large\n"},
-        {"update en.po de.po", print + "de.po: id \"id."},
-        {"pot en.po 1.htm", print + "the template: id \"id."},
+        {"update en.po de.po", print + "de.po: File too large\n"},
+        {"pot en.po 1.htm", print + "the template: File too large\n"},
         {"dump large.db", "orv-textdb: cannot write standard output: File too large\n"},
     };
     for (const std::string signal : {"", "trap '' 25; "})
@@ -227,6 +227,8 @@ TEST(TextDbTool, ComparesWithTemplates)
 {
     writeFile("t.po", utf8Header + entry("a", "x") + entry("a.b_c:d", "x") + entry("z", "x"));
     ASSERT_EQ(run("build -o t.db t.po"), "t.po: 3 of 3 texts\n=0");
+    writeFile("t.po", "# orv-check: used b:1, c.*: a program\n" + readFile("t.po") +
+                          entry("b:1", "x") + entry("c.1", "x"));
     writeFile("1.htm", "{?a?}\n<a title='{?a.b_c:d?}{?{?no?}'>\n{??}{?z");
     writeFile("2.htm", "{?A.B_C:d?}{?a-b_c:d?}\n{?a?}{?z}{? z ?}{?x(y)?}<script>if({?1:2}) {?}\n}");
     const std::string broken =
@@ -276,7 +278,7 @@ TEST(TextDbTool, WarnsOfTextsThatBreakPages)
 // Three rounds of changes of the source, with gettext's own tools in between.
 TEST(TextDbTool, FollowsTheSource)
 {
-    const std::string en = "# orv-check: used e.*: a program.\n" + utf8Header;
+    const std::string en = "# orv-check: used x, e.*: a program.\n" + utf8Header;
     writeFile("1.htm", "<p title=\"{?a?}\">{?b?}\n<script>x = '{?b?}'</script>"
                        "<?if eq {?c?} x {?d?}?>\n{?c?}");
     writeFile("en.po", en + "# Short.\n" + entry("a", "Save") + "#. In the box.\n" +
@@ -293,7 +295,7 @@ TEST(TextDbTool, FollowsTheSource)
               "# orv-textdb: source \"en\"\n#. en\n"
               "#. Stands in a comparison: templates compare it with other texts.\n"
               "#: 1.htm:2 1.htm:3\nmsgid \"c\"\nmsgstr \"\"\n\n"
-              "# orv-textdb: source\n#: 1.htm:2\nmsgid \"d\"\nmsgstr \"\"\n\n"
+              "# orv-textdb: source \"\"\n#: 1.htm:2\nmsgid \"d\"\nmsgstr \"\"\n\n"
               "# orv-textdb: source \"E\"\n#. E\nmsgid \"e.1\"\nmsgstr \"\"\n=0");
 
     ASSERT_EQ(runCommand("msginit --no-translator -i en.pot -l it -o it.po &&"
@@ -351,6 +353,110 @@ TEST(TextDbTool, FollowsTheSource)
     writeFile("en.po", en + entry("b", "Two\\nlines"));
     EXPECT_EQ(run("update en.po it.po; grep -c '^#~ msgid ' it.po"),
               "it.po: 1 texts, 0 new, 0 changed, 2 gone\n2\n=0");
+}
+
+// What a PO file holds behind its header when update has followed the sources one by one.
+TEST(TextDbTool, KeepsWhatTranslatorsHaveMade)
+{
+    const auto of = [](const std::string &text) {
+        return "# orv-textdb: source \"" + text + "\"\n";
+    };
+    const auto shown = [&](const std::string &text) { return of(text) + "#. " + text + "\n"; };
+    const std::string mark = "# orv-textdb: marked \"3826002220\"\n"; // of "a"
+    const std::string former = "# orv-textdb: former \"A\"\n";
+    const std::string attribute =
+        "#. Stands in an attribute: no tags, and not the quote around it.\n";
+    const std::string words = "A text of some words, so many that its note has to go on somewhere";
+    const struct {
+        const char *what;
+        std::vector<std::string> sources;
+        std::string target;
+        std::string wanted;
+    } rows[] = {
+        {"lines that end in a backslash, blanks at the edges",
+         {entry("a", "C:\\\\\\n x\\n\\ny\\001\\\\")},
+         entry("a", "a"),
+         of("C:\\\\\\n x\\n\\ny\\001\\\\") + "#. \"C:\\\\\"\n#. \" x\"\n#.\n#. \"y\\001\\\\\"\n" +
+             entry("a", "a")},
+        {"a source that changes",
+         {entry("x", "B")},
+         of("A") + entry("x", "a"),
+         of("B") + former + mark + "#. B\n#, fuzzy\n#| msgid \"A\"\n" + entry("x", "a")},
+        {"and is back later",
+         {entry("x", "B"), entry("x", "C"), entry("x", "A")},
+         of("A") + entry("x", "a"),
+         shown("A") + entry("x", "a")},
+        {"which was fuzzy before",
+         {entry("x", "B"), entry("x", "A")},
+         of("A") + "#, fuzzy\n" + entry("x", "a"),
+         of("A") + former + "#. A\n#, fuzzy\n#| msgid \"A\"\n" + entry("x", "a")},
+        {"and the translation is another",
+         {entry("x", "A")},
+         of("B") + former + mark + "#, fuzzy\n" + entry("x", "b"),
+         of("A") + former + mark + "#. A\n#, fuzzy\n#| msgid \"A\"\n" + entry("x", "b")},
+        {"an id that is renamed",
+         {entry("new", "A") + entry("other", "A") + entry("third", "B")},
+         of("A") + entry("old", "a") + "# Mine.\n" + of("A") + entry("old2", "a2") + of("C") +
+             entry("old3", "c"),
+         "# orv-textdb: source \"A\"\n#. A\n#, fuzzy\n" + entry("new", "a") + "\n# Mine.\n" +
+             shown("A") + "#, fuzzy\n" + entry("other", "a2") + "\n" + shown("B") +
+             entry("third", "") + "\n" + of("A") +
+             "#~ msgid \"old\"\n#~ msgstr \"a\"\n\n# Mine.\n" + of("A") +
+             "#~ msgid \"old2\"\n#~ msgstr \"a2\"\n\n" + of("C") +
+             "#~ msgid \"old3\"\n#~ msgstr \"c\"\n"},
+        {"a text like what is said of places",
+         {entry("x", "Stands in the corner")},
+         entry("x", "a"),
+         shown("Stands in the corner") + entry("x", "a")},
+        {"a field that has moved",
+         {of("A") + "#. A\n#: t.htm:1\n" + entry("x", "")},
+         shown("A") + attribute + "#: u.htm:2\n" + entry("x", "a"),
+         shown("A") + "#: t.htm:1\n" + entry("x", "a")},
+        {"a source without places",
+         {entry("x", "A")},
+         shown("A") + attribute + "#: u.htm:2\n" + entry("x", "a"),
+         shown("A") + attribute + "#: u.htm:2\n" + entry("x", "a")},
+        {"an id that is gone for a while",
+         {entry("y", "Y"), entry("x", "A")},
+         "# orv-textdb: empty\n# Not in this language.\n" + entry("x", ""),
+         "# orv-textdb: empty\n# Not in this language.\n" + shown("A") + entry("x", "")},
+        {"ids that are gone without a translation",
+         {entry("x", "A")},
+         entry("y", "") + entry("z", "z"),
+         shown("A") + entry("x", "") + "\n#~ msgid \"z\"\n#~ msgstr \"z\"\n"},
+        {"notes that a program has wrapped",
+         {entry("x", words)},
+         "# orv-textdb: source \"A text of\n# some words, so many that its note has\n"
+         "# to go on somewhere\"\n# Mine.\n" +
+             entry("x", "a"),
+         "# orv-textdb: source \"A text of some words, so many that its note has \"\n"
+         "# orv-textdb: source.2 \"to go on somewhere\"\n# Mine.\n#. " +
+             words + "\n" + entry("x", "a")},
+        {"a note that somebody has cut",
+         {entry("x", "A")},
+         "# orv-textdb: source \"A\n# Mine.\n" + entry("x", "a"),
+         of("A") + "# Mine.\n#. A\n" + entry("x", "a")},
+    };
+    for (const auto &[what, sources, target, wanted] : rows) {
+        writeFile("it.po", utf8Header + "\n" + target);
+        for (const std::string &source : sources) {
+            writeFile("en.po", utf8Header + source);
+            EXPECT_EQ(runCommand(ORV_TEXTDB " update en.po it.po && cp it.po once.po && " ORV_TEXTDB
+                                            " update en.po it.po && msgfmt -o /dev/null it.po &&"
+                                            " cmp it.po once.po"),
+                      0)
+                << what << ": " << readFile("err") << readFile("out");
+        }
+        EXPECT_EQ(readFile("it.po"), utf8Header + "\n" + wanted) << what;
+    }
+    const std::string english =
+        entry("", "Content-Type: text/plain; charset=UTF-8\\nLanguage: en\\n") + entry("x", "A");
+    writeFile("en.po", english);
+    writeFile("copy.po", english);
+    writeFile("it.po", entry("", "Content-Type: text/plain; charset=UTF-8\\nLanguage: it\\n") +
+                           entry("x", "A"));
+    EXPECT_EQ(run("update en.po copy.po it.po"), "copy.po: has the source's texts, left as it is\n"
+                                                 "it.po: 1 texts, 0 new, 0 changed, 0 gone\n=0");
 }
 
 TEST(TextDbTool, SaysWhyItDoesNothing)

@@ -5,6 +5,7 @@
 
 #include "grammar/commands.h"
 #include "report.h"
+#include "tools/common/po.h"
 
 using std::string;
 using std::string_view;
@@ -292,13 +293,8 @@ static void checkMalformed(Report &all, const Template &tpl, const std::set<stri
 // Whether a comment in a language's file says that the web program uses the text.
 static bool isUsedElsewhere(const Site &site, string_view id)
 {
-    for (const Language &language : site.languages)
-        for (const string &pattern : language.used)
-            if (pattern == id ||
-                (pattern.ends_with("*") &&
-                 id.starts_with(string_view(pattern).substr(0, pattern.size() - 1))))
-                return true;
-    return false;
+    return std::any_of(site.languages.begin(), site.languages.end(),
+                       [id](const Language &language) { return isUsed(language.used, id); });
 }
 
 static void checkUnused(Report &all)

@@ -15,36 +15,18 @@ using std::string;
 
 namespace fs = std::filesystem;
 
-// The ids of a comment "# orv-check: used ID ID: reason".
-static void readUsed(const string &line, std::set<string> *used)
-{
-    static constexpr std::string_view key = "orv-check: used ";
-    size_t at = line.find(key);
-    if (!line.starts_with("#") || at == string::npos)
-        return;
-    at += key.size();
-    const string ids = line.substr(at, line.find(": ", at) - at);
-    for (size_t begin = 0; (begin = ids.find_first_not_of(" ,", begin)) != string::npos;) {
-        const size_t end = std::min(ids.find_first_of(" ,", begin), ids.size());
-        used->insert(ids.substr(begin, end - begin));
-        begin = end;
-    }
-}
-
 static bool readPoFile(const string &path, Language *language, string *problem)
 {
     PoFile po = readPo(path.c_str());
     const bool complete = po.file && po.errors == 0;
     for (const PoEntry &entry : po.entries)
-        if (!entry.text.empty() && !entry.fuzzy)
+        if (entry.isTranslated() && !entry.fuzzy)
             language->texts[string(entry.id)] = {string(entry.text),
                                                  static_cast<uint32_t>(entry.line)};
+    language->used = std::move(po.used);
     freePo(&po);
     if (!complete)
         *problem = "it has errors";
-    std::ifstream file(path);
-    for (string line; std::getline(file, line);)
-        readUsed(line, &language->used);
     return complete;
 }
 

@@ -15,6 +15,7 @@
 
 #include "tools/common/fieldid.h"
 #include "tools/common/files.h"
+#include "tools/common/notes.h"
 
 // What is learned from a PO file's bytes, besides what gettext's library tells.
 struct PoSource {
@@ -38,17 +39,13 @@ static Reading *current;
 // no PO file each word is one.
 static constexpr size_t MAX_SYNTAX_ERRORS = 10;
 
-static constexpr std::string_view NOTE_START = "orv-textdb: ";
-
 void takePoBytes()
 {
     setenv("OLD_PO_FILE_INPUT", "yes", 1);
     setenv("OLD_PO_FILE_OUTPUT", "yes", 1);
 }
 
-// Returns the length of the UTF-8 character that text begins with, 0 when its
-// bytes are none.
-static size_t utf8Length(std::string_view text)
+size_t characterLength(std::string_view text)
 {
     const auto byte = [&](size_t i) {
         return i < text.size() ? static_cast<unsigned char>(text[i]) : 0u;
@@ -127,7 +124,7 @@ size_t findStrange(std::string_view bytes)
 {
     for (size_t pos = 0; pos < bytes.size();) {
         const bool isAscii = (bytes[pos] & 0x80) == 0; // most are
-        const size_t length = isAscii ? 1 : utf8Length(bytes.substr(pos));
+        const size_t length = isAscii ? 1 : characterLength(bytes.substr(pos));
         if (length == 0)
             return pos;
         pos += length;
@@ -194,6 +191,28 @@ static std::string_view tailOf(std::string_view bytes)
         start = before;
     }
     return bytes.substr(std::min(bytes.find('#', start), bytes.size()));
+}
+
+// Returns the ids that comments say are used. The list ends with its line, or with a colon that
+// a blank follows: within an id it is a character like others.
+static std::set<std::string> usedIn(std::string_view bytes)
+{
+    static constexpr std::string_view KEY = "orv-check: used ";
+    std::set<std::string> used;
+    for (size_t at = bytes.find(KEY); at != std::string_view::npos; at = bytes.find(KEY, at)) {
+        const size_t start = bytes.rfind('\n', at) + 1; // of npos, 0
+        at += KEY.size();
+        std::string ids(bytes.substr(at, bytes.find('\n', at) - at));
+        if (bytes[start] != '#')
+            continue;
+        ids = (ids + " ").substr(0, (ids + " ").find(": "));
+        for (size_t pos = 0; (pos = ids.find_first_not_of(" ,\r", pos)) != std::string::npos;) {
+            const size_t end = std::min(ids.find_first_of(" ,\r", pos), ids.size());
+            used.insert(ids.substr(pos, end - pos));
+            pos = end;
+        }
+    }
+    return used;
 }
 
 // Takes the line at the front of *text off it.
@@ -288,7 +307,7 @@ static void takeEntry(PoFile *po, po_message_t message, size_t line)
         return refuse("has a plural (msgid_plural): a field has one text, give each form an id of "
                       "its own");
     if (!rest.empty())
-        return refuse("has the character " + quotePo(rest.substr(0, utf8Length(rest))) +
+        return refuse("has the character " + quotePo(rest.substr(0, characterLength(rest))) +
                       "; a field names only letters, digits, '.', '_' and ':'");
     if (id.size() > MAX_ID_LENGTH)
         return refuse("is longer than the 128 characters that a field can name");
@@ -315,7 +334,7 @@ static void takeEntries(PoFile *po, const std::vector<size_t> &lines)
 
 PoFile readPo(const char *path)
 {
-    PoFile po = {path, nullptr, 0, {}, ""};
+    PoFile po = {path, nullptr, 0, {}, "", {}};
     std::string bytes;
     struct stat status;
     if (stat(path, &status) == 0 && !S_ISREG(status.st_mode))
@@ -327,6 +346,7 @@ PoFile readPo(const char *path)
     else {
         const PoSource source = scanPo(bytes);
         po.tail = tailOf(bytes);
+        po.used = usedIn(bytes);
         Reading state = {&po, bytes, &source};
         static const po_xerror_handler handler = {onError, onError2};
         current = &state;
@@ -347,6 +367,14 @@ PoFile readPo(const char *path)
     return po;
 }
 
+bool isUsed(const std::set<std::string> &used, std::string_view id)
+{
+    return std::any_of(used.begin(), used.end(), [id](std::string_view pattern) {
+        const bool isBegin = pattern.ends_with('*');
+        return isBegin ? id.starts_with(pattern.substr(0, pattern.size() - 1)) : id == pattern;
+    });
+}
+
 bool isPoName(std::string_view path)
 {
     return path.ends_with(".po") || path.ends_with(".pot");
@@ -359,91 +387,10 @@ void freePo(PoFile *po)
     *po = {};
 }
 
-// Returns a text without quotes and escapes, as quotePo made it.
-static std::string unquote(std::string_view quotedText)
+bool isTranslated(po_message_t message)
 {
-    std::string text;
-    for (size_t i = 1; i + 1 < quotedText.size(); ++i) {
-        const char c = quotedText[i];
-        const char next = quotedText[i + 1];
-        if (c != '\\') {
-            text.push_back(c);
-        } else if (digitValue(next) < 8 && i + 3 < quotedText.size()) {
-            text.push_back(static_cast<char>(digitValue(next) << 6 |
-                                             digitValue(quotedText[i + 2]) << 3 |
-                                             digitValue(quotedText[i + 3])));
-            i += 3;
-        } else {
-            text.push_back(next == 'n' ? '\n' : next == 't' ? '\t' : next);
-            ++i;
-        }
-    }
-    return text;
-}
-
-// Whether a line of a comment is a note, with that word unless it is empty.
-// text: out, what follows the word.
-static bool isNote(std::string_view line, std::string_view word, std::string_view *text)
-{
-    line.remove_prefix(std::min(line.find_first_not_of(' '), line.size()));
-    if (!line.starts_with(NOTE_START))
-        return false;
-    line.remove_prefix(NOTE_START.size());
-    const std::string_view found = line.substr(0, line.find(' '));
-    *text = line.substr(std::min(found.size() + 1, line.size()));
-    return word.empty() || found == word;
-}
-
-bool findNote(std::string_view comments, std::string_view word, std::string *text)
-{
-    std::string_view found;
-    while (!comments.empty()) {
-        if (!isNote(takeLine(&comments), word, &found))
-            continue;
-        if (text)
-            *text = unquote(found);
-        return true;
-    }
-    return false;
-}
-
-void setNote(std::string *comments, std::string_view word, const std::string *text)
-{
-    std::string former;
-    const bool isThere = findNote(*comments, word, &former);
-    if (isThere == (text != nullptr) && (!text || former == *text))
-        return;
-    const bool hasText = text && !text->empty();
-    const std::string line =
-        std::string(NOTE_START) + std::string(word) + (hasText ? " " + quotePo(*text) : "") + "\n";
-    std::string_view rest = *comments;
-    std::string result;
-    std::string_view found;
-    bool placed = !text;
-    while (!rest.empty()) {
-        const std::string_view old = takeLine(&rest);
-        if (!isNote(old, word, &found)) {
-            result.append(old).push_back('\n');
-        } else if (!placed) {
-            result += line;
-            placed = true;
-        }
-    }
-    if (!placed)
-        result += line;
-    *comments = std::move(result);
-}
-
-std::string commentWithoutNotes(std::string_view comments)
-{
-    std::string result;
-    std::string_view found;
-    while (!comments.empty()) {
-        const std::string_view line = takeLine(&comments);
-        if (!isNote(line, "", &found))
-            result.append(line).push_back('\n');
-    }
-    return result;
+    return *po_message_msgstr(message) ||
+           findNote(po_message_comments(message), NOTE_EMPTY, nullptr);
 }
 
 std::string headerField(const PoFile &po, const char *field)
@@ -474,7 +421,7 @@ std::string quotePo(std::string_view text)
     std::string out = "\"";
     for (size_t i = 0; i < text.size();) {
         const auto byte = static_cast<unsigned char>(text[i]);
-        const size_t length = utf8Length(text.substr(i));
+        const size_t length = characterLength(text.substr(i));
         if (byte == '"' || byte == '\\')
             out.append("\\").push_back(text[i]);
         else if (byte == '\n' || byte == '\t')

@@ -4,6 +4,7 @@
 #define TOOLS_PO_H
 
 #include <cstddef>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -33,6 +34,7 @@ struct PoFile {
     size_t errors;                // problems told that are errors
     std::vector<PoEntry> entries; // in the file's order; without header and obsolete entries
     std::string tail;             // the comments behind the last entry
+    std::set<std::string> used;   // ids that comments say are used, as isUsed takes them
 };
 
 /* Reads a file, and reports each error in it: what gettext's library complains of,
@@ -43,33 +45,25 @@ struct PoFile {
  * To be released with freePo, whatever became of it. */
 PoFile readPo(const char *path);
 
+/* Whether ids, "*" at the end of one standing for any rest, have that id. Comments name those
+ * that a program uses, say, and no template: "# orv-check: used ID, ID: reason". */
+bool isUsed(const std::set<std::string> &used, std::string_view id);
+
 /* Whether a file's name is that of a PO file or of a template for some. */
 bool isPoName(std::string_view path);
 
 /* Releases what readPo returned; the texts of its entries are gone. */
 void freePo(PoFile *po);
 
-/* Notes are lines of an entry's translator's comment, "# orv-textdb: " and a word and
- * perhaps a text in quotes: gettext's tools and PO editors carry such comments along
- * untouched, and know no flags but their own. */
-static constexpr char NOTE_EMPTY[] = "empty";   // the text is meant to be empty
-static constexpr char NOTE_SOURCE[] = "source"; // the source text that the file shows
-static constexpr char NOTE_FORMER[] = "former"; // of a fuzzy entry, the one it was made for
-
-/* Returns whether comments have a note. text: out, what follows it; may be null. */
-bool findNote(std::string_view comments, std::string_view word, std::string *text);
-
-/* Gives comments a note, in the place of one with that word. text: null to remove it. */
-void setNote(std::string *comments, std::string_view word, const std::string *text);
-
-/* Returns the lines of a translator's comment without the notes. */
-std::string commentWithoutNotes(std::string_view comments);
+/* Whether an entry, also an obsolete one, has a text or is noted as empty. */
+bool isTranslated(po_message_t message);
 
 /* The value of a field of the file's header, empty without it. */
 std::string headerField(const PoFile &po, const char *field);
 
 /* Returns the file as gettext's library writes it, and the comments behind the last
- * entry, which that leaves out. What is returned has been read once more, and is the
+ * entry, which that leaves out; without the obsolete entries that have no translation, as
+ * gettext's programs have it. What is returned has been read once more, and is the
  * file's content whole; empty after a complaint. */
 std::string printPo(const PoFile &po);
 
@@ -82,6 +76,10 @@ void reportPo(PoFile *po, size_t line, bool isError, const char *id, std::string
  * backslashes and line ends, and none of them is a part of a longer character of UTF-8.
  * What is not UTF-8 is for the caller to find. */
 void takePoBytes();
+
+/* Returns the length of the UTF-8 character that text begins with, 0 when its bytes are
+ * none. */
+size_t characterLength(std::string_view text);
 
 /* Returns the offset of the first byte that is not UTF-8, npos without any. */
 size_t findStrange(std::string_view bytes);

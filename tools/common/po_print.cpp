@@ -9,6 +9,7 @@
 #include <cstring>
 
 #include <sys/mman.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include "files.h"
@@ -32,7 +33,13 @@ static void onError2(int severity, po_message_t message, const char *path, size_
 
 static constexpr po_xerror_handler handler = {onError, onError2};
 
-// Returns the entries in the order in which they are printed, the header among them.
+// Stands for the empty text of an obsolete entry while that is printed: the library would leave
+// out the entry.
+static constexpr char PLACEHOLDER[] = "orv-textdb: empty";
+static constexpr std::string_view PRINTED_PLACEHOLDER = "#~ msgstr \"orv-textdb: empty\"\n";
+static constexpr std::string_view PRINTED_EMPTY = "#~ msgstr \"\"\n";
+
+// Returns the entries in the order in which the library prints them, the header among them.
 static std::vector<po_message_t> printedOrder(po_file_t file)
 {
     std::vector<po_message_t> messages;
@@ -61,11 +68,30 @@ static bool isSame(po_message_t a, po_message_t b)
            !po_message_is_obsolete(a) == !po_message_is_obsolete(b);
 }
 
+// Gives obsolete entries that are noted as empty their empty text, or a placeholder.
+static void setEmpty(const std::vector<po_message_t> &messages, const char *from, const char *to)
+{
+    for (const po_message_t message : messages)
+        if (po_message_is_obsolete(message) && isTranslated(message) &&
+            strcmp(po_message_msgstr(message), from) == 0)
+            po_message_set_msgstr(message, to);
+}
+
+// Puts the empty text in the place of its placeholder.
+static void dropPlaceholders(std::string *printed)
+{
+    for (size_t at = printed->find(PRINTED_PLACEHOLDER); at != std::string::npos;
+         at = printed->find(PRINTED_PLACEHOLDER, at))
+        printed->replace(at, PRINTED_PLACEHOLDER.size(), PRINTED_EMPTY);
+}
+
 // Compares the entries of two files. Returns the id of the first that the second lacks or
 // has otherwise, null when there is no such.
-static const char *findDifference(po_file_t wanted, po_file_t printed)
+static const char *findDifference(std::vector<po_message_t> a, po_file_t printed)
 {
-    const std::vector<po_message_t> a = printedOrder(wanted);
+    std::erase_if(a, [](po_message_t message) { // these vanish, as they do in gettext's programs
+        return po_message_is_obsolete(message) && !isTranslated(message);
+    });
     const std::vector<po_message_t> b = printedOrder(printed);
     for (size_t i = 0; i < a.size(); ++i)
         if (i >= b.size() || !isSame(a[i], b[i]))
@@ -73,37 +99,60 @@ static const char *findDifference(po_file_t wanted, po_file_t printed)
     return a.size() == b.size() ? nullptr : po_message_msgid(b[a.size()]);
 }
 
-// Returns what was printed to a file in memory, empty after a complaint.
+// Has the library print to the file of that name. Returns whether it is there; errno tells why
+// not.
+static bool print(const PoFile &po, const std::vector<po_message_t> &messages, const char *path,
+                  std::string *bytes)
+{
+    setEmpty(messages, "", PLACEHOLDER);
+    const bool isWritten = po_file_write(po.file, path, &handler);
+    const int error = errno;
+    setEmpty(messages, PLACEHOLDER, "");
+    errno = error;
+    if (!isWritten || !readFile(path, bytes))
+        return false;
+    rlimit limit;
+    if (getrlimit(RLIMIT_FSIZE, &limit) == 0 && bytes->size() >= limit.rlim_cur)
+        errno = EFBIG;
+    else
+        return true;
+    return false;
+}
+
+// Prints to a file in memory, and reads that. Returns the bytes, empty after a complaint.
 static std::string printTo(int fd, const PoFile &po)
 {
     const std::string path = "/proc/self/fd/" + std::to_string(fd); // it writes to names only
+    const std::vector<po_message_t> messages = printedOrder(po.file);
     std::string bytes;
-    if (fd < 0 || !po_file_write(po.file, path.c_str(), &handler)) {
-        complain(0, "cannot print %s: %s", po.path.c_str(), strerror(errno));
-        return "";
+    po_file_t read = nullptr;
+    if (print(po, messages, path.c_str(), &bytes)) {
+        dropPlaceholders(&bytes);
+        if (ftruncate(fd, 0) == 0 && writeAll(fd, bytes))
+            read = po_file_read(path.c_str(), &handler);
     }
-    po_file_t printed =
-        readFile(path.c_str(), &bytes) ? po_file_read(path.c_str(), &handler) : nullptr;
-    const char *const id = printed ? findDifference(po.file, printed) : "";
-    if (id)
-        complain(0,
-                 "cannot print %s: id %s does not read back as it is (is there a limit on "
-                 "the size of files?)",
-                 po.path.c_str(), quotePo(id).c_str());
-    if (id)
-        bytes.clear();
-    if (printed)
-        po_file_free(printed);
-    return bytes;
+    const int error = errno;
+    const char *const id = read ? findDifference(messages, read) : nullptr;
+    if (!read)
+        complain(0, "cannot print %s: %s", po.path.c_str(), strerror(error));
+    else if (id)
+        complain(0, "cannot print %s: id %s does not read back as it is", po.path.c_str(),
+                 quotePo(id).c_str());
+    if (read)
+        po_file_free(read);
+    return read && !id ? bytes : "";
 }
 
 std::string printPo(const PoFile &po)
 {
     takePoBytes();
     const int fd = memfd_create("po", MFD_CLOEXEC);
+    if (fd < 0) {
+        complain(0, "cannot print %s: %s", po.path.c_str(), strerror(errno));
+        return "";
+    }
     std::string bytes = printTo(fd, po);
-    if (fd >= 0)
-        close(fd);
+    close(fd);
     if (!bytes.empty() && !po.tail.empty())
         bytes += "\n" + po.tail;
     const size_t strange = findStrange(bytes); // of an escape, which is printed as its byte

@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstring>
 #include <map>
+#include <set>
 #include <string>
 #include <unordered_map>
 
@@ -18,6 +19,7 @@
 struct Ids {
     std::map<std::string, bool, std::less<>> used;       // by id, whether a template uses it
     std::unordered_map<std::string, std::string> likely; // an id by its loose form
+    std::set<std::string> usedElsewhere;                 // as the PO file says
 };
 
 static void addId(Ids *ids, std::string_view id)
@@ -34,6 +36,7 @@ static bool readIds(const char *path, Ids *ids)
         for (const PoEntry &entry : po.entries)
             if (entry.isTranslated())
                 addId(ids, entry.id);
+        ids->usedElsewhere = std::move(po.used);
         const bool isGood = po.errors == 0;
         freePo(&po);
         return isGood;
@@ -85,7 +88,8 @@ int runFields(const CommandLine &line)
     for (const TemplateFields &page : templates)
         isGood = checkTemplate(page, &ids) && isGood;
     for (const auto &[id, used] : ids.used)
-        if (line.has(OPT_UNUSED) && readable && !used) // what the unread ones use is not known
+        if (line.has(OPT_UNUSED) && readable && !used &&
+            !isUsed(ids.usedElsewhere, id)) // what the unread ones use is not known
             printf("%s: unused: %s\n", path, id.c_str());
     return isGood ? STATUS_OK : STATUS_FAULT;
 }

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "tools/common/files.h"
+#include "tools/common/notes.h"
 #include "tools/common/po.h"
 #include "source.h"
 #include "textfields.h"
@@ -35,58 +36,21 @@ static Uses collectUses(const std::vector<TemplateFields> &templates)
     return uses;
 }
 
-// Ids that a comment says are used, "orv-check: used ID ID: reason", by a program for
-// example; "*" at the end of one stands for any rest.
-static bool isUsedElsewhere(const std::set<std::string> &used, std::string_view id)
-{
-    return std::any_of(used.begin(), used.end(), [id](std::string_view pattern) {
-        const bool isBegin = pattern.ends_with('*');
-        return isBegin ? id.starts_with(pattern.substr(0, pattern.size() - 1)) : id == pattern;
-    });
-}
-
-static void readUsed(std::string_view comments, std::set<std::string> *used)
-{
-    static constexpr std::string_view KEY = "orv-check: used ";
-    for (size_t at = comments.find(KEY); at != std::string_view::npos;
-         at = comments.find(KEY, at + 1)) {
-        std::string_view ids = comments.substr(at + KEY.size());
-        ids = ids.substr(0, ids.find('\n'));
-        while (!ids.empty()) {
-            std::string_view id = ids.substr(0, ids.find(' '));
-            ids.remove_prefix(std::min(id.size() + 1, ids.size()));
-            const bool isLast = id.ends_with(':');
-            used->emplace(id.substr(0, id.size() - (isLast ? 1 : 0)));
-            if (isLast)
-                break;
-        }
-    }
-}
-
-static std::set<std::string> usedElsewhere(const PoFile &source)
-{
-    std::set<std::string> used;
-    po_message_iterator_t iterator = po_message_iterator(source.file, nullptr);
-    while (po_message_t message = po_next_message(iterator))
-        readUsed(po_message_comments(message), &used);
-    po_message_iterator_free(iterator);
-    readUsed(source.tail, &used);
-    return used;
-}
-
 static po_message_t newHeader(const PoFile &source)
 {
     char date[64];
     const time_t now = time(nullptr);
     strftime(date, sizeof date, "%Y-%m-%d %H:%M%z", localtime(&now));
     const std::string project = headerField(source, "Project-Id-Version");
+    const std::string language = headerField(source, "Language");
     const std::string fields = "Project-Id-Version: " + (project.empty() ? "1" : project) +
                                "\nPOT-Creation-Date: " + date +
                                "\nPO-Revision-Date: YEAR-MO-DA HO:MI+ZONE\n"
                                "Last-Translator: FULL NAME <EMAIL@ADDRESS>\n"
                                "Language-Team: LANGUAGE <LL@li.org>\nLanguage: \n"
                                "MIME-Version: 1.0\nContent-Type: text/plain; charset=UTF-8\n"
-                               "Content-Transfer-Encoding: 8bit\n";
+                               "Content-Transfer-Encoding: 8bit\n" +
+                               (language.empty() ? "" : SOURCE_LANGUAGE + (": " + language) + "\n");
     po_message_t header = po_message_create();
     po_message_set_msgid(header, "");
     po_message_set_msgstr(header, fields.c_str());
@@ -98,7 +62,7 @@ static po_message_t newEntry(const PoEntry &source, const IdUses &uses)
     po_message_t entry = po_message_create();
     po_message_set_msgid(entry, source.id.data());
     po_message_set_msgstr(entry, "");
-    showSource(entry, source, uses.stands);
+    showSource(entry, source, uses.stands, false);
     std::string comments;
     const std::string text = sourceText(source);
     setNote(&comments, NOTE_SOURCE, &text);
@@ -111,15 +75,14 @@ static po_message_t newEntry(const PoEntry &source, const IdUses &uses)
 // Prints the template. Returns false after a complaint.
 static bool printTemplate(const PoFile &source, const Uses &uses)
 {
-    const std::set<std::string> elsewhere = usedElsewhere(source);
-    PoFile made = {"the template", po_file_create(), 0, {}, ""};
+    PoFile made = {"the template", po_file_create(), 0, {}, "", {}};
     po_message_iterator_t iterator = po_message_iterator(made.file, nullptr);
     po_message_insert(iterator, newHeader(source));
     for (const PoEntry &entry : source.entries) {
         const auto found = uses.find(entry.id);
         if (!entry.isTranslated())
             continue;
-        if (found != uses.end() || isUsedElsewhere(elsewhere, entry.id))
+        if (found != uses.end() || isUsed(source.used, entry.id))
             po_message_insert(iterator,
                               newEntry(entry, found == uses.end() ? IdUses() : found->second));
         else

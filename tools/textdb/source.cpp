@@ -4,10 +4,9 @@
 #include <algorithm>
 
 #include "textfields.h"
+#include "tools/common/notes.h"
 
-// What is said about a place that asks for care. They begin alike, which tells them
-// from comments of the source.
-static constexpr std::string_view STANDS = "Stands in ";
+// What is said about a place that asks for care. No other line of a comment is the same.
 static constexpr struct {
     uint8_t bit;
     std::string_view sentence;
@@ -25,17 +24,66 @@ static void appendLines(std::string *comments, std::string_view lines)
         comments->push_back('\n');
 }
 
-// Returns the lines of comments that tell of a place, or the others.
-static std::string linesOf(std::string_view comments, bool ofPlaces)
+static bool tellsOfPlace(std::string_view line)
+{
+    return std::any_of(std::begin(places), std::end(places),
+                       [line](const auto &place) { return place.sentence == line; });
+}
+
+// Takes the line at the front of *text off it.
+static std::string_view takeLine(std::string_view *text)
+{
+    const std::string_view line = text->substr(0, text->find('\n'));
+    text->remove_prefix(std::min(line.size() + 1, text->size()));
+    return line;
+}
+
+// Returns the lines of comments that do not tell of a place.
+static std::string withoutPlaces(std::string_view comments)
 {
     std::string lines;
     while (!comments.empty()) {
-        const size_t length = std::min(comments.find('\n'), comments.size() - 1) + 1;
-        if (comments.starts_with(STANDS) == ofPlaces)
-            lines += comments.substr(0, length);
-        comments.remove_prefix(length);
+        const std::string_view line = takeLine(&comments);
+        if (!tellsOfPlace(line))
+            lines.append(line).push_back('\n');
     }
     return lines;
+}
+
+// Returns the places that comments tell of, in a line or in several: programs wrap them.
+static uint8_t placesOf(std::string_view comments)
+{
+    uint8_t stands = 0;
+    while (!comments.empty()) {
+        for (const auto &[bit, sentence] : places) {
+            std::string start(comments.substr(0, sentence.size()));
+            std::replace(start.begin(), start.end(), '\n', ' ');
+            if (start == sentence &&
+                (comments.size() == sentence.size() || comments[sentence.size()] == '\n'))
+                stands |= bit;
+        }
+        takeLine(&comments);
+    }
+    return stands;
+}
+
+// Appends the lines of a source text, in quotes where they would come to harm in a comment: a
+// backslash at the end takes the next line along, blanks at the edges go, and some programs
+// end a line at other bytes than at the line end.
+static void appendShown(std::string *comments, std::string_view text)
+{
+    while (!text.empty()) {
+        const std::string_view line = takeLine(&text);
+        const bool isFragile =
+            !line.empty() && (line.front() == ' ' || line.back() == ' ' || line.back() == '\\');
+        const bool isOdd = std::any_of(line.begin(), line.end(), [](char c) {
+            return static_cast<unsigned char>(c) < ' ' || c == '\x7f';
+        });
+        appendLines(comments,
+                    isFragile || isOdd || tellsOfPlace(line) ? quotePo(line) : std::string(line));
+        if (line.empty())
+            comments->push_back('\n');
+    }
 }
 
 std::string sourceText(const PoEntry &entry)
@@ -46,23 +94,22 @@ std::string sourceText(const PoEntry &entry)
     return text;
 }
 
-void showSource(po_message_t target, const PoEntry &source, uint8_t stands)
+void showSource(po_message_t target, const PoEntry &source, uint8_t stands, bool keepsPlaces)
 {
     const bool isTemplate = !source.isTranslated(); // its comments have the text already
     const std::string old = po_message_extracted_comments(target);
     std::string comments;
     if (!isTemplate)
-        appendLines(&comments, source.text);
+        appendShown(&comments, source.text);
     const std::string_view extracted = po_message_extracted_comments(source.message);
-    appendLines(&comments, linesOf(extracted, false));
+    appendLines(&comments, withoutPlaces(extracted));
     appendLines(&comments, commentWithoutNotes(source.comments));
-    std::string placed = linesOf(extracted, true);
-    if (placed.empty())
-        placed = linesOf(old, true);
+    stands |= placesOf(extracted);
+    if (keepsPlaces && !stands)
+        stands = placesOf(old);
     for (const auto &place : places)
         if (stands & place.bit)
-            appendLines(&placed, place.sentence);
-    comments += placed;
+            appendLines(&comments, place.sentence);
     if (comments != old)
         po_message_set_extracted_comments(target, comments.c_str());
 }

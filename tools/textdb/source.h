@@ -9,14 +9,18 @@
 
 #include "tools/common/po.h"
 
+/* The field of a header that names the language of the source, as PO editors know it. */
+static constexpr char SOURCE_LANGUAGE[] = "X-Source-Language";
+
 /* Returns the source text that an entry of a source file stands for: its text in a PO
  * file of that language, or the note in a template that pot has made. */
 std::string sourceText(const PoEntry &entry);
 
-/* Gives an entry what translators see of its source: the text and the comments of the
- * source's author. What tells where it stands remains. The note NOTE_SOURCE is the
- * caller's.
- * stands: STANDS_IN_ bits to tell of besides. */
-void showSource(po_message_t target, const PoEntry &source, uint8_t stands);
+/* Gives an entry what translators see of its source: the text, the comments of the
+ * source's author and what is said of the places that it stands in. The note NOTE_SOURCE
+ * is the caller's.
+ * stands: STANDS_IN_ bits to tell of besides.
+ * keepsPlaces: what the entry says of places remains, as the source knows of none. */
+void showSource(po_message_t target, const PoEntry &source, uint8_t stands, bool keepsPlaces);
 
 #endif

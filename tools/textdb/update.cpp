@@ -3,23 +3,33 @@
  *
  * An entry keeps the source text that its file shows in a note. When the source has
  * another one, the translation was made for a text that is gone: it becomes fuzzy, and
- * a further note keeps that text until the mark is removed. */
+ * further notes keep that text, and which translation it was, until the mark is removed or
+ * the text is back. */
 #include "commands.h"
 
+#include <algorithm>
+#include <cstdint>
 #include <cstdio>
 #include <string>
 #include <unordered_map>
 #include <vector>
 
 #include "tools/common/files.h"
+#include "tools/common/notes.h"
 #include "tools/common/po.h"
 #include "source.h"
+
+// Entries of a target whose ids are gone, by the source text of each.
+using GoneTexts = std::unordered_map<std::string, std::vector<po_message_t>>;
 
 // The sources by id, and what has become of them in a target.
 struct Update {
     const PoFile &source;
+    const char *path; // of the target
+    bool hasPlaces;   // the source is a template, which tells where texts stand
     std::unordered_map<std::string_view, size_t> places; // index of an id's entry
     std::vector<bool> found;
+    GoneTexts goneTexts;
     size_t added, changed, gone;
 };
 
@@ -31,31 +41,86 @@ static void copyPlaces(po_message_t target, po_message_t source)
         po_message_add_filepos(target, po_filepos_file(place), po_filepos_start_line(place));
 }
 
+// Returns a number of a translation that tells it from nearly any other.
+static std::string numberOf(po_message_t message)
+{
+    uint32_t number = 2166136261;
+    for (const char *c = po_message_msgstr(message); *c; ++c)
+        number = (number ^ static_cast<unsigned char>(*c)) * 16777619;
+    return std::to_string(number);
+}
+
+// Marks a translation that was made for another source text, or takes that mark away.
+static void markChanged(Update *update, po_message_t message, const std::string &text,
+                        std::string *comments)
+{
+    std::string shown;
+    std::string number = numberOf(message);
+    const bool isFuzzy = po_message_is_fuzzy(message);
+    const bool isBack =
+        isFuzzy && isNoted(*comments, NOTE_FORMER, text) && isNoted(*comments, NOTE_MARKED, number);
+    if (isBack)
+        po_message_set_fuzzy(message, 0);
+    if ((!isFuzzy || isBack) && findNote(*comments, NOTE_FORMER, nullptr)) {
+        setNote(comments, NOTE_FORMER, nullptr); // or somebody has looked at it
+        setNote(comments, NOTE_MARKED, nullptr);
+        po_message_set_prev_msgid(message, nullptr);
+    }
+    if (isBack || !findNote(*comments, NOTE_SOURCE, &shown) ||
+        isNoted(*comments, NOTE_SOURCE, text))
+        return;
+    ++update->changed;
+    po_message_set_fuzzy(message, 1);
+    if (findNote(*comments, NOTE_FORMER, nullptr))
+        return;
+    setNote(comments, NOTE_FORMER, &shown);
+    if (!isFuzzy)
+        setNote(comments, NOTE_MARKED, &number);
+}
+
+// Gives an entry without a translation that of an id that is gone and had the same source
+// text: the id was renamed, it seems. A person has to look at it.
+static void takeGoneText(Update *update, po_message_t message, const std::string &text,
+                         std::string *comments)
+{
+    const auto found = update->goneTexts.find(text);
+    if (found == update->goneTexts.end())
+        return;
+    std::vector<po_message_t> &gone = found->second;
+    const po_message_t from = gone.front();
+    if (gone.size() > 1) // in the order in which they stood
+        gone.erase(gone.begin());
+    *comments += po_message_comments(from);
+    for (const char *word : {NOTE_SOURCE, NOTE_FORMER, NOTE_MARKED})
+        setNote(comments, word, nullptr);
+    po_message_set_msgstr(message, po_message_msgstr(from));
+    po_message_set_fuzzy(message, 1);
+    printf("%s: %s has the text of %s, which is gone and had the same source text; it is fuzzy\n",
+           update->path, po_message_msgid(message), po_message_msgid(from));
+}
+
 // Brings an entry in line with its source.
 static void updateEntry(Update *update, po_message_t message, const PoEntry &source)
 {
     const std::string text = sourceText(source);
     const std::string old = po_message_comments(message);
     std::string comments = old;
-    const bool isTranslated = *po_message_msgstr(message) || findNote(old, NOTE_EMPTY, nullptr);
-    std::string shown;
     std::string former;
-    if (!po_message_is_fuzzy(message)) // somebody has looked at it since
-        setNote(&comments, NOTE_FORMER, nullptr);
-    if (findNote(comments, NOTE_SOURCE, &shown) && shown != text && isTranslated) {
-        ++update->changed;
-        po_message_set_fuzzy(message, 1);
-        if (!findNote(comments, NOTE_FORMER, nullptr))
-            setNote(&comments, NOTE_FORMER, &shown);
+    if (isTranslated(message))
+        markChanged(update, message, text, &comments);
+    else if (!text.empty())
+        takeGoneText(update, message, text, &comments);
+    if (findNote(comments, NOTE_FORMER, &former)) {
+        setNote(&comments, NOTE_FORMER, &former);
+        dropFormerLines(&comments);
+        po_message_set_prev_msgid(message, former.c_str()); // msgmerge drops it
     }
-    if (findNote(comments, NOTE_FORMER, &former)) // the line may be gone: msgmerge drops it
-        po_message_set_prev_msgid(message, former.c_str());
     po_message_set_obsolete(message, 0);
-    showSource(message, source, 0);
+    showSource(message, source, 0, !update->hasPlaces);
     setNote(&comments, NOTE_SOURCE, &text);
     if (comments != old)
         po_message_set_comments(message, comments.c_str());
-    if (po_message_filepos(source.message, 0)) // the source is a template, which has the places
+    if (update->hasPlaces)
         copyPlaces(message, source.message);
 }
 
@@ -74,42 +139,74 @@ static void addMissing(Update *update, po_message_iterator_t iterator, size_t fi
     }
 }
 
-// Goes through the target twice: what it has already must be known before the place of
-// what is new can be.
+// Calls visit for each entry of a file.
+template <typename Visit> static void visitMessages(po_file_t file, Visit visit)
+{
+    po_message_iterator_t iterator = po_message_iterator(file, nullptr);
+    while (po_message_t message = po_next_message(iterator))
+        visit(message, iterator);
+    po_message_iterator_free(iterator);
+}
+
+// Makes the entries obsolete whose ids the source lacks, and keeps their texts in mind.
+static void retireGone(Update *update, po_file_t target)
+{
+    visitMessages(target, [update](po_message_t message, po_message_iterator_t) {
+        const char *id = po_message_msgid(message);
+        std::string shown;
+        if (!*id || update->places.contains(id))
+            return;
+        update->gone += po_message_is_obsolete(message) ? 0 : 1;
+        po_message_set_obsolete(message, 1);
+        if (isTranslated(message) && findNote(po_message_comments(message), NOTE_SOURCE, &shown))
+            update->goneTexts[shown].push_back(message);
+    });
+}
+
+// Brings a target's entries in line, then adds what it lacks: what it has must be known
+// before the place of what is new can be.
 static void updateMessages(Update *update, po_file_t target)
 {
-    po_message_iterator_t iterator = po_message_iterator(target, nullptr);
-    while (po_message_t message = po_next_message(iterator)) {
+    retireGone(update, target);
+    visitMessages(target, [update](po_message_t message, po_message_iterator_t) {
         const auto place = update->places.find(po_message_msgid(message));
-        if (place != update->places.end()) {
-            update->found[place->second] = true;
-            updateEntry(update, message, update->source.entries[place->second]);
-        } else if (*po_message_msgid(message) && !po_message_is_obsolete(message)) {
-            po_message_set_obsolete(message, 1);
-            ++update->gone;
-        }
-    }
-    po_message_iterator_free(iterator);
-
-    iterator = po_message_iterator(target, nullptr);
-    while (po_message_t message = po_next_message(iterator)) {
+        if (place == update->places.end())
+            return;
+        update->found[place->second] = true;
+        updateEntry(update, message, update->source.entries[place->second]);
+    });
+    visitMessages(target, [update](po_message_t message, po_message_iterator_t iterator) {
         const auto place = update->places.find(po_message_msgid(message));
         if (place != update->places.end())
             addMissing(update, iterator, place->second + 1);
         else if (!*po_message_msgid(message))
             addMissing(update, iterator, 0);
-    }
+    });
+    po_message_iterator_t iterator = po_message_iterator(target, nullptr);
+    while (po_next_message(iterator))
+        ;
     addMissing(update, iterator, 0); // into a file without a header
     po_message_iterator_free(iterator);
 }
 
-// Whether a file is what the source was made from: it has no notes, and nearly all texts
-// are the same. (Some may have changed since a template was made.)
+// The language that a source's texts are in; of a template, that of what it was made from.
+static std::string sourceLanguage(const PoFile &source)
+{
+    const std::string named = headerField(source, SOURCE_LANGUAGE);
+    return named.empty() ? headerField(source, "Language") : named;
+}
+
+// Whether a file is what the source was made from: it has no notes and no other language, and
+// nearly all texts are the same. (Some may have changed since a template was made.)
 static bool isSourceItself(const PoFile &target, const PoFile &source,
                            const std::unordered_map<std::string_view, size_t> &places)
 {
+    const std::string language = headerField(target, "Language");
+    const std::string other = sourceLanguage(source);
     size_t common = 0;
     size_t same = 0;
+    if (!language.empty() && !other.empty() && language != other)
+        return false; // begun as a copy
     for (const PoEntry &entry : target.entries) {
         const auto place = places.find(entry.id);
         if (findNote(entry.comments, NOTE_SOURCE, nullptr))
@@ -139,7 +236,18 @@ static bool updateTarget(const PoFile &source,
         freePo(&target);
         return true;
     }
-    Update update = {source, places, std::vector<bool>(source.entries.size()), 0, 0, 0};
+    Update update = {source,
+                     path,
+                     std::any_of(source.entries.begin(), source.entries.end(),
+                                 [](const PoEntry &entry) {
+                                     return po_message_filepos(entry.message, 0) != nullptr;
+                                 }),
+                     places,
+                     std::vector<bool>(source.entries.size()),
+                     {},
+                     0,
+                     0,
+                     0};
     updateMessages(&update, target.file);
     const std::string bytes = printPo(target);
     freePo(&target);
