@@ -4,6 +4,8 @@
 -- whether the address may try at all, and counts a wrong try: of many at once each meets what
 -- the one before has left. A password that cannot be looked at ends the script here, where
 -- nothing has happened yet.
+select null, null where :lang is not null;  -- the page in another language, no try
+
 select 'password', 'site.login.bad.wait' from login_wait where address = :address;
 
 create temp table proof as  -- of the try; fits is null while there is no password yet

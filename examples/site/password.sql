@@ -1,6 +1,8 @@
 -- password.sql - a new password: old, password, repeat. All sessions end, and one begins
 -- for the browser that has changed it. Guesses at the old one are like those of a login, see
 -- there. Who sends the form twice knows the new one, which is the old one by then.
+select null, null where :lang is not null;  -- the page in another language, no try
+
 select 'old', 'site.login.bad.wait' from login_wait where address = :address;
 
 create temp table proof as select password as known, null as fits, null as made from account;

@@ -10,7 +10,8 @@ insert into candidate
     from settings;
 select * from candidate_problem
 union all select 'version', 'site.settings.bad.version' from settings
-    where version <> cast(ifnull(:version, 0) as integer);
+    where version <> cast(ifnull(:version, 0) as integer)
+union all select null, null where :lang is not null or :reveal is not null;  -- not saved yet
 update candidate set taken = 1;
 update session set flash = 'site.settings.saved' where number = :sid;
 commit;

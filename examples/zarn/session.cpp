@@ -29,7 +29,7 @@ bool findSession(sqlite3 *db, const string &secret, bool isVisit, Session &sessi
 {
     Rows rows;
     session = {};
-    ScriptResult result = runScript(db, findSql, {{"secret", secret}}, false, rows);
+    ScriptResult result = runScript(db, findSql, {{"secret", secret}}, rows);
     if (result != SCRIPT_ROWS)
         return result == SCRIPT_DONE;
     session.number = rows[0][0];
@@ -40,7 +40,7 @@ bool findSession(sqlite3 *db, const string &secret, bool isVisit, Session &sessi
         return true;
     session.flash = rows[0][2];
     // A disk that takes no more hides no page: the session ends sooner, that is all.
-    runScript(db, visitSql, {{"sid", session.number}}, false, rows);
+    runScript(db, visitSql, {{"sid", session.number}}, rows);
     return true;
 }
 
@@ -88,7 +88,7 @@ static bool isOwnName(sqlite3 *db, const string &host, const string &names)
         return true;
     Rows rows;
     return !host.empty() && host.find(' ') == string::npos &&
-           runScript(db, nameSql, {{"host", host}, {"names", names}}, false, rows) == SCRIPT_ROWS;
+           runScript(db, nameSql, {{"host", host}, {"names", names}}, rows) == SCRIPT_ROWS;
 }
 
 const char *foreignReason(sqlite3 *db, const string &names, const string &sessionOrigin)

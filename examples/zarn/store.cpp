@@ -124,23 +124,18 @@ static int runStatement(sqlite3 *db, const char **rest, const std::vector<FormFi
 }
 
 ScriptResult runScript(sqlite3 *db, const string &script, const std::vector<FormField> &parameters,
-                       bool isTrial, Rows &rows)
+                       Rows &rows)
 {
     const char *rest = script.c_str();
     int status = SQLITE_DONE;
     rows.clear();
-    if (isTrial)
-        sqlite3_commit_hook(
-            db, [](void *) { return 1; }, nullptr);
     while (status == SQLITE_DONE && rows.empty() && *rest != '\0')
         status = runStatement(db, &rest, parameters, rows);
-    bool isRefusedCommit = sqlite3_extended_errcode(db) == SQLITE_CONSTRAINT_COMMITHOOK;
-    if (status != SQLITE_DONE && !isRefusedCommit)
+    if (status != SQLITE_DONE)
         fprintf(stderr, "zarn: a statement has failed: %s\n", sqlite3_errmsg(db));
-    sqlite3_commit_hook(db, nullptr, nullptr);
     if (!sqlite3_get_autocommit(db))
         sqlite3_exec(db, "rollback", nullptr, nullptr, nullptr);
-    if (status != SQLITE_DONE && !isRefusedCommit)
+    if (status != SQLITE_DONE)
         return SCRIPT_FAILED;
     return rows.empty() ? SCRIPT_DONE : SCRIPT_ROWS;
 }

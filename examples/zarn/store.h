@@ -24,12 +24,11 @@ enum ScriptResult { SCRIPT_DONE, SCRIPT_ROWS, SCRIPT_FAILED };
 /* Runs statements one after the other, until one of them has rows: the script's answer,
  * and for the script of a form, what is wrong with the form.
  * parameters: :name is the value of the last of that name, NULL without one.
- * isTrial: the script ends at its first commit, which commits nothing.
  * rows: out, what there is of an answer.
  *
  * Returns SCRIPT_DONE when nothing had rows. A transaction that is open at the end, and
  * after a failure, is rolled back. Failures are told on standard error. */
 ScriptResult runScript(sqlite3 *db, const std::string &script,
-                       const std::vector<FormField> &parameters, bool isTrial, Rows &rows);
+                       const std::vector<FormField> &parameters, Rows &rows);
 
 #endif

@@ -12,8 +12,8 @@
  * NAME.htm is a page; NAME.csv and NAME.json are files to keep. A form of NAME.htm is
  * sent back to it, and NAME.sql says what becomes of it: the statement with rows, if any,
  * tells what is wrong, a field and a text's id each. Then the page is shown again with
- * what was typed. A form with the field lang or reveal only comes back so: nothing is
- * saved. Without a session every page is the login page.
+ * what was typed; a row of NULLs asks for that where nothing is wrong. Without a session
+ * every page is the login page.
  *
  * Variables of pages that are the program's own, whatever a request sends: those in
  * pageVariables; error[FIELD], what is wrong with a field, wrong naming the first; on the
@@ -95,11 +95,8 @@ static constexpr struct {
     {".json", "application/json", true},
 };
 
-// A form with one of these is not carried out, only shown again.
-static constexpr const char *trialFields[] = {"lang", "reveal"};
-
-// Fields of the login page's own, in front of those that it keeps.
-static constexpr const char *loginFields[] = {"password", "repeat", "back",
+// Fields that the login page does not keep: its own, and passwords.
+static constexpr const char *loginFields[] = {"password", "repeat", "old", "back",
                                               "method",   "token",  "lang"};
 
 struct Exchange {
@@ -272,16 +269,15 @@ static ScriptResult runFormScript(Exchange &x, const string &newSecret, const st
 {
     string script = readScript(scriptName(x.page));
     std::vector<FormField> parameters = x.fields;
-    bool isTrial = std::any_of(std::begin(trialFields), std::end(trialFields),
-                               [&x](const char *name) { return findField(x.fields, name); });
     const FormField own[] = {{"sid", x.session.number},
                              {"address", fromEnvironment("REMOTE_ADDR")},
                              {"newsecret", newSecret},
                              {"newtoken", newToken},
                              {"neworigin", requestOrigin()}};
     parameters.insert(parameters.end(), std::begin(own), std::end(own));
-    ScriptResult result = runScript(x.db, script, parameters, isTrial, x.problems);
-    x.isTyped = result != SCRIPT_DONE || isTrial;
+    ScriptResult result = runScript(x.db, script, parameters, x.problems);
+    std::erase_if(x.problems, [](const std::vector<string> &row) { return row[1].empty(); });
+    x.isTyped = result != SCRIPT_DONE;
     return result;
 }
 
@@ -298,7 +294,7 @@ static void carryOut(Exchange &x, Host &host)
     if (result == SCRIPT_FAILED) {
         x.status = NOT_STORED;
         x.problems = {{"form", "site.bad.store"}};
-    } else if (result == SCRIPT_ROWS) {
+    } else if (!x.problems.empty()) {
         x.status = WRONG_VALUES;
     } else if (!x.isTyped) {
         if (!begun.number.empty()) {
@@ -340,6 +336,8 @@ static void decide(Exchange &x, Host &host, int status)
         return refuse(x, BROKEN);
     if (status != OK)
         return refuse(x, status);
+    if (x.page == loginPage && !x.isPost) // a link must not say what to go on with
+        x.fields.clear();
     if (x.page == loginPage) {
         x.back = fieldOr(x, "back", startPage);
         x.backMethod = fieldOr(x, "method", "get");

@@ -271,6 +271,27 @@ def check_settings(visitor):
                                            "version": sql("select version from settings")[0][0]})
     check("and saved at last", 303, answer.status)
 
+    # What the login page keeps never makes of signing in what it is for another page, and a
+    # link fills no form.
+    sql("delete from session")
+    rows = [("POST", "settings.htm", {**typed, "reveal": "1"}, 200, 'value="with blanks ~"'),
+            ("POST", "password.htm", {"old": PASSWORD, "password": "x"}, 200, "<h1>Password"),
+            ("GET", "settings.htm?reveal=1", {}, 303, "settings.htm?reveal=1"),
+            ("GET", "login.htm?back=settings.htm&method=post&ssid=evil&reveal=1", {}, 303, "overview.htm")]
+    for method, path, fields, status, text in rows:
+        owner = Visitor()
+        kept = (owner.post(path, fields) if method == "POST" else owner.ask(path)).hidden()
+        owner.cookies["zarnlang"] = "en"
+        answer = owner.post("login.htm", {**kept, "password": PASSWORD, "lang": "de"})
+        check("no try: " + path, (200, kept, "Anmelden", None),
+              (answer.status, answer.hidden(), answer.heading, owner.cookies.get("zarnsession")))
+        owner.cookies["zarnlang"] = "en"
+        answer = owner.post("login.htm", {**kept, "password": PASSWORD})
+        check("signs in: " + path, (status, True, False),
+              (answer.status, text in answer.text + str(answer.headers["Location"]), PASSWORD in str(kept)))
+    check("and no passphrase by a link", "", owner.ask("settings.htm?reveal=1").value("passphrase"))
+    visitor.login()
+
     # Backup and restore, all or nothing.
     backup = visitor.ask("settings.json")
     check("backup", ("typed & kept", 'attachment; filename="settings.json"'),
