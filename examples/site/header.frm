@@ -16,7 +16,9 @@
 <header>
 <div class="top">
 <p class="brand">Fjord R4<?if neq $var:outside 1 ` <span><?query 'select hostname from settings'?></span>`?></p>
-<nav class="languages" aria-label="{?site.languages?}">
+<?-- Enter in a field presses the first button of the field's form. That is this one, which
+     does what the form's own does, and no language's. ?><?if eq $var:page[form] form `<input class="default" type="submit" form="form" tabindex="-1" aria-hidden="true">
+`?><nav class="languages" aria-label="{?site.languages?}">
 <form id="languages" method="get"></form>
 <button lang="en" name="lang" value="en" form="<?if eq $var:page[form] form form languages?>" formnovalidate<?-- orv-check: ignore
      text-compared: site.lang is the language's code, and nothing that is shown. ?><?if eq {?site.lang?} en ` aria-current="true"`?>>English</button>
