@@ -38,6 +38,7 @@ using std::string_view;
 
 static constexpr char startPage[] = "overview.htm";
 static constexpr char loginPage[] = "login.htm";
+static constexpr char logoutPage[] = "logout.htm";
 static constexpr char errorPage[] = "error.frm"; // no request can ask for it
 static constexpr char sessionCookie[] = "zarnsession";
 static constexpr char languageCookie[] = "zarnlang";
@@ -115,6 +116,7 @@ struct Exchange {
     string shown;         // the template
     string location;      // instead of it
     string newSecret;     // of the session that has begun
+    bool isOut = false;   // signed out: the browser is to forget the session
     bool isTyped = false; // the form shows what was sent instead of what is stored
     string back;          // the page that the login page leads to,
     string backMethod;    // and how it was asked for
@@ -228,6 +230,18 @@ static void askToLogIn(Exchange &x)
     x.backMethod = x.isPost ? "post" : "get";
 }
 
+// Shows the login page to somebody who has signed out, or wants to and need not. It leads
+// to the start: from the page for signing out there is nothing to go on with.
+static void sayGoodbye(Exchange &x)
+{
+    x.isOut = true;
+    x.shown = loginPage;
+    x.session.flash = "site.logout.done";
+    x.fields.clear();
+    x.back = startPage;
+    x.backMethod = "get";
+}
+
 // Goes on with what the login page was in the way of. A form is not carried out now, but
 // shown with what was typed.
 static void goBack(Exchange &x, Host &host)
@@ -301,6 +315,7 @@ static void carryOut(Exchange &x, Host &host)
             x.session = begun;
             x.newSecret = secret;
         }
+        x.isOut = x.page == logoutPage;
         if (x.page == loginPage)
             goBack(x, host);
         else
@@ -342,7 +357,9 @@ static void decide(Exchange &x, Host &host, int status)
         x.back = fieldOr(x, "back", startPage);
         x.backMethod = fieldOr(x, "method", "get");
     }
-    if (x.isPost)
+    if (x.page == logoutPage && x.session.number.empty())
+        sayGoodbye(x);
+    else if (x.isPost)
         answerPost(x, host);
     else if (x.page == loginPage && !x.session.number.empty())
         x.location = startPage;
@@ -420,6 +437,9 @@ static void printHeaders(const Exchange &x)
     if (!x.newSecret.empty())
         printf("Set-Cookie: %s=%s; Path=/; HttpOnly; SameSite=Strict%s\r\n", sessionCookie,
                x.newSecret.c_str(), x.session.origin.starts_with("https:") ? "; Secure" : "");
+    // Without its cookie Chromium does not keep the owner's pages for "Back" any more.
+    if (x.isOut)
+        printf("Set-Cookie: %s=; Path=/; Max-Age=0; HttpOnly; SameSite=Strict\r\n", sessionCookie);
     if (x.isNewLanguage)
         printf("Set-Cookie: %s=%s; Path=/; Max-Age=31536000; HttpOnly; SameSite=Lax\r\n",
                languageCookie, x.language.c_str());

@@ -176,6 +176,20 @@ def check_forms(language):
         "return [...document.querySelectorAll('[aria-invalid=true]')].map(e => e.id)"))
 
 
+def check_sign_out():
+    """Back shows nothing of the owner's to who comes afterwards."""
+    for page in ("devices.htm", "settings.htm"):
+        show(page)
+    submit(".out button")
+    check("signed out", ["You are signed out."], texts("[role=status]"))
+    for _ in range(2):
+        send("/back")
+        check("Back", ["Sign in", []], [*texts("h1"), texts("tbody, [name=hostname]")])
+    show("logout.htm")
+    sign_in()
+    check("to the overview", "overview.htm", run("return location.pathname").rsplit("/")[-1])
+
+
 def check_lists():
     show("devices.htm")
     check("devices", [list(row) for row in sql(DEVICES + "order by lower(name) limit 10")], run(CELLS))
@@ -240,6 +254,7 @@ def check_site():
         sql("update settings set hostname = 'fjord'")
     device("setScriptExecutionDisabled", value=False)
     if "en" in LANGUAGES:
+        check_sign_out()
         check_lists()
         check_live()
     statuses = r"status of (403|404|422) "  # of the answers above, which Chromium tells as well
