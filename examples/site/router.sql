@@ -14,7 +14,7 @@ create table status (
     connected integer not null check (connected in (0, 1)),
     address text not null, gateway text not null,
     memory_total integer not null  -- MiB
-);
+) strict;
 insert into status values (1, 'Fjord R4', '2.6.1', 'FJ4-0029-7713', unixepoch() - 1174440, 1,
                            '203.0.113.27', '203.0.113.1', 256);
 
@@ -24,7 +24,7 @@ create table network (
     prefix text not null unique,  -- the address but its last number
     wireless integer not null check (wireless in (0, 1)),
     enabled integer not null check (enabled in (0, 1))
-);
+) strict;
 insert into network values
     (1, 'Home', '192.168.10.', 0, 1),
     (2, 'Wireless', '192.168.20.', 1, 1),
@@ -42,7 +42,7 @@ create table device (
     received integer not null, sent integer not null,  -- MiB on a usual day
     folded text,  -- the name for a search, see name_folded
     unique (network, host)
-);
+) strict;
 insert into device (name, network, host, mac, online, seen, received, sent) values
     ('printer', 1, 5, '02:00:5e:10:00:05', 1, unixepoch() - 180, 12, 3),
     ('file server', 1, 6, '02:00:5e:10:00:06', 1, unixepoch() - 60, 804, 2291),
@@ -86,7 +86,7 @@ create table event (
     code text not null,
     detail text not null,
     count integer not null default 1
-);
+) strict;
 insert into event (at, level, source, code, detail, count)
     select unixepoch() - cast(column1 * 86400 as integer), column2, column3, column4, column5,
            column6
@@ -121,7 +121,7 @@ end;
 create table traffic (  -- one row an hour of a usual day, Mbit/s on average
     hour integer primary key check (hour between 0 and 23),
     received real not null, sent real not null
-);
+) strict;
 insert into traffic values
     (0, 18.2, 2.1), (1, 6.4, 1.2), (2, 2.0, 0.9), (3, 31.5, 44.0), (4, 3.1, 1.0), (5, 2.2, 0.8),
     (6, 9.7, 1.9), (7, 28.4, 4.4), (8, 41.9, 6.2), (9, 36.0, 7.8), (10, 33.3, 9.1),
@@ -129,12 +129,14 @@ insert into traffic values
     (16, 46.2, 7.7), (17, 58.9, 8.1), (18, 71.3, 9.6), (19, 88.0, 10.2), (20, 93.6, 9.9),
     (21, 90.1, 8.5), (22, 62.7, 5.3), (23, 34.8, 3.0);
 
-create table channel (number integer primary key, label text not null);
+create table channel (number integer primary key, label text not null) strict;
 insert into channel values
     (1, '1 (2412 MHz)'), (6, '6 (2437 MHz)'), (11, '11 (2462 MHz)'), (36, '36 (5180 MHz)'),
     (44, '44 (5220 MHz)'), (100, '100 (5500 MHz)');
 
-create table security (code text primary key, label text not null, position integer not null);
+create table security (
+    code text primary key, label text not null, position integer not null
+) strict;
 insert into security values ('wpa3', 'WPA3', 1), ('mixed', 'WPA3 / WPA2', 2), ('wpa2', 'WPA2', 3);
 
 create table settings (
@@ -151,7 +153,7 @@ create table settings (
     hidden integer not null check (hidden in (0, 1)),
     guests integer not null check (guests in (0, 1)),
     version integer not null default 1  -- of each change, so that a form tells an old state
-);
+) strict;
 insert into settings values (1, 'fjord', 2, 1, 30, 199, '198.51.100.53', 'Fjord "upstairs"', 11,
                              'mixed', 'birch-heron-7-lantern', 0, 1, 1);
 
@@ -160,7 +162,7 @@ create trigger settings_changed after update of version on settings begin
 end;
 
 -- The owner's password, as a hash; null until the first visit.
-create table account (id integer primary key check (id = 1), password text);
+create table account (id integer primary key check (id = 1), password text) strict;
 insert into account values (1, null);
 
 create trigger password_changed after update on account begin
@@ -177,7 +179,7 @@ create table session (
     started integer not null default (unixepoch()),
     used integer not null default (unixepoch()),
     flash text not null default ''  -- a text's id, to be shown once
-);
+) strict;
 create view live_session as
     select *, used < unixepoch() - 60 as is_stale from session
     where used between unixepoch() - 899 and unixepoch()
@@ -189,7 +191,7 @@ create table login_failure (
     address text primary key,
     failures integer not null,
     at integer not null  -- of the last one
-);
+) strict;
 create view login_wait as
     select address from login_failure
     where failures > 2 and unixepoch() between at and at + min(60, 1 << min(failures - 2, 6)) - 1;
@@ -202,14 +204,16 @@ create trigger login_counted instead of insert on login_failed begin
 end;
 
 -- Letters as they are folded for a search: without case and accents.
-create table folding (id integer primary key, letters text not null, folded text not null);
+create table folding (id integer primary key, letters text not null, folded text not null) strict;
 insert into folding (letters, folded) values
     ('àáâãäåāăąÀÁÂÃÄÅĀĂĄ', 'a'), ('çćĉċčÇĆĈĊČ', 'c'), ('ďđĎĐ', 'd'),
     ('èéêëēĕėęěÈÉÊËĒĔĖĘĚ', 'e'), ('ĝğġģĜĞĠĢ', 'g'), ('ìíîïīĭįıÌÍÎÏĪĬĮİ', 'i'),
     ('łľĺļŁĽĹĻ', 'l'), ('ñńňņÑŃŇŅ', 'n'), ('òóôõöøōŏőÒÓÔÕÖØŌŎŐ', 'o'), ('ŕřŗŔŘŖ', 'r'),
     ('śŝşšșŚŜŞŠȘ', 's'), ('ťţțŤŢȚ', 't'), ('ùúûüũūŭůűųÙÚÛÜŨŪŬŮŰŲ', 'u'),
     ('ýÿŷÝŸŶ', 'y'), ('źżžŹŻŽ', 'z'), ('æÆ', 'ae'), ('œŒ', 'oe'), ('ßẞ', 'ss');
-create table folded_letter (number integer primary key, letter text not null, folded text not null);
+create table folded_letter (
+    number integer primary key, letter text not null, folded text not null
+) strict;
 insert into folded_letter (letter, folded)
     with recursive each_letter(letter, folded, rest) as (
         select substr(letters, 1, 1), folded, substr(letters, 2) from folding

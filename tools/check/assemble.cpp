@@ -46,13 +46,18 @@ static uint8_t holdsOfArgument(Site &site, const Argument &argument, uint32_t id
     return holds;
 }
 
-static uint8_t holdsOfFirstColumn(Site &site, const Command &command)
+const SqlColumn *columnOf(Site &site, const Command &command, size_t index)
 {
-    if (command.id == ID_ERRORMESSAGE)
-        return VALUE_RAW;
+    static const SqlColumn unknown = {"", {true, {}}, ""};
     const RowsOf &rows = rowsOf(site, command);
-    const bool number = rows.known && !rows.columns.empty() && rows.columns[0].number;
-    return number ? 0 : escapedBy(command.id, VALUE_RAW);
+    if (rows.hasRows && !rows.known)
+        return &unknown;
+    return index < rows.columns.size() ? &rows.columns[index] : nullptr;
+}
+
+uint8_t holdsOfColumn(const SqlColumn *column)
+{
+    return column && column->values.isFree ? VALUE_RAW : 0;
 }
 
 // What a nested command puts into the argument that it stands in.
@@ -61,7 +66,7 @@ static uint8_t holdsOfCommand(Site &site, const Command &command, const Levels &
     const int body = bodyIndex(command);
     if (body < 0) {
         const bool prints = (command.id & CMDF_BODY) && (command.id & (CMDF_QUERY | CMDF_ERROR));
-        return prints ? holdsOfFirstColumn(site, command) : 0;
+        return prints ? escapedBy(command.id, holdsOfColumn(columnOf(site, command, 0))) : 0;
     }
     Levels deeper = levels;
     deeper.push_back(&command);
@@ -71,18 +76,20 @@ static uint8_t holdsOfCommand(Site &site, const Command &command, const Levels &
     return holds;
 }
 
-static uint8_t holdsOfValue(Site &site, const Element &element, const Levels &levels)
+const Command *commandOfValue(const Element &element, const Levels &levels, size_t *column)
 {
     const Numbered value = takeApart(element.text);
     if (value.column == 0 || static_cast<size_t>(value.level) >= levels.size())
-        return 0;
-    const RowsOf &rows = rowsOf(site, *levels[static_cast<size_t>(value.level)]);
-    if (!rows.hasRows)
-        return 0;
-    const auto column = static_cast<size_t>(value.column) - 1;
-    if (!rows.known)
-        return VALUE_RAW;
-    return column < rows.columns.size() && !rows.columns[column].number ? VALUE_RAW : 0;
+        return nullptr;
+    *column = static_cast<size_t>(value.column) - 1;
+    return levels[static_cast<size_t>(value.level)];
+}
+
+static uint8_t holdsOfValue(Site &site, const Element &element, const Levels &levels)
+{
+    size_t column = 0;
+    const Command *command = commandOfValue(element, levels, &column);
+    return command ? holdsOfColumn(columnOf(site, *command, column)) : uint8_t{0};
 }
 
 // An array's bound is a number unless all indices are texts: the first of those then.
@@ -143,6 +150,12 @@ uint8_t holdsOfVariable(Site &site, std::string_view key)
 
 // ---- rows ----
 
+static bool hasHole(const Assembled &text)
+{
+    return std::any_of(text.pieces.begin(), text.pieces.end(),
+                       [](const TextPiece &piece) { return piece.hole; });
+}
+
 const RowsOf &rowsOf(Site &site, const Command &command)
 {
     std::shared_ptr<RowsOf> &entry = site.rows[&command];
@@ -155,26 +168,30 @@ const RowsOf &rowsOf(Site &site, const Command &command)
                   command.id == ID_MULTIQUERYJS;
     if (command.id == ID_ERRORMESSAGE) {
         rows.hasRows = rows.known = true;
-        rows.columns.push_back({"message", false});
+        rows.columns.push_back({"message", {true, {}}, ""});
         return rows;
     }
     rows.hasRows = (command.id & CMDF_QUERY) != 0;
     const auto place = site.queries.find(&command);
     if (!rows.hasRows || !site.database || place == site.queries.end())
         return rows;
+    bool uncertain = false;
     for (const Assembled &query :
          queriesOf(site, *place->second.tpl, command, *place->second.levels)) {
         const SqlAnswer &answer = prepareQuery(site.database.get(), query.text);
+        uncertain = uncertain || (!answer.error.empty() && hasHole(query));
         if (!answer.error.empty())
             continue;
         for (size_t i = 0; i < answer.columns.size(); ++i) {
             if (i == rows.columns.size())
                 rows.columns.push_back(answer.columns[i]);
             else
-                rows.columns[i].number = rows.columns[i].number && answer.columns[i].number;
+                rows.columns[i].values.join(answer.columns[i].values);
         }
         rows.known = true;
     }
+    for (SqlColumn &column : rows.columns)
+        column.values.join({uncertain, {}}); // a way that nobody can read yet
     return rows;
 }
 
@@ -247,24 +264,20 @@ static void append(Assembled *text, const Assembled &more)
     text->text += more.text;
 }
 
-// Each text with each of the others behind it.
-static void multiply(std::vector<Assembled> *texts, const std::vector<Assembled> &others)
+// Each text with each of the others behind it. Returns false, and changes nothing, when
+// those are too many.
+static bool multiply(std::vector<Assembled> *texts, const std::vector<Assembled> &others)
 {
     std::vector<Assembled> product;
+    if (texts->size() * others.size() > MOST_TEXTS)
+        return false;
     for (const Assembled &text : *texts)
         for (const Assembled &other : others) {
-            if (product.size() == MOST_TEXTS)
-                break;
             product.push_back(text);
             append(&product.back(), other);
         }
     *texts = std::move(product);
-}
-
-static bool hasHole(const Assembled &text)
-{
-    return std::any_of(text.pieces.begin(), text.pieces.end(),
-                       [](const TextPiece &piece) { return piece.hole; });
+    return true;
 }
 
 // The texts that a variable is set to; none when it can be anything else.
@@ -304,8 +317,7 @@ static bool addCommand(const Assembly &assembly, std::vector<Assembled> *texts, 
             ways.push_back(std::move(way));
     if ((command.id & CMDF_IF) && command.args.size() == 3)
         ways.emplace_back();
-    multiply(texts, ways);
-    return true;
+    return multiply(texts, ways);
 }
 
 static std::vector<Assembled> assembleArgument(const Assembly &assembly, const Template &tpl,
@@ -320,10 +332,8 @@ static std::vector<Assembled> assembleArgument(const Assembly &assembly, const T
         if (element.type == ELEM_GETVAR || element.type == ELEM_GETARRAY) {
             const auto known =
                 textsOf(assembly, keyOfRead(element), inSqlString(texts.back().text));
-            if (!known.empty()) {
-                multiply(&texts, known);
+            if (!known.empty() && multiply(&texts, known))
                 continue;
-            }
         }
         if (element.type == ELEM_CMD &&
             (!element.command || addCommand(assembly, &texts, tpl, *element.command, levels)))

@@ -39,6 +39,17 @@ struct RowsOf {
 };
 const RowsOf &rowsOf(Site &site, const Command &command);
 
+/* The column by its index of the rows of a command; null where there is none. Good as
+ * long as the site is. */
+const SqlColumn *columnOf(Site &site, const Command &command, size_t index);
+
+/* The command whose column a numbered value within levels stands for, and the column's
+ * index in column; null for a counter, or where there is no such level. */
+const Command *commandOfValue(const Element &element, const Levels &levels, size_t *column);
+
+/* What a column may hold; the texts that its query names are taken for constants. */
+uint8_t holdsOfColumn(const SqlColumn *column);
+
 // A stretch of an assembled text, and where it comes from.
 struct TextPiece {
     size_t at; // in the text

@@ -34,6 +34,7 @@ struct Output {
     uint32_t id;   // of the command in whose body it stands
     uint8_t holds; // VALUE_ bits of what comes out
     string name;   // as it is shown
+    std::vector<Note> notes = {};
 };
 } // namespace
 
@@ -47,7 +48,10 @@ static std::vector<Note> includedFrom(const Follower &follower)
 
 static void add(Follower &follower, const Output &output, const char *id, string text)
 {
-    report(follower.all, output.tpl, output.span, id, std::move(text), includedFrom(follower));
+    std::vector<Note> notes = output.notes;
+    for (Note &note : includedFrom(follower))
+        notes.push_back(std::move(note));
+    report(follower.all, output.tpl, output.span, id, std::move(text), std::move(notes));
 }
 
 // ---- values ----
@@ -166,12 +170,6 @@ static void checkOutput(Follower &follower, const Output &output)
         add(follower, output, "escape-missing", notEscaped(output, state));
 }
 
-static void putValue(Follower &follower, const Output &output)
-{
-    checkOutput(follower, output);
-    followValue(&follower.state);
-}
-
 // ---- texts ----
 
 // Whether a text leaves the part that it stands in, which a word would not.
@@ -199,6 +197,30 @@ static bool leavesPart(const HtmlState &state, string_view text)
         return true; // the byte behind the text would be escaped
     HtmlState joined;
     return !text.empty() && !inside && !joinStates(expected, reached, &joined);
+}
+
+static void putValue(Follower &follower, const Output &output)
+{
+    checkOutput(follower, output);
+    followValue(&follower.state);
+}
+
+// A column's value, of the rows of a command. The texts that the query names are constants
+// as long as they stay in their part.
+static void putColumn(Follower &follower, const Command &command, const SqlColumn *column,
+                      Output output)
+{
+    uint8_t holds = holdsOfColumn(column);
+    for (const string &text : column ? column->values.texts : std::set<string>())
+        if (follower.state.part != Part::PLAIN && leavesPart(follower.state, text))
+            holds = VALUE_RAW;
+    output.holds = escapedBy(output.id, holds);
+    if (holds && column && !column->declared.empty())
+        output.notes = {noteAt(output.tpl, command.span.at,
+                               "its column " + column->name + " is declared " + column->declared +
+                                   ", but only a STRICT table keeps texts out; cast(" +
+                                   column->name + " as " + column->declared + ") is a number")};
+    putValue(follower, output);
 }
 
 static void putField(Follower &follower, const Template &tpl, const Field &field)
@@ -267,6 +289,15 @@ static void followArgument(Follower &follower, const Template &tpl, const Argume
             if (element.command)
                 followCommand(follower, tpl, *element.command, levels);
             break;
+        case ELEM_NUMVAR: {
+            size_t column = 0;
+            if (const Command *command = commandOfValue(element, levels, &column))
+                putColumn(follower, *command, columnOf(follower.all.site, *command, column),
+                          {tpl, element.span, id, 0, nameOf(tpl, element)});
+            else
+                followValue(&follower.state); // a counter
+            break;
+        }
         default:
             putValue(follower, {tpl, element.span, id,
                                 escapedBy(id, holdsOfElement(follower.all.site, element, levels)),
@@ -349,14 +380,9 @@ static void followInclude(Follower &follower, const Template &tpl, const Command
 // A command without body that prints a column or the error.
 static void followColumn(Follower &follower, const Template &tpl, const Command &command)
 {
-    uint8_t holds = VALUE_RAW;
-    if (command.id & CMDF_QUERY) {
-        const RowsOf &rows = rowsOf(follower.all.site, command);
-        if (rows.known && !rows.columns.empty() && rows.columns[0].number)
-            holds = 0;
-    }
-    putValue(follower, {tpl, command.words, command.id, escapedBy(command.id, holds),
-                        command.id & CMDF_QUERY ? "column 1" : "the error's text"});
+    putColumn(follower, command, columnOf(follower.all.site, command, 0),
+              {tpl, command.words, command.id, 0,
+               command.id & CMDF_QUERY ? "column 1" : "the error's text"});
 }
 
 // A command whose output is made of characters that are harmless anywhere.

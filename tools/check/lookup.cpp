@@ -135,7 +135,7 @@ static string describeValue(Site &site, const Element &element, const Levels &le
     if (!rows.known || column >= rows.columns.size())
         return number + of + ".";
     return number + ", **" + rows.columns[column].name + "**" +
-           (rows.columns[column].number ? " (a number)" : "") + of + ".";
+           (rows.columns[column].values.isNumber() ? " (a number)" : "") + of + ".";
 }
 
 static string describeVariable(Site &site, const string &key)

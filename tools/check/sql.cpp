@@ -1,9 +1,5 @@
-/* tools/check/sql.cpp - statements prepared by SQLite, and which of their columns hold
- * numbers only.
- *
- * SQLite tells the declared type of a column that is a table's; what an expression
- * yields is worked out here from its text: all operators but || and -> give numbers,
- * and so do casts and some functions. Where in doubt a column is no number. */
+/* tools/check/sql.cpp - statements as SQLite prepares them, and the words of their text,
+ * for the places that SQLite does not tell. */
 #include "sql.h"
 
 #include <limits.h>
@@ -147,365 +143,6 @@ bool looksLikeSql(string_view text)
                            "create", "drop", "alter", "pragma", "attach", "explain"});
 }
 
-// ---- which expressions are numbers ----
-
-namespace
-{
-// Names that a statement can use, with whether what they stand for is a number.
-struct Scope {
-    const Database *database;
-    std::map<string, std::map<string, bool>> own; // of "with", by table
-    std::vector<string> mentioned;                // words of the statement, in lower case
-};
-
-// Pieces of one text; ranges of them are expressions.
-struct Parsed {
-    string_view sql;
-    std::vector<SqlPiece> pieces;
-
-    string word(size_t i) const
-    {
-        return i < pieces.size() ? lowered(sql.substr(pieces[i].at, pieces[i].end - pieces[i].at))
-                                 : string();
-    }
-    // As word, for a name without its quotes.
-    string name(size_t i) const
-    {
-        string text = word(i);
-        if (pieces[i].token == SqlToken::NAME && text.size() >= 2)
-            text = text.substr(1, text.size() - 2);
-        return text;
-    }
-};
-using Range = std::pair<size_t, size_t>;
-} // namespace
-
-static bool isNumber(const Parsed &parsed, Range range, const Scope &scope);
-static std::vector<std::pair<string, bool>> selectColumns(const Parsed &parsed, Range range,
-                                                          Scope scope);
-
-static bool isDeclaredNumber(const char *declared)
-{
-    const string type = lowered(declared ? declared : "");
-    const auto holds = [&type](const char *part) { return type.find(part) != string::npos; };
-    static constexpr const char *texts[] = {"char", "clob", "text", "blob", "date", "time"};
-    static constexpr const char *numbers[] = {"int", "real", "floa", "doub", "num", "dec", "bool"};
-    return std::none_of(std::begin(texts), std::end(texts), holds) &&
-           std::any_of(std::begin(numbers), std::end(numbers), holds);
-}
-
-// The ranges between commas, or between words, outside of parentheses.
-static std::vector<Range> split(const Parsed &parsed, Range range,
-                                std::initializer_list<string_view> at)
-{
-    std::vector<Range> parts;
-    size_t depth = 0;
-    size_t cases = 0;
-    size_t from = range.first;
-    for (size_t i = range.first; i < range.second; ++i) {
-        const string word = parsed.word(i);
-        if (word == "(")
-            ++depth;
-        else if (word == ")" && depth > 0)
-            --depth;
-        else if (word == "case")
-            ++cases;
-        else if (word == "end" && cases > 0)
-            --cases;
-        else if (depth == 0 && cases == 0 && isOneOf(word, at)) {
-            parts.push_back({from, i});
-            from = i + 1;
-        }
-    }
-    parts.push_back({from, range.second});
-    return parts;
-}
-
-// Index behind the parenthesis that closes the one at open.
-static size_t closing(const Parsed &parsed, size_t open, size_t end)
-{
-    size_t depth = 0;
-    for (size_t i = open; i < end; ++i) {
-        const string word = parsed.word(i);
-        if (word == "(")
-            ++depth;
-        else if (word == ")" && --depth == 0)
-            return i + 1;
-    }
-    return end;
-}
-
-static bool isColumnNumber(const string &name, const string &table, const Scope &scope)
-{
-    bool known = false;
-    auto look = [&](const auto &tables) {
-        for (const auto &[tableName, columns] : tables) {
-            const auto column = columns.find(name);
-            if (column == columns.end())
-                continue;
-            const bool mentioned = std::find(scope.mentioned.begin(), scope.mentioned.end(),
-                                             tableName) != scope.mentioned.end();
-            if (!mentioned || (tables.contains(table) && tableName != table))
-                continue;
-            if (!column->second)
-                return false;
-            known = true;
-        }
-        return true;
-    };
-    return look(scope.database->tables) && look(scope.own) && known;
-}
-
-static bool allNumbers(const Parsed &parsed, const std::vector<Range> &ranges, size_t from,
-                       const Scope &scope)
-{
-    for (size_t i = from; i < ranges.size(); ++i)
-        if (!isNumber(parsed, ranges[i], scope))
-            return false;
-    return ranges.size() > from;
-}
-
-// Whether all results of "case ... end" are numbers.
-static bool isCaseNumber(const Parsed &parsed, Range range, const Scope &scope)
-{
-    const Range inside = {range.first + 1, range.second - 1};
-    const std::vector<Range> parts = split(parsed, inside, {"when", "then", "else"});
-    for (size_t i = 1; i < parts.size(); ++i) {
-        const string before = parsed.word(parts[i].first - 1);
-        if (before != "when" && !isNumber(parsed, parts[i], scope))
-            return false;
-    }
-    return parts.size() > 1;
-}
-
-static bool isCallNumber(const Parsed &parsed, Range range, const Scope &scope)
-{
-    const string function = parsed.word(range.first);
-    const size_t end = closing(parsed, range.first + 1, range.second);
-    if (end != range.second && !isOneOf(parsed.word(end), {"over", "filter"}))
-        return false;
-    const Range inside = {range.first + 2, end - 1};
-    if (function == "cast") {
-        const std::vector<Range> parts = split(parsed, inside, {"as"});
-        return parts.size() == 2 && isDeclaredNumber(parsed.word(parts[1].first).c_str());
-    }
-    if (isOneOf(function, {"count",
-                           "sum",
-                           "total",
-                           "avg",
-                           "round",
-                           "length",
-                           "abs",
-                           "instr",
-                           "random",
-                           "unicode",
-                           "julianday",
-                           "unixepoch",
-                           "changes",
-                           "total_changes",
-                           "last_insert_rowid",
-                           "sign",
-                           "ceil",
-                           "floor",
-                           "ceiling",
-                           "trunc",
-                           "sqrt",
-                           "pow",
-                           "power",
-                           "mod",
-                           "row_number",
-                           "rank",
-                           "dense_rank",
-                           "ntile",
-                           "percent_rank",
-                           "cume_dist",
-                           "octet_length",
-                           "json_array_length"}))
-        return true;
-    const std::vector<Range> arguments = split(parsed, inside, {","});
-    if (isOneOf(function, {"ifnull", "coalesce", "max", "min"}))
-        return allNumbers(parsed, arguments, 0, scope);
-    if (function == "iif")
-        return allNumbers(parsed, arguments, 1, scope);
-    if (isOneOf(function,
-                {"nullif", "lag", "lead", "first_value", "last_value", "likely", "unlikely"}))
-        return isNumber(parsed, arguments[0], scope);
-    return false;
-}
-
-// Whether an operator outside of parentheses makes a number of its operands; || and ->
-// bind closer than all that do but signs.
-static bool hasNumberOperator(const Parsed &parsed, Range range)
-{
-    size_t depth = 0;
-    size_t cases = 0;
-    bool joins = false;
-    bool hasSign = false;
-    for (size_t i = range.first; i < range.second; ++i) {
-        const string word = parsed.word(i);
-        if (word == "(")
-            ++depth;
-        else if (word == ")" && depth > 0)
-            --depth;
-        else if (word == "case")
-            ++cases;
-        else if (word == "end" && cases > 0)
-            --cases;
-        else if (depth == 0 && cases == 0) {
-            const bool operand =
-                i > range.first && !isOneOf(parsed.word(i - 1), {"||", "->", "->>"});
-            joins = joins || isOneOf(word, {"||", "->", "->>"});
-            hasSign = hasSign || (!operand && isOneOf(word, {"-", "~"}));
-            if (operand && isOneOf(word, {"+", "-", "*", "/", "%", "&", "|", "<<", ">>", "=",
-                                          "==", "<>", "!=", "<", ">", "<=", ">=", "~"}))
-                return true;
-            if (isOneOf(word, {"is", "in", "like", "glob", "between", "and", "or", "not", "exists",
-                               "isnull", "notnull", "match", "regexp"}))
-                return true;
-        }
-    }
-    return hasSign && !joins;
-}
-
-static bool isNumber(const Parsed &parsed, Range range, const Scope &scope)
-{
-    while (range.second > range.first && parsed.word(range.first) == "+")
-        ++range.first;
-    if (range.first >= range.second)
-        return false;
-    const size_t count = range.second - range.first;
-    if (hasNumberOperator(parsed, range))
-        return true;
-    const SqlToken token = parsed.pieces[range.first].token;
-    const string word = parsed.word(range.first);
-    if (count == 1 && (token == SqlToken::NUMBER || isOneOf(word, {"null", "true", "false"})))
-        return true;
-    if (count == 1 && (token == SqlToken::WORD || token == SqlToken::NAME))
-        return isColumnNumber(parsed.name(range.first), "", scope);
-    if (count == 3 && parsed.word(range.first + 1) == ".")
-        return isColumnNumber(parsed.name(range.first + 2), parsed.name(range.first), scope);
-    if (word == "(" && closing(parsed, range.first, range.second) == range.second) {
-        const Range inside = {range.first + 1, range.second - 1};
-        if (!isOneOf(parsed.word(inside.first), {"select", "with"}))
-            return isNumber(parsed, inside, scope);
-        const auto columns = selectColumns(parsed, inside, scope);
-        return columns.size() == 1 && columns[0].second;
-    }
-    if (word == "case" && parsed.word(range.second - 1) == "end")
-        return isCaseNumber(parsed, range, scope);
-    if (token == SqlToken::WORD && parsed.word(range.first + 1) == "(")
-        return isCallNumber(parsed, range, scope);
-    return false;
-}
-
-// A result column's expression without its name, which is returned.
-static string cutName(const Parsed &parsed, Range *range)
-{
-    const size_t last = range->second - 1;
-    const SqlToken token = parsed.pieces[last].token;
-    if (token != SqlToken::WORD && token != SqlToken::NAME)
-        return "";
-    string name = parsed.name(last);
-    if (range->second - range->first >= 3 && parsed.word(last - 1) == "as") {
-        range->second -= 2;
-    } else if (range->second - range->first >= 2 && parsed.word(last) != "end") {
-        const SqlToken before = parsed.pieces[last - 1].token;
-        const bool ends = before != SqlToken::SIGN || parsed.word(last - 1) == ")";
-        const bool isOperator = isOneOf(parsed.word(last - 1), {"is", "in", "like", "glob", "and",
-                                                                "or", "not", "between"}) ||
-                                isOneOf(name, {"isnull", "notnull", "null"});
-        if (ends && !isOperator)
-            --range->second;
-    }
-    return name;
-}
-
-// The tables that "with" in front of a select names, added to the scope. Returns the
-// index of the select.
-static size_t readWith(const Parsed &parsed, Range range, Scope *scope)
-{
-    size_t i = range.first;
-    if (parsed.word(i) != "with")
-        return i;
-    i += parsed.word(i + 1) == "recursive" ? 2 : 1;
-    while (i < range.second) {
-        const string table = parsed.name(i++);
-        std::vector<string> names;
-        if (parsed.word(i) == "(") {
-            const size_t end = closing(parsed, i, range.second);
-            for (const Range &part : split(parsed, {i + 1, end - 1}, {","}))
-                names.push_back(parsed.name(part.first));
-            i = end;
-        }
-        while (i < range.second && parsed.word(i) != "(")
-            ++i;
-        const size_t end = closing(parsed, i, range.second);
-        auto columns = selectColumns(parsed, {i + 1, end - 1}, *scope);
-        std::map<string, bool> own;
-        for (size_t k = 0; k < columns.size(); ++k)
-            own[k < names.size() ? names[k] : columns[k].first] = columns[k].second;
-        scope->own[table] = std::move(own);
-        i = end;
-        if (parsed.word(i) != ",")
-            break;
-        ++i;
-    }
-    return i;
-}
-
-// The columns of one select, without "*", which is left out.
-static std::vector<std::pair<string, bool>> simpleColumns(const Parsed &parsed, Range range,
-                                                          const Scope &scope)
-{
-    std::vector<std::pair<string, bool>> columns;
-    size_t from = range.first + 1;
-    if (isOneOf(parsed.word(from), {"distinct", "all"}))
-        ++from;
-    const Range list = {from,
-                        split(parsed, {from, range.second},
-                              {"from", "where", "group", "order", "limit", "having", "window"})[0]
-                            .second};
-    for (Range part : split(parsed, list, {","})) {
-        if (part.first >= part.second)
-            continue;
-        const string name = cutName(parsed, &part);
-        columns.push_back({name, isNumber(parsed, part, scope)});
-    }
-    return columns;
-}
-
-static std::vector<std::pair<string, bool>> selectColumns(const Parsed &parsed, Range range,
-                                                          Scope scope)
-{
-    range.first = readWith(parsed, range, &scope);
-    std::vector<std::pair<string, bool>> columns;
-    bool first = true;
-    for (Range part : split(parsed, range, {"union", "intersect", "except"})) {
-        if (parsed.word(part.first) == "all")
-            ++part.first;
-        if (parsed.word(part.first) != "select")
-            return {};
-        auto own = simpleColumns(parsed, part, scope);
-        for (size_t i = 0; !first && i < columns.size(); ++i)
-            columns[i].second = i < own.size() && own[i].second && columns[i].second;
-        if (first)
-            columns = std::move(own);
-        first = false;
-    }
-    return columns;
-}
-
-// The columns of a statement's result as its text has them, "*" left out.
-static std::vector<std::pair<string, bool>> readColumns(const Database &database, string_view sql)
-{
-    const Parsed parsed = {sql, scanSql(sql)};
-    Scope scope = {&database, {}, {}};
-    for (size_t i = 0; i < parsed.pieces.size(); ++i)
-        if (parsed.pieces[i].token == SqlToken::WORD || parsed.pieces[i].token == SqlToken::NAME)
-            scope.mentioned.push_back(parsed.name(i));
-    return selectColumns(parsed, {0, parsed.pieces.size()}, scope);
-}
-
 // ---- the database ----
 
 Database::~Database()
@@ -513,63 +150,19 @@ Database::~Database()
     sqlite3_close(db);
 }
 
-static void readTable(Database *database, const string &name)
+// Named in programs, a function of any number of arguments does not tell how many it is
+// given; one that is made for a number of them does. They are not called.
+static void tellArguments(sqlite3 *db)
 {
-    sqlite3_stmt *statement = nullptr;
-    if (sqlite3_prepare_v2(database->db, "select name, type from pragma_table_xinfo(?)", -1,
-                           &statement, nullptr) != SQLITE_OK)
-        return;
-    sqlite3_bind_text(statement, 1, name.c_str(), -1, SQLITE_TRANSIENT);
-    const string key = lowered(name);
-    while (sqlite3_step(statement) == SQLITE_ROW) {
-        const string column = reinterpret_cast<const char *>(sqlite3_column_text(statement, 0));
-        const auto *type = reinterpret_cast<const char *>(sqlite3_column_text(statement, 1));
-        database->tables[key][lowered(column)] = isDeclaredNumber(type);
-        database->tableOrder[key].push_back(column);
-    }
-    sqlite3_finalize(statement);
-}
-
-// What the expressions of a view yield.
-static void readView(Database *database, const string &name, string_view sql)
-{
-    const std::vector<SqlPiece> pieces = scanSql(sql);
-    size_t select = 0;
-    for (const SqlPiece &piece : pieces) {
-        const string word = lowered(sql.substr(piece.at, piece.end - piece.at));
-        if (isOneOf(word, {"select", "with"})) {
-            select = piece.at;
-            break;
-        }
-    }
-    const auto columns = readColumns(*database, sql.substr(select));
-    const std::vector<string> &order = database->tableOrder[lowered(name)];
-    for (size_t i = 0; columns.size() == order.size() && i < order.size(); ++i)
-        if (columns[i].second)
-            database->tables[lowered(name)][lowered(order[i])] = true;
-}
-
-static bool readSchema(Database *database)
-{
-    sqlite3_stmt *statement = nullptr;
-    if (sqlite3_prepare_v2(database->db, "select type, name, sql from sqlite_master order by rowid",
-                           -1, &statement, nullptr) != SQLITE_OK)
-        return false;
-    std::vector<std::pair<string, string>> views;
-    int status;
-    while ((status = sqlite3_step(statement)) == SQLITE_ROW) {
-        const string type = reinterpret_cast<const char *>(sqlite3_column_text(statement, 0));
-        const string name = reinterpret_cast<const char *>(sqlite3_column_text(statement, 1));
-        const auto *sql = reinterpret_cast<const char *>(sqlite3_column_text(statement, 2));
-        if (type == "table" || type == "view")
-            readTable(database, name);
-        if (type == "view" && sql)
-            views.push_back({name, sql});
-    }
-    sqlite3_finalize(statement);
-    for (const auto &[name, sql] : views)
-        readView(database, name, sql);
-    return status == SQLITE_DONE;
+    constexpr int most = 9;
+    for (const char *name : {"max", "min"})
+        for (int count = 2; count <= most; ++count)
+            sqlite3_create_function(
+                db, name, count, SQLITE_UTF8 | SQLITE_DETERMINISTIC, nullptr,
+                [](sqlite3_context *context, int, sqlite3_value **) {
+                    sqlite3_result_null(context);
+                },
+                nullptr, nullptr);
 }
 
 std::unique_ptr<Database> openDatabase(const string &path, string *problem)
@@ -582,10 +175,11 @@ std::unique_ptr<Database> openDatabase(const string &path, string *problem)
     }
     auto database = std::make_unique<Database>();
     if (sqlite3_open_v2(resolved, &database->db, SQLITE_OPEN_READONLY, nullptr) != SQLITE_OK ||
-        !readSchema(database.get())) {
+        !readStored(database->db, &database->stored)) {
         *problem = sqlite3_errmsg(database->db);
         return nullptr;
     }
+    tellArguments(database->db);
     return database;
 }
 
@@ -596,17 +190,26 @@ static void readParameters(const string &query, SqlAnswer *answer)
             answer->parameters.push_back({query.substr(piece.at, piece.end - piece.at), piece.at});
 }
 
+// Whether a column of that type has a number's affinity, which keeps other texts as they are.
+static bool isNumbersType(const string &type)
+{
+    const auto holds = [&type](const char *part) { return type.find(part) != string::npos; };
+    return holds("int") || (!holds("char") && !holds("clob") && !holds("text") && !holds("blob") &&
+                            (holds("real") || holds("floa") || holds("doub") || holds("num") ||
+                             holds("dec") || holds("bool")));
+}
+
 static void readResult(const Database &database, sqlite3_stmt *statement, const string &query,
                        SqlAnswer *answer)
 {
-    const int count = sqlite3_column_count(statement);
-    const auto byText = readColumns(database, query);
-    for (int i = 0; i < count; ++i) {
-        const char *name = sqlite3_column_name(statement, i);
-        bool number = isDeclaredNumber(sqlite3_column_decltype(statement, i));
-        if (byText.size() == static_cast<size_t>(count))
-            number = number || byText[static_cast<size_t>(i)].second;
-        answer->columns.push_back({name ? name : "", number});
+    const auto count = static_cast<size_t>(sqlite3_column_count(statement));
+    const auto values = valuesOf(database.db, database.stored, query, count);
+    for (size_t i = 0; i < count; ++i) {
+        const char *name = sqlite3_column_name(statement, static_cast<int>(i));
+        const char *type = sqlite3_column_decltype(statement, static_cast<int>(i));
+        const string declared = lowered(type ? type : "");
+        answer->columns.push_back(
+            {name ? name : "", values[i], isNumbersType(declared) ? declared : ""});
     }
 }
 
@@ -632,10 +235,12 @@ static size_t placeByMessage(string_view query, string_view message)
         return 0;
     string name = lowered(message.substr(colon + 2));
     name.erase(0, name.rfind('.') + 1); // of a table that is named with its database
-    const Parsed parsed = {query, scanSql(query)};
-    for (size_t i = 0; i < parsed.pieces.size(); ++i)
-        if (parsed.name(i) == name)
-            return parsed.pieces[i].at;
+    for (const SqlPiece &piece : scanSql(query)) {
+        const bool quoted = piece.token == SqlToken::NAME && piece.end - piece.at >= 2;
+        const size_t size = piece.end - piece.at - 2 * quoted;
+        if (lowered(query.substr(piece.at + quoted, size)) == name)
+            return piece.at;
+    }
     return 0;
 }
 

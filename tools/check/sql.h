@@ -8,16 +8,16 @@
 
 #include <map>
 #include <memory>
-#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
 
-struct sqlite3;
+#include "columns.h"
 
 struct SqlColumn {
     std::string name;
-    bool number; // holds numbers only, as far as its declaration and expression tell
+    Values values;
+    std::string declared; // as which numbers a table's column is declared, or empty
 };
 
 // A named or numbered parameter.
@@ -37,9 +37,7 @@ struct SqlAnswer {
 
 struct Database {
     sqlite3 *db = nullptr; // owned
-    // Columns of tables and views, in lower case, with whether they hold numbers only.
-    std::map<std::string, std::map<std::string, bool>> tables;
-    std::map<std::string, std::vector<std::string>> tableOrder;
+    StoredValues stored;
     std::map<std::string, SqlAnswer> answers; // by query
 
     Database() = default;

@@ -1,0 +1,446 @@
+/* tools/check/columns.cpp - the values of a query's columns, read off the program that
+ * SQLite makes of it: EXPLAIN lists that, and runs nothing.
+ *
+ * A table keeps text out of a column of numbers only when it is STRICT. What comes out of
+ * it passes registers on its way to the result, and each instruction says what becomes of
+ * them, whatever the query looks like: joins, views, compounds, subqueries. The program
+ * is followed with values in the place of values until nothing new comes: each stretch
+ * without a jump by itself, from all that a register holds at the end of any. Instructions
+ * are SQLite's own affair: one that is not listed here makes all columns free. */
+#include "columns.h"
+
+#include <sqlite3.h>
+#include <stdlib.h>
+
+#include <algorithm>
+#include <string_view>
+
+using std::string;
+using std::string_view;
+
+static constexpr size_t MOST_TEXTS = 64;
+static const Values ANYTHING = {true, {}};
+
+void Values::join(const Values &other)
+{
+    isFree = isFree || other.isFree;
+    texts.insert(other.texts.begin(), other.texts.end());
+    isFree = isFree || texts.size() > MOST_TEXTS;
+    if (isFree)
+        texts.clear();
+}
+
+// ---- what is stored ----
+
+// Of each table and index, by its page: whether a column holds numbers only. A generated
+// column that is not stored is computed where it is read. A table without rowid is stored
+// as its primary key's index.
+static constexpr char storedSql[] = R"(
+with number(tbl, cid, hidden, yes) as (
+    select m.name, x.cid, x.hidden, l.strict and upper(x.type) in ('INT', 'INTEGER', 'REAL')
+        from sqlite_schema m, pragma_table_list(m.name) l, pragma_table_xinfo(m.name) x
+        where m.type = 'table' and l.schema = 'main'),
+item(root, tbl, idx) as (
+    select rootpage, tbl_name, name from sqlite_schema where type = 'index'
+    union all
+    select m.rootpage, m.name, i.name
+        from sqlite_schema m, pragma_table_list(m.name) l, pragma_index_list(m.name) i
+        where m.type = 'table' and l.schema = 'main' and l.wr and i.origin = 'pk')
+select m.rootpage, n.cid, n.yes
+    from sqlite_schema m, pragma_table_list(m.name) l, number n
+    where m.type = 'table' and m.rootpage > 0 and l.schema = 'main' and not l.wr
+      and n.tbl = m.name and n.hidden <> 2
+union all
+select item.root, x.seqno, x.cid = -1 or coalesce(n.yes, 0)
+    from item join pragma_index_xinfo(item.idx) x
+    left join number n on n.tbl = item.tbl and n.cid = x.cid
+order by 1, 2)";
+
+bool readStored(sqlite3 *db, StoredValues *stored)
+{
+    sqlite3_stmt *statement = nullptr;
+    if (sqlite3_prepare_v2(db, storedSql, -1, &statement, nullptr) != SQLITE_OK)
+        return false;
+    int status;
+    while ((status = sqlite3_step(statement)) == SQLITE_ROW)
+        (*stored)[sqlite3_column_int(statement, 0)].push_back(
+            {sqlite3_column_int(statement, 2) == 0, {}});
+    sqlite3_finalize(statement);
+    return status == SQLITE_DONE;
+}
+
+// ---- registers and rows ----
+
+namespace
+{
+struct Instruction {
+    const struct Meaning *meaning;
+    int p1, p2, p3;
+    string p4;
+};
+
+// What the columns of rows can be.
+struct Rows {
+    std::vector<Values> columns;
+    bool isFree = false; // all of them
+
+    Values at(int index) const
+    {
+        if (isFree)
+            return ANYTHING;
+        const auto i = static_cast<size_t>(index);
+        return i < columns.size() ? columns[i] : Values();
+    }
+};
+
+struct Cursor {
+    Rows rows;       // that are stored, or that the program puts there
+    int record = -1; // the register whose record is its row
+    int same = -1;   // the cursor whose rows it shares
+};
+
+struct Machine {
+    const StoredValues &stored;
+    std::map<int, Values> ends;  // of registers, at the ends of stretches
+    std::map<int, Values> now;   // of those that this stretch has set
+    std::map<int, Rows> records; // of registers that hold a row as one value
+    std::map<int, Cursor> cursors;
+    Rows result;
+    bool changed = false;
+
+    const Values &get(int reg)
+    {
+        const auto found = now.find(reg);
+        return found != now.end() ? found->second : ends[reg];
+    }
+    void add(Values *to, const Values &more)
+    {
+        const Values before = *to;
+        to->join(more);
+        changed = changed || !(*to == before);
+    }
+    void add(Rows *to, const Rows &more)
+    {
+        if (to->columns.size() < more.columns.size())
+            to->columns.resize(more.columns.size());
+        for (size_t i = 0; i < more.columns.size(); ++i)
+            add(&to->columns[i], more.columns[i]);
+        changed = changed || (more.isFree && !to->isFree);
+        to->isFree = to->isFree || more.isFree;
+    }
+    Cursor &cursor(int number)
+    {
+        while (cursors[number].same >= 0)
+            number = cursors[number].same;
+        return cursors[number];
+    }
+    void endStretch()
+    {
+        for (const auto &[reg, values] : now)
+            add(&ends[reg], values);
+        now.clear();
+    }
+};
+} // namespace
+
+// ---- instructions ----
+
+static void doNothing(Machine &, const Instruction &)
+{
+}
+
+template <int Instruction::*REG> static void setNumber(Machine &machine, const Instruction &in)
+{
+    machine.now[in.*REG] = {};
+}
+
+template <int Instruction::*REG> static void setAnything(Machine &machine, const Instruction &in)
+{
+    machine.now[in.*REG] = ANYTHING;
+}
+
+static void setNull(Machine &machine, const Instruction &in)
+{
+    for (int reg = in.p2; reg <= std::max(in.p2, in.p3); ++reg)
+        machine.now[reg] = {};
+}
+
+static void setText(Machine &machine, const Instruction &in)
+{
+    machine.now[in.p2] = {false, {in.p4}};
+}
+
+// MORE: registers besides those that p3 tells.
+template <int MORE> static void copy(Machine &machine, const Instruction &in)
+{
+    for (int i = 0; i < in.p3 + MORE; ++i) {
+        const Values values = machine.get(in.p1 + i);
+        machine.now[in.p2 + i] = values;
+        machine.add(&machine.records[in.p2 + i], Rows(machine.records[in.p1 + i]));
+    }
+}
+
+// p2 is an affinity: NUMERIC, INTEGER and REAL make a number of any text.
+static void cast(Machine &machine, const Instruction &in)
+{
+    if (in.p2 >= 'C' && in.p2 <= 'E')
+        machine.now[in.p1] = {};
+}
+
+static void openStored(Machine &machine, const Instruction &in)
+{
+    const auto found = machine.stored.find(in.p2);
+    const bool known = in.p3 == 0 && found != machine.stored.end(); // in the main database
+    machine.add(&machine.cursor(in.p1).rows, known ? Rows{found->second, false} : Rows{{}, true});
+}
+
+static void openSame(Machine &machine, const Instruction &in)
+{
+    machine.cursors[in.p1].same = in.p2;
+}
+
+static void openRecord(Machine &machine, const Instruction &in)
+{
+    machine.cursor(in.p1).record = in.p2;
+}
+
+static void makeRecord(Machine &machine, const Instruction &in)
+{
+    Rows row;
+    for (int i = 0; i < in.p2; ++i)
+        row.columns.push_back(machine.get(in.p1 + i));
+    machine.add(&machine.records[in.p3], row);
+    machine.now[in.p3] = ANYTHING;
+}
+
+static void insert(Machine &machine, const Instruction &in)
+{
+    machine.add(&machine.cursor(in.p1).rows, machine.records[in.p2]);
+}
+
+static void takeRow(Machine &machine, const Instruction &in)
+{
+    const Cursor &cursor = machine.cursor(in.p1);
+    Rows &row = machine.records[in.p2];
+    machine.add(&row, cursor.rows);
+    machine.add(&row, Rows(machine.records[cursor.record]));
+    machine.now[in.p2] = ANYTHING;
+}
+
+static void takeColumn(Machine &machine, const Instruction &in)
+{
+    const Cursor &cursor = machine.cursor(in.p1);
+    Values values = cursor.rows.at(in.p2);
+    values.join(machine.records[cursor.record].at(in.p2));
+    machine.now[in.p3] = values;
+}
+
+static void giveResult(Machine &machine, const Instruction &in)
+{
+    for (int i = 0; i < std::min(in.p2, static_cast<int>(machine.result.columns.size())); ++i)
+        machine.add(&machine.result.columns[static_cast<size_t>(i)], machine.get(in.p1 + i));
+}
+
+// ---- functions ----
+
+namespace
+{
+enum class Returns : uint8_t { NUMBER, ARGUMENT, TEXT };
+
+struct FunctionRow {
+    Returns returns;
+    const char *text; // that has all the signs which its results can have
+    const char *names;
+};
+} // namespace
+
+static constexpr FunctionRow functionRows[] = {
+    {Returns::NUMBER, "",
+     "abs avg ceil ceiling changes count cume_dist dense_rank floor glob instr json_array_length "
+     "julianday last_insert_rowid length like mod ntile percent_rank pow power random rank round "
+     "row_number sign sqrt sum total total_changes trunc unicode unixepoch"},
+    {Returns::ARGUMENT, "", "first_value last_value max min nullif"},
+    {Returns::TEXT, "2000-01-31 23:59:59.999", "date datetime time"},
+    {Returns::TEXT, "0F", "hex"},
+    {Returns::TEXT, "integer", "typeof"},
+};
+
+// Whether a list of words has this one.
+static bool hasWord(string_view list, string_view word)
+{
+    for (size_t at = 0; (at = list.find(word, at)) != string_view::npos; ++at)
+        if ((at == 0 || list[at - 1] == ' ') &&
+            (at + word.size() == list.size() || list[at + word.size()] == ' '))
+            return true;
+    return false;
+}
+
+// What a function returns: p4 is "NAME(COUNT)", p2 the register of its first argument.
+static Values resultOf(Machine &machine, const Instruction &in)
+{
+    const size_t open = std::min(in.p4.find('('), in.p4.size());
+    const string_view name = string_view(in.p4).substr(0, open);
+    const auto *row = std::find_if(std::begin(functionRows), std::end(functionRows),
+                                   [&](const FunctionRow &f) { return hasWord(f.names, name); });
+    const int count = open < in.p4.size() ? atoi(in.p4.c_str() + open + 1) : -1;
+    if (row == std::end(functionRows) || name.empty())
+        return ANYTHING;
+    if (row->returns == Returns::NUMBER)
+        return {};
+    if (row->returns == Returns::TEXT)
+        return {false, {row->text}};
+    Values values = {count < 0, {}};
+    for (int i = 0; i < count; ++i)
+        values.join(machine.get(in.p2 + i));
+    return values;
+}
+
+static void call(Machine &machine, const Instruction &in)
+{
+    const Values values = resultOf(machine, in);
+    machine.now[in.p3] = values;
+}
+
+// A step of an aggregate adds to what its last one leaves in the register.
+static void takeStep(Machine &machine, const Instruction &in)
+{
+    Values values = machine.get(in.p3);
+    values.join(resultOf(machine, in));
+    machine.now[in.p3] = values;
+}
+
+static void takeAggregate(Machine &machine, const Instruction &in)
+{
+    const Values values = machine.get(in.p1);
+    machine.now[in.p3] = values;
+}
+
+// ---- the program ----
+
+namespace
+{
+// Where the program goes on, but for the next instruction.
+enum class Flow : uint8_t { NOWHERE, P2, P2_OR_P3, ANY };
+
+// What instructions do to values.
+struct Meaning {
+    Flow flow;
+    void (*act)(Machine &, const Instruction &);
+    const char *names;
+};
+} // namespace
+
+// A number or null that comes with a jump need not be told: values are never less.
+static constexpr Meaning meanings[] = {
+    {Flow::P2, doNothing,
+     "DecrJumpZero ElseEq EndCoroutine Eq Filter Found Ge Gosub Goto Gt Halt IdxGE IdxGT IdxLE "
+     "IdxLT If IfNoHope IfNot IfNotZero IfNullRow IfPos Init IsNull Last Le Lt MustBeInt Ne Next "
+     "NoConflict NotExists NotFound NotNull Once Prev Return Rewind RowSetRead RowSetTest SeekGE "
+     "SeekGT SeekLE SeekLT SeekRowid SeekScan SequenceTest Sort SorterCompare SorterNext "
+     "SorterSort VFilter VNext Yield"},
+    {Flow::P2_OR_P3, doNothing, "InitCoroutine"},
+    {Flow::ANY, doNothing, "Jump"},
+    {Flow::NOWHERE, doNothing,
+     "Affinity AggFinal Close ClrSubtype Compare DeferredSeek Delete Explain FilterAdd FinishSeek "
+     "IdxDelete Noop NullRow OpenAutoindex OpenEphemeral Permutation RealAffinity ReleaseReg "
+     "ResetSorter RowSetAdd SeekHit SorterOpen TableLock Transaction VOpen"},
+    {Flow::NOWHERE, setNumber<&Instruction::p1>, "AddImm CollSeq MemMax SoftNull"},
+    {Flow::NOWHERE, setNumber<&Instruction::p2>,
+     "BeginSubrtn BitNot Count IdxRowid Int64 IntCopy Integer IsTrue NewRowid Not OffsetLimit "
+     "Real Rowid Sequence ZeroOrNull"},
+    {Flow::NOWHERE, setNumber<&Instruction::p3>,
+     "Add And BitAnd BitOr Divide Multiply Or Remainder ShiftLeft ShiftRight Subtract"},
+    {Flow::NOWHERE, setAnything<&Instruction::p2>, "Blob Variable"},
+    {Flow::NOWHERE, setAnything<&Instruction::p3>, "Concat VColumn"},
+    {Flow::NOWHERE, setNull, "Null"},
+    {Flow::NOWHERE, setText, "String8"},
+    {Flow::NOWHERE, copy<1>, "Copy SCopy"},
+    {Flow::NOWHERE, copy<0>, "Move"},
+    {Flow::NOWHERE, cast, "Cast"},
+    {Flow::NOWHERE, openStored, "OpenRead ReopenIdx"},
+    {Flow::NOWHERE, openSame, "OpenDup"},
+    {Flow::NOWHERE, openRecord, "OpenPseudo"},
+    {Flow::NOWHERE, makeRecord, "MakeRecord"},
+    {Flow::NOWHERE, insert, "IdxInsert Insert SorterInsert"},
+    {Flow::NOWHERE, takeRow, "RowData SorterData"},
+    {Flow::NOWHERE, takeColumn, "Column"},
+    {Flow::NOWHERE, giveResult, "ResultRow"},
+    {Flow::NOWHERE, call, "Function PureFunc"},
+    {Flow::NOWHERE, takeStep, "AggInverse AggStep"},
+    {Flow::NOWHERE, takeAggregate, "AggValue"},
+};
+
+// Returns false when the statement cannot be explained, or an instruction is unknown.
+static bool readProgram(sqlite3 *db, const string &query, std::vector<Instruction> *program)
+{
+    sqlite3_stmt *statement = nullptr;
+    const string explain = "explain " + query;
+    bool known =
+        sqlite3_prepare_v2(db, explain.c_str(), -1, &statement, nullptr) == SQLITE_OK && statement;
+    while (known && sqlite3_step(statement) == SQLITE_ROW) {
+        const auto number = [&](int column) { return sqlite3_column_int(statement, column); };
+        const auto text = [&](int column) {
+            const auto *bytes = sqlite3_column_text(statement, column);
+            return string(bytes ? reinterpret_cast<const char *>(bytes) : "");
+        };
+        const string name = text(1);
+        const auto *meaning =
+            std::find_if(std::begin(meanings), std::end(meanings),
+                         [&](const Meaning &m) { return hasWord(m.names, name); });
+        known = meaning != std::end(meanings);
+        program->push_back({meaning, number(2), number(3), number(4), text(5)});
+    }
+    return sqlite3_finalize(statement) == SQLITE_OK && known;
+}
+
+// Where a stretch may begin, besides behind a jump.
+static std::set<int> targetsOf(const std::vector<Instruction> &program)
+{
+    std::set<int> targets;
+    for (const Instruction &in : program) {
+        const Flow flow = in.meaning->flow;
+        if (flow == Flow::ANY)
+            targets.insert(in.p1);
+        if (flow != Flow::NOWHERE)
+            targets.insert(in.p2);
+        if (flow == Flow::ANY || flow == Flow::P2_OR_P3)
+            targets.insert(in.p3);
+    }
+    return targets;
+}
+
+// Whether all that the program puts into cursors are rows that it has made.
+static bool recordsAreKnown(const std::vector<Instruction> &program)
+{
+    std::set<int> records;
+    for (const Instruction &in : program) {
+        if (in.meaning->act == makeRecord)
+            records.insert(in.p3);
+        if (in.meaning->act == takeRow)
+            records.insert(in.p2);
+    }
+    return std::all_of(program.begin(), program.end(), [&](const Instruction &in) {
+        return in.meaning->act != insert || records.contains(in.p2);
+    });
+}
+
+std::vector<Values> valuesOf(sqlite3 *db, const StoredValues &stored, const string &query,
+                             size_t count)
+{
+    std::vector<Instruction> program;
+    if (!readProgram(db, query, &program) || !recordsAreKnown(program))
+        return std::vector<Values>(count, ANYTHING);
+    const std::set<int> targets = targetsOf(program);
+    Machine machine = {stored, {}, {}, {}, {}, {std::vector<Values>(count), false}, true};
+    while (machine.changed) {
+        machine.changed = false;
+        for (size_t i = 0; i < program.size(); ++i) {
+            if (targets.contains(static_cast<int>(i)))
+                machine.endStretch();
+            program[i].meaning->act(machine, program[i]);
+            if (program[i].meaning->flow != Flow::NOWHERE)
+                machine.endStretch();
+        }
+    }
+    return machine.result.columns;
+}
