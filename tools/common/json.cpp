@@ -95,27 +95,27 @@ const Json &Json::at(string_view key) const
 {
     if (const Json *found = find(key))
         return *found;
-    throw JsonError("there is no '" + string(key) + "'");
+    throw JsonError{"there is no '" + string(key) + "'"};
 }
 
 const Json &Json::operator[](size_t index) const
 {
     if (index >= items.size())
-        throw JsonError("a list is too short");
+        throw JsonError{"a list is too short"};
     return items[index];
 }
 
 const string &Json::asText() const
 {
     if (!isText())
-        throw JsonError("a text is expected");
+        throw JsonError{"a text is expected"};
     return text;
 }
 
 uint32_t Json::asCount() const
 {
     if (kind != Kind::INTEGER || integer < 0 || integer > std::numeric_limits<uint32_t>::max())
-        throw JsonError("a number from 0 is expected");
+        throw JsonError{"a number from 0 is expected"};
     return static_cast<uint32_t>(integer);
 }
 
