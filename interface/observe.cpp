@@ -197,10 +197,10 @@ void observe::answered(int32_t result, const QueryRow *rows)
         observer->answered(observer->self, result, rows);
 }
 
-void observe::lookedUp(const char *id, size_t offset, std::string_view text)
+void observe::looksUp(const char *id, size_t at)
 {
-    if (observer && observer->lookedUp)
-        observer->lookedUp(observer->self, id, offset, text);
+    if (observer && observer->looksUp)
+        observer->looksUp(observer->self, id, at);
 }
 
 FILE *observe::openFile(const char *path)

@@ -91,7 +91,7 @@ struct Observer {
     void (*read)(void *self, const char *name, const char *value); // null: there is none
     void (*asks)(void *self, int32_t mode, const char *query);     // in front of the callback
     void (*answered)(void *self, int32_t result, const QueryRow *rows);
-    void (*lookedUp)(void *self, const char *id, size_t at, std::string_view text); // of a field
+    void (*looksUp)(void *self, const char *id, size_t at); // the text of a field there
     void (*message)(void *self, const Told &told);
     // The file for base64, in the place of fopen(path, "r").
     FILE *(*opensFile)(void *self, const char *path);
@@ -119,7 +119,7 @@ void assigned(const char *name, const char *index, const char *value, bool store
 void read(const char *name, const char *value);
 void asks(int32_t mode, const char *query);
 void answered(int32_t result, const QueryRow *rows);
-void lookedUp(const char *id, size_t offset, std::string_view text);
+void looksUp(const char *id, size_t at);
 FILE *openFile(const char *path);
 void tell(Message id, const char *form, const Value *values, size_t count, ...);
 
@@ -187,7 +187,7 @@ inline void asks(int32_t, const char *)
 inline void answered(int32_t, const QueryRow *)
 {
 }
-inline void lookedUp(const char *, size_t, std::string_view)
+inline void looksUp(const char *, size_t)
 {
 }
 inline FILE *openFile(const char *path)

@@ -165,9 +165,9 @@ static FieldResult substitute(Refill *refill, const char *end)
     const size_t idLength = std::min(length - 4, FIELD_ID_CAPACITY - 1);
     memcpy(fieldId, field + 2, idLength);
     fieldId[idLength] = '\0';
+    observe::looksUp(fieldId, static_cast<size_t>(field - refill->entry->mapStart));
     const string_view found = lookupText(fieldId);
     ++inpr->textFieldCount;
-    observe::lookedUp(fieldId, static_cast<size_t>(field - refill->entry->mapStart), found);
     if (!found.data()) {
         observe::substituted(refill->placed, length, 0);
         logMessage<Message::TEXT_MISSING>(currentTemplate(), fieldId);

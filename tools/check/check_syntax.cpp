@@ -4,7 +4,6 @@
 
 #include "grammar/commands.h"
 #include "report.h"
-#include "tools/common/advice.h"
 
 using std::string;
 using std::string_view;
@@ -160,9 +159,7 @@ static void reportComplaint(Report &all, const Template &tpl, const Complaint &c
 {
     const Begun *begun =
         complaint.begun >= 0 ? &tpl.begun[static_cast<size_t>(complaint.begun)] : nullptr;
-    string shown = adviceOn(complaint.id).told;
-    if (complaint.id == Message::MALFORMED)
-        shown += " " + wordsOfToken(complaint.token);
+    string shown = complaint.text;
     std::vector<Note> notes;
     if (begun && begun->token == F_UNDEF) {
         shown += ": " + hintUnknown(tpl, *begun);

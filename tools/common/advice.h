@@ -3,15 +3,22 @@
 #ifndef ORV_COMMON_ADVICE_H
 #define ORV_COMMON_ADVICE_H
 
+#include <string>
+
 #include "interface/messages.h"
+#include "interface/observe.h"
 
 struct Advice {
     Message id;
-    const char *told;    // empty: of no use to an author, or told where it is shown
+    const char *told;    // %1: the message's first value; empty: of no use to an author, or
+                         // told where it is shown
     const char *mending; // a sentence or more; empty when nothing is to be mended
 };
 
 /* What there is to say of a message. */
 const Advice &adviceOn(Message id);
+
+/* What an author is told of a message, with its values. */
+std::string tellAuthor(const observe::Told &told);
 
 #endif

@@ -19,6 +19,7 @@
 
 #include "grammar/commands.h"
 #include "interface/observe.h"
+#include "tools/common/advice.h"
 #include "scanner/scanner.h"
 
 namespace
@@ -256,8 +257,7 @@ static void noteMessage(void *self, const observe::Told &told)
     if (told.id != Message::UNKNOWN_COMMAND)
         reading.settled = reading.tpl->begun.size();
     const int32_t line = told.id == Message::ENDS_INSIDE ? 0 : told.spot.line;
-    const int64_t token = told.id == Message::MALFORMED ? told.values[2].number : 0;
-    reading.tpl->complaints.push_back({told.id, line, span, begun, static_cast<int>(token)});
+    reading.tpl->complaints.push_back({told.id, line, span, begun, tellAuthor(told)});
 }
 
 // ---- tokens ----

@@ -86,10 +86,10 @@ struct Begun {
 // What the scanner or the grammar has complained about.
 struct Complaint {
     Message id;
-    int32_t line;  // as the log names it; 0 when it names none
-    Span span;     // where the mistake begins; on that line
-    int32_t begun; // index of the command that it is about, -1 for none
-    int token;     // F_ number of a command like the one that is malformed, else 0
+    int32_t line;     // as the log names it; 0 when it names none
+    Span span;        // where the mistake begins; on that line
+    int32_t begun;    // index of the command that it is about, -1 for none
+    std::string text; // what the author is told
 };
 
 struct Template {

@@ -190,11 +190,9 @@ static ReportSetting settingOf(const Job &job, const string &page)
 // Answers why there is no page, which is the first of the errors that its bar tells.
 static int answerTrouble(Job &job, const char *status, Trouble trouble)
 {
-    if (trouble.hint.empty())
-        trouble.hint = hintFor(trouble.text);
     job.trace.messages.insert(
         job.trace.messages.begin(),
-        {ORV_LOG_ERROR, trouble.place, trouble.title + ". " + trouble.text});
+        {ORV_LOG_ERROR, trouble.place, trouble.title + ". " + trouble.text, trouble.hint, "", {}});
     return answerPage(job, status, troublePage(trouble), settingOf(job, trouble.place.file));
 }
 
@@ -222,13 +220,12 @@ static void setVariables(Job &job, Interpreter *interpreter)
                  job.request.method == "POST" ? "the form" : "the address");
 }
 
-// Takes the message with these words off the trace: the page says it in words of its own.
-// place: out, where it was. Returns whether there was one.
-static bool takeMessage(Trace &trace, const char *words, Place *place)
+// Takes a message off the trace: the page says it in words of its own. place: out, where
+// it was. Returns whether there was one.
+static bool takeMessage(Trace &trace, Message id, Place *place)
 {
-    const auto found = std::ranges::find_if(trace.messages, [words](const TraceMessage &message) {
-        return message.text.find(words) != string::npos;
-    });
+    const auto found = std::ranges::find_if(
+        trace.messages, [id](const TraceMessage &message) { return message.id == id; });
     if (found == trace.messages.end())
         return false;
     *place = found->place;
@@ -246,7 +243,7 @@ static Trouble runTrouble(Job &job, const string &page, const string &made)
         const bool isEmpty = !first || first->problem.empty();
         trouble.title = isEmpty ? page + " is empty" : page + " cannot be opened";
         trouble.text = isEmpty ? "An empty template makes no page." : first->problem;
-        takeMessage(job.trace, "mmap() on file", &trouble.place);
+        takeMessage(job.trace, Message::CANNOT_MAP, &trouble.place);
         return trouble;
     }
     trouble.title = "The page breaks off";
@@ -258,7 +255,7 @@ static Trouble runTrouble(Job &job, const string &page, const string &made)
     if (!made.empty())
         trouble.hint = "The usual causes are a command without its ?>, and an argument of more "
                        "than some 10,000 pieces.";
-    if (takeMessage(job.trace, "File ends inside cmd", &trouble.place)) {
+    if (takeMessage(job.trace, Message::ENDS_INSIDE, &trouble.place)) {
         trouble.text = "The template ends inside a command: its ?> is missing.";
         trouble.hint = "";
     }
@@ -277,8 +274,9 @@ static int answerTemplate(Job &job, const string &page)
         job.trace.error = job.switches.error.c_str();
     Interpreter *interpreter = traceInterpreter(job.trace);
     if (!interpreter)
-        return answerTrouble(job, "500 Internal Server Error",
-                             {"Out of memory", "There was none to make the page.", "", {}, {}, "", {}});
+        return answerTrouble(
+            job, "500 Internal Server Error",
+            {"Out of memory", "There was none to make the page.", "", {}, {}, "", {}});
     setVariables(job, interpreter);
     const string made = traceRun(job.trace, interpreter, page);
     if (job.trace.result != ORV_RUN_DONE)

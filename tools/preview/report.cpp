@@ -12,57 +12,6 @@ namespace fs = std::filesystem;
 
 static constexpr int32_t LINES_AROUND = 2;
 
-// The first row whose words a message has gives the hint.
-static constexpr struct {
-    const char *words;
-    const char *hint;
-} hints[] = {
-    {"database is locked", "Another program is writing to it; load the page again."},
-    {"the database cannot be read", "The page is loaded again when it can."},
-    {"Cannot read the database", "The page is loaded again when it can be read."},
-    {"Unknown Cmd", "Behind <? stands no command's name, so it came out as text. Names are written "
-                    "in small letters, and white space follows them."},
-    {"Cmd ending with too many arguments",
-     "The command has more arguments than it takes and was left out. A text with blanks in it "
-     "stands between quotes."},
-    {"Too few arguments in cmd", "The command lacks its last argument and was left out."},
-    {"Too few arguments in <?",
-     "The command and all that follows it, up to the next text of the page, were left out."},
-    {"Missing array Index", "An element is written $var:NAME[INDEX]; the brackets are empty."},
-    {"File ends inside cmd", "A command that begins near the end of the file has no ?>."},
-    {"Invalid numVar Index",
-     "There is no such column or counter. $1 is column 1 of the outermost body, $11 that of the "
-     "body inside it; write $01 where a letter or digit follows."},
-    {"is no valid number", "A number was expected; the text counts as something else."},
-    {"no such column",
-     "The database has no column of that name; a text in SQL stands between ' and '."},
-    {"no such table", "The database has no table of that name."},
-    {"there is no database", "Start orv-preview with --db FILE to answer queries."},
-    {"include in an argument of a running body refused",
-     "Inside a body, an include cannot be the value of another command: write it where its text "
-     "is to appear."},
-    {"MAX_INCLUDE_DEPTH", "20 templates are open. Does one include itself?"},
-    {"MAX_CMD_DEPTH", "Bodies are nested more than 64 deep."},
-    {"not found in database",
-     "The texts have no entry of that id, and the page shows nothing there."},
-    {"could not resolve link '/var/htmltext.db'",
-     "The page has text fields but there are no texts: start orv-preview with --texts en.po."},
-    {"requested open/mmap of fallback database",
-     "There is no second language to look texts up in that the first one lacks."},
-    {"could not resolve link '/etc/htmltext_", "There are no texts in that language."},
-    {"No such file or directory",
-     "Paths begin at the folder that is shown, not at the template's own."},
-    {"not below the document root", "Nothing outside the folder that is shown is read."},
-};
-
-string hintFor(const string &message)
-{
-    for (const auto &row : hints)
-        if (message.find(row.words) != string::npos)
-            return row.hint;
-    return "";
-}
-
 static Json sourceOf(const Trace &trace, const Place &place)
 {
     Json lines = Json::array();
@@ -71,33 +20,37 @@ static Json sourceOf(const Trace &trace, const Place &place)
     return lines;
 }
 
-static Json message(const Trace &trace, int32_t severity, const Place &place, const string &text,
-                    int32_t times)
+static Json message(const Trace &trace, const TraceMessage &told)
 {
     static constexpr const char *names[] = {"notice", "warning", "error"};
-    return {{"severity", names[severity]},
-            {"file", place.file},
-            {"line", place.line},
-            {"text", text},
-            {"times", times},
-            {"hint", hintFor(text)},
-            {"source", sourceOf(trace, place)}};
+    return {{"severity", names[told.severity]},
+            {"file", told.place.file},
+            {"line", told.place.line},
+            {"text", told.text},
+            {"times", told.times},
+            {"hint", told.hint},
+            {"log", told.log},
+            {"source", sourceOf(trace, told.place)}};
 }
 
 static Json messages(const Trace &trace, const ReportSetting &setting)
 {
     Json list = Json::array();
     for (const FileProblem &problem : setting.config.problems)
-        list.push_back(
-            message(trace, ORV_LOG_ERROR, {problem.file, problem.line}, problem.text, 1));
+        list.push_back(message(
+            trace, {ORV_LOG_ERROR, {problem.file, problem.line}, problem.text, "", "", {}}));
     for (int32_t severity = ORV_LOG_ERROR; severity >= ORV_LOG_NOTICE; --severity) {
         for (const TraceMessage &m : trace.messages)
             if (m.severity == severity)
-                list.push_back(message(trace, severity, m.place, m.text, m.times));
+                list.push_back(message(trace, m));
         if (severity == ORV_LOG_WARNING && !setting.openMarkup.empty())
             list.push_back(message(
-                trace, severity, {setting.page, 0},
-                "The page ends inside " + setting.openMarkup + ", which is never closed", 1));
+                trace, {severity,
+                        {setting.page, 0},
+                        "The page ends inside " + setting.openMarkup + ", which is never closed",
+                        "",
+                        "",
+                        {}}));
     }
     return list;
 }

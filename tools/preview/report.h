@@ -30,7 +30,4 @@ std::string readFindings(const std::string &printed, const std::string &docRoot)
 /* A text as a literal of JavaScript. */
 std::string scriptText(const std::string &text);
 
-/* What an author can do about a message; empty when nothing is known. */
-std::string hintFor(const std::string &message);
-
 #endif

@@ -1,4 +1,5 @@
-/* tools/preview/trace.cpp - see the header. The trace that runs is the process's. */
+/* tools/preview/trace.cpp - what an observer and the host's callbacks learn of a run. A
+ * command is known by its record's address from its making to its end. */
 #include "trace.h"
 
 #include <errno.h>
@@ -12,20 +13,21 @@
 #include <algorithm>
 #include <string_view>
 
+#include <sqlite3.h>
+
 #include "excerpt.h"
+#include "grammar/commands.h"
 #include "interface/interpreter.h"
 #include "interface/log.h"
 #include "interface/process.h"
 #include "pages.h"
-#include "vars/tree.h"
+#include "tools/common/advice.h"
 
 using std::string;
 using std::string_view;
 
 static constexpr size_t SAMPLE_ROWS = 20;
 static constexpr size_t SAMPLE_BYTES = 200;
-
-static Trace *running; // borrowed
 
 static int64_t now()
 {
@@ -40,20 +42,34 @@ static Place here()
     return {file, file.empty() ? 0 : currentLine()};
 }
 
-static Trace &traceOf(const Interpreter *interpreter)
+// Where the command begins that is being run, or else where the scanner is.
+static Place acting(const Trace &trace)
 {
-    return *static_cast<Trace *>(static_cast<Host *>(Orv_Interpreter_HostData(interpreter)));
+    if (trace.acting.empty())
+        return here();
+    const auto found = trace.made.find(trace.acting.back());
+    return found == trace.made.end() ? here() : found->second;
 }
 
-void traceMessage(Trace &trace, int32_t severity, Place place, string text)
+static Trace &traceOf(void *self)
+{
+    return *static_cast<Trace *>(self);
+}
+
+static void addMessage(Trace &trace, TraceMessage message)
 {
     for (TraceMessage &known : trace.messages)
-        if (known.text == text && known.place.file == place.file &&
-            known.place.line == place.line) {
+        if (known.text == message.text && known.place.file == message.place.file &&
+            known.place.line == message.place.line) {
             ++known.times;
             return;
         }
-    trace.messages.push_back({severity, std::move(place), std::move(text)});
+    trace.messages.push_back(std::move(message));
+}
+
+void traceMessage(Trace &trace, int32_t severity, Place place, string text, string hint)
+{
+    addMessage(trace, {severity, std::move(place), std::move(text), std::move(hint), "", {}});
 }
 
 int32_t traceCount(const Trace &trace, int32_t severity)
@@ -77,86 +93,73 @@ int32_t traceCount(const Trace &trace, int32_t severity)
     _exit(write(STDOUT_FILENO, answer, count) < 0);
 }
 
-// ---- The log ----
+// ---- Messages ----
 
-// Takes what the log says in front of a message off it.
-static Place takePlace(string_view &text)
+// The line of a byte of a file below the document root; 0 when it cannot be read.
+static int32_t lineAt(const Trace &trace, const string &file, size_t offset)
 {
-    Place place = here();
-    for (const char *form : {", near line ", ", line ", ": "}) {
-        const string prefix = place.file + form;
-        if (place.file.empty() || !text.starts_with(prefix))
-            continue;
-        text.remove_prefix(prefix.size());
-        if (form[0] == ',') {
-            place.line =
-                static_cast<int32_t>(strtol(string(text.substr(0, 9)).c_str(), nullptr, 10));
-            text.remove_prefix(std::min(text.find(": ") + 2, text.size()));
-        }
-        break;
-    }
-    return place;
+    string bytes;
+    if (readBelow(trace, file, bytes) || offset > bytes.size())
+        return 0;
+    const auto end = bytes.begin() + static_cast<std::ptrdiff_t>(offset);
+    return 1 + static_cast<int32_t>(std::count(bytes.begin(), end, '\n'));
 }
 
-// The id of the text field that a message tells of, empty without one.
-static string fieldIn(string_view text)
+// Where a message's mistake stands.
+static Place placeOf(const Trace &trace, const observe::Told &told)
 {
-    const size_t start = text.find("{?");
-    const size_t end = text.find("?}", std::min(start, text.size()));
-    return string(end == string_view::npos ? "" : text.substr(start + 2, end - start - 2));
+    if (told.id == Message::ENDS_INSIDE && !trace.unclosed.empty())
+        return trace.unclosed.front().place;
+    if (told.id >= Message::BODIES_TOO_DEEP && told.id <= Message::QUERY_EMPTY)
+        return acting(trace);
+    return {told.spot.path, told.spot.line};
 }
 
-// Notes a text that the language lacks. Its line is looked for: a field is replaced
-// when its piece of the template is read ahead.
-static Place noteText(Trace &trace, const string &id, bool isMissing)
+// Notes that the language lacks the text that is looked up, and where.
+static Place noteText(Trace &trace, bool isMissing)
 {
     const string file = currentTemplate();
     for (TraceText &text : trace.texts)
-        if (text.id == id && text.place.file == file) {
+        if (text.id == trace.fieldId && text.place.file == file) {
             text.isMissing |= isMissing;
             return text.place;
         }
-    trace.texts.push_back({id, {file, lineOf(trace, file, "{?" + id + "?}", 0)}, isMissing});
+    trace.texts.push_back({trace.fieldId, {file, lineAt(trace, file, trace.fieldAt)}, isMissing});
     return trace.texts.back().place;
 }
 
-// Said by what the trace shows elsewhere, or of no use to an author.
-static constexpr string_view unshown[] = {"zarn - CGI-Variable set: ", "zarn - $HTML_TOOLTIPS ",
-                                          ": Real Time ", "fQuery() returned -1!",
-                                          "zarn - Language entries not found for current language"};
-
-static void takeLogLine(Trace &trace, string_view text)
+static void noteMessage(void *self, const observe::Told &told)
 {
-    if (text.ends_with('\n'))
-        text.remove_suffix(1);
-    // A message is counted before it is written.
-    static int32_t counts[ORV_LOG_SEVERITIES];
-    int32_t severity = ORV_LOG_NOTICE;
-    for (int32_t i = 0; i < ORV_LOG_SEVERITIES; ++i) {
-        if (logCounts[i] != counts[i])
-            severity = i;
-        counts[i] = logCounts[i];
-    }
-    for (string_view part : unshown)
-        if (text.find(part) != string_view::npos)
-            return;
-    const bool isFallback = text.starts_with("zarn - Fallback for DB-Field ");
-    Place place = takePlace(text);
-    if (isFallback || text.starts_with("WARNING - HTML-Text entry "))
-        place = noteText(trace, fieldIn(text), !isFallback);
-    else if (text.ends_with("File ends inside cmd"))
-        place.line = lineOf(trace, place.file, "<?", INT32_MAX);
-    for (string_view word : {"WARNING - ", "Warning: "}) // the severity tells it
-        if (text.starts_with(word))
-            text.remove_prefix(word.size());
-    // Said again, in the library's words, of a command that the grammar has reported.
-    const bool isSaid = text.find(": Missing ") != string_view::npos && !trace.messages.empty() &&
-                        trace.messages.back().place.line == place.line;
-    if (!isFallback && !isSaid)
-        traceMessage(trace, severity, std::move(place), string(text));
+    Trace &trace = traceOf(self);
+    const Advice &advice = adviceOn(told.id);
+    const bool isText = told.id == Message::TEXT_MISSING || told.id == Message::FALLBACK_USED;
+    const Place place =
+        isText ? noteText(trace, told.id == Message::TEXT_MISSING) : placeOf(trace, told);
+    if (!*advice.told || told.id == Message::FALLBACK_USED)
+        return;
+    // Said again of a command that the grammar has reported.
+    if (told.id == Message::MISSING_ARGUMENT && !trace.messages.empty() &&
+        trace.messages.back().place.line == place.line)
+        return;
+    string log = told.text;
+    log.resize(log.find_last_not_of('\n') + 1);
+    addMessage(trace, {static_cast<int32_t>(messageOf(told.id).severity), place, tellAuthor(told),
+                       advice.mending, log, told.id});
 }
 
-// ---- The callbacks, around the host's ----
+static void noteBlunder(void *self, const observe::Spot &spot)
+{
+    traceOf(self).stopped = {spot.path, spot.line};
+}
+
+static void noteField(void *self, const char *id, size_t at)
+{
+    Trace &trace = traceOf(self);
+    trace.fieldId = id;
+    trace.fieldAt = at;
+}
+
+// ---- Templates and commands ----
 
 // The host's lines since the last call; each begins with the program's name, which is
 // empty here, and ends with why.
@@ -172,26 +175,124 @@ static string takeReport(Trace &trace)
     return text;
 }
 
+// The callback around the host's: the library does not tell of what it could not open.
 static int32_t openTraced(Interpreter *interpreter, const char *path)
 {
-    Trace &trace = traceOf(interpreter);
+    Trace &trace =
+        *static_cast<Trace *>(static_cast<Host *>(Orv_Interpreter_HostData(interpreter)));
     TraceTemplate opened;
     opened.path = path;
     opened.parent = trace.open.empty() ? -1 : trace.open.back();
-    opened.place = here();
+    opened.place = acting(trace);
     const int32_t fd = hostCallbacks.fOpen(interpreter, path);
     if (fd < 0) {
         opened.problem = trace.openProblem ? trace.openProblem : "cannot be opened";
         takeReport(trace);
         if (opened.parent >= 0)
             traceMessage(trace, ORV_LOG_ERROR, opened.place,
-                         "Cannot include '" + opened.path + "': " + opened.problem);
+                         "Cannot include '" + opened.path + "': " + opened.problem,
+                         "Paths begin at the folder that is shown, not at the template's own, and "
+                         "nothing outside of it is read.");
     } else {
         trace.open.push_back(static_cast<int32_t>(trace.templates.size()));
     }
     trace.templates.push_back(std::move(opened));
     trace.begun.push_back(now());
     return fd;
+}
+
+static void noteClosed(void *self, const char *)
+{
+    Trace &trace = traceOf(self);
+    if (trace.open.empty())
+        return;
+    const auto index = static_cast<size_t>(trace.open.back());
+    trace.templates[index].microseconds = now() - trace.begun[index];
+    std::erase_if(trace.unclosed, [&trace](const TraceCommand &command) {
+        return command.level >= trace.open.size();
+    });
+    trace.open.pop_back();
+}
+
+static void noteToken(void *self, int token, const observe::Match &match, const Arg *)
+{
+    Trace &trace = traceOf(self);
+    const size_t level = trace.open.size();
+    auto &unclosed = trace.unclosed;
+    if (isCommand(token)) {
+        const string file = currentTemplate();
+        unclosed.push_back({level, match.depthBefore, {file, zarn_lloc.first_line}});
+    } else if (token == CMD_END || token == EOF_TAG) {
+        for (bool found = false; !found && !unclosed.empty() && unclosed.back().level == level;) {
+            found = token == EOF_TAG || unclosed.back().depth <= match.depthAfter;
+            trace.closed = unclosed.back().place;
+            unclosed.pop_back();
+        }
+    }
+}
+
+static void noteMade(void *self, const Cmd *cmd)
+{
+    Trace &trace = traceOf(self);
+    trace.made[cmd] = trace.closed;
+}
+
+static void noteBegin(void *self, const Cmd *cmd)
+{
+    traceOf(self).acting.push_back(cmd);
+}
+
+static void noteEnd(void *self, const Cmd *, int32_t)
+{
+    traceOf(self).acting.pop_back();
+}
+
+// ---- What commands do ----
+
+static void notePiece(void *self, string_view piece, size_t)
+{
+    Trace &trace = traceOf(self);
+    trace.writes += !piece.empty();
+    trace.bytes += piece.size();
+    if (trace.bytes > MAX_PAGE_BYTES)
+        stopRun("The page has more than 64 megabytes, and was stopped");
+}
+
+// The base64 command opens any file of the machine; here the folder is the limit.
+static FILE *openBelow(void *self, const char *path)
+{
+    Trace &trace = traceOf(self);
+    int32_t fd = -1;
+    const char *problem = hostOpenFile(trace, path, &fd);
+    if (problem)
+        traceMessage(trace, ORV_LOG_ERROR, acting(trace),
+                     string("base64 cannot read '") + path + "': " + problem,
+                     "Nothing outside the folder that is shown is read.");
+    FILE *file = problem ? nullptr : fdopen(fd, "r");
+    if (!problem && !file)
+        close(fd);
+    return file;
+}
+
+static void noteAssigned(void *self, const char *name, const char *index, const char *value,
+                         bool stored)
+{
+    Trace &trace = traceOf(self);
+    if (!inpr->resuming)
+        trace.assigned.push_back(
+            {index ? string(name) + index + "]" : name, value, "", acting(trace), !stored});
+}
+
+static void noteAsked(void *self, int32_t mode, const char *text)
+{
+    Trace &trace = traceOf(self);
+    TraceQuery query;
+    query.place = acting(trace);
+    query.text = text;
+    query.mode = mode;
+    query.isRepeated = inpr->resuming != 0;
+    trace.queries.push_back(std::move(query));
+    trace.asked = now();
 }
 
 static void keepRows(TraceQuery &query, const QueryRow *row)
@@ -208,120 +309,56 @@ static void keepRows(TraceQuery &query, const QueryRow *row)
     }
 }
 
-static int32_t answerTraced(Interpreter *interpreter, int32_t mode, const char *text,
-                            QueryRow **rows, int32_t *owned)
+// What can be done about a query that failed. SQLite has one code for most mistakes.
+static const char *hintOnQuery(const Trace &trace)
 {
-    Trace &trace = traceOf(interpreter);
-    TraceQuery query;
-    query.place = here();
-    query.text = text;
-    query.mode = mode;
-    query.isRepeated = interpreter->resuming != 0;
-    const int64_t start = now();
-    const int32_t result = hostCallbacks.fQuery(interpreter, mode, text, rows, owned);
-    query.microseconds = now() - start;
-    // The command's line is where it ends; an author looks for where its query stands.
-    const string begin = query.text.substr(0, query.text.find('\n'));
-    if (const int32_t line = lineOf(trace, query.place.file, begin, query.place.line))
-        query.place.line = line;
+    if (!trace.dbProblem.empty())
+        return "The page is loaded again when it can.";
+    if (!trace.db)
+        return "Start orv-preview with --db FILE to answer queries.";
+    if (sqlite3_errcode(trace.db) == SQLITE_BUSY)
+        return "Another program is writing to it; load the page again.";
+    return "A name that SQLite does not know is a table or a column of another database; a text "
+           "in SQL stands between ' and '.";
+}
+
+static void noteAnswered(void *self, int32_t result, const QueryRow *rows)
+{
+    Trace &trace = traceOf(self);
+    TraceQuery &query = trace.queries.back();
+    query.microseconds = now() - trace.asked;
     if (result == 0) {
-        keepRows(query, *rows);
-    } else {
-        const string line = takeReport(trace);
-        const size_t reason = line.find("': ", std::min(line.size(), query.text.size()));
-        query.problem = reason == string::npos ? line : line.substr(reason + 3);
-        if (!trace.dbProblem.empty())
-            query.problem = trace.dbProblem;
-        traceMessage(trace, ORV_LOG_ERROR, query.place, "Query failed: " + query.problem);
+        keepRows(query, rows);
+        return;
     }
-    trace.queries.push_back(std::move(query));
-    return result;
+    const string line = takeReport(trace);
+    const size_t reason = line.find("': ", std::min(line.size(), query.text.size()));
+    query.problem = reason == string::npos ? line : line.substr(reason + 3);
+    if (!trace.dbProblem.empty())
+        query.problem = trace.dbProblem;
+    traceMessage(trace, ORV_LOG_ERROR, query.place, "Query failed: " + query.problem,
+                 hintOnQuery(trace));
 }
 
-// ---- What the library calls, and what comes first here ----
-
-// NOLINTBEGIN(bugprone-reserved-identifier, cert-dcl37-c, cert-dcl51-cpp): the linker's names.
-extern "C" {
-ssize_t __real_write(int fd, const void *bytes, size_t count);
-FILE *__real_fopen64(const char *path, const char *mode);
-int32_t __real_doExclude();
-VarNode *__real_insertVar(VarNode **root, const char *key, const char *value, uint32_t flags);
-VarNode *__real_insertArray(VarNode **root, const char *name, const char *index, const char *value,
-                            uint32_t flags);
-int __real_zarn_error(const char *message);
-
-ssize_t __wrap_write(int fd, const void *bytes, size_t count)
+static observe::Observer observerOf(Trace &trace)
 {
-    if (running && logfileBuf && fd == logfileFd) {
-        takeLogLine(*running, {static_cast<const char *>(bytes), count});
-        return static_cast<ssize_t>(count);
-    }
-    if (running && inpr && fd == inpr->outputFd) {
-        ++running->writes;
-        running->bytes += count;
-        if (running->bytes > MAX_PAGE_BYTES)
-            stopRun("The page has more than 64 megabytes, and was stopped");
-    }
-    return __real_write(fd, bytes, count);
+    observe::Observer observer = {};
+    observer.self = &trace;
+    observer.closed = noteClosed;
+    observer.token = noteToken;
+    observer.blundered = noteBlunder;
+    observer.made = noteMade;
+    observer.begins = noteBegin;
+    observer.ended = noteEnd;
+    observer.piece = notePiece;
+    observer.assigned = noteAssigned;
+    observer.asks = noteAsked;
+    observer.answered = noteAnswered;
+    observer.looksUp = noteField;
+    observer.message = noteMessage;
+    observer.opensFile = openBelow;
+    return observer;
 }
-
-// The base64 command opens any file of the machine; here the folder is the limit.
-FILE *__wrap_fopen64(const char *path, const char *mode)
-{
-    if (!running || !inpr)
-        return __real_fopen64(path, mode);
-    int32_t fd = -1;
-    const char *problem = hostOpenFile(*running, path, &fd);
-    if (problem)
-        traceMessage(*running, ORV_LOG_ERROR, here(),
-                     string("base64 cannot read '") + path + "': " + problem);
-    FILE *file = problem ? nullptr : fdopen(fd, mode);
-    if (!problem && !file)
-        close(fd);
-    return file;
-}
-
-FILE *__wrap_fopen(const char *path, const char *mode)
-{
-    return __wrap_fopen64(path, mode);
-}
-
-// The template that is being read ends.
-int32_t __wrap_doExclude()
-{
-    if (running && inpr && !running->open.empty()) {
-        const auto index = static_cast<size_t>(running->open.back());
-        running->templates[index].microseconds = now() - running->begun[index];
-        running->open.pop_back();
-    }
-    return __real_doExclude();
-}
-
-VarNode *__wrap_insertVar(VarNode **root, const char *key, const char *value, uint32_t flags)
-{
-    VarNode *node = __real_insertVar(root, key, value, flags);
-    if (running && inpr && !inpr->resuming && key && value)
-        running->assigned.push_back({key, value, "", here(), !node});
-    return node;
-}
-
-VarNode *__wrap_insertArray(VarNode **root, const char *name, const char *index, const char *value,
-                            uint32_t flags)
-{
-    VarNode *node = __real_insertArray(root, name, index, value, flags);
-    if (running && inpr && !inpr->resuming && name && index && value)
-        running->assigned.push_back({string(name) + index + "]", value, "", here(), !node});
-    return node;
-}
-
-int __wrap_zarn_error(const char *message)
-{
-    if (running)
-        running->stopped = here();
-    return __real_zarn_error(message);
-}
-}
-// NOLINTEND(bugprone-reserved-identifier, cert-dcl37-c, cert-dcl51-cpp)
 
 // ---- The run ----
 
@@ -336,22 +373,21 @@ bool traceOpen(Trace &trace, const string &docRoot, const string &db, string *wh
     if (isOpen || db.empty() || report.find("cannot read database") == string::npos)
         return isOpen;
     trace.dbProblem = "the database cannot be read: " + *why;
-    traceMessage(trace, ORV_LOG_ERROR, {}, "Cannot read the database " + db + ": " + *why);
+    traceMessage(trace, ORV_LOG_ERROR, {}, "Cannot read the database " + db + ": " + *why,
+                 "The page is loaded again when it can be read.");
     hostClose(trace);
     return traceOpen(trace, docRoot, "", why);
 }
 
 Interpreter *traceInterpreter(Trace &trace)
 {
-    static constexpr auto tellError = [](Interpreter *interpreter, const char **message) {
-        return hostCallbacks.fError(interpreter, message);
-    };
-    static constexpr InterpreterCallbacks callbacks = {openTraced, answerTraced, tellError};
+    const InterpreterCallbacks callbacks = {openTraced, hostCallbacks.fQuery, hostCallbacks.fError};
     Interpreter *interpreter = Orv_Interpreter_Create(&callbacks);
-    running = &trace;
-    if (!interpreter || Orv_Interpreter_SetLog(trace.reports) != 0)
+    if (!interpreter)
         return nullptr;
     Orv_Interpreter_SetHostData(interpreter, static_cast<Host *>(&trace));
+    trace.observer = observerOf(trace);
+    observe::setObserver(&trace.observer);
     return interpreter;
 }
 
@@ -386,12 +422,7 @@ string traceRun(Trace &trace, Interpreter *interpreter, const string &page)
     trace.microseconds = now() - start;
     trace.textCount = interpreter->textFieldCount;
     alarm(0);
-    while (!trace.open.empty()) { // the parser gave up inside them
-        const auto index = static_cast<size_t>(trace.open.back());
-        trace.templates[index].microseconds = start + trace.microseconds - trace.begun[index];
-        trace.open.pop_back();
-    }
-    running = nullptr;
+    observe::setObserver(nullptr);
     Orv_Interpreter_Destroy(interpreter);
     hostClose(trace);
     string bytes = readAll(output);

@@ -1,18 +1,19 @@
 /* tools/preview/trace.h - the run of one page, and all that happened in it.
  *
- * The library calls out in more places than its three callbacks: the program is
- * linked so that its writes, variables and ends of templates come here
- * first (--wrap in CMakeLists.txt). So each thing is noted with the template and the
- * line that are being read, and the library is what every web program links. One
- * trace at a time. */
+ * An observer notes what the library tells of the run (interface/observe.h); the
+ * callbacks are the host's. A thing that a command does stands where the command begins.
+ * One trace at a time. */
 #ifndef PREVIEW_TRACE_H
 #define PREVIEW_TRACE_H
 
 #include <stdint.h>
+#include <optional>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "host.h"
+#include "interface/observe.h"
 
 struct Place {
     std::string file; // below the document root; empty where no template is concerned
@@ -22,7 +23,10 @@ struct Place {
 struct TraceMessage {
     int32_t severity; // ORV_LOG_
     Place place;
-    std::string text; // without the place
+    std::string text;          // without the place
+    std::string hint;          // what an author can do about it, may be empty
+    std::string log;           // the log's line, empty where the library has not told it
+    std::optional<Message> id; // of a message of the library
     int32_t times = 1;
 };
 
@@ -59,6 +63,13 @@ struct TraceText {
     bool isMissing; // else the fallback had it
 };
 
+// A command that is being read.
+struct TraceCommand {
+    size_t level; // templates that are open
+    size_t depth; // of the scanner's conditions in front of it
+    Place place;
+};
+
 struct Trace : Host {
     std::vector<TraceMessage> messages;
     std::vector<TraceQuery> queries;
@@ -73,10 +84,18 @@ struct Trace : Host {
     std::string dbProblem; // why the database is left out, empty when it is not
     Place stopped;         // where the parser met its last mistake
 
-    // For the callbacks alone.
+    // For the observer alone.
+    observe::Observer observer = {};
     std::vector<int32_t> open; // indices of the templates being read
     std::vector<int64_t> begun;
-    int reports = -1; // owned; the host's lines
+    std::vector<TraceCommand> unclosed;          // commands that have begun, inner ones last
+    Place closed;                                // of the command whose end was read last
+    std::unordered_map<const Cmd *, Place> made; // where a command begins
+    std::vector<const Cmd *> acting;             // inner ones last
+    std::string fieldId;                         // the text field that is looked up, and where
+    size_t fieldAt = 0;
+    int64_t asked = 0; // when the last query was
+    int reports = -1;  // owned; the host's lines
 };
 
 /* Opens the trace's host: docRoot becomes the working directory. A database that cannot be
@@ -97,7 +116,8 @@ void traceSet(Trace &trace, Interpreter *interpreter, const std::string &name,
 std::string traceRun(Trace &trace, Interpreter *interpreter, const std::string &page);
 
 /* Adds a message, or counts one that is there already. */
-void traceMessage(Trace &trace, int32_t severity, Place place, std::string text);
+void traceMessage(Trace &trace, int32_t severity, Place place, std::string text,
+                  std::string hint = "");
 
 /* How many of the messages are of a severity, each counted once. */
 int32_t traceCount(const Trace &trace, int32_t severity);
