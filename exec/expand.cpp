@@ -163,7 +163,7 @@ static bool expandElement(const ArgElem *elem, uint32_t id, int32_t direct)
     const auto *text = static_cast<const char *>(elem->value);
     switch (elem->type) {
     case ELEM_TEXT:
-        emitPiece(text, direct);
+        emitPiece(text ? text : "", direct);
         return true;
     case ELEM_GETVAR:
         lookupVar(text, id, direct);

@@ -30,14 +30,14 @@ bool makeValue(int token)
     static_assert(ARG_MAXARRAY == ARG_MINARRAY + 1);
     if (token < ARG_TEXT || token > ARG_MAXARRAY)
         return true;
-    Arg *arg = createArg(token - ARG_TEXT + ELEM_TEXT, scanner.value);
-    zarn_lval.arg = arg;
-    if (!arg) {
+    ArgElem *elem = createElem(token - ARG_TEXT + ELEM_TEXT, scanner.value);
+    zarn_lval.elem = elem;
+    if (!elem) {
         logNoValue();
         return false;
     }
     if (token >= ARG_MINARRAY) // the last byte has only kept the sign's place
-        static_cast<char *>(arg->elems->value)[scanner.value.size() - 1] =
+        static_cast<char *>(elem->value)[scanner.value.size() - 1] =
             token == ARG_MINARRAY ? '-' : '+';
     return true;
 }
@@ -50,7 +50,7 @@ int zarn_lex()
     do
         token = nextToken();
     while (!makeValue(token));
-    observe::token(token, token >= ARG_TEXT && token <= ARG_MAXARRAY ? zarn_lval.arg : nullptr);
+    observe::token(token, token >= ARG_TEXT && token <= ARG_MAXARRAY ? zarn_lval.elem : nullptr);
     if (token == 0)
         doExclude();
     return token;
@@ -91,12 +91,12 @@ Cmd *makeRepeat(int token, Arg *lower, Arg *upper, Arg *marker, Arg *body)
     return createCmd(commandOf(token).id, getRepeatUpBound(marker), lower, upper, body, nullptr);
 }
 
-Arg *addArrayRef(Arg *name, int32_t line, Arg *index)
+Arg *addArrayRef(ArgElem *name, int32_t line, Arg *index)
 {
     if (index)
-        return joinArgs(name, index);
+        return putElem(name, index);
     logMessage<Message::EMPTY_INDEX>(currentTemplate(), line);
-    destroyArg(&name);
+    destroyElem(name);
     return nullptr;
 }
 

@@ -44,7 +44,7 @@ Cmd *makeRepeat(int token, Arg *lower, Arg *upper, Arg *marker, Arg *body);
 
 /* An array reference in front of its index; a missing index is logged and
  * leaves no argument. */
-Arg *addArrayRef(Arg *name, int32_t line, Arg *index);
+Arg *addArrayRef(ArgElem *name, int32_t line, Arg *index);
 
 /* Report a command that is dropped; they return null for it. */
 Cmd *dropMalformed(int token, int32_t line);

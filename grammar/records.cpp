@@ -1,9 +1,10 @@
 /* grammar/records.cpp - command records: made by the grammar from the inside
  * out, read by the dispatcher, freed as whole trees. Nothing is shared between
- * records. Uses the name of the current template for its messages. */
+ * records. Each is a block of the heap, also one that somebody else has laid out.
+ * Uses the name of the current template for its messages. */
 #include "grammar/records.h"
 
-#include <malloc.h>
+#include <stddef.h>
 #include <stdlib.h>
 #include <string.h>
 
@@ -16,65 +17,72 @@
 
 namespace
 {
-// What is allocated for an element: with it the record of the argument that it makes,
-// used only if the element is that argument's last, and room for a short text.
-struct ElemBlock {
-    Arg arg;
+// A token's element with its text, if that is short. The text begins at an odd address,
+// where no block of the heap does: so a value that lies there is no block of its own.
+struct TextElem {
     ArgElem elem;
-    char text[24];
+    char before;
+    char text[31];
 };
+static_assert(offsetof(TextElem, text) % 2 == 1);
+static_assert(sizeof(Cmd) == sizeof(ArgElem));
 } // namespace
 
-// Returns a block for an ElemBlock or a Cmd, or null.
-static void *getBlock()
+// Returns a block of that size, or null.
+static void *getBlock(RecordBlock **list, size_t size)
 {
-    RecordBlock *block = freeRecords;
+    RecordBlock *block = *list;
     if (!block)
-        return malloc(sizeof(ElemBlock));
-    freeRecords = block->next;
+        return malloc(size);
+    *list = block->next;
     return block;
 }
 
 // Keeps a block for the next record of the run; a sanitizer shall see its end.
-static void putBlock(void *block)
+static void putBlock(RecordBlock **list, void *block)
 {
 #ifndef ORV_SANITIZED
     if (inpr) {
-        freeRecords = new (block) RecordBlock{freeRecords};
+        *list = new (block) RecordBlock{*list};
         return;
     }
 #endif
+    static_cast<void>(list);
     free(block);
 }
 
-// The same for a command, which may be somebody else's and too small for other records.
-static void putCmd(Cmd *cmd)
+static void dropBlocks(RecordBlock **list)
 {
-    if (malloc_usable_size(cmd) < sizeof(ElemBlock))
-        free(cmd);
-    else
-        putBlock(cmd);
-}
-
-void dropFreeRecords()
-{
-    while (RecordBlock *block = freeRecords) {
-        freeRecords = block->next;
+    while (RecordBlock *block = *list) {
+        *list = block->next;
         free(block);
     }
 }
 
-static ElemBlock *blockOf(ArgElem *elem)
+void dropFreeRecords()
 {
-    return reinterpret_cast<ElemBlock *>(reinterpret_cast<char *>(elem) -
-                                         offsetof(ElemBlock, elem));
+    dropBlocks(&freeRecords.cmds);
+    dropBlocks(&freeRecords.args);
+    dropBlocks(&freeRecords.texts);
 }
 
-// An argument of the one element.
-static void fill(ElemBlock *block, int32_t type, void *value)
+static void freeCmd(Cmd *cmd)
 {
-    block->arg = {&block->elem, nullptr};
-    block->elem = {type, value, nullptr};
+    free(cmd->extra);
+    putBlock(&freeRecords.cmds, cmd);
+}
+
+// Frees an element with its text; a command that it holds stays.
+static void freeElem(ArgElem *elem)
+{
+    const char *ownText = reinterpret_cast<char *>(elem) + offsetof(TextElem, text);
+    if (elem->value == ownText) {
+        putBlock(&freeRecords.texts, elem);
+        return;
+    }
+    if (elem->type != ELEM_CMD)
+        free(elem->value);
+    putBlock(&freeRecords.cmds, elem);
 }
 
 // The arguments of a command that goes in front of rest.
@@ -93,35 +101,24 @@ static Arg *chainArgs(Arg *args, Arg *rest)
 // commands join the list: commands may be nested deeper than a stack.
 static void freeArgs(Arg *first)
 {
-    while (const Arg *arg = first) {
+    while (Arg *arg = first) {
         first = arg->next;
         for (ArgElem *elem = arg->elems; elem;) {
-            ElemBlock *block = blockOf(elem);
             if (auto *cmd = static_cast<Cmd *>(elem->type == ELEM_CMD ? elem->value : nullptr)) {
                 first = chainArgs(cmd->args, first);
-                free(cmd->extra);
-                putCmd(cmd);
-            } else if (elem->value != block->text)
-                free(elem->value);
-            elem = elem->next;
-            putBlock(block); // of the last element, with arg
+                freeCmd(cmd);
+            }
+            ArgElem *next = elem->next;
+            freeElem(elem);
+            elem = next;
         }
-    }
-}
-
-static void destroyValue(int32_t type, void *value)
-{
-    if (type == ELEM_CMD) {
-        auto *cmd = static_cast<Cmd *>(value);
-        destroyCmd(&cmd);
-    } else {
-        free(value);
+        putBlock(&freeRecords.args, arg);
     }
 }
 
 Cmd *createCmd(uint32_t id, void *extra, Arg *a1, Arg *a2, Arg *a3, Arg *a4)
 {
-    auto *cmd = static_cast<Cmd *>(getBlock());
+    auto *cmd = static_cast<Cmd *>(getBlock(&freeRecords.cmds, sizeof(Cmd)));
     if (!cmd) {
         logMessage<Message::COMMAND_NO_MEMORY>(currentTemplate());
         free(extra);
@@ -142,43 +139,33 @@ Cmd *createCmd(uint32_t id, void *extra, Arg *a1, Arg *a2, Arg *a3, Arg *a4)
     return cmd;
 }
 
+static void destroyValue(int32_t type, void *value)
+{
+    if (type == ELEM_CMD) {
+        auto *cmd = static_cast<Cmd *>(value);
+        destroyCmd(&cmd);
+    } else {
+        free(value);
+    }
+}
+
+// An element with that value; null when memory ran out.
+static ArgElem *newElem(int32_t type, void *value)
+{
+    auto *elem = static_cast<ArgElem *>(getBlock(&freeRecords.cmds, sizeof(ArgElem)));
+    if (elem)
+        *elem = {type, value, nullptr};
+    return elem;
+}
+
 Arg *addArgElem(Arg *arg, int32_t type, void *value)
 {
-    auto *block = static_cast<ElemBlock *>(getBlock());
-    if (!block) {
-        logMessage<Message::ELEMENT_NO_MEMORY>(currentTemplate());
-        destroyValue(type, value);
-        destroyArg(&arg);
-        return nullptr;
-    }
-    fill(block, type, value);
-    return joinArgs(&block->arg, arg);
-}
-
-Arg *createArg(int32_t type, std::string_view text)
-{
-    auto *block = static_cast<ElemBlock *>(getBlock());
-    if (!block)
-        return nullptr;
-    char *copy = block->text;
-    if (text.size() < sizeof block->text) {
-        memcpy(copy, text.data(), text.size());
-        copy[text.size()] = '\0';
-    } else if (!(copy = copyText(text))) {
-        putBlock(block);
-        return nullptr;
-    }
-    fill(block, type, copy);
-    return &block->arg;
-}
-
-Arg *joinArgs(Arg *first, Arg *rest)
-{
-    if (!rest)
-        return first;
-    first->elems->next = rest->elems;
-    rest->elems = first->elems;
-    return rest;
+    if (ArgElem *elem = newElem(type, value))
+        return putElem(elem, arg);
+    logMessage<Message::ELEMENT_NO_MEMORY>(currentTemplate());
+    destroyValue(type, value);
+    destroyArg(&arg);
+    return nullptr;
 }
 
 void destroyCmd(Cmd **cmd)
@@ -186,8 +173,7 @@ void destroyCmd(Cmd **cmd)
     if (!*cmd)
         return;
     freeArgs((*cmd)->args);
-    free((*cmd)->extra);
-    putCmd(*cmd);
+    freeCmd(*cmd);
 }
 
 void destroyArg(Arg **arg)
@@ -212,4 +198,45 @@ int32_t *getRepeatUpBound(Arg *marker)
     }
     destroyArg(&marker);
     return flag;
+}
+
+ArgElem *createElem(int32_t type, std::string_view text)
+{
+    if (text.size() >= sizeof(TextElem::text)) {
+        char *copy = copyText(text);
+        ArgElem *elem = copy ? newElem(type, copy) : nullptr;
+        if (!elem)
+            free(copy);
+        return elem;
+    }
+    auto *block = static_cast<TextElem *>(getBlock(&freeRecords.texts, sizeof(TextElem)));
+    if (!block)
+        return nullptr;
+    memcpy(block->text, text.data(), text.size());
+    block->text[text.size()] = '\0';
+    block->elem = {type, block->text, nullptr};
+    return &block->elem;
+}
+
+void destroyElem(ArgElem *elem)
+{
+    if (elem->type == ELEM_CMD)
+        destroyValue(elem->type, elem->value);
+    freeElem(elem);
+}
+
+Arg *putElem(ArgElem *elem, Arg *arg)
+{
+    if (!arg) {
+        arg = static_cast<Arg *>(getBlock(&freeRecords.args, sizeof(Arg)));
+        if (!arg) {
+            logMessage<Message::ELEMENT_NO_MEMORY>(currentTemplate());
+            destroyElem(elem);
+            return nullptr;
+        }
+        *arg = {nullptr, nullptr};
+    }
+    elem->next = arg->elems;
+    arg->elems = elem;
+    return arg;
 }

@@ -21,8 +21,8 @@ enum : int32_t {
 // A piece of an argument.
 struct ArgElem {
     int32_t type;  // an ELEM_ number
-    void *value;   // owned, a Cmd for ELEM_CMD, else a text, which may be part of this
-                   // record's block; may be null for a dropped command
+    void *value;   // owned, a Cmd for ELEM_CMD, null for a dropped one, else a text: of a
+                   // token's element perhaps in the element's own block
     ArgElem *next; // owned
 };
 
@@ -62,21 +62,30 @@ ORV_API void destroyArg(Arg **arg);
 ORV_API int32_t *getRepeatUpBound(Arg *marker);
 }
 
-/* A block that has held a record, kept for the next ones of the run in progress. */
+/* An element of an argument's token, with a copy of text. Returns null when memory
+ * ran out. */
+ArgElem *createElem(int32_t type, std::string_view text);
+
+/* Frees one element and its value, not the element behind it. */
+void destroyElem(ArgElem *elem);
+
+/* Puts elem in front of arg, or of a new argument when arg is null; both are taken
+ * over. Returns the argument, or null when memory ran out (logged). */
+Arg *putElem(ArgElem *elem, Arg *arg);
+
+/* A block that has held a record, kept for the next one of its size in the run in
+ * progress. */
 struct RecordBlock {
     RecordBlock *next; // owned
 };
-extern RecordBlock *freeRecords;
+struct FreeRecords {
+    RecordBlock *cmds; // and elements, which are as large
+    RecordBlock *args;
+    RecordBlock *texts; // elements with room for a short text
+};
+extern FreeRecords freeRecords;
 
 /* Gives such blocks back, at the end of a run. */
 void dropFreeRecords();
-
-/* An argument of one element with a copy of text. Returns
- * null when memory ran out. */
-Arg *createArg(int32_t type, std::string_view text);
-
-/* Puts the one element of first, which createArg made, in front of rest, which may be
- * null; both are taken over. Returns the argument. */
-Arg *joinArgs(Arg *first, Arg *rest);
 
 #endif

@@ -15,6 +15,7 @@
 #include <stdint.h>
 
 struct Arg;
+struct ArgElem;
 struct Cmd;
 
 // The parser's objects are exported.
@@ -37,6 +38,7 @@ extern int zarn_nerrs;
     char *text;
     Cmd *cmd;
     Arg *arg;
+    ArgElem *elem;
     int token;
 }
 
@@ -56,7 +58,7 @@ extern int zarn_nerrs;
 // others in their places.
 %token HTML_TEXT
 %token <text> F_SETVARIABLE F_SETVARIABLEONCE F_SETARRAY F_SETARRAYONCE
-%token <arg> ARG_TEXT ARG_GETVAR ARG_NUMVAR ARG_GETARRAY ARG_MINARRAY ARG_MAXARRAY
+%token <elem> ARG_TEXT ARG_GETVAR ARG_NUMVAR ARG_GETARRAY ARG_MINARRAY ARG_MAXARRAY
 %token F_UNDEF F_ECHO F_PRINT F_PRINTJS F_INCLUDE
 %token F_QUERY F_QUERYTEXT F_QUERYJS
 %token F_MULTIQUERY F_MULTIQUERYTEXT F_MULTIQUERYJS F_MULTIQUERYCOUNT
@@ -75,6 +77,7 @@ extern int zarn_nerrs;
 %destructor { free($$); } <text>
 %destructor { destroyCmd(&$$); } <cmd>
 %destructor { destroyArg(&$$); } <arg>
+%destructor { destroyElem($$); } <elem>
 
 %%
 
@@ -113,7 +116,7 @@ cmd     : F_SETVARIABLE arglast     { $$ = makeUnary(F_SETVARIABLE, @1.first_lin
         | F_ERRORMESSAGE arglast    { $$ = makeCommand(F_ERRORMESSAGE, $2); }
         | F_ERRORFOUND CMD_END      { $$ = makeCommand(F_ERRORFOUND); }
         | F_UNDEF HTML_TEXT         { $$ = dropUnknown(@1.first_line); }
-        | F_UNDEF ARG_TEXT error CMD_END { $$ = dropUnknown(@1.first_line); destroyArg(&$2); }
+        | F_UNDEF ARG_TEXT error CMD_END { $$ = dropUnknown(@1.first_line); destroyElem($2); }
         | F_UNDEF error CMD_END     { $$ = dropUnknown(@1.first_line); }
         | F_SETARRAY error HTML_TEXT { $$ = dropMalformed(F_SETARRAY, @1.first_line); free($1); }
         | F_SETARRAYONCE error HTML_TEXT
@@ -158,22 +161,22 @@ end     : EOF_TAG                   { doExclude(); }
 
 // An argument's elements are added from its end on, so they come out in order.
 arg     : cmd arg                   { $$ = addArgElem($2, ELEM_CMD, $1); }
-        | ARG_TEXT arg              { $$ = joinArgs($1, $2); }
-        | ARG_GETVAR arg            { $$ = joinArgs($1, $2); }
-        | ARG_NUMVAR arg            { $$ = joinArgs($1, $2); }
+        | ARG_TEXT arg              { $$ = putElem($1, $2); }
+        | ARG_GETVAR arg            { $$ = putElem($1, $2); }
+        | ARG_NUMVAR arg            { $$ = putElem($1, $2); }
         | ARG_GETARRAY arg          { $$ = addArrayRef($1, @1.first_line, $2); }
-        | ARG_MINARRAY arg          { $$ = joinArgs($1, $2); }
-        | ARG_MAXARRAY arg          { $$ = joinArgs($1, $2); }
+        | ARG_MINARRAY arg          { $$ = putElem($1, $2); }
+        | ARG_MAXARRAY arg          { $$ = putElem($1, $2); }
         | ARG_END                   { $$ = nullptr; }
         ;
 
 arglast : cmd arglast               { $$ = addArgElem($2, ELEM_CMD, $1); }
-        | ARG_TEXT arglast          { $$ = joinArgs($1, $2); }
-        | ARG_GETVAR arglast        { $$ = joinArgs($1, $2); }
-        | ARG_NUMVAR arglast        { $$ = joinArgs($1, $2); }
+        | ARG_TEXT arglast          { $$ = putElem($1, $2); }
+        | ARG_GETVAR arglast        { $$ = putElem($1, $2); }
+        | ARG_NUMVAR arglast        { $$ = putElem($1, $2); }
         | ARG_GETARRAY arglast      { $$ = addArrayRef($1, @1.first_line, $2); }
-        | ARG_MINARRAY arglast      { $$ = joinArgs($1, $2); }
-        | ARG_MAXARRAY arglast      { $$ = joinArgs($1, $2); }
+        | ARG_MINARRAY arglast      { $$ = putElem($1, $2); }
+        | ARG_MAXARRAY arglast      { $$ = putElem($1, $2); }
         | end                       { $$ = nullptr; }
         | CMD_END                   { $$ = nullptr; }
         ;

@@ -4,13 +4,13 @@
  * inner functions reach the handle through it. Between runs a handle keeps its
  * variables and the argument buffer, and the scanner is empty. */
 #include <stdlib.h>
-#include <string.h>
 
 #include "exec/exec.h"
 #include "grammar/parse.h"
 #include "interface/log.h"
 #include "interface/output.h"
 #include "interface/process.h"
+#include "interface/text.h"
 #include "interface/ticks.h"
 #include "scanner/input.h"
 #include "vars/locals.h"
@@ -80,7 +80,7 @@ int32_t Orv_Interpreter_Run(Interpreter *interpreter, const char *path, int32_t 
     int32_t result = ORV_RUN_NO_TEMPLATE;
     if (doInclude(path, 0) > 0)
         result = doParse() == 0 ? ORV_RUN_DONE : ORV_RUN_GAVE_UP;
-    if (result == ORV_RUN_GAVE_UP && (interpreter->gaveUpIn = strdup(currentTemplate())))
+    if (result == ORV_RUN_GAVE_UP && (interpreter->gaveUpIn = copyText(currentTemplate())))
         interpreter->gaveUpLine = currentLine();
     flushOutput();
     const char *name = interpreter->includes[0].fileName; // path may be gone with its language

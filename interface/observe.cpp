@@ -115,7 +115,7 @@ void observe::matchBegins()
     match.depthBefore = scanner.depth;
 }
 
-void observe::token(int token, const Arg *value)
+void observe::token(int token, const ArgElem *value)
 {
     if (observer && observer->token)
         observer->token(observer->self, token, matched(), value);

@@ -18,7 +18,7 @@
 
 #include "interface/messages.h"
 
-struct Arg;
+struct ArgElem;
 struct Cmd;
 struct QueryRow;
 enum class Condition : uint8_t; // scanner/scanner.h
@@ -73,8 +73,8 @@ struct Observer {
     void *self;
     void (*opened)(void *self, const char *path); // a template is on top now
     void (*closed)(void *self, const char *path); // and not any more
-    // A token has been matched. value: the argument made of it, else null.
-    void (*token)(void *self, int token, const Match &match, const Arg *value);
+    // A token has been matched. value: the element made of it, else null.
+    void (*token)(void *self, int token, const Match &match, const ArgElem *value);
     void (*commented)(void *self, const Match &match); // "<?--", "<?xml", a "<?" inside, "?>"
     void (*unmatched)(void *self, size_t offset);      // a byte without a rule; not printed then
     void (*blundered)(void *self, const Spot &spot);   // the parser has met a syntax error
@@ -106,7 +106,7 @@ void closed(const char *path);
 void delivered(size_t bytes);
 void substituted(size_t placed, size_t fieldLength, size_t textLength);
 void matchBegins();
-void token(int token, const Arg *value);
+void token(int token, const ArgElem *value);
 void commented();
 bool unmatched();
 void blundered();
@@ -146,7 +146,7 @@ inline void substituted(size_t, size_t, size_t)
 inline void matchBegins()
 {
 }
-inline void token(int, const Arg *)
+inline void token(int, const ArgElem *)
 {
 }
 inline void commented()

@@ -21,7 +21,7 @@ int32_t logCounts[ORV_LOG_SEVERITIES]; // interface/log.cpp; since the process b
 TextDatabase htmlDB;                   // textdb/language.cpp; outlives handles
 TextDatabase htmlFallbackDB;           // textdb/language.cpp; once mapped, for good
 
-RecordBlock *freeRecords; // grammar/records.cpp, empty between runs
+FreeRecords freeRecords;  // grammar/records.cpp, empty between runs
 Scanner scanner;          // scanner/; outlives handles, in page text and empty after each run
 Mapping *mappings;        // textdb/textdb.cpp, every mapped text database
 QueryTimes queryTimes;    // exec/query.cpp, during one query

@@ -1,6 +1,7 @@
 #!/bin/bash
 # exports.sh LIBRARY MAP - the library exports the names of the map and no others,
-# and needs nothing but the C library (and a sanitizer's runtime).
+# and needs nothing but the C library (and a sanitizer's runtime), and of the heap no more
+# than every allocator has: hosts bring their own.
 set -euo pipefail
 library=$1 map=$2
 wanted=$(sed -n '/^global:/,/^local:/s/^ *\([A-Za-z_][A-Za-z0-9_]*\);/\1/p' "$map" | sort)
@@ -11,6 +12,9 @@ if grep -q '^lib[au].*san\.so' <<<"$needed" || nm -D "$library" | grep __asan_in
     needed=$(grep -Ev '^lib(asan|ubsan|m|gcc_s)\.so' <<<"$needed")
 fi
 diff <(echo libc.so.6) <(echo "$needed")
+heap=$(nm -D -u "$library" | sed -nE 's/^ *U ([a-z_]*(alloc|free|align|usable|strdup|strndup)[a-z_]*).*/\1/p' |
+    grep -v ^__ | sort)
+diff <(printf '%s\n' calloc free malloc realloc) <(echo "$heap")
 if nm -D -u "$library" | grep ' _Z' | grep -v __cxxabiv1; then  # of sanitizers
     echo "The library needs the C++ runtime." >&2
     exit 1

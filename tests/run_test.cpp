@@ -554,6 +554,57 @@ TEST(Records, AreLinkedUpToTheFirstNullArgument)
     Orv_Interpreter_SetLog(-1);
 }
 
+// A block of the heap with that record, as somebody would lay it out who knows only its
+// described fields.
+template <class Record> static Record *laidOut(const Record &record)
+{
+    return new (malloc(sizeof(Record))) Record(record);
+}
+
+// The argument "[", a command with "b", and "c". Each bit of byHand that is set stands for
+// records that are not made by the library.
+static Arg *mixedArgument(unsigned byHand)
+{
+    const auto part = [byHand](unsigned bit) { return byHand >> bit & 1; };
+    const auto put = [&](Arg *arg, unsigned bit, int32_t type, void *value) {
+        if (!part(bit))
+            return addArgElem(arg, type, value);
+        if (!arg)
+            arg = laidOut<Arg>({nullptr, nullptr});
+        arg->elems = laidOut<ArgElem>({type, value, arg->elems});
+        return arg;
+    };
+    Arg *inner =
+        put(part(0) ? laidOut<Arg>({nullptr, nullptr}) : nullptr, 1, ELEM_TEXT, strdup("b"));
+    Cmd *nested = part(2) ? laidOut<Cmd>({inner, ID_ECHO, nullptr})
+                          : createCmd(ID_ECHO, nullptr, inner, nullptr, nullptr, nullptr);
+    Arg *arg = put(part(3) ? laidOut<Arg>({nullptr, nullptr}) : nullptr, 4, ELEM_TEXT, strdup("c"));
+    return put(put(arg, 5, ELEM_CMD, nested), 6, ELEM_TEXT, strdup("["));
+}
+
+// In a run the blocks serve the records of the commands behind.
+TEST(Records, MayBeLaidOutByHand)
+{
+    Host host = withFiles({{"t.htm", "<?multiquerycount two?>" +
+                                         repeated("<?setvariable var:a 'x<?calc + 1 1?>'?>", 9) +
+                                         "<?echo $var:a?>"}});
+    host.onQuery = [](Interpreter *running, const std::string &) {
+        for (unsigned byHand = 0; byHand < 1U << 7; ++byHand) {
+            Arg *arg = mixedArgument(byHand);
+            if (running)
+                expandArg(arg, 0, 1);
+            destroyArg(&arg);
+            int32_t *excluded = getRepeatUpBound(mixedArgument(byHand));
+            EXPECT_EQ(*excluded, 1) << byHand;
+            Cmd *cmd = createCmd(ID_PRINT, excluded, mixedArgument(byHand), mixedArgument(~byHand),
+                                 nullptr, mixedArgument(byHand));
+            destroyCmd(&cmd);
+        }
+    };
+    host.onQuery(nullptr, "");
+    EXPECT_EQ(render(host).page, repeated("[bc", 1 << 7) + "2x2");
+}
+
 TEST(Internal, BadCallsAreRefused)
 {
     Host host = withFiles({{"t.htm", "<?setvariable var:l[1] L?><?multiquerycount two?>"}});

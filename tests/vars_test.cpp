@@ -3,6 +3,10 @@
 #include "vars/tree.h"
 
 #include <gtest/gtest.h>
+#include <stdlib.h>
+#include <string.h>
+
+#include <new>
 
 #include "interface/interpreter.h"
 #include "tests/harness.h"
@@ -67,6 +71,33 @@ TEST(Locals, AreOneListThatReadsSearch)
     for (const char *name : {static_cast<const char *>(nullptr), ""})
         EXPECT_EQ(insertLocalVar(&handle->localVars, name, "x"), ORV_VARIABLE_REFUSED);
     Orv_Interpreter_Destroy(handle);
+}
+
+// Of 40 entries each bit of byHand that is set stands for four that somebody else lays out.
+TEST(Locals, MayBeLaidOutByHand)
+{
+    struct Described {
+        char *name, *value;
+        LocalVar *next;
+    };
+    for (unsigned byHand = 1; byHand < 1U << 10; ++byHand) {
+        LocalVar *head = nullptr;
+        for (unsigned i = 0; i < 40; ++i) {
+            const std::string name = "n" + std::to_string(i % 36), value = std::to_string(i);
+            if (byHand >> i / 4 & 1)
+                head = reinterpret_cast<LocalVar *>(new (malloc(sizeof(Described))) Described{
+                    strdup(name.c_str()), strdup(value.c_str()), head});
+            else
+                EXPECT_EQ(insertLocalVar(&head, name.c_str(), value.c_str()), ORV_VARIABLE_SET);
+        }
+        for (unsigned i = 4; i < 40; ++i) {
+            const std::string name = "n" + std::to_string(i % 36);
+            EXPECT_STREQ(findLocalVar(head, name.c_str()), std::to_string(i).c_str()) << byHand;
+        }
+        EXPECT_EQ(findLocalVar(head, "absent"), nullptr);
+        destroyLocalVarList(&head);
+        EXPECT_EQ(head, nullptr);
+    }
 }
 
 TEST(VarTree, MayBeDeeperThanAStack)

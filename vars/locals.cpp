@@ -2,9 +2,10 @@
  * list, the newest entry first, and an index of it once it is longer than a few.
  *
  * The index is a hash table with open addressing, from a name's hash to the newest
- * entry of that name. It belongs to the head, and passes to each new one.
- * Between calls: an index holds at most half as many names as it has slots, and
- * knows every entry of its list. Called for the request's variables and by reads. */
+ * entry of that name. It belongs to the head, and passes to each new one; an entry that
+ * somebody else has laid out ends what it covers.
+ * Between calls: an index holds at most half as many names as it has slots, and knows
+ * every entry up to its owner's rest. Called for the request's variables and by reads. */
 #include "vars/locals.h"
 
 #include <stdlib.h>
@@ -25,6 +26,18 @@ static uint32_t hashOf(string_view name)
     return hash;
 }
 
+// Where the texts of an entry that was made here stand, in its block. No block of the
+// heap begins at an odd address, so a name there is no block of its own.
+static char *textsOf(LocalVar *entry)
+{
+    return reinterpret_cast<char *>(entry + 1) + 1;
+}
+
+static bool isOurs(const LocalVar *entry)
+{
+    return entry->name == textsOf(const_cast<LocalVar *>(entry));
+}
+
 static bool isNamed(const LocalVar *entry, uint32_t hash, const char *name)
 {
     return entry->hash == hash && strcmp(entry->name, name) == 0;
@@ -39,11 +52,11 @@ static LocalVar **slotOf(LocalVar **index, uint32_t slots, uint32_t hash, const 
     return &index[at];
 }
 
-// Gives entry, which is to be the head in front of next, an index of both. Returns
-// false, and nothing has changed, when memory ran out.
+// Gives entry, which is to be the head in front of next, that one's index or a larger one.
+// Returns false, and nothing has changed, when memory ran out.
 static bool passIndex(LocalVar *entry, LocalVar *next)
 {
-    if (!next || entry->count <= UNINDEXED)
+    if (entry->count <= UNINDEXED)
         return true;
     LocalVar **index = next->index;
     uint32_t slots = next->slots;
@@ -52,7 +65,7 @@ static bool passIndex(LocalVar *entry, LocalVar *next)
         index = static_cast<LocalVar **>(calloc(slots, sizeof(void *)));
         if (!index)
             return false;
-        for (LocalVar *known = next; known; known = known->next) {
+        for (LocalVar *known = next; known != entry->rest; known = known->next) {
             LocalVar **slot = slotOf(index, slots, known->hash, known->name);
             if (!*slot)
                 *slot = known;
@@ -66,15 +79,17 @@ static bool passIndex(LocalVar *entry, LocalVar *next)
     return true;
 }
 
-// An entry with copies of both texts, in no list; null when memory ran out.
-static LocalVar *newEntry(string_view name, string_view value)
+// An entry with copies of both texts, to stand in front of next; null when memory ran out.
+static LocalVar *newEntry(string_view name, string_view value, LocalVar *next)
 {
     auto *entry =
-        static_cast<LocalVar *>(malloc(sizeof(LocalVar) + name.size() + value.size() + 2));
+        static_cast<LocalVar *>(malloc(sizeof(LocalVar) + name.size() + value.size() + 3));
     if (!entry)
         return nullptr;
-    auto *texts = reinterpret_cast<char *>(entry + 1);
-    *entry = {texts, texts + name.size() + 1, nullptr, hashOf(name), 1, nullptr, 0};
+    char *texts = textsOf(entry);
+    const bool joins = next && isOurs(next);
+    *entry = {texts,        texts + name.size() + 1,      next,    joins ? next->rest : next,
+              hashOf(name), joins ? next->count + 1 : 1U, nullptr, 0};
     memcpy(entry->name, name.data(), name.size());
     entry->name[name.size()] = '\0';
     memcpy(entry->value, value.data(), value.size());
@@ -86,14 +101,11 @@ int32_t insertLocalVar(LocalVar **head, const char *name, const char *value)
 {
     if (!name || !value || !*name)
         return ORV_VARIABLE_REFUSED;
-    LocalVar *entry = newEntry(name, value);
-    if (entry && *head)
-        entry->count += (*head)->count;
+    LocalVar *entry = newEntry(name, value, *head);
     if (!entry || !passIndex(entry, *head)) {
         free(entry);
         return ORV_VARIABLE_NO_MEMORY;
     }
-    entry->next = *head;
     *head = entry;
     return ORV_VARIABLE_SET;
 }
@@ -103,20 +115,33 @@ const char *findLocalVar(const LocalVar *head, const char *name)
     if (!head || !name)
         return nullptr;
     const uint32_t hash = hashOf(name);
-    const LocalVar *entry = head;
-    if (head->index)
-        entry = *slotOf(head->index, head->slots, hash, name);
-    else
-        while (entry && !isNamed(entry, hash, name))
-            entry = entry->next;
-    return entry ? entry->value : nullptr;
+    while (head) {
+        const LocalVar *entry = head;
+        head = entry->next;
+        if (!isOurs(entry)) {
+            if (strcmp(entry->name, name) == 0)
+                return entry->value;
+        } else if (entry->index) {
+            head = entry->rest;
+            if ((entry = *slotOf(entry->index, entry->slots, hash, name)))
+                return entry->value;
+        } else if (isNamed(entry, hash, name)) {
+            return entry->value;
+        }
+    }
+    return nullptr;
 }
 
 void destroyLocalVarList(LocalVar **head)
 {
     while (LocalVar *entry = *head) {
         *head = entry->next;
-        free(entry->index);
+        if (isOurs(entry)) {
+            free(entry->index);
+        } else {
+            free(entry->name);
+            free(entry->value);
+        }
         free(entry);
     }
 }

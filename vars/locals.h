@@ -6,13 +6,16 @@
 
 #include "interface/orvinterpreter.h"
 
+// The fields behind next are there only in an entry that insertLocalVar has made. One that
+// somebody else has laid out, its texts blocks of their own, may stand anywhere in a list.
 struct LocalVar {
-    char *name;       // never empty; part of this record's block
-    char *value;      // part of this record's block
+    char *name;       // owned, never empty; part of this record's block if made here
+    char *value;      // owned; likewise
     LocalVar *next;   // owned, the entry set before this one
+    LocalVar *rest;   // behind the entries made here that begin with this one, null at the end
     uint32_t hash;    // of the name
-    uint32_t count;   // entries from here to the list's end
-    LocalVar **index; // owned by the head alone, else null; see locals.cpp
+    uint32_t count;   // of entries from here to rest
+    LocalVar **index; // of these, owned by the first alone, else null; see locals.cpp
     uint32_t slots;   // of the index, a power of two
 };
 
@@ -23,8 +26,8 @@ extern "C" {
 ORV_API int32_t insertLocalVar(LocalVar **head, const char *name, const char *value);
 
 /* Returns the value of the newest entry of that name, borrowed until the list
- * is destroyed; null without one or when name is null. head: of a list that
- * insertLocalVar made, or an entry in it, for the entries from there on. */
+ * is destroyed; null without one or when name is null. head: of a list, or an entry
+ * in it, for the entries from there on. */
 ORV_API const char *findLocalVar(const LocalVar *head, const char *name);
 
 /* Frees every entry and leaves *head null. */

@@ -317,7 +317,7 @@ static char quoteOf(Condition condition)
     }
 }
 
-// An argument of one element has been made of a token.
+// An element has been made of a token.
 static void noteValue(Reading &reading, int token, const observe::Match &match, const ArgElem *elem)
 {
     Span span = spanOf(match.at, match.end);
@@ -328,7 +328,7 @@ static void noteValue(Reading &reading, int token, const observe::Match &match, 
         reading.arrays.push_back({zarn_lloc.first_line, span});
 }
 
-static void noteToken(void *self, int token, const observe::Match &match, const Arg *value)
+static void noteToken(void *self, int token, const observe::Match &match, const ArgElem *value)
 {
     Reading &reading = readingOf(self);
     if (reading.current != reading.level)
@@ -340,7 +340,7 @@ static void noteToken(void *self, int token, const observe::Match &match, const 
         if (token == ARG_TEXT && !inQuote(match.before) && inQuote(match.after) &&
             innermost(reading))
             innermost(reading)->quoteAt = static_cast<uint32_t>(match.at);
-        noteValue(reading, token, match, value->elems);
+        noteValue(reading, token, match, value);
     } else if (token == ARG_END) {
         if (innermost(reading))
             innermost(reading)->argumentAts.push_back(reading.position);
