@@ -159,11 +159,23 @@ static bool isTemplate(const Job &job, const string &path)
 
 // ---- Pages, with the bar ----
 
-// Answers with a page and the bar behind it. A page whose own policy could forbid the
+// Whether the browser shows what it asks for as a page, in a window or a frame. Browsers that
+// do not say get the bar.
+static bool isShown()
+{
+    static constexpr string_view shown[] = {"", "document", "iframe", "frame", "embed", "object"};
+    return std::ranges::find(shown, fromEnvironment("HTTP_SEC_FETCH_DEST")) != std::end(shown);
+}
+
+// Answers with a page and the bar behind it; what a page's script fetches comes as it is,
+// as from the device. A page whose own policy could forbid the
 // bar's script gets that in front of the policy, where it is not in force yet; the script
 // takes itself out of the page at once.
 static int answerPage(const Job &job, const char *status, const string &page, ReportSetting setting)
 {
+    static constexpr char type[] = "text/html; charset=utf-8";
+    if (!isShown())
+        return answer(job, status, type, page);
     const Markup markup = readMarkup(page);
     setting.openMarkup = markup.open;
     setting.hasPolicy = markup.policy != string::npos;
@@ -176,7 +188,7 @@ static int answerPage(const Job &job, const char *status, const string &page, Re
             reportJson(job.trace, setting) + "</script>";
     if (!setting.hasPolicy)
         body += script;
-    return answer(job, status, "text/html; charset=utf-8", body);
+    return answer(job, status, type, body);
 }
 
 static ReportSetting settingOf(const Job &job, const string &page)

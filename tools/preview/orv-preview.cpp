@@ -413,8 +413,8 @@ static void takeReturn(Launcher &launcher)
     if (!fs::is_directory(launcher.config.docRoot, ignored) || !watchAll(launcher.watch))
         return;
     launcher.isGone = false;
-    tell("The folder is back.");
     prepare(launcher);
+    tell("The folder is back.");
     launcher.isStale = true;
     startChecker(launcher);
 }
