@@ -42,7 +42,7 @@ def resize(width, height):
            mobile=width < 500)
 
 
-def with_browser(action):
+def with_browser(action, *flags):
     """Runs the action with a browser that has never been used before."""
     global session
     with tempfile.TemporaryDirectory() as profile, subprocess.Popen(
@@ -50,7 +50,7 @@ def with_browser(action):
         try:
             ports = (re.search(r"successfully on port (\d+)", line) for line in driver.stdout)
             session = f"http://127.0.0.1:{next(port for port in ports if port)[1]}/session"
-            options = {"args": FLAGS + [f"--user-data-dir={profile}"]}
+            options = {"args": [*FLAGS, *flags, f"--user-data-dir={profile}"]}
             session += "/" + send("", capabilities={"alwaysMatch": {
                 "goog:chromeOptions": options, "goog:loggingPrefs": {"browser": "ALL"}}})["sessionId"]
             device("setFocusEmulationEnabled", enabled=True)  # as if its window had the focus

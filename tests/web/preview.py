@@ -2,8 +2,8 @@
 """tests/web/preview.py ORV-PREVIEW ORV-TEXTDB ORV-CHECK SITE NAMES - the preview of a copy of the
 demo site, asked by its protocol and by headless Chromium, while the site's files change. NAMES is
 the list of the variables that the site's web program sets."""
-import http.client, json, os, re, shutil, signal, socket, sqlite3, subprocess, sys, tempfile, time
-import urllib.error, urllib.request
+import http.client, json, os, re, shutil, signal, socket, sqlite3, subprocess, sys, tempfile
+import threading, time, urllib.error, urllib.request
 from chromium import press, run, send, show, with_browser
 from visitor import check, failed
 
@@ -15,6 +15,8 @@ part => entry.querySelector(part)?.textContent).join(' '))"""
 OPEN = BAR + "return bar.querySelector('.panel') !== null"
 TITLE = "return document.querySelector('h1').textContent"
 ANSWER = "return document.querySelector('p')?.textContent"
+POLICY = """<meta http-equiv="Content-Security-Policy" content="default-src 'none';
+require-trusted-types-for 'script'; base-uri 'none'; form-action 'none'">"""
 TAB, ENTER, ESCAPE, END, BACKSPACE = "\ue004", "\ue007", "\ue00c", "\ue010", "\ue003"
 
 
@@ -307,6 +309,82 @@ def check_findings(preview):
     press(ESCAPE)
 
 
+def check_fetch(preview):
+    """What a page's script fetches is what the device sends."""
+    write("site/status.htm", '{"names": [<?multiquery "select id from network where id < 3" \'"$1",\'?>0]}')
+    show(preview.url + "overview.htm")
+    check("as JSON", {"names": ["1", "2", 0]},
+          run("return fetch('status.htm').then(answer => answer.json())"))
+    check("a missing one, by the older call", False, run("""const request = new XMLHttpRequest();
+request.open('GET', 'nothere.htm', false);
+request.send();
+return request.responseText.includes('bar.js')"""))
+
+
+def streams(preview):
+    """How many requests the preview's server is at."""
+    def children(pid):
+        with open(f"/proc/{pid}/task/{pid}/children", encoding="ascii") as file:
+            return file.read().split()
+    return sum(len(children(child)) for child in children(preview.process.pid))
+
+
+def check_many(preview):
+    """Many pages at once, in frames and in tabs, take one connection of the browser's."""
+    start = time.time()
+    write("site/many.htm", """<!DOCTYPE html><title>x</title><h1>many</h1>
+<?repeat [ 1 8 ] `<iframe src="<?if eq $0 1 policy?><?if neq $0 1 one?>.htm"></iframe>`?>""")
+    write("site/one.htm", "<!DOCTYPE html><title>x</title><h1>v1</h1>")
+    write("site/policy.htm", f"<!DOCTYPE html><title>x</title>{POLICY}<h1>v1</h1>")
+    preview.settle(start)
+    show(preview.url + "many.htm")
+    frames = """return Array.from(frames).map(({document: page}) => page.querySelector('h1')?.textContent +
+!!page.querySelector('orv-preview')).join()"""
+    check("frames", ",".join(8 * ["v1true"]), wait(frames, ",".join(8 * ["v1true"])))
+    edit("site/one.htm", "v1", "v2")
+    check("frames again", ",".join(["v1true"] + 7 * ["v2true"]),
+          wait(frames, ",".join(["v1true"] + 7 * ["v2true"])))
+    first, tabs = send("/window", "GET"), []
+    for _ in range(10):
+        tabs.append(send("/window/new", type="tab")["handle"])
+        send("/window", handle=tabs[-1])
+        show(preview.url + "policy.htm")
+        check("tab", "badge", wait(BADGE, "badge"))
+    check("one stream for all", 1, streams(preview))
+    edit("site/policy.htm", "<h1>v1", "<h1>v2")
+    for tab in tabs:
+        send("/window", handle=tab)
+        check("tab again", "v2", wait(TITLE, "v2"))
+        send("/window", "DELETE")
+    send("/window", handle=first)
+
+
+def check_leaving(preview):
+    """A file that is saved while a link's page is made does not hold up the link."""
+    slow = "with recursive c(i) as (select 1 union all select i + 1 from c where i < 4000000)"
+    start = time.time()
+    write("site/slow.htm", f"<h1>slow</h1><?querytext '{slow} select max(i) from c'?>")
+    write("site/link.htm", "<!DOCTYPE html><h1>v1</h1><a href='slow.htm'>slow</a>")
+    preview.settle(start)
+    show(preview.url + "link.htm")
+    saving = threading.Timer(0.3, edit, ("site/link.htm", "v1", "v2"))
+    saving.start()
+    press(TAB + ENTER)
+    check("left", "slow", wait(TITLE, "slow"))
+    saving.join()
+
+
+def check_alone(preview):
+    """In a browser without shared workers."""
+    start = time.time()
+    edit("site/policy.htm", "<h1>v2", "<h1>v1")
+    preview.settle(start)
+    show(preview.url + "policy.htm")
+    check("no workers", "undefined", run("return typeof SharedWorker"))
+    edit("site/policy.htm", "<h1>v1", "<h1>v2")
+    check("changed", "v2", wait(TITLE, "v2"))
+
+
 def check_typing():
     """Findings that come while something is typed: the check waits for its list until then."""
     os.mkfifo("bin/names")
@@ -341,15 +419,13 @@ def check_troubles(preview):
 
 def check_pages(preview):
     """Pages that make it hard, by their policy, style, unclosed elements or base."""
-    policy = """<meta http-equiv="Content-Security-Policy" content="default-src 'none';
-require-trusted-types-for 'script'; base-uri 'none'; form-action 'none'">"""
     wild = """<base href="http://127.0.0.1:9/"><style>* {
 color: rgb(1, 2, 3) !important } html > * {
 display: none !important; opacity: .1; top: 0 !important }</style>"""
     form = """<form method="post" action="form.htm"><input name="who" value="Ann"></form>
 <p><?echo $var:who?></p>"""
     run("sessionStorage.clear()")
-    pages = (("policy", policy, ""), ("wild", wild, ""), ("form", "", form),
+    pages = (("policy", POLICY, ""), ("wild", wild, ""), ("form", "", form),
              ("text", "", "<textarea>"), ("comment", "", "<!-- <p>"), ("tag", "", "<a href=\"x"))
     start = time.time()
     for name, head, body in pages:
@@ -437,9 +513,11 @@ with tempfile.TemporaryDirectory() as folder, tempfile.TemporaryDirectory() as t
         check_files(started)
         check_mistakes(started)
         def browse():
-            for step in check_changes, check_keys, check_findings, check_troubles, check_pages:
+            for step in (check_changes, check_keys, check_findings, check_troubles, check_fetch,
+                         check_pages, check_many, check_leaving):
                 step(started)
             check_typing()
         with_browser(browse)
+        with_browser(lambda: check_alone(started), "--disable-blink-features=SharedWorker")
     check_hardships()
 sys.exit(bool(failed))

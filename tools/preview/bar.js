@@ -3,19 +3,85 @@
  *
  * It lives in a shadow root, and takes its own elements out of the page at once. It works
  * under any policy of the page: no markup is parsed, the style is not in the document, and
- * the events' connection is opened before a policy is in force (then it is kept open,
- * since no second one would be allowed). */
+ * what brings the changes is opened before a policy is in force (then it is kept, since no
+ * second one would be allowed).
+ *
+ * A browser has few connections to one server, and an event stream takes one for as long as
+ * it lasts. So all pages have one together: this script is also the worker that they share,
+ * which has the stream. Where a browser has no such workers, each page has its own. */
 (() => {
     'use strict';
+
+    /* Follows the stream of changes. Calls take with all that is known, {generation,
+     * findings, isOver}, whenever some of it comes; what has not come yet is undefined.
+     * Returns a function that ends it. */
+    const follow = (address, take) => {
+        const pause = 2000; // milliseconds after which a stream that was refused is tried again
+        let state = {isOver: false};
+        let source = null;
+        let timer = 0;
+        const change = (changes) => {
+            state = {...state, ...changes};
+            take(state);
+        };
+        const open = () => {
+            source = new EventSource(address);
+            source.addEventListener('generation', (event) =>
+                change({generation: event.data, isOver: false}));
+            source.addEventListener('findings', (event) =>
+                change({findings: JSON.parse(event.data)}));
+            source.addEventListener('error', () => {
+                change({isOver: state.generation !== undefined});
+                if (source.readyState === EventSource.CLOSED)
+                    timer = setTimeout(open, pause);
+            });
+        };
+        open();
+        return () => {
+            clearTimeout(timer);
+            source.close();
+        };
+    };
+
+    /* ---- The worker ---- */
+
+    // A page says true when it begins to listen, and false when it is left.
+    const serve = () => {
+        const pages = new Set();
+        let state = null;
+        self.onconnect = ({ports: [page]}) => {
+            page.onmessage = ({data: listens}) => {
+                if (listens)
+                    pages.add(page);
+                else
+                    pages.delete(page);
+                if (listens && state)
+                    page.postMessage(state);
+            };
+        };
+        follow(new URL('events', location), (now) => {
+            state = now;
+            pages.forEach((page) => page.postMessage(state));
+        });
+    };
+
+    if (typeof document === 'undefined') {
+        serve();
+        return;
+    }
+
     const style = '@STYLE@';
     const own = new URL('.', document.currentScript.src).href;
     document.currentScript.remove();
 
     let data = null; // what the run did; null on a page that was stopped
     let host = null;
-    let source = null;
-    let known = null; // generation of the files that the page shows
+    let worker = null;        // null where there is none
+    let stopFollowing = null; // ends the page's own stream; null while there is none
+    let known = null;         // generation of the files that the page shows
     let isOver = false;
+    let isStale = false;   // the page is to be loaded again
+    let isLeaving = false; // another page is on its way
 
     /* ---- What lasts over a reload ---- */
 
@@ -44,7 +110,12 @@
 
     /* ---- Reload ---- */
 
+    // A page that is not seen is loaded again when it is, and none instead of the page that
+    // a link leads to.
     const reload = () => {
+        isStale = true;
+        if (document.hidden || isLeaving)
+            return;
         remember({scroll: {address: address(), x: scrollX, y: scrollY}});
         if (data && data.posted)
             location.replace(address()); // the form is not sent again
@@ -52,41 +123,69 @@
             location.reload();
     };
 
-    const stopListening = () => {
-        if (source)
-            source.close();
-        source = null;
+    const reloadIfStale = () => isStale && reload();
+
+    // What the link leads to may be no page.
+    const onLeaving = () => {
+        isLeaving = true;
+        setTimeout(() => {
+            isLeaving = false;
+            reloadIfStale();
+        }, 3000);
+    };
+
+    const take = (state) => {
+        if (isOver !== state.isOver) {
+            isOver = state.isOver;
+            showBadge();
+        }
+        if (state.generation !== undefined && !isOver) {
+            if (known !== null && state.generation !== known)
+                return reload();
+            known = state.generation;
+        }
+        if (!data || state.findings === undefined
+            || JSON.stringify(state.findings) === JSON.stringify(data.findings))
+            return;
+        data.findings = state.findings;
+        showFindings();
     };
 
     const listen = () => {
-        if (source || (data && !data.reloads))
+        if (data && !data.reloads)
             return;
-        source = new EventSource(own + 'events');
-        source.addEventListener('generation', (event) => {
-            isOver = false;
-            if (known !== null && event.data !== known)
-                return reload();
-            known = event.data;
-            showBadge();
-        });
-        source.addEventListener('findings', (event) => {
-            if (!data)
-                return;
-            const findings = JSON.parse(event.data);
-            if (JSON.stringify(findings) === JSON.stringify(data.findings))
-                return;
-            data.findings = findings;
-            showFindings();
-        });
-        source.addEventListener('error', () => {
-            isOver = true;
-            showBadge();
-        });
+        if (worker)
+            worker.port.postMessage(true);
+        else if (!stopFollowing)
+            stopFollowing = follow(own + 'events', take);
     };
 
-    // A browser has few connections to one server: pages in the background give theirs back.
+    const stopListening = () => {
+        if (worker)
+            worker.port.postMessage(false);
+        if (stopFollowing)
+            stopFollowing();
+        stopFollowing = null;
+    };
+
+    const findWorker = () => {
+        try {
+            worker = new SharedWorker(own + 'bar.js', 'orv-preview');
+        } catch {
+            return; // this browser has none
+        }
+        worker.port.onmessage = (event) => take(event.data);
+        worker.onerror = () => {
+            worker = null;
+            listen();
+        };
+    };
+
+    // Pages in the background give a connection of their own back.
     const onVisibility = () => {
-        if (data && data.policy)
+        if (!document.hidden)
+            reloadIfStale();
+        if (worker || (data && data.policy))
             return;
         if (document.hidden)
             stopListening();
@@ -320,7 +419,7 @@
         if (errors()) {
             const first = data.messages.find((message) => message.severity === 'error');
             return make('button',
-                {className: 'badge failed', type: 'button', onclick: openAt('messages')},
+                {className: 'badge failed', type: 'button', id: 'badge', onclick: openAt('messages')},
                 span('count', plural(errors(), 'error', 'errors')),
                 span('where', `${placeOf(first.file, first.line)} ${first.text}`.trim()),
                 span('more', 'Show'));
@@ -330,7 +429,7 @@
             found && plural(found, 'finding', 'findings')].filter(Boolean).join(', ');
         return make('button',
             {className: `badge ${notes ? 'warned' : ''} ${isOver ? 'over' : ''}`, type: 'button',
-                title: 'What the templates of this page did',
+                id: 'badge', title: 'What the templates of this page did',
                 onclick: openAt(warnings() ? 'messages' : found ? 'findings' : '')},
             span('dot', ''), isOver ? 'Preview has ended' : notes || 'Preview',
             data.page ? span('soft', time(data.microseconds)) : null);
@@ -339,6 +438,7 @@
     const show = () => {
         if (!host)
             return;
+        const focused = host.shadowRoot.activeElement;
         const {open, tab} = recall();
         const chosen = sheets.find((one) => one.id === tab) || sheets[0];
         const scrolled = host.shadowRoot.querySelector('.sheet');
@@ -350,6 +450,8 @@
             sheet.dataset.id = chosen.id;
             sheet.scrollTop = top;
         }
+        if (focused && focused.id)
+            host.shadowRoot.getElementById(focused.id)?.focus();
     };
 
     const showBadge = () => {
@@ -391,6 +493,7 @@
         listen();
     };
 
+    findWorker();
     listen();
     if (document.getElementById('orv-preview') || document.readyState !== 'loading')
         begin();
@@ -400,6 +503,7 @@
         restoreScroll();
         remember({scroll: null});
     });
+    addEventListener('beforeunload', onLeaving);
     addEventListener('pagehide', stopListening);
     addEventListener('pageshow', (event) => event.persisted && listen());
     document.addEventListener('visibilitychange', onVisibility);
