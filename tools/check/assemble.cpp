@@ -219,18 +219,18 @@ static void addLiteral(std::vector<Assembled> *texts, const Template &tpl, Span 
                        const string &literal)
 {
     for (Assembled &text : *texts) {
-        text.pieces.push_back({text.text.size(), &tpl, span, false, false, false, 0, ""});
+        text.pieces.push_back({text.text.size(), &tpl, span, false, false, false, 0, nullptr});
         text.text += literal;
     }
 }
 
 static void addHole(std::vector<Assembled> *texts, const Template &tpl, Span span, uint8_t holds,
-                    bool number)
+                    bool number, const Element *element)
 {
     for (Assembled &text : *texts) {
         const bool inString = inSqlString(text.text);
-        text.pieces.push_back({text.text.size(), &tpl, span, true, inString, number, holds,
-                               tpl.source.substr(span.at, span.end - span.at)});
+        text.pieces.push_back(
+            {text.text.size(), &tpl, span, true, inString, number, holds, element});
         text.text += inString ? "x" : "1";
     }
 }
@@ -250,7 +250,7 @@ static void addText(std::vector<Assembled> *texts, const Template &tpl, const El
         if (field.at > at)
             addLiteral(texts, tpl, {at, field.at}, tpl.source.substr(at, field.at - at));
         if (!last)
-            addHole(texts, tpl, field, 0, false);
+            addHole(texts, tpl, field, 0, false, nullptr);
         at = field.end;
     }
 }
@@ -344,7 +344,7 @@ static std::vector<Assembled> assembleArgument(const Assembly &assembly, const T
         const bool number = element.type == ELEM_NUMVAR ||
                             (element.command && ((element.command->id & CMDF_CALC) ||
                                                  element.command->id == ID_MULTIQUERYCOUNT));
-        addHole(&texts, tpl, element.span, holds, number && !holds);
+        addHole(&texts, tpl, element.span, holds, number && !holds, &element);
     }
     return texts;
 }

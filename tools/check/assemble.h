@@ -55,11 +55,11 @@ struct TextPiece {
     size_t at; // in the text
     const Template *tpl;
     Span span;
-    bool hole;        // not known: a stand-in stands in the text
-    bool inString;    // such a one stands inside a string of SQL
-    bool number;      // of such a one: it is a number, as its stand-in
-    uint8_t holds;    // of such a one, VALUE_ bits
-    std::string name; // what it is called: "$var:find"
+    bool hole;              // not known: a stand-in stands in the text
+    bool inString;          // such a one stands inside a string of SQL
+    bool number;            // of such a one: it is a number, as its stand-in
+    uint8_t holds;          // of such a one, VALUE_ bits
+    const Element *element; // of such a one that is no text field
 };
 
 struct Assembled {

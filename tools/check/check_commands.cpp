@@ -273,6 +273,23 @@ static std::vector<string_view> parameterNames(const Site &site)
     return names;
 }
 
+// The variable of the web program whose value a template's variable has, by a set that
+// consists of it alone; empty for none.
+static string_view originOf(const Site &site, string_view name)
+{
+    for (const VariableUse *use : setsOf(site, name)) {
+        const Argument *value = use->value;
+        while (value && value->elements.size() == 1 && value->elements[0].command &&
+               value->elements[0].command->id == ID_ECHO &&
+               bodyIndex(*value->elements[0].command) == 0)
+            value = &value->elements[0].command->args[0];
+        if (value && value->elements.size() == 1 && value->elements[0].type == ELEM_GETVAR &&
+            isFromWeb(site, value->elements[0].text))
+            return value->elements[0].text;
+    }
+    return "";
+}
+
 static void checkParameters(const Visit &visit, const Command &command, const Assembled &text,
                             const std::vector<SqlParameter> &parameters)
 {
@@ -285,14 +302,43 @@ static void checkParameters(const Visit &visit, const Command &command, const As
         if (parameter.name[0] != ':') {
             report(visit.all, *tpl, span, "query-parameter",
                    "only parameters of the form :NAME have a value, not " + parameter.name);
-        } else if (!isFromWeb(visit.all.site, name) && setsOf(visit.all.site, name).empty()) {
-            const string_view near = nearest(name, parameterNames(visit.all.site));
+        } else if (!isFromWeb(visit.all.site, name)) {
+            const auto sets = setsOf(visit.all.site, name);
+            string_view near = originOf(visit.all.site, name);
+            if (near.empty())
+                near = nearest(name, parameterNames(visit.all.site));
+            const string hint = near.empty() ? "" : "; did you mean ':" + string(near) + "'?";
+            std::vector<Note> notes;
+            if (!sets.empty())
+                notes = {noteAt(*sets[0]->tpl, sets[0]->command->nameSpan.at, "it is set here")};
             report(visit.all, *tpl, span, "query-parameter",
-                   "no variable " + string(name) + " is set anywhere, so " + parameter.name +
-                       " is NULL" +
-                       (near.empty() ? "" : "; did you mean ':" + string(near) + "'?"));
+                   (sets.empty()
+                        ? "no variable " + string(name) + " is set anywhere, so "
+                        : "only templates set " + string(name) +
+                              ", and parameters stand for what the web program sets, so ") +
+                       parameter.name + " is NULL" + hint,
+                   std::move(notes));
         }
     }
+}
+
+// What to do about a value that is a piece of SQL. Only what the web program sets has a
+// parameter; a number needs none.
+static string insteadOfPiece(const Site &site, const TextPiece &piece)
+{
+    const Element *element = piece.element;
+    if (element->type == ELEM_GETVAR && isFromWeb(site, element->text))
+        return "write the parameter :" + element->text +
+               (piece.inString ? " without quotes around it" : "") + " instead";
+    if (element->type == ELEM_NUMVAR)
+        return "join both queries in one, or let the outer one make a number of it, "
+               "cast(... as integer)";
+    if (const string_view origin =
+            element->type == ELEM_GETVAR ? originOf(site, element->text) : string_view();
+        !origin.empty())
+        return "write the parameter :" + string(origin) + ", whose value it has";
+    return "no parameter stands for it: join the queries in one, or let the one that it comes from "
+           "make a number of it, cast(... as integer)";
 }
 
 static void checkInjection(const Visit &visit, const Assembled &text)
@@ -300,13 +346,10 @@ static void checkInjection(const Visit &visit, const Assembled &text)
     for (const TextPiece &piece : text.pieces) {
         if (!piece.hole || !piece.holds)
             continue;
-        const string name = piece.name.starts_with("$var:") && piece.name.find('[') == string::npos
-                                ? piece.name.substr(5)
-                                : "NAME";
+        const string name = piece.tpl->source.substr(piece.span.at, piece.span.end - piece.span.at);
         report(visit.all, *piece.tpl, piece.span, "query-injection",
-               (piece.name.size() < 40 ? piece.name : "this value") +
-                   " is a piece of SQL; write the parameter :" + name +
-                   (piece.inString ? " without quotes around it" : "") + " instead");
+               (name.size() < 40 ? name : "this value") + " is a piece of SQL; " +
+                   insteadOfPiece(visit.all.site, piece));
     }
 }
 
