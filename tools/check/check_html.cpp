@@ -160,6 +160,11 @@ static void checkOutput(Follower &follower, const Output &output)
             return add(follower, output, "escape-style",
                        output.name + " stands in " + describe(state) +
                            ", where no escaping makes it safe: choose among constants with if");
+        if (state.content == Content::DOCUMENT)
+            return add(follower, output, "escape-document",
+                       output.name + " stands in srcdoc, which is read as a page of its own: its "
+                                     "escaping is undone in front of that, and no other makes it "
+                                     "safe; let src lead to a page that holds it");
         if (state.part != Part::RAW)
             return checkAttribute(follower, output);
         break;
@@ -248,22 +253,63 @@ static void putField(Follower &follower, const Template &tpl, const Field &field
     followValue(&follower.state);
 }
 
+// Whether a ?> ends an unknown command, or was to be held by a quote: that is told already.
+static bool isToldOf(const Template &tpl, uint32_t at)
+{
+    return std::any_of(tpl.begun.begin(), tpl.begun.end(), [&](const Begun &begun) {
+        const bool unknown = begun.token == F_UNDEF;
+        const uint32_t from = unknown ? begun.words.at : begun.end;
+        return (unknown || begun.quoteOpen) && from <= at && tpl.source.find("?>", from) == at;
+    });
+}
+
+// A ?> in page text, which ends nothing and comes out.
+static void checkEndMark(const Follower &follower, const Template &tpl, uint32_t at)
+{
+    const HtmlState &state = follower.state;
+    const bool inScript =
+        (state.part == Part::RAW || state.part == Part::VALUE) && state.content == Content::SCRIPT;
+    const bool isText = state.part == Part::COMMENT ||
+                        (inScript && state.script >= Script::REGEX); // or of a comment
+    if (isText || isToldOf(tpl, at))
+        return;
+    const size_t previous = at > 0 ? tpl.source.rfind("?>", at - 1) : string::npos;
+    const bool behindComment =
+        std::any_of(tpl.comments.begin(), tpl.comments.end(),
+                    [&](const Span &comment) { return comment.end == previous + 2; });
+    report(follower.all, tpl, {at, at + 2}, "end-in-text",
+           behindComment ? "this ?> comes out: the comment in front of it has ended already"
+                         : "this ?> comes out: no command is open here");
+}
+
+// Follows page text, or a text of an argument, in which no ?> can stand.
+static void followLiteral(Follower &follower, const Template &tpl, uint32_t at, string_view literal)
+{
+    size_t begin = 0;
+    for (size_t mark; (mark = literal.find("?>", begin)) != string_view::npos; begin = mark + 2) {
+        follow(&follower.state, literal.substr(begin, mark - begin));
+        checkEndMark(follower, tpl, at + static_cast<uint32_t>(mark));
+        follow(&follower.state, literal.substr(mark, 2));
+    }
+    follow(&follower.state, literal.substr(begin));
+}
+
 static void putText(Follower &follower, const Template &tpl, Span span, string_view literal)
 {
     const FieldRange fields = fieldsIn(tpl, span);
     if (fields.empty()) {
-        follow(&follower.state, literal);
+        followLiteral(follower, tpl, span.at, literal);
         return;
     }
     const string_view source = tpl.source;
     uint32_t at = span.at;
     for (size_t i = fields.first; i < fields.last; ++i) {
         const Field &field = tpl.fields[i];
-        follow(&follower.state, source.substr(at, field.span.at - at));
+        followLiteral(follower, tpl, at, source.substr(at, field.span.at - at));
         putField(follower, tpl, field);
         at = field.span.end;
     }
-    follow(&follower.state, source.substr(at, span.end - at));
+    followLiteral(follower, tpl, at, source.substr(at, span.end - at));
 }
 
 // ---- commands ----

@@ -20,6 +20,10 @@ static constexpr Kind kinds[] = {
      "The command ends inside a quote. The interpreter takes that; mostly the ?> was meant to be "
      "text, which is not possible, or the closing quote is missing.",
      "<?echo 'x?>"},
+    {"end-in-text", WARNING,
+     "A ?> in page text ends nothing and comes out. A command ends at the first ?> behind its "
+     "begin that belongs to no command inside it, a comment at its first.",
+     "<?echo a?>?>"},
     {"include-missing", ERROR, "The template does not exist below the document root, or is empty.",
      "<?include nothere.frm?>"},
     {"include-cycle", ERROR,
@@ -61,12 +65,14 @@ static constexpr Kind kinds[] = {
     {"query-sql", ERROR, "The database does not take the query.",
      "<?query 'select nothere from t'?>"},
     {"query-injection", ERROR,
-     "A variable or a value is a piece of SQL, and can be anything. Write a parameter, :NAME, "
-     "which "
-     "stands for the variable of that name.",
+     "A variable or a value is a piece of SQL, and can be anything. For what the web program sets "
+     "write a parameter, :NAME, which stands for the variable of that name. No parameter stands "
+     "for columns and for what templates set: join the queries in one, or make numbers of them "
+     "where they come from, cast(... as integer).",
      "<?query \"select a from t where b = '$var:find'\"?>"},
     {"query-parameter", ERROR,
-     "No variable of the parameter's name is set anywhere, so it is NULL.",
+     "The web program sets no variable of the parameter's name, so it is NULL. What templates set "
+     "is no parameter.",
      "<?query 'select a from t where b = :nothere'?>"},
     {"query-writes", ERROR, "The statement changes the database; pages only read.",
      "<?query 'delete from t'?>"},
@@ -124,6 +130,10 @@ static constexpr Kind kinds[] = {
     {"escape-style", ERROR, "A value in a style; no escaping makes it safe there.",
      "<p style=\"color: <?echo $var:color?>\">"},
     {"escape-name", ERROR, "A value as the name of a tag or an attribute.", "<<?echo $var:tag?>>"},
+    {"escape-document", ERROR,
+     "A value in srcdoc. The attribute is read as a page of its own, so its escaping is undone "
+     "before that page begins.",
+     "<iframe srcdoc=\"<?echo $var:note?>\"></iframe>"},
     {"escape-context", ERROR,
      "The branches of an if, or the iterations of a body, end in different parts of HTML, so what "
      "follows is read in one way or another; or the page ends inside a tag or script.",

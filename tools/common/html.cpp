@@ -231,6 +231,8 @@ static Content contentOfAttribute(string_view name)
         return Content::SCRIPT;
     if (name == "style")
         return Content::STYLE;
+    if (name == "srcdoc")
+        return Content::DOCUMENT;
     if (isOneOf(name, {"href", "src", "action", "formaction", "cite", "data", "poster",
                        "background", "longdesc", "usemap", "manifest", "codebase", "icon",
                        "classid", "archive", "profile", "ping", "srcset"}))

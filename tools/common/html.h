@@ -28,8 +28,8 @@ enum class Part : uint8_t {
 };
 
 // What an element's text or an attribute's value is read as.
-// REFRESH: of a meta element, in which an address may follow "url=".
-enum class Content : uint8_t { TEXT, ADDRESS, REFRESH, SCRIPT, STYLE, OTHER_SCRIPT };
+// REFRESH: of a meta element, in which an address may follow "url=". DOCUMENT: a page.
+enum class Content : uint8_t { TEXT, ADDRESS, REFRESH, SCRIPT, STYLE, OTHER_SCRIPT, DOCUMENT };
 
 // Where in a script.
 enum class Script : uint8_t { CODE, DQUOTE, SQUOTE, TEMPLATE, REGEX, LINE_COMMENT, BLOCK_COMMENT };
