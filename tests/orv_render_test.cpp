@@ -148,3 +148,28 @@ TEST(OrvRender, Rows)
               0);
     EXPECT_EQ(readFile("err"), "orv-render: cannot write the page: Broken pipe\n2\n");
 }
+
+// The folder that asks for marks is gone when the page begins, however that ends.
+TEST(OrvRender, MarksLeaveNoFolder)
+{
+    writeFile("en.po", "msgid \"a\"\nmsgstr \"Text\"\n");
+    ASSERT_EQ(runCommand("mkdir -p site root/etc tmp &&"
+                         " '" ORV_TEXTDB "' build -o root/etc/htmltext_en.db en.po"),
+              0)
+        << readFile("err");
+    writeFile("site/t.htm", "<p>{?a?}</p>");
+    writeFile("site/long.htm", "<?repeat [ 1 99999999 ] '" + string(9999, 'x') + "'?>");
+    const string render = "'" ORV_RENDER "' --docroot site --tooltips 1 ";
+    const struct {
+        string command, out;
+    } rows[] = {
+        {render + "--root root --lang en t.htm",
+         "<p><span title=\"{?a?} => t.htm Zeile 1\">Text</span></p>"},
+        {render + "long.htm | head -c 1", "x"},
+        {"timeout 0.3 " + render + "long.htm | sleep 1", ""},
+    };
+    for (const auto &[command, out] : rows) {
+        runCommand("export TMPDIR=tmp; " + command + "; ls tmp");
+        EXPECT_EQ(readFile("out"), out) << command << readFile("err");
+    }
+}

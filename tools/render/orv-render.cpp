@@ -11,6 +11,7 @@
 
 #include <errno.h>
 #include <fcntl.h>
+#include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -221,27 +222,23 @@ static int explainResult(const Host &host, const CommandLine &options,
 
 // Runs the template with the descriptors at hand: page, where it goes, and log,
 // -1 without --log. Returns the exit status, after a line for a missing page.
-static int runPage(Host &host, const CommandLine &options, int page, int log)
+static int runPage(Host &host, const CommandLine &options, Interpreter *interpreter, int page,
+                   int log)
 {
-    Interpreter *interpreter = hostInterpreter(host);
-    if (!interpreter || (log >= 0 && Orv_Interpreter_SetLog(log) != 0) ||
+    if ((log >= 0 && Orv_Interpreter_SetLog(log) != 0) ||
         Orv_Interpreter_SetOutputBuffer(interpreter,
-                                        options.has(OPT_UNBUFFERED) ? 0 : OUTPUT_BUFFER) != 0) {
-        Orv_Interpreter_Destroy(interpreter);
+                                        options.has(OPT_UNBUFFERED) ? 0 : OUTPUT_BUFFER) != 0)
         return complain(NO_PAGE, "out of memory");
-    }
-    int status = setVariables(host, interpreter, options);
-    if (status < 0) {
-        const char *path = host.readsInput ? STANDARD_INPUT : options.words[0];
-        const int32_t result = Orv_Interpreter_Run(interpreter, path, page);
-        status = explainResult(host, options, interpreter, result, log >= 0);
-    }
-    Orv_Interpreter_Destroy(interpreter);
-    return status;
+    if (const int status = setVariables(host, interpreter, options); status >= 0)
+        return status;
+    const char *path = host.readsInput ? STANDARD_INPUT : options.words[0];
+    const int32_t result = Orv_Interpreter_Run(interpreter, path, page);
+    return explainResult(host, options, interpreter, result, log >= 0);
 }
 
 // Renders the page, writes it if it was collected, and prints the log.
-static int renderPage(Host &host, const CommandLine &options, int startDir)
+static int renderPage(Host &host, const CommandLine &options, Interpreter *interpreter,
+                      int startDir)
 {
     bool collects = collectsPage(options);
     int page = collects ? memfd_create("page", MFD_CLOEXEC) : STDOUT_FILENO;
@@ -252,7 +249,7 @@ static int renderPage(Host &host, const CommandLine &options, int startDir)
         host.reportFd = log;
         host.reportTemplates = true;
     }
-    int status = runPage(host, options, page, log);
+    int status = runPage(host, options, interpreter, page, log);
     if (status != NO_PAGE && collects && !writePage(startDir, options.value(OPT_OUTPUT), page))
         status = NO_PAGE;
     if (log >= 0) {
@@ -264,47 +261,61 @@ static int renderPage(Host &host, const CommandLine &options, int startDir)
     return status;
 }
 
-// A root of our own with a kernel command line that asks for tooltips, and links
-// to the texts of the real one. It is gone with the record.
-struct TooltipRoot {
-    std::string path;
-
-    ~TooltipRoot()
-    {
-        std::error_code ignored;
-        if (!path.empty())
-            fs::remove_all(path, ignored);
-    }
-};
-
-// Returns whether the root could be made; errno tells why not.
-static bool makeTooltipRoot(TooltipRoot &made, const char *root, const char *mode)
+// Puts a kernel command line that asks for tooltips below a folder. Returns false when
+// that fails.
+static bool writeCommandLine(const std::string &root, const char *mode)
 {
     std::error_code error;
-    std::string path = (fs::temp_directory_path(error) / "orv-render-XXXXXX").string();
-    if (error || !mkdtemp(path.data()))
+    if (!fs::create_directory(root + "/proc", error))
         return false;
-    made.path = path;
-    for (const char *folder : {"/proc", "/var"})
-        if (!fs::create_directory(path + folder, error))
-            return false;
-    for (const char *file : {"/etc", "/var/htmltext.db"}) {
-        fs::create_symlink(std::string(root) + file, path + file, error);
-        if (error)
-            return false;
-    }
-    std::ofstream cmdline(path + "/proc/cmdline");
-    cmdline << "tooltip=" << mode << '\n';
-    cmdline.close();
-    return !cmdline.fail();
+    std::ofstream file(root + "/proc/cmdline");
+    file << "tooltip=" << mode << '\n';
+    file.close();
+    return !file.fail();
 }
 
-// Resolves what is relative to the caller's directory, then enters the document
-// root and renders.
+// Makes an interpreter that marks texts: it looks for that in a kernel command line, which
+// stands in a root of our own meanwhile. No signal ends us before that is gone.
+// Returns null when memory ran out, or when there is no such root: then *problem is set.
+static Interpreter *makeMarkingInterpreter(Host &host, const char *mode, const char **problem)
+{
+    const char *const root = systemRoot;
+    Interpreter *interpreter = nullptr;
+    std::error_code error;
+    std::string own = (fs::temp_directory_path(error) / "orv-render-XXXXXX").string();
+    sigset_t all;
+    sigset_t before;
+    sigfillset(&all);
+    sigprocmask(SIG_BLOCK, &all, &before);
+    const bool isMade = !error && mkdtemp(own.data());
+    if (!isMade || !writeCommandLine(own, mode)) {
+        *problem = strerror(errno);
+    } else {
+        systemRoot = own.c_str();
+        interpreter = hostInterpreter(host);
+        systemRoot = root;
+    }
+    if (isMade)
+        fs::remove_all(own, error);
+    sigprocmask(SIG_SETMASK, &before, nullptr);
+    return interpreter;
+}
+
+// Enters the document root and renders.
+static int runBelow(Host &host, const CommandLine &options, Interpreter *interpreter, int startDir)
+{
+    if (!hostOpen(host, options.value(OPT_DOCROOT, "."), options.value(OPT_DB)))
+        return NO_PAGE;
+    const char *language = options.value(OPT_LANG);
+    if (language && Orv_Interpreter_SetLanguage(language) != 0)
+        return complain(NO_PAGE, "there is no text database for language '%s'", language);
+    return renderPage(host, options, interpreter, startDir);
+}
+
+// Resolves what is relative to the caller's directory, and renders.
 static int run(const CommandLine &options, bool hasStandardOutput)
 {
     static char root[PATH_MAX]; // systemRoot must outlive the interpreter
-    static TooltipRoot tooltipRoot;
     Host host;
     host.program = programName;
     host.error = options.value(OPT_ERROR);
@@ -318,19 +329,15 @@ static int run(const CommandLine &options, bool hasStandardOutput)
     host.readsInput = strcmp(options.words[0], "-") == 0;
     if (host.readsInput && !keepStandardInput())
         return complain(NO_PAGE, "cannot read standard input: %s", strerror(errno));
-    if (options.value(OPT_TOOLTIPS)) {
-        if (!makeTooltipRoot(tooltipRoot, root, options.value(OPT_TOOLTIPS)))
-            return complain(NO_PAGE, "cannot make a folder for --tooltips: %s", strerror(errno));
-        systemRoot = tooltipRoot.path.c_str();
-    }
-    int status = NO_PAGE;
-    if (hostOpen(host, options.value(OPT_DOCROOT, "."), options.value(OPT_DB))) {
-        if (options.value(OPT_LANG) && Orv_Interpreter_SetLanguage(options.value(OPT_LANG)) != 0)
-            complain(NO_PAGE, "there is no text database for language '%s'",
-                     options.value(OPT_LANG));
-        else
-            status = renderPage(host, options, startDir);
-    }
+    const char *mode = options.value(OPT_TOOLTIPS);
+    const char *problem = nullptr;
+    Interpreter *interpreter =
+        mode ? makeMarkingInterpreter(host, mode, &problem) : hostInterpreter(host);
+    if (!interpreter)
+        return problem ? complain(NO_PAGE, "cannot make a folder for --tooltips: %s", problem)
+                       : complain(NO_PAGE, "out of memory");
+    const int status = runBelow(host, options, interpreter, startDir);
+    Orv_Interpreter_Destroy(interpreter);
     hostClose(host);
     // A file system may report a failed write no sooner than here.
     if (fclose(stdout) != 0 && hasStandardOutput)
