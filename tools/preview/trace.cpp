@@ -214,7 +214,7 @@ static void noteClosed(void *self, const char *)
     trace.open.pop_back();
 }
 
-static void noteToken(void *self, int token, const observe::Match &match, const Arg *)
+static void noteToken(void *self, int token, const observe::Match &match, const ArgElem *)
 {
     Trace &trace = traceOf(self);
     const size_t level = trace.open.size();
