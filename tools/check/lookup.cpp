@@ -146,7 +146,7 @@ static string describeVariable(Site &site, const string &key)
     else if (isFromWeb(site, key))
         text += "\n- sent by a form or a link of the site";
     for (const VariableUse *use : setsOf(site, key)) {
-        const Place place = placeOf(*use->tpl, use->span.at);
+        const LineColumn place = placeOf(*use->tpl, use->span.at);
         text += "\n- set in " + use->tpl->path + ":" + std::to_string(place.line);
     }
     return text;

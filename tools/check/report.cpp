@@ -69,8 +69,8 @@ void reportAs(Report &report, Grade severity, const Template &tpl, Span span, co
     if (isIgnored(report, tpl, span.at, kind))
         return;
     // A mark of the reader's own is shown as the field that it stands for.
-    const Place from = placeOf(tpl, span.at);
-    const Place to = placeOf(tpl, std::max(span.at, span.end));
+    const LineColumn from = placeOf(tpl, span.at);
+    const LineColumn to = placeOf(tpl, std::max(span.at, span.end));
     report.findings.push_back({kind, severity, tpl.path, from.line, from.column, to.line, to.column,
                                unitAt(tpl, span.at), unitAt(tpl, std::max(span.at, span.end)),
                                std::move(text), std::move(notes)});
@@ -100,7 +100,7 @@ void reportLine(Report &report, const string &path, uint32_t line, const char *i
 
 Note noteAt(const Template &tpl, uint32_t offset, string text)
 {
-    const Place place = placeOf(tpl, offset);
+    const LineColumn place = placeOf(tpl, offset);
     return {tpl.path, place.line, place.column, unitAt(tpl, offset), std::move(text)};
 }
 

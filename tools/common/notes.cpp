@@ -15,6 +15,8 @@ static constexpr std::string_view NOTE_START = "orv-textdb: ";
 // So many columns a line of a note has at the most, without "# ".
 static constexpr size_t LINE_WIDTH = 70;
 
+namespace
+{
 // A note that stands at [begin, end) of the comments.
 struct Note {
     size_t begin;
@@ -23,6 +25,7 @@ struct Note {
     std::string text;
     bool isWrapped;
 };
+} // namespace
 
 // Takes the line at *pos, without the blanks at its edges.
 static std::string_view takeLine(std::string_view comments, size_t *pos)

@@ -25,12 +25,15 @@ struct PoSource {
     bool isAscii;
 };
 
+namespace
+{
 // A reading in progress.
 struct Reading {
     PoFile *po;
     std::string_view bytes;
     const PoSource *source;
 };
+} // namespace
 
 // The functions that gettext's library calls carry no pointer of ours.
 static Reading *current;

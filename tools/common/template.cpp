@@ -630,7 +630,7 @@ void readTemplate(Template *tpl, std::string path, std::string source, bool page
     nameFields(tpl);
 }
 
-Place placeOf(const Template &tpl, uint32_t offset)
+LineColumn placeOf(const Template &tpl, uint32_t offset)
 {
     const auto next = std::upper_bound(tpl.lineStarts.begin(), tpl.lineStarts.end(), offset);
     const auto line = static_cast<uint32_t>(next - tpl.lineStarts.begin());

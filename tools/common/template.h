@@ -121,11 +121,11 @@ constexpr size_t UNIT_STRIDE = 1024;
 void readTemplate(Template *tpl, std::string path, std::string source, bool page);
 
 /* Line and column of an offset, counted from 1; a column counts bytes. */
-struct Place {
+struct LineColumn {
     uint32_t line;
     uint32_t column;
 };
-Place placeOf(const Template &tpl, uint32_t offset);
+LineColumn placeOf(const Template &tpl, uint32_t offset);
 
 /* UTF-16 units between the begin of its line and an offset. */
 uint32_t unitsBefore(const Template &tpl, uint32_t offset);
