@@ -18,11 +18,11 @@ base = "file://" + root.replace(" ", "%20") + "/"
 page = base + "new.htm"
 
 
-def start():
+def start(*options):
     texts = [os.path.join(root, "texts", name) for name in ("en.po", "de.po")]
     return subprocess.Popen(
         [checker, "--lsp", "--db", database, "--texts", texts[0], "--texts", texts[1],
-         "--set-from", os.path.join(site, "../zarn/variables.txt")],
+         "--set-from", os.path.join(site, "../zarn/variables.txt"), *options],
         stdin=subprocess.PIPE, stdout=subprocess.PIPE)
 
 
@@ -156,6 +156,21 @@ try:
     equal(ask("shutdown")["result"], None)
     tell("exit")
     equal(server.wait(timeout=10), 0)
+
+    # Kinds that are left out, and a language with a mistake.
+    german = os.path.join(root, "texts", "de.po")
+    with open(german, "ab") as file:
+        file.write(b'\nmsgid "site.new\n')
+    server = start("--ignore", "escape-missing")
+    ask("initialize", rootUri=base.rstrip("/"), capabilities={})
+    page = base + "new.htm"
+    text = "<p><?print $var:token?> {?site.menu?}</p><?echo $var:nothere?>"
+    tell("textDocument/didOpen", textDocument={"uri": page, "text": text})
+    found = diagnostics(page) + diagnostics(base + "texts/de.po")
+    equal([d["code"] for d in found], ["variable-unset", "texts-broken"])
+    has(ask("textDocument/hover", **at(text, 0, "{?site.menu", 2))["result"]["contents"]["value"],
+        "en: Menu")
+    server.kill()
 
     # A stream that has lost its frame.
     server = start()

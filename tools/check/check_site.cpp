@@ -308,9 +308,26 @@ static void checkUnused(Report &all)
                            "no template uses the text " + quoted(id));
 }
 
+// One finding for each file: what follows its first mistake may come from that.
+static void reportBroken(Report &all)
+{
+    Finding *first = nullptr;
+    for (const TextFault &fault : all.site.textFaults) {
+        const uint32_t line = std::max(static_cast<uint32_t>(fault.line), 1U);
+        if (first && first->path == fault.path) {
+            first->notes.push_back({fault.path, line, 1, 1, fault.text});
+            continue;
+        }
+        reportLine(all, fault.path, line, "texts-broken",
+                   fault.text + "; the language is left out");
+        first = &all.findings.back();
+    }
+}
+
 void checkTexts(Report &all)
 {
     constexpr size_t longest = 128; // bytes of an id
+    reportBroken(all);
     const std::vector<string_view> ids = knownIds(all.site);
     std::set<string_view> known(ids.begin(), ids.end());
     for (const auto &[id, uses] : all.site.fields) {

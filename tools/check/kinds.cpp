@@ -76,6 +76,9 @@ static constexpr Kind kinds[] = {
      "<?query 'select a from t where b = :nothere'?>"},
     {"query-writes", ERROR, "The statement changes the database; pages only read.",
      "<?query 'delete from t'?>"},
+    {"texts-broken", ERROR,
+     "A language's file has a mistake. The language is left out until that is mended.",
+     "msgid \"a  (without the closing quote)"},
     {"text-missing", ERROR,
      "Languages without a text of that id. A warning where only some lack it: they show the "
      "fallback language.",

@@ -2,6 +2,8 @@
 #include <stdio.h>
 #include <unistd.h>
 
+#include <new>
+
 #include "arguments.h"
 #include "lsp.h"
 #include "tools/common/files.h"
@@ -40,5 +42,6 @@ static int run(int argc, char **argv)
 
 int main(int argc, char **argv)
 {
+    std::set_new_handler([] { _exit(complain(WRONG_USAGE, "out of memory")); });
     return runOnDeepStack(run, argc, argv);
 }

@@ -1,16 +1,17 @@
 /* tools/check/site.cpp - reads a site: pages, what they include, and who sets what. */
 #include "site.h"
 
+#include <errno.h>
 #include <string.h>
 
 #include <algorithm>
 #include <charconv>
 #include <filesystem>
-#include <fstream>
 #include <iterator>
 
 #include "assemble.h"
 #include "grammar/commands.h"
+#include "tools/common/files.h"
 
 using std::string;
 using std::string_view;
@@ -109,24 +110,21 @@ bool fileExists(const Site &site, const string &path)
            (staysBelow(path) && fs::is_regular_file(pathOf(site, path), error));
 }
 
-static bool readFile(const Site &site, const string &path, string *bytes)
+// Returns false when the file is not there or may not be read; one that fails midway is
+// a problem of the site as well.
+static bool readFile(Site *site, const string &path, string *bytes)
 {
-    const auto unsaved = site.options.unsaved.find(path);
-    if (unsaved != site.options.unsaved.end()) {
+    const auto unsaved = site->options.unsaved.find(path);
+    if (unsaved != site->options.unsaved.end()) {
         *bytes = unsaved->second;
         return true;
     }
-    std::error_code error;
-    if (!fileExists(site, path))
+    if (!fileExists(*site, path))
         return false;
-    std::ifstream file(pathOf(site, path), std::ios::binary);
-    const auto size = fs::file_size(pathOf(site, path), error);
-    if (!file || error)
-        return false;
-    bytes->resize(size);
-    file.read(bytes->data(), static_cast<std::streamsize>(size));
-    bytes->resize(static_cast<size_t>(file.gcount()));
-    return true;
+    const bool done = readBytes(pathOf(*site, path).c_str(), bytes);
+    if (!done && errno != EACCES && site->problem.empty())
+        site->problem = "cannot read template " + path + ": " + strerror(errno);
+    return done;
 }
 
 // ---- what a template sets, reads and includes ----
@@ -284,7 +282,7 @@ static bool load(Site *site, const string &path, bool page)
     string bytes;
     if (site->templates.contains(path))
         return true;
-    if (!readFile(*site, path, &bytes))
+    if (!readFile(site, path, &bytes))
         return false;
     auto tpl = std::make_unique<Template>();
     readTemplate(tpl.get(), path, std::move(bytes), page);
@@ -354,7 +352,7 @@ static void readOthers(Site *site, const std::vector<string> &files)
         if (site->templates.contains(path) ||
             !hasSuffix(path, {".htm", ".html", ".frm", ".inc", ".js", ".css", ".json", ".xml",
                               ".svg", ".txt"}) ||
-            !readFile(*site, path, &bytes))
+            !readFile(site, path, &bytes))
             continue;
         for (size_t at = 0; (at = bytes.find("{?", at)) != string::npos; at += 2) {
             size_t end = at + 2;
@@ -378,7 +376,7 @@ static bool loadPages(Site *site, string *problem, const std::function<void(size
         site->pages = site->options.templates;
     for (const string &path : site->pages) {
         if (!load(site, path, true)) {
-            *problem = "cannot read template " + path;
+            *problem = site->problem.empty() ? "cannot read template " + path : site->problem;
             return false;
         }
         if (progress)
@@ -391,7 +389,8 @@ static bool loadPages(Site *site, string *problem, const std::function<void(size
     loadIncluded(site, progress);
     if (all && !site->languages.empty())
         readOthers(site, site->files);
-    return true;
+    *problem = site->problem;
+    return problem->empty();
 }
 
 bool loadSite(SiteOptions options, Site *site, string *problem,
@@ -410,11 +409,14 @@ bool loadSite(SiteOptions options, Site *site, string *problem,
         site->safe.insert(name);
     }
     for (const string &path : site->options.texts) {
-        site->languages.emplace_back();
-        if (!readLanguage(path, &site->languages.back(), problem)) {
+        Language language;
+        const size_t faults = site->textFaults.size();
+        if (!readLanguage(path, &language, &site->textFaults, problem)) {
             *problem = "cannot read texts " + path + ": " + *problem;
             return false;
         }
+        if (site->textFaults.size() == faults)
+            site->languages.push_back(std::move(language));
     }
     if (!site->options.db.empty()) {
         site->database = openDatabase(site->options.db, problem);

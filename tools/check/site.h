@@ -84,7 +84,9 @@ struct Site {
     std::set<std::string, std::less<>> fromWeb;                 // names that --set and --safe give
     std::set<std::string, std::less<>> safe;                    // those of --safe
     std::set<std::string, std::less<>> fromForms;               // names that forms and links send
-    std::vector<Language> languages;
+    std::vector<Language> languages;                            // those without a mistake
+    std::vector<TextFault> textFaults;                          // of the others
+    std::string problem; // why a template could not be read to its end
     std::map<std::string, std::vector<FieldUse>, std::less<>> fields; // by id
     std::set<std::string, std::less<>> otherFields; // ids in files that no page includes
     std::unique_ptr<Database> database;             // null without one

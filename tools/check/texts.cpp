@@ -2,12 +2,12 @@
  * text databases. */
 #include "texts.h"
 
-#include <algorithm>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
-#include <vector>
+#include <errno.h>
+#include <string.h>
 
+#include <filesystem>
+
+#include "tools/common/files.h"
 #include "tools/common/po.h"
 #include "tools/common/textdb_file.h"
 
@@ -15,34 +15,31 @@ using std::string;
 
 namespace fs = std::filesystem;
 
-static bool readPoFile(const string &path, Language *language, string *problem)
+static void readPoFile(const string &path, Language *language, std::vector<TextFault> *faults)
 {
-    PoFile po = readPo(path.c_str());
-    const bool complete = po.file && po.errors == 0;
+    std::vector<PoFault> found;
+    PoFile po = readPo(path.c_str(), &found);
     for (const PoEntry &entry : po.entries)
         if (entry.isTranslated() && !entry.fuzzy)
             language->texts[string(entry.id)] = {string(entry.text),
                                                  static_cast<uint32_t>(entry.line)};
     language->used = std::move(po.used);
     freePo(&po);
-    if (!complete)
-        *problem = "it has errors";
-    return complete;
+    for (const PoFault &fault : found)
+        faults->push_back({path, fault.line, fault.text});
 }
 
-static bool readDatabase(const string &path, Language *language, string *problem)
+static void readDatabase(const string &path, const string &file, Language *language,
+                         std::vector<TextFault> *faults)
 {
-    std::ifstream stream(path, std::ios::binary);
-    const string file{std::istreambuf_iterator<char>(stream), {}};
     const TextDbReport report = checkTextDb(file);
     if (!report.faults.empty()) {
-        *problem = report.faults[0].problem;
-        return false;
+        faults->push_back({path, 0, report.faults[0].problem});
+        return;
     }
     walkTextDb(file, [&](std::string_view id, std::string_view text) {
         language->texts[string(id)] = {string(text), 0};
     });
-    return true;
 }
 
 // "de" of "texts/de.po" and of "htmltext_de.db"; the whole stem of any other name.
@@ -53,8 +50,10 @@ static string codeOf(const fs::path &path)
     return cut == string::npos ? stem : stem.substr(cut + 1);
 }
 
-bool readLanguage(const string &path, Language *language, string *problem)
+bool readLanguage(const string &path, Language *language, std::vector<TextFault> *faults,
+                  string *problem)
 {
+    string bytes;
     language->path = path;
     language->code = codeOf(path);
     std::error_code error;
@@ -62,7 +61,13 @@ bool readLanguage(const string &path, Language *language, string *problem)
         *problem = error ? error.message() : "not a regular file";
         return false;
     }
+    if (!readBytes(path.c_str(), &bytes)) {
+        *problem = strerror(errno);
+        return false;
+    }
     if (fs::path(path).extension() == ".db")
-        return readDatabase(path, language, problem);
-    return readPoFile(path, language, problem);
+        readDatabase(path, bytes, language, faults);
+    else
+        readPoFile(path, language, faults);
+    return true;
 }

@@ -7,6 +7,7 @@
 #include <map>
 #include <set>
 #include <string>
+#include <vector>
 
 struct LanguageText {
     std::string text;
@@ -20,8 +21,17 @@ struct Language {
     std::set<std::string> used; // ids that a comment says are used; "*" at an end for any rest
 };
 
-/* Reads a language's texts from a .po file or a .db file. Returns false, with the
- * reason in problem, when it cannot. */
-bool readLanguage(const std::string &path, Language *language, std::string *problem);
+// A mistake in a language's file.
+struct TextFault {
+    std::string path;
+    size_t line; // 0 where none is known
+    std::string text;
+};
+
+/* Reads a language's texts from a .po file or a .db file. A mistake in it is added to
+ * faults, and the language is then to be left out. Returns false, with the reason in
+ * problem, when the file cannot be read. */
+bool readLanguage(const std::string &path, Language *language, std::vector<TextFault> *faults,
+                  std::string *problem);
 
 #endif

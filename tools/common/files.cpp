@@ -42,7 +42,7 @@ int complain(int status, const char *format, ...)
     return status;
 }
 
-bool readFile(const char *path, std::string *bytes)
+bool readBytes(const char *path, std::string *bytes)
 {
     const int fd = open(path, O_RDONLY | O_CLOEXEC);
     ssize_t count = fd < 0 ? -1 : 1;
@@ -55,11 +55,16 @@ bool readFile(const char *path, std::string *bytes)
         if (count > 0)
             bytes->append(piece, static_cast<size_t>(count));
     }
-    if (count < 0)
-        complain(0, "cannot read %s: %s", path, strerror(errno));
+    const int error = errno;
     if (fd >= 0)
         close(fd);
+    errno = error;
     return count == 0;
+}
+
+bool readFile(const char *path, std::string *bytes)
+{
+    return readBytes(path, bytes) || complain(0, "cannot read %s: %s", path, strerror(errno));
 }
 
 bool writeAll(int fd, std::string_view bytes)

@@ -14,7 +14,10 @@ extern const char programName[];
  * status: returned as it is, for the caller to return in its turn. */
 __attribute__((format(printf, 2, 3))) int complain(int status, const char *format, ...);
 
-/* Appends a whole file to *bytes. Returns false after a complaint. */
+/* Appends a whole file to *bytes. Returns false when that fails; errno tells why. */
+bool readBytes(const char *path, std::string *bytes);
+
+/* The same, with a complaint when it fails. */
 bool readFile(const char *path, std::string *bytes);
 
 /* Writes all bytes, however many calls that takes. Returns false when one fails;

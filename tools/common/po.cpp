@@ -81,6 +81,8 @@ static void onError(int severity, po_message_t message, const char *path, size_t
     while (joined.ends_with('\n'))
         joined.pop_back();
     std::replace(joined.begin(), joined.end(), '\n', ' ');
+    if (line > 1 && joined == "end-of-line within string")
+        --line; // that end has been counted
     reportPo(current->po, path && line != static_cast<size_t>(-1) ? line : 0,
              severity != PO_SEVERITY_WARNING, message ? po_message_msgid(message) : nullptr,
              joined);
@@ -335,9 +337,9 @@ static void takeEntries(PoFile *po, const std::vector<size_t> &lines)
         reportPo(po, 0, true, nullptr, "the file changed while it was read");
 }
 
-PoFile readPo(const char *path)
+PoFile readPo(const char *path, std::vector<PoFault> *faults)
 {
-    PoFile po = {path, nullptr, 0, {}, "", {}};
+    PoFile po = {path, nullptr, 0, {}, "", {}, faults};
     std::string bytes;
     struct stat status;
     if (stat(path, &status) == 0 && !S_ISREG(status.st_mode))
@@ -355,7 +357,7 @@ PoFile readPo(const char *path)
         current = &state;
         takePoBytes();
         po.file = po_file_read(path, &handler);
-        if (po.errors > MAX_SYNTAX_ERRORS)
+        if (po.errors > MAX_SYNTAX_ERRORS && !faults)
             complain(0, "%s: %zu more errors; is it a PO file?", path,
                      po.errors - MAX_SYNTAX_ERRORS);
         if (!po.file)
@@ -407,16 +409,13 @@ std::string headerField(const PoFile &po, const char *field)
 
 void reportPo(PoFile *po, size_t line, bool isError, const char *id, std::string_view message)
 {
-    std::string text = po->path;
-    if (line)
-        text += ":" + std::to_string(line);
-    text += isError ? ": error: " : ": warning: ";
-    if (id)
-        text += "id " + quotePo(id) + ": ";
-    text += message;
-    fprintf(stderr, "%s\n", text.c_str());
-    if (isError)
-        ++po->errors;
+    const std::string text = (id ? "id " + quotePo(id) + ": " : "") + std::string(message);
+    const std::string place = po->path + (line ? ":" + std::to_string(line) : "");
+    po->errors += isError ? 1 : 0;
+    if (!po->faults)
+        fprintf(stderr, "%s: %s: %s\n", place.c_str(), isError ? "error" : "warning", text.c_str());
+    else if (isError)
+        po->faults->push_back({line, text});
 }
 
 std::string quotePo(std::string_view text)

@@ -27,6 +27,12 @@ struct PoEntry {
     }
 };
 
+/* A problem of a file, for a program that prints it in its own way. */
+struct PoFault {
+    size_t line; // 0 when none is known
+    std::string text;
+};
+
 /* A file that has been read. */
 struct PoFile {
     std::string path;
@@ -35,15 +41,18 @@ struct PoFile {
     std::vector<PoEntry> entries; // in the file's order; without header and obsolete entries
     std::string tail;             // the comments behind the last entry
     std::set<std::string> used;   // ids that comments say are used, as isUsed takes them
+    std::vector<PoFault> *faults = nullptr; // borrowed; null where errors are printed
 };
 
 /* Reads a file, and reports each error in it: what gettext's library complains of,
  * texts that are not UTF-8 or hold a zero byte, and ids that no field can name.
  * An entry with an error is not among the entries.
  * path: a regular file, as it is read twice.
+ * faults: gets the errors, borrowed until freePo, and warnings are left out; null to have
+ * both printed.
  *
  * To be released with freePo, whatever became of it. */
-PoFile readPo(const char *path);
+PoFile readPo(const char *path, std::vector<PoFault> *faults = nullptr);
 
 /* Whether ids, "*" at the end of one standing for any rest, have that id. Comments name those
  * that a program uses, say, and no template: "# orv-check: used ID, ID: reason". */
@@ -67,8 +76,9 @@ std::string headerField(const PoFile &po, const char *field);
  * file's content whole; empty after a complaint. */
 std::string printPo(const PoFile &po);
 
-/* Prints a message about a line of a PO file on standard error, and counts it if
- * it is an error. line: 0 when none is known. id: null when it is about none. */
+/* Prints a message about a line of a PO file on standard error, or puts an error among the
+ * file's faults, and counts it if it is an error. line: 0 when none is known. id: null when it is
+ * about none. */
 void reportPo(PoFile *po, size_t line, bool isError, const char *id, std::string_view message);
 
 /* Has gettext's library take bytes one by one, by variables of its own: else it asks
