@@ -38,17 +38,22 @@ create temp view candidate_problem as  -- in the order of the form's fields
         where cast(dhcp as text) not in ('0', '1') or cast(hidden as text) not in ('0', '1')
            or cast(guests as text) not in ('0', '1') or dhcp + hidden + guests is null;
 
+create temp view candidate_change as  -- a row when the settings are not so already
+    select 1 from candidate, settings
+    where (settings.hostname, settings.nameserver, settings.dhcp, settings.first_host,
+           settings.last_host, settings.network, settings.ssid, settings.channel,
+           settings.security, settings.passphrase, settings.hidden, settings.guests)
+       is not (candidate.hostname, candidate.nameserver, cast(candidate.dhcp as integer),
+               cast(candidate.first_host as integer), cast(candidate.last_host as integer),
+               cast(candidate.network as integer), candidate.ssid,
+               cast(candidate.channel as integer), candidate.security, candidate.passphrase,
+               cast(candidate.hidden as integer), cast(candidate.guests as integer));
+
 create temp trigger candidate_taken after update of taken on candidate begin
     update settings set (hostname, nameserver, dhcp, first_host, last_host, network, ssid,
                          channel, security, passphrase, hidden, guests, version)
         = (new.hostname, new.nameserver, new.dhcp, new.first_host, new.last_host, new.network,
            new.ssid, new.channel, new.security, new.passphrase, new.hidden, new.guests,
            version + 1)
-        where (hostname, nameserver, dhcp, first_host, last_host, network, ssid, channel,
-               security, passphrase, hidden, guests)
-           is not (new.hostname, new.nameserver, cast(new.dhcp as integer),
-                   cast(new.first_host as integer), cast(new.last_host as integer),
-                   cast(new.network as integer), new.ssid, cast(new.channel as integer),
-                   new.security, new.passphrase, cast(new.hidden as integer),
-                   cast(new.guests as integer));
+        where exists (select 1 from candidate_change);
 end;

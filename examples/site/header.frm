@@ -16,7 +16,11 @@
 <header>
 <div class="top">
 <p class="brand">Fjord R4<?if neq $var:outside 1 ` <span><?query 'select hostname from settings'?></span>`?></p>
-<?-- Enter in a field presses the first button of the field's form. That is this one, which
+<?-- In front of the languages, which stay where they are when it goes: a second click
+     presses none of them. ?><?if neq $var:token '' `<form class="out" action="<?echo $var:base?>logout.htm" method="post">
+<input type="hidden" name="token" value="<?echo $var:token?>">
+<button>{?site.logout.title?}</button></form>
+`?><?-- Enter in a field presses the first button of the field's form. That is this one, which
      does what the form's own does, and no language's. ?><?if eq $var:page[form] form `<input class="default" type="submit" form="form" tabindex="-1" aria-hidden="true">
 `?><nav class="languages" aria-label="{?site.languages?}">
 <form id="languages" method="get"></form>
@@ -27,10 +31,7 @@
 <button lang="el" name="lang" value="el" form="<?if eq $var:page[form] form form languages?>" formnovalidate<?-- orv-check: ignore
      text-compared: the same. ?><?if eq {?site.lang?} el ` aria-current="true"`?>>Ελληνικά</button>
 </nav>
-<?if neq $var:token '' `<form class="out" action="<?echo $var:base?>logout.htm" method="post">
-<input type="hidden" name="token" value="<?echo $var:token?>">
-<button>{?site.logout.title?}</button></form>
-`?></div>
+</div>
 <?if neq $var:outside 1 `<?include menu.frm?>`?></header>
 <main id="main">
 <h1><?print $var:page[title]?></h1>

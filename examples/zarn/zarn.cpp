@@ -39,6 +39,7 @@ using std::string_view;
 static constexpr char startPage[] = "overview.htm";
 static constexpr char loginPage[] = "login.htm";
 static constexpr char logoutPage[] = "logout.htm";
+static constexpr char passwordPage[] = "password.htm";
 static constexpr char errorPage[] = "error.frm"; // no request can ask for it
 static constexpr char sessionCookie[] = "zarnsession";
 static constexpr char languageCookie[] = "zarnlang";
@@ -225,6 +226,7 @@ static void chooseLanguage(Exchange &x)
 static void askToLogIn(Exchange &x)
 {
     x.status = FORBIDDEN;
+    x.problems.clear();
     x.shown = loginPage;
     x.back = x.page;
     x.backMethod = x.isPost ? "post" : "get";
@@ -323,23 +325,26 @@ static void carryOut(Exchange &x, Host &host)
     }
 }
 
-// Answers a form.
+// Answers a form. One that brings the password, which no other page knows, needs no session:
+// a second click on the form for a new one comes with the session that the first has ended.
 static void answerPost(Exchange &x, Host &host)
 {
-    bool isLogin = x.page == loginPage;
+    bool isProof = x.page == loginPage || x.page == passwordPage;
+    bool isInside = x.page == loginPage || !x.session.number.empty();
     const char *reason = foreignReason(x.db, fromEnvironment("ZARN_NAMES"), x.session.origin);
     if (reason) {
         fprintf(stderr, "zarn: a form from elsewhere is refused: %s\n", reason);
-        refuse(x, FORBIDDEN);
-    } else if (!isLogin && x.session.number.empty()) {
-        askToLogIn(x);
-    } else if (!isLogin && !isSameSecret(fieldOr(x, "token", ""), x.session.token)) {
+        return refuse(x, FORBIDDEN);
+    }
+    if (isProof || (isInside && isSameSecret(fieldOr(x, "token", ""), x.session.token)))
+        carryOut(x, host);
+    else if (isInside) {
         x.status = FORBIDDEN;
         x.isTyped = true;
         x.problems = {{"form", "site.bad.token"}};
-    } else {
-        carryOut(x, host);
     }
+    if (!isInside && x.location.empty() && x.status < BROKEN)
+        askToLogIn(x);
 }
 
 // Decides what the answer is to a request that was read with that status.

@@ -61,7 +61,7 @@ def submit(selector, key=ENTER):
         time.sleep(0.02)
 
 
-def sign_in():
+def sign_in(password=PASSWORD):
     if texts("#repeat"):
         type_into("#password", "short")
         type_into("#repeat", PASSWORD)
@@ -69,7 +69,7 @@ def sign_in():
         check("the first wrong field has the focus", "password",
               run("return document.activeElement.id"))
         type_into("#repeat", PASSWORD)
-    type_into("#password", PASSWORD)
+    type_into("#password", password)
     submit("#password")
 
 
@@ -176,6 +176,33 @@ def check_forms(language):
         "return [...document.querySelectorAll('[aria-invalid=true]')].map(e => e.id)"))
 
 
+def check_double_clicks(width):
+    """The second click sends the form again, before or while the first is answered, or meets
+    the next page."""
+    before, saved = (sql(f"select {what}")[0][0] for what in (
+        "password from account", "version from settings"))
+    old = PASSWORD
+    for i, pause in enumerate((0, 30, 60, 90, 120, 150)):
+        new = f"new-password-{i}"
+        rows = (("settings.htm", "main button:not([name])", {"hostname": f"name{i}"}, "have been saved"),
+                ("password.htm", "main button", {"old": old, "password": new, "repeat": new}, "been changed"),
+                ("logout.htm", ".out button", {}, "You are signed out"))
+        for page, button, fields, said in rows:
+            show(page)
+            for name, value in fields.items():
+                run("document.getElementById(arguments[0]).value = arguments[1]", name, value)
+            click(button, 2, pause)
+            time.sleep(1)  # a page may be there, and the second one's answer still to come
+            # A message is shown once, which may have been on a page that nobody has seen.
+            check((page, pause, width), [], [
+                text for text in texts("[role=status], [role=alert]") if said not in text])
+        check("languages", ["en"], [run("return document.documentElement.lang")])
+        sign_in(new)
+        old = new
+    check("saves", saved + 6, sql("select version from settings")[0][0])
+    sql("update account set password = ?", before)
+
+
 def check_sign_out():
     """Back shows nothing of the owner's to who comes afterwards."""
     for page in ("devices.htm", "settings.htm"):
@@ -254,6 +281,9 @@ def check_site():
         sql("update settings set hostname = 'fjord'")
     device("setScriptExecutionDisabled", value=False)
     if "en" in LANGUAGES:
+        check_double_clicks(1280)
+        resize(360, 800)
+        check_double_clicks(360)
         check_sign_out()
         check_lists()
         check_live()

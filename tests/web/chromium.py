@@ -28,6 +28,15 @@ def press(keys):
         {"type": kind, "value": key} for key in keys for kind in ("keyDown", "keyUp")]}])
 
 
+def click(selector, times, pause):
+    """Clicks on an element with so many milliseconds in between."""
+    found = send("/element", using="css selector", value=selector)
+    send("/actions", actions=[{"type": "pointer", "id": "mouse", "actions": [
+        {"type": "pointerMove", "x": 0, "y": 0, "origin": found}] + times * [
+        {"type": "pointerDown", "button": 0}, {"type": "pointerUp", "button": 0},
+        {"type": "pause", "duration": pause}]}])
+
+
 def insert(text):
     """Types a text, faster than key by key."""
     send("/goog/cdp/execute", cmd="Input.insertText", params={"text": text})

@@ -192,12 +192,25 @@ def check_login():
                                                    token=visitor.token()))
         check(("password", fields), (422, marked), (answer.status, answer.marked()))
     change = {"old": PASSWORD, "password": "new-password", "repeat": "new-password"}
-    answer = visitor.post("password.htm", {**change, "token": visitor.token()})
+    old_token = visitor.token()
+    answer = visitor.post("password.htm", {**change, "token": old_token})
     check("password changed", (303, True),
           (answer.status, "has been changed" in visitor.ask("password.htm").text))
     check("others are out", [403, 403], [other.ask("overview.htm").status,
                                          Visitor().ask("overview.htm", "GET", None, {
                                              "Cookie": "zarnsession=" + old["zarnsession"]}).status])
+    stored, second = sql("select password from account"), Visitor()
+    for what, cookies, fields, status in (
+            ("a second click", old, change, 303),
+            ("a second click, late", visitor.cookies, {**change, "token": old_token}, 303),
+            ("another new one", old, {**change, "password": PASSWORD, "repeat": PASSWORD}, 403),
+            ("no repeat", visitor.cookies, {**change, "repeat": "x"}, 422)):
+        second.cookies = dict(cookies)
+        answer = second.post("password.htm", {"token": old_token, **fields})
+        said = "has been changed" in second.ask("password.htm").text
+        check(what, (status, status == 303, stored, 200),
+              (answer.status, said, sql("select password from account"), visitor.ask("overview.htm").status))
+    check("one guess", [(1,)], sql("select failures from login_failure"))
     check("old password", 422, Visitor().login().status)
     again = {**visitor.cookies}, {"token": visitor.token()}
     answer = visitor.post("logout.htm", again[1])
@@ -229,10 +242,13 @@ def check_settings(visitor):
                else answer.value(field), "<title>This did not work" in answer.text))
     check("nothing was stored", before, sql(SETTINGS))
     events = sql("select count(*) from event")[0][0]
+    version = sql("select version from settings")[0][0]
     answer = visitor.save(guests="1", nameserver=" 192.0.2.1 ", passphrase="with blanks ~")
     check("saved", (303, "settings.htm"), (answer.status, answer.headers["Location"]))
     check("stored", [("new", "192.0.2.1", 9, 99, 1, "\"a'<b>", 36, "wpa3", "with blanks ~", 0, 0, 1)],
           sql(SETTINGS))
+    answer = visitor.save(guests="1", nameserver=" 192.0.2.1 ", passphrase="with blanks ~", version=version)
+    check("a second click", (303, [(version + 1,)]), (answer.status, sql("select version from settings")))
     visitor.ask("settings.htm", "HEAD")  # nobody has seen the message by that
     page = visitor.ask("settings.htm")
     check("told once", [1, 0], [page.text.count("have been saved"),
