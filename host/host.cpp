@@ -289,6 +289,24 @@ bool hostHasTemplate(Host &host, const char *path)
     return fd >= 0;
 }
 
+bool hostReadFile(Host &host, const char *path, std::string &text)
+{
+    char piece[4096];
+    ssize_t size = 0;
+    int32_t fd = -1;
+    const char *problem = hostOpenFile(host, path, &fd);
+    text.clear();
+    while (!problem && (size = read(fd, piece, sizeof piece)) > 0)
+        text.append(piece, static_cast<size_t>(size));
+    if (size < 0)
+        problem = strerror(errno);
+    if (fd >= 0)
+        close(fd);
+    if (problem)
+        report(host, nullptr, "cannot read file", path, problem);
+    return !problem;
+}
+
 const InterpreterCallbacks hostCallbacks = {openTemplate, answerQuery, reportError};
 
 Interpreter *hostInterpreter(Host &host)

@@ -69,6 +69,12 @@ bool hostHasTemplate(Host &host, const char *path);
  * call of strerror(). */
 const char *hostOpenFile(const Host &host, const char *path, int32_t *fd);
 
+/* Reads a file below the document root to its end. path: relative to it. text: out.
+ *
+ * Returns false when it cannot be opened or a part cannot be read, with a line on
+ * host.reportFd; text is then to be left alone. */
+bool hostReadFile(Host &host, const char *path, std::string &text);
+
 /* The callbacks that hostInterpreter gives to an interpreter, for a program that puts
  * some of its own around them: HostData must lead to the Host then. */
 extern const InterpreterCallbacks hostCallbacks;

@@ -30,8 +30,8 @@
 #include <string.h>
 #include <sys/mman.h>
 #include <algorithm>
-#include <fstream>
 #include <new>
+#include <sstream>
 
 using std::string;
 using std::string_view;
@@ -158,6 +158,13 @@ static string scriptName(const string &page)
     return page.substr(0, page.rfind('.')) + ".sql";
 }
 
+// Whether a page has forms. A script that is there and cannot be read is no reason to
+// refuse them: they fail.
+static bool hasScript(const string &page)
+{
+    return access(scriptName(page).c_str(), F_OK) == 0 || errno != ENOENT;
+}
+
 // Reads the body of a POST into the fields. Returns OK, or the status that refuses it.
 static int readBody(Exchange &x)
 {
@@ -190,7 +197,7 @@ static int readRequest(Exchange &x, Host &host)
     x.shown = x.page;
     if (!findKind(x.page) || !hostHasTemplate(host, x.page.c_str()))
         return NOT_FOUND;
-    x.isPost = method == "POST" && access(scriptName(x.page).c_str(), R_OK) == 0;
+    x.isPost = method == "POST" && hasScript(x.page);
     if (x.isPost)
         return readBody(x);
     if (method != "GET" && method != "HEAD")
@@ -267,23 +274,30 @@ static void goBack(Exchange &x, Host &host)
     x.location = x.back + query;
 }
 
-// Returns a script with the scripts in their places that it reads by lines ".read NAME",
-// as sqlite3 has them, too.
-static string readScript(const string &name)
+// Reads a script with the scripts in their places that it reads by lines ".read NAME", as
+// sqlite3 has them, too. Returns false after a line on standard error: half a script is none.
+static bool readScript(Host &host, const string &name, string &script)
 {
     static constexpr string_view read = ".read ";
-    std::ifstream file(name);
-    string script;
-    for (string line; std::getline(file, line);)
-        script += line.starts_with(read) ? readScript(line.substr(read.size())) : line + '\n';
-    return script;
+    string text;
+    if (!hostReadFile(host, name.c_str(), text))
+        return false;
+    std::istringstream lines(text);
+    for (string line; std::getline(lines, line);) {
+        if (!line.starts_with(read))
+            script += line + '\n';
+        else if (!readScript(host, line.substr(read.size()), script))
+            return false;
+    }
+    return true;
 }
 
 // Runs the page's script over the form. newSecret and newToken: of the session that it
 // may begin.
-static ScriptResult runFormScript(Exchange &x, const string &newSecret, const string &newToken)
+static ScriptResult runFormScript(Exchange &x, Host &host, const string &newSecret,
+                                  const string &newToken)
 {
-    string script = readScript(scriptName(x.page));
+    string script;
     std::vector<FormField> parameters = x.fields;
     const FormField own[] = {{"sid", x.session.number},
                              {"address", fromEnvironment("REMOTE_ADDR")},
@@ -291,7 +305,9 @@ static ScriptResult runFormScript(Exchange &x, const string &newSecret, const st
                              {"newtoken", newToken},
                              {"neworigin", requestOrigin()}};
     parameters.insert(parameters.end(), std::begin(own), std::end(own));
-    ScriptResult result = runScript(x.db, script, parameters, x.problems);
+    ScriptResult result = SCRIPT_FAILED;
+    if (readScript(host, scriptName(x.page), script))
+        result = runScript(x.db, script, parameters, x.problems);
     std::erase_if(x.problems, [](const std::vector<string> &row) { return row[1].empty(); });
     x.isTyped = result != SCRIPT_DONE;
     return result;
@@ -304,7 +320,7 @@ static void carryOut(Exchange &x, Host &host)
     Session begun;
     ScriptResult result = SCRIPT_FAILED;
     if (!secret.empty() && !token.empty())
-        result = runFormScript(x, secret, token);
+        result = runFormScript(x, host, secret, token);
     if (result != SCRIPT_FAILED && !findSession(x.db, secret, false, begun))
         return refuse(x, BROKEN);
     if (result == SCRIPT_FAILED) {
@@ -437,8 +453,7 @@ static void printHeaders(const Exchange &x)
     if (kind && kind->isFile)
         printf("Content-Disposition: attachment; filename=\"%s\"\r\n", x.shown.c_str());
     if (x.status == WRONG_METHOD)
-        printf("Allow: GET, HEAD%s\r\n",
-               access(scriptName(x.page).c_str(), R_OK) == 0 ? ", POST" : "");
+        printf("Allow: GET, HEAD%s\r\n", hasScript(x.page) ? ", POST" : "");
     if (!x.newSecret.empty())
         printf("Set-Cookie: %s=%s; Path=/; HttpOnly; SameSite=Strict%s\r\n", sessionCookie,
                x.newSecret.c_str(), x.session.origin.starts_with("https:") ? "; Secure" : "");

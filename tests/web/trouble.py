@@ -1,7 +1,7 @@
 #!/usr/bin/python3
 """tests/web/trouble.py ZARN - the web program where clocks jump and calls fail. Runs under
 tools/serve.sh for its data; the program answers without the web server."""
-import collections, sys
+import collections, os, sys
 from visitor import *
 
 ZARN = sys.argv[1]
@@ -81,10 +81,29 @@ def check_hashes():
     check("nothing is counted", [303], tries(ZARN, PASSWORD))
     for length in (511, 512, 2048):  # of which some are too long to be hashed
         check(f"{length} characters", [422], tries(ZARN, "a" * length))
+    sql("delete from login_failure")
+
+
+def check_scripts():
+    """What a script says of which a part is missing is not what it would have said."""
+    before = sql("select * from settings")
+    site = os.path.realpath(os.path.dirname(__file__) + "/../../examples/site")
+    owner = Direct(ZARN)
+    owner.login()
+    token = owner.token()
+    for name, call in (("settings.sql", "openat:error=EACCES"), ("settings.sql", "read:error=EIO:when=1"),
+                       ("settings.sql", "read:error=EIO:when=2"), ("candidate.sql", "openat:error=ENOENT"),
+                       ("candidate.sql", "read:error=EIO:when=2")):
+        owner.program = f"strace -qq -o /dev/null -P {site}/{name} -e inject={call} {ZARN}"
+        answer = owner.post("settings.htm", {"token": token, **FORM, "version": before[0][-1]})
+        check((name, call), (503, True, True, before), (
+            answer.status, "nothing has been changed" in answer.text,
+            f"cannot read file '{name}'" in owner.log, sql("select * from settings")))
 
 
 Direct(ZARN).login()  # the first visit
 check_waits()
 check_clocks()
 check_hashes()
+check_scripts()
 sys.exit(bool(failed))
