@@ -173,3 +173,13 @@ TEST(OrvRender, MarksLeaveNoFolder)
         EXPECT_EQ(readFile("out"), out) << command << readFile("err");
     }
 }
+
+TEST(Programs, TellThatHelpIsLost)
+{
+    for (const string name : {"orv-render", "orv-textdb", "orv-check", "orv-preview"})
+        for (const string option : {"--help", "--version"}) {
+            EXPECT_EQ(runCommand("'" ORV_PROGRAMS "/" + name + "' " + option + " >/dev/full"), 1);
+            EXPECT_EQ(readFile("err"),
+                      name + ": cannot write standard output: No space left on device\n");
+        }
+}

@@ -68,9 +68,7 @@ static constexpr OptionRow optionRows[] = {
 
 int printAnswer(const string &text, int status)
 {
-    if (fputs(text.c_str(), stdout) >= 0 && fflush(stdout) == 0)
-        return status;
-    return complain(WRONG_USAGE, "cannot write standard output: %s", strerror(errno));
+    return printText(text) == 0 ? status : WRONG_USAGE;
 }
 
 static bool readNames(const char *path, SiteOptions *site)
@@ -134,11 +132,11 @@ int readArguments(int argc, char **argv, Arguments *arguments)
     if (!line.problem.empty())
         return complain(WRONG_USAGE, "%s (--help tells all)", line.problem.c_str());
     if (line.has(OPT_HELP))
-        return printAnswer(helpText, NOTHING_FOUND);
+        return printText(helpText);
     if (line.has(OPT_VERSION))
-        return printAnswer("orv-check " ORV_VERSION "\n", NOTHING_FOUND);
+        return printText("orv-check " ORV_VERSION "\n");
     if (line.has(OPT_LIST))
-        return printAnswer(listKinds(), NOTHING_FOUND);
+        return printText(listKinds());
     arguments->ownRoot = line.has(OPT_DOCROOT);
     arguments->serves = line.has(OPT_LSP);
     const bool sound = readForm(line.value(OPT_FORMAT, "text"), &arguments->form) &&

@@ -200,6 +200,13 @@ bool isSameFile(const char *a, const char *b)
            first.st_ino == second.st_ino;
 }
 
+int printText(const std::string &text)
+{
+    if (fputs(text.c_str(), stdout) >= 0 && fflush(stdout) == 0)
+        return 0;
+    return complain(1, "cannot write standard output: %s", strerror(errno));
+}
+
 int closeOutput(int status, int failure)
 {
     const bool failed = ferror(stdout) != 0;

@@ -34,6 +34,10 @@ bool replaceFile(const char *path, std::string_view bytes);
 /* Whether both paths lead to one file that exists. */
 bool isSameFile(const char *a, const char *b);
 
+/* Prints a text that an option asks for, such as --help, on standard output. Returns the
+ * exit status: 0, or 1 after a complaint when it could not be printed. */
+int printText(const std::string &text);
+
 /* Closes standard output and makes sure that all was printed there: a full disk is
  * no success.
  * Returns status, or failure after a complaint when status is 0 and it was not. */

@@ -11,6 +11,7 @@
 #include "report.h"
 #include "server.h"
 #include "texts.h"
+#include "tools/common/files.h"
 #include "watch.h"
 
 #include <errno.h>
@@ -33,6 +34,9 @@ using std::string;
 
 namespace fs = std::filesystem;
 
+const char programName[] = "orv-preview";
+
+// Exit statuses.
 enum { ENDED = 0, WRONG_USAGE = 2 };
 
 static constexpr int DEFAULT_PORT = 8080;
@@ -64,8 +68,8 @@ static constexpr char helpText[] =
     "Pages are files whose names end in .htm or .html; pieces that they include may end\n"
     "in .frm. Nothing outside DIR is read but what the options name.\n"
     "\n"
-    "Exit status: 0 ended by Ctrl-C; 2 wrong usage, a missing folder, a busy port, or no\n"
-    "web server (lighttpd).\n";
+    "Exit status: 0 ended by Ctrl-C; 1 this text cannot be printed; 2 wrong usage, a missing\n"
+    "folder, a busy port, or no web server (lighttpd).\n";
 
 namespace
 {
@@ -94,17 +98,6 @@ struct Launcher {
 };
 } // namespace
 
-__attribute__((format(printf, 1, 2))) static int fail(const char *format, ...)
-{
-    va_list values;
-    va_start(values, format);
-    fputs("orv-preview: ", stderr);
-    vfprintf(stderr, format, values);
-    fputc('\n', stderr);
-    va_end(values);
-    return WRONG_USAGE;
-}
-
 __attribute__((format(printf, 1, 2))) static void tell(const char *format, ...)
 {
     va_list values;
@@ -127,11 +120,13 @@ static int readText(const char *path, Options &options)
 {
     const TextSource source = {languageOf(path), absolute(path)};
     if (source.language.empty())
-        return fail("--texts needs a file whose name tells its language, such as de.po or de.db, "
-                    "not '%s'",
-                    path);
+        return complain(
+            WRONG_USAGE,
+            "--texts needs a file whose name tells its language, such as de.po or de.db, "
+            "not '%s'",
+            path);
     if (access(path, R_OK) != 0)
-        return fail("cannot read texts '%s': %s", path, strerror(errno));
+        return complain(WRONG_USAGE, "cannot read texts '%s': %s", path, strerror(errno));
     options.texts.push_back(source);
     return -1;
 }
@@ -142,7 +137,8 @@ static int readPort(const char *text, Options &options)
     errno = 0;
     const long port = strtol(text, &end, 10);
     if (*text < '0' || *text > '9' || *end != '\0' || errno != 0 || port > 65535)
-        return fail("--port needs a number from 1 to 65535, or 0 for any, not '%s'", text);
+        return complain(WRONG_USAGE,
+                        "--port needs a number from 1 to 65535, or 0 for any, not '%s'", text);
     options.port = static_cast<int>(port);
     return -1;
 }
@@ -159,12 +155,12 @@ static int readOption(int key, Options &options, char **argv)
     case 'r':
         options.deviceRoot = absolute(optarg);
         if (!fs::is_directory(options.deviceRoot))
-            return fail("cannot use root '%s': it is no folder", optarg);
+            return complain(WRONG_USAGE, "cannot use root '%s': it is no folder", optarg);
         return -1;
     case 's': {
         const char *value = strchr(optarg, '=');
         if (!value || value == optarg)
-            return fail("--set needs NAME=VALUE, not '%s'", optarg);
+            return complain(WRONG_USAGE, "--set needs NAME=VALUE, not '%s'", optarg);
         options.variables.emplace_back(string(optarg, static_cast<size_t>(value - optarg)),
                                        value + 1);
         return -1;
@@ -172,7 +168,7 @@ static int readOption(int key, Options &options, char **argv)
     case 'f':
         options.setFrom = absolute(optarg);
         if (access(optarg, R_OK) != 0)
-            return fail("cannot read list '%s': %s", optarg, strerror(errno));
+            return complain(WRONG_USAGE, "cannot read list '%s': %s", optarg, strerror(errno));
         return -1;
     case 'e':
         options.error = optarg;
@@ -186,15 +182,13 @@ static int readOption(int key, Options &options, char **argv)
         options.reloads = false;
         return -1;
     case 'h':
-        fputs(helpText, stdout);
-        return ENDED;
+        return printText(helpText);
     case 'v':
-        puts("orv-preview " ORV_VERSION);
-        return ENDED;
+        return printText("orv-preview " ORV_VERSION "\n");
     case ':':
-        return fail("option '%s' needs a value, see --help", argv[optind - 1]);
+        return complain(WRONG_USAGE, "option '%s' needs a value, see --help", argv[optind - 1]);
     default:
-        return fail("wrong option '%s', see --help", argv[optind - 1]);
+        return complain(WRONG_USAGE, "wrong option '%s', see --help", argv[optind - 1]);
     }
 }
 
@@ -214,7 +208,7 @@ static int readOptions(int argc, char **argv, Options &options)
         if (const int status = readOption(key, options, argv); status >= 0)
             return status;
     if (argc - optind > 1)
-        return fail("one folder at a time, see --help");
+        return complain(WRONG_USAGE, "one folder at a time, see --help");
     if (optind < argc)
         options.folder = argv[optind];
     return -1;
@@ -238,9 +232,10 @@ static int choosePort(Launcher &launcher)
             tell("Port %d is in use by another program; %d is taken instead.", DEFAULT_PORT, port);
     }
     if (error == EADDRINUSE)
-        return fail("port %d is in use by another program; choose another with --port", port);
+        return complain(WRONG_USAGE,
+                        "port %d is in use by another program; choose another with --port", port);
     if (error != 0)
-        return fail("cannot use port %d: %s", port, strerror(error));
+        return complain(WRONG_USAGE, "cannot use port %d: %s", port, strerror(error));
     return -1;
 }
 
@@ -307,8 +302,8 @@ static int start(Launcher &launcher)
     std::error_code error;
     launcher.config.docRoot = fs::canonical(options.folder, error);
     if (error || !fs::is_directory(launcher.config.docRoot))
-        return fail("cannot show '%s': %s", options.folder,
-                    error ? error.message().c_str() : "it is no folder");
+        return complain(WRONG_USAGE, "cannot show '%s': %s", options.folder,
+                        error ? error.message().c_str() : "it is no folder");
     launcher.config.db = options.db;
     launcher.config.reloads = options.reloads;
     launcher.config.variables = options.variables;
@@ -319,18 +314,18 @@ static int start(Launcher &launcher)
         return status;
     string work = (fs::temp_directory_path(error) / "orv-preview-XXXXXX").string();
     if (error || !mkdtemp(work.data()))
-        return fail("cannot make a folder for temporary files: %s", strerror(errno));
-    launcher.work = work;
+        return complain(WRONG_USAGE, "cannot make a folder for temporary files: %s",
+                        strerror(errno));
     if (!options.db.empty() && access(options.db.c_str(), R_OK) != 0)
         tell("The database %s cannot be read (%s): queries fail until it can.", options.db.c_str(),
              strerror(errno));
     if (!prepare(launcher) || !writeSwitches(work, {"", 0, options.error}))
-        return fail("cannot write in %s: %s", work.c_str(), strerror(errno));
+        return complain(WRONG_USAGE, "cannot write in %s: %s", work.c_str(), strerror(errno));
     watchFiles(launcher);
     const string problem = startServer(work, launcher.config.port, &launcher.server);
     if (!problem.empty()) {
         launcher.server = 0;
-        return fail("%s", problem.c_str());
+        return complain(WRONG_USAGE, "%s", problem.c_str());
     }
     const string address = "http://127.0.0.1:" + std::to_string(launcher.config.port) + "/";
     tell("%s - Ctrl-C ends it.", address.c_str());
@@ -375,8 +370,7 @@ static bool takeEnds(Launcher &launcher)
         launcher.checker = 0;
         string printed;
         readWhole(launcher.work + "/checked", printed);
-        replaceFile(launcher.work + "/findings",
-                    readFindings(printed, launcher.config.docRoot));
+        replaceFile(launcher.work + "/findings", readFindings(printed, launcher.config.docRoot));
     }
     startChecker(launcher);
     return true;
@@ -432,7 +426,7 @@ static int serve(Launcher &launcher, int signals)
             if (signal.ssi_signo != SIGCHLD)
                 return ENDED;
             if (!takeEnds(launcher))
-                return fail("the web server has ended");
+                return complain(WRONG_USAGE, "the web server has ended");
         }
         if (launcher.isGone)
             takeReturn(launcher);
@@ -443,7 +437,7 @@ static int serve(Launcher &launcher, int signals)
 
 int main(int argc, char **argv)
 {
-    std::set_new_handler([] { _exit(fail("out of memory")); });
+    std::set_new_handler([] { _exit(complain(WRONG_USAGE, "out of memory")); });
     signal(SIGPIPE, SIG_IGN);
     if (const char *work = getenv("ORV_PREVIEW_WORK"))
         return answerRequest(work);

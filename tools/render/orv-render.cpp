@@ -82,23 +82,15 @@ static constexpr OptionRow optionRows[] = {
     {"unbuffered", 0, false}, {"log", 0, false},    {"help", 0, false},    {"version", 0, false},
 };
 
-// Prints a text on standard output and returns the exit status.
-static int print(const char *text)
-{
-    if (fputs(text, stdout) >= 0 && fflush(stdout) == 0)
-        return PAGE_WHOLE;
-    return complain(NO_PAGE, "cannot write standard output: %s", strerror(errno));
-}
-
 // Looks at the command line. Returns -1 to go on, else the exit status.
 static int checkOptions(const CommandLine &options)
 {
     if (!options.problem.empty())
         return complain(NO_PAGE, "%s, see --help", options.problem.c_str());
     if (options.has(OPT_HELP))
-        return print(helpText);
+        return printText(helpText);
     if (options.has(OPT_VERSION))
-        return print("orv-render " ORV_VERSION "\n");
+        return printText("orv-render " ORV_VERSION "\n");
     for (const char *variable : options.values[OPT_SET])
         if (variable[0] == '=' || !strchr(variable, '='))
             return complain(NO_PAGE, "--set needs NAME=VALUE, not '%s'", variable);

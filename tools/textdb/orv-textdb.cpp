@@ -122,12 +122,6 @@ static int runCommand(CommandLine *line)
     return command->run(*line);
 }
 
-static int printText(const char *text)
-{
-    fputs(text, stdout);
-    return STATUS_OK;
-}
-
 static int run(int argc, char **argv)
 {
     std::set_new_handler([] {
