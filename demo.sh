@@ -43,9 +43,18 @@ build_programs() {
     cmake --build "$build" --target orv-render orv-textdb zarn ${previews:+orv-preview orv-check} >&2
 }
 
+# The data of the demo site's preview, in one step: another one may be reading it.
+make_data() {
+    rm -f "$build/new.db"
+    sqlite3 "$build/new.db" <"$site/router.sql"
+    mv "$build/new.db" "$build/preview.db"
+}
+
+# set_up_and_build [COUNT] - COUNT: of the preview's arguments.
 set_up_and_build() {
     set_up
     build_programs
+    [[ ${1-} != 0 ]] || make_data
 }
 
 # render PAGE LANG TOOLTIPS - with data of its own.
@@ -59,22 +68,20 @@ render() {
     "$build/tools/orv-render" "${options[@]}" "$1"
 }
 
-# preview FOLDER ARGUMENT... - paths in the arguments are relative to FOLDER.
+# preview FOLDER ARGUMENT... - paths in the arguments are relative to FOLDER. The program
+# takes the place of this script: whatever ends that ends it.
 preview() {
     local folder=$1 po
     shift
     if [[ $# -eq 0 ]]; then
-        data=$(mktemp -d)
-        trap 'rm -rf "$data"' EXIT
-        sqlite3 "$data/router.db" <"$site/router.sql"
-        set -- --db "$data/router.db" --set-from "$PWD/examples/zarn/variables.txt"
+        set -- --db "$build/preview.db" --set-from "$PWD/examples/zarn/variables.txt"
         for po in "$site"/texts/{en,de,el}.po; do
             set -- "$@" --texts "$po"
         done
         set -- "$@" "$site"
     fi
     cd "$folder"
-    "$build/tools/orv-preview" "$@"
+    exec "$build/tools/orv-preview" "$@"
 }
 
 page=
@@ -100,9 +107,8 @@ while [[ $# -gt 0 ]]; do
         shift
         serve=yes
         previews=yes
-        alone set_up_and_build
+        alone set_up_and_build $#
         preview "$from" "$@"
-        exit
         ;;
     --help)
         usage

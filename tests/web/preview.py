@@ -2,8 +2,8 @@
 """tests/web/preview.py ORV-PREVIEW ORV-TEXTDB ORV-CHECK SITE NAMES - the preview of a copy of the
 demo site, asked by its protocol and by headless Chromium, while the site's files change. NAMES is
 the list of the variables that the site's web program sets."""
-import http.client, json, os, re, shutil, signal, socket, sqlite3, subprocess, sys, tempfile
-import threading, time, urllib.error, urllib.request
+import ctypes, errno, http.client, json, os, platform, re, shutil, signal, socket, sqlite3, struct
+import subprocess, sys, tempfile, threading, time, urllib.error, urllib.request
 from chromium import press, run, send, show, with_browser
 from visitor import check, failed
 
@@ -64,9 +64,9 @@ def sql(statement):
 class Preview:
     """The program, started with some arguments, in a with statement that ends it by Ctrl-C."""
 
-    def __init__(self, *args):
-        self.process = subprocess.Popen(["bin/orv-preview", *args], stdout=subprocess.PIPE,
-                                        stderr=subprocess.STDOUT, text=True)
+    def __init__(self, *args, program=("bin/orv-preview",), **options):
+        self.process = subprocess.Popen([*program, *args], stdout=subprocess.PIPE,
+                                        stderr=subprocess.STDOUT, text=True, **options)
         self.lines = []
         self.until(" - Ctrl-C ends it.")
         self.url = self.lines[-1].split(" ")[0]
@@ -361,7 +361,7 @@ def check_many(preview):
 
 def check_leaving(preview):
     """A file that is saved while a link's page is made does not hold up the link."""
-    slow = "with recursive c(i) as (select 1 union all select i + 1 from c where i < 4000000)"
+    slow = "with recursive c(i) as (select 1 union all select i + 1 from c where i < 2000000)"
     start = time.time()
     write("site/slow.htm", f"<h1>slow</h1><?querytext '{slow} select max(i) from c'?>")
     write("site/link.htm", "<!DOCTYPE html><h1>v1</h1><a href='slow.htm'>slow</a>")
@@ -492,6 +492,59 @@ def check_hardships():
                                   if not name.startswith("org.chromium.")])
     with Preview("--port", port, "site") as preview:
         check("a second start", 200, preview.ask("")[0])
+    with Preview("--port", "0", "site", preexec_fn=refuse_calls) as preview:
+        check("changes that cannot be watched", (1, 200), (len(
+            [line for line in preview.lines if "Function not implemented" in line]),
+            preview.ask("overview.htm")[0]))
+
+
+def refuse_calls():
+    """Lets signalfd4() and inotify_init1() fail in this process, as kernels without them do."""
+    numbers = {"x86_64": (289, 294), "aarch64": (74, 26)}[platform.machine()]
+    rules = [(0x20, 0, 0, 0)]  # load the call's number; if it is one, fail with ENOSYS
+    for number in numbers:
+        rules += [(0x15, 0, 1, number), (0x06, 0, 0, 0x50000 | errno.ENOSYS)]
+    rules.append((0x06, 0, 0, 0x7fff0000))
+    code = ctypes.create_string_buffer(b"".join(struct.pack("HBBI", *rule) for rule in rules))
+    filters = struct.pack("HP", len(rules), ctypes.addressof(code))
+    libc = ctypes.CDLL(None, use_errno=True)
+    if libc.prctl(38, 1, 0, 0, 0) != 0 or libc.prctl(22, 2, filters, 0, 0) != 0:
+        raise OSError(ctypes.get_errno(), "no filter for system calls")
+
+
+def folders():
+    return len([name for name in os.listdir(tempfile.gettempdir()) if name.startswith("orv-")])
+
+
+def is_served(preview):
+    with socket.socket() as link:
+        return link.connect_ex(("127.0.0.1", int(preview.url.split(":")[2].strip("/")))) == 0
+
+
+def check_ends():
+    """Whatever ends it, the server ends too; and the next start removes what is left."""
+    root = os.path.realpath(site + "/../..")
+    os.makedirs("project/build/demo")
+    for name in "scripts", "examples":
+        os.symlink(f"{root}/{name}", f"project/{name}")
+    shutil.copy(root + "/demo.sh", "project/demo.sh")
+    os.symlink(os.path.realpath("bin"), "project/build/demo/tools")  # all is built already
+    os.symlink("/bin/true", "bin/cmake")
+    options = {"env": {**os.environ, "PATH": os.path.realpath("bin") + ":" + os.environ["PATH"]}}
+    for program, number, status, left in (
+            ("bin/orv-preview --port 0", signal.SIGHUP, 0, 0),
+            ("project/demo.sh --preview", signal.SIGTERM, 0, 0),
+            ("project/demo.sh --preview --port 0", signal.SIGKILL, -9, 1),
+            ("bin/orv-preview --port 0", signal.SIGINT, 0, 0)):
+        preview = Preview(program=program.split(), **options)
+        check("folders", 1, folders())
+        preview.process.send_signal(number)
+        check(f"{program} is ended by {number}", (status, left),
+              (preview.process.wait(10), folders()))
+        deadline = time.monotonic() + 10
+        while is_served(preview) and time.monotonic() < deadline:
+            time.sleep(0.05)
+        check("nobody serves", False, is_served(preview))
 
 
 programs = [os.path.realpath(path) for path in sys.argv[1:4]]
@@ -520,4 +573,5 @@ with tempfile.TemporaryDirectory() as folder, tempfile.TemporaryDirectory() as t
         with_browser(browse)
         with_browser(lambda: check_alone(started), "--disable-blink-features=SharedWorker")
     check_hardships()
+    check_ends()
 sys.exit(bool(failed))

@@ -131,7 +131,7 @@
         setTimeout(() => {
             isLeaving = false;
             reloadIfStale();
-        }, 3000);
+        }, 5000);
     };
 
     const take = (state) => {

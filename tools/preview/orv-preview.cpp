@@ -13,6 +13,7 @@
 #include "texts.h"
 #include "tools/common/files.h"
 #include "watch.h"
+#include "work.h"
 
 #include <errno.h>
 #include <getopt.h>
@@ -22,7 +23,6 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
-#include <sys/signalfd.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <time.h>
@@ -312,8 +312,8 @@ static int start(Launcher &launcher)
         launcher.config.docRoot.c_str());
     if (const int status = choosePort(launcher); status >= 0)
         return status;
-    string work = (fs::temp_directory_path(error) / "orv-preview-XXXXXX").string();
-    if (error || !mkdtemp(work.data()))
+    const string work = launcher.work = makeWork();
+    if (work.empty())
         return complain(WRONG_USAGE, "cannot make a folder for temporary files: %s",
                         strerror(errno));
     if (!options.db.empty() && access(options.db.c_str(), R_OK) != 0)
@@ -413,24 +413,52 @@ static void takeReturn(Launcher &launcher)
     startChecker(launcher);
 }
 
-// Waits for changes until a signal ends it. Returns the exit status.
-static int serve(Launcher &launcher, int signals)
+// ---- Signals ----
+
+// Set by the signals that serve waits for; elsewhere they are held up.
+static volatile sig_atomic_t isToEnd;
+static volatile sig_atomic_t hasEnds; // of children
+
+// Holds the signals up that serve waits for. Returns the mask to wait with. What is
+// ignored, as by nohup, still is.
+static sigset_t holdSignals()
 {
-    static constexpr int returnMilliseconds = 500; // between looks for a folder that is gone
+    static constexpr int numbers[] = {SIGINT, SIGTERM, SIGHUP, SIGCHLD};
+    sigset_t held;
+    sigset_t waiting;
+    sigemptyset(&held);
+    for (const int number : numbers)
+        sigaddset(&held, number);
+    sigprocmask(SIG_BLOCK, &held, &waiting);
+    for (const int number : numbers) {
+        sigdelset(&waiting, number);
+        if (number == SIGCHLD)
+            signal(number, [](int) { hasEnds = 1; });
+        else if (signal(number, [](int) { isToEnd = 1; }) == SIG_IGN)
+            signal(number, SIG_IGN);
+    }
+    return waiting;
+}
+
+// Waits for changes until a signal ends it. waiting: the mask for that. Returns the exit
+// status.
+static int serve(Launcher &launcher, const sigset_t &waiting)
+{
+    static constexpr timespec beforeLook = {0, 500000000}; // for a folder that is gone
     startChecker(launcher);
     for (;;) {
-        pollfd waits[] = {{signals, POLLIN, 0}, {launcher.watch.fd, POLLIN, 0}};
-        poll(waits, launcher.isGone ? 1 : 2, launcher.isGone ? returnMilliseconds : -1);
-        signalfd_siginfo signal;
-        while (read(signals, &signal, sizeof signal) == sizeof signal) {
-            if (signal.ssi_signo != SIGCHLD)
-                return ENDED;
+        pollfd wait = {launcher.watch.fd, POLLIN, 0};
+        ppoll(&wait, launcher.isGone ? 0 : 1, launcher.isGone ? &beforeLook : nullptr, &waiting);
+        if (isToEnd)
+            return ENDED;
+        if (hasEnds) {
+            hasEnds = 0;
             if (!takeEnds(launcher))
                 return complain(WRONG_USAGE, "the web server has ended");
         }
         if (launcher.isGone)
             takeReturn(launcher);
-        else if (waits[1].revents != 0)
+        else if (wait.revents != 0)
             takeChanges(launcher);
     }
 }
@@ -445,21 +473,14 @@ int main(int argc, char **argv)
     int status = readOptions(argc, argv, launcher.options);
     if (status >= 0)
         return status;
-    sigset_t set;
-    sigemptyset(&set);
-    for (int number : {SIGINT, SIGTERM, SIGHUP, SIGCHLD})
-        sigaddset(&set, number);
-    sigprocmask(SIG_BLOCK, &set, nullptr);
-    const int signals = signalfd(-1, &set, SFD_CLOEXEC | SFD_NONBLOCK);
+    const sigset_t waiting = holdSignals();
     status = start(launcher);
     if (status < 0)
-        status = serve(launcher, signals);
+        status = serve(launcher, waiting);
     if (launcher.server > 0)
         stopServer(launcher.server);
     if (launcher.checker > 0)
         kill(launcher.checker, SIGTERM);
-    std::error_code ignored;
-    if (!launcher.work.empty())
-        fs::remove_all(launcher.work, ignored);
+    removeWork(launcher.work);
     return status;
 }
