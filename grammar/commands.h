@@ -67,6 +67,16 @@ enum class Tail : uint8_t {
     ELEMENT,  // var:, a name and "[", white space or not: an index follows
 };
 
+// What a command prints. Nothing here depends on it: the checker of templates does.
+enum class Prints : uint8_t {
+    NOTHING,  // by itself
+    NUMBER,   // or else signs that mean nothing to HTML and scripts
+    ARGUMENT, // its arguments, escaped as its identifier says
+    BODY,     // its body; a query or error command without one, the first column
+    BODIES,   // the same for each row or number
+    BRANCH,   // one of its bodies; without any, 1 or 0
+};
+
 struct CommandDef {
     const char *words; // as templates write them, " " for any white space;
                        // a leading "if " may be left out
@@ -74,6 +84,7 @@ struct CommandDef {
     char sign; // the operator of Tail::OPERATOR
     int token;
     uint32_t id;
+    Prints prints;
     const char *malformed; // what the log says when the arguments do not fit, or null
                            // where the grammar has no error point for the command
 };
@@ -81,55 +92,58 @@ struct CommandDef {
 /* In token order. Messages are stored whole: people search logs for them, and
  * their punctuation differs. */
 inline constexpr CommandDef commandTable[] = {
-    // words, tail, sign, token, id, when malformed
-    {"setvariable", Tail::NAME, 0, F_SETVARIABLE, ID_SETVARIABLE, nullptr},
-    {"setvariableonce", Tail::NAME, 0, F_SETVARIABLEONCE, ID_SETVARIABLEONCE, nullptr},
-    {"setvariable", Tail::ELEMENT, 0, F_SETARRAY, ID_SETARRAY,
+    // words, tail, sign, token, id, what it prints, when malformed
+    {"setvariable", Tail::NAME, 0, F_SETVARIABLE, ID_SETVARIABLE, Prints::NOTHING, nullptr},
+    {"setvariableonce", Tail::NAME, 0, F_SETVARIABLEONCE, ID_SETVARIABLEONCE, Prints::NOTHING,
+     nullptr},
+    {"setvariable", Tail::ELEMENT, 0, F_SETARRAY, ID_SETARRAY, Prints::NOTHING,
      "%s, line %d: Syntax error: Too few arguments in <? setvariable\n"},
-    {"setvariableonce", Tail::ELEMENT, 0, F_SETARRAYONCE, ID_SETARRAYONCE,
+    {"setvariableonce", Tail::ELEMENT, 0, F_SETARRAYONCE, ID_SETARRAYONCE, Prints::NOTHING,
      "%s, line %d: Syntax error: Too few arguments in <? setvariableonce\n"},
-    {"echo", Tail::BLANK, 0, F_ECHO, ID_ECHO, nullptr},
-    {"print", Tail::BLANK, 0, F_PRINT, ID_PRINT, nullptr},
-    {"printjs", Tail::BLANK, 0, F_PRINTJS, ID_PRINTJS, nullptr},
-    {"include", Tail::BLANK, 0, F_INCLUDE, ID_INCLUDE, nullptr},
-    {"query", Tail::BLANK, 0, F_QUERY, ID_QUERY, nullptr},
-    {"querytext", Tail::BLANK, 0, F_QUERYTEXT, ID_QUERYTEXT, nullptr},
-    {"queryjs", Tail::BLANK, 0, F_QUERYJS, ID_QUERYJS, nullptr},
-    {"multiquery", Tail::BLANK, 0, F_MULTIQUERY, ID_MULTIQUERY, nullptr},
-    {"multiquerytext", Tail::BLANK, 0, F_MULTIQUERYTEXT, ID_MULTIQUERYTEXT, nullptr},
-    {"multiqueryjs", Tail::BLANK, 0, F_MULTIQUERYJS, ID_MULTIQUERYJS, nullptr},
-    {"multiquerycount", Tail::BLANK, 0, F_MULTIQUERYCOUNT, ID_MULTIQUERYCOUNT, nullptr},
-    {"repeat [", Tail::BLANK, 0, F_REPEATINCL, ID_REPEATINCL,
+    {"echo", Tail::BLANK, 0, F_ECHO, ID_ECHO, Prints::BODY, nullptr},
+    {"print", Tail::BLANK, 0, F_PRINT, ID_PRINT, Prints::BODY, nullptr},
+    {"printjs", Tail::BLANK, 0, F_PRINTJS, ID_PRINTJS, Prints::BODY, nullptr},
+    {"include", Tail::BLANK, 0, F_INCLUDE, ID_INCLUDE, Prints::NOTHING, nullptr},
+    {"query", Tail::BLANK, 0, F_QUERY, ID_QUERY, Prints::BODY, nullptr},
+    {"querytext", Tail::BLANK, 0, F_QUERYTEXT, ID_QUERYTEXT, Prints::BODY, nullptr},
+    {"queryjs", Tail::BLANK, 0, F_QUERYJS, ID_QUERYJS, Prints::BODY, nullptr},
+    {"multiquery", Tail::BLANK, 0, F_MULTIQUERY, ID_MULTIQUERY, Prints::BODIES, nullptr},
+    {"multiquerytext", Tail::BLANK, 0, F_MULTIQUERYTEXT, ID_MULTIQUERYTEXT, Prints::BODIES,
+     nullptr},
+    {"multiqueryjs", Tail::BLANK, 0, F_MULTIQUERYJS, ID_MULTIQUERYJS, Prints::BODIES, nullptr},
+    {"multiquerycount", Tail::BLANK, 0, F_MULTIQUERYCOUNT, ID_MULTIQUERYCOUNT, Prints::NUMBER,
+     nullptr},
+    {"repeat [", Tail::BLANK, 0, F_REPEATINCL, ID_REPEATINCL, Prints::BODIES,
      "%s, line %d: Syntax error: Too few arguments in <? repeat\n"},
-    {"repeat ]", Tail::BLANK, 0, F_REPEATEXCL, ID_REPEATEXCL,
+    {"repeat ]", Tail::BLANK, 0, F_REPEATEXCL, ID_REPEATEXCL, Prints::BODIES,
      "%s, line %d: Syntax error: Too few arguments in <? repeat\n"},
-    {"if eq", Tail::BLANK, 0, F_IFEQ, ID_IFEQ,
+    {"if eq", Tail::BLANK, 0, F_IFEQ, ID_IFEQ, Prints::BRANCH,
      "%s, line %d: Syntax error: Too few arguments in <? if eq\n"},
-    {"if neq", Tail::BLANK, 0, F_IFNEQ, ID_IFNEQ,
+    {"if neq", Tail::BLANK, 0, F_IFNEQ, ID_IFNEQ, Prints::BRANCH,
      "%s, line %d: Syntax error: Too few arguments in <? if neq\n"},
-    {"if gt", Tail::BLANK, 0, F_IFGT, ID_IFGT,
+    {"if gt", Tail::BLANK, 0, F_IFGT, ID_IFGT, Prints::BRANCH,
      "%s, line %d: Syntax error: Too few arguments in <? if gt\n"},
-    {"if gte", Tail::BLANK, 0, F_IFGTE, ID_IFGTE,
+    {"if gte", Tail::BLANK, 0, F_IFGTE, ID_IFGTE, Prints::BRANCH,
      "%s, line %d: Syntax error: Too few arguments in <? if gte\n"},
-    {"if lt", Tail::BLANK, 0, F_IFLT, ID_IFLT,
+    {"if lt", Tail::BLANK, 0, F_IFLT, ID_IFLT, Prints::BRANCH,
      "%s, line %d: Syntax error. Too few arguments in <? if lt\n"},
-    {"if lte", Tail::BLANK, 0, F_IFLTE, ID_IFLTE,
+    {"if lte", Tail::BLANK, 0, F_IFLTE, ID_IFLTE, Prints::BRANCH,
      "%s, line %d: Syntax error: Too few arguments in <? if lte\n"},
-    {"if and", Tail::BLANK, 0, F_IFAND, ID_IFAND,
+    {"if and", Tail::BLANK, 0, F_IFAND, ID_IFAND, Prints::BRANCH,
      "%s, line %d: Syntax error: Too few arguments in <? if and\n"},
-    {"if or", Tail::BLANK, 0, F_IFOR, ID_IFOR,
+    {"if or", Tail::BLANK, 0, F_IFOR, ID_IFOR, Prints::BRANCH,
      "%s, line %d: Syntax error: Too few arguments in <? if or\n"},
-    {"calc", Tail::OPERATOR, '+', F_CALCPLUS, ID_CALCPLUS,
+    {"calc", Tail::OPERATOR, '+', F_CALCPLUS, ID_CALCPLUS, Prints::NUMBER,
      "%s, line %d: Syntax error: Too few arguments in <? calc +\n"},
-    {"calc", Tail::OPERATOR, '-', F_CALCMIN, ID_CALCMIN,
+    {"calc", Tail::OPERATOR, '-', F_CALCMIN, ID_CALCMIN, Prints::NUMBER,
      "%s, line %d: Syntax error: Too few arguments in <? calc -\n"},
-    {"calc", Tail::OPERATOR, '*', F_CALCMULT, ID_CALCMULT,
+    {"calc", Tail::OPERATOR, '*', F_CALCMULT, ID_CALCMULT, Prints::NUMBER,
      "%s, line %d: Syntax error: Too few arguments in <? calc *\n"},
-    {"calc", Tail::OPERATOR, '/', F_CALCDIV, ID_CALCDIV,
+    {"calc", Tail::OPERATOR, '/', F_CALCDIV, ID_CALCDIV, Prints::NUMBER,
      "%s, line %d: Syntax error Too few arguments in <? calc /\n"},
-    {"error found", Tail::BLANK, 0, F_ERRORFOUND, ID_ERRORFOUND, nullptr},
-    {"error message", Tail::BLANK, 0, F_ERRORMESSAGE, ID_ERRORMESSAGE, nullptr},
-    {"base64", Tail::BLANK, 0, F_BASE64, ID_BASE64, nullptr},
+    {"error found", Tail::BLANK, 0, F_ERRORFOUND, ID_ERRORFOUND, Prints::NUMBER, nullptr},
+    {"error message", Tail::BLANK, 0, F_ERRORMESSAGE, ID_ERRORMESSAGE, Prints::BODY, nullptr},
+    {"base64", Tail::BLANK, 0, F_BASE64, ID_BASE64, Prints::NUMBER, nullptr},
 };
 
 inline constexpr size_t COMMAND_COUNT = sizeof commandTable / sizeof commandTable[0];
@@ -145,12 +159,13 @@ inline constexpr auto rowOfToken = [] {
     return table;
 }();
 
-// The rows stand in the order of the grammar's tokens.
+// The rows stand in the order of the grammar's tokens, and what has a body prints it.
 constexpr bool commandTableHolds()
 {
     int previous = 0;
     for (const CommandDef &row : commandTable) {
-        if (row.token <= previous)
+        const bool printsBody = row.prints >= Prints::BODY;
+        if (row.token <= previous || printsBody != ((row.id & CMDF_BODY) != 0))
             return false;
         previous = row.token;
     }

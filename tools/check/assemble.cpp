@@ -63,15 +63,20 @@ uint8_t holdsOfColumn(const SqlColumn *column)
 // What a nested command puts into the argument that it stands in.
 static uint8_t holdsOfCommand(Site &site, const Command &command, const Levels &levels)
 {
+    const Prints prints = printsOf(command);
     const int body = bodyIndex(command);
-    if (body < 0) {
-        const bool prints = (command.id & CMDF_BODY) && (command.id & (CMDF_QUERY | CMDF_ERROR));
-        return prints ? escapedBy(command.id, holdsOfColumn(columnOf(site, command, 0))) : 0;
+    if (prints == Prints::NOTHING || prints == Prints::NUMBER)
+        return 0;
+    if (body < 0 && prints >= Prints::BODY) {
+        const bool isRow = command.id & (CMDF_QUERY | CMDF_ERROR);
+        return isRow ? escapedBy(command.id, holdsOfColumn(columnOf(site, command, 0)))
+                     : uint8_t{0};
     }
     Levels deeper = levels;
-    deeper.push_back(&command);
+    if (body >= 0)
+        deeper.push_back(&command);
     uint8_t holds = 0;
-    for (size_t i = static_cast<size_t>(body); i < command.args.size(); ++i)
+    for (size_t i = static_cast<size_t>(std::max(body, 0)); i < command.args.size(); ++i)
         holds |= holdsOfArgument(site, command.args[i], command.id, deeper);
     return holds;
 }
@@ -97,7 +102,7 @@ static uint8_t holdsOfBound(Site &site, const string &array)
 {
     if (site.safe.contains(array + "[]"))
         return 0;
-    if (site.fromWeb.contains(array + "[]") || site.fromForms.contains(array + "[]"))
+    if (isFromWeb(site, array + "[]"))
         return VALUE_RAW;
     const auto [entry, isNew] = site.holds.try_emplace(array + "[max]", uint8_t{0});
     const auto computed = site.variables.find(array + "[*]");
@@ -163,9 +168,7 @@ const RowsOf &rowsOf(Site &site, const Command &command)
         return *entry;
     entry = std::make_shared<RowsOf>();
     RowsOf &rows = *entry;
-    rows.counts = command.id == ID_REPEATINCL || command.id == ID_REPEATEXCL ||
-                  command.id == ID_MULTIQUERY || command.id == ID_MULTIQUERYTEXT ||
-                  command.id == ID_MULTIQUERYJS;
+    rows.counts = printsOf(command) == Prints::BODIES;
     if (command.id == ID_ERRORMESSAGE) {
         rows.hasRows = rows.known = true;
         rows.columns.push_back({"message", {true, {}}, ""});
@@ -306,8 +309,9 @@ static bool addCommand(const Assembly &assembly, std::vector<Assembled> *texts, 
                        const Command &command, const Levels &levels)
 {
     const int body = bodyIndex(command);
-    const bool prints = command.id == ID_ECHO || command.id == ID_PRINT || command.id == ID_PRINTJS;
-    if (body < 0 || !(prints || (command.id & CMDF_IF)))
+    const Prints prints = printsOf(command);
+    const bool isPlain = prints == Prints::BODY && !(command.id & (CMDF_QUERY | CMDF_ERROR));
+    if (body < 0 || !(isPlain || prints == Prints::BRANCH))
         return false;
     Levels deeper = levels;
     deeper.push_back(&command);
@@ -315,7 +319,7 @@ static bool addCommand(const Assembly &assembly, std::vector<Assembled> *texts, 
     for (size_t i = static_cast<size_t>(body); i < command.args.size(); ++i)
         for (Assembled &way : assembleArgument(assembly, tpl, command.args[i], deeper))
             ways.push_back(std::move(way));
-    if ((command.id & CMDF_IF) && command.args.size() == 3)
+    if (prints == Prints::BRANCH && command.args.size() == 3)
         ways.emplace_back();
     return multiply(texts, ways);
 }
@@ -342,8 +346,7 @@ static std::vector<Assembled> assembleArgument(const Assembly &assembly, const T
         const bool own = element.type != ELEM_NUMVAR && assembly.isOpen(keyOfRead(element));
         const uint8_t holds = own ? uint8_t{0} : holdsOfElement(assembly.site, element, levels);
         const bool number = element.type == ELEM_NUMVAR ||
-                            (element.command && ((element.command->id & CMDF_CALC) ||
-                                                 element.command->id == ID_MULTIQUERYCOUNT));
+                            (element.command && printsOf(*element.command) == Prints::NUMBER);
         addHole(&texts, tpl, element.span, holds, number && !holds, &element);
     }
     return texts;
@@ -372,7 +375,7 @@ bool writtenTexts(const Template &tpl, const Argument &argument, std::vector<str
         return true;
     }
     const bool chooses = argument.elements.size() == 1 && argument.elements[0].command &&
-                         (argument.elements[0].command->id & CMDF_IF) &&
+                         printsOf(*argument.elements[0].command) == Prints::BRANCH &&
                          argument.elements[0].command->args.size() == 4;
     if (!chooses)
         return false;

@@ -446,13 +446,13 @@ static size_t leastLength(const Template &tpl, const Argument &argument)
             if (body < 0)
                 continue;
             size_t least = leastLength(tpl, command.args[static_cast<size_t>(body)]);
-            if (command.id & CMDF_IF)
+            const Prints prints = printsOf(command);
+            if (prints == Prints::BODIES)
+                least = 0;
+            else if (prints == Prints::BRANCH)
                 least = command.args.size() < 4
                             ? 0
                             : std::min(least, leastLength(tpl, command.args[3]));
-            else if ((command.id & CMDF_QUERY) || command.id == ID_REPEATINCL ||
-                     command.id == ID_REPEATEXCL)
-                least = command.id == ID_QUERY ? least : 0;
             length += least;
         }
     }
@@ -522,8 +522,7 @@ static void visitArgument(Visit &visit, const Argument &argument)
 
 static void enterBody(Visit &visit, const Command &command, size_t body)
 {
-    const bool useful =
-        (command.id & CMDF_QUERY) || command.id == ID_REPEATINCL || command.id == ID_REPEATEXCL;
+    const bool useful = (command.id & CMDF_QUERY) || printsOf(command) == Prints::BODIES;
     if (visit.levels.size() == MOST_BODIES)
         report(visit.all, visit.tpl, command.words, "limit",
                "64 bodies are around this one, and no more run: it is dropped");

@@ -388,12 +388,6 @@ static void followLoop(Follower &follower, const Template &tpl, const Command &c
     }
 }
 
-static bool repeats(uint32_t id)
-{
-    return id == ID_REPEATINCL || id == ID_REPEATEXCL || id == ID_MULTIQUERY ||
-           id == ID_MULTIQUERYTEXT || id == ID_MULTIQUERYJS;
-}
-
 static void followTemplate(Follower &follower, const Template &tpl);
 
 static void followInclude(Follower &follower, const Template &tpl, const Command &command)
@@ -431,30 +425,33 @@ static void followColumn(Follower &follower, const Template &tpl, const Command 
                command.id & CMDF_QUERY ? "column 1" : "the error's text"});
 }
 
-// A command whose output is made of characters that are harmless anywhere.
-static bool printsNumber(const Command &command)
+// A command whose output is no body.
+static void followWithoutBody(Follower &follower, const Template &tpl, const Command &command,
+                              Levels &levels)
 {
-    return (command.id & CMDF_CALC) || command.id == ID_MULTIQUERYCOUNT ||
-           command.id == ID_ERRORFOUND || command.id == ID_BASE64 || (command.id & CMDF_IF);
+    const Prints prints = printsOf(command);
+    if (command.id == ID_INCLUDE)
+        followInclude(follower, tpl, command);
+    else if (prints == Prints::ARGUMENT)
+        for (const Argument &argument : command.args)
+            followArgument(follower, tpl, argument, command.id, levels);
+    else if (prints == Prints::NUMBER || prints == Prints::BRANCH)
+        followValue(&follower.state);
+    else if (command.id & (CMDF_QUERY | CMDF_ERROR))
+        followColumn(follower, tpl, command);
 }
 
 static void followCommand(Follower &follower, const Template &tpl, const Command &command,
                           Levels &levels)
 {
-    if (command.id == ID_INCLUDE)
-        return followInclude(follower, tpl, command);
     const int body = bodyIndex(command);
-    if (body < 0) {
-        if (printsNumber(command))
-            followValue(&follower.state);
-        else if (command.id & (CMDF_QUERY | CMDF_ERROR))
-            followColumn(follower, tpl, command);
-        return;
-    }
+    if (body < 0)
+        return followWithoutBody(follower, tpl, command, levels);
+    const Prints prints = printsOf(command);
     levels.push_back(&command);
-    if (command.id & CMDF_IF)
+    if (prints == Prints::BRANCH)
         followIf(follower, tpl, command, levels);
-    else if (repeats(command.id))
+    else if (prints == Prints::BODIES)
         followLoop(follower, tpl, command, static_cast<size_t>(body), levels);
     else
         followArgument(follower, tpl, command.args[static_cast<size_t>(body)], command.id, levels);

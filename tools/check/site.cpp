@@ -28,6 +28,14 @@ int bodyIndex(const Command &command)
     return static_cast<size_t>(index) < command.args.size() ? index : -1;
 }
 
+Prints printsOf(const Command &command)
+{
+    const auto *row =
+        std::find_if(std::begin(commandTable), std::end(commandTable),
+                     [&](const CommandDef &candidate) { return candidate.id == command.id; });
+    return row->prints; // every command has its row
+}
+
 bool constantText(const Template &tpl, const Argument &argument, string *text)
 {
     text->clear();

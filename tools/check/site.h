@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "findings.h"
+#include "grammar/commands.h"
 #include "sql.h"
 #include "tools/common/template.h"
 #include "texts.h"
@@ -120,6 +121,9 @@ bool constantText(const Template &tpl, const Argument &argument, std::string *te
 /* The argument of a command that is its body, or its bodies' first, by index; -1 when
  * it has none. */
 int bodyIndex(const Command &command);
+
+/* What a command prints. */
+Prints printsOf(const Command &command);
 
 /* Whether a file exists below the document root, or an unsaved content of that path. */
 bool fileExists(const Site &site, const std::string &path);
