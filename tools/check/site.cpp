@@ -221,53 +221,6 @@ static bool inComment(const Template &tpl, uint32_t offset)
     return after != tpl.comments.begin() && std::prev(after)->contains(offset);
 }
 
-// The value of an attribute that begins at text, in quotes or without.
-static string_view attributeValue(string_view text)
-{
-    const char quote = text.empty() ? '\0' : text[0];
-    return quote == '"' || quote == '\'' ? text.substr(1, text.find(quote, 1) - 1)
-                                         : text.substr(0, text.find_first_of(" \t\r\n/"));
-}
-
-// The names of fields in forms.
-static void collectFieldNames(Site *site, string_view source)
-{
-    static constexpr const char *tags[] = {"<input", "<select", "<textarea", "<button"};
-    for (const char *tag : tags) {
-        for (size_t at = 0; (at = source.find(tag, at)) != string_view::npos;) {
-            at += strlen(tag);
-            size_t end = source.find('>', at);
-            while (end != string_view::npos && source[end - 1] == '?')
-                end = source.find('>', end + 1);
-            const string_view inside = source.substr(at, end == string_view::npos ? end : end - at);
-            const size_t name = inside.find("name=");
-            if (name == string_view::npos || name == 0 || !strchr(" \t\n\r", inside[name - 1]))
-                continue;
-            const string_view value = attributeValue(inside.substr(name + 5));
-            if (value.find_first_of("<${") == string_view::npos) // a name that is written there
-                site->fromForms.insert(string(value));
-        }
-    }
-}
-
-// The names of what links send.
-static void collectLinkNames(Site *site, string_view source)
-{
-    for (size_t at = 0; (at = source.find('=', at + 1)) != string_view::npos;) {
-        size_t begin = at;
-        while (begin > 0 && isalnum(static_cast<unsigned char>(source[begin - 1])))
-            --begin;
-        if (begin == 0 || begin == at)
-            continue;
-        const bool link =
-            source[begin - 1] == '&' ||
-            (source[begin - 1] == '?' && begin >= 2 && !strchr("<{", source[begin - 2])) ||
-            (source[begin - 1] == ';' && begin >= 5 && source.substr(begin - 5, 5) == "&amp;");
-        if (link)
-            site->fromForms.insert(string(source.substr(begin, at - begin)));
-    }
-}
-
 static void collect(Site *site, const Template &tpl)
 {
     const Collector collector = {site, &tpl};
@@ -279,8 +232,7 @@ static void collect(Site *site, const Template &tpl)
     for (size_t i = 0; i < tpl.fields.size(); ++i)
         if (!inComment(tpl, tpl.fields[i].span.at))
             site->fields[string(tpl.fields[i].id)].push_back({&tpl, i});
-    collectFieldNames(site, tpl.source);
-    collectLinkNames(site, tpl.source);
+    collectNames(site, tpl);
 }
 
 // ---- the whole ----
@@ -441,9 +393,18 @@ static string_view arrayOf(string_view key)
     return key.substr(0, key.find('['));
 }
 
+// Whether a form has a field whose name is computed and can be that.
+static bool isFormPattern(const Site &site, string_view key)
+{
+    return std::any_of(site.formPatterns.begin(), site.formPatterns.end(), [&](const auto &p) {
+        return key.size() >= p.first.size() + p.second.size() && key.starts_with(p.first) &&
+               key.ends_with(p.second);
+    });
+}
+
 bool isFromWeb(const Site &site, string_view key)
 {
-    if (site.fromWeb.contains(key) || site.fromForms.contains(key))
+    if (site.fromWeb.contains(key) || site.fromForms.contains(key) || isFormPattern(site, key))
         return true;
     if (key.find('[') == string_view::npos)
         return false;

@@ -85,9 +85,11 @@ struct Site {
     std::set<std::string, std::less<>> fromWeb;                 // names that --set and --safe give
     std::set<std::string, std::less<>> safe;                    // those of --safe
     std::set<std::string, std::less<>> fromForms;               // names that forms and links send
-    std::vector<Language> languages;                            // those without a mistake
-    std::vector<TextFault> textFaults;                          // of the others
-    std::string problem; // why a template could not be read to its end
+    // What a name begins and ends with that a form's field is computed to have.
+    std::vector<std::pair<std::string, std::string>> formPatterns;
+    std::vector<Language> languages;   // those without a mistake
+    std::vector<TextFault> textFaults; // of the others
+    std::string problem;               // why a template could not be read to its end
     std::map<std::string, std::vector<FieldUse>, std::less<>> fields; // by id
     std::set<std::string, std::less<>> otherFields; // ids in files that no page includes
     std::unique_ptr<Database> database;             // null without one
@@ -102,6 +104,9 @@ struct Site {
  * progress: called now and then with the number of templates read; may be empty. */
 bool loadSite(SiteOptions options, Site *site, std::string *problem,
               const std::function<void(size_t)> &progress = {});
+
+/* Adds the names that a template's forms and links send. */
+void collectNames(Site *site, const Template &tpl);
 
 /* Whether the web program sets a variable: by --set, or probably, by a form. */
 bool isFromWeb(const Site &site, std::string_view key);
