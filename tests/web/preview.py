@@ -291,8 +291,11 @@ def check_keys(preview):
     press(END + 20 * BACKSPACE + ENTER)
     check("no error text", None, wait(alert, None))
     tab_to("#queries")
-    press(ENTER + ESCAPE)
+    press(ENTER)
+    tab_to(".switches input")
+    press("not meant" + ESCAPE)
     check("closed", (False, "badge"), (run(OPEN), run(BADGE)))
+    check("what Escape leaves is not taken", "", preview.report("overview.htm")["error"])
 
 
 def check_findings(preview):

@@ -374,9 +374,12 @@
     };
 
     // A handler that returns false would take the key from the element that has the focus.
+    // A field that goes with a text of its own would take that for meant.
     const onKey = (event) => {
-        if (event.key === 'Escape' && !event.isComposing)
-            close();
+        if (event.key !== 'Escape' || event.isComposing)
+            return;
+        host.shadowRoot.querySelector('.switches input').value = data.error;
+        close();
     };
 
     const numberOf = (one) =>
