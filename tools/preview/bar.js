@@ -168,9 +168,19 @@
         stopFollowing = null;
     };
 
+    // Firefox asks for trusted types before the page's policy that does is in force.
+    const trusted = (address) => {
+        try {
+            return trustedTypes.createPolicy('orv-preview', {createScriptURL: (text) => text})
+                .createScriptURL(address);
+        } catch {
+            return address;
+        }
+    };
+
     const findWorker = () => {
         try {
-            worker = new SharedWorker(own + 'bar.js', 'orv-preview');
+            worker = new SharedWorker(trusted(own + 'bar.js'), 'orv-preview');
         } catch {
             return; // this browser has none
         }
