@@ -6,6 +6,7 @@
 
 #include "grammar/commands.h"
 #include "report.h"
+#include "tools/common/placed.h"
 
 using std::string;
 using std::string_view;
@@ -29,42 +30,6 @@ static void visitCommand(Visit &visit, const Command &command);
 
 // ---- texts in arguments ----
 
-static bool beginsReference(string_view text)
-{
-    if (text.empty())
-        return false;
-    return (text[0] >= '0' && text[0] <= '9') || (text[0] >= 'a' && text[0] <= 'z') ||
-           text[0] == '$';
-}
-
-string breakOf(string_view text, bool inCommand, char quote, string_view next)
-{
-    const string whole = string(text) + string(next.substr(0, 4));
-    if (text.find("{?") != string_view::npos)
-        return "holds {?, which is not replaced once more";
-    for (size_t i = 0; i < text.size(); ++i) {
-        const string_view rest = string_view(whole).substr(i);
-        if (rest.starts_with("<?"))
-            return "begins a command";
-        if (!inCommand)
-            continue;
-        if (rest.starts_with("?>"))
-            return "ends the command";
-        if (rest[0] == '$' && beginsReference(rest.substr(1)))
-            return "begins a variable or value";
-        const bool isQuote = strchr("\"'`", rest[0]);
-        if (quote && quote != ']' && rest[0] == quote)
-            return "ends the quote that it stands in";
-        if (!quote && isQuote)
-            return "opens a quote";
-        if (quote == ']' && (isQuote || rest[0] == ']'))
-            return "breaks the index that it stands in";
-        if ((!quote || quote == ']') && strchr(" \t\r\n", rest[0]))
-            return "ends the argument at its blank";
-    }
-    return "";
-}
-
 static string excerpt(string_view text)
 {
     constexpr size_t most = 40;
@@ -76,22 +41,16 @@ static string excerpt(string_view text)
 }
 
 // Reports the languages whose text breaks something, one finding for each way.
-static void checkField(Report &all, const Template &tpl, const Field &field, bool inCommand,
-                       char quote, char before)
+static void checkField(Report &all, const Template &tpl, const Field &field,
+                       const FieldPlace &place)
 {
     std::map<string, std::vector<const Language *>> reasons;
-    const string_view next = string_view(tpl.source).substr(field.span.end, 4);
     for (const Language &language : all.site.languages) {
         const auto found = language.texts.find(field.id);
         if (found == language.texts.end())
             continue;
-        const string &text = found->second.text;
-        string reason = breakOf(text, inCommand, quote, next);
-        if (reason.empty() && before == '$' && !text.empty() &&
-            isalnum(static_cast<unsigned char>(text[0])))
-            reason = "lengthens the variable or value in front of it";
-        if (!reason.empty())
-            reasons[reason].push_back(&language);
+        if (const Break *reason = breakOf(found->second.text, place))
+            reasons[reason->what].push_back(&language);
     }
     for (const auto &[reason, languages] : reasons) {
         string message;
@@ -112,12 +71,7 @@ static void checkFieldsIn(const Visit &visit, const Element &element, const Elem
     const FieldRange fields = fieldsIn(visit.tpl, element.span);
     for (size_t i = fields.first; i < fields.last; ++i) {
         const Field &field = visit.tpl.fields[i];
-        const bool adjacent = before && field.span.at == element.span.at &&
-                              before->span.end == element.span.at &&
-                              (before->type == ELEM_GETVAR ||
-                               (before->type == ELEM_NUMVAR && before->text.size() == 1 &&
-                                isdigit(static_cast<unsigned char>(before->text[0]))));
-        checkField(visit.all, visit.tpl, field, true, element.quote, adjacent ? '$' : '\0');
+        checkField(visit.all, visit.tpl, field, placeInArgument(visit.tpl, field, element, before));
     }
 }
 
@@ -592,7 +546,7 @@ void checkCommands(Report &all)
             checkPageText(all, *tpl, item.span);
             const FieldRange fields = fieldsIn(*tpl, item.span);
             for (size_t i = fields.first; i < fields.last; ++i)
-                checkField(all, *tpl, tpl->fields[i], false, 0, 0);
+                checkField(all, *tpl, tpl->fields[i], placeInPage(*tpl, tpl->fields[i]));
         }
     }
 }

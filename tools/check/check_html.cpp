@@ -7,6 +7,7 @@
 
 #include "grammar/commands.h"
 #include "tools/common/html.h"
+#include "tools/common/placed.h"
 #include "report.h"
 
 using std::string;
@@ -175,35 +176,6 @@ static void checkOutput(Follower &follower, const Output &output)
         add(follower, output, "escape-missing", notEscaped(output, state));
 }
 
-// ---- texts ----
-
-// Whether a text leaves the part that it stands in, which a word would not.
-static bool leavesPart(const HtmlState &state, string_view text)
-{
-    HtmlState expected = state;
-    followValue(&expected);
-    HtmlState reached = state;
-    const bool inside =
-        state.part == Part::VALUE || state.part == Part::BEFORE_VALUE || state.part == Part::RAW;
-    const bool unquoted = expected.part == Part::VALUE && !expected.quote;
-    for (size_t i = 0; i < text.size(); ++i) {
-        follow(&reached, text.substr(i, 1));
-        if (!inside)
-            continue;
-        const bool same = reached.part == expected.part && reached.quote == expected.quote &&
-                          reached.script == expected.script;
-        if (!same && (expected.part == Part::VALUE || state.content == Content::SCRIPT ||
-                      reached.part != expected.part))
-            return true;
-        if (unquoted && reached.part != Part::VALUE)
-            return true;
-    }
-    if (inside && state.content == Content::SCRIPT && reached.escaped)
-        return true; // the byte behind the text would be escaped
-    HtmlState joined;
-    return !text.empty() && !inside && !joinStates(expected, reached, &joined);
-}
-
 static void putValue(Follower &follower, const Output &output)
 {
     checkOutput(follower, output);
@@ -217,7 +189,7 @@ static void putColumn(Follower &follower, const Command &command, const SqlColum
 {
     uint8_t holds = holdsOfColumn(column);
     for (const string &text : column ? column->values.texts : std::set<string>())
-        if (follower.state.part != Part::PLAIN && leavesPart(follower.state, text))
+        if (follower.state.part != Part::PLAIN && leavesPart(text, follower.state))
             holds = VALUE_RAW;
     output.holds = escapedBy(output.id, holds);
     if (holds && column && !column->declared.empty())
@@ -228,6 +200,8 @@ static void putColumn(Follower &follower, const Command &command, const SqlColum
     putValue(follower, output);
 }
 
+// ---- texts ----
+
 static void putField(Follower &follower, const Template &tpl, const Field &field)
 {
     string codes;
@@ -236,7 +210,7 @@ static void putField(Follower &follower, const Template &tpl, const Field &field
     for (const Language &language : follower.all.site.languages) {
         const auto text = language.texts.find(field.id);
         if (text == language.texts.end() || follower.state.part == Part::PLAIN ||
-            !leavesPart(follower.state, text->second.text))
+            !leavesPart(text->second.text, follower.state))
             continue;
         codes += (codes.empty() ? "" : ", ") + language.code;
         shown = shown ? shown : &text->second.text;

@@ -6,6 +6,7 @@
 #include "grammar/commands.h"
 #include "report.h"
 #include "tools/common/po.h"
+#include "tools/common/translation.h"
 
 using std::string;
 using std::string_view;
@@ -324,10 +325,42 @@ static void reportBroken(Report &all)
     }
 }
 
+// Compares a text with its source text: the one that it notes, or that of the first language.
+static void checkTranslation(Report &all, const Language &language, const string &id,
+                             const LanguageText &text)
+{
+    const Language &first = all.site.languages.front();
+    const auto other = first.texts.find(id);
+    const bool hasOther = &language != &first && other != first.texts.end();
+    const string *source = text.source ? &*text.source : hasOther ? &other->second.text : nullptr;
+    std::set<string> flags = text.flags;
+    if (hasOther)
+        flags.insert(other->second.flags.begin(), other->second.flags.end());
+    if (text.text.empty())
+        return;
+    for (const TextFlaw &fault : judgeText(text.text, source, flags))
+        reportLine(all, language.path, text.line, fault.kind,
+                   "the text " + quoted(id) + " " + fault.problem);
+}
+
+static void checkTranslations(Report &all)
+{
+    for (const Language &language : all.site.languages) {
+        string named;
+        if (isOtherLanguage(language.path, language.header, &named))
+            reportLine(all, language.path, 1, TEXT_LANGUAGE,
+                       "the header says Language: " + language.header +
+                           ", but the file's name says " + named + ": correct one of them");
+        for (const auto &[id, text] : language.texts)
+            checkTranslation(all, language, id, text);
+    }
+}
+
 void checkTexts(Report &all)
 {
     constexpr size_t longest = 128; // bytes of an id
     reportBroken(all);
+    checkTranslations(all);
     const std::vector<string_view> ids = knownIds(all.site);
     std::set<string_view> known(ids.begin(), ids.end());
     for (const auto &[id, uses] : all.site.fields) {

@@ -23,9 +23,15 @@ void sortFindings(std::vector<Finding> *findings)
     });
 }
 
-static const char *severityName(Grade severity)
+const char *gradeName(Grade grade)
 {
-    return severity == Grade::ERROR ? "error" : "warning";
+    static constexpr const char *names[] = {"hint", "warning", "error"};
+    return names[static_cast<size_t>(grade)];
+}
+
+static const char *sarifLevel(Grade grade)
+{
+    return grade == Grade::HINT ? "note" : gradeName(grade);
 }
 
 // A finding is one line, whatever a template or a path holds.
@@ -46,7 +52,7 @@ static string printText(const std::vector<Finding> &findings)
     };
     for (const Finding &f : findings) {
         line(f.path, f.line, f.column,
-             string(severityName(f.severity)) + ": " + f.text + " [" + f.kind->id + "]");
+             string(gradeName(f.severity)) + ": " + f.text + " [" + f.kind->id + "]");
         for (const Note &note : f.notes)
             line(note.path, note.line, note.column, "note: " + note.text);
     }
@@ -68,7 +74,7 @@ static string printJson(const std::vector<Finding> &findings)
                         {"column", f.column},
                         {"endLine", f.endLine},
                         {"endColumn", f.endColumn},
-                        {"severity", severityName(f.severity)},
+                        {"severity", gradeName(f.severity)},
                         {"id", f.kind->id},
                         {"text", f.text},
                         {"notes", std::move(notes)}});
@@ -108,7 +114,7 @@ static Json sarifResult(const Finding &f)
     place["region"]["endColumn"] = f.endUnit;
     Json result = {{"ruleId", f.kind->id},
                    {"ruleIndex", f.kind - allKinds().data()},
-                   {"level", severityName(f.severity)},
+                   {"level", sarifLevel(f.severity)},
                    {"message", {{"text", f.text}}},
                    {"locations", Json::array({{{"physicalLocation", std::move(place)}}})}};
     Json related = Json::array();
@@ -127,7 +133,7 @@ static string printSarif(const std::vector<Finding> &findings)
         rules.push_back({{"id", kind.id},
                          {"shortDescription", {{"text", kind.explanation}}},
                          {"help", {{"text", string("Example: ") + kind.example}}},
-                         {"defaultConfiguration", {{"level", severityName(kind.severity)}}}});
+                         {"defaultConfiguration", {{"level", sarifLevel(kind.severity)}}}});
     Json results = Json::array();
     for (const Finding &f : findings)
         results.push_back(sarifResult(f));

@@ -9,7 +9,7 @@
 #include <string_view>
 #include <vector>
 
-enum class Grade : uint8_t { WARNING, ERROR };
+enum class Grade : uint8_t { HINT, WARNING, ERROR }; // a hint alone is nothing found
 
 // One kind of finding. All texts are static.
 struct Kind {
@@ -52,6 +52,9 @@ struct Finding {
 void sortFindings(std::vector<Finding> *findings);
 
 enum class Form : uint8_t { TEXT, JSON, SARIF };
+
+/* "hint", "warning" or "error". */
+const char *gradeName(Grade grade);
 
 /* All findings in one of the forms, with a line end. */
 std::string printFindings(const std::vector<Finding> &findings, Form form);

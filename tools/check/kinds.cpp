@@ -98,6 +98,34 @@ static constexpr Kind kinds[] = {
      "A text field in a comparison. Another language, or the marks for translators, change how it "
      "ends.",
      "<?if eq {?site.lang?} en `x`?>"},
+    {"text-reference", ERROR,
+     "A reference or placeholder of the source text, $1, $var:name, %d or {0}, is lost, added or "
+     "changed; or those that take their values in turn stand in another order.",
+     "msgstr \"$1 Dateien\" where the source text is: $1 of $2 files"},
+    {"text-tags", ERROR,
+     "A translation has other tags than its source text, puts them in a wrong order, or has one "
+     "without an end or without an attribute.",
+     "msgstr \"ein <b>Wort\" where the source text is: a <b>word</b>"},
+    {"text-entity", WARNING, "An entity that is none: unknown, without its semicolon, with blanks.",
+     "msgstr \"a&nbps;b\""},
+    {"text-blank", WARNING,
+     "A blank at the edge of a translation that its source text has not, or the other way round; "
+     "or "
+     "a text of nothing but blanks.",
+     "msgstr \"Name:\" where the source text ends with a blank"},
+    {"text-control", WARNING, "A character that no text has, or the sign for one that was lost.",
+     "msgstr \"a\\001b\""},
+    {"text-length", WARNING,
+     "A text has more characters than its flag max-length allows; a tag counts nothing, an entity "
+     "one.",
+     "#, max-length:20"},
+    {"text-language", WARNING, "The header of a PO file names another language than its name.",
+     "\"Language: it\\n\" in de.po"},
+    {"text-ending", HINT,
+     "The sentence ends in another way than that of the source text. Languages have their own "
+     "ways, "
+     "so this is a hint only.",
+     "msgstr \"Es ist\" where the source text is: It is."},
     {"variable-unset", ERROR,
      "The variable is read, but neither a template nor the web program (--set, or a field of a "
      "form) sets it.",
@@ -181,7 +209,7 @@ std::string listKinds()
 {
     std::string out;
     for (const Kind &kind : kinds) {
-        out += std::string(kind.id) + (kind.severity == ERROR ? " (error)\n" : " (warning)\n");
+        out += std::string(kind.id) + " (" + gradeName(kind.severity) + ")\n";
         out += wrap(kind.explanation, 74) + "    Example: " + kind.example + "\n\n";
     }
     out.pop_back();

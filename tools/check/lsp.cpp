@@ -216,6 +216,7 @@ static Json range(uint32_t line, uint32_t unit, uint32_t endLine, uint32_t endUn
 
 static Json diagnosticOf(const Server &server, const Site &site, const Finding &finding)
 {
+    static constexpr int severities[] = {4, 2, 1}; // of Grade, as the protocol counts them
     Json related = Json::array();
     for (const Note &note : finding.notes)
         related.push_back({{"location",
@@ -223,7 +224,7 @@ static Json diagnosticOf(const Server &server, const Site &site, const Finding &
                              {"range", range(note.line, note.unit, note.line, note.unit)}}},
                            {"message", note.text}});
     return {{"range", range(finding.line, finding.unit, finding.endLine, finding.endUnit)},
-            {"severity", finding.severity == Grade::ERROR ? 1 : 2},
+            {"severity", severities[static_cast<size_t>(finding.severity)]},
             {"code", finding.kind->id},
             {"source", "orv-check"},
             {"message", finding.text},

@@ -2,6 +2,7 @@
 #include <stdio.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <new>
 
 #include "arguments.h"
@@ -36,8 +37,10 @@ static int run(int argc, char **argv)
         fputs("\r\033[K", stderr);
     if (!done)
         return complain(WRONG_USAGE, "%s", problem.c_str());
-    return printAnswer(printFindings(findings, arguments.form),
-                       findings.empty() ? NOTHING_FOUND : FOUND);
+    const bool isFound = std::any_of(findings.begin(), findings.end(), [](const Finding &finding) {
+        return finding.severity != Grade::HINT;
+    });
+    return printAnswer(printFindings(findings, arguments.form), isFound ? FOUND : NOTHING_FOUND);
 }
 
 int main(int argc, char **argv)

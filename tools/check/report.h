@@ -47,9 +47,4 @@ void checkHtml(Report &all);
 /* All of them, sorted, without the kinds that the site's options leave out. */
 std::vector<Finding> checkSite(Site &site);
 
-/* What a text does to the command that a field stands in, or to page text; empty when
- * nothing. quote: around the field, 0 for none, ']' in an index.
- * next: what follows the field in the template. */
-std::string breakOf(std::string_view text, bool inCommand, char quote, std::string_view next);
-
 #endif

@@ -8,6 +8,7 @@
 #include <filesystem>
 
 #include "tools/common/files.h"
+#include "tools/common/notes.h"
 #include "tools/common/po.h"
 #include "tools/common/textdb_file.h"
 
@@ -19,10 +20,17 @@ static void readPoFile(const string &path, Language *language, std::vector<TextF
 {
     std::vector<PoFault> found;
     PoFile po = readPo(path.c_str(), &found);
-    for (const PoEntry &entry : po.entries)
-        if (entry.isTranslated() && !entry.fuzzy)
-            language->texts[string(entry.id)] = {string(entry.text),
-                                                 static_cast<uint32_t>(entry.line)};
+    for (const PoEntry &entry : po.entries) {
+        if (!entry.isTranslated() || entry.fuzzy)
+            continue;
+        string source;
+        LanguageText &text = language->texts[string(entry.id)];
+        text = {string(entry.text), static_cast<uint32_t>(entry.line), entry.flags, {}};
+        if (findNote(entry.comments, NOTE_SOURCE, &source))
+            text.source = std::move(source);
+    }
+    if (po.file)
+        language->header = headerField(po, "Language");
     language->used = std::move(po.used);
     freePo(&po);
     for (const PoFault &fault : found)
@@ -38,7 +46,7 @@ static void readDatabase(const string &path, const string &file, Language *langu
         return;
     }
     walkTextDb(file, [&](std::string_view id, std::string_view text) {
-        language->texts[string(id)] = {string(text), 0};
+        language->texts[string(id)] = {string(text), 0, {}, {}};
     });
 }
 

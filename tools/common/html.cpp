@@ -186,6 +186,19 @@ static void followRegex(HtmlState *state, char c)
     }
 }
 
+// A style has strings and comments of one kind.
+static void followStyle(HtmlState *state, char c)
+{
+    if (state->script == Script::DQUOTE || state->script == Script::SQUOTE)
+        followString(state, c, state->script == Script::DQUOTE ? '"' : '\'');
+    else if (state->script == Script::BLOCK_COMMENT)
+        state->script = c == '/' && state->last == '*' ? Script::CODE : Script::BLOCK_COMMENT;
+    else if (c == '"' || c == '\'')
+        state->script = c == '"' ? Script::DQUOTE : Script::SQUOTE;
+    else if (c == '*' && state->last == '/')
+        state->script = Script::BLOCK_COMMENT;
+}
+
 static void followScript(HtmlState *state, char c)
 {
     switch (state->script) {
@@ -353,6 +366,8 @@ static void followValueByte(HtmlState *state, char c)
         state->type[state->typeLength++] = lower(c);
     if (state->content == Content::SCRIPT)
         followScript(state, c);
+    else if (state->content == Content::STYLE)
+        followStyle(state, c);
     else if (state->content == Content::ADDRESS)
         followAddress(state, c);
     else if (state->content == Content::REFRESH)
@@ -496,6 +511,8 @@ static void followRaw(HtmlState *state, char c)
     }
     if (state->content == Content::SCRIPT)
         followScript(state, c);
+    else if (state->content == Content::STYLE)
+        followStyle(state, c);
 }
 
 static void followByte(HtmlState *state, char c)
@@ -637,6 +654,14 @@ static const char *describeScript(Script script)
     return names[static_cast<size_t>(script)];
 }
 
+static std::string describeStyle(Script script)
+{
+    return script == Script::DQUOTE          ? "a style's string in double quotes"
+           : script == Script::SQUOTE        ? "a style's string in single quotes"
+           : script == Script::BLOCK_COMMENT ? "a style's comment"
+                                             : "a style";
+}
+
 static std::string describeValue(const HtmlState &state)
 {
     const char *quotes = state.quote == '"'    ? "an attribute in double quotes"
@@ -645,7 +670,7 @@ static std::string describeValue(const HtmlState &state)
     if (state.part == Part::VALUE && state.content == Content::SCRIPT)
         return std::string(describeScript(state.script)) + ", in " + quotes;
     if (state.content == Content::STYLE)
-        return std::string("a style, in ") + quotes;
+        return describeStyle(state.script) + ", in " + quotes;
     return quotes;
 }
 
@@ -669,8 +694,9 @@ std::string describe(const HtmlState &state)
     case Part::COMMENT:
         return "a comment";
     case Part::RAW:
-        return state.content == Content::SCRIPT         ? describeScript(state.script)
-               : state.content == Content::STYLE        ? "a style sheet"
+        return state.content == Content::SCRIPT ? describeScript(state.script)
+               : state.content == Content::STYLE
+                   ? state.script == Script::CODE ? "a style sheet" : describeStyle(state.script)
                : state.content == Content::OTHER_SCRIPT ? "a script element that is no script"
                                                         : std::string("the ") + state.element;
     case Part::PLAIN:

@@ -229,6 +229,15 @@ void setNote(std::string *comments, std::string_view word, const std::string *te
     *comments = result + (isPlaced ? "" : lines);
 }
 
+std::set<std::string> noteWords(std::string_view comments)
+{
+    std::set<std::string> words;
+    Note note;
+    for (size_t pos = 0; nextNote(comments, pos, &note); pos = note.end)
+        words.emplace(note.word);
+    return words;
+}
+
 std::string commentWithoutNotes(std::string_view comments)
 {
     std::string result;

@@ -4,6 +4,7 @@
 #ifndef TOOLS_NOTES_H
 #define TOOLS_NOTES_H
 
+#include <set>
 #include <string>
 #include <string_view>
 
@@ -23,6 +24,9 @@ bool isNoted(std::string_view comments, std::string_view word, std::string_view 
 /* Gives comments a note, in the place of one with that word. A long text goes into several
  * lines, which the tools that wrap comments leave alone. text: null to remove it. */
 void setNote(std::string *comments, std::string_view word, const std::string *text);
+
+/* Returns the words of all notes. */
+std::set<std::string> noteWords(std::string_view comments);
 
 /* Returns the lines of a translator's comment without the notes. */
 std::string commentWithoutNotes(std::string_view comments);

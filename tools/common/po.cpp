@@ -19,9 +19,10 @@
 
 // What is learned from a PO file's bytes, besides what gettext's library tells.
 struct PoSource {
-    std::vector<size_t> lines; // of each entry's msgid, in the order of the file
-    size_t zeroLine;           // of the first zero byte, plain or escaped; or 0
-    size_t strangeLine;        // of the first byte that is not UTF-8, or 0
+    std::vector<size_t> lines;                // of each entry's msgid, in the order of the file
+    std::vector<std::set<std::string>> flags; // of each that gettext's library does not know
+    size_t zeroLine;                          // of the first zero byte, plain or escaped; or 0
+    size_t strangeLine;                       // of the first byte that is not UTF-8, or 0
     bool isAscii;
 };
 
@@ -84,8 +85,8 @@ static void onError(int severity, po_message_t message, const char *path, size_t
     if (line > 1 && joined == "end-of-line within string")
         --line; // that end has been counted
     reportPo(current->po, path && line != static_cast<size_t>(-1) ? line : 0,
-             severity != PO_SEVERITY_WARNING, message ? po_message_msgid(message) : nullptr,
-             joined);
+             severity == PO_SEVERITY_WARNING ? Weight::WARNING : Weight::ERROR,
+             message ? po_message_msgid(message) : nullptr, joined);
     if (severity == PO_SEVERITY_FATAL_ERROR)
         exit(EXIT_FAILURE);
 }
@@ -151,14 +152,33 @@ static bool isWord(char c)
     return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || c == '_';
 }
 
-// Finds what gettext's library keeps to itself: the line of each entry; zero
+// Adds the flags of a line that begins with "#,", less those that gettext's library knows.
+static void takeFlags(std::string_view line, std::set<std::string> *flags)
+{
+    static constexpr std::string_view SEPARATORS = ", \t\r";
+    for (size_t pos = 2; (pos = line.find_first_not_of(SEPARATORS, pos)) < line.size();) {
+        const size_t end = std::min(line.find_first_of(SEPARATORS, pos), line.size());
+        const std::string_view flag = line.substr(pos, end - pos);
+        pos = end;
+        const bool isKnown = flag == "fuzzy" || flag == "wrap" || flag == "no-wrap" ||
+                             flag.ends_with("-format") || flag.ends_with("-check");
+        if (flag == "range:")
+            pos = std::min(line.find(',', end), line.size());
+        else if (!isKnown)
+            flags->emplace(flag);
+    }
+}
+
+// Finds what gettext's library keeps to itself: the line of each entry; flags; zero
 // bytes, at which it would cut a text; and what is not UTF-8.
 static PoSource scanPo(std::string_view bytes)
 {
     PoSource source = {{},
+                       {},
                        lineOf(bytes, bytes.find('\0')),
                        lineOf(bytes, findStrange(bytes)),
                        std::all_of(bytes.begin(), bytes.end(), [](char c) { return !(c & 0x80); })};
+    std::set<std::string> flags; // of the entry to come
     size_t line = 1;
     for (size_t pos = 0; pos < bytes.size();) {
         const char c = bytes[pos];
@@ -168,13 +188,19 @@ static PoSource scanPo(std::string_view bytes)
         } else if (c == '#') { // behind "#~" stands an obsolete entry, elsewhere a comment
             const std::string_view start = bytes.substr(pos, 3);
             const bool obsolete = start.starts_with("#~") && start != "#~|";
-            pos = obsolete ? pos + 2 : std::min(bytes.find('\n', pos), bytes.size());
+            const size_t end = std::min(bytes.find('\n', pos), bytes.size());
+            if (start.starts_with("#,"))
+                takeFlags(bytes.substr(pos, end - pos), &flags);
+            pos = obsolete ? pos + 2 : end;
         } else if (isWord(c)) {
             const std::string_view rest = bytes.substr(pos);
             const std::string_view word(rest.begin(),
                                         std::find_if_not(rest.begin(), rest.end(), isWord));
-            if (word == "msgid")
+            if (word == "msgid") {
                 source.lines.push_back(line);
+                source.flags.push_back(std::move(flags));
+                flags.clear();
+            }
             pos += word.size();
         } else {
             line += c == '\n' ? 1 : 0;
@@ -270,15 +296,15 @@ static void checkWhole(PoFile *po, const PoSource &source)
     for (const char *name : {"US-ASCII", "ASCII"})
         known = known || (source.isAscii && strcasecmp(charset.c_str(), name) == 0);
     if (!known)
-        reportPo(po, 0, true, nullptr,
+        reportPo(po, 0, Weight::ERROR, nullptr,
                  "the charset is " + charset + ", but must be UTF-8 (msgconv -t UTF-8 converts)");
     else if (source.strangeLine && po->errors == 0)
-        reportPo(po, source.strangeLine, true, nullptr, "a character is not UTF-8");
+        reportPo(po, source.strangeLine, Weight::ERROR, nullptr, "a character is not UTF-8");
     if (source.zeroLine)
-        reportPo(po, source.zeroLine, true, nullptr, "a text cannot hold a zero byte");
+        reportPo(po, source.zeroLine, Weight::ERROR, nullptr, "a text cannot hold a zero byte");
     for (const char *const *domain = po_file_domains(po->file); *domain; ++domain)
         if (strcmp(*domain, "messages") != 0)
-            reportPo(po, 0, true, nullptr,
+            reportPo(po, 0, Weight::ERROR, nullptr,
                      "texts of the domain " + quotePo(*domain) + ": a database has no domains");
 }
 
@@ -300,7 +326,9 @@ static const char *strangeForm(std::string_view bytes)
 static void takeEntry(PoFile *po, po_message_t message, size_t line)
 {
     const std::string_view id = po_message_msgid(message);
-    const auto refuse = [&](const std::string &why) { reportPo(po, line, true, id.data(), why); };
+    const auto refuse = [&](const std::string &why) {
+        reportPo(po, line, Weight::ERROR, id.data(), why);
+    };
     const size_t strange = std::min(id.find_first_not_of(ID_CHARACTERS), id.size());
     const std::string_view rest = id.substr(strange);
     if (po_message_is_obsolete(message))
@@ -317,29 +345,35 @@ static void takeEntry(PoFile *po, po_message_t message, size_t line)
     if (id.size() > MAX_ID_LENGTH)
         return refuse("is longer than the 128 characters that a field can name");
     const std::string_view comments = po_message_comments(message);
-    if (!id.empty()) // that of the header
-        po->entries.push_back({id, po_message_msgstr(message), line,
-                               po_message_is_fuzzy(message) != 0,
-                               findNote(comments, NOTE_EMPTY, nullptr), comments, message});
+    if (id.empty()) // that of the header
+        return;
+    std::set<std::string> flags = noteWords(comments);
+    if (const auto known = po->flags.find(message); known != po->flags.end())
+        flags.insert(known->second.begin(), known->second.end());
+    po->entries.push_back({id, po_message_msgstr(message), line, po_message_is_fuzzy(message) != 0,
+                           flags.contains(NOTE_EMPTY), comments, message, std::move(flags)});
 }
 
-// Takes all entries. lines: of their msgids, in order.
-static void takeEntries(PoFile *po, const std::vector<size_t> &lines)
+// Takes all entries.
+static void takeEntries(PoFile *po, const PoSource &source)
 {
     po_message_iterator_t iterator = po_message_iterator(po->file, nullptr);
     size_t count = 0;
     while (po_message_t message = po_next_message(iterator)) {
-        takeEntry(po, message, count < lines.size() ? lines[count] : 0);
+        const bool isThere = count < source.lines.size();
+        if (isThere && !source.flags[count].empty())
+            po->flags[message] = source.flags[count];
+        takeEntry(po, message, isThere ? source.lines[count] : 0);
         ++count;
     }
     po_message_iterator_free(iterator);
-    if (count != lines.size() && po->errors == 0)
-        reportPo(po, 0, true, nullptr, "the file changed while it was read");
+    if (count != source.lines.size() && po->errors == 0)
+        reportPo(po, 0, Weight::ERROR, nullptr, "the file changed while it was read");
 }
 
 PoFile readPo(const char *path, std::vector<PoFault> *faults)
 {
-    PoFile po = {path, nullptr, 0, {}, "", {}, faults};
+    PoFile po = {path, nullptr, 0, {}, "", {}, {}, faults};
     std::string bytes;
     struct stat status;
     if (stat(path, &status) == 0 && !S_ISREG(status.st_mode))
@@ -347,7 +381,7 @@ PoFile readPo(const char *path, std::vector<PoFault> *faults)
     else if (!readFile(path, &bytes))
         ;
     else if (const char *strange = strangeForm(bytes))
-        reportPo(&po, 0, true, nullptr, strange);
+        reportPo(&po, 0, Weight::ERROR, nullptr, strange);
     else {
         const PoSource source = scanPo(bytes);
         po.tail = tailOf(bytes);
@@ -364,7 +398,7 @@ PoFile readPo(const char *path, std::vector<PoFault> *faults)
             complain(0, "cannot read %s: %s", path, strerror(errno));
         else {
             checkWhole(&po, source);
-            takeEntries(&po, source.lines);
+            takeEntries(&po, source);
         }
         current = nullptr;
     }
@@ -407,13 +441,16 @@ std::string headerField(const PoFile &po, const char *field)
     return text;
 }
 
-void reportPo(PoFile *po, size_t line, bool isError, const char *id, std::string_view message)
+void reportPo(PoFile *po, size_t line, Weight weight, const char *id, std::string_view message)
 {
+    static constexpr const char *names[] = {"hint", "warning", "error"};
     const std::string text = (id ? "id " + quotePo(id) + ": " : "") + std::string(message);
     const std::string place = po->path + (line ? ":" + std::to_string(line) : "");
+    const bool isError = weight == Weight::ERROR;
     po->errors += isError ? 1 : 0;
     if (!po->faults)
-        fprintf(stderr, "%s: %s: %s\n", place.c_str(), isError ? "error" : "warning", text.c_str());
+        fprintf(stderr, "%s: %s: %s\n", place.c_str(), names[static_cast<size_t>(weight)],
+                text.c_str());
     else if (isError)
         po->faults->push_back({line, text});
 }

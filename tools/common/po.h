@@ -7,6 +7,7 @@
 #include <set>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <vector>
 
 #include <gettext-po.h>
@@ -17,9 +18,10 @@ struct PoEntry {
     std::string_view text; // ends in a zero byte
     size_t line;           // of its msgid
     bool fuzzy;
-    bool isEmpty;              // the text is meant to be empty: it has the note NOTE_EMPTY
-    std::string_view comments; // the translator's as they are read; the notes stand there
-    po_message_t message;      // what else gettext's library knows of it
+    bool isEmpty;                // the text is meant to be empty: it has the note NOTE_EMPTY
+    std::string_view comments;   // the translator's as they are read; the notes stand there
+    po_message_t message;        // what else gettext's library knows of it
+    std::set<std::string> flags; // those that it does not know, and the words of notes
 
     bool isTranslated() const
     {
@@ -41,6 +43,9 @@ struct PoFile {
     std::vector<PoEntry> entries; // in the file's order; without header and obsolete entries
     std::string tail;             // the comments behind the last entry
     std::set<std::string> used;   // ids that comments say are used, as isUsed takes them
+    // Flags that gettext's library does not know, of all entries that have some. It would lose
+    // them.
+    std::unordered_map<po_message_t, std::set<std::string>> flags;
     std::vector<PoFault> *faults = nullptr; // borrowed; null where errors are printed
 };
 
@@ -76,10 +81,12 @@ std::string headerField(const PoFile &po, const char *field);
  * file's content whole; empty after a complaint. */
 std::string printPo(const PoFile &po);
 
+enum class Weight { HINT, WARNING, ERROR };
+
 /* Prints a message about a line of a PO file on standard error, or puts an error among the
  * file's faults, and counts it if it is an error. line: 0 when none is known. id: null when it is
  * about none. */
-void reportPo(PoFile *po, size_t line, bool isError, const char *id, std::string_view message);
+void reportPo(PoFile *po, size_t line, Weight weight, const char *id, std::string_view message);
 
 /* Has gettext's library take bytes one by one, by variables of its own: else it asks
  * iconv about each character of a file, which is half of its time. It looks for quotes,

@@ -39,7 +39,8 @@ static constexpr char PLACEHOLDER[] = "orv-textdb: empty";
 static constexpr std::string_view PRINTED_PLACEHOLDER = "#~ msgstr \"orv-textdb: empty\"\n";
 static constexpr std::string_view PRINTED_EMPTY = "#~ msgstr \"\"\n";
 
-// Returns the entries in the order in which the library prints them, the header among them.
+// Returns the entries that the library prints, in its order and the header among them: obsolete
+// ones come last, and go when they have no translation.
 static std::vector<po_message_t> printedOrder(po_file_t file)
 {
     std::vector<po_message_t> messages;
@@ -47,6 +48,9 @@ static std::vector<po_message_t> printedOrder(po_file_t file)
     while (po_message_t message = po_next_message(iterator))
         messages.push_back(message);
     po_message_iterator_free(iterator);
+    std::erase_if(messages, [](po_message_t message) {
+        return po_message_is_obsolete(message) && !isTranslated(message);
+    });
     std::stable_partition(messages.begin(), messages.end(),
                           [](po_message_t message) { return !po_message_is_obsolete(message); });
     return messages;
@@ -85,13 +89,46 @@ static void dropPlaceholders(std::string *printed)
         printed->replace(at, PRINTED_PLACEHOLDER.size(), PRINTED_EMPTY);
 }
 
+// Returns a printed entry with flags that the library does not know.
+static std::string withFlags(std::string_view printed, const std::set<std::string> &flags)
+{
+    std::string line;
+    for (const std::string &flag : flags)
+        line += ", " + flag;
+    std::string whole(printed);
+    for (size_t at = 0; at < whole.size(); at = whole.find('\n', at) + 1) {
+        const std::string_view rest = std::string_view(whole).substr(at);
+        if (rest.starts_with("#, "))
+            return whole.insert(whole.find('\n', at), line);
+        if (rest.starts_with("msgid ") || rest.starts_with("#~ ") || rest.starts_with("#|") ||
+            rest.starts_with("#~|"))
+            return whole.insert(at, "#" + line + "\n");
+    }
+    return whole;
+}
+
+// Puts flags back into what the library has printed: entry by entry, an empty line between.
+static void putFlags(const PoFile &po, const std::vector<po_message_t> &messages,
+                     std::string *printed)
+{
+    std::string whole;
+    std::string_view rest = *printed;
+    for (const po_message_t message : messages) {
+        const size_t length = std::min(rest.find("\n\n"), rest.size() - 1) + 1;
+        const auto flags = po.flags.find(message);
+        if (!whole.empty())
+            whole.push_back('\n');
+        whole += flags == po.flags.end() ? std::string(rest.substr(0, length))
+                                         : withFlags(rest.substr(0, length), flags->second);
+        rest.remove_prefix(std::min(length + 1, rest.size()));
+    }
+    *printed = whole.append(rest);
+}
+
 // Compares the entries of two files. Returns the id of the first that the second lacks or
 // has otherwise, null when there is no such.
-static const char *findDifference(std::vector<po_message_t> a, po_file_t printed)
+static const char *findDifference(const std::vector<po_message_t> &a, po_file_t printed)
 {
-    std::erase_if(a, [](po_message_t message) { // these vanish, as they do in gettext's programs
-        return po_message_is_obsolete(message) && !isTranslated(message);
-    });
     const std::vector<po_message_t> b = printedOrder(printed);
     for (size_t i = 0; i < a.size(); ++i)
         if (i >= b.size() || !isSame(a[i], b[i]))
@@ -128,6 +165,8 @@ static std::string printTo(int fd, const PoFile &po)
     po_file_t read = nullptr;
     if (print(po, messages, path.c_str(), &bytes)) {
         dropPlaceholders(&bytes);
+        if (!po.flags.empty())
+            putFlags(po, messages, &bytes);
         if (ftruncate(fd, 0) == 0 && writeAll(fd, bytes))
             read = po_file_read(path.c_str(), &handler);
     }

@@ -1,82 +1,129 @@
-/* tools/textdb/build.cpp - the command build: a database from a PO file. */
+/* tools/textdb/build.cpp - the command build: a database from a PO file, whose texts are
+ * judged: by themselves, against their source texts, and in the places of templates. */
 #include "commands.h"
 
 #include <algorithm>
 #include <cstdio>
-#include <set>
 #include <string>
+#include <unordered_map>
 #include <utility>
 #include <vector>
 
 #include <sys/stat.h>
 
 #include "tools/common/files.h"
+#include "tools/common/notes.h"
 #include "tools/common/po.h"
 #include "tools/common/textdb_file.h"
+#include "tools/common/translation.h"
+#include "source.h"
 #include "textfields.h"
 
-// What is wrong with a text wherever it stands.
-static void checkText(PoFile *po, const PoEntry &entry)
+// A PO file on its way into a database.
+struct Building {
+    PoFile po;
+    PoFile source; // without entries when none is given
+    std::vector<TemplateFields> templates;
+    std::unordered_map<std::string_view, const PoEntry *> sources;            // by id
+    std::unordered_map<std::string_view, std::vector<const FieldUse *>> uses; // by id
+    std::vector<TextEntry> texts; // in the order of ids; borrowed from po
+    size_t untranslated, fuzzy;   // entries that are left out
+};
+
+static void tell(Building *building, const PoEntry &entry, Weight weight, const char *kind,
+                 const std::string &problem)
 {
-    const size_t start = entry.text.find("<?");
-    if (start != std::string_view::npos)
-        reportPo(po, entry.line, false, entry.id.data(),
-                 "has \"<?\", which begins a command of the template language");
-    size_t pos = 0;
-    size_t at;
-    std::string_view id;
-    if (nextField(entry.text, &pos, &at, &id))
-        reportPo(po, entry.line, false, entry.id.data(),
-                 "has the field {?" + std::string(id) +
-                     "?}; a field in a text is not replaced, the page shows it as it is");
+    reportPo(&building->po, entry.line, weight, entry.id.data(), problem + " [" + kind + "]");
 }
 
-// Warns of texts that commands of templates cannot hold, once for each text and kind
-// of place.
-static void checkArguments(PoFile *po, const std::vector<TextEntry> &texts,
-                           const std::vector<TemplateFields> &templates)
+// Finds the source text of an entry: that of the source's file, or the one that the entry notes.
+static bool findSource(const Building &building, const PoEntry &entry, std::string *text)
 {
-    std::set<std::pair<std::string_view, char>> told;
-    for (const TemplateFields &page : templates) {
-        for (const FieldUse &use : page.uses) {
-            const auto text = std::lower_bound(
-                texts.begin(), texts.end(), use.id,
-                [](const TextEntry &entry, const std::string &id) { return entry.id < id; });
-            if (!use.isArgument || text == texts.end() || text->id != use.id ||
-                !told.emplace(text->id, use.quote).second)
-                continue;
-            if (const char *what = breaksArgument(text->text, use.quote))
-                reportPo(po, text->line, false, use.id.c_str(),
-                         what + (" in the command in " + page.path) + ", line " +
-                             std::to_string(use.line));
-        }
+    const auto found = building.sources.find(entry.id);
+    if (found == building.sources.end())
+        return building.source.entries.empty() && findNote(entry.comments, NOTE_SOURCE, text);
+    *text = sourceText(*found->second);
+    return true;
+}
+
+// Returns the flags of an entry and of its source, with the least of all limits on its length.
+static std::set<std::string> flagsOf(const Building &building, const PoEntry &entry)
+{
+    std::set<std::string> flags = entry.flags;
+    const auto source = building.sources.find(entry.id);
+    if (source != building.sources.end())
+        flags.insert(source->second->flags.begin(), source->second->flags.end());
+    const auto uses = building.uses.find(entry.id);
+    if (uses != building.uses.end())
+        for (const FieldUse *use : uses->second)
+            if (use->maxLength)
+                limitLength(&flags, use->maxLength);
+    return flags;
+}
+
+// Warns of what a text does in the places where it stands, once for each way.
+static void judgePlaces(Building *building, const PoEntry &entry)
+{
+    std::set<std::string> told;
+    const auto judge = [&](const std::string &what, const std::string &place,
+                           const std::string &cure) {
+        if (!what.empty() && told.insert(what).second)
+            tell(building, entry, Weight::WARNING, TEXT_BREAKS, what + place + ": " + cure);
+    };
+    if (const Break *anywhere = breakOf(entry.text, {}))
+        judge(anywhere->what, "", anywhere->cure);
+    const auto uses = building->uses.find(entry.id);
+    if (uses == building->uses.end())
+        return;
+    for (const FieldUse *use : uses->second) {
+        std::string cure;
+        const std::string what = breaksPlace(entry.text, *use, &cure);
+        judge(what, " (" + std::string(use->path) + ":" + std::to_string(use->line) + ")", cure);
     }
 }
 
-// Returns the entries that go into a database, in its order, and warns of what is
-// left out or breaks pages. Their texts are borrowed from po.
-static std::vector<TextEntry> takeTexts(PoFile *po, bool withFuzzy)
+static void judgeEntry(Building *building, const PoEntry &entry)
 {
-    std::vector<TextEntry> texts;
-    for (const PoEntry &entry : po->entries) {
-        if (!entry.isTranslated()) {
-            reportPo(po, entry.line, false, entry.id.data(), "is not translated, left out");
+    std::string source;
+    const bool hasSource = findSource(*building, entry, &source);
+    const std::set<std::string> flags = flagsOf(*building, entry);
+    if (entry.isEmpty && !entry.text.empty())
+        reportPo(&building->po, entry.line, Weight::WARNING, entry.id.data(),
+                 "is noted as empty, but has a text, which is taken");
+    if (entry.text.empty())
+        return;
+    for (const TextFlaw &fault : judgeText(entry.text, hasSource ? &source : nullptr, flags))
+        tell(building, entry, fault.kind == TEXT_ENDING ? Weight::HINT : Weight::WARNING,
+             fault.kind, fault.problem);
+    if (!isLeftOut(flags, TEXT_BREAKS))
+        judgePlaces(building, entry);
+}
+
+// Takes the entries that go into the database, and judges them.
+static void takeTexts(Building *building, bool withFuzzy)
+{
+    for (const PoEntry &entry : building->po.entries) {
+        if (!entry.isTranslated() || (entry.fuzzy && !withFuzzy)) {
+            ++(entry.isTranslated() ? building->fuzzy : building->untranslated);
             continue;
         }
-        if (entry.fuzzy && !withFuzzy) {
-            reportPo(po, entry.line, false, entry.id.data(),
-                     "is fuzzy, left out (--fuzzy takes it)");
-            continue;
-        }
-        if (entry.isEmpty && !entry.text.empty())
-            reportPo(po, entry.line, false, entry.id.data(),
-                     "is noted as empty, but has a text, which is taken");
-        checkText(po, entry);
-        texts.push_back({entry.id, entry.text, entry.line});
+        judgeEntry(building, entry);
+        building->texts.push_back({entry.id, entry.text, entry.line});
     }
-    std::sort(texts.begin(), texts.end(),
+    std::sort(building->texts.begin(), building->texts.end(),
               [](const TextEntry &a, const TextEntry &b) { return a.id < b.id; });
-    return texts;
+}
+
+// Warns when the header names another language than the file's name, or the database's.
+static void judgeLanguage(PoFile *po, const char *output)
+{
+    const std::string language = headerField(*po, "Language");
+    std::string named;
+    for (const char *path : {po->path.c_str(), output})
+        if (isOtherLanguage(path, language, &named))
+            reportPo(po, 0, Weight::WARNING, nullptr,
+                     "its header says Language: " + language + ", but the name of " + path +
+                         " says " + named + ": correct one of them [" + TEXT_LANGUAGE + "]");
 }
 
 // Whether output may take the database: it is not there, empty, or a database, and
@@ -85,7 +132,10 @@ static bool mayReplace(const char *output, const CommandLine &line)
 {
     struct stat status;
     std::string old;
-    for (const char *input : line.words)
+    std::vector<const char *> inputs = line.words;
+    if (line.has(OPT_SOURCE))
+        inputs.push_back(line.value(OPT_SOURCE));
+    for (const char *input : inputs)
         if (isSameFile(output, input)) {
             complain(0, "%s is an input, it is not replaced", output);
             return false;
@@ -101,38 +151,64 @@ static bool mayReplace(const char *output, const CommandLine &line)
 }
 
 // Makes the database from the texts, and puts it into its file.
-static int writeDatabase(PoFile *po, const std::vector<TextEntry> &texts, const char *output)
+static int writeDatabase(Building *building, const char *output)
 {
+    const std::vector<TextEntry> &texts = building->texts;
     std::string file;
     size_t culprit;
     const char *problem = buildTextDb(texts, &file, &culprit);
     if (problem) {
-        reportPo(po, texts[culprit].line, true, texts[culprit].id.data(), problem);
+        reportPo(&building->po, texts[culprit].line, Weight::ERROR, texts[culprit].id.data(),
+                 problem);
         return STATUS_FAULT;
     }
     if (!replaceFile(output, file))
         return STATUS_FAULT;
-    printf("%s: %zu of %zu texts\n", po->path.c_str(), texts.size(), po->entries.size());
+    printf("%s: %zu of %zu texts", building->po.path.c_str(), texts.size(),
+           building->po.entries.size());
+    if (building->untranslated)
+        printf(", %zu not translated", building->untranslated);
+    if (building->fuzzy)
+        printf(", %zu fuzzy (--fuzzy takes them)", building->fuzzy);
+    putchar('\n');
     return STATUS_OK;
+}
+
+// Reads what the command line names. Returns false after a complaint.
+static bool readAll(Building *building, const CommandLine &line)
+{
+    if (!readTemplates({line.words.begin() + 1, line.words.end()}, &building->templates))
+        return false;
+    for (const TemplateFields &page : building->templates)
+        for (const FieldUse &use : page.uses)
+            building->uses[use.id].push_back(&use);
+    if (line.has(OPT_SOURCE))
+        building->source = readPo(line.value(OPT_SOURCE));
+    for (const PoEntry &entry : building->source.entries)
+        building->sources.emplace(entry.id, &entry);
+    building->po = readPo(line.words[0]);
+    return building->source.errors == 0 && building->po.errors == 0;
 }
 
 int runBuild(const CommandLine &line)
 {
     const char *output = line.value(OPT_OUTPUT);
+    Building building = {};
     if (!mayReplace(output, line))
         return STATUS_FAULT;
-    std::vector<TemplateFields> templates;
-    if (!readTemplates({line.words.begin() + 1, line.words.end()}, &templates))
-        return STATUS_FAULT;
-    PoFile po = readPo(line.words[0]);
-    std::vector<TextEntry> texts;
-    if (po.file)
-        texts = takeTexts(&po, line.has(OPT_FUZZY));
-    checkArguments(&po, texts, templates);
-    if (po.errors == 0 && texts.empty() && !line.has(OPT_EMPTY))
-        reportPo(&po, 0, true, nullptr, "has no text; --empty makes a database without any");
-    const int status = po.errors ? complain(STATUS_FAULT, "%s is not written", output)
-                                 : writeDatabase(&po, texts, output);
-    freePo(&po);
+    bool isGood = readAll(&building, line);
+    if (building.po.file) {
+        judgeLanguage(&building.po, output);
+        takeTexts(&building, line.has(OPT_FUZZY));
+    }
+    if (isGood && building.texts.empty() && !line.has(OPT_EMPTY)) {
+        reportPo(&building.po, 0, Weight::ERROR, nullptr,
+                 "has no text; --empty makes a database without any");
+        isGood = false;
+    }
+    const int status = isGood ? writeDatabase(&building, output)
+                              : complain(STATUS_FAULT, "%s is not written", output);
+    freePo(&building.po);
+    freePo(&building.source);
     return status;
 }

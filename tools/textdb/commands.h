@@ -19,6 +19,7 @@ enum OptionNumber : size_t {
     OPT_FUZZY,
     OPT_EMPTY,
     OPT_TEMPLATES,
+    OPT_SOURCE,
     OPT_UNUSED,
     OPT_JSON,
     OPT_HELP,

@@ -18,8 +18,9 @@ const char programName[] = "orv-textdb";
 
 // In the order of OptionNumber.
 static constexpr OptionRow options[] = {
-    {"output", 'o', true}, {"fuzzy", 0, false}, {"empty", 0, false}, {"templates", 0, false},
-    {"unused", 0, false},  {"json", 0, false},  {"help", 0, false},  {"version", 0, false},
+    {"output", 'o', true},   {"fuzzy", 0, false}, {"empty", 0, false},
+    {"templates", 0, false}, {"source", 0, true}, {"unused", 0, false},
+    {"json", 0, false},      {"help", 0, false},  {"version", 0, false},
 };
 
 // A command of the tool.
@@ -42,8 +43,11 @@ static constexpr Subcommand commands[] = {
     {"pot", "SOURCE.po TEMPLATE...", 2, SIZE_MAX, 0, false, runPot},
     {"update", "SOURCE.po TARGET.po...", 2, SIZE_MAX, 0, false, runUpdate},
     {"status", "[--json] FILE...", 1, SIZE_MAX, bit(OPT_JSON), false, runStatus},
-    {"build", "-o FILE.db [--fuzzy] [--empty] INPUT.po [--templates TEMPLATE...]", 1, SIZE_MAX,
-     bit(OPT_OUTPUT) | bit(OPT_FUZZY) | bit(OPT_EMPTY) | bit(OPT_TEMPLATES), true, runBuild},
+    {"build",
+     "-o FILE.db [--fuzzy] [--empty] [--source SOURCE.po] INPUT.po [--templates TEMPLATE...]", 1,
+     SIZE_MAX,
+     bit(OPT_OUTPUT) | bit(OPT_FUZZY) | bit(OPT_EMPTY) | bit(OPT_TEMPLATES) | bit(OPT_SOURCE), true,
+     runBuild},
     {"dump", "FILE.db", 1, 1, 0, false, runDump},
     {"get", "FILE.db ID", 2, 2, 0, false, runGet},
     {"check", "FILE.db", 1, 1, 0, false, runCheck},
@@ -61,7 +65,8 @@ static constexpr char helpText[] =
     "                                added, gone ones are obsolete, and what was made\n"
     "                                for another source text is fuzzy\n"
     "  status [--json] FILE...       how far languages are, PO files or databases\n"
-    "  build -o FILE.db INPUT.po     make a database, and warn of texts that break pages\n"
+    "  build -o FILE.db INPUT.po     make a database, and warn of texts that break pages or\n"
+    "                                differ from their source in what must be the same\n"
     "  dump FILE.db                  print a database as a PO file\n"
     "  get FILE.db ID                print one text\n"
     "  check FILE.db                 look for damage\n"
@@ -72,7 +77,9 @@ static constexpr char helpText[] =
     "  -o, --output FILE.db     build: where the database goes\n"
     "  --fuzzy                  build: take fuzzy texts, too\n"
     "  --empty                  build: make a database without any text, too\n"
-    "  --templates TEMPLATE...  build: warn of texts that break commands of these\n"
+    "  --source SOURCE.po       build: compare with these texts, not with those that INPUT.po\n"
+    "                           notes\n"
+    "  --templates TEMPLATE...  build: warn of texts that break pages of these\n"
     "  --unused                 fields: print the ids that no template uses, too\n"
     "  --json                   status: print JSON\n"
     "  --help, --version        print this text, or the version\n"

@@ -13,6 +13,7 @@
 #include "tools/common/files.h"
 #include "tools/common/notes.h"
 #include "tools/common/po.h"
+#include "tools/common/translation.h"
 #include "source.h"
 #include "textfields.h"
 
@@ -20,6 +21,7 @@
 struct IdUses {
     std::vector<std::pair<const char *, uint32_t>> places;
     uint8_t stands;
+    size_t maxLength; // the least of its places, 0 without one
 };
 
 using Uses = std::map<std::string, IdUses, std::less<>>;
@@ -31,6 +33,8 @@ static Uses collectUses(const std::vector<TemplateFields> &templates)
         for (const FieldUse &use : page.uses) {
             IdUses &all = uses[use.id];
             all.stands |= use.stands;
+            if (use.maxLength && (!all.maxLength || use.maxLength < all.maxLength))
+                all.maxLength = use.maxLength;
             all.places.push_back({page.path.c_str(), use.line});
         }
     return uses;
@@ -57,7 +61,9 @@ static po_message_t newHeader(const PoFile &source)
     return header;
 }
 
-static po_message_t newEntry(const PoEntry &source, const IdUses &uses)
+// Makes an entry of the file made.
+static po_message_t newEntry(const PoFile &file, const PoEntry &source, const IdUses &uses,
+                             PoFile *made)
 {
     po_message_t entry = po_message_create();
     po_message_set_msgid(entry, source.id.data());
@@ -69,13 +75,18 @@ static po_message_t newEntry(const PoEntry &source, const IdUses &uses)
     po_message_set_comments(entry, comments.c_str());
     for (const auto &[path, line] : uses.places)
         po_message_add_filepos(entry, path, line);
+    std::set<std::string> flags = givenFlags(file, source);
+    if (uses.maxLength)
+        limitLength(&flags, uses.maxLength);
+    if (!flags.empty())
+        made->flags[entry] = std::move(flags);
     return entry;
 }
 
 // Prints the template. Returns false after a complaint.
 static bool printTemplate(const PoFile &source, const Uses &uses)
 {
-    PoFile made = {"the template", po_file_create(), 0, {}, "", {}};
+    PoFile made = {"the template", po_file_create(), 0, {}, "", {}, {}};
     po_message_iterator_t iterator = po_message_iterator(made.file, nullptr);
     po_message_insert(iterator, newHeader(source));
     for (const PoEntry &entry : source.entries) {
@@ -83,8 +94,9 @@ static bool printTemplate(const PoFile &source, const Uses &uses)
         if (!entry.isTranslated())
             continue;
         if (found != uses.end() || isUsed(source.used, entry.id))
-            po_message_insert(iterator,
-                              newEntry(entry, found == uses.end() ? IdUses() : found->second));
+            po_message_insert(
+                iterator,
+                newEntry(source, entry, found == uses.end() ? IdUses() : found->second, &made));
         else
             complain(0, "%s:%zu: unused: %s", source.path.c_str(), entry.line, entry.id.data());
     }

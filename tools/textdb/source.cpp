@@ -94,6 +94,18 @@ std::string sourceText(const PoEntry &entry)
     return text;
 }
 
+std::set<std::string> givenFlags(const PoFile &file, const PoEntry &entry)
+{
+    std::set<std::string> flags;
+    for (const std::string &flag : entry.flags) // the words of notes are among them
+        if (flag.starts_with("no-") || flag.starts_with("max-length:"))
+            flags.insert(flag);
+    const auto known = file.flags.find(entry.message);
+    if (known != file.flags.end())
+        flags.insert(known->second.begin(), known->second.end());
+    return flags;
+}
+
 void showSource(po_message_t target, const PoEntry &source, uint8_t stands, bool keepsPlaces)
 {
     const bool isTemplate = !source.isTranslated(); // its comments have the text already

@@ -4,6 +4,7 @@
 #define TOOLS_TEXTDB_SOURCE_H
 
 #include <cstdint>
+#include <set>
 #include <string>
 #include <string_view>
 
@@ -15,6 +16,10 @@ static constexpr char SOURCE_LANGUAGE[] = "X-Source-Language";
 /* Returns the source text that an entry of a source file stands for: its text in a PO
  * file of that language, or the note in a template that pot has made. */
 std::string sourceText(const PoEntry &entry);
+
+/* Returns the flags of a source's entry that its translations have, too: those that gettext's
+ * library does not know. */
+std::set<std::string> givenFlags(const PoFile &file, const PoEntry &entry);
 
 /* Gives an entry what translators see of its source: the text, the comments of the
  * source's author and what is said of the places that it stands in. The note NOTE_SOURCE

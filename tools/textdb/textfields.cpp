@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cstdlib>
 
 #include "tools/common/html.h"
 #include "tools/common/template.h"
@@ -30,6 +31,57 @@ static uint8_t standsIn(const HtmlState &state)
                                 (isScript ? STANDS_IN_SCRIPT : 0));
 }
 
+// Returns where the tag begins that a place stands in or behind, npos without one. A command
+// is none.
+static size_t tagBefore(std::string_view source, size_t at)
+{
+    while (at > 0 && (at = source.rfind('<', at - 1)) != std::string_view::npos)
+        if (isalpha(static_cast<unsigned char>(source[at + 1])))
+            return at;
+    return std::string_view::npos;
+}
+
+// Returns the number of an attribute maxlength, 0 without one.
+static size_t maxLengthIn(std::string_view tag)
+{
+    static constexpr std::string_view NAME = "maxlength";
+    for (size_t at = 0; at + NAME.size() < tag.size(); ++at) {
+        const bool isName =
+            std::equal(NAME.begin(), NAME.end(), tag.begin() + static_cast<ptrdiff_t>(at),
+                       [](char a, char b) { return a == tolower(static_cast<unsigned char>(b)); });
+        if (!isName)
+            continue;
+        const size_t mark = tag.find_first_not_of(" \t\r\n", at + NAME.size());
+        const size_t number = mark == std::string_view::npos || tag[mark] != '='
+                                  ? std::string_view::npos
+                                  : tag.find_first_not_of(" \t\r\n\"'", mark + 1);
+        return number == std::string_view::npos ? 0 : strtoul(tag.data() + number, nullptr, 10);
+    }
+    return 0;
+}
+
+// Returns how many characters the field of a form takes whose value a text field is, 0 when
+// there is no such limit.
+static size_t maxLengthAt(std::string_view source, Span field, const HtmlState &state)
+{
+    const std::string_view element = state.element;
+    const bool isInput =
+        element == "input" && (state.part == Part::VALUE || state.part == Part::BEFORE_VALUE);
+    const bool isArea = element == "textarea" && state.part == Part::RAW;
+    const size_t start = isInput || isArea ? tagBefore(source, field.at) : std::string_view::npos;
+    if (start == std::string_view::npos)
+        return 0;
+    std::string_view name = source.substr(start, field.at - start);
+    name = name.substr(0, name.rfind('='));
+    if (isInput && !name.ends_with("value") && !name.ends_with("VALUE"))
+        return 0;
+    size_t end = isInput ? field.end : start;
+    do
+        end = source.find('>', end + 1);
+    while (end != std::string_view::npos && source[end - 1] == '?'); // of a command
+    return maxLengthIn(source.substr(start, end - start));
+}
+
 // Follows literal output with its fields.
 static void followText(Walk *walk, Span span)
 {
@@ -40,6 +92,9 @@ static void followText(Walk *walk, Span span)
         const Field &field = walk->source.fields[i];
         follow(&walk->state, source.substr(pos, field.span.at - pos));
         walk->uses[i].stands |= standsIn(walk->state);
+        walk->uses[i].state = walk->state;
+        walk->uses[i].isWritten = true;
+        walk->uses[i].maxLength = maxLengthAt(source, field.span, walk->state);
         followValue(&walk->state);
         pos = field.span.end;
     }
@@ -53,7 +108,10 @@ static void followCommand(Walk *walk, const Command &command, bool compared, boo
 static void followElements(Walk *walk, const std::vector<Element> &elements, bool compared,
                            bool written)
 {
+    const Element *before = nullptr;
     for (const Element &element : elements) {
+        const Element *const previous = before;
+        before = &element;
         if (element.command) {
             followCommand(walk, *element.command, compared, written);
             continue;
@@ -66,8 +124,8 @@ static void followElements(Walk *walk, const std::vector<Element> &elements, boo
         }
         const FieldRange range = fieldsIn(walk->source, element.span);
         for (size_t i = range.first; i < range.last; ++i) {
-            walk->uses[i].isArgument = true;
-            walk->uses[i].quote = element.quote;
+            walk->uses[i].place =
+                placeInArgument(walk->source, walk->source.fields[i], element, previous);
             if (compared)
                 walk->uses[i].stands |= STANDS_IN_COMPARISON;
         }
@@ -134,7 +192,13 @@ static TemplateFields fieldsOf(const char *path, std::string bytes)
     readTemplate(&source, path, std::move(bytes), true);
     for (const Field &field : source.fields)
         found.uses.push_back({std::string(field.id.substr(0, MAX_ID_LENGTH)),
-                              placeOf(source, field.span.at).line, 0, false, 0});
+                              placeOf(source, field.span.at).line,
+                              0,
+                              false,
+                              {},
+                              placeInPage(source, field),
+                              0,
+                              path});
     Walk walk = {source, found.uses, beginOf(path)};
     for (const Item &item : source.items) {
         if (item.command)
@@ -174,32 +238,19 @@ bool nextField(std::string_view text, size_t *pos, size_t *start, std::string_vi
     return false;
 }
 
-const char *breaksArgument(std::string_view text, char quote)
+std::string breaksPlace(std::string_view text, const FieldUse &use, std::string *cure)
 {
-    // Most texts are words; what is none is given to the scanner, between two letters.
-    if (text.find_first_of("\"'`$?<] \t\r\n") == std::string_view::npos)
-        return nullptr;
-    const bool isQuoted = quote == '"' || quote == '\'' || quote == '`';
-    std::string command = quote == ']' ? "<?echo $var:a[" : "<?echo ";
-    command += (isQuoted ? std::string(1, quote) : "") + "a";
-    command += std::string(text) + "a" + (isQuoted ? std::string(1, quote) : "");
-    command += quote == ']' ? "]?>" : "?>";
-    Template made;
-    readTemplate(&made, "text", command, true);
-    const bool isWhole =
-        made.items.size() == 1 && made.items[0].command && made.items[0].span.end == command.size();
-    if (!isWhole || made.begun.size() != 1 || made.items[0].command->args.size() != 1 ||
-        !made.complaints.empty())
-        return "ends the argument";
-    const std::vector<Element> *elements = &made.items[0].command->args[0].elements;
-    if (quote == ']' && elements->size() != 1)
-        return "ends the argument";
-    if (quote == ']')
-        elements = &elements->front().index;
-    for (const Element &element : *elements)
-        if (element.type != ELEM_TEXT)
-            return "starts a reference";
-    return nullptr;
+    if (const Break *found = breakOf(text, use.place)) {
+        *cure = found->cure;
+        return found->what;
+    }
+    if (!use.isWritten || !leavesPart(text, use.state))
+        return "";
+    const bool isScript =
+        use.state.content == Content::SCRIPT || use.state.content == Content::STYLE;
+    *cure = isScript ? "use another quote, or write a backslash in front of it"
+                     : "write &lt; for <, &#39; and &quot; for quotes";
+    return "does not stay in " + describe(use.state);
 }
 
 std::string looseId(std::string_view id)

@@ -8,6 +8,8 @@
 #include <string_view>
 #include <vector>
 
+#include "tools/common/placed.h"
+
 // What a field stands in, bits. None of them: page text.
 enum : uint8_t { STANDS_IN_ATTRIBUTE = 1, STANDS_IN_SCRIPT = 2, STANDS_IN_COMPARISON = 4 };
 
@@ -16,8 +18,11 @@ struct FieldUse {
     std::string id;
     uint32_t line;
     uint8_t stands;
-    bool isArgument; // of a command, or a part of one
-    char quote;      // of an argument: the quote around it, ']' in an index, 0 without any
+    bool isWritten; // it comes out in that state of the page, as far as the template tells
+    HtmlState state;
+    FieldPlace place;
+    size_t maxLength; // of the form's field whose value it is, 0 for none
+    const char *path; // of the template, as it was given
 };
 
 /* Something that looks like a text field and is none. */
@@ -42,9 +47,9 @@ bool readTemplates(const std::vector<const char *> &paths, std::vector<TemplateF
  * start: out, where the field begins. Returns false when there is none. */
 bool nextField(std::string_view text, size_t *pos, size_t *start, std::string_view *id);
 
-/* Whether an argument of a command, in that quote, stays a single text with this text
- * in the place of a field. Returns null, or what the text does. */
-const char *breaksArgument(std::string_view text, char quote);
+/* What a text does in the place of a field, "ends the quote that it stands in", and to its
+ * page; empty for nothing. cure: out, what to do about it. */
+std::string breaksPlace(std::string_view text, const FieldUse &use, std::string *cure);
 
 /* An id in a form that is the same for ids that differ in the case of letters and in
  * marks only. */

@@ -17,6 +17,7 @@
 #include "tools/common/files.h"
 #include "tools/common/notes.h"
 #include "tools/common/po.h"
+#include "tools/common/translation.h"
 #include "source.h"
 
 // Entries of a target whose ids are gone, by the source text of each.
@@ -25,6 +26,7 @@ using GoneTexts = std::unordered_map<std::string, std::vector<po_message_t>>;
 // The sources by id, and what has become of them in a target.
 struct Update {
     const PoFile &source;
+    PoFile &target;
     const char *path; // of the target
     bool hasPlaces;   // the source is a template, which tells where texts stand
     std::unordered_map<std::string_view, size_t> places; // index of an id's entry
@@ -99,6 +101,24 @@ static void takeGoneText(Update *update, po_message_t message, const std::string
            update->path, po_message_msgid(message), po_message_msgid(from));
 }
 
+// Gives an entry the flags of its source that gettext's library does not know. Those of its own
+// stay, but for a limit that the source knows better.
+static void updateFlags(Update *update, po_message_t message, const PoEntry &source)
+{
+    const std::set<std::string> given = givenFlags(update->source, source);
+    const auto own = update->target.flags.find(message);
+    std::set<std::string> flags;
+    if (own != update->target.flags.end())
+        flags = own->second;
+    if (update->hasPlaces || maxLength(given))
+        dropLimit(&flags);
+    flags.insert(given.begin(), given.end());
+    if (flags.empty())
+        update->target.flags.erase(message);
+    else
+        update->target.flags[message] = std::move(flags);
+}
+
 // Brings an entry in line with its source.
 static void updateEntry(Update *update, po_message_t message, const PoEntry &source)
 {
@@ -120,6 +140,7 @@ static void updateEntry(Update *update, po_message_t message, const PoEntry &sou
     setNote(&comments, NOTE_SOURCE, &text);
     if (comments != old)
         po_message_set_comments(message, comments.c_str());
+    updateFlags(update, message, source);
     if (update->hasPlaces)
         copyPlaces(message, source.message);
 }
@@ -237,6 +258,7 @@ static bool updateTarget(const PoFile &source,
         return true;
     }
     Update update = {source,
+                     target,
                      path,
                      std::any_of(source.entries.begin(), source.entries.end(),
                                  [](const PoEntry &entry) {
@@ -272,7 +294,7 @@ static void checkSource(PoFile *source)
             ++translations;
     }
     if (translations > texts / 2)
-        reportPo(source, 0, true, nullptr,
+        reportPo(source, 0, Weight::ERROR, nullptr,
                  "is a translation, by the notes of its source; the first file must be the source");
 }
 

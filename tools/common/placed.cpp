@@ -1,0 +1,131 @@
+/* tools/common/placed.cpp - texts in their places: in arguments as the scanner reads them, and
+ * in the parts of a page. */
+#include "placed.h"
+
+#include <cctype>
+
+using std::string_view;
+
+// So much of what stands beside a field can make a command, an end or a variable with it.
+static constexpr size_t BESIDE = 4;
+
+FieldPlace placeInPage(const Template &tpl, const Field &field)
+{
+    const string_view source = tpl.source;
+    const string_view before = source.substr(0, field.span.at);
+    FieldPlace place;
+    place.next = source.substr(field.span.end, BESIDE);
+    if (before.ends_with('<') || before.ends_with('?'))
+        place.before = before.substr(before.size() - 1);
+    const size_t dollars = before.size() - (before.find_last_not_of('$') + 1);
+    if (dollars % 2 != 0) // two of them are one of text
+        place.before = "$";
+    return place;
+}
+
+FieldPlace placeInArgument(const Template &tpl, const Field &field, const Element &element,
+                           const Element *before)
+{
+    FieldPlace place = placeInPage(tpl, field);
+    place.inCommand = true;
+    place.quote = element.quote;
+    const bool isOpen = before && (before->type == ELEM_GETVAR ||
+                                   (before->type == ELEM_NUMVAR && before->text.size() == 1 &&
+                                    isdigit(static_cast<unsigned char>(before->text[0]))));
+    place.behindReference =
+        isOpen && field.span.at == element.span.at && before->span.end == element.span.at;
+    return place;
+}
+
+// Whether a "$" begins more than itself with what follows it.
+static bool beginsReference(string_view rest)
+{
+    return !rest.empty() && ((rest[0] >= '0' && rest[0] <= '9') ||
+                             (rest[0] >= 'a' && rest[0] <= 'z') || rest[0] == '$');
+}
+
+static constexpr char OTHER_QUOTE[] = "use another quote, or write &#39; or &quot;";
+static constexpr char OF_TEMPLATE[] = "the template must change: tell its author";
+
+static constexpr Break holdsField = {"holds {?, which is not replaced once more", "take it out"};
+static constexpr Break beginsCommand = {"begins a command", "write &lt; for the <"};
+static constexpr Break endsCommand = {"ends the command", "write &gt; for the >"};
+static constexpr Break beginsValue = {"begins a variable or value", "write $$ for a dollar sign"};
+static constexpr Break endsQuote = {"ends the quote that it stands in", OTHER_QUOTE};
+static constexpr Break opensQuote = {"opens a quote", OTHER_QUOTE};
+static constexpr Break breaksIndex = {"breaks the index that it stands in",
+                                      "leave quotes and brackets out"};
+static constexpr Break endsArgument = {"ends the argument at its blank", OF_TEMPLATE};
+static constexpr Break lengthens = {"lengthens the variable or value in front of it", OF_TEMPLATE};
+
+// What the byte at the front of rest does in a command; null for nothing.
+static const Break *breakOfByte(char byte, char quote)
+{
+    const bool isQuote = byte == '"' || byte == '\'' || byte == '`';
+    const bool isBlank = byte == ' ' || byte == '\t' || byte == '\r' || byte == '\n';
+    if (quote && quote != ']' && byte == quote)
+        return &endsQuote;
+    if (!quote && isQuote)
+        return &opensQuote;
+    if (quote == ']' && (isQuote || byte == ']'))
+        return &breaksIndex;
+    return (!quote || quote == ']') && isBlank ? &endsArgument : nullptr;
+}
+
+// What the text at [i, ...) of whole does, which ends at end there; null for nothing.
+static const Break *breakAt(string_view whole, size_t i, size_t end, const FieldPlace &place)
+{
+    const string_view rest = whole.substr(i);
+    if (rest.starts_with("<?"))
+        return &beginsCommand;
+    if (!place.inCommand)
+        return nullptr;
+    if (rest.starts_with("?>"))
+        return &endsCommand;
+    const bool isDollar = rest.starts_with("$$") && i + 2 <= end; // a dollar sign of text
+    if (rest[0] == '$' && !isDollar && beginsReference(rest.substr(1)))
+        return &beginsValue;
+    return i < place.before.size() ? nullptr : breakOfByte(rest[0], place.quote);
+}
+
+const Break *breakOf(string_view text, const FieldPlace &place)
+{
+    const std::string whole = place.before + std::string(text) + place.next;
+    const size_t end = place.before.size() + text.size();
+    if (text.find("{?") != string_view::npos)
+        return &holdsField;
+    for (size_t i = text.empty() ? end : 0; i < end; ++i) {
+        if (const Break *found = breakAt(whole, i, end, place))
+            return found;
+        if (whole.compare(i, 2, "$$") == 0 && place.inCommand)
+            ++i;
+    }
+    const bool goesOn = !text.empty() && isalnum(static_cast<unsigned char>(text[0]));
+    return place.behindReference && goesOn ? &lengthens : nullptr;
+}
+
+bool leavesPart(string_view text, const HtmlState &state)
+{
+    HtmlState expected = state;
+    followValue(&expected);
+    HtmlState reached = state;
+    const bool inside =
+        state.part == Part::VALUE || state.part == Part::BEFORE_VALUE || state.part == Part::RAW;
+    const bool unquoted = expected.part == Part::VALUE && !expected.quote;
+    const bool hasStrings = state.content == Content::SCRIPT || state.content == Content::STYLE;
+    for (size_t i = 0; i < text.size(); ++i) {
+        follow(&reached, text.substr(i, 1));
+        if (!inside)
+            continue;
+        const bool same = reached.part == expected.part && reached.quote == expected.quote &&
+                          reached.script == expected.script;
+        if (!same && (expected.part == Part::VALUE || hasStrings || reached.part != expected.part))
+            return true;
+        if (unquoted && reached.part != Part::VALUE)
+            return true;
+    }
+    if (inside && hasStrings && reached.escaped)
+        return true; // the byte behind the text would be escaped
+    HtmlState joined;
+    return !text.empty() && !inside && !joinStates(expected, reached, &joined);
+}

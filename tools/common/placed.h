@@ -1,0 +1,43 @@
+/* tools/common/placed.h - what a language's text does to the place of a template where its
+ * text field stands: the text takes the field's place and is then read as a part of the
+ * template. */
+#ifndef TOOLS_PLACED_H
+#define TOOLS_PLACED_H
+
+#include <string>
+#include <string_view>
+
+#include "html.h"
+#include "template.h"
+
+// Where a text field stands among commands.
+struct FieldPlace {
+    bool inCommand = false;
+    char quote = 0; // in a command: the quote around it, ']' in an index, 0 without any
+    bool behindReference = false; // directly behind a variable or a value of one digit
+    std::string before;           // what stands in front of it in the template, as far as it counts
+    std::string next;             // and behind it
+};
+
+/* The place of a field that stands in page text, or in an element of an argument.
+ * before: the element in front of that one, or null. */
+FieldPlace placeInPage(const Template &tpl, const Field &field);
+FieldPlace placeInArgument(const Template &tpl, const Field &field, const Element &element,
+                           const Element *before);
+
+/* What a text does that it should not, "ends the quote that it stands in", and what to do
+ * about it. Static. */
+struct Break {
+    const char *what;
+    const char *cure;
+};
+
+/* What a text does to the command that its field stands in, or to page text; null for
+ * nothing. */
+const Break *breakOf(std::string_view text, const FieldPlace &place);
+
+/* Whether a text leaves the part of a page that its field stands in, which a word would
+ * not: a tag, an attribute, a string of a script or a style. */
+bool leavesPart(std::string_view text, const HtmlState &state);
+
+#endif
