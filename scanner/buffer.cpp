@@ -46,6 +46,7 @@ static void moveToBlock(ScanBuffer *buffer)
 {
     const size_t unfinished = bytesRead();
     const bool inPlace = isInPlace(*buffer);
+    scannedLine(); // while the passed bytes are there
     if (!inPlace && unfinished > 0)
         memmove(buffer->block, buffer->pos, unfinished);
     if (buffer->blockSize < buffer->capacity) {
@@ -61,10 +62,14 @@ static void moveToBlock(ScanBuffer *buffer)
 // done: they join what is unfinished only if that lies there as well.
 static bool extendInPlace(ScanBuffer *buffer, size_t max)
 {
-    if (buffer->read == 0)
-        buffer->pos = scanner.counted = inpr->includes[inpr->includeIndex].readPos;
-    else if (!isInPlace(*buffer))
+    const char *next = inpr->includes[inpr->includeIndex].readPos;
+    const bool inPlace = isInPlace(*buffer);
+    if (buffer->read > 0 && !inPlace)
         return false;
+    if (buffer->read == 0 && (!inPlace || buffer->pos != next)) {
+        scannedLine(); // while the passed bytes are there
+        buffer->pos = scanner.counted = next;
+    }
     const size_t count = readInPlace(max);
     buffer->read += count;
     observe::delivered(count);
@@ -103,7 +108,6 @@ static bool readMore(ScanBuffer *buffer)
 
 bool refill()
 {
-    scannedLine(); // while the passed bytes are there
     return !isExhausted() && readMore(&scanner.buffer);
 }
 

@@ -142,6 +142,7 @@ static void closeTemplate(IncludeEntry *entry)
 bool popTemplate()
 {
     IncludeEntry *entry = &inpr->includes[inpr->includeIndex];
+    scanner.counted = scanner.buffer.pos; // no line of it is asked for any more
     closeTemplate(entry);
     if (inpr->includeIndex == 0)
         return false;

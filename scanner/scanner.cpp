@@ -16,6 +16,10 @@
 #include <bit>
 #include <string_view>
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 #include "grammar/commands.h"
 #include "interface/log.h"
 #include "interface/output.h"
@@ -252,17 +256,40 @@ static size_t matchName(size_t offset, bool bracket)
     return skip(behind + bracket, BLANK);
 }
 
-// Length of the match if the command of that row stands at offset, else 0.
-static size_t matchRow(const CommandDef &row, size_t offset)
+// Lengths of the words that hold no blank, else 0.
+static constexpr auto wordLengths = [] {
+    std::array<uint8_t, COMMAND_COUNT> table = {};
+    for (size_t row = 0; row < COMMAND_COUNT; ++row) {
+        const string_view words = wordsOf(commandTable[row]);
+        table[row] = words.find(' ') == words.npos ? static_cast<uint8_t>(words.size()) : 0;
+    }
+    return table;
+}();
+
+// Offset behind the words of that row if they stand at offset, else 0. Their first two
+// letters do.
+static size_t matchWords(size_t row, size_t offset)
 {
-    offset = matchText(offset, wordsOf(row));
+    constexpr size_t known = 2;
+    const char *words = wordsOf(commandTable[row]) + known;
+    const size_t length = wordLengths[row];
+    if (length == 0 || bytesRead() - offset < length)
+        return matchText(offset + known, words);
+    return memcmp(matchStart() + offset + known, words, length - known) == 0 ? offset + length : 0;
+}
+
+// Length of the match if the command of that row, whose first two letters do, stands at
+// offset, else 0.
+static size_t matchRow(size_t row, size_t offset)
+{
+    offset = matchWords(row, offset);
     if (offset == 0)
         return 0;
-    switch (row.tail) {
+    switch (commandTable[row].tail) {
     case Tail::BLANK:
         return matchBlanks(offset);
     case Tail::OPERATOR:
-        return matchOperator(offset, row.sign);
+        return matchOperator(offset, commandTable[row].sign);
     case Tail::NAME:
         return matchName(offset, false);
     case Tail::ELEMENT:
@@ -289,11 +316,11 @@ static const CommandDef *findCommand(size_t offset, size_t *length)
         candidates &= rowsWith(byteAt(offset + 1), rowsBySecond);
     const CommandDef *found = nullptr;
     for (*length = 0; candidates; candidates &= candidates - 1) {
-        const CommandDef &row = commandTable[std::countr_zero(candidates)];
+        const auto row = static_cast<size_t>(std::countr_zero(candidates));
         const size_t matched = matchRow(row, offset);
         if (matched > *length) {
             *length = matched;
-            found = &row;
+            found = &commandTable[row];
         }
     }
     return found;
@@ -353,80 +380,107 @@ static bool endsText(const char *at)
     return at[0] == '<' && (at[1] == '<' || at[1] == '?');
 }
 
-// Passes blocks of SIZE bytes that hold no end of text, nor "<=" or "<>", which look
-// much like one. Returns the offset behind them. SIZE is a multiple of what a vector
-// holds, and small enough for a byte to count its newlines.
-template <size_t SIZE>
-static size_t passBlocks(const char *at, size_t offset, size_t length, int32_t *lines)
+// findTextEnd looks at STEP bytes exactly (endInStep: the index of the first that ends page
+// text together with the byte behind it, STEP if none does), or passes LEAP bytes that
+// cannot (mayEnd: whether one does, or seems to).
+#if defined(__SSE2__)
+constexpr size_t STEP = sizeof(__m128i);
+constexpr size_t LEAP = 4 * STEP;
+
+static __m128i vectorAt(const char *at)
 {
-    for (; length - offset >= SIZE; offset += SIZE) {
-        const char *block = at + offset;
-        uint8_t ends = 0;
-        uint8_t newlines = 0;
-        for (size_t i = 0; i < SIZE; ++i) { // a loop that compilers turn into vectors
-            const uint8_t opens = block[i] == '<' ? 0xFF : 0;
-            const uint8_t follows = (block[i + 1] | 3) == '?' ? 0xFF : 0; // any of <=>?
-            ends = static_cast<uint8_t>(ends | (opens & follows));
-            newlines = static_cast<uint8_t>(newlines - (block[i] == '\n' ? 0xFF : 0));
-        }
-        if (ends)
-            break;
-        *lines += newlines;
+    return _mm_loadu_si128(reinterpret_cast<const __m128i *>(at));
+}
+
+static __m128i opensIn(const char *at)
+{
+    return _mm_cmpeq_epi8(vectorAt(at), _mm_set1_epi8('<'));
+}
+
+static size_t endInStep(const char *at)
+{
+    const __m128i behind = vectorAt(at + 1);
+    const __m128i follows = _mm_or_si128(_mm_cmpeq_epi8(behind, _mm_set1_epi8('<')),
+                                         _mm_cmpeq_epi8(behind, _mm_set1_epi8('?')));
+    const int ends = _mm_movemask_epi8(_mm_and_si128(opensIn(at), follows));
+    return static_cast<size_t>(std::countr_zero(1U << STEP | static_cast<unsigned>(ends)));
+}
+
+// The same, but that any of <=>? may follow.
+static __m128i seemsToEnd(const char *at)
+{
+    const __m128i behind = _mm_or_si128(vectorAt(at + 1), _mm_set1_epi8(3));
+    return _mm_and_si128(opensIn(at), _mm_cmpeq_epi8(behind, _mm_set1_epi8('?')));
+}
+
+static bool mayEnd(const char *at)
+{
+    const __m128i front = _mm_or_si128(seemsToEnd(at), seemsToEnd(at + STEP));
+    const __m128i back = _mm_or_si128(seemsToEnd(at + 2 * STEP), seemsToEnd(at + 3 * STEP));
+    return _mm_movemask_epi8(_mm_or_si128(front, back)) != 0;
+}
+#else
+constexpr size_t STEP = sizeof(size_t);
+constexpr size_t LEAP = STEP;
+
+static size_t endInStep(const char *at)
+{
+    size_t index = 0;
+    while (index < STEP && !endsText(at + index))
+        ++index;
+    return index;
+}
+
+static bool mayEnd(const char *at)
+{
+    constexpr size_t ones = SIZE_MAX / 0xFF; // 1 in each byte
+    size_t word;
+    memcpy(&word, at, sizeof word);
+    word ^= ones * '<';
+    return (word - ones) & ~word & ones * 0x80; // a byte is 0
+}
+#endif
+
+// Offset of the first of length bytes that ends a run of page text together with
+// the byte behind it; length if none does.
+static size_t findTextEnd(const char *at, size_t length)
+{
+    size_t offset = 0;
+    while (length - offset >= STEP) { // most texts are short
+        const size_t index = endInStep(at + offset);
+        if (index < STEP)
+            return offset + index;
+        offset += STEP;
+        while (length - offset >= LEAP && !mayEnd(at + offset))
+            offset += LEAP;
     }
+    while (offset < length && !endsText(at + offset))
+        ++offset;
     return offset;
 }
 
-// Offset of the first of length bytes that ends a run of page text together with
-// the byte behind it; length if none does. lines: the newlines in front are added.
-static size_t findTextEnd(const char *at, size_t length, int32_t *lines)
-{
-    constexpr size_t small = 16;
-    constexpr size_t large = 240;
-    size_t offset = 0;
-    while (offset < length) { // most texts are short: longer steps only behind shorter ones
-        for (const size_t last = std::min(offset + small, length); offset < last; ++offset) {
-            if (endsText(at + offset))
-                return offset;
-            *lines += at[offset] == '\n';
-        }
-        const size_t near = std::min(offset + large, length);
-        offset = passBlocks<small>(at, offset, near, lines);
-        if (near - offset < small)
-            offset = passBlocks<large>(at, offset, length, lines);
-    }
-    return length;
-}
-
 // Length of the run of page text: it ends before "<?", before a "<" that another
-// "<" follows, and before one that ends the template. lines: out, its newlines.
-static size_t textRun(int32_t *lines)
+// "<" follows, and before one that ends the template.
+static size_t textRun()
 {
-    *lines = 0;
     for (size_t length = 0;;) {
         const size_t pairs = bytesRead() - length - 1; // bytes with one behind them, read already
-        const size_t passed = findTextEnd(matchStart() + length, pairs, lines);
+        const size_t passed = findTextEnd(matchStart() + length, pairs);
         length += passed;
         if (passed < pairs)
             return length;
-        if (refill())
-            continue;
-        const char last = matchStart()[length];
-        *lines += last == '\n';
-        return length + (last != '<');
+        if (!refill())
+            return length + (matchStart()[length] != '<');
     }
 }
 
 // Apart, so that the other tokens do not save the registers that this one needs.
 [[gnu::noinline]] static int scanText()
 {
-    scannedLine(); // of what is in front
-    int32_t lines;
-    const size_t length = textRun(&lines);
+    const size_t length = textRun();
     if (length == 0 && byteAt(1) == '?')
         return scanCommandStart();
     writePiece(take(std::max<size_t>(length, 1)));
-    scanner.line += lines;
-    scanner.counted = matchStart();
     return scanner.passesText ? SCAN_ON : HTML_TEXT;
 }
 
@@ -583,6 +637,8 @@ static int scanArguments(bool index)
 
 static int endTemplate()
 {
+    if (!scanner.passesText) // the parser may give up, and tell where
+        scannedLine();
     if (scanner.condition != Condition::TEXT)
         logMessage<Message::ENDS_INSIDE>(currentTemplate());
     while (scanner.condition != Condition::TEXT)

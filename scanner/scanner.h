@@ -41,7 +41,7 @@ struct Scanner {
     size_t depth;     // of them in use
     size_t stackRoom;
     int32_t line;           // the newlines in front of counted
-    const char *counted;    // in the buffer, pos or before it; see scannedLine
+    const char *counted;    // where the bytes of pos lie, pos or before it; see scannedLine
     std::string_view value; // of an argument's token: bytes of the buffer, until the next
     bool passesText;        // the page text in front of the next token is only written
     int32_t ended;          // index of a nested template whose end the parser was told; 0 when
@@ -68,8 +68,8 @@ inline bool endWasTold()
     return scanner.ended > 0;
 }
 
-/* Line of the template where the next match begins. The newlines of matches are
- * counted here, many matches at once. */
+/* Line of the template where the next match begins. The newlines in front are counted
+ * here and nowhere else, many matches at once, as long as their bytes are there. */
 int32_t scannedLine();
 
 /* Goes on with the bytes of buffer, at that line. */
