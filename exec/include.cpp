@@ -17,6 +17,8 @@
  * include is reached with counter 2; then y follows, and the third iteration suspends
  * again. Between top-level commands: resuming is 0, and each pending
  * include has its resumeCmd. */
+#include <stdlib.h>
+
 #include "exec/exec.h"
 #include "interface/log.h"
 #include "interface/process.h"
@@ -29,20 +31,26 @@ static bool isAwaited(const Cmd *cmd)
     const PendingInclude &awaited = inpr->pendingIncludes[inpr->pendingTop];
     if (awaited.includeCmd != cmd || awaited.bodies != inpr->loopTop)
         return false;
+    const int32_t *counters = inpr->pendingCounters->of[inpr->pendingTop];
     for (int32_t level = 0; level <= awaited.bodies; ++level)
-        if (awaited.counters[level] != inpr->loopFrames[level].counter)
+        if (counters[level] != inpr->loopFrames[level].counter)
             return false;
     return true;
 }
 
-static void pushPending(Cmd *cmd)
+static bool pushPending(Cmd *cmd)
 {
+    if (!inpr->pendingCounters)
+        inpr->pendingCounters = static_cast<PendingCounters *>(malloc(sizeof(PendingCounters)));
+    if (!inpr->pendingCounters)
+        return false;
     PendingInclude *pending = &inpr->pendingIncludes[++inpr->pendingTop];
     pending->resumeCmd = nullptr;
     pending->includeCmd = cmd;
     pending->bodies = inpr->loopTop;
     for (int32_t level = 0; level <= inpr->loopTop; ++level)
-        pending->counters[level] = inpr->loopFrames[level].counter;
+        inpr->pendingCounters->of[inpr->pendingTop][level] = inpr->loopFrames[level].counter;
+    return true;
 }
 
 int32_t runInclude(Cmd *cmd, const char *path, int32_t direct)
@@ -64,7 +72,10 @@ int32_t runInclude(Cmd *cmd, const char *path, int32_t direct)
     }
     if (inpr->pendingTop >= MAX_CMD_DEPTH - 1)
         return refuseDepth();
-    pushPending(cmd);
+    if (!pushPending(cmd)) {
+        logMessage<Message::INCLUDE_NO_MEMORY>(path);
+        return EXEC_DONE;
+    }
     if (doInclude(path, 1) >= 0)
         return EXEC_SUSPENDED;
     --inpr->pendingTop;

@@ -62,6 +62,9 @@ enum : uint32_t {
 // What follows a command's words in a template.
 enum class Tail : uint8_t {
     BLANK,    // white space
+    VARIABLE, // white space; with a variable as its argument a command is run as a whole,
+              // without records of the heap and without the parser: the commonest ones
+    TEXT,     // the same with a text that needs no quotes
     OPERATOR, // an operator, each side of it with or without a quote, and white space
     NAME,     // var: and a name, white space or not
     ELEMENT,  // var:, a name and "[", white space or not: an index follows
@@ -78,13 +81,13 @@ enum class Prints : uint8_t {
 };
 
 struct CommandDef {
-    const char *words; // as templates write them, " " for any white space;
-                       // a leading "if " may be left out
+    char words[16]; // as templates write them, " " for any white space; a leading "if " may
+                    // be left out. Here and not elsewhere: the table needs no relocation
     Tail tail;
     char sign; // the operator of Tail::OPERATOR
+    Prints prints;
     int token;
     uint32_t id;
-    Prints prints;
     const char *malformed; // what the log says when the arguments do not fit, or null
                            // where the grammar has no error point for the command
 };
@@ -92,58 +95,58 @@ struct CommandDef {
 /* In token order. Messages are stored whole: people search logs for them, and
  * their punctuation differs. */
 inline constexpr CommandDef commandTable[] = {
-    // words, tail, sign, token, id, what it prints, when malformed
-    {"setvariable", Tail::NAME, 0, F_SETVARIABLE, ID_SETVARIABLE, Prints::NOTHING, nullptr},
-    {"setvariableonce", Tail::NAME, 0, F_SETVARIABLEONCE, ID_SETVARIABLEONCE, Prints::NOTHING,
+    // words, tail, sign, what it prints, token, id, when malformed
+    {"setvariable", Tail::NAME, 0, Prints::NOTHING, F_SETVARIABLE, ID_SETVARIABLE, nullptr},
+    {"setvariableonce", Tail::NAME, 0, Prints::NOTHING, F_SETVARIABLEONCE, ID_SETVARIABLEONCE,
      nullptr},
-    {"setvariable", Tail::ELEMENT, 0, F_SETARRAY, ID_SETARRAY, Prints::NOTHING,
+    {"setvariable", Tail::ELEMENT, 0, Prints::NOTHING, F_SETARRAY, ID_SETARRAY,
      "%s, line %d: Syntax error: Too few arguments in <? setvariable\n"},
-    {"setvariableonce", Tail::ELEMENT, 0, F_SETARRAYONCE, ID_SETARRAYONCE, Prints::NOTHING,
+    {"setvariableonce", Tail::ELEMENT, 0, Prints::NOTHING, F_SETARRAYONCE, ID_SETARRAYONCE,
      "%s, line %d: Syntax error: Too few arguments in <? setvariableonce\n"},
-    {"echo", Tail::BLANK, 0, F_ECHO, ID_ECHO, Prints::BODY, nullptr},
-    {"print", Tail::BLANK, 0, F_PRINT, ID_PRINT, Prints::BODY, nullptr},
-    {"printjs", Tail::BLANK, 0, F_PRINTJS, ID_PRINTJS, Prints::BODY, nullptr},
-    {"include", Tail::BLANK, 0, F_INCLUDE, ID_INCLUDE, Prints::NOTHING, nullptr},
-    {"query", Tail::BLANK, 0, F_QUERY, ID_QUERY, Prints::BODY, nullptr},
-    {"querytext", Tail::BLANK, 0, F_QUERYTEXT, ID_QUERYTEXT, Prints::BODY, nullptr},
-    {"queryjs", Tail::BLANK, 0, F_QUERYJS, ID_QUERYJS, Prints::BODY, nullptr},
-    {"multiquery", Tail::BLANK, 0, F_MULTIQUERY, ID_MULTIQUERY, Prints::BODIES, nullptr},
-    {"multiquerytext", Tail::BLANK, 0, F_MULTIQUERYTEXT, ID_MULTIQUERYTEXT, Prints::BODIES,
+    {"echo", Tail::VARIABLE, 0, Prints::BODY, F_ECHO, ID_ECHO, nullptr},
+    {"print", Tail::VARIABLE, 0, Prints::BODY, F_PRINT, ID_PRINT, nullptr},
+    {"printjs", Tail::VARIABLE, 0, Prints::BODY, F_PRINTJS, ID_PRINTJS, nullptr},
+    {"include", Tail::TEXT, 0, Prints::NOTHING, F_INCLUDE, ID_INCLUDE, nullptr},
+    {"query", Tail::BLANK, 0, Prints::BODY, F_QUERY, ID_QUERY, nullptr},
+    {"querytext", Tail::BLANK, 0, Prints::BODY, F_QUERYTEXT, ID_QUERYTEXT, nullptr},
+    {"queryjs", Tail::BLANK, 0, Prints::BODY, F_QUERYJS, ID_QUERYJS, nullptr},
+    {"multiquery", Tail::BLANK, 0, Prints::BODIES, F_MULTIQUERY, ID_MULTIQUERY, nullptr},
+    {"multiquerytext", Tail::BLANK, 0, Prints::BODIES, F_MULTIQUERYTEXT, ID_MULTIQUERYTEXT,
      nullptr},
-    {"multiqueryjs", Tail::BLANK, 0, F_MULTIQUERYJS, ID_MULTIQUERYJS, Prints::BODIES, nullptr},
-    {"multiquerycount", Tail::BLANK, 0, F_MULTIQUERYCOUNT, ID_MULTIQUERYCOUNT, Prints::NUMBER,
+    {"multiqueryjs", Tail::BLANK, 0, Prints::BODIES, F_MULTIQUERYJS, ID_MULTIQUERYJS, nullptr},
+    {"multiquerycount", Tail::BLANK, 0, Prints::NUMBER, F_MULTIQUERYCOUNT, ID_MULTIQUERYCOUNT,
      nullptr},
-    {"repeat [", Tail::BLANK, 0, F_REPEATINCL, ID_REPEATINCL, Prints::BODIES,
+    {"repeat [", Tail::BLANK, 0, Prints::BODIES, F_REPEATINCL, ID_REPEATINCL,
      "%s, line %d: Syntax error: Too few arguments in <? repeat\n"},
-    {"repeat ]", Tail::BLANK, 0, F_REPEATEXCL, ID_REPEATEXCL, Prints::BODIES,
+    {"repeat ]", Tail::BLANK, 0, Prints::BODIES, F_REPEATEXCL, ID_REPEATEXCL,
      "%s, line %d: Syntax error: Too few arguments in <? repeat\n"},
-    {"if eq", Tail::BLANK, 0, F_IFEQ, ID_IFEQ, Prints::BRANCH,
+    {"if eq", Tail::BLANK, 0, Prints::BRANCH, F_IFEQ, ID_IFEQ,
      "%s, line %d: Syntax error: Too few arguments in <? if eq\n"},
-    {"if neq", Tail::BLANK, 0, F_IFNEQ, ID_IFNEQ, Prints::BRANCH,
+    {"if neq", Tail::BLANK, 0, Prints::BRANCH, F_IFNEQ, ID_IFNEQ,
      "%s, line %d: Syntax error: Too few arguments in <? if neq\n"},
-    {"if gt", Tail::BLANK, 0, F_IFGT, ID_IFGT, Prints::BRANCH,
+    {"if gt", Tail::BLANK, 0, Prints::BRANCH, F_IFGT, ID_IFGT,
      "%s, line %d: Syntax error: Too few arguments in <? if gt\n"},
-    {"if gte", Tail::BLANK, 0, F_IFGTE, ID_IFGTE, Prints::BRANCH,
+    {"if gte", Tail::BLANK, 0, Prints::BRANCH, F_IFGTE, ID_IFGTE,
      "%s, line %d: Syntax error: Too few arguments in <? if gte\n"},
-    {"if lt", Tail::BLANK, 0, F_IFLT, ID_IFLT, Prints::BRANCH,
+    {"if lt", Tail::BLANK, 0, Prints::BRANCH, F_IFLT, ID_IFLT,
      "%s, line %d: Syntax error. Too few arguments in <? if lt\n"},
-    {"if lte", Tail::BLANK, 0, F_IFLTE, ID_IFLTE, Prints::BRANCH,
+    {"if lte", Tail::BLANK, 0, Prints::BRANCH, F_IFLTE, ID_IFLTE,
      "%s, line %d: Syntax error: Too few arguments in <? if lte\n"},
-    {"if and", Tail::BLANK, 0, F_IFAND, ID_IFAND, Prints::BRANCH,
+    {"if and", Tail::BLANK, 0, Prints::BRANCH, F_IFAND, ID_IFAND,
      "%s, line %d: Syntax error: Too few arguments in <? if and\n"},
-    {"if or", Tail::BLANK, 0, F_IFOR, ID_IFOR, Prints::BRANCH,
+    {"if or", Tail::BLANK, 0, Prints::BRANCH, F_IFOR, ID_IFOR,
      "%s, line %d: Syntax error: Too few arguments in <? if or\n"},
-    {"calc", Tail::OPERATOR, '+', F_CALCPLUS, ID_CALCPLUS, Prints::NUMBER,
+    {"calc", Tail::OPERATOR, '+', Prints::NUMBER, F_CALCPLUS, ID_CALCPLUS,
      "%s, line %d: Syntax error: Too few arguments in <? calc +\n"},
-    {"calc", Tail::OPERATOR, '-', F_CALCMIN, ID_CALCMIN, Prints::NUMBER,
+    {"calc", Tail::OPERATOR, '-', Prints::NUMBER, F_CALCMIN, ID_CALCMIN,
      "%s, line %d: Syntax error: Too few arguments in <? calc -\n"},
-    {"calc", Tail::OPERATOR, '*', F_CALCMULT, ID_CALCMULT, Prints::NUMBER,
+    {"calc", Tail::OPERATOR, '*', Prints::NUMBER, F_CALCMULT, ID_CALCMULT,
      "%s, line %d: Syntax error: Too few arguments in <? calc *\n"},
-    {"calc", Tail::OPERATOR, '/', F_CALCDIV, ID_CALCDIV, Prints::NUMBER,
+    {"calc", Tail::OPERATOR, '/', Prints::NUMBER, F_CALCDIV, ID_CALCDIV,
      "%s, line %d: Syntax error Too few arguments in <? calc /\n"},
-    {"error found", Tail::BLANK, 0, F_ERRORFOUND, ID_ERRORFOUND, Prints::NUMBER, nullptr},
-    {"error message", Tail::BLANK, 0, F_ERRORMESSAGE, ID_ERRORMESSAGE, Prints::BODY, nullptr},
-    {"base64", Tail::BLANK, 0, F_BASE64, ID_BASE64, Prints::NUMBER, nullptr},
+    {"error found", Tail::BLANK, 0, Prints::NUMBER, F_ERRORFOUND, ID_ERRORFOUND, nullptr},
+    {"error message", Tail::BLANK, 0, Prints::BODY, F_ERRORMESSAGE, ID_ERRORMESSAGE, nullptr},
+    {"base64", Tail::BLANK, 0, Prints::NUMBER, F_BASE64, ID_BASE64, nullptr},
 };
 
 inline constexpr size_t COMMAND_COUNT = sizeof commandTable / sizeof commandTable[0];

@@ -3,6 +3,7 @@
 #include "grammar/parse.h"
 
 #include <stdlib.h>
+#include <string.h>
 
 #include "exec/exec.h"
 #include "grammar/commands.h"
@@ -42,14 +43,28 @@ bool makeValue(int token)
     return true;
 }
 
+// Runs a command whose one argument is the text, as the parser would have it.
+static void runWhole(const CommandDef &row, std::string_view text)
+{
+    char copy[WHOLE_CAPACITY];
+    memcpy(copy, text.data(), text.size());
+    copy[text.size()] = '\0';
+    ArgElem elem = {row.tail == Tail::VARIABLE ? ELEM_GETVAR : ELEM_TEXT, copy, nullptr};
+    Arg arg = {&elem, nullptr};
+    Cmd cmd = {&arg, row.id, nullptr};
+    executeCmd(&cmd, 1);
+}
+
 int zarn_lex()
 {
     if (endWasTold()) // a recovery has discarded the end of that template
         doExclude();
-    int token;
-    do
+    int token = nextToken();
+    while (token < 0 || !makeValue(token)) {
+        if (token < 0)
+            runWhole(commandOf(-token), scanner.value);
         token = nextToken();
-    while (!makeValue(token));
+    }
     observe::token(token, token >= ARG_TEXT && token <= ARG_MAXARRAY ? zarn_lval.elem : nullptr);
     if (token == 0)
         doExclude();

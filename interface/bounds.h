@@ -34,6 +34,10 @@ constexpr size_t MARK_CAPACITY = 384;     // a text in its translators' mark
 constexpr size_t FIELD_ID_CAPACITY = 129; // a text field's id
 constexpr size_t CALC_CAPACITY = 17;      // a result of calc
 
+// ---- of commands that are run without the parser: longer ones go the long way ----
+
+constexpr size_t WHOLE_CAPACITY = 128; // the argument
+
 // ---- of the scanner: they grow, and without memory the process ends ----
 
 // A test build makes the buffers tiny, so that every match meets the end of one.

@@ -75,7 +75,7 @@ int32_t Orv_Interpreter_Run(Interpreter *interpreter, const char *path, int32_t 
     interpreter->outputError = 0;
     forgetPlace(interpreter);
     inpr = interpreter;
-    interpreter->startTicks = times(&interpreter->startTimes);
+    startClock();
 
     int32_t result = ORV_RUN_NO_TEMPLATE;
     if (doInclude(path, 0) > 0)
@@ -125,6 +125,7 @@ int32_t Orv_Interpreter_Destroy(Interpreter *interpreter)
     destroyTree(&interpreter->varTree);
     forgetPlace(interpreter);
     free(interpreter->callbacks);
+    free(interpreter->pendingCounters);
     free(interpreter->args.argBuf);
     free(interpreter->output.bytes);
     free(interpreter);

@@ -34,11 +34,16 @@ struct LoopFrame {
 // An include inside a body: it suspends the whole top-level command, which runs
 // again when the included template has ended.
 struct PendingInclude {
-    Cmd *resumeCmd;                  // owned, the top-level command; null until it has returned
-    Cmd *includeCmd;                 // borrowed, the include inside it
-    int32_t includeLevel;            // index of the template that holds the command
-    int32_t bodies;                  // loopTop when it suspended
-    int32_t counters[MAX_CMD_DEPTH]; // of the frames 0 to bodies
+    Cmd *resumeCmd;       // owned, the top-level command; null until it has returned
+    Cmd *includeCmd;      // borrowed, the include inside it
+    int32_t includeLevel; // index of the template that holds the command
+    int32_t bodies;       // loopTop when it suspended
+};
+
+// The counters of the frames 0 to bodies of each pending include, apart from the handle:
+// most pages need none of these 16 KB.
+struct PendingCounters {
+    int32_t of[MAX_CMD_DEPTH][MAX_CMD_DEPTH];
 };
 
 // An open template.
@@ -93,6 +98,7 @@ struct Interpreter {
     void *hostData;      // the web program's own
     char *gaveUpIn;      // owned, the template in which the last run gave up, else null
     int32_t gaveUpLine;  // and the line there
+    PendingCounters *pendingCounters; // owned, null before the first pending include
 };
 
 #endif

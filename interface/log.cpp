@@ -57,6 +57,12 @@ static int openSystemFile(const char *path, int flags)
     return openFile(full, flags);
 }
 
+void startClock()
+{
+    if (inpr && logfileBuf)
+        inpr->startTicks = times(&inpr->startTimes);
+}
+
 // Puts a new descriptor and buffer in the place of the old ones.
 static void replaceLog(int fd, char *buffer)
 {
@@ -65,6 +71,7 @@ static void replaceLog(int fd, char *buffer)
     free(logfileBuf);
     logfileFd = fd;
     logfileBuf = buffer;
+    startClock();
 }
 
 bool openLog()

@@ -43,6 +43,10 @@ int32_t currentLine();
  * Returns whether both succeeded; both are stored whatever their outcome. */
 bool openLog();
 
+/* Takes the times at which the run in progress started, for the log's line at its end, or
+ * those at which a log was opened in its middle. Without an open log it does nothing. */
+void startClock();
+
 /* Closes the log if there is a message buffer. */
 void closeLog();
 

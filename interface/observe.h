@@ -27,6 +27,8 @@ namespace observe
 {
 #ifdef ORV_OBSERVED
 
+inline constexpr bool SEES_TOKENS = true; // each token is made, also of what needs none
+
 // A place in the template on top; all of it 0 or empty while none is open.
 struct Spot {
     const char *path; // borrowed, as it was pushed
@@ -130,6 +132,8 @@ template <typename... Values> void message(Message id, const char *form, Values.
 }
 
 #else
+
+inline constexpr bool SEES_TOKENS = false;
 
 inline void opened(const char *)
 {

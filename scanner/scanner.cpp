@@ -29,7 +29,7 @@
 
 using std::string_view;
 
-static constexpr int SCAN_ON = -1; // the match made no token
+static constexpr int SCAN_ON = -1; // the match made no token; no token has that number
 static constexpr char BLANKS[] = " \t\n\r";
 
 // Sets of bytes, a bit each.
@@ -287,6 +287,8 @@ static size_t matchRow(size_t row, size_t offset)
         return 0;
     switch (commandTable[row].tail) {
     case Tail::BLANK:
+    case Tail::VARIABLE:
+    case Tail::TEXT:
         return matchBlanks(offset);
     case Tail::OPERATOR:
         return matchOperator(offset, commandTable[row].sign);
@@ -333,6 +335,29 @@ static string_view nameIn(string_view match)
     return {name.data(), std::min(name.find_first_of(BLANKS), name.size())};
 }
 
+// Whether text stands at offset of what has been read.
+static bool hasRead(size_t offset, string_view text)
+{
+    return bytesRead() - offset >= text.size() &&
+           memcmp(matchStart() + offset, text.data(), text.size()) == 0;
+}
+
+// Offset behind a whole command whose keyword ends at offset, of which all has been read,
+// else 0. argument: out.
+static size_t matchWhole(const CommandDef &row, size_t offset, string_view *argument)
+{
+    const bool named = row.tail == Tail::VARIABLE;
+    if (named && !hasRead(offset, "$var:"))
+        return 0;
+    const size_t from = offset + (named ? strlen("$var:") : 0);
+    const size_t end = skipRead(from, named ? NAME : ARGUMENT_TEXT);
+    const size_t behind = skipRead(end, BLANK);
+    if (end == from || end - from >= WHOLE_CAPACITY || !hasRead(behind, "?>"))
+        return 0;
+    *argument = {matchStart() + from, end - from};
+    return behind + 2;
+}
+
 // At "<?", in every condition but comments.
 static int scanCommandStart()
 {
@@ -352,6 +377,13 @@ static int scanCommandStart()
         setLocation();
         return F_UNDEF;
     }
+    if (!observe::SEES_TOKENS && scanner.passesText &&
+        (command->tail == Tail::VARIABLE || command->tail == Tail::TEXT))
+        if (const size_t whole = matchWhole(*command, length, &scanner.value)) {
+            take(whole);
+            setLocation();
+            return -command->token;
+        }
     enterCondition(Condition::ARGS);
     if (command->tail == Tail::ELEMENT)
         enterCondition(Condition::INDEX);
@@ -678,6 +710,6 @@ int nextToken()
         observe::matchBegins();
         token = scanOnce();
     } while (token == SCAN_ON);
-    scanner.passesText = false;
+    scanner.passesText &= token < 0; // as before behind a whole command
     return token;
 }

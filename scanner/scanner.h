@@ -53,10 +53,12 @@ extern Scanner scanner;
 /* The next token of the template on top; sets zarn_lloc, and zarn_lval, or scanner.value
  * for ARG_TEXT to ARG_MAXARRAY, of which the parser's side makes arguments. EOF_TAG is
  * the end of a nested template, and comes again until that is closed; 0 the end of
- * the run's own. */
+ * the run's own. Where page text needs no token, a whole command may be one: the number
+ * of its keyword's token is negative then, and scanner.value its argument. */
 int nextToken();
 
-/* Tells whether the page text in front of the next token needs no token of its own. */
+/* Tells whether the page text in front of the next token needs no token of its own, and
+ * a command there may be run at once. */
 inline void passText(bool passes)
 {
     scanner.passesText = passes;

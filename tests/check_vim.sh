@@ -10,7 +10,7 @@ cat >"$folder/t.frm" <<'END'
 <?repeat [ 1 3 ] `$0`?><script>var a = "<?echo b?>";</script>
 END
 # The commands that there are, a line each.
-sed -nE "s/^    \{\"([^\"]+)\", Tail::BLANK,.*/<?\1 x?>/p
+sed -nE "s/^    \{\"([^\"]+)\", Tail::(BLANK|VARIABLE|TEXT),.*/<?\1 x?>/p
     s/^    \{\"([^\"]+)\", Tail::OPERATOR, '(.)',.*/<?\1 \2 x?>/p
     s/^    \{\"([^\"]+)\", Tail::(NAME|ELEMENT),.*/<?\1 var:a x?>/p" \
     "$1/../grammar/commands.h" >>"$folder/t.frm"

@@ -120,7 +120,7 @@ static const Texts busyFiles = {
      "<?include none.htm?><?base64 b.bin?><?setvariable var:lang de?><?include b.htm?>" +
          repeated("<?print ", 205) + "x y" + repeated("?>", 205) + "end"},
     {"a.htm", "({?long?}<?echo '$var:late<?include b.htm?>'?>)"},
-    {"b.htm", "b<?echo $var:cgi?>{?hi?}"},
+    {"b.htm", "b<?echo '$var:cgi'?>{?hi?}"},
     {"b.bin", std::string(400, 'b')}};
 
 // A handle from creation to destruction, with one run. A log is open, and creation
