@@ -1,14 +1,14 @@
 /* exec/error.cpp - the web program's error message. */
 #include "exec/exec.h"
 #include "grammar/commands.h"
-#include "interface/output.h"
 #include "interface/process.h"
+#include "scanner/input.h"
 
 int32_t doError(uint32_t id, QueryRow **rows)
 {
     const char *message = nullptr;
     *rows = nullptr;
-    flushOutput();
+    prepareCallback();
     if (inpr->callbacks->fError(inpr, &message) == 0)
         return 0;
     if (id == ID_ERRORMESSAGE)

@@ -10,10 +10,10 @@
 #include "exec/exec.h"
 #include "grammar/commands.h"
 #include "interface/log.h"
-#include "interface/output.h"
 #include "interface/process.h"
 #include "interface/text.h"
 #include "interface/ticks.h"
+#include "scanner/input.h"
 
 int32_t columnCount(const QueryRow *row)
 {
@@ -160,7 +160,7 @@ int32_t doQuery(const char *query, uint32_t id, QueryRow **rows)
     const int32_t mode = modeOf(id);
     int32_t owned = 0;
     *rows = nullptr;
-    flushOutput();
+    prepareCallback();
     queryTimes.startTicks = times(&queryTimes.start);
     observe::asks(mode, query);
     const int32_t result = inpr->callbacks->fQuery(inpr, mode, query, rows, &owned);

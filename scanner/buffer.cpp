@@ -38,7 +38,7 @@ static void *resize(void *block, size_t size)
 static bool isInPlace(const ScanBuffer &buffer)
 {
     return !buffer.block || buffer.pos < buffer.block ||
-           buffer.pos > buffer.block + buffer.blockSize;
+           buffer.pos >= buffer.block + buffer.blockSize;
 }
 
 // Puts what is unfinished to the front of a block of the buffer's own.
@@ -109,6 +109,15 @@ static bool readMore(ScanBuffer *buffer)
 bool refill()
 {
     return !isExhausted() && readMore(&scanner.buffer);
+}
+
+void ownRead()
+{
+    if (!isInPlace(scanner.buffer))
+        return;
+    scannedLine(); // while the passed bytes are there
+    if (bytesRead() > 0)
+        moveToBlock(&scanner.buffer);
 }
 
 void switchBuffer(const ScanBuffer &buffer, int32_t line)

@@ -21,6 +21,12 @@
 #include "interface/text.h"
 #include "scanner/buffer.h"
 
+void prepareCallback()
+{
+    ownRead(); // of the template on top: those beneath were the top when it was opened
+    flushOutput();
+}
+
 // Bytes to map: the file that the path names, but no more than the descriptor's,
 // so that no read leaves the file. Negative, with errno set, when unknown.
 static off_t mappedSize(const char *path, int fd)
@@ -56,12 +62,19 @@ static uint32_t contextOf(const char *path)
     return strstr(path, ".htm") || strstr(path, ".frm") ? 0 : CONTEXT_NOT_HTML;
 }
 
+// Whether fOpen is being asked: it may neither open nor close templates itself.
+static bool isOpening()
+{
+    const int32_t next = inpr->includeIndex + 1;
+    return next < MAX_INCLUDE_DEPTH && inpr->includes[next].fileName;
+}
+
 // Opens and maps the file into entry, whose name is set. Its other fields are set
 // only on success.
 static int32_t openTemplate(IncludeEntry *entry)
 {
     char *name = entry->fileName;
-    flushOutput();
+    prepareCallback();
     const int fd = inpr->callbacks->fOpen(inpr, name);
     if (fd < 0)
         return INCLUDE_FAILED;
@@ -93,6 +106,8 @@ int32_t pushTemplate(const char *path)
         logMessage<Message::INCLUDES_TOO_DEEP>(path, currentTemplate());
         return INCLUDE_TOO_DEEP;
     }
+    if (isOpening())
+        return INCLUDE_FAILED;
     IncludeEntry *entry = &inpr->includes[parent + 1];
     // A copy before fOpen is asked: it may change the language, and path may be a text
     // of the database that goes.
@@ -141,6 +156,8 @@ static void closeTemplate(IncludeEntry *entry)
 
 bool popTemplate()
 {
+    if (isOpening())
+        return false;
     IncludeEntry *entry = &inpr->includes[inpr->includeIndex];
     scanner.counted = scanner.buffer.pos; // no line of it is asked for any more
     closeTemplate(entry);

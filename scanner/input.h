@@ -10,6 +10,11 @@ enum : int32_t {
     INCLUDE_TOO_DEEP = -2,
 };
 
+/* To be called before each callback, which may take long, write to the page's descriptor,
+ * and empty or rewrite an open template: what the run has gathered goes out, and what has
+ * been read of the templates becomes the scanner's own. */
+void prepareCallback();
+
 /* Opens a template through fOpen, maps it and puts it on top of the include
  * stack; the scanner reads it next. path: copied; may be null, which fails.
  * Returns an INCLUDE_ result; unless pushed, nothing has changed. */

@@ -22,9 +22,10 @@ enum class Condition : uint8_t {
     COMMENT, // removed from the page, as is an XML declaration
 };
 
-// The bytes of one template that are being scanned, in place as long as they hold
-// no text field, else in a copy with the texts. A match never spans two refills:
-// what is unfinished stands in front of what is read next. Zero-filled, it is empty.
+// The bytes of one template that are being scanned, in place as long as they hold no
+// text field and no callback is made (ownRead), else in a copy with the texts. A match
+// never spans two refills: what is unfinished stands in front of what is read next.
+// Zero-filled, it is empty.
 struct ScanBuffer {
     const char *pos; // where the current match begins: in block, or in the template's mapping
     size_t read;     // bytes from there on that have been read
@@ -73,6 +74,10 @@ inline bool endWasTold()
 /* Line of the template where the next match begins. The newlines in front are counted
  * here and nowhere else, many matches at once, as long as their bytes are there. */
 int32_t scannedLine();
+
+/* Copies what has been read of the template on top and is still to be scanned, where it
+ * lies in the mapping: from here on the file may change without a trace in it. */
+void ownRead();
 
 /* Goes on with the bytes of buffer, at that line. */
 void switchBuffer(const ScanBuffer &buffer, int32_t line);

@@ -425,6 +425,108 @@ TEST(Faults, TemplatesChangeUnderTheRun)
     }
 }
 
+// What somebody does to a template that a run has open, from a callback.
+static void empty(const char *path)
+{
+    fclose(fopen(path, "w"));
+}
+
+static void overwrite(const char *path)
+{
+    const std::string other(contents(path).size(), '#');
+    FILE *file = fopen(path, "r+");
+    EXPECT_EQ(fwrite(other.data(), 1, other.size(), file), other.size());
+    fclose(file);
+}
+
+static void cut(const char *path)
+{
+    EXPECT_EQ(truncate(path, 1), 0);
+}
+
+static void (*change)(const char *path); // null for none
+
+// A query changes the templates that it names, opening c.htm and asking for an error t.htm.
+TEST(Faults, CallbacksChangeOpenTemplates)
+{
+    const Texts pages[] = {
+        {{"t.htm", "a<?query t?>b\n<?foo\n?>{?hi?}<?-- c ?>d<?echo 'e$var:e'?>f<?query t?>g"}},
+        {{"t.htm", "a\n\n<?query t?>"}},
+        {{"t.htm", "a<?echo 'b<?query t $1?>c<?query t $1?>d'?>\ne{?hi?}<?foo\n?>f<<"}},
+        {{"t.htm", "a<?error found ?>b<?error message ?>c{?"}},
+        {{"t.htm", "a<?repeat [ 1 3 ] '$0<?query t $1?>b'?>c{?hi?}<?if eq $var:a '' d?>"}},
+        {{"t.htm", "a{?hi?}b<?include b.htm?>\nc<?foo?>d"}, {"b.htm", "(<?query t b?>\n)<?foo?>"}},
+        {{"t.htm", "a<?include c.htm?>b\n<?foo?>"},
+         {"c.htm", "(<?include b.htm?>)"},
+         {"b.htm", "b"}},
+        {{"t.htm", "a<?repeat [ 1 3 ] '$0<?include b.htm?>,<?query t $1?>;'?>\nc<?foo?>"},
+         {"b.htm", "b<?query t $1?>{?hi?}\n"}},
+        {{"t.htm", "a<?multiquery two '<?if eq $1 y `<?include c.htm?>`?>b'?>c\n<?foo?>"},
+         {"c.htm", "(<?echo '$var:x<?include b.htm?>'?><?query c t?>){?hi?}"},
+         {"b.htm", "<<?query c t?>b<?query t b c?>>"}},
+    };
+    writeFile("device/etc/htmltext_en.db", database({{"hi", "hello"}}));
+    Orv_Interpreter_SetLanguage("en");
+    Host host;
+    host.rows = {{"two", {{"x"}, {"y"}}}, {"t", {{"[t]"}}}};
+    host.onQuery = [](Interpreter *, const std::string &names) {
+        for (const char name : names)
+            if (change && names != "two" && name != ' ')
+                change((std::string(1, name) + ".htm").c_str());
+    };
+    host.onOpen = [](const std::string &path) {
+        const int fd = open(path.c_str(), O_RDONLY);
+        if (change && path == "c.htm")
+            change("t.htm");
+        return fd;
+    };
+    InterpreterCallbacks callbacks = hostCallbacks;
+    callbacks.fError = [](Interpreter *, const char **message) {
+        *message = "<E>";
+        if (change)
+            change("t.htm");
+        return 1;
+    };
+    for (const Texts &files : pages)
+        for (const int32_t gathered : {0, 1000}) {
+            Outcome unchanged;
+            for (const auto &made :
+                 {static_cast<decltype(change)>(nullptr), empty, overwrite, cut}) {
+                host.files = files;
+                useHost(&host);
+                change = made;
+                Interpreter *handle = Orv_Interpreter_Create(&callbacks);
+                Orv_Interpreter_SetOutputBuffer(handle, gathered);
+                startLog();
+                const Outcome got = runHandle(handle);
+                Orv_Interpreter_Destroy(handle);
+                if (!made)
+                    unchanged = got;
+                EXPECT_EQ(difference(unchanged.page, got.page), "");
+                EXPECT_EQ(difference(unchanged.log, got.log), "");
+                EXPECT_EQ(got.result, ORV_RUN_DONE) << got.page;
+            }
+        }
+    change = nullptr;
+    forgetTexts();
+}
+
+// What a refill has not reached is read when it is scanned.
+TEST(Faults, ARefillIsReadAhead)
+{
+    Host host;
+    const std::string text = "<?multiquerycount x?>" + repeated("0123456789abcde\n", 1000);
+    host.onQuery = [](Interpreter *, const std::string &) { overwrite("t.htm"); };
+    for (const auto &[template_, read] :
+         {std::pair(text, size_t{8192}), {text.substr(0, 50) + "{?" + text, 52}}) {
+        host.files = {{"t.htm", template_}};
+        EXPECT_EQ(difference("0" + template_.substr(21, read - 21) +
+                                 std::string(template_.size() - read, '#'),
+                             render(host).page),
+                  "");
+    }
+}
+
 TEST(Limits, QueriesOfMoreThanATenthOfASecondAreSlow)
 {
     Host host;

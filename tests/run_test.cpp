@@ -659,6 +659,33 @@ TEST(Internal, BadCallsAreRefused)
                        "number in current context\n");
 }
 
+// What has been read of it comes out, and nothing behind; while fOpen is asked it stays.
+TEST(Callbacks, MayCloseTheRunsOwnTemplate)
+{
+    const std::string front = "ab", behind = "0[]c" + std::string(9000, 'd');
+    for (const std::string command :
+         {"<?multiquerycount q?>[]", "<?error found ?>[]", "<?echo '<?multiquerycount q?>[]'?>",
+          "<?repeat [ 1 1 ] '<?multiquerycount q?>[]'?>", "<?include none.htm?>0[]"}) {
+        Host host = withFiles({{"t.htm", front + command + behind.substr(3)}});
+        host.onQuery = [](Interpreter *, const std::string &) { EXPECT_EQ(doExclude(), 0); };
+        host.onOpen = [](const std::string &path) {
+            EXPECT_EQ(doExclude(), 0);
+            return open(path.c_str(), O_RDONLY);
+        };
+        InterpreterCallbacks callbacks = hostCallbacks;
+        callbacks.fError = [](Interpreter *, const char **) { return doExclude(); };
+        useHost(&host);
+        Interpreter *handle = Orv_Interpreter_Create(&callbacks);
+        for (int i = 0; i < 2; ++i) {
+            const std::string page = runHandle(handle).page;
+            EXPECT_TRUE((front + behind).starts_with(page) && page.starts_with(front)) << page;
+            EXPECT_EQ(page.size() > 8192, command.starts_with("<?include")) << page.size();
+            EXPECT_EQ(mappedFiles(), 0U);
+        }
+        Orv_Interpreter_Destroy(handle);
+    }
+}
+
 // What a row is without: a production, or an action.
 TEST(Commands, EachRowIsParsedAndActs)
 {
