@@ -265,7 +265,7 @@ static vector<string> launchCommand(const Row &row, const string &page, int time
     if (command[0].find('/') == string::npos)
         command.insert(command.begin(), "/usr/bin/env");
     command.insert(command.begin(), {programs + "/bench_launch", std::to_string(times)});
-    command.push_back("once");
+    command.push_back("1");
     return command;
 }
 

@@ -73,13 +73,14 @@ static void serve(void (*render)(void))
 int runWorker(int argc, char **argv, const Engine *engine)
 {
     if (argc < 3 || chdir(argv[1]) != 0)
-        die("usage: PROGRAM FOLDER WAY [once]");
+        die("usage: PROGRAM FOLDER WAY [PAGES]");
     const int status = engine->open(argv[2]);
     if (status != 0)
         return status;
     readData(engine->record);
     if (argc > 3)
-        engine->render();
+        for (long pages = atol(argv[3]); pages > 0; --pages)
+            engine->render();
     else
         serve(engine->render);
     if (engine->close)

@@ -2,7 +2,7 @@
  * language: a process that renders one page as often as it is told.
  *
  * Arguments: the folder of the page, the way to run (a word that the engine
- * knows), and "once" where the process is to render the page once and end.
+ * knows), and how many pages it is to render before it ends, 1 everywhere but in the counts.
  * Otherwise it reads numbers from standard input, a line each, renders the page
  * that many times to standard output and then answers with one byte on
  * descriptor 3. All files of the page stand in its folder, which becomes the

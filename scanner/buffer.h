@@ -27,7 +27,7 @@ inline size_t bytesRead()
 /* Byte of the current match at offset, or END_OF_INPUT; reads more when the
  * buffer has no such byte yet, so rules ask only for bytes that can lengthen
  * their match. */
-inline int byteAt(size_t offset)
+[[gnu::always_inline]] inline int byteAt(size_t offset)
 {
     while (__builtin_expect(offset >= bytesRead(), 0))
         if (!refill())
