@@ -9,7 +9,6 @@
 #include <algorithm>
 
 #include "po.h"
-#include "utf8.h"
 
 static constexpr std::string_view NOTE_START = "orv-textdb: ";
 
