@@ -11,7 +11,8 @@ usage() {
     cat <<'END'
 Usage: ./test.sh [OPTION | NAME]
 Builds in build/test and build/test-sanitized, and runs all tests. With NAME, a
-regular expression, builds in build/test and runs the tests whose names match it.
+regular expression, builds in build/test what the tests whose names match it need,
+and runs those.
 
   --fuzz SECONDS  run each fuzz target for that long instead; what it finds is
                   left in build/fuzz
@@ -29,12 +30,22 @@ sanitized=(-DCMAKE_CXX_COMPILER=clang++ -DCMAKE_C_COMPILER=clang -DORV_FUZZ=ON
     -DORV_SANITIZE=fuzzer-no-link,address,undefined)
 export UBSAN_OPTIONS=print_stacktrace=1
 export LSAN_OPTIONS=suppressions=$PWD/tests/leaks.txt:print_suppressions=0
-filter=() # options for ctest, which choose among the tests
+name=     # of the tests that are wanted, empty for all
+filter=() # the same for ctest
 
-# build_in FOLDER OPTION... - configures and builds in build/FOLDER.
+# build_in FOLDER OPTION... - configures and builds in build/FOLDER; with a name, what the
+# tests need that have it. Where none is known by that name, it may be one of those that
+# only a program that is built tells.
 build_in() {
+    local lines targets=()
     cmake -S . -B "build/$1" -G "$generator" -DORV_WERROR=ON "${@:2}"
-    cmake --build "build/$1"
+    lines=$(awk -v expression="${name//\\/\\\\}" '$1 ~ expression' "build/$1/tests/needs.txt")
+    if [[ -n $name && -n $lines ]]; then
+        mapfile -t targets < <(awk '{ for (i = 2; i <= NF; ++i) print $i }' <<<"$lines" | sort -u)
+        [[ ${#targets[@]} -gt 0 ]] || return 0
+        targets=(--target "${targets[@]}")
+    fi
+    cmake --build "build/$1" "${targets[@]}"
 }
 
 run_tests() {
@@ -80,7 +91,7 @@ case $#:${1-} in
     done
     exec tests/device/test.sh "${@:2}"
     ;;
-1:[!-]*) filter=(-R "$1") ;;
+1:[!-]*) name=$1 filter=(-R "$1") ;;
 1:--help)
     usage
     exit
@@ -97,5 +108,5 @@ else
     # As packages are built: a test installs them.
     run_tests test -DCMAKE_CXX_COMPILER=g++ -DCMAKE_C_COMPILER=gcc -DORV_FUZZ=ON \
         -DCMAKE_INSTALL_PREFIX=/usr -DORV_DOCS=ON
-    [[ ${#filter[@]} -gt 0 ]] || run_tests test-sanitized "${sanitized[@]}"
+    [[ -n $name ]] || run_tests test-sanitized "${sanitized[@]}"
 fi

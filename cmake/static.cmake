@@ -4,7 +4,6 @@ orv_library(orvinterpreter_objects OBJECT)
 # Tables that several sources share are merged by name: unique, they could not be hidden.
 target_compile_options(orvinterpreter_objects PRIVATE $<$<CXX_COMPILER_ID:GNU>:-fno-gnu-unique>)
 set_target_properties(orvinterpreter_objects PROPERTIES POSITION_INDEPENDENT_CODE ON)
-target_include_directories(orvinterpreter_objects INTERFACE ${PROJECT_SOURCE_DIR}/interface)
 
 set(orv_object ${CMAKE_CURRENT_BINARY_DIR}/orvinterpreter.o)
 separate_arguments(orv_link_flags NATIVE_COMMAND
@@ -23,5 +22,5 @@ add_custom_command(OUTPUT ${orv_object}
 add_library(orvinterpreter STATIC ${orv_object})
 set_target_properties(orvinterpreter PROPERTIES LINKER_LANGUAGE C)
 target_include_directories(orvinterpreter
-    INTERFACE $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/interface>
+    INTERFACE $<BUILD_INTERFACE:${PROJECT_BINARY_DIR}/include>
               $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)

@@ -38,6 +38,10 @@ constexpr size_t CALC_CAPACITY = 17;      // a result of calc
 
 constexpr size_t WHOLE_CAPACITY = 128; // the argument
 
+// ---- of small templates: larger ones are read where they are mapped ----
+
+constexpr size_t SMALL_TEMPLATE = 4096; // read at once, which costs less than a page fault
+
 // ---- of the scanner: they grow, and without memory the process ends ----
 
 // A test build makes the buffers tiny, so that every match meets the end of one.

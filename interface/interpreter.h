@@ -58,6 +58,7 @@ struct IncludeEntry {
     char *rest;              // owned, undelivered part of a long text, else null
     size_t restPos;          // next byte of it
     size_t restLen;          // its length
+    char *copy;              // owned, the bytes of a small template, which are read here; else null
 };
 
 // Bits of htmlContext; 0 is the text of an HTML page.

@@ -34,7 +34,12 @@ static void *resize(void *block, size_t size)
     return resized;
 }
 
-// Whether the bytes lie where the template is mapped.
+static const IncludeEntry &topTemplate()
+{
+    return inpr->includes[inpr->includeIndex];
+}
+
+// Whether the bytes lie where the template is mapped, or in the copy of a small one.
 static bool isInPlace(const ScanBuffer &buffer)
 {
     return !buffer.block || buffer.pos < buffer.block ||
@@ -62,7 +67,7 @@ static void moveToBlock(ScanBuffer *buffer)
 // done: they join what is unfinished only if that lies there as well.
 static bool extendInPlace(ScanBuffer *buffer, size_t max)
 {
-    const char *next = inpr->includes[inpr->includeIndex].readPos;
+    const char *next = nextByte();
     const bool inPlace = isInPlace(*buffer);
     if (buffer->read > 0 && !inPlace)
         return false;
@@ -113,7 +118,7 @@ bool refill()
 
 void ownRead()
 {
-    if (!isInPlace(scanner.buffer))
+    if (!isInPlace(scanner.buffer) || (inpr->includeIndex >= 0 && topTemplate().copy))
         return;
     scannedLine(); // while the passed bytes are there
     if (bytesRead() > 0)

@@ -4,9 +4,8 @@
 
 #include <stddef.h>
 
+#include "scanner/bytes.h"
 #include "scanner/scanner.h"
-
-constexpr int END_OF_INPUT = -1;
 
 /* Reads more of the template behind the bytes of the current match. Returns
  * whether there was more. The match may move to another address. */

@@ -11,30 +11,23 @@
 #include <string.h>
 
 #include <algorithm>
-#include <array>
 #include <string_view>
 
 #include "interface/log.h"
 #include "interface/process.h"
+#include "scanner/bytes.h"
 #include "scanner/scanner.h"
 #include "textdb/language.h"
 
 using std::string_view;
-
-static constexpr auto idCharacters = [] {
-    std::array<bool, 256> table = {};
-    for (const char c : string_view("abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ"
-                                    "0123456789._:"))
-        table[static_cast<unsigned char>(c)] = true;
-    return table;
-}();
 
 namespace
 {
 // One call's work: where it reads and what it has placed.
 struct Refill {
     IncludeEntry *entry;
-    const char *scanPos; // bytes from entry->readPos to here are still to be copied
+    const char *read;    // where the byte at entry->readPos lies
+    const char *scanPos; // bytes from there to here are still to be copied
     const char *limit;   // behind the template's last byte
     char *dest;
     size_t placed; // bytes in dest
@@ -42,7 +35,7 @@ struct Refill {
 
     size_t pending() const
     {
-        return static_cast<size_t>(scanPos - entry->readPos);
+        return static_cast<size_t>(scanPos - read);
     }
     size_t room() const
     {
@@ -59,10 +52,17 @@ static void place(Refill *refill, string_view text)
     refill->placed += text.size();
 }
 
+// What is read next lies there.
+static void moveTo(Refill *refill, const char *at)
+{
+    refill->entry->readPos += at - refill->read;
+    refill->read = refill->scanPos = at;
+}
+
 static void placePending(Refill *refill)
 {
-    place(refill, {refill->entry->readPos, refill->pending()});
-    refill->entry->readPos = refill->scanPos;
+    place(refill, {refill->read, refill->pending()});
+    moveTo(refill, refill->scanPos);
 }
 
 static bool startsWithLetters(const char *at, const char *letters)
@@ -103,10 +103,23 @@ static const char *fieldEnd(const Refill &refill)
     const string_view rest(refill.scanPos + 2,
                            static_cast<size_t>(refill.limit - refill.scanPos) - 2);
     size_t length = 0;
-    while (length < rest.size() && idCharacters[static_cast<unsigned char>(rest[length])])
+    while (length < rest.size() && isIn(static_cast<unsigned char>(rest[length]), FIELD_ID))
         ++length;
     const bool closed = rest.size() - length >= 2 && rest[length] == '?' && rest[length + 1] == '}';
     return closed ? rest.data() + length + 2 : nullptr;
+}
+
+static size_t fileSize(const IncludeEntry &entry)
+{
+    return entry.mapStart ? static_cast<size_t>(entry.mapLast - entry.mapStart) + 1 : 0;
+}
+
+// A refill of max bytes that begins at the entry's readPos.
+[[gnu::noinline]] static Refill refillOf(IncludeEntry *entry, char *dest, size_t max)
+{
+    const char *bytes = entry->copy ? entry->copy : entry->mapStart;
+    const char *read = bytes + (entry->readPos - entry->mapStart);
+    return {entry, read, read, bytes + fileSize(*entry), dest, 0, max};
 }
 
 // The text in the mark for translators that the tooltip mode asks for here.
@@ -161,11 +174,12 @@ static FieldResult substitute(Refill *refill, const char *end)
     const char *field = refill->scanPos;
     const auto length = static_cast<size_t>(end - field);
     placePending(refill);
-    refill->scanPos = refill->entry->readPos = end;
+    moveTo(refill, end);
     const size_t idLength = std::min(length - 4, FIELD_ID_CAPACITY - 1);
     memcpy(fieldId, field + 2, idLength);
     fieldId[idLength] = '\0';
-    observe::looksUp(fieldId, static_cast<size_t>(field - refill->entry->mapStart));
+    observe::looksUp(fieldId,
+                     fileSize(*refill->entry) - static_cast<size_t>(refill->limit - field));
     const string_view found = lookupText(fieldId);
     ++inpr->textFieldCount;
     if (!found.data()) {
@@ -183,7 +197,7 @@ static FieldResult substitute(Refill *refill, const char *end)
         observe::substituted(0, length, text.size());
         placeFirstPiece(refill, text);
     } else {
-        refill->scanPos = refill->entry->readPos = field; // examined again, counted again
+        moveTo(refill, field); // examined again, counted again
     }
     return FieldResult::FULL;
 }
@@ -204,11 +218,6 @@ static FieldResult examineField(Refill *refill)
         return substitute(refill, end);
     passBrace(refill);
     return FieldResult::FULL;
-}
-
-static const char *limitOf(const IncludeEntry &entry)
-{
-    return entry.mapStart ? entry.mapLast + 1 : nullptr;
 }
 
 static bool isDone(const Refill &refill)
@@ -239,7 +248,7 @@ static void passText(Refill *refill)
 void readInput(char *dest, int32_t *count, int32_t max)
 {
     IncludeEntry *entry = &inpr->includes[inpr->includeIndex];
-    Refill refill = {entry, entry->readPos, limitOf(*entry), dest, 0, static_cast<size_t>(max)};
+    Refill refill = refillOf(entry, dest, static_cast<size_t>(max));
     if (entry->rest) {
         placeRest(entry, &refill);
     } else if (refill.scanPos < refill.limit) {
@@ -259,7 +268,12 @@ void readInput(char *dest, int32_t *count, int32_t max)
 bool isExhausted()
 {
     const IncludeEntry &entry = inpr->includes[inpr->includeIndex];
-    return !entry.rest && entry.readPos == limitOf(entry);
+    return !entry.rest && entry.readPos == entry.mapStart + fileSize(entry);
+}
+
+const char *nextByte()
+{
+    return refillOf(&inpr->includes[inpr->includeIndex], nullptr, 0).read;
 }
 
 size_t readInPlace(size_t max)
@@ -268,7 +282,7 @@ size_t readInPlace(size_t max)
     // In tooltip mode the bytes that are passed leave traces in the handle.
     if (entry->rest || inpr->tooltipMode > 0)
         return 0;
-    Refill refill = {entry, entry->readPos, limitOf(*entry), nullptr, 0, max};
+    Refill refill = refillOf(entry, nullptr, max);
     passText(&refill);
     if (!isDone(refill)) {
         if (fieldEnd(refill))
@@ -276,6 +290,6 @@ size_t readInPlace(size_t max)
         passBrace(&refill);
     }
     const size_t count = refill.pending();
-    entry->readPos = refill.scanPos;
+    moveTo(&refill, refill.scanPos);
     return count;
 }

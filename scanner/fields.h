@@ -25,6 +25,9 @@ ORV_API void readInput(char *dest, int32_t *count, int32_t max);
 /* Whether nothing more will come from the template on top. */
 bool isExhausted();
 
+/* Where the template's next byte lies, good as long as the template is open. */
+const char *nextByte();
+
 /* As readInput, without copying: moves the template's readPos over the bytes that
  * readInput would place, max at most. Returns their number; 0, and nothing has
  * changed, when it would not just copy them. */

@@ -27,13 +27,33 @@ void prepareCallback()
     flushOutput();
 }
 
-// Bytes to map: the file that the path names, but no more than the descriptor's,
-// so that no read leaves the file. Negative, with errno set, when unknown.
-static off_t mappedSize(const char *path, int fd)
+// Reads a small file of that size. Returns its bytes, the caller's; null when it is larger
+// than small, when the descriptor's is shorter, and when memory ran out.
+static char *readSmall(int fd, off_t size)
+{
+    const auto length = static_cast<size_t>(size);
+    if (size <= 0 || length > SMALL_TEMPLATE)
+        return nullptr;
+    auto *bytes = static_cast<char *>(malloc(length));
+    if (bytes && pread(fd, bytes, length, 0) == static_cast<ssize_t>(length))
+        return bytes;
+    free(bytes);
+    return nullptr;
+}
+
+// Bytes to map: the file that the path names, but no more than the descriptor's, so that
+// no read leaves the file. copy: out, the bytes of a small one. Negative, with errno set,
+// when unknown.
+static off_t mappedSize(const char *path, int fd, char **copy)
 {
     struct stat byPath;
     struct stat byDescriptor;
-    if (stat(path, &byPath) != 0 || fstat(fd, &byDescriptor) != 0)
+    if (stat(path, &byPath) != 0)
+        return -1;
+    *copy = readSmall(fd, byPath.st_size);
+    if (*copy)
+        return byPath.st_size;
+    if (fstat(fd, &byDescriptor) != 0)
         return -1;
     const off_t size = std::min(byPath.st_size, byDescriptor.st_size);
     if (static_cast<uint64_t>(size) <= SIZE_MAX)
@@ -42,14 +62,22 @@ static off_t mappedSize(const char *path, int fd)
     return -1;
 }
 
-static const char *mapFile(const char *path, int fd, size_t *length)
+// Maps the file into entry. Returns whether it could be; errno tells why not.
+static bool mapFile(const char *path, int fd, IncludeEntry *entry)
 {
-    const off_t size = mappedSize(path, fd);
-    if (size < 0)
-        return nullptr;
-    *length = static_cast<size_t>(size);
-    void *start = mmap(nullptr, *length, PROT_READ, MAP_SHARED, fd, 0);
-    return start == MAP_FAILED ? nullptr : static_cast<const char *>(start);
+    char *copy = nullptr;
+    const off_t size = mappedSize(path, fd, &copy);
+    void *start = size < 0 ? MAP_FAILED
+                           : mmap(nullptr, static_cast<size_t>(size), PROT_READ, MAP_SHARED, fd, 0);
+    if (start == MAP_FAILED) {
+        const int cause = errno;
+        free(copy);
+        errno = cause;
+        return false;
+    }
+    const auto *first = static_cast<const char *>(start);
+    *entry = {fd, first, first, first + size - 1, {}, entry->fileName, 0, nullptr, 0, 0, copy};
+    return true;
 }
 
 static bool startsWithByteOrderMark(const char *start, size_t length)
@@ -78,14 +106,11 @@ static int32_t openTemplate(IncludeEntry *entry)
     const int fd = inpr->callbacks->fOpen(inpr, name);
     if (fd < 0)
         return INCLUDE_FAILED;
-    size_t length = 0;
-    const char *start = mapFile(name, fd, &length);
-    if (!start) {
+    if (!mapFile(name, fd, entry)) {
         logMessage<Message::CANNOT_MAP>(name, strerror(errno));
         close(fd);
         return INCLUDE_FAILED;
     }
-    *entry = {fd, start, start, start + length - 1, {}, name, 0, nullptr, 0, 0};
     return INCLUDE_PUSHED;
 }
 
@@ -124,7 +149,7 @@ int32_t pushTemplate(const char *path)
     inpr->htmlContext = contextOf(entry->fileName);
     if (parent >= 0) {
         const size_t length = static_cast<size_t>(entry->mapLast - entry->mapStart) + 1;
-        if (startsWithByteOrderMark(entry->mapStart, length))
+        if (startsWithByteOrderMark(entry->copy ? entry->copy : entry->mapStart, length))
             entry->readPos += 3;
         inpr->includes[parent].savedLine = scannedLine();
         scanner.saved[parent] = scanner.buffer;
@@ -149,9 +174,10 @@ static void closeTemplate(IncludeEntry *entry)
            static_cast<size_t>(entry->mapLast - entry->mapStart) + 1);
     close(entry->fd);
     free(entry->rest);
+    free(entry->copy);
     entry->fd = -1;
     entry->mapStart = entry->readPos = entry->mapLast = nullptr;
-    entry->rest = nullptr;
+    entry->rest = entry->copy = nullptr;
 }
 
 bool popTemplate()

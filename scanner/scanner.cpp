@@ -26,50 +26,11 @@
 #include "interface/process.h"
 #include "interface/text.h"
 #include "scanner/buffer.h"
+#include "scanner/bytes.h"
 
 using std::string_view;
 
 static constexpr int SCAN_ON = -1; // the match made no token; no token has that number
-static constexpr char BLANKS[] = " \t\n\r";
-
-// Sets of bytes, a bit each.
-using ByteSet = uint16_t;
-static constexpr ByteSet BLANK = 1;
-static constexpr ByteSet DIGIT = 2;
-static constexpr ByteSet DIGIT_OR_SMALL = 4;
-static constexpr ByteSet NAME = 8;
-static constexpr ByteSet QUOTE = 16;
-static constexpr ByteSet ARGUMENT_TEXT = 32;
-static constexpr ByteSet COMMENT_TEXT = 64;
-static constexpr ByteSet DQUOTED_TEXT = 128; // in quoted text a "<" needs a look behind it
-static constexpr ByteSet SQUOTED_TEXT = 256;
-static constexpr ByteSet BQUOTED_TEXT = 512;
-
-// The sets that each byte belongs to; behind END_OF_INPUT, which is in none.
-static constexpr auto setsOf = [] {
-    std::array<ByteSet, 257> table = {};
-    const auto add = [&table](ByteSet set, string_view members, bool inside) {
-        for (int byte = 0; byte < 256; ++byte)
-            if ((members.find(static_cast<char>(byte)) != string_view::npos) == inside)
-                table[static_cast<size_t>(byte - END_OF_INPUT)] |= set;
-    };
-    add(BLANK, BLANKS, true);
-    add(DIGIT, "0123456789", true);
-    add(DIGIT_OR_SMALL, "0123456789abcdefghijklmnopqrstuvwxyz", true);
-    add(NAME, "0123456789abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ", true);
-    add(QUOTE, "\"'`", true);
-    add(ARGUMENT_TEXT, " \t\n\r\"'`$<?]", false);
-    add(COMMENT_TEXT, "<?", false);
-    add(DQUOTED_TEXT, "\"$?<", false);
-    add(SQUOTED_TEXT, "'$?<", false);
-    add(BQUOTED_TEXT, "`$?<", false);
-    return table;
-}();
-
-static bool isIn(int byte, ByteSet set)
-{
-    return setsOf[static_cast<size_t>(byte - END_OF_INPUT)] & set;
-}
 
 // Sets of rows of the command table, a bit each, by the first and by the second
 // letter of their words; an "if" in front of those does not count.

@@ -14,7 +14,7 @@ need cmake:cmake "$builder" crypt.h:libcrypt-dev clang++:clang bison:bison clang
 build=$PWD/build/analyze
 cmake -S . -B "$build" -G "$generator" -DORV_TESTS=OFF -DCMAKE_CXX_COMPILER=clang++ \
     -DCMAKE_C_COMPILER=clang
-cmake --build "$build" --target parser embedded
+cmake --build "$build" --target orv_parser embedded
 status=0
 git ls-files '*.cpp' '*.h' '*.c' | xargs clang-format --dry-run --Werror || status=1
 # The generated parser is left to its generator; the grammar's actions are calls.

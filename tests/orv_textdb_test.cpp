@@ -446,6 +446,18 @@ TEST(TextDbTool, KnowsTheLimitsOfForms)
               "#, max-length:1\nmsgid \"c\"\n=0");
 }
 
+TEST(TextDbTool, ListsWordsThatNoFieldStandsFor)
+{
+    writeFile("1.htm", "<h1>Hard\n coded</h1>\n<title>x {?a?} Any</title>\n<input value=Send "
+                       "type='submit'><a title=\"{?a?} &nbsp; 5\" href=\"words\">12 &copy;</a>");
+    writeFile("2.frm", "<script>x = 'words'</script>{?a?}<?echo `<img alt=\"A picture\">`?>");
+    EXPECT_EQ(
+        run("pot --hard-coded 1.htm 2.frm"),
+        "1.htm:1: Hard coded\n1.htm:3: Any\n1.htm:4: value: Send\n2.frm:1: alt: A picture\n=1");
+    writeFile("1.htm", "{?a?}");
+    EXPECT_EQ(run("pot --hard-coded 1.htm"), "=0");
+}
+
 // The language of a file, by its header and its name.
 TEST(TextDbTool, ComparesTheLanguageWithNames)
 {

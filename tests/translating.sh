@@ -38,7 +38,8 @@ while IFS= read -r line; do
     # The source changes where the road comes to that.
     [[ $line != '### 5.'* ]] || sed -i 's/Skip to content/Skip to the main part/' texts/en.po
 done <"$document"
-[[ $number -eq 6 ]]
+[[ $number -eq 7 ]]
 grep -q 'Vai al contenuto' overview.html
 grep -q '^texts/it.po  it  *1  *0 ' out
+grep -q '^header.frm:[0-9]*: Fjord R4$' out
 grep -q '^#| msgid "Skip to content"' out

@@ -2,10 +2,10 @@
 """tests/web/preview.py ORV-PREVIEW ORV-TEXTDB ORV-CHECK SITE NAMES - the preview of a copy of the
 demo site, asked by its protocol and by headless Chromium, while the site's files change. NAMES is
 the list of the variables that the site's web program sets."""
-import ctypes, errno, http.client, json, os, platform, re, shutil, signal, socket, sqlite3, struct
-import subprocess, sys, tempfile, threading, time, urllib.error, urllib.request
+import ctypes, errno, glob, http.client, json, os, platform, re, shutil, signal, socket, sqlite3
+import struct, subprocess, sys, tempfile, threading, time, urllib.error, urllib.request
 from chromium import press, run, send, show, with_browser
-from visitor import check, failed
+from visitor import check, failed, COMPLAINT
 
 BAR = "const bar = document.querySelector('orv-preview').shadowRoot;"
 BADGE = BAR + "return bar.querySelector('.badge').className.trim()"
@@ -75,6 +75,9 @@ class Preview:
         return self
 
     def __exit__(self, *_):
+        for name in glob.glob(tempfile.tempdir + "/*/server.log"):
+            with open(name, encoding="utf-8") as log:
+                check("no sanitizer complains", [], COMPLAINT.findall(log.read()))
         self.process.send_signal(signal.SIGINT)
         check("status after Ctrl-C", 0, self.process.wait(10))
 

@@ -469,15 +469,23 @@ def check_load(visitor):
         check("many at a time", 200, sum(pool.map(fetch, pages)))
 
 
-with tempfile.TemporaryDirectory() as folder:
-    owner = check_login()
-    check_requests(owner)
-    check_attacks(owner)
-    check_settings(owner)
-    check_proxy(folder)
-    check_load(owner)
-    check_direct(folder, signed_in().cookies["zarnsession"])
-with open(LOG, encoding="utf-8") as log:
+def check_log():
+    with open(LOG, encoding="utf-8") as log:
+        logged = log.read()
     check("the log has no form", [], re.findall(
-        rf"{PASSWORD}|zarnsession|typed( |\+)(&|%26)|with( |\+)blanks", log.read()))
+        rf"{PASSWORD}|zarnsession|typed( |\+)(&|%26)|with( |\+)blanks", logged))
+    check("no sanitizer complains", [], COMPLAINT.findall(logged))
+
+
+with tempfile.TemporaryDirectory() as folder:
+    try:
+        owner = check_login()
+        check_requests(owner)
+        check_attacks(owner)
+        check_settings(owner)
+        check_proxy(folder)
+        check_load(owner)
+        check_direct(folder, signed_in().cookies["zarnsession"])
+    finally:
+        check_log()
 sys.exit(bool(failed))

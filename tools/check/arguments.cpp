@@ -36,6 +36,7 @@ static constexpr char helpText[] =
     "  --ignore ID      leave findings of that kind out; repeatable. In a template,\n"
     "                   <?-- orv-check: ignore ID: reason ?> does it for the command\n"
     "                   behind it\n"
+    "  --also ID        find that kind, too, which is off otherwise: text-hard-coded\n"
     "  --format FORM    text (default), json, or sarif (2.1.0)\n"
     "  --lsp            speak the Language Server Protocol on standard input and output\n"
     "  --list           print the kinds of finding, each with an example\n"
@@ -52,6 +53,7 @@ enum OptionNumber : size_t {
     OPT_SAFE,
     OPT_SET_FROM,
     OPT_IGNORE,
+    OPT_ALSO,
     OPT_FORMAT,
     OPT_LSP,
     OPT_LIST,
@@ -61,9 +63,10 @@ enum OptionNumber : size_t {
 
 // In the order of OptionNumber.
 static constexpr OptionRow optionRows[] = {
-    {"docroot", 0, true}, {"db", 0, true},       {"texts", 0, true},  {"set", 0, true},
-    {"safe", 0, true},    {"set-from", 0, true}, {"ignore", 0, true}, {"format", 0, true},
-    {"lsp", 0, false},    {"list", 0, false},    {"help", 0, false},  {"version", 0, false},
+    {"docroot", 0, true},  {"db", 0, true},       {"texts", 0, true},  {"set", 0, true},
+    {"safe", 0, true},     {"set-from", 0, true}, {"ignore", 0, true}, {"also", 0, true},
+    {"format", 0, true},   {"lsp", 0, false},     {"list", 0, false},  {"help", 0, false},
+    {"version", 0, false},
 };
 
 int printAnswer(const string &text, int status)
@@ -100,6 +103,20 @@ static bool readForm(const string &name, Form *form)
     return true;
 }
 
+// Appends the kinds that the values of an option name. Returns false after a complaint.
+static bool readKinds(const char *option, const std::vector<const char *> &ids,
+                      std::vector<const Kind *> *kinds)
+{
+    for (const char *id : ids) {
+        kinds->push_back(findKind(id));
+        if (!kinds->back()) {
+            complain(0, "--%s: there is no kind '%s' (--list tells all)", option, id);
+            return false;
+        }
+    }
+    return true;
+}
+
 // Takes what the options say about the site. Returns false after a complaint.
 static bool takeSite(const CommandLine &line, SiteOptions *site)
 {
@@ -114,13 +131,9 @@ static bool takeSite(const CommandLine &line, SiteOptions *site)
             complain(0, "cannot read %s: %s", path, strerror(errno));
             return false;
         }
-    for (const char *id : line.values[OPT_IGNORE]) {
-        site->ignored.push_back(findKind(id));
-        if (!site->ignored.back()) {
-            complain(0, "--ignore: there is no kind '%s' (--list tells all)", id);
-            return false;
-        }
-    }
+    if (!readKinds("ignore", line.values[OPT_IGNORE], &site->ignored) ||
+        !readKinds("also", line.values[OPT_ALSO], &site->also))
+        return false;
     for (const char *path : line.words)
         site->templates.push_back(fs::path(path).lexically_normal().generic_string());
     return true;

@@ -338,9 +338,6 @@ static void checkAnswer(const Visit &visit, const Command &command, const Assemb
 {
     Report &all = visit.all;
     const SqlAnswer &answer = prepareQuery(all.site.database.get(), text.text);
-    const bool certain =
-        std::none_of(text.pieces.begin(), text.pieces.end(),
-                     [](const TextPiece &p) { return p.hole && !p.inString && !p.number; });
     checkParameters(visit, command, text, answer.parameters);
     const Template *tpl = &visit.tpl;
     Span span = command.words;
@@ -349,7 +346,7 @@ static void checkAnswer(const Visit &visit, const Command &command, const Assemb
         report(all, *tpl, span, "query-writes", "the statement changes the database",
                usedHere(visit, tpl, command));
     }
-    if (!answer.error.empty() && certain && !answer.writes) {
+    if (!answer.error.empty() && !hasUnknown(text) && !answer.writes) {
         placeInText(text, answer.errorAt, &tpl, &span);
         report(all, *tpl, span, "query-sql", answer.error, usedHere(visit, tpl, command));
     }

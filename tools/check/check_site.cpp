@@ -5,6 +5,7 @@
 
 #include "grammar/commands.h"
 #include "report.h"
+#include "tools/common/hardcoded.h"
 #include "tools/common/po.h"
 #include "tools/common/translation.h"
 
@@ -356,8 +357,22 @@ static void checkTranslations(Report &all)
     }
 }
 
+static void checkHardCoded(Report &all)
+{
+    const auto &also = all.site.options.also;
+    if (std::find(also.begin(), also.end(), findKind("text-hard-coded")) == also.end())
+        return;
+    for (const auto &[path, tpl] : all.site.templates)
+        for (const HardCoded &words : findHardCoded(*tpl))
+            report(all, *tpl, words.span, "text-hard-coded",
+                   (words.attribute.empty() ? "" : "in " + words.attribute + ": ") +
+                       quoted(words.text.substr(0, 40)) +
+                       " stands in the template: put a text field in its place");
+}
+
 void checkTexts(Report &all)
 {
+    checkHardCoded(all);
     constexpr size_t longest = 128; // bytes of an id
     reportBroken(all);
     checkTranslations(all);

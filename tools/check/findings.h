@@ -17,6 +17,7 @@ struct Kind {
     Grade severity; // where nothing else is said
     const char *explanation;
     const char *example; // a template, or lines of one, that has it
+    bool isOff = false;  // not looked for, unless --also says so
 };
 
 /* All kinds, in the order of the documentation. */

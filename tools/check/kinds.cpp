@@ -126,6 +126,10 @@ static constexpr Kind kinds[] = {
      "ways, "
      "so this is a hint only.",
      "msgstr \"Es ist\" where the source text is: It is."},
+    {"text-hard-coded", WARNING,
+     "Words that people read stand in the template itself, in page text or in an attribute such as "
+     "alt, so that no language can have its own. Scripts are left out.",
+     "<h1>Hard coded</h1>", true},
     {"variable-unset", ERROR,
      "The variable is read, but neither a template nor the web program (--set, or a field of a "
      "form) sets it.",
@@ -209,7 +213,8 @@ std::string listKinds()
 {
     std::string out;
     for (const Kind &kind : kinds) {
-        out += std::string(kind.id) + " (" + gradeName(kind.severity) + ")\n";
+        out += std::string(kind.id) + " (" + gradeName(kind.severity) +
+               (kind.isOff ? ", with --also)\n" : ")\n");
         out += wrap(kind.explanation, 74) + "    Example: " + kind.example + "\n\n";
     }
     out.pop_back();

@@ -62,6 +62,7 @@ struct SiteOptions {
     std::vector<std::string> set;               // variables that the web program sets
     std::vector<std::string> safe;              // such ones whose values are safe anywhere
     std::vector<const Kind *> ignored;          // kinds that are left out
+    std::vector<const Kind *> also;             // kinds that are off and are to be found
     std::vector<std::string> templates;         // paths below docRoot; empty for all
     std::map<std::string, std::string> unsaved; // contents that stand for files, by path
 };

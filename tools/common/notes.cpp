@@ -9,6 +9,7 @@
 #include <algorithm>
 
 #include "po.h"
+#include "utf8.h"
 
 static constexpr std::string_view NOTE_START = "orv-textdb: ";
 

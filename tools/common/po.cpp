@@ -16,6 +16,7 @@
 #include "tools/common/fieldid.h"
 #include "tools/common/files.h"
 #include "tools/common/notes.h"
+#include "tools/common/utf8.h"
 
 // What is learned from a PO file's bytes, besides what gettext's library tells.
 struct PoSource {
@@ -47,27 +48,6 @@ void takePoBytes()
 {
     setenv("OLD_PO_FILE_INPUT", "yes", 1);
     setenv("OLD_PO_FILE_OUTPUT", "yes", 1);
-}
-
-size_t characterLength(std::string_view text)
-{
-    const auto byte = [&](size_t i) {
-        return i < text.size() ? static_cast<unsigned char>(text[i]) : 0u;
-    };
-    const unsigned lead = byte(0);
-    if (lead < 0x80)
-        return 1;
-    const size_t length = lead >= 0xf0 ? 4 : lead >= 0xe0 ? 3 : 2;
-    if (lead < 0xc2 || lead > 0xf4)
-        return 0;
-    for (size_t i = 1; i < length; ++i)
-        if ((byte(i) & 0xc0) != 0x80)
-            return 0;
-    const unsigned start = lead << 8 | byte(1); // long forms, surrogates, beyond the last character
-    if ((lead == 0xe0 && start < 0xe0a0) || (lead == 0xed && start >= 0xeda0) ||
-        (lead == 0xf0 && start < 0xf090) || (lead == 0xf4 && start >= 0xf490))
-        return 0;
-    return length;
 }
 
 // Takes a message of gettext's library. May not return from a fatal one.
@@ -124,18 +104,6 @@ static bool passString(std::string_view bytes, size_t *pos)
     }
     *pos = i < bytes.size() && bytes[i] == '"' ? i + 1 : i;
     return zero;
-}
-
-size_t findStrange(std::string_view bytes)
-{
-    for (size_t pos = 0; pos < bytes.size();) {
-        const bool isAscii = (bytes[pos] & 0x80) == 0; // most are
-        const size_t length = isAscii ? 1 : characterLength(bytes.substr(pos));
-        if (length == 0)
-            return pos;
-        pos += length;
-    }
-    return std::string_view::npos;
 }
 
 // Returns the line of a byte, or 0 for no byte.

@@ -94,13 +94,6 @@ void reportPo(PoFile *po, size_t line, Weight weight, const char *id, std::strin
  * What is not UTF-8 is for the caller to find. */
 void takePoBytes();
 
-/* Returns the length of the UTF-8 character that text begins with, 0 when its bytes are
- * none. */
-size_t characterLength(std::string_view text);
-
-/* Returns the offset of the first byte that is not UTF-8, npos without any. */
-size_t findStrange(std::string_view bytes);
-
 /* Returns text in quotes as a PO file has it. What is not UTF-8 and what would
  * upset a terminal comes as octal numbers. */
 std::string quotePo(std::string_view text);

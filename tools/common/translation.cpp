@@ -10,7 +10,7 @@
 #include <iterator>
 #include <utility>
 
-#include "po.h"
+#include "utf8.h"
 
 using std::string;
 using std::string_view;
@@ -657,13 +657,9 @@ static bool endsWithoutSign(string_view text)
     text = sentence(text);
     if (text.size() < 3)
         return false;
-    const auto byte = [&](size_t i) {
-        return static_cast<unsigned char>(text[text.size() - 3 + i]);
-    };
-    const unsigned number = (byte(0) & 0xfU) << 12 | (byte(1) & 0x3fU) << 6 | (byte(2) & 0x3fU);
-    return (byte(0) & 0xf0) == 0xe0 &&
-           ((number >= 0xe00 && number < 0xf00) || (number >= 0x1000 && number < 0x10a0) ||
-            (number >= 0x1780 && number < 0x1800));
+    const unsigned number = characterNumber(text.substr(text.size() - 3));
+    return (number >= 0xe00 && number < 0xf00) || (number >= 0x1000 && number < 0x10a0) ||
+           (number >= 0x1780 && number < 0x1800);
 }
 
 static void judgeEnding(Judgement *judgement)

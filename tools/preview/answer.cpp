@@ -548,8 +548,10 @@ int answerRequest(const string &work)
                               {},
                               "",
                               {}});
-    if (problem)
-        return answerTrouble(job, "400 Bad Request",
-                             {"The request is refused", problem, "", {}, {}, "", {}});
-    return answerSite(job);
+    const int status = problem
+                           ? answerTrouble(job, "400 Bad Request",
+                                           {"The request is refused", problem, "", {}, {}, "", {}})
+                           : answerSite(job);
+    hostClose(job.trace); // a page's run has done it, but not all answers are pages
+    return status;
 }

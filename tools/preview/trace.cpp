@@ -370,12 +370,13 @@ bool traceOpen(Trace &trace, const string &docRoot, const string &db, string *wh
     const string report = isOpen ? "" : takeReport(trace);
     const size_t reason = report.rfind("': ");
     *why = reason == string::npos ? report : report.substr(reason + 3);
+    if (!isOpen)
+        hostClose(trace); // the database can be what was opened
     if (isOpen || db.empty() || report.find("cannot read database") == string::npos)
         return isOpen;
     trace.dbProblem = "the database cannot be read: " + *why;
     traceMessage(trace, ORV_LOG_ERROR, {}, "Cannot read the database " + db + ": " + *why,
                  "The page is loaded again when it can be read.");
-    hostClose(trace);
     return traceOpen(trace, docRoot, "", why);
 }
 

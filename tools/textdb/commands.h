@@ -20,6 +20,7 @@ enum OptionNumber : size_t {
     OPT_EMPTY,
     OPT_TEMPLATES,
     OPT_SOURCE,
+    OPT_HARD_CODED,
     OPT_UNUSED,
     OPT_JSON,
     OPT_HELP,

@@ -18,9 +18,9 @@ const char programName[] = "orv-textdb";
 
 // In the order of OptionNumber.
 static constexpr OptionRow options[] = {
-    {"output", 'o', true},   {"fuzzy", 0, false}, {"empty", 0, false},
-    {"templates", 0, false}, {"source", 0, true}, {"unused", 0, false},
-    {"json", 0, false},      {"help", 0, false},  {"version", 0, false},
+    {"output", 'o', true}, {"fuzzy", 0, false},      {"empty", 0, false},  {"templates", 0, false},
+    {"source", 0, true},   {"hard-coded", 0, false}, {"unused", 0, false}, {"json", 0, false},
+    {"help", 0, false},    {"version", 0, false},
 };
 
 // A command of the tool.
@@ -40,7 +40,8 @@ static constexpr unsigned bit(OptionNumber number)
 }
 
 static constexpr Subcommand commands[] = {
-    {"pot", "SOURCE.po TEMPLATE...", 2, SIZE_MAX, 0, false, runPot},
+    {"pot", "SOURCE.po TEMPLATE..., or pot --hard-coded TEMPLATE...", 1, SIZE_MAX,
+     bit(OPT_HARD_CODED), false, runPot},
     {"update", "SOURCE.po TARGET.po...", 2, SIZE_MAX, 0, false, runUpdate},
     {"status", "[--json] FILE...", 1, SIZE_MAX, bit(OPT_JSON), false, runStatus},
     {"build",
@@ -60,6 +61,8 @@ static constexpr char helpText[] =
     "\n"
     "  pot SOURCE.po TEMPLATE...     print what a new language begins with: each id that\n"
     "                                the templates use, with its source text and places\n"
+    "  pot --hard-coded TEMPLATE...  print the words in templates that no text field\n"
+    "                                stands for, in page text and in attributes such as alt\n"
     "  update SOURCE.po TARGET.po...\n"
     "                                bring languages in line with the source: new ids are\n"
     "                                added, gone ones are obsolete, and what was made\n"
@@ -120,6 +123,8 @@ static int runCommand(CommandLine *line)
         return refuseUsage(command, "an argument is too much");
     if (command->run == runBuild && line->words.size() > 1 && !line->has(OPT_TEMPLATES))
         return refuseUsage(command, "an argument is too much");
+    if (command->run == runPot && line->words.size() < 2 && !line->has(OPT_HARD_CODED))
+        return refuseUsage(command, "an argument is missing");
     if (command->needsOutput && !line->has(OPT_OUTPUT))
         return refuseUsage(command, "the option -o is missing");
     for (size_t row = 0; row < std::size(options); ++row)

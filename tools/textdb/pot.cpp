@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "tools/common/files.h"
+#include "tools/common/hardcoded.h"
 #include "tools/common/notes.h"
 #include "tools/common/po.h"
 #include "tools/common/translation.h"
@@ -125,8 +126,31 @@ static bool checkMissing(const PoFile &source, const Uses &uses)
     return isGood;
 }
 
+// Prints the words that stand in a template itself. Returns whether there are none, and it can
+// be read.
+static bool printHardCoded(const char *path)
+{
+    std::string bytes;
+    if (!readFile(path, &bytes))
+        return false;
+    Template tpl;
+    readTemplate(&tpl, path, std::move(bytes), true);
+    const std::vector<HardCoded> found = findHardCoded(tpl);
+    for (const HardCoded &words : found)
+        printf("%s:%u: %s%s\n", path, placeOf(tpl, words.span.at).line,
+               words.attribute.empty() ? "" : (words.attribute + ": ").c_str(), words.text.c_str());
+    return found.empty();
+}
+
 int runPot(const CommandLine &line)
 {
+    bool isGood = true;
+    if (line.has(OPT_HARD_CODED)) {
+        for (const char *path : line.words)
+            if (!isPoName(path))
+                isGood = printHardCoded(path) && isGood;
+        return isGood ? STATUS_OK : STATUS_FAULT;
+    }
     std::vector<TemplateFields> templates;
     PoFile source = readPo(line.words[0]);
     int status = STATUS_FAULT;

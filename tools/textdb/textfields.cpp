@@ -6,18 +6,9 @@
 #include <cctype>
 #include <cstdlib>
 
-#include "tools/common/html.h"
-#include "tools/common/template.h"
 #include "tools/common/fieldid.h"
 #include "tools/common/files.h"
-#include "grammar/commands.h"
-
-// A template that is being followed.
-struct Walk {
-    const Template &source;
-    std::vector<FieldUse> &uses; // one for each of its fields
-    HtmlState state;
-};
+#include "tools/common/output.h"
 
 static uint8_t standsIn(const HtmlState &state)
 {
@@ -31,35 +22,6 @@ static uint8_t standsIn(const HtmlState &state)
                                 (isScript ? STANDS_IN_SCRIPT : 0));
 }
 
-// Returns where the tag begins that a place stands in or behind, npos without one. A command
-// is none.
-static size_t tagBefore(std::string_view source, size_t at)
-{
-    while (at > 0 && (at = source.rfind('<', at - 1)) != std::string_view::npos)
-        if (isalpha(static_cast<unsigned char>(source[at + 1])))
-            return at;
-    return std::string_view::npos;
-}
-
-// Returns the number of an attribute maxlength, 0 without one.
-static size_t maxLengthIn(std::string_view tag)
-{
-    static constexpr std::string_view NAME = "maxlength";
-    for (size_t at = 0; at + NAME.size() < tag.size(); ++at) {
-        const bool isName =
-            std::equal(NAME.begin(), NAME.end(), tag.begin() + static_cast<ptrdiff_t>(at),
-                       [](char a, char b) { return a == tolower(static_cast<unsigned char>(b)); });
-        if (!isName)
-            continue;
-        const size_t mark = tag.find_first_not_of(" \t\r\n", at + NAME.size());
-        const size_t number = mark == std::string_view::npos || tag[mark] != '='
-                                  ? std::string_view::npos
-                                  : tag.find_first_not_of(" \t\r\n\"'", mark + 1);
-        return number == std::string_view::npos ? 0 : strtoul(tag.data() + number, nullptr, 10);
-    }
-    return 0;
-}
-
 // Returns how many characters the field of a form takes whose value a text field is, 0 when
 // there is no such limit.
 static size_t maxLengthAt(std::string_view source, Span field, const HtmlState &state)
@@ -68,90 +30,15 @@ static size_t maxLengthAt(std::string_view source, Span field, const HtmlState &
     const bool isInput =
         element == "input" && (state.part == Part::VALUE || state.part == Part::BEFORE_VALUE);
     const bool isArea = element == "textarea" && state.part == Part::RAW;
-    const size_t start = isInput || isArea ? tagBefore(source, field.at) : std::string_view::npos;
-    if (start == std::string_view::npos)
+    if (!isInput && !isArea)
         return 0;
-    std::string_view name = source.substr(start, field.at - start);
-    name = name.substr(0, name.rfind('='));
-    if (isInput && !name.ends_with("value") && !name.ends_with("VALUE"))
-        return 0;
-    size_t end = isInput ? field.end : start;
-    do
-        end = source.find('>', end + 1);
-    while (end != std::string_view::npos && source[end - 1] == '?'); // of a command
-    return maxLengthIn(source.substr(start, end - start));
-}
-
-// Follows literal output with its fields.
-static void followText(Walk *walk, Span span)
-{
-    const std::string_view source = walk->source.source;
-    const FieldRange range = fieldsIn(walk->source, span);
-    uint32_t pos = span.at;
-    for (size_t i = range.first; i < range.last; ++i) {
-        const Field &field = walk->source.fields[i];
-        follow(&walk->state, source.substr(pos, field.span.at - pos));
-        walk->uses[i].stands |= standsIn(walk->state);
-        walk->uses[i].state = walk->state;
-        walk->uses[i].isWritten = true;
-        walk->uses[i].maxLength = maxLengthAt(source, field.span, walk->state);
-        followValue(&walk->state);
-        pos = field.span.end;
-    }
-    follow(&walk->state, source.substr(pos, span.end - pos));
-}
-
-static void followCommand(Walk *walk, const Command &command, bool compared, bool written);
-
-// Follows the pieces of an argument. compared: it is compared with something.
-// written: it comes out where the walk stands.
-static void followElements(Walk *walk, const std::vector<Element> &elements, bool compared,
-                           bool written)
-{
-    const Element *before = nullptr;
-    for (const Element &element : elements) {
-        const Element *const previous = before;
-        before = &element;
-        if (element.command) {
-            followCommand(walk, *element.command, compared, written);
-            continue;
-        }
-        followElements(walk, element.index, compared, false);
-        if (element.type != ELEM_TEXT) {
-            if (written)
-                followValue(&walk->state);
-            continue;
-        }
-        const FieldRange range = fieldsIn(walk->source, element.span);
-        for (size_t i = range.first; i < range.last; ++i) {
-            walk->uses[i].place =
-                placeInArgument(walk->source, walk->source.fields[i], element, previous);
-            if (compared)
-                walk->uses[i].stands |= STANDS_IN_COMPARISON;
-        }
-        if (written)
-            followText(walk, element.span);
-    }
-}
-
-// Whether an argument of a command comes out: the bodies stand behind the others.
-static bool isWritten(const Command &command, size_t argument)
-{
-    const size_t first = (command.id & CMDF_ARG1 ? 1 : 0) + (command.id & CMDF_ARG2 ? 1 : 0);
-    return command.id & CMDF_BODY && argument >= first;
-}
-
-static void followCommand(Walk *walk, const Command &command, bool compared, bool written)
-{
-    const HtmlState before = walk->state;
-    for (size_t i = 0; i < command.args.size(); ++i) {
-        const bool isIf = command.id & CMDF_IF;
-        if (isIf) // the branches begin in the same place
-            walk->state = before;
-        followElements(walk, command.args[i].elements,
-                       isIf ? i < 2 : compared && isWritten(command, i),
-                       written && isWritten(command, i));
-    }
+    const std::string_view tag = tagAround(source, field.at);
+    const bool isValue =
+        attributeOf(tag, "value").find(source.substr(field.at, field.end - field.at)) !=
+        std::string_view::npos;
+    return isInput && !isValue
+               ? 0
+               : strtoul(std::string(attributeOf(tag, "maxlength")).c_str(), nullptr, 10);
 }
 
 // Returns why what follows a "{?" is no field although it looks like one, or null.
@@ -199,13 +86,21 @@ static TemplateFields fieldsOf(const char *path, std::string bytes)
                               placeInPage(source, field),
                               0,
                               path});
-    Walk walk = {source, found.uses, beginOf(path)};
-    for (const Item &item : source.items) {
-        if (item.command)
-            followCommand(&walk, *item.command, false, true);
-        else
-            followText(&walk, item.span);
-    }
+    OutputVisitor visitor;
+    visitor.field = [&](size_t field, const HtmlState &state) {
+        FieldUse &use = found.uses[field];
+        use.stands |= standsIn(state);
+        use.state = state;
+        use.isWritten = true;
+        use.maxLength = maxLengthAt(source.source, source.fields[field].span, state);
+    };
+    visitor.argument = [&](size_t field, const Element &element, const Element *before,
+                           bool compared) {
+        FieldUse &use = found.uses[field];
+        use.place = placeInArgument(source, source.fields[field], element, before);
+        use.stands |= compared ? STANDS_IN_COMPARISON : 0;
+    };
+    followOutput(source, visitor);
     findBroken(source, &found);
     return found;
 }

@@ -1,0 +1,55 @@
+/* scanner/bytes.h - which bytes belong to what, one table for all lexical rules. */
+#ifndef ORV_SCANNER_BYTES_H
+#define ORV_SCANNER_BYTES_H
+
+#include <stddef.h>
+#include <stdint.h>
+
+#include <array>
+#include <string_view>
+
+constexpr int END_OF_INPUT = -1;
+constexpr char BLANKS[] = " \t\n\r";
+
+// Sets of bytes, a bit each.
+using ByteSet = uint16_t;
+constexpr ByteSet BLANK = 1;
+constexpr ByteSet DIGIT = 2;
+constexpr ByteSet DIGIT_OR_SMALL = 4;
+constexpr ByteSet NAME = 8;
+constexpr ByteSet QUOTE = 16;
+constexpr ByteSet ARGUMENT_TEXT = 32;
+constexpr ByteSet COMMENT_TEXT = 64;
+constexpr ByteSet DQUOTED_TEXT = 128; // in quoted text a "<" needs a look behind it
+constexpr ByteSet SQUOTED_TEXT = 256;
+constexpr ByteSet BQUOTED_TEXT = 512;
+constexpr ByteSet FIELD_ID = 1024;
+
+// The sets that each byte belongs to; behind END_OF_INPUT, which is in none.
+inline constexpr auto setsOf = [] {
+    std::array<ByteSet, 257> table = {};
+    const auto add = [&table](ByteSet set, std::string_view members, bool inside) {
+        for (int byte = 0; byte < 256; ++byte)
+            if ((members.find(static_cast<char>(byte)) != std::string_view::npos) == inside)
+                table[static_cast<size_t>(byte - END_OF_INPUT)] |= set;
+    };
+    add(BLANK, BLANKS, true);
+    add(DIGIT, "0123456789", true);
+    add(DIGIT_OR_SMALL, "0123456789abcdefghijklmnopqrstuvwxyz", true);
+    add(NAME, "0123456789abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ", true);
+    add(QUOTE, "\"'`", true);
+    add(ARGUMENT_TEXT, " \t\n\r\"'`$<?]", false);
+    add(COMMENT_TEXT, "<?", false);
+    add(DQUOTED_TEXT, "\"$?<", false);
+    add(SQUOTED_TEXT, "'$?<", false);
+    add(BQUOTED_TEXT, "`$?<", false);
+    add(FIELD_ID, "0123456789abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ._:", true);
+    return table;
+}();
+
+inline bool isIn(int byte, ByteSet set)
+{
+    return setsOf[static_cast<size_t>(byte - END_OF_INPUT)] & set;
+}
+
+#endif
