@@ -8,8 +8,6 @@
 #include <array>
 #include <string_view>
 
-namespace bytes
-{
 constexpr int END_OF_INPUT = -1;
 constexpr char BLANKS[] = " \t\n\r";
 
@@ -53,6 +51,5 @@ inline bool isIn(int byte, ByteSet set)
 {
     return setsOf[static_cast<size_t>(byte - END_OF_INPUT)] & set;
 }
-} // namespace bytes
 
 #endif

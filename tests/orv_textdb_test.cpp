@@ -446,6 +446,46 @@ TEST(TextDbTool, KnowsTheLimitsOfForms)
               "#, max-length:1\nmsgid \"c\"\n=0");
 }
 
+// A language with accents and longer texts, in which nothing is found but what the source has.
+TEST(TextDbTool, MakesALanguageForLooking)
+{
+    writeFile("en.po", entry("", "Content-Type: text/plain; charset=UTF-8\\nLanguage: en\\n") +
+                           entry("a", " Of $1 <b>Files</b>&nbsp;%d {name} $$5: ") +
+                           entry("b", "en") + entry("c", "it\\\\'s") + entry("d", "x") +
+                           "#, fuzzy\n" + entry("e", "Maß."));
+    writeFile("t.htm",
+              "{?a?}<?if eq {?b?} en x?><script>x = '{?c?}'</script><?echo $var:x[{?d?}]?>");
+    EXPECT_EQ(run("pseudo en.po t.htm >xx.po; " ORV_TEXTDB
+                  " build -o htmltext_xx.db xx.po --templates t.htm; " ORV_TEXTDB
+                  " dump htmltext_xx.db | sed 1,/^$/d"),
+              "xx.po: 5 of 5 texts\n"
+              "msgid \"a\"\nmsgstr \" [~~~~~~~~~~Öƒ $1 <b>Ƒîļéš</b>&nbsp;%d {name} $$5:] \"\n\n"
+              "msgid \"b\"\nmsgstr \"en\"\n\nmsgid \"c\"\nmsgstr \"[~~îţ\\\\'š]\"\n\n"
+              "msgid \"d\"\nmsgstr \"x\"\n\nmsgid \"e\"\nmsgstr \"[~~Ḿåß.]\"\n=0");
+}
+
+TEST(TextDbTool, TellsWhatIsLeft)
+{
+    writeFile("en.po", utf8Header + entry("a", "A") + entry("b", "B") + entry("c", "C") +
+                           "# orv-textdb: empty\n" + entry("d", ""));
+    writeFile("it.po",
+              utf8Header + entry("b", "") + "#, fuzzy\n" + entry("c", "C") + entry("d", "d"));
+    const std::string left = "it.po:3: b\nit.po:6: c (fuzzy)\nit.po: a\n";
+    const std::string less = "orv-textdb: it.po: 25.0 % of the texts are translated, less than ";
+    const std::string rows[][2] = {
+        {"--missing it.po en.po", left + "=0"},
+        {"--missing --fail-under 25 it.po en.po", left + "=0"},
+        {"--missing --fail-under 25.5 it.po en.po", less + "25.5 %\n" + left + "=1"},
+        {"--fail-under 101 it.po",
+         "orv-textdb: --fail-under needs a number from 0 to 100, not '101'\n=2"},
+        {"--json --missing it.po en.po | grep -A9 '\"missingIds\"' | tr -d '\\n '",
+         "\"missingIds\":[\"b\",\"a\"],\"fuzzyIds\":[\"c\"]},{\"file\":\"en.po\",--"
+         "\"missingIds\":[],\"fuzzyIds\":[]}]=0"},
+    };
+    for (const auto &[arguments, told] : rows)
+        EXPECT_EQ(run("status " + arguments), told) << arguments;
+}
+
 TEST(TextDbTool, ListsWordsThatNoFieldStandsFor)
 {
     writeFile("1.htm", "<h1>Hard\n coded</h1>\n<title>x {?a?} Any</title>\n<input value=Send "

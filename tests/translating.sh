@@ -38,8 +38,16 @@ while IFS= read -r line; do
     # The source changes where the road comes to that.
     [[ $line != '### 5.'* ]] || sed -i 's/Skip to content/Skip to the main part/' texts/en.po
 done <"$document"
-[[ $number -eq 7 ]]
+[[ $number -eq 10 ]]
 grep -q 'Vai al contenuto' overview.html
 grep -q '^texts/it.po  it  *1  *0 ' out
+grep -q '^texts/it.po:[0-9]*: site.menu$' out
+grep -q '\[~*Šķîþ ţö ţĥé ɱåîñ' pseudo.html
+diff - <(grep '<p>' plurals/files.html) <<<'<p>1 plik</p>
+<p>3 pliki</p>
+<p>12 plików</p>'
+grep -A1 '^msgid "site.skip"' texts/it.po | grep -q 'Vai al contenuto'
+[[ $(tail -n 1 out) == 'texts/it.po: '*' 0 new, 0 changed, 0 gone' ]]
+if grep 'warning:' err; then exit 1; fi
 grep -q '^header.frm:[0-9]*: Fjord R4$' out
 grep -q '^#| msgid "Skip to content"' out

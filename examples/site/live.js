@@ -26,12 +26,10 @@
         document.dispatchEvent(new Event("refreshed"));
     }
 
-    /* Goes on with the page when it answers, some time after the device went away, and be it
-     * that one has to sign in again. */
+    /* Goes on with the page when it answers, some time after the device went away. */
     async function comeBack(target) {
-        const answer = await fetch(target, {cache: "no-store"});
-        if (answer.status < 500)
-            location.replace(target);
+        await fetchPage(target);
+        location.replace(target);
     }
 
     const waiting = document.querySelector("[data-return]");

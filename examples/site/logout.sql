@@ -1,2 +1,2 @@
 -- logout.sql - ends the session.
-delete from sessions.session where number = :sid;
+delete from session where number = :sid;

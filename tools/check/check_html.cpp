@@ -8,6 +8,7 @@
 #include "grammar/commands.h"
 #include "tools/common/html.h"
 #include "tools/common/placed.h"
+#include "tools/common/translation.h"
 #include "report.h"
 
 using std::string;
@@ -210,7 +211,8 @@ static void putField(Follower &follower, const Template &tpl, const Field &field
     for (const Language &language : follower.all.site.languages) {
         const auto text = language.texts.find(field.id);
         if (text == language.texts.end() || follower.state.part == Part::PLAIN ||
-            !leavesPart(text->second.text, follower.state))
+            !leavesPart(text->second.text, follower.state) ||
+            isLeftOut(flagsOf(follower.all.site, field.id, text->second), TEXT_BREAKS))
             continue;
         codes += (codes.empty() ? "" : ", ") + language.code;
         shown = shown ? shown : &text->second.text;

@@ -281,7 +281,8 @@ static void checkMalformed(Report &all, const Template &tpl, const std::set<stri
             continue;
         }
         size_t end = at + 1;
-        end = idEnd(source, end);
+        while (end < source.size() && isFieldByte(source[end]))
+            ++end;
         const string_view id = string_view(source).substr(at + 1, end - at - 1);
         const bool closed = source.compare(end, 2, "?}") == 0 ||
                             (source.compare(end, 1, "}") == 0 && id.find('.') != string_view::npos);
@@ -325,22 +326,16 @@ static void reportBroken(Report &all)
     }
 }
 
-// Compares a text with its source text: the one that it notes, or that of the first language.
+// Compares a text with its source text.
 static void checkTranslation(Report &all, const Language &language, const string &id,
                              const LanguageText &text)
 {
-    const Language &first = all.site.languages.front();
-    const auto other = first.texts.find(id);
-    const bool hasOther = &language != &first && other != first.texts.end();
-    const string *source = text.source ? &*text.source : hasOther ? &other->second.text : nullptr;
-    std::set<string> flags = text.flags;
-    if (hasOther)
-        flags.insert(other->second.flags.begin(), other->second.flags.end());
+    const string *source = sourceOf(all.site, language, id, text);
     if (text.text.empty())
         return;
-    for (const TextFlaw &fault : judgeText(text.text, source, flags))
-        reportLine(all, language.path, text.line, fault.kind,
-                   "the text " + quoted(id) + " " + fault.problem);
+    for (const TextFlaw &flaw : judgeText(text.text, source, flagsOf(all.site, id, text)))
+        reportLine(all, language.path, text.line, flaw.kind,
+                   "the text " + quoted(id) + " " + flaw.problem);
 }
 
 static void checkTranslations(Report &all)

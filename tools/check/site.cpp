@@ -20,6 +20,26 @@ namespace fs = std::filesystem;
 
 // ---- commands ----
 
+const string *sourceOf(const Site &site, const Language &language, string_view id,
+                       const LanguageText &text)
+{
+    const Language &first = site.languages.front();
+    const auto other = first.texts.find(id);
+    if (text.source)
+        return &*text.source;
+    return &language == &first || other == first.texts.end() ? nullptr : &other->second.text;
+}
+
+std::set<string> flagsOf(const Site &site, string_view id, const LanguageText &text)
+{
+    std::set<string> flags = text.flags;
+    const Language &first = site.languages.front();
+    const auto source = first.texts.find(id);
+    if (source != first.texts.end())
+        flags.insert(source->second.flags.begin(), source->second.flags.end());
+    return flags;
+}
+
 int bodyIndex(const Command &command)
 {
     if (!(command.id & CMDF_BODY))
@@ -316,7 +336,8 @@ static void readOthers(Site *site, const std::vector<string> &files)
             continue;
         for (size_t at = 0; (at = bytes.find("{?", at)) != string::npos; at += 2) {
             size_t end = at + 2;
-            end = idEnd(bytes, end);
+            while (end < bytes.size() && isFieldByte(bytes[end]))
+                ++end;
             if (bytes.compare(end, 2, "?}") == 0)
                 site->otherFields.insert(bytes.substr(at + 2, end - at - 2));
         }

@@ -124,6 +124,14 @@ std::string keyOfRead(const Element &element);
 /* The text of an argument that consists of text only, without fields. */
 bool constantText(const Template &tpl, const Argument &argument, std::string *text);
 
+/* The source text of a language's text: the one that it notes, or that of the first language;
+ * null without one. Borrowed. */
+const std::string *sourceOf(const Site &site, const Language &language, std::string_view id,
+                            const LanguageText &text);
+
+/* The flags of a text and of its source. */
+std::set<std::string> flagsOf(const Site &site, std::string_view id, const LanguageText &text);
+
 /* The argument of a command that is its body, or its bodies' first, by index; -1 when
  * it has none. */
 int bodyIndex(const Command &command);

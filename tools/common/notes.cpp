@@ -9,7 +9,7 @@
 #include <algorithm>
 
 #include "po.h"
-#include "host/encoding.h"
+#include "utf8.h"
 
 static constexpr std::string_view NOTE_START = "orv-textdb: ";
 
@@ -114,7 +114,10 @@ static bool splitNote(std::string_view line, std::string_view *word, std::string
 // Returns the word of a note's line; behind the first, with the line's number.
 static std::string wordOf(std::string_view word, size_t number)
 {
-    return std::string(word) + (number > 1 ? "." + std::to_string(number) : "");
+    std::string whole(word);
+    if (number > 1)
+        whole.append(".").append(std::to_string(number));
+    return whole;
 }
 
 // Finds the next note at pos or later. Returns false when there is none.

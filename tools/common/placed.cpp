@@ -4,6 +4,8 @@
 
 #include <cctype>
 
+#include "translation.h"
+
 using std::string_view;
 
 // So much of what stands beside a field can make a command, an end or a variable with it.
@@ -72,8 +74,8 @@ static const Break *breakOfByte(char byte, char quote)
     return (!quote || quote == ']') && isBlank ? &endsArgument : nullptr;
 }
 
-// What the text at [i, ...) of whole does, which ends at end there; null for nothing.
-static const Break *breakAt(string_view whole, size_t i, size_t end, const FieldPlace &place)
+// What the text does at whole[i]; null for nothing.
+static const Break *breakAt(string_view whole, size_t i, const FieldPlace &place)
 {
     const string_view rest = whole.substr(i);
     if (rest.starts_with("<?"))
@@ -82,23 +84,34 @@ static const Break *breakAt(string_view whole, size_t i, size_t end, const Field
         return nullptr;
     if (rest.starts_with("?>"))
         return &endsCommand;
-    const bool isDollar = rest.starts_with("$$") && i + 2 <= end; // a dollar sign of text
-    if (rest[0] == '$' && !isDollar && beginsReference(rest.substr(1)))
+    if (rest[0] == '$' && beginsReference(rest.substr(1)))
         return &beginsValue;
     return i < place.before.size() ? nullptr : breakOfByte(rest[0], place.quote);
 }
 
-const Break *breakOf(string_view text, const FieldPlace &place)
+// Returns the length of what is no break at i, however it looks: two dollar signs, a reference
+// that is meant; 0 for anything else.
+static size_t soundLength(string_view whole, size_t i, const std::set<std::string> &meant)
+{
+    if (whole.substr(i, 2) == "$$")
+        return 2;
+    const size_t length = whole[i] == '$' ? referenceLength(whole.substr(i)) : 0;
+    return length && meant.contains(std::string(whole.substr(i, length))) ? length : 0;
+}
+
+const Break *breakOf(string_view text, const FieldPlace &place, const std::set<std::string> &meant)
 {
     const std::string whole = place.before + std::string(text) + place.next;
     const size_t end = place.before.size() + text.size();
     if (text.find("{?") != string_view::npos)
         return &holdsField;
-    for (size_t i = text.empty() ? end : 0; i < end; ++i) {
-        if (const Break *found = breakAt(whole, i, end, place))
+    for (size_t i = text.empty() ? end : 0; i < end;) {
+        const size_t sound = place.inCommand ? soundLength(whole, i, meant) : 0;
+        const bool isSound = sound && i >= place.before.size() && i + sound <= end;
+        const Break *found = isSound ? nullptr : breakAt(whole, i, place);
+        if (found)
             return found;
-        if (whole.compare(i, 2, "$$") == 0 && place.inCommand)
-            ++i;
+        i += isSound ? sound : 1;
     }
     const bool goesOn = !text.empty() && isalnum(static_cast<unsigned char>(text[0]));
     return place.behindReference && goesOn ? &lengthens : nullptr;

@@ -4,6 +4,7 @@
 #ifndef TOOLS_PLACED_H
 #define TOOLS_PLACED_H
 
+#include <set>
 #include <string>
 #include <string_view>
 
@@ -33,8 +34,9 @@ struct Break {
 };
 
 /* What a text does to the command that its field stands in, or to page text; null for
- * nothing. */
-const Break *breakOf(std::string_view text, const FieldPlace &place);
+ * nothing. meant: references that it may have there. */
+const Break *breakOf(std::string_view text, const FieldPlace &place,
+                     const std::set<std::string> &meant = {});
 
 /* Whether a text leaves the part of a page that its field stands in, which a word would
  * not: a tag, an attribute, a string of a script or a style. */

@@ -16,7 +16,7 @@
 #include "tools/common/fieldid.h"
 #include "tools/common/files.h"
 #include "tools/common/notes.h"
-#include "host/encoding.h"
+#include "tools/common/utf8.h"
 
 // What is learned from a PO file's bytes, besides what gettext's library tells.
 struct PoSource {
@@ -297,7 +297,7 @@ static void takeEntry(PoFile *po, po_message_t message, size_t line)
     const auto refuse = [&](const std::string &why) {
         reportPo(po, line, Weight::ERROR, id.data(), why);
     };
-    const size_t strange = idEnd(id, 0);
+    const size_t strange = std::min(id.find_first_not_of(ID_CHARACTERS), id.size());
     const std::string_view rest = id.substr(strange);
     if (po_message_is_obsolete(message))
         return;
@@ -407,6 +407,20 @@ std::string headerField(const PoFile &po, const char *field)
     std::string text = value ? value : "";
     free(value);
     return text;
+}
+
+void setHeaderField(PoFile *po, const char *field, const char *value)
+{
+    po_message_iterator_t iterator = po_message_iterator(po->file, nullptr);
+    while (po_message_t message = po_next_message(iterator)) {
+        if (*po_message_msgid(message) || po_message_is_obsolete(message))
+            continue;
+        char *header = po_header_set_field(po_message_msgstr(message), field, value);
+        if (header)
+            po_message_set_msgstr(message, header);
+        free(header);
+    }
+    po_message_iterator_free(iterator);
 }
 
 void reportPo(PoFile *po, size_t line, Weight weight, const char *id, std::string_view message)

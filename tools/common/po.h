@@ -75,6 +75,9 @@ bool isTranslated(po_message_t message);
 /* The value of a field of the file's header, empty without it. */
 std::string headerField(const PoFile &po, const char *field);
 
+/* Gives the file's header a field. A file without a header stays without one. */
+void setHeaderField(PoFile *po, const char *field, const char *value);
+
 /* Returns the file as gettext's library writes it, and the comments behind the last
  * entry, which that leaves out; without the obsolete entries that have no translation, as
  * gettext's programs have it. What is returned has been read once more, and is the

@@ -10,7 +10,7 @@
 #include <iterator>
 #include <utility>
 
-#include "host/encoding.h"
+#include "utf8.h"
 
 using std::string;
 using std::string_view;
@@ -71,8 +71,8 @@ struct Placeholders {
     std::vector<string> inTurn;
 };
 
-// Returns the length of a reference at a "$", 0 without one. Sums of money are none.
-static size_t referenceLength(string_view rest)
+// Sums of money are no references.
+size_t referenceLength(string_view rest)
 {
     static constexpr string_view VARIABLE = "$var:";
     const auto isName = [](char c) { return isLetter(c) || isDigit(c); };
@@ -120,37 +120,54 @@ static size_t conversionLength(string_view rest, bool *isNamed)
     return number == 2 && !isLetter(at(rest, number)) ? number : 0;
 }
 
-static Placeholders placeholdersOf(string_view text)
+// Returns the length of what stands for a value at pos of a text, 0 for nothing. isNamed: out, it
+// says itself which value it takes.
+static size_t placeholderLength(string_view text, size_t pos, bool *isNamed)
 {
-    Placeholders found;
+    const string_view rest = text.substr(pos);
+    const char before = pos > 0 ? text[pos - 1] : ' ';
     const auto isInBraces = [](char c) {
         return isLetter(c) || isDigit(c) || string_view("_.:-").find(c) != string_view::npos;
     };
+    *isNamed = true;
+    if (rest[0] == '$')
+        return referenceLength(rest);
+    if (rest[0] == '%' && !isDigit(before) && before != '/' && before != '=')
+        return conversionLength(rest, isNamed);
+    const size_t end = skip(rest, 1, isInBraces);
+    return rest[0] == '{' && end > 1 && at(rest, end) == '}' ? end + 1 : 0;
+}
+
+static Placeholders placeholdersOf(string_view text)
+{
+    Placeholders found;
     for (size_t pos = 0; pos < text.size();) {
         const string_view rest = text.substr(pos);
-        const char before = pos > 0 ? text[pos - 1] : ' ';
-        size_t length = 0;
         bool isNamed = true;
-        if (rest.starts_with("$$") || rest.starts_with("%%")) {
-            pos += 2;
-            continue;
-        }
-        if (rest[0] == '$')
-            length = referenceLength(rest);
-        else if (rest[0] == '%' && !isDigit(before) && before != '/' && before != '=')
-            length = conversionLength(rest, &isNamed);
-        else if (rest[0] == '{' && at(rest, skip(rest, 1, isInBraces)) == '}')
-            length = skip(rest, 1, isInBraces) + 1;
-        if (length > 2 || (length == 2 && rest[0] != '{')) {
-            const string whole(rest.substr(0, length));
-            if (isNamed)
-                found.named.insert(whole);
-            else
-                found.inTurn.push_back(whole);
-        }
-        pos += std::max<size_t>(length, 1);
+        const bool isSign = rest.starts_with("$$") || rest.starts_with("%%");
+        const size_t length = isSign ? 0 : placeholderLength(text, pos, &isNamed);
+        if (length && isNamed)
+            found.named.emplace(rest.substr(0, length));
+        else if (length)
+            found.inTurn.emplace_back(rest.substr(0, length));
+        pos += isSign ? 2 : std::max<size_t>(length, 1);
     }
     return found;
+}
+
+std::set<string> referencesOf(string_view text)
+{
+    std::set<string> named = placeholdersOf(text).named;
+    std::erase_if(named, [](const string &name) { return name[0] != '$'; });
+    return named;
+}
+
+std::set<string> meantReferences(string_view text, const string *source,
+                                 const std::set<string> &flags)
+{
+    if (source)
+        return referencesOf(*source);
+    return flags.contains("text-references") ? referencesOf(text) : std::set<string>();
 }
 
 // Whether a reference that is lost was a sum of money, which other languages write as "5 $".
@@ -680,6 +697,31 @@ static void judgeEnding(Judgement *judgement)
         wanted && had ? "ends in " + show(had) + ", and the source text in " + show(wanted)
         : wanted      ? "lacks the " + show(wanted) + " that the source text ends in"
                       : "ends in " + show(had) + ", which the source text does not");
+}
+
+// ---- what stays ----
+
+size_t keptLength(string_view text, size_t pos)
+{
+    const string_view rest = text.substr(pos);
+    const auto behind = [rest](const char *end) {
+        const size_t found = rest.find(end);
+        return found == string_view::npos ? 0 : found + string_view(end).size();
+    };
+    bool isNamed;
+    if (rest[0] == '\\')
+        return std::min<size_t>(rest.size(), 2);
+    if (rest.starts_with("$$") || rest.starts_with("%%"))
+        return 2;
+    if (rest.starts_with("<?"))
+        return behind("?>");
+    if (rest.starts_with("{?"))
+        return behind("?}");
+    if (rest[0] == '<' && (isLetter(at(rest, 1)) || at(rest, 1) == '/' || at(rest, 1) == '!'))
+        return behind(">");
+    if (rest[0] == '&' && behind(";") < 12)
+        return behind(";");
+    return placeholderLength(text, pos, &isNamed);
 }
 
 // ---- all of it ----

@@ -33,6 +33,23 @@ struct TextFlaw {
 std::vector<TextFlaw> judgeText(std::string_view text, const std::string *source,
                                 const std::set<std::string> &flags);
 
+/* Returns the length of the reference to a variable or a value that a "$" begins, 0 when it
+ * begins none. */
+size_t referenceLength(std::string_view rest);
+
+/* Returns the references of a text. */
+std::set<std::string> referencesOf(std::string_view text);
+
+/* Returns the references that a text may have in an argument of a command: those of its source
+ * text; without one, its own when a flag says that they are meant, "text-references". */
+std::set<std::string> meantReferences(std::string_view text, const std::string *source,
+                                      const std::set<std::string> &flags);
+
+/* Returns the length of the piece at pos of a text that a translation keeps as it is: a
+ * reference or placeholder, a tag, an entity, a command, a text field, what stands behind a
+ * backslash. 0 where words stand. */
+size_t keptLength(std::string_view text, size_t pos);
+
 /* Whether flags leave a kind out. */
 bool isLeftOut(const std::set<std::string> &flags, std::string_view kind);
 

@@ -6,8 +6,6 @@
 #include <unistd.h>
 #include <algorithm>
 
-#include "tools/common/files.h"
-
 using std::string;
 using std::string_view;
 
@@ -19,10 +17,13 @@ const char *readBelow(const Host &host, const string &path, string &bytes)
     if (const char *problem = hostOpenFile(host, path.c_str(), &fd))
         return problem;
     bytes.clear();
-    const bool isRead = readOpen(fd, &bytes);
+    char piece[65536];
+    ssize_t count;
+    while ((count = read(fd, piece, sizeof piece)) > 0)
+        bytes.append(piece, static_cast<size_t>(count));
     const int cause = errno;
     close(fd);
-    return isRead ? nullptr : strerror(cause);
+    return count < 0 ? strerror(cause) : nullptr;
 }
 
 std::vector<ExcerptLine> excerpt(const Host &host, const string &file, int32_t line, int32_t around)

@@ -121,8 +121,10 @@ static bool holdStandardDescriptors()
 static std::string readAll(int fd)
 {
     std::string text;
-    lseek(fd, 0, SEEK_SET);
-    readOpen(fd, &text);
+    char piece[8192];
+    ssize_t got;
+    while ((got = pread(fd, piece, sizeof piece, static_cast<off_t>(text.size()))) > 0)
+        text.append(piece, static_cast<size_t>(got));
     return text;
 }
 

@@ -62,7 +62,8 @@ static std::set<std::string> flagsOf(const Building &building, const PoEntry &en
 }
 
 // Warns of what a text does in the places where it stands, once for each way.
-static void judgePlaces(Building *building, const PoEntry &entry)
+static void judgePlaces(Building *building, const PoEntry &entry,
+                        const std::set<std::string> &meant)
 {
     std::set<std::string> told;
     const auto judge = [&](const std::string &what, const std::string &place,
@@ -77,7 +78,7 @@ static void judgePlaces(Building *building, const PoEntry &entry)
         return;
     for (const FieldUse *use : uses->second) {
         std::string cure;
-        const std::string what = breaksPlace(entry.text, *use, &cure);
+        const std::string what = breaksPlace(entry.text, *use, meant, &cure);
         judge(what, " (" + std::string(use->path) + ":" + std::to_string(use->line) + ")", cure);
     }
 }
@@ -96,7 +97,8 @@ static void judgeEntry(Building *building, const PoEntry &entry)
         tell(building, entry, fault.kind == TEXT_ENDING ? Weight::HINT : Weight::WARNING,
              fault.kind, fault.problem);
     if (!isLeftOut(flags, TEXT_BREAKS))
-        judgePlaces(building, entry);
+        judgePlaces(building, entry,
+                    meantReferences(entry.text, hasSource ? &source : nullptr, flags));
 }
 
 // Takes the entries that go into the database, and judges them.

@@ -23,6 +23,8 @@ enum OptionNumber : size_t {
     OPT_HARD_CODED,
     OPT_UNUSED,
     OPT_JSON,
+    OPT_MISSING,
+    OPT_FAIL_UNDER,
     OPT_HELP,
     OPT_VERSION
 };
@@ -30,6 +32,7 @@ enum OptionNumber : size_t {
 int runPot(const CommandLine &line);
 int runUpdate(const CommandLine &line);
 int runStatus(const CommandLine &line);
+int runPseudo(const CommandLine &line);
 int runBuild(const CommandLine &line);
 int runDump(const CommandLine &line);
 int runGet(const CommandLine &line);

@@ -20,7 +20,7 @@ const char programName[] = "orv-textdb";
 static constexpr OptionRow options[] = {
     {"output", 'o', true}, {"fuzzy", 0, false},      {"empty", 0, false},  {"templates", 0, false},
     {"source", 0, true},   {"hard-coded", 0, false}, {"unused", 0, false}, {"json", 0, false},
-    {"help", 0, false},    {"version", 0, false},
+    {"missing", 0, false}, {"fail-under", 0, true},  {"help", 0, false},   {"version", 0, false},
 };
 
 // A command of the tool.
@@ -43,7 +43,9 @@ static constexpr Subcommand commands[] = {
     {"pot", "SOURCE.po TEMPLATE..., or pot --hard-coded TEMPLATE...", 1, SIZE_MAX,
      bit(OPT_HARD_CODED), false, runPot},
     {"update", "SOURCE.po TARGET.po...", 2, SIZE_MAX, 0, false, runUpdate},
-    {"status", "[--json] FILE...", 1, SIZE_MAX, bit(OPT_JSON), false, runStatus},
+    {"status", "[--json] [--missing] [--fail-under PERCENT] FILE...", 1, SIZE_MAX,
+     bit(OPT_JSON) | bit(OPT_MISSING) | bit(OPT_FAIL_UNDER), false, runStatus},
+    {"pseudo", "SOURCE.po [TEMPLATE...]", 1, SIZE_MAX, 0, false, runPseudo},
     {"build",
      "-o FILE.db [--fuzzy] [--empty] [--source SOURCE.po] INPUT.po [--templates TEMPLATE...]", 1,
      SIZE_MAX,
@@ -67,7 +69,10 @@ static constexpr char helpText[] =
     "                                bring languages in line with the source: new ids are\n"
     "                                added, gone ones are obsolete, and what was made\n"
     "                                for another source text is fuzzy\n"
-    "  status [--json] FILE...       how far languages are, PO files or databases\n"
+    "  status FILE...                how far languages are, PO files or databases\n"
+    "  pseudo SOURCE.po [TEMPLATE...]\n"
+    "                                print a language with accents and longer texts, for\n"
+    "                                looking at pages; what templates compare stays\n"
     "  build -o FILE.db INPUT.po     make a database, and warn of texts that break pages or\n"
     "                                differ from their source in what must be the same\n"
     "  dump FILE.db                  print a database as a PO file\n"
@@ -85,6 +90,8 @@ static constexpr char helpText[] =
     "  --templates TEMPLATE...  build: warn of texts that break pages of these\n"
     "  --unused                 fields: print the ids that no template uses, too\n"
     "  --json                   status: print JSON\n"
+    "  --missing                status: list the ids without a text, and the fuzzy ones\n"
+    "  --fail-under PERCENT     status: 1 when a language has less of its texts\n"
     "  --help, --version        print this text, or the version\n"
     "\n"
     "Exit status: 0 all is well; 1 something is wrong with a file, an id or a field;\n"

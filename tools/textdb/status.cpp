@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <set>
 #include <string>
@@ -21,12 +22,20 @@ struct LongText {
     std::string id;
 };
 
+// A text that somebody has to translate, or to look at.
+struct LeftText {
+    std::string id;
+    size_t line; // of its entry, 0 without one
+    bool fuzzy;
+};
+
 struct LanguageStatus {
     const char *path;
     std::string code;
     size_t translated, fuzzy;
     std::set<std::string> ids;
     std::vector<LongText> texts; // all, then the longest, in descending order
+    std::vector<LeftText> left;
 };
 
 static size_t countCharacters(std::string_view text)
@@ -41,6 +50,8 @@ static bool readPoStatus(LanguageStatus *language)
     PoFile po = readPo(language->path);
     for (const PoEntry &entry : po.entries) {
         language->ids.emplace(entry.id);
+        if (!entry.isTranslated() || entry.fuzzy)
+            language->left.push_back({std::string(entry.id), entry.line, entry.isTranslated()});
         if (!entry.isTranslated())
             continue;
         (entry.fuzzy ? language->fuzzy : language->translated)++;
@@ -86,6 +97,28 @@ static size_t missingOf(const LanguageStatus &language, size_t all)
     return all - language.translated - language.fuzzy;
 }
 
+static double percentOf(const LanguageStatus &language, size_t all)
+{
+    return all ? 100.0 * static_cast<double>(language.translated) / static_cast<double>(all) : 100;
+}
+
+// Adds the texts that a language has no entry for.
+static void addAbsent(LanguageStatus *language, const std::set<std::string> &all)
+{
+    for (const std::string &id : all)
+        if (!language->ids.contains(id))
+            language->left.push_back({id, 0, false});
+}
+
+static void printLeft(const std::vector<LanguageStatus> &languages)
+{
+    for (const LanguageStatus &language : languages)
+        for (const LeftText &text : language.left)
+            printf("%s%s: %s%s\n", language.path,
+                   text.line ? (":" + std::to_string(text.line)).c_str() : "", text.id.c_str(),
+                   text.fuzzy ? " (fuzzy)" : "");
+}
+
 static void printTable(const std::vector<LanguageStatus> &languages, size_t all)
 {
     size_t width = strlen("file");
@@ -106,42 +139,81 @@ static void printTable(const std::vector<LanguageStatus> &languages, size_t all)
     }
 }
 
-static void printJson(const std::vector<LanguageStatus> &languages, size_t all)
+static Json idsOf(const LanguageStatus &language, bool fuzzy)
+{
+    Json ids = Json::array();
+    for (const LeftText &text : language.left)
+        if (text.fuzzy == fuzzy)
+            ids.push_back(text.id);
+    return ids;
+}
+
+// withLeft: what is left is listed by its ids.
+static void printJson(const std::vector<LanguageStatus> &languages, size_t all, bool withLeft)
 {
     Json list = Json::array();
     for (const LanguageStatus &language : languages) {
         Json longest = Json::array();
         for (const LongText &text : language.texts)
             longest.push_back({{"id", text.id}, {"characters", text.characters}});
-        list.push_back({{"file", language.path},
-                        {"language", language.code},
-                        {"translated", language.translated},
-                        {"fuzzy", language.fuzzy},
-                        {"missing", missingOf(language, all)},
-                        {"of", all},
-                        {"longest", longest}});
+        Json one = {{"file", language.path},
+                    {"language", language.code},
+                    {"translated", language.translated},
+                    {"fuzzy", language.fuzzy},
+                    {"missing", missingOf(language, all)},
+                    {"of", all},
+                    {"longest", longest}};
+        if (withLeft) {
+            one["missingIds"] = idsOf(language, false);
+            one["fuzzyIds"] = idsOf(language, true);
+        }
+        list.push_back(std::move(one));
     }
     puts(writeJson(list, 2, JsonKeys::AS_GIVEN).c_str());
 }
 
+// Tells of the languages that have less than that part of their texts. Returns whether there
+// are none.
+static bool reachesAll(const std::vector<LanguageStatus> &languages, size_t all, double percent)
+{
+    bool isGood = true;
+    for (const LanguageStatus &language : languages) {
+        if (percentOf(language, all) >= percent)
+            continue;
+        isGood = false;
+        complain(0, "%s: %.1f %% of the texts are translated, less than %g %%", language.path,
+                 percentOf(language, all), percent);
+    }
+    return isGood;
+}
+
 int runStatus(const CommandLine &line)
 {
+    const char *const least = line.value(OPT_FAIL_UNDER, "0");
+    char *end;
+    const double percent = strtod(least, &end);
+    if (end == least || *end || !(percent >= 0 && percent <= 100))
+        return complain(STATUS_USAGE, "--fail-under needs a number from 0 to 100, not '%s'", least);
     std::vector<LanguageStatus> languages;
     std::set<std::string> ids;
     bool isGood = true;
     for (const char *path : line.words) {
-        LanguageStatus language = {path, "", 0, 0, {}, {}};
+        LanguageStatus language = {path, "", 0, 0, {}, {}, {}};
         if (!(isPoName(path) ? readPoStatus(&language) : readDatabaseStatus(&language))) {
             isGood = false;
             continue;
         }
-        ids.merge(language.ids);
+        ids.insert(language.ids.begin(), language.ids.end());
         keepLongest(&language.texts);
         languages.push_back(std::move(language));
     }
+    for (LanguageStatus &language : languages)
+        addAbsent(&language, ids);
     if (line.has(OPT_JSON))
-        printJson(languages, ids.size());
+        printJson(languages, ids.size(), line.has(OPT_MISSING));
+    else if (line.has(OPT_MISSING))
+        printLeft(languages);
     else
         printTable(languages, ids.size());
-    return isGood ? STATUS_OK : STATUS_FAULT;
+    return reachesAll(languages, ids.size(), percent) && isGood ? STATUS_OK : STATUS_FAULT;
 }

@@ -48,8 +48,9 @@ bool readTemplates(const std::vector<const char *> &paths, std::vector<TemplateF
 bool nextField(std::string_view text, size_t *pos, size_t *start, std::string_view *id);
 
 /* What a text does in the place of a field, "ends the quote that it stands in", and to its
- * page; empty for nothing. cure: out, what to do about it. */
-std::string breaksPlace(std::string_view text, const FieldUse &use, std::string *cure);
+ * page; empty for nothing. meant: references that it may have. cure: out, what to do about it. */
+std::string breaksPlace(std::string_view text, const FieldUse &use,
+                        const std::set<std::string> &meant, std::string *cure);
 
 /* An id in a form that is the same for ids that differ in the case of letters and in
  * marks only. */
