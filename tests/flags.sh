@@ -33,7 +33,7 @@ flags ' -Os -DNDEBUG' -DCMAKE_BUILD_TYPE=MinSizeRel
 flags ' -g' -DCMAKE_BUILD_TYPE=Debug
 flags ' -g' -DCMAKE_BUILD_TYPE=None -DCMAKE_CXX_FLAGS=-g
 flags ' -Os -DNDEBUG' -DCMAKE_CXX_FLAGS=-Os
-flags ' -O3 -DNDEBUG' -DCMAKE_CXX_FLAGS_RELEASE='-O3 -DNDEBUG'
+flags ' -O3 -DNDEBUG' -DCMAKE_CXX_FLAGS=-O3
 flags ' -O1' -DCMAKE_CXX_FLAGS_RELEASE=-O1
 flags ' -Os -g -DNDEBUG' --toolchain "$work/toolchain.cmake"
 flags ' -Os -g -DNDEBUG' --toolchain "$work/toolchain.cmake" -DCMAKE_BUILD_TYPE=Release
