@@ -17,6 +17,8 @@ and runs those.
   --fuzz SECONDS  run each fuzz target for that long instead; what it finds is
                   left in build/fuzz
   --cross         build for foreign machines and run the tests there instead
+  --builds        build the library in the ways of distributions and other projects
+                  instead, with the oldest compilers, too
   --device [GROUP]...
                   start the virtual device and test what runs there instead:
                   pages, switch (tooltips, power cuts), disks (full, read-only),
@@ -85,6 +87,7 @@ case $#:${1-} in
 0:) ;;
 2:--fuzz) [[ $2 =~ ^[0-9]+$ ]] || { usage >&2 && exit 2; } ;;
 1:--cross) exec scripts/cross.sh ;;
+1:--builds) exec scripts/builds.sh ;;
 *:--device)
     for group in "${@:2}"; do
         [[ $group =~ ^(pages|switch|disks|leaks|memory|library)$ ]] || { usage >&2 && exit 2; }

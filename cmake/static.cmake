@@ -8,9 +8,18 @@ set_target_properties(orvinterpreter_objects PROPERTIES POSITION_INDEPENDENT_COD
 set(orv_object ${CMAKE_CURRENT_BINARY_DIR}/orvinterpreter.o)
 separate_arguments(orv_link_flags NATIVE_COMMAND
     "${CMAKE_C_FLAGS} ${CMAKE_C_FLAGS_MINSIZEREL}")
-if(CMAKE_INTERPROCEDURAL_OPTIMIZATION)
-    # What is optimized across the sources is machine code afterwards, for any linker.
-    list(APPEND orv_link_flags -flto -flinker-output=nolto-rel -fPIC -fno-gnu-unique)
+# Names can be hidden in machine code alone. GCC optimizes across the sources and makes such
+# code, for any linker; other compilers are told to make it at once, whatever flags say.
+if(CMAKE_CXX_COMPILER_ID STREQUAL GNU)
+    string(TOUPPER "${CMAKE_BUILD_TYPE}" orv_type)
+    if(CMAKE_INTERPROCEDURAL_OPTIMIZATION OR
+       "${CMAKE_CXX_FLAGS} ${CMAKE_CXX_FLAGS_${orv_type}}" MATCHES "(^| )-flto")
+        list(APPEND orv_link_flags -flto -flinker-output=nolto-rel -fPIC -fno-gnu-unique)
+    endif()
+else()
+    target_compile_options(orvinterpreter_objects PRIVATE -fno-lto)
+    set_target_properties(orvinterpreter_objects PROPERTIES INTERPROCEDURAL_OPTIMIZATION OFF)
+    list(APPEND orv_link_flags -fno-lto)
 endif()
 add_custom_command(OUTPUT ${orv_object}
     COMMAND ${CMAKE_C_COMPILER} ${orv_link_flags} -r -nostdlib -o ${orv_object}

@@ -1,7 +1,6 @@
 #!/bin/bash
 # scripts/cross.sh - builds the library and its tests for foreign machines, with
-# Debian's cross compilers, and runs the tests under qemu-user; and builds it in the
-# ways that devices use.
+# Debian's cross compilers, and runs the tests under qemu-user.
 set -euo pipefail
 cd "$(dirname "$(realpath "$0")")/.."
 # shellcheck source=scripts/setup.sh
@@ -10,9 +9,8 @@ cd "$(dirname "$(realpath "$0")")/.."
 usage() {
     cat <<'END'
 Usage: scripts/cross.sh [MACHINE...]
-Machines: arm (32 bits, hardware floating point), aarch64, riscv64, s390x (big-endian);
-and of this one: static (an archive, optimized across the sources), musl (an archive
-for that C library). All unless named. Builds in build/MACHINE.
+Machines: arm (32 bits, hardware floating point), aarch64, riscv64, s390x (big-endian).
+All unless named. Builds in build/MACHINE.
 END
 }
 
@@ -30,17 +28,10 @@ build_and_test() {
     ctest --test-dir "$build" --output-on-failure -j "$(nproc)" --no-tests=error
 }
 
-# build_small MACHINE OPTION... - the library alone, as an archive.
-build_small() {
-    cmake -S . -B "build/$1" -G "$generator" -DORV_WERROR=ON -DORV_TOOLS=OFF \
-        -DORV_TESTS=OFF -DBUILD_SHARED_LIBS=OFF -DCMAKE_BUILD_TYPE=MinSizeRel "${@:2}"
-    cmake --build "build/$1"
-}
-
 machines=()
 for argument in "$@"; do
     case $argument in
-    arm | aarch64 | riscv64 | s390x | static | musl) machines+=("$argument") ;;
+    arm | aarch64 | riscv64 | s390x) machines+=("$argument") ;;
     --help)
         usage
         exit
@@ -54,18 +45,8 @@ done
 alone need cmake:cmake "$builder" bison:bison qemu-arm:qemu-user \
     arm-linux-gnueabihf-g++:g++-arm-linux-gnueabihf s390x-linux-gnu-g++:g++-s390x-linux-gnu \
     aarch64-linux-gnu-g++:g++-aarch64-linux-gnu riscv64-linux-gnu-g++:g++-riscv64-linux-gnu \
-    :googletest g++:g++ musl-gcc:musl-tools
-[[ ${#machines[@]} -gt 0 ]] || machines=(arm aarch64 riscv64 s390x static musl)
+    :googletest
+[[ ${#machines[@]} -gt 0 ]] || machines=(arm aarch64 riscv64 s390x)
 for machine in "${machines[@]}"; do
-    case $machine in
-    static)
-        build_small static -DCMAKE_INTERPROCEDURAL_OPTIMIZATION=ON
-        tests/archive.sh build/static/liborvinterpreter.a . gcc
-        ;;
-    musl) # there is no GoogleTest for it: tests/archive.sh has the page tests
-        build_small musl --toolchain cmake/musl.cmake
-        tests/archive.sh build/musl/liborvinterpreter.a . musl-gcc
-        ;;
-    *) build_and_test "$machine" ;;
-    esac
+    build_and_test "$machine"
 done

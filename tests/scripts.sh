@@ -47,6 +47,8 @@ done <<'END_OF_ROWS'
 2 bench.sh --wrong
 0 scripts/cross.sh --help
 2 scripts/cross.sh --wrong
+0 scripts/builds.sh --help
+2 scripts/builds.sh --wrong
 0 device.sh --help
 2 device.sh --wrong
 0 packaging/packages.sh --help

@@ -1,0 +1,132 @@
+#!/bin/bash
+# scripts/builds.sh - builds the library in the ways in which distributions, other projects
+# and devices do on this machine, and looks at what comes of it.
+set -euo pipefail
+cd "$(dirname "$(realpath "$0")")/.."
+# shellcheck source=scripts/setup.sh
+. scripts/setup.sh
+
+usage() {
+    cat <<'END'
+Usage: scripts/builds.sh [BUILD...]
+Builds: gcc11, clang14 (the oldest compilers: the library's tests); static (an archive,
+optimized across the sources), musl (an archive for that C library), lto (-flto among the
+builder's flags, with g++ and clang++, shared and static), libdir (folders that are told
+with their whole paths), twice (in two folders, with the same result), part (of another
+project). All unless named. Builds in build/builds.
+END
+}
+
+source=$PWD
+builds=$PWD/build/builds
+
+# configure FOLDER OPTION... - afresh, the library alone unless the options say more.
+configure() {
+    rm -rf "${builds:?}/$1"
+    cmake -S . -B "$builds/$1" -G "$generator" -DORV_WERROR=ON -DORV_TOOLS=OFF -DORV_TESTS=OFF \
+        "${@:2}"
+}
+
+# build FOLDER OPTION...
+build() {
+    configure "$@"
+    cmake --build "$builds/$1"
+}
+
+# build_and_test FOLDER OPTION...
+build_and_test() {
+    build "$@" -DORV_TESTS=ON
+    ctest --test-dir "$builds/$1" --output-on-failure -j "$(nproc)" --no-tests=error
+}
+
+# build_archive FOLDER COMPILER OPTION... - small, and used by a program.
+build_archive() {
+    build "$1" -DBUILD_SHARED_LIBS=OFF -DCMAKE_BUILD_TYPE=MinSizeRel "${@:3}"
+    tests/archive.sh "$builds/$1/liborvinterpreter.a" . "$2"
+}
+
+# build_shared FOLDER OPTION... - and looks at its names.
+build_shared() {
+    build "$@"
+    tests/exports.sh "$builds/$1/liborvinterpreter.so" interface/exports.map
+}
+
+# ask_host FOLDER - the README's host, by what is installed below build/builds/FOLDER.
+ask_host() {
+    local flags folder=$builds/$1
+    export PKG_CONFIG_LIBDIR=$folder/root/libraries/pkgconfig
+    read -ra flags <<<"$(pkg-config --cflags --libs orvinterpreter)"
+    sed -n '/^```c$/,/^```$/{/^```/!p}' README.md >"$folder/host.c"
+    cc "$folder/host.c" "${flags[@]}" -o "$folder/host"
+    echo '<?echo $var:user?>' >"$folder/index.htm"
+    [[ $(cd "$folder" && LD_LIBRARY_PATH=root/libraries ./host) == Ann ]]
+}
+
+run() {
+    case $1 in
+    gcc11) build_and_test gcc11 -DCMAKE_C_COMPILER=gcc-11 -DCMAKE_CXX_COMPILER=g++-11 ;;
+    clang14) build_and_test clang14 -DCMAKE_C_COMPILER=clang-14 -DCMAKE_CXX_COMPILER=clang++-14 ;;
+    static) build_archive static gcc -DCMAKE_INTERPROCEDURAL_OPTIMIZATION=ON ;;
+    musl) build_archive musl musl-gcc --toolchain cmake/musl.cmake ;;
+    lto)
+        export CFLAGS=-flto=auto CXXFLAGS=-flto=auto
+        build_archive lto-gcc-static gcc
+        build_shared lto-gcc
+        export CFLAGS=-flto CXXFLAGS=-flto LDFLAGS=-fuse-ld=lld
+        build_archive lto-clang-static clang -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++
+        build_shared lto-clang -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++
+        ;;
+    libdir)
+        local root=$builds/libdir/root
+        build libdir -DCMAKE_INSTALL_LIBDIR="$root/libraries" -DCMAKE_INSTALL_INCLUDEDIR="$root/headers" \
+            -DCMAKE_INSTALL_PREFIX="$root"
+        cmake --install "$builds/libdir"
+        ask_host libdir
+        build libdir-below -DCMAKE_INSTALL_LIBDIR=libraries -DCMAKE_INSTALL_PREFIX=/nowhere
+        DESTDIR=$builds/libdir-below cmake --install "$builds/libdir-below"
+        mv "$builds/libdir-below/nowhere" "$builds/libdir-below/root" # it can be moved
+        ask_host libdir-below
+        ;;
+    twice)
+        local folder
+        for folder in one another/and/deeper; do
+            rm -rf "$builds/twice/$folder"
+            mkdir -p "$builds/twice/$folder"
+            git ls-files -z | tar c --null -T - | tar x -C "$builds/twice/$folder"
+            cmake -S "$builds/twice/$folder" -B "$builds/twice/$folder/build" -G "$generator" \
+                -DORV_TESTS=OFF -DCMAKE_INSTALL_PREFIX=/usr
+            cmake --build "$builds/twice/$folder/build"
+            DESTDIR=$builds/twice/$folder/root cmake --install "$builds/twice/$folder/build"
+        done
+        diff -r "$builds"/twice/{one,another/and/deeper}/root
+        diff "$builds"/twice/{one,another/and/deeper}/build/tools/orv-render
+        ;;
+    part)
+        tests/subproject.sh "$source"
+        tests/subproject.sh "$source" -DBUILD_SHARED_LIBS=ON
+        ;;
+    esac
+}
+
+all=(gcc11 clang14 static musl lto libdir twice part)
+wanted=()
+for argument in "$@"; do
+    if [[ " ${all[*]} " == *" $argument "* ]]; then
+        wanted+=("$argument")
+    elif [[ $argument == --help ]]; then
+        usage
+        exit
+    else
+        usage >&2
+        exit 2
+    fi
+done
+alone need cmake:cmake "$builder" bison:bison g++:g++ g++-11:g++-11 clang++-14:clang-14 \
+    ld.lld:lld musl-gcc:musl-tools gtest/gtest.h:libgtest-dev pkg-config:pkg-config \
+    sqlite3.h:libsqlite3-dev crypt.h:libcrypt-dev gettext-po.h:libgettextpo-dev \
+    nlohmann/json.hpp:nlohmann-json3-dev
+[[ ${#wanted[@]} -gt 0 ]] || wanted=("${all[@]}")
+for one in "${wanted[@]}"; do
+    echo "== $one"
+    (run "$one")
+done
