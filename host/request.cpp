@@ -3,10 +3,10 @@
 
 #include <algorithm>
 
+#include "encoding.h"
+
 using std::string;
 using std::string_view;
-
-static constexpr char hexDigits[] = "0123456789ABCDEF";
 
 // Not those of the C library: they ask the locale.
 static bool isDigit(char c)
@@ -41,64 +41,9 @@ static string_view trim(string_view text)
     return text.substr(first, text.find_last_not_of(" \t") - first + 1);
 }
 
-// Returns the value of a hexadecimal digit, -1 when c is none.
-static int hexValue(char c)
-{
-    if (isDigit(c))
-        return c - '0';
-    c = toSmall(c);
-    return c >= 'a' && c <= 'f' ? c - 'a' + 10 : -1;
-}
-
-// Returns the length of the UTF-8 character that text begins with; 0 when it is cut
-// short or longer than it need be, a surrogate, beyond U+10FFFF, or a zero byte,
-// which would end the text early.
-static size_t characterLength(string_view text)
-{
-    static constexpr unsigned smallest[] = {1, 0x80, 0x800, 0x10000};
-    unsigned lead = static_cast<unsigned char>(text[0]);
-    size_t more = lead < 0xC0 ? 0 : lead < 0xE0 ? 1 : lead < 0xF0 ? 2 : 3;
-    if ((lead >= 0x80 && lead < 0xC0) || lead > 0xF4 || text.size() <= more)
-        return 0;
-    unsigned code = more == 0 ? lead : lead & (0x3Fu >> more);
-    for (size_t i = 1; i <= more; ++i) {
-        unsigned next = static_cast<unsigned char>(text[i]);
-        if ((next & 0xC0) != 0x80)
-            return 0;
-        code = code << 6 | (next & 0x3F);
-    }
-    bool isSurrogate = code >= 0xD800 && code <= 0xDFFF;
-    return code < smallest[more] || code > 0x10FFFF || isSurrogate ? 0 : more + 1;
-}
-
-bool decodePercent(string &text, string_view piece, bool plusIsBlank)
-{
-    for (size_t i = 0; i < piece.size(); ++i) {
-        if (piece[i] != '%') {
-            text += plusIsBlank && piece[i] == '+' ? ' ' : piece[i];
-            continue;
-        }
-        if (piece.size() - i < 3)
-            return false;
-        int high = hexValue(piece[i + 1]);
-        int low = hexValue(piece[i + 2]);
-        if (high < 0 || low < 0)
-            return false;
-        text += static_cast<char>(high * 16 + low);
-        i += 2;
-    }
-    return true;
-}
-
 bool isText(string_view text)
 {
-    while (!text.empty()) {
-        size_t length = characterLength(text);
-        if (length == 0)
-            return false;
-        text.remove_prefix(length);
-    }
-    return true;
+    return text.find('\0') == string_view::npos && findStrange(text) == string_view::npos;
 }
 
 static FormResult checkField(const FormField &field)
@@ -182,13 +127,7 @@ FormResult decodeMultipart(string_view body, string_view boundary, std::vector<F
 
 string encodeField(const FormField &field)
 {
-    string text = field.name + '=';
-    for (char c : field.value) {
-        bool isPlain = isLetter(c) || isDigit(c);
-        unsigned byte = static_cast<unsigned char>(c);
-        text += isPlain ? string(1, c) : string{'%', hexDigits[byte >> 4], hexDigits[byte & 15]};
-    }
-    return text;
+    return field.name + '=' + encodePercent(field.value, "");
 }
 
 const string *findField(const std::vector<FormField> &fields, string_view name)

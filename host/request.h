@@ -23,12 +23,6 @@ struct FormField {
     std::string value; // UTF-8 without a zero byte
 };
 
-/* Appends piece to text with each % and its two hexadecimal digits as the byte that
- * they name and, if plusIsBlank, as in forms, each + as a blank. The result may hold
- * any byte: see isText. Returns false for a % that begins no byte; text then has a
- * part of the piece. */
-bool decodePercent(std::string &text, std::string_view piece, bool plusIsBlank);
-
 /* Whether text is UTF-8 without a zero byte, which would end a C text early. */
 bool isText(std::string_view text);
 

@@ -61,7 +61,8 @@ if(ORV_DOCS)
     install(FILES packaging/example/CMakeLists.txt DESTINATION ${examples} COMPONENT development)
     install(DIRECTORY examples/zarn examples/site DESTINATION ${examples} COMPONENT development
             PATTERN CMakeLists.txt EXCLUDE)
-    install(FILES host/host.cpp host/host.h host/request.cpp host/request.h
+    install(FILES host/encoding.cpp host/encoding.h host/host.cpp host/host.h host/request.cpp
+            host/request.h
             DESTINATION ${examples}/host COMPONENT development)
 
     # What Debian wants of each package, and no other installation.

@@ -7,6 +7,8 @@
 #include "scanner/bytes.h"
 #include "scanner/scanner.h"
 
+using bytes::END_OF_INPUT;
+
 /* Reads more of the template behind the bytes of the current match. Returns
  * whether there was more. The match may move to another address. */
 bool refill();

@@ -8,6 +8,8 @@
 #include <array>
 #include <string_view>
 
+namespace bytes
+{
 constexpr int END_OF_INPUT = -1;
 constexpr char BLANKS[] = " \t\n\r";
 
@@ -51,5 +53,6 @@ inline bool isIn(int byte, ByteSet set)
 {
     return setsOf[static_cast<size_t>(byte - END_OF_INPUT)] & set;
 }
+} // namespace bytes
 
 #endif

@@ -103,7 +103,8 @@ static const char *fieldEnd(const Refill &refill)
     const string_view rest(refill.scanPos + 2,
                            static_cast<size_t>(refill.limit - refill.scanPos) - 2);
     size_t length = 0;
-    while (length < rest.size() && isIn(static_cast<unsigned char>(rest[length]), FIELD_ID))
+    while (length < rest.size() &&
+           bytes::isIn(static_cast<unsigned char>(rest[length]), bytes::FIELD_ID))
         ++length;
     const bool closed = rest.size() - length >= 2 && rest[length] == '?' && rest[length + 1] == '}';
     return closed ? rest.data() + length + 2 : nullptr;

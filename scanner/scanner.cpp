@@ -28,6 +28,7 @@
 #include "scanner/buffer.h"
 #include "scanner/bytes.h"
 
+using namespace bytes;
 using std::string_view;
 
 static constexpr int SCAN_ON = -1; // the match made no token; no token has that number

@@ -5,7 +5,8 @@
 #
 # Without COMMAND it prints the address and goes on until Ctrl-C. With one it runs
 # that and ends with its status. The command finds the address in SITE_URL, the
-# database in SITE_DB, the web server's error log in SITE_LOG.
+# database in SITE_DB, that of its sessions in SITE_SESSIONS, the web server's error log in
+# SITE_LOG.
 set -euo pipefail
 build=$(realpath "$1")
 port=$2
@@ -41,7 +42,8 @@ alias.url = ("/zarn" => "$build/examples/zarn/zarn")
 \$HTTP["url"] =~ "^/zarn/" {
     cgi.assign = ("" => "")
     setenv.add-environment = ("ZARN_DOCROOT" => "$site",
-        "ZARN_DB" => "$work/data/router.db", "ZARN_ROOT" => "$work/data/root")
+        "ZARN_DB" => "$work/data/router.db", "ZARN_ROOT" => "$work/data/root",
+        "ZARN_SESSIONS" => "$work/sessions")
 } else {
     setenv.add-response-header = ("X-Content-Type-Options" => "nosniff")
 }
@@ -70,7 +72,8 @@ until start; do
     [[ $((tries--)) -gt 0 ]] || exit 2 # lighttpd has said why
     port=$((20000 + RANDOM % 10000))
 done
-export SITE_URL=http://127.0.0.1:$port/ SITE_DB=$work/data/router.db SITE_LOG=$work/error.log
+export SITE_URL=http://127.0.0.1:$port/ SITE_DB=$work/data/router.db \
+    SITE_SESSIONS=$work/sessions/sessions.db SITE_LOG=$work/error.log
 if [[ $# -gt 0 ]]; then
     "$@"
     exit

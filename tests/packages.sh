@@ -63,7 +63,7 @@ build_example_host() {
     } &>log || cat log >&2
     sqlite3 router.db <"$examples/site/router.sql"
     REQUEST_METHOD=GET PATH_INFO=/login.htm ZARN_DOCROOT=$examples/site ZARN_DB=$PWD/router.db \
-        ZARN_ROOT=$PWD zarn/zarn >page 2>>log || cat log >&2
+        ZARN_SESSIONS=$PWD/sessions ZARN_ROOT=$PWD zarn/zarn >page 2>>log || cat log >&2
     check 'the example host' '1 <title>Sign in - Fjord R4</title>' \
         "$(grep -c '^Status: 200' page) $(grep -o '<title>.*' page)"
 }

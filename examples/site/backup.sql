@@ -1,5 +1,4 @@
 -- backup.sql - takes the settings of a file that settings.json was, all or none.
-begin immediate;
 .read candidate.sql
 select 'file', 'site.backup.bad.file'
     where ifnull(iif(json_valid(:file), json_extract(:file, '$.kind'), ''), '') <> 'Fjord R4';
@@ -10,8 +9,7 @@ insert into candidate
            cast(json_extract(:file, '$.network') as text), json_extract(:file, '$.ssid'),
            cast(json_extract(:file, '$.channel') as text), json_extract(:file, '$.security'),
            json_extract(:file, '$.passphrase'), json_extract(:file, '$.hidden'),
-           json_extract(:file, '$.guests'), 0;
+           json_extract(:file, '$.guests'), null, 0;
 select 'file', text from candidate_problem limit 1;
 update candidate set taken = 1;
-update session set flash = 'site.backup.restored' where number = :sid;
-commit;
+select 'done', 'site.backup.restored';

@@ -1,8 +1,11 @@
 -- candidate.sql - what a form or a file wants the settings to be. A script puts it into
--- candidate, looks at candidate_problem, and takes it by setting taken. All is temporary.
+-- candidate, looks at candidate_problem, and takes it by setting taken; what candidate_change
+-- has then has not been taken, because the settings had another version. All is temporary.
 create temp table candidate (
     hostname, nameserver, dhcp, first_host, last_host, network, ssid, channel, security,
-    passphrase, hidden, guests, taken default 0
+    passphrase, hidden, guests,
+    version,  -- of the settings that it may replace, null for any
+    taken default 0
 );
 
 create temp view candidate_problem as  -- in the order of the form's fields
@@ -55,5 +58,5 @@ create temp trigger candidate_taken after update of taken on candidate begin
         = (new.hostname, new.nameserver, new.dhcp, new.first_host, new.last_host, new.network,
            new.ssid, new.channel, new.security, new.passphrase, new.hidden, new.guests,
            version + 1)
-        where exists (select 1 from candidate_change);
+        where version = ifnull(new.version, version) and exists (select 1 from candidate_change);
 end;

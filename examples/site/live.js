@@ -26,10 +26,12 @@
         document.dispatchEvent(new Event("refreshed"));
     }
 
-    /* Goes on with the page when it answers, some time after the device went away. */
+    /* Goes on with the page when it answers, some time after the device went away, and be it
+     * that one has to sign in again. */
     async function comeBack(target) {
-        await fetchPage(target);
-        location.replace(target);
+        const answer = await fetch(target, {cache: "no-store"});
+        if (answer.status < 500)
+            location.replace(target);
     }
 
     const waiting = document.querySelector("[data-return]");

@@ -1,34 +1,30 @@
 -- login.sql - the login page's form: password, and at the first visit repeat.
 --
--- The password is looked at first, while nothing is locked, and then one transaction tells
--- whether the address may try at all, and counts a wrong try: of many at once each meets what
--- the one before has left. A password that cannot be looked at ends the script here, where
--- nothing has happened yet.
-select null, null where :lang is not null;  -- the page in another language, no try
-
-select 'password', 'site.login.bad.wait' from login_wait where address = :address;
+-- The password is looked at first, while nothing is locked. One that cannot be looked at ends
+-- the script there, where nothing has happened yet. The settings are written to at the first
+-- visit alone.
+select 'again', null where :lang is not null;  -- the page in another language, no try
 
 create temp table proof as  -- of the try; fits is null while there is no password yet
-    select password as known, null as fits, null as made from account;
+    select 'password' as field, password as known, null as fits, null as made from account;
+select field, 'site.login.bad.wait' from proof, sessions.login_wait where address = :address;
 update proof set fits = password_fits(ifnull(:password, ''), known);
 update proof set made = password_hash(:password)
-    where known is null and length(:password) between 8 and 64;
+    where known is null and length(:password) between 8 and 64 and :password = :repeat;
+.read counted.sql
 
-begin immediate;
-select 'password', 'site.login.bad.wait' from login_wait where address = :address;
-insert into login_failed select :address from proof where not fits;
-commit;
+select 'password', 'site.password.bad.length' from proof
+    where known is null and length(ifnull(:password, '')) not between 8 and 64
+union all select 'repeat', 'site.password.bad.repeat' from proof
+    where known is null and ifnull(:password, '') <> ifnull(:repeat, '');
+delete from sessions.login_failure where address = :address;
+delete from sessions.session
+    where number = :sid or number not in (select number from sessions.live_session);
+insert into sessions.session (secret, token, origin, password)
+    select :newsecret, :newtoken, :neworigin, ifnull(known, made) from proof;
+select 'done', null from proof, account where password = known;
+select field, 'site.login.bad.password' from proof where fits;  -- it has been changed
 
-begin immediate;
-select 'password', 'site.login.bad.password' from proof where not fits
-union all select 'password', 'site.password.bad.length' from account
-    where password is null and length(ifnull(:password, '')) not between 8 and 64
-union all select 'repeat', 'site.password.bad.repeat' from account
-    where password is null and ifnull(:password, '') <> ifnull(:repeat, '')
-union all select 'password', 'site.login.bad.password' from account, proof  -- it is new
-    where iif(password is known, 1, password_fits(ifnull(:password, ''), password)) = 0;
+-- The first visit. Of two at once the second has chosen the same password, or is too late.
 update account set password = (select made from proof) where password is null;
-delete from login_failure where address = :address;
-delete from session where number not in (select number from live_session) or number = :sid;
-insert into session (secret, token, origin) values (:newsecret, :newtoken, :neworigin);
-commit;
+.read newpassword.sql

@@ -1,2 +1,2 @@
 -- logout.sql - ends the session.
-delete from session where number = :sid;
+delete from sessions.session where number = :sid;

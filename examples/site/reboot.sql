@@ -1,5 +1,5 @@
 -- reboot.sql - starts the device again; here it is away for a few seconds.
-begin immediate;
+begin;
 update status set started = unixepoch() + 8;
-insert into event_add values ('info', 'system', 'reboot', '');
+insert into event_add values ('info', 'system', 'reboot', '', null);
 commit;

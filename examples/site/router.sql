@@ -2,7 +2,8 @@
 --
 -- The pages only read it; the scripts of the forms, NAME.sql beside NAME.htm, change it. What
 -- a page shows comes from the views at the end, so that a template's query says what it
--- wants and not how it is stored. What the settings may hold is in candidate.sql.
+-- wants and not how it is stored. What the settings may hold is in candidate.sql, and what
+-- goes with the next restart in sessions.sql.
 
 pragma foreign_keys = on;
 begin;
@@ -105,16 +106,17 @@ insert into event (at, level, source, code, detail, count)
     (0.23, 'error', 'devices', 'away', 'backup disk', 1),
     (0.01, 'info', 'devices', 'device', '<b>"&'' (Guests)', 1)) order by column1 desc;
 
--- Events are added here. One that has happened within a day is counted there, so that
--- nobody can push the others out by repeating one; what is about a visitor's address
--- is the same for all addresses. The oldest of 1000 make room.
-create view event_add as select level, source, code, detail from event;
+-- Events are added here, now or at a time. One that has happened within a day is counted
+-- there, so that nobody can push the others out by repeating one; what is about a visitor's
+-- address is the same for all addresses. The oldest of 1000 make room.
+create view event_add as select level, source, code, detail, at from event;
 create trigger event_counted instead of insert on event_add begin
-    update event set at = unixepoch(), count = count + 1, detail = new.detail
-        where code = new.code and source = new.source and at > unixepoch() - 86400
-          and (detail = new.detail or code = 'login');
+    update event set at = ifnull(new.at, unixepoch()), count = count + 1, detail = new.detail
+        where code = new.code and source = new.source
+          and at > ifnull(new.at, unixepoch()) - 86400 and (detail = new.detail or code = 'login');
     insert into event (at, level, source, code, detail)
-        select unixepoch(), new.level, new.source, new.code, new.detail where changes() = 0;
+        select ifnull(new.at, unixepoch()), new.level, new.source, new.code, new.detail
+        where changes() = 0;
     delete from event where id <= (select max(id) - 1000 from event);
 end;
 
@@ -158,7 +160,7 @@ insert into settings values (1, 'fjord', 2, 1, 30, 199, '198.51.100.53', 'Fjord 
                              'mixed', 'birch-heron-7-lantern', 0, 1, 1);
 
 create trigger settings_changed after update of version on settings begin
-    insert into event_add values ('info', 'system', 'changed', '');
+    insert into event_add values ('info', 'system', 'changed', '', null);
 end;
 
 -- The owner's password, as a hash; null until the first visit.
@@ -166,41 +168,7 @@ create table account (id integer primary key check (id = 1), password text) stri
 insert into account values (1, null);
 
 create trigger password_changed after update on account begin
-    insert into event_add values ('info', 'system', 'newpassword', '');
-end;
-
--- Sessions end after a quarter of an hour without a visit, and after half a day. A time that
--- lies ahead is void, here and for waits: the clock was wrong then, or has been set back.
-create table session (
-    number integer primary key autoincrement,  -- never used again
-    secret text not null unique,  -- the cookie
-    token text not null,          -- of its forms
-    origin text not null,         -- where the browser came from, such as http://192.0.2.1
-    started integer not null default (unixepoch()),
-    used integer not null default (unixepoch()),
-    flash text not null default ''  -- a text's id, to be shown once
-) strict;
-create view live_session as
-    select *, used < unixepoch() - 60 as is_stale from session
-    where used between unixepoch() - 899 and unixepoch()
-      and started between unixepoch() - 43199 and unixepoch();
-
--- Wrong passwords, by address. After the third the next try must wait, longer each time, a
--- minute at most: nobody is locked out for good, and an address does not keep others out.
-create table login_failure (
-    address text primary key,
-    failures integer not null,
-    at integer not null  -- of the last one
-) strict;
-create view login_wait as
-    select address from login_failure
-    where failures > 2 and unixepoch() between at and at + min(60, 1 << min(failures - 2, 6)) - 1;
-create view login_failed as select address from login_failure;
-create trigger login_counted instead of insert on login_failed begin
-    delete from login_failure where at not between unixepoch() - 3600 and unixepoch();
-    insert into login_failure values (new.address, 1, unixepoch())
-        on conflict (address) do update set failures = failures + 1, at = unixepoch();
-    insert into event_add values ('warning', 'system', 'login', new.address);
+    insert into event_add values ('info', 'system', 'newpassword', '', null);
 end;
 
 -- Letters as they are folded for a search: without case and accents.

@@ -12,9 +12,17 @@
 using std::string;
 
 static const char findSql[] =
-    "select number, token, flash, origin, is_stale from live_session where secret = :secret";
+    "select number, token, flash, origin, is_stale, is_awaited"
+    " from sessions.live_session join account using (password) where secret = :secret";
 static const char visitSql[] =
-    "update session set flash = '', used = unixepoch() where number = :sid";
+    "update sessions.session set flash = '', used = unixepoch() where number = :sid";
+static const char flashSql[] = "update sessions.session set flash = :flash where number = :sid";
+// Two programs at once, or a kill before the end, may count an event twice; none is lost.
+static const char eventsSql[] =
+    "create temp table moved as select * from sessions.waiting_event;"
+    "insert into event_add (level, source, code, detail, at)"
+    " select level, source, code, detail, at from moved order by id;"
+    "delete from sessions.waiting_event where id in (select id from moved)";
 static const char nameSql[] =
     "select 1 from settings where :host in (hostname, hostname || '.lan')"
     " union all select 1 where instr(' ' || :names || ' ', ' ' || :host || ' ')";
@@ -36,12 +44,25 @@ bool findSession(sqlite3 *db, const string &secret, bool isVisit, Session &sessi
     session.token = rows[0][1];
     session.origin = rows[0][3];
     bool isStale = rows[0][4] == "1";
-    if (!isVisit || (rows[0][2].empty() && !isStale))
+    bool isAwaited = rows[0][5] == "1";
+    if (!isVisit)
         return true;
     session.flash = rows[0][2];
-    // A disk that takes no more hides no page: the session ends sooner, that is all.
-    runScript(db, visitSql, {{"sid", session.number}}, rows);
+    // A disk that takes no more hides no page: the session ends sooner, the events go on
+    // waiting, that is all.
+    if (!session.flash.empty() || isStale)
+        runScript(db, visitSql, {{"sid", session.number}}, rows);
+    if (isAwaited)
+        runScript(db, eventsSql, {}, rows);
     return true;
+}
+
+void setFlash(sqlite3 *db, const Session &session, const string &flash)
+{
+    if (flash.empty())
+        return;
+    Rows rows;
+    runScript(db, flashSql, {{"sid", session.number}, {"flash", flash}}, rows);
 }
 
 string makeSecret()

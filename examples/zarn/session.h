@@ -15,11 +15,16 @@ struct Session {
 
 /* Finds the live session of the browser's cookie.
  * secret: the cookie's value. isVisit: a person looks at the page, so the session goes
- * on living, and the flash is handed out; not so for a script that refreshes a page.
+ * on living, the flash is handed out, and the log gets the events that have waited for
+ * that; not so for a script that refreshes a page.
  * session: out; empty when there is none.
  *
  * Returns false when the database cannot be read, after a line on standard error. */
 bool findSession(sqlite3 *db, const std::string &secret, bool isVisit, Session &session);
+
+/* Has a text shown on the session's next page: flash, its id, empty for none. It is not shown
+ * where that cannot be stored, which is told on standard error. */
+void setFlash(sqlite3 *db, const Session &session, const std::string &flash);
 
 /* Returns a random text of 32 hexadecimal digits; empty when there is no randomness,
  * after a line on standard error. */

@@ -44,10 +44,11 @@ static void resultOfHash(sqlite3_context *context, const char *password, const c
 static void passwordHash(sqlite3_context *context, int, sqlite3_value **arguments)
 {
     const char *password = argumentText(arguments[0]);
+    if (!password)
+        return;
     char setting[CRYPT_GENSALT_OUTPUT_SIZE];
-    if (password)
-        resultOfHash(context, password,
-                     crypt_gensalt_rn(hashPrefix, 0, nullptr, 0, setting, sizeof setting), nullptr);
+    resultOfHash(context, password,
+                 crypt_gensalt_rn(hashPrefix, 0, nullptr, 0, setting, sizeof setting), nullptr);
 }
 
 static void passwordFits(sqlite3_context *context, int, sqlite3_value **arguments)
@@ -60,16 +61,30 @@ static void passwordFits(sqlite3_context *context, int, sqlite3_value **argument
         resultOfHash(context, password, stored, stored);
 }
 
-sqlite3 *storeOpen(const char *file)
+// Attaches a database. Returns what SQLite does.
+static int attach(sqlite3 *db, const char *file, const char *name)
+{
+    char *sql = sqlite3_mprintf("attach %Q as %Q", file, name);
+    int status = sql ? sqlite3_exec(db, sql, nullptr, nullptr, nullptr) : SQLITE_NOMEM;
+    sqlite3_free(sql);
+    return status;
+}
+
+sqlite3 *storeOpen(const char *file, const char *sessionsFile)
 {
     sqlite3 *db = nullptr;
     int status = sqlite3_open_v2(file, &db, SQLITE_OPEN_READWRITE, nullptr);
     if (status == SQLITE_OK) // first: "pragma synchronous" reads the database
         status = sqlite3_busy_timeout(db, BUSY_MILLISECONDS);
     if (status == SQLITE_OK)
-        // "extra": what was saved is still there when the power fails right afterwards.
-        status = sqlite3_exec(db, "pragma foreign_keys = on; pragma synchronous = extra", nullptr,
-                              nullptr, nullptr);
+        // "extra": what was saved is still there when the power fails right afterwards. What
+        // is temporary must find room on a full disk, too.
+        status = sqlite3_exec(db,
+                              "pragma foreign_keys = on; pragma synchronous = extra;"
+                              "pragma temp_store = memory",
+                              nullptr, nullptr, nullptr);
+    if (status == SQLITE_OK)
+        status = attach(db, sessionsFile, "sessions");
     if (status == SQLITE_OK)
         status = sqlite3_create_function(db, "password_hash", 1, SQLITE_UTF8, nullptr, passwordHash,
                                          nullptr, nullptr);
@@ -81,6 +96,12 @@ sqlite3 *storeOpen(const char *file)
     fprintf(stderr, "zarn: cannot use the database: %s\n", sqlite3_errmsg(db));
     sqlite3_close(db);
     return nullptr;
+}
+
+bool storeHasSessions(sqlite3 *db)
+{
+    return sqlite3_table_column_metadata(db, "sessions", "session", nullptr, nullptr, nullptr,
+                                         nullptr, nullptr, nullptr) == SQLITE_OK;
 }
 
 // Binds each :name to its value; they must outlive the statement.

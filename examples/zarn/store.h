@@ -1,5 +1,5 @@
-/* examples/zarn/store.h - the database as the web program itself uses it: sessions, and
- * what the forms change. After that the pages get its connection, and it only reads. */
+/* examples/zarn/store.h - the databases as the web program itself uses them: what the forms
+ * change, and the sessions. After that the pages get the connection, and it only reads. */
 #ifndef ZARN_STORE_H
 #define ZARN_STORE_H
 
@@ -11,13 +11,17 @@ struct sqlite3;
 
 using Rows = std::vector<std::vector<std::string>>;
 
-/* Opens the database. Its statements may also call
+/* Opens the database, with that of the sessions attached as "sessions": a transaction over
+ * both is one, also when the program is killed. Statements may also call
  *   password_hash(PASSWORD)        a salted hash of it, for the database
  *   password_fits(PASSWORD, HASH)  1 when it is the password of that hash, else 0
  * Both are slow on purpose, NULL for a NULL argument, and fail when it cannot be told.
  *
  * Returns null after a line on standard error; else the caller's, for a host to take. */
-sqlite3 *storeOpen(const char *file);
+sqlite3 *storeOpen(const char *file, const char *sessionsFile);
+
+/* Whether the database of the sessions has its tables. */
+bool storeHasSessions(sqlite3 *db);
 
 enum ScriptResult { SCRIPT_DONE, SCRIPT_ROWS, SCRIPT_FAILED };
 

@@ -3,6 +3,8 @@
  * PATH_INFO names the page. The web server's configuration says where things are:
  *   ZARN_DOCROOT  the folder of the pages
  *   ZARN_DB       the SQLite database that they show
+ *   ZARN_SESSIONS the folder of the sessions, an absolute path, which nobody else may use;
+ *                 made when it is missing; without it /tmp/zarn-UID, UID being the user's
  *   ZARN_ROOT     put in front of the interpreter's own paths; may be missing
  *   ZARN_NAMES    names that the device has besides the one in its settings, with
  *                 blanks between; may be missing
@@ -12,14 +14,16 @@
  * NAME.htm is a page; NAME.csv and NAME.json are files to keep. A form of NAME.htm is
  * sent back to it, and NAME.sql says what becomes of it: the statement with rows, if any,
  * tells what is wrong, a field and a text's id each. Then the page is shown again with
- * what was typed; a row of NULLs asks for that where nothing is wrong. Without a session
- * every page is the login page.
+ * what was typed. Two names are no fields': "again" asks for the page as it was typed, and
+ * "done" ends the script, with a text for the next page, if any. Without a session every page
+ * is the login page.
  *
  * Variables of pages that are the program's own, whatever a request sends: those in
  * pageVariables; error[FIELD], what is wrong with a field, wrong naming the first; on the
  * login page kept[N] and value[N], names and values of the fields of a request that came
  * without a session. Parameters of scripts: those in runFormScript. */
 #include "host.h"
+#include "private.h"
 #include "request.h"
 #include "session.h"
 #include "store.h"
@@ -117,6 +121,7 @@ struct Exchange {
     string shown;         // the template
     string location;      // instead of it
     string newSecret;     // of the session that has begun
+    string told;          // by the script, for the next page: a text's id
     bool isOut = false;   // signed out: the browser is to forget the session
     bool isTyped = false; // the form shows what was sent instead of what is stored
     string back;          // the page that the login page leads to,
@@ -308,6 +313,11 @@ static ScriptResult runFormScript(Exchange &x, Host &host, const string &newSecr
     ScriptResult result = SCRIPT_FAILED;
     if (readScript(host, scriptName(x.page), script))
         result = runScript(x.db, script, parameters, x.problems);
+    if (result == SCRIPT_ROWS && x.problems[0][0] == "done") {
+        x.told = x.problems[0][1];
+        x.problems.clear();
+        result = SCRIPT_DONE;
+    }
     std::erase_if(x.problems, [](const std::vector<string> &row) { return row[1].empty(); });
     x.isTyped = result != SCRIPT_DONE;
     return result;
@@ -333,6 +343,7 @@ static void carryOut(Exchange &x, Host &host)
             x.session = begun;
             x.newSecret = secret;
         }
+        setFlash(x.db, x.session, x.told);
         x.isOut = x.page == logoutPage;
         if (x.page == loginPage)
             goBack(x, host);
@@ -540,18 +551,34 @@ static bool sendAnswer(Exchange &x, Host &host)
     return true;
 }
 
+// Opens the databases that the configuration names, and makes that of the sessions where it
+// is missing. Returns false after a line on standard error.
+static bool openStore(Exchange &x, Host &host, const char *dbFile, const string &sessionsFile)
+{
+    Rows rows;
+    string script;
+    x.db = storeOpen(dbFile, sessionsFile.c_str());
+    return x.db && (storeHasSessions(x.db) || (hostReadFile(host, "sessions.sql", script) &&
+                                               runScript(x.db, script, {}, rows) == SCRIPT_DONE));
+}
+
 // Opens what the configuration names and answers. Returns false when it cannot.
 static bool run(Host &host, Exchange &x)
 {
     char dbFile[PATH_MAX]; // hostOpen changes the working directory
+    string sessionsFile;
     string root = fromEnvironment("ZARN_ROOT");
+    string folder = fromEnvironment("ZARN_SESSIONS");
     systemRoot = root.c_str();
+    if (folder.empty())
+        folder = "/tmp/zarn-" + std::to_string(geteuid());
     if (!realpath(fromEnvironment("ZARN_DB").c_str(), dbFile)) {
         fprintf(stderr, "zarn: cannot find the database ZARN_DB: %s\n", strerror(errno));
         return false;
     }
-    if (!hostOpen(host, fromEnvironment("ZARN_DOCROOT").c_str(), nullptr) ||
-        !(x.db = storeOpen(dbFile)))
+    if (!privateFile(folder, "sessions.db", sessionsFile) ||
+        !hostOpen(host, fromEnvironment("ZARN_DOCROOT").c_str(), nullptr) ||
+        !openStore(x, host, dbFile, sessionsFile))
         return false;
     decide(x, host, readRequest(x, host));
     return hostTakeDatabase(host, x.db) && sendAnswer(x, host);

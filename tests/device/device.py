@@ -2,10 +2,10 @@
 """tests/device/device.py IMAGE [GROUP]... - starts the virtual device, several times, and tests
 what runs there, beside the demo site that scripts/serve.sh runs on this machine. GROUPS, at the
 end, has the names; without one all are tested."""
-import base64, collections, concurrent.futures, http.client, pathlib, random, re, shutil, signal
+import base64, collections, concurrent.futures, contextlib, http.client, pathlib, random, re, shutil, signal
 import socket, sqlite3, subprocess, sys, threading, time, urllib.request
 import visitor
-from visitor import DB, FORM, Visitor
+from visitor import DB, FORM, SESSIONS, Visitor
 
 SOURCE = pathlib.Path(__file__).resolve().parents[2]
 BUILD = SOURCE / "build/device"
@@ -72,11 +72,12 @@ def run(script):
 
 
 def share_database():
-    """The device gets this machine's database, and the session in it."""
-    with sqlite3.connect(DB) as db:
-        copy = base64.encodebytes(db.serialize()).decode()
-    run(f"cd /data/zarn; rm -f router.db-*; base64 -d >router.db <<END\n{copy}END\n"
-        "chown www:www router.db; sync")
+    """The device gets this machine's databases, and the session in them."""
+    for file, place in ((DB, "/data/zarn/router.db"), (SESSIONS, "/tmp/sessions/sessions.db")):
+        with contextlib.closing(sqlite3.connect(file)) as db:
+            copy = base64.encodebytes(db.serialize()).decode()
+        run(f"umask 077; rm -f {place}-*; base64 -d >{place} <<END\n{copy}END\n"
+            f"chown www:www {place}; sync")
 
 
 def start_signed_in(*arguments):
@@ -181,6 +182,9 @@ def check_save(what, number, spoil, mend):
     """The site may store it or not, but must say which. Returns whether it said so."""
     before = stored()
     saved = save(number, lambda: check(what, 0, run(spoil)[0]))
+    owner.post("logout.htm", {"token": owner.token()})
+    check(f"signed out and in again, {what}", (403, 303),
+          (owner.ask("overview.htm").status, owner.login().status))
     got = load(20)
     check(f"pages or a clear status, {what}: {got}", set(), set(got) - {"page", "500", "503"})
     run(mend)
@@ -230,6 +234,8 @@ def test_switch():
     for mode in range(3):
         old, new = cut_power_while_saving()
         start(f"tooltip={mode}")
+        check("a restart ends sessions", (403, 303),
+              (owner.ask("overview.htm").status, owner.login().status))
         got = stored()
         check(f"after a power cut in a save: {'new' if got == new else 'old'}",
               new if got == new else old, got)

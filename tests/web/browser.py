@@ -200,7 +200,9 @@ def check_double_clicks(width):
         sign_in(new)
         old = new
     check("saves", saved + 6, sql("select version from settings")[0][0])
-    sql("update account set password = ?", before)
+    sql("update account set password = ?", before)  # which ends the session
+    show("login.htm")
+    sign_in()
 
 
 def check_sign_out():
@@ -250,6 +252,7 @@ def check_live():
         "return [document.activeElement.value, document.activeElement.id]")])
     show("reboot.htm")
     submit("main button")
+    sql("delete from session")  # as a restart does
     deadline = time.monotonic() + 25
     while not run("return location.pathname").endswith("overview.htm") and time.monotonic() < deadline:
         time.sleep(0.5)
@@ -264,6 +267,7 @@ def check_site():
         device("setScriptExecutionDisabled", value=False)
         resize(width, 800)
         where = f"in {language} at {width}"
+        show("login.htm")
         sql("delete from session")
         show("overview.htm?lang=" + language)
         check("language " + where, language, run("return document.documentElement.lang"))

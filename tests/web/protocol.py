@@ -150,8 +150,6 @@ def check_login():
     count = sql("select count(*) from event")[0][0]
     says = [guesser.login("guess").marked() for _ in range(3)]
     check("wrong password", [["password"]] * 3, says)
-    check("guesses are one event", [(count + 1,), (3,)],
-          sql("select count(*) from event union all select count from event where code = 'login'"))
     sql("update login_failure set at = unixepoch()")
     check("even the right one", (422, True),
           (lambda a: (a.status, "Please wait" in a.text))(guesser.login()))
@@ -168,6 +166,11 @@ def check_login():
     owner = guesser
     check("the owner", 303, owner.login().status)
     check("forgotten", [], sql("select * from login_failure"))
+    wait = "select count(*) from event union all select count(*) from waiting_event"
+    check("a stranger's guesses are not in the log yet", [(count,), (34,)], sql(wait))
+    owner.ask("overview.htm")
+    check("they are one event", [(count + 1,), (0,), (34,)],
+          sql(wait + " union all select count from event where code = 'login'"))
 
     # What ends a session.
     for column, age in (("used", 901), ("started", 43201)):
@@ -260,11 +263,11 @@ def check_settings(visitor):
         visitor.save(guests="1", passphrase="with blanks ~")
     check("changes are counted", [(events + 1,), (11,)],
           sql("select count(*) from event union all select count from event where code = 'changed'"))
-    sql("create trigger full before update on session begin select raise(fail, 'full'); end")
+    sql("create trigger sessions.full before update on session begin select raise(fail, 'full'); end")
     answer = visitor.ask("overview.htm")  # with a flash that cannot be taken off
     check("shown elsewhere, on a full disk", (200, True),
           (answer.status, "&quot;a'&lt;b&gt;" in answer.text))
-    sql("drop trigger full")
+    sql("drop trigger sessions.full")
 
     # What was typed comes back: asked to show the passphrase, in another language, when
     # another tab was faster, when the session is another or has ended.

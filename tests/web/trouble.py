@@ -1,7 +1,7 @@
 #!/usr/bin/python3
 """tests/web/trouble.py ZARN - the web program where clocks jump and calls fail. Runs under
 tools/serve.sh for its data; the program answers without the web server."""
-import collections, os, sys
+import collections, concurrent.futures, contextlib, os, sqlite3, subprocess, sys, tempfile
 from visitor import *
 
 ZARN = sys.argv[1]
@@ -101,9 +101,146 @@ def check_scripts():
             f"cannot read file '{name}'" in owner.log, sql("select * from settings")))
 
 
+def check_folders(work):
+    """The sessions are in a folder that nobody else has a hand in, or nowhere. What is made of
+    the folders out/in, and what the log says of it."""
+    def in_it(change):
+        return f"mkdir -m 700 out/in; {change}"
+    rows = [
+        ("", ""), (in_it(""), ""), (in_it("chmod 1777 out"), ""), (in_it(": >out/in/sessions.db; chmod 600 out/in/*"), ""),
+        (in_it("chmod 777 out"), "the folder around it lets others"),
+        (in_it("chmod 755 out/in"), "other users may use it"),
+        ("mkdir -m 700 x; ln -s ../x out/in", "Not a directory"),
+        (": >out/in", "Not a directory"), ("rmdir out", "No such file"),
+        (in_it(": >x; chmod 600 x; ln -s ../../x out/in/sessions.db"), "symbolic links"),
+        (in_it(": >x; chmod 600 x; ln x out/in/sessions.db"), "it is something else"),
+        (in_it("mkfifo -m 600 out/in/sessions.db"), "it is something else"),
+        (in_it(": >out/in/sessions.db; chmod 644 out/in/*"), "other users may use it")]
+    if os.geteuid() == 0:
+        rows += [(in_it("chown 12345 out/in"), "it is another user's"),
+                 (in_it("chown 12345 out; chmod 1777 out"), "the folder around it is another user's"),
+                 (in_it(": >out/in/sessions.db; chmod 600 out/in/*; chown 12345 out/in/*"), "another user's")]
+    for number, (made, problem) in enumerate(rows):
+        folder = f"{work}/folder{number}"
+        subprocess.run(f"umask 022; mkdir -p {folder}/out; cd {folder}; {made}", shell=True, check=True)
+        visitor = Direct(ZARN, ZARN_SESSIONS=f"{folder}/out/in/")
+        check(made, (500 if problem else 303, True), (visitor.login().status, problem in visitor.log))
+        if not problem:
+            check(made, ["700", "600"], [f"{os.stat(folder + '/out/in' + name).st_mode & 0o777:o}"
+                                         for name in ("", "/sessions.db")])
+    with concurrent.futures.ThreadPoolExecutor(8) as pool:  # all at once make it
+        env = {"ZARN_SESSIONS": work + "/together"}
+        statuses = pool.map(lambda _: Direct(ZARN, **env).ask("overview.htm").status, range(24))
+        check("the first request of many", [403] * 24, [*statuses])
+
+
+def check_disks(work):
+    """With the settings' disk full or read-only the owner signs in, looks and signs out, nothing
+    is saved, and nothing is said to be."""
+    disk = work + "/disk"
+    os.mkdir(disk)
+    def run(script):
+        subprocess.run(script, shell=True, check=True)
+    def query(text, *values):
+        with contextlib.closing(sqlite3.connect(disk + "/router.db", isolation_level=None)) as db:
+            return db.execute(text, values).fetchall()
+    def stored():
+        return [query("select * from " + name) for name in ("settings", "account", "event")]
+    run(f"mount -t tmpfs -o size=256k none {disk}; cp {DB} {disk}/router.db")
+    query("delete from event")
+    try:
+        for what, spoil, mend in (
+                ("full", f"cat /dev/zero >{disk}/fill 2>&1 || :", f"rm {disk}/fill"),
+                ("read-only", f"mount -o remount,ro {disk}", f"mount -o remount,rw {disk}")):
+            run(f"rm -rf {work}/visits")  # as after a restart
+            for named in ("", "a restart "):
+                run(spoil)
+                before = stored()
+                owner = Direct(ZARN, ZARN_DB=disk + "/router.db", ZARN_SESSIONS=work + "/visits")
+                statuses = [owner.login("guess").status, owner.login().status,
+                            *(owner.ask(page).status for page in ("overview.htm", "settings.htm", "events.csv"))]
+                check((what, named, "sign in and look"), [422, 303, 200, 200, 200], statuses)
+                token = owner.token()
+                change = {"old": PASSWORD, "password": "new-password", "repeat": "new-password"}
+                for page, fields in (("settings.htm", {**FORM, "version": before[0][0][-1]}),
+                                     ("password.htm", change), ("reboot.htm", {})):
+                    answer = owner.post(page, {"token": token, **fields})
+                    check((what, page), (503, True, True, before), (
+                        answer.status, "nothing has been changed" in answer.text,
+                        "a statement has failed" in owner.log, stored()))
+                check((what, "sign out"), (303, 403), (owner.post("logout.htm", {"token": token}).status,
+                                                       owner.ask("overview.htm").status))
+                run(mend)
+                owner.login()
+                owner.ask("overview.htm")
+                events = [row for row in stored()[2] if row not in before[2]]
+                check((what, "the guess comes into the log"), ["login"], [row[4] for row in events])
+            query("update account set password = null")
+            run(spoil)
+            first = Direct(ZARN, ZARN_DB=disk + "/router.db", ZARN_SESSIONS=work + "/visits")
+            check((what, "first visit"), (503, None), (first.login().status, first.cookies.get("zarnsession")))
+            run(mend)
+            query("update account set password = ?", before[1][0][1])
+    finally:
+        run(f"umount {disk}")
+
+
+def check_kills():
+    """The program is killed at each call by which it changes files. The next request finds both
+    databases as they were before or as they were to become."""
+    stored = sql("select password from account")[0][0]
+    change = {"old": PASSWORD, "password": "new-password", "repeat": "new-password"}
+    ended = collections.Counter()
+    def one_of(what, state, *sound):
+        check("killed: " + what, True, state in sound)
+        ended[what, sound.index(state) if state in sound else -1] += 1
+    for what, page, fields in (("save", "settings.htm", FORM), ("change", "password.htm", change),
+                               ("first visit", "login.htm", {"password": PASSWORD, "repeat": PASSWORD})):
+        for call in ("openat", "pwrite64", "fdatasync", "unlink"):
+            for number in range(1, 99, 3 if call in ("openat", "pwrite64") else 1):
+                sql("delete from session")
+                sql("delete from waiting_event")
+                sql("update account set password = ?", stored)
+                sql("update settings set hostname = 'old'")
+                owner = Direct(ZARN)
+                if page == "login.htm":
+                    sql("update account set password = null")
+                else:
+                    owner.login()
+                    fields = {**fields, "token": owner.token(), "version": sql("select version from settings")[0][0]}
+                began = sql("select secret, flash from session")
+                owner.program = f"strace -qq -o /dev/null -e inject={call}:signal=KILL:when={number} {ZARN}"
+                status = owner.post(page, fields).status
+                secret = began[0][0] if began else ""
+                is_in = Direct(ZARN)
+                is_in.cookies["zarnsession"] = secret
+                is_in = is_in.ask("overview.htm", headers={"Sec-Fetch-Mode": "cors"}).status == 200
+                hostname, password, flash, count = sql(
+                    "select hostname, password, (select flash from session where secret = ?),"
+                    " (select count(*) from session join account using (password)) from settings, account", secret)[0]
+                if page == "settings.htm":
+                    one_of(what, (hostname, flash, is_in), ("old", "", True), ("new", "", True),
+                           ("new", "site.settings.saved", True))
+                elif page == "password.htm":
+                    one_of(what, (password == stored, is_in), (True, True), (False, False))
+                else:
+                    one_of(what, (password is None, count), (True, 0), (False, 1))
+                check("integrity", [("ok",)], sql("pragma integrity_check"))
+                check("no file is left", [], [name for name in os.listdir(os.path.dirname(DB))
+                                              if name not in ("root", "router.db", "router.db-journal")])
+                if status != 0:
+                    break  # there was no such call any more
+    check("kills before and behind", True, min(ended.values()) > 1 and len(ended) == 7)
+    sql("update account set password = ?", stored)
+
+
 Direct(ZARN).login()  # the first visit
 check_waits()
 check_clocks()
 check_hashes()
 check_scripts()
+with tempfile.TemporaryDirectory() as folder:
+    check_folders(folder)
+    check_disks(folder)
+check_kills()
 sys.exit(bool(failed))

@@ -2,7 +2,8 @@
 cookies, forms and the headers that browsers add. Used by the tests of this folder."""
 import html, http.client, io, os, re, sqlite3, subprocess, sys, urllib.parse
 
-SITE, DB, LOG = (os.environ.get(name, "") for name in ("SITE_URL", "SITE_DB", "SITE_LOG"))
+SITE, DB, SESSIONS, LOG = (os.environ.get("SITE_" + name, "")
+                           for name in ("URL", "DB", "SESSIONS", "LOG"))
 ORIGIN = SITE.rstrip("/")
 PASSWORD = "birch-heron-7"
 FORM = {"hostname": "new", "nameserver": "192.0.2.1", "first": "9", "last": "99", "network": "1",
@@ -19,6 +20,8 @@ def check(what, expected, got):
 
 def sql(query, *values):
     with sqlite3.connect(DB, timeout=9) as db:
+        if os.path.exists(SESSIONS):  # the first request makes it
+            db.execute("attach ? as sessions", [SESSIONS])
         return db.execute(query, values).fetchall()
 
 
@@ -27,6 +30,7 @@ def run_zarn(program, body=b"", **more):
     calls fail. program: with what runs it, as words; more: of the environment."""
     site = os.path.join(os.path.dirname(__file__), "../../examples/site")
     env = {"ZARN_DOCROOT": site, "ZARN_DB": DB, "ZARN_ROOT": os.path.dirname(DB) + "/root",
+           "ZARN_SESSIONS": os.path.dirname(SESSIONS),
            "REQUEST_METHOD": "GET", "PATH_INFO": "/login.htm", "HTTP_HOST": "localhost",
            "HTTP_ORIGIN": "http://localhost",
            "CONTENT_LENGTH": str(len(body)), "CONTENT_TYPE": "application/x-www-form-urlencoded"}

@@ -161,6 +161,14 @@ static bool hasHole(const Assembled &text)
                        [](const TextPiece &piece) { return piece.hole; });
 }
 
+// Whether a piece of SQL, not only a value in it, is not known.
+bool hasUnknown(const Assembled &text)
+{
+    return std::any_of(text.pieces.begin(), text.pieces.end(), [](const TextPiece &piece) {
+        return piece.hole && !piece.inString && !piece.number;
+    });
+}
+
 const RowsOf &rowsOf(Site &site, const Command &command)
 {
     std::shared_ptr<RowsOf> &entry = site.rows[&command];
@@ -182,7 +190,7 @@ const RowsOf &rowsOf(Site &site, const Command &command)
     for (const Assembled &query :
          queriesOf(site, *place->second.tpl, command, *place->second.levels)) {
         const SqlAnswer &answer = prepareQuery(site.database.get(), query.text);
-        uncertain = uncertain || (!answer.error.empty() && hasHole(query));
+        uncertain = uncertain || hasUnknown(query);
         if (!answer.error.empty())
             continue;
         for (size_t i = 0; i < answer.columns.size(); ++i) {
@@ -194,7 +202,7 @@ const RowsOf &rowsOf(Site &site, const Command &command)
         rows.known = true;
     }
     for (SqlColumn &column : rows.columns)
-        column.values.join({uncertain, {}}); // a way that nobody can read yet
+        column.values.join({uncertain, {}});
     return rows;
 }
 

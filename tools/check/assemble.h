@@ -72,6 +72,9 @@ struct Assembled {
 std::vector<Assembled> assemble(Site &site, const Template &tpl, const Argument &argument,
                                 const Levels &levels);
 
+/* Whether a piece of SQL, not only a value in it, is a hole. */
+bool hasUnknown(const Assembled &text);
+
 /* Those of them without holes. */
 std::vector<std::string> assembledTexts(Site &site, const Template &tpl, const Argument &argument);
 

@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "grammar/commands.h"
+#include "interface/bounds.h"
 #include "report.h"
 #include "tools/common/placed.h"
 #include "tools/common/translation.h"
@@ -12,10 +13,10 @@
 using std::string;
 using std::string_view;
 
-static constexpr size_t MOST_BODIES = 64;
+static constexpr size_t MOST_BODIES = MAX_CMD_DEPTH;
 static constexpr size_t MOST_LEVELS = 10; // that a digit can name
-static constexpr size_t MOST_COLUMNS = 35;
-static constexpr size_t MOST_ARGUMENT = 66559;
+static constexpr size_t MOST_COLUMNS = ORV_MAX_COLUMNS;
+static constexpr size_t MOST_ARGUMENT = ARG_MAXLEN + ARG_STEP - 1;
 
 namespace
 {
@@ -168,7 +169,7 @@ static void checkValue(const Visit &visit, const Element &element)
         if (element.text.size() == 2 && isdigit(static_cast<unsigned char>(element.text[1])) &&
             levelWith(visit, 1) == 0) {
             const int column = std::stoi(element.text);
-            if (column >= 10 && column <= 35)
+            if (column >= 10 && column <= ORV_MAX_COLUMNS)
                 hint = string("; column ") + element.text + " is $" +
                        static_cast<char>('a' + column - 10);
         }
@@ -347,9 +348,6 @@ static void checkAnswer(const Visit &visit, const Command &command, const Assemb
 {
     Report &all = visit.all;
     const SqlAnswer &answer = prepareQuery(all.site.database.get(), text.text);
-    const bool certain =
-        std::none_of(text.pieces.begin(), text.pieces.end(),
-                     [](const TextPiece &p) { return p.hole && !p.inString && !p.number; });
     checkParameters(visit, command, text, answer.parameters);
     const Template *tpl = &visit.tpl;
     Span span = command.words;
@@ -358,7 +356,7 @@ static void checkAnswer(const Visit &visit, const Command &command, const Assemb
         report(all, *tpl, span, "query-writes", "the statement changes the database",
                usedHere(visit, tpl, command));
     }
-    if (!answer.error.empty() && certain && !answer.writes) {
+    if (!answer.error.empty() && !hasUnknown(text) && !answer.writes) {
         placeInText(text, answer.errorAt, &tpl, &span);
         report(all, *tpl, span, "query-sql", answer.error, usedHere(visit, tpl, command));
     }
@@ -488,7 +486,8 @@ static void enterBody(Visit &visit, const Command &command, size_t body)
     const bool useful = (command.id & CMDF_QUERY) || printsOf(command) == Prints::BODIES;
     if (visit.levels.size() == MOST_BODIES)
         report(visit.all, visit.tpl, command.words, "limit",
-               "64 bodies are around this one, and no more run: it is dropped");
+               std::to_string(MOST_BODIES) +
+                   " bodies are around this one, and no more run: it is dropped");
     else if (visit.levels.size() == MOST_LEVELS && useful)
         reportAs(visit.all, Grade::WARNING, visit.tpl, command.words, "limit",
                  "this body is level 10 or deeper: no value can name its columns or its counter");
@@ -514,8 +513,8 @@ static void visitCommand(Visit &visit, const Command &command)
     visit.direct = direct;
     if (length > MOST_ARGUMENT)
         report(visit.all, visit.tpl, spanOf(command, 0), "limit",
-               "the arguments have " + std::to_string(length) +
-                   " bytes at least, and 66559 are the most");
+               "the arguments have " + std::to_string(length) + " bytes at least, and " +
+                   std::to_string(MOST_ARGUMENT) + " are the most");
     if (command.id == ID_INCLUDE)
         checkInclude(visit, command);
     if (command.id & CMDF_QUERY)

@@ -281,8 +281,7 @@ static void checkMalformed(Report &all, const Template &tpl, const std::set<stri
             continue;
         }
         size_t end = at + 1;
-        while (end < source.size() && isFieldByte(source[end]))
-            ++end;
+        end = idEnd(source, end);
         const string_view id = string_view(source).substr(at + 1, end - at - 1);
         const bool closed = source.compare(end, 2, "?}") == 0 ||
                             (source.compare(end, 1, "}") == 0 && id.find('.') != string_view::npos);

@@ -305,7 +305,7 @@ static std::vector<Completion> completeColumns(Site &site, const Levels &levels)
         const string prefix = "$" + (level > 0 ? std::to_string(level) : "");
         const RowsOf &rows = rowsOf(site, *levels[level]);
         list.push_back({prefix + "0", "the counter of " + wordsOf(levels[level]->id), KIND_FIELD});
-        for (size_t i = 0; i < rows.columns.size() && i < 35; ++i)
+        for (size_t i = 0; i < rows.columns.size() && i < ORV_MAX_COLUMNS; ++i)
             list.push_back({prefix + static_cast<char>(i < 9 ? '1' + i : 'a' + i - 9),
                             rows.columns[i].name, KIND_FIELD});
     }

@@ -16,6 +16,7 @@
 #include <filesystem>
 #include <set>
 
+#include "host/encoding.h"
 #include "lookup.h"
 #include "report.h"
 #include "tools/common/files.h"
@@ -128,38 +129,15 @@ static bool readMessage(Server &server, string *body)
 
 static string decodeUri(string_view uri)
 {
-    string path;
     if (uri.starts_with("file://"))
         uri.remove_prefix(7);
-    for (size_t i = 0; i < uri.size(); ++i) {
-        if (uri[i] == '%' && i + 2 < uri.size() &&
-            isxdigit(static_cast<unsigned char>(uri[i + 1])) &&
-            isxdigit(static_cast<unsigned char>(uri[i + 2]))) {
-            const char digits[] = {uri[i + 1], uri[i + 2], '\0'};
-            path += static_cast<char>(strtol(digits, nullptr, 16));
-            i += 2;
-        } else {
-            path += uri[i];
-        }
-    }
-    return path;
+    string path;
+    return decodePercent(path, uri, false) ? path : string(uri);
 }
 
 static string encodeUri(const string &path)
 {
-    static constexpr char digits[] = "0123456789ABCDEF";
-    string uri = "file://";
-    for (const char c : path) {
-        const auto byte = static_cast<unsigned char>(c);
-        if (isalnum(byte) || strchr("/._-~", c)) {
-            uri += c;
-        } else {
-            uri += '%';
-            uri += digits[byte >> 4];
-            uri += digits[byte & 15];
-        }
-    }
-    return uri;
+    return "file://" + encodePercent(path, "/._-~");
 }
 
 static string resolved(const string &path)

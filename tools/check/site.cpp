@@ -336,8 +336,7 @@ static void readOthers(Site *site, const std::vector<string> &files)
             continue;
         for (size_t at = 0; (at = bytes.find("{?", at)) != string::npos; at += 2) {
             size_t end = at + 2;
-            while (end < bytes.size() && isFieldByte(bytes[end]))
-                ++end;
+            end = idEnd(bytes, end);
             if (bytes.compare(end, 2, "?}") == 0)
                 site->otherFields.insert(bytes.substr(at + 2, end - at - 2));
         }

@@ -1,14 +1,34 @@
-/* tools/common/fieldid.h - what a text field's id can be. */
+/* tools/common/fieldid.h - what a text field's id can be, as the library reads it. */
 #ifndef TOOLS_FIELDID_H
 #define TOOLS_FIELDID_H
 
-#include <cstddef>
+#include <algorithm>
 #include <string_view>
 
-/* The library reads no more of a field's id than this. */
-static constexpr size_t MAX_ID_LENGTH = 128;
+#include "interface/bounds.h"
+#include "scanner/bytes.h"
 
-static constexpr std::string_view ID_CHARACTERS =
-    "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789._:";
+/* The library reads no more of a field's id than this. */
+static constexpr size_t MAX_ID_LENGTH = FIELD_ID_CAPACITY - 1;
+
+/* Whether a character can stand in an id. */
+inline bool isFieldByte(char c)
+{
+    return bytes::isIn(static_cast<unsigned char>(c), bytes::FIELD_ID);
+}
+
+/* Offset behind the characters of an id that stand at from. */
+inline size_t idEnd(std::string_view text, size_t from)
+{
+    while (from < text.size() && isFieldByte(text[from]))
+        ++from;
+    return from;
+}
+
+/* Whether an id may stand in a text field. */
+inline bool isFieldId(std::string_view id)
+{
+    return !id.empty() && idEnd(id, 0) == id.size();
+}
 
 #endif

@@ -42,24 +42,29 @@ int complain(int status, const char *format, ...)
     return status;
 }
 
+bool readOpen(int fd, std::string *bytes)
+{
+    struct stat status;
+    if (fstat(fd, &status) == 0 && S_ISREG(status.st_mode))
+        bytes->reserve(bytes->size() + static_cast<size_t>(status.st_size));
+    char piece[65536];
+    ssize_t count;
+    while ((count = read(fd, piece, sizeof piece)) > 0 || (count < 0 && errno == EINTR))
+        if (count > 0)
+            bytes->append(piece, static_cast<size_t>(count));
+    return count == 0;
+}
+
 bool readBytes(const char *path, std::string *bytes)
 {
     const int fd = open(path, O_RDONLY | O_CLOEXEC);
-    ssize_t count = fd < 0 ? -1 : 1;
-    struct stat status;
-    if (fd >= 0 && fstat(fd, &status) == 0 && S_ISREG(status.st_mode))
-        bytes->reserve(bytes->size() + static_cast<size_t>(status.st_size));
-    char piece[65536];
-    while (count > 0 || (count < 0 && fd >= 0 && errno == EINTR)) {
-        count = read(fd, piece, sizeof piece);
-        if (count > 0)
-            bytes->append(piece, static_cast<size_t>(count));
-    }
+    if (fd < 0)
+        return false;
+    const bool isRead = readOpen(fd, bytes);
     const int error = errno;
-    if (fd >= 0)
-        close(fd);
+    close(fd);
     errno = error;
-    return count == 0;
+    return isRead;
 }
 
 bool readFile(const char *path, std::string *bytes)

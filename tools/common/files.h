@@ -14,6 +14,10 @@ extern const char programName[];
  * status: returned as it is, for the caller to return in its turn. */
 __attribute__((format(printf, 2, 3))) int complain(int status, const char *format, ...);
 
+/* Appends what is left of an open file to *bytes. Returns false when that fails; errno
+ * tells why. */
+bool readOpen(int fd, std::string *bytes);
+
 /* Appends a whole file to *bytes. Returns false when that fails; errno tells why. */
 bool readBytes(const char *path, std::string *bytes);
 

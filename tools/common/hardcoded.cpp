@@ -4,7 +4,7 @@
 #include <algorithm>
 
 #include "output.h"
-#include "utf8.h"
+#include "host/encoding.h"
 
 using std::string;
 using std::string_view;

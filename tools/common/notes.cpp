@@ -9,7 +9,7 @@
 #include <algorithm>
 
 #include "po.h"
-#include "utf8.h"
+#include "host/encoding.h"
 
 static constexpr std::string_view NOTE_START = "orv-textdb: ";
 

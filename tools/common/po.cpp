@@ -16,7 +16,7 @@
 #include "tools/common/fieldid.h"
 #include "tools/common/files.h"
 #include "tools/common/notes.h"
-#include "tools/common/utf8.h"
+#include "host/encoding.h"
 
 // What is learned from a PO file's bytes, besides what gettext's library tells.
 struct PoSource {
@@ -297,7 +297,7 @@ static void takeEntry(PoFile *po, po_message_t message, size_t line)
     const auto refuse = [&](const std::string &why) {
         reportPo(po, line, Weight::ERROR, id.data(), why);
     };
-    const size_t strange = std::min(id.find_first_not_of(ID_CHARACTERS), id.size());
+    const size_t strange = idEnd(id, 0);
     const std::string_view rest = id.substr(strange);
     if (po_message_is_obsolete(message))
         return;

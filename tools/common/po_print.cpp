@@ -13,7 +13,7 @@
 #include <unistd.h>
 
 #include "files.h"
-#include "utf8.h"
+#include "host/encoding.h"
 
 // Takes messages of gettext's library, when it prints what it was given or reads what it has
 // printed: the comparison tells. May not return from a fatal one.

@@ -445,25 +445,12 @@ static bool keepCommand(void *self, const Cmd *cmd)
 
 // ---- the whole ----
 
-bool isFieldByte(char c)
-{
-    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '.' ||
-           c == '_' || c == ':';
-}
-
-bool isFieldId(std::string_view id)
-{
-    return !id.empty() && std::all_of(id.begin(), id.end(), isFieldByte);
-}
-
 // Marks the fields, as the input routine of the library would replace them.
 static void markFields(Template *tpl)
 {
     tpl->marked = tpl->source;
     for (size_t at = 0; (at = tpl->source.find("{?", at)) != std::string::npos;) {
-        size_t end = at + 2;
-        while (end < tpl->source.size() && isFieldByte(tpl->source[end]))
-            ++end;
+        const size_t end = idEnd(tpl->source, at + 2);
         if (tpl->source.compare(end, 2, "?}") != 0) {
             at += 2;
             continue;

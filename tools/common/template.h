@@ -16,6 +16,7 @@
 
 #include "grammar/records.h"
 #include "interface/messages.h"
+#include "tools/common/fieldid.h"
 
 // Bytes of a template from at to before end, offsets in the file.
 struct Span {
@@ -144,10 +145,6 @@ struct FieldRange {
     }
 };
 FieldRange fieldsIn(const Template &tpl, Span span);
-
-/* Whether an id may stand in a text field. */
-bool isFieldId(std::string_view id);
-bool isFieldByte(char c);
 
 /* The most arguments that a command takes, the index of an element included, and
  * whether one has been given more. */

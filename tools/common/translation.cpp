@@ -10,7 +10,7 @@
 #include <iterator>
 #include <utility>
 
-#include "utf8.h"
+#include "host/encoding.h"
 
 using std::string;
 using std::string_view;

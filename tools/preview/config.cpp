@@ -5,6 +5,7 @@
 #include <stdio.h>
 #include <unistd.h>
 
+#include "tools/common/files.h"
 #include "tools/common/json.h"
 
 using std::string;
@@ -23,15 +24,7 @@ bool replaceFile(const string &path, const string &bytes)
 bool readWhole(const string &path, string &bytes)
 {
     bytes.clear();
-    const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    if (fd < 0)
-        return false;
-    char piece[16384];
-    ssize_t count;
-    while ((count = read(fd, piece, sizeof piece)) > 0)
-        bytes.append(piece, static_cast<size_t>(count));
-    close(fd);
-    return count == 0;
+    return readBytes(path.c_str(), &bytes);
 }
 
 static Json readObject(const string &path)

@@ -6,6 +6,8 @@
 #include <unistd.h>
 #include <algorithm>
 
+#include "tools/common/files.h"
+
 using std::string;
 using std::string_view;
 
@@ -17,13 +19,10 @@ const char *readBelow(const Host &host, const string &path, string &bytes)
     if (const char *problem = hostOpenFile(host, path.c_str(), &fd))
         return problem;
     bytes.clear();
-    char piece[65536];
-    ssize_t count;
-    while ((count = read(fd, piece, sizeof piece)) > 0)
-        bytes.append(piece, static_cast<size_t>(count));
+    const bool isRead = readOpen(fd, &bytes);
     const int cause = errno;
     close(fd);
-    return count < 0 ? strerror(cause) : nullptr;
+    return isRead ? nullptr : strerror(cause);
 }
 
 std::vector<ExcerptLine> excerpt(const Host &host, const string &file, int32_t line, int32_t around)

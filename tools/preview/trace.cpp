@@ -22,6 +22,7 @@
 #include "interface/process.h"
 #include "pages.h"
 #include "tools/common/advice.h"
+#include "tools/common/files.h"
 
 using std::string;
 using std::string_view;
@@ -402,16 +403,6 @@ void traceSet(Trace &trace, Interpreter *interpreter, const string &name, const 
                      "The variable '" + name + "' from " + setBy + " cannot be set");
 }
 
-static string readAll(int fd)
-{
-    string bytes;
-    char piece[65536];
-    lseek(fd, 0, SEEK_SET);
-    for (ssize_t count; (count = read(fd, piece, sizeof piece)) > 0;)
-        bytes.append(piece, static_cast<size_t>(count));
-    return bytes;
-}
-
 string traceRun(Trace &trace, Interpreter *interpreter, const string &page)
 {
     const int output = memfd_create("page", MFD_CLOEXEC);
@@ -426,7 +417,9 @@ string traceRun(Trace &trace, Interpreter *interpreter, const string &page)
     observe::setObserver(nullptr);
     Orv_Interpreter_Destroy(interpreter);
     hostClose(trace);
-    string bytes = readAll(output);
+    string bytes;
+    lseek(output, 0, SEEK_SET);
+    readOpen(output, &bytes);
     close(output);
     close(trace.reports);
     return bytes;

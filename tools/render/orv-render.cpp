@@ -121,10 +121,8 @@ static bool holdStandardDescriptors()
 static std::string readAll(int fd)
 {
     std::string text;
-    char piece[8192];
-    ssize_t got;
-    while ((got = pread(fd, piece, sizeof piece, static_cast<off_t>(text.size()))) > 0)
-        text.append(piece, static_cast<size_t>(got));
+    lseek(fd, 0, SEEK_SET);
+    readOpen(fd, &text);
     return text;
 }
 

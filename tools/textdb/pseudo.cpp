@@ -13,7 +13,7 @@
 #include "tools/common/notes.h"
 #include "tools/common/po.h"
 #include "tools/common/translation.h"
-#include "tools/common/utf8.h"
+#include "host/encoding.h"
 #include "source.h"
 #include "textfields.h"
 

@@ -122,7 +122,7 @@ bool nextField(std::string_view text, size_t *pos, size_t *start, std::string_vi
 {
     while ((*start = text.find("{?", *pos)) != std::string_view::npos) {
         const size_t first = *start + 2;
-        const size_t end = std::min(text.find_first_not_of(ID_CHARACTERS, first), text.size());
+        const size_t end = idEnd(text, first);
         *id = text.substr(first, end - first).substr(0, MAX_ID_LENGTH);
         *pos = first;
         if (text.substr(end, 2) == "?}") {
