@@ -13,7 +13,8 @@ Builds: gcc11, clang14 (the oldest compilers: the library's tests); static (an a
 optimized across the sources), musl (an archive for that C library), lto (-flto among the
 builder's flags, with g++ and clang++, shared and static), libdir (folders that are told
 with their whole paths), twice (in two folders, with the same result), part (of another
-project). All unless named. Builds in build/builds.
+project), archive (of the source, without Bison; and what is said where a tool is missing
+or too old). All unless named. Builds in build/builds.
 END
 }
 
@@ -62,6 +63,12 @@ ask_host() {
     [[ $(cd "$folder" && LD_LIBRARY_PATH=root/libraries ./host) == Ann ]]
 }
 
+# refuse TEXT OPTION... - CMake does not go on, and says so.
+refuse() {
+    ! configure refused "${@:2}" &>log
+    tr -s '\n ' ' ' <log | grep -qF "$1" || { cat log && false; }
+}
+
 run() {
     case $1 in
     gcc11) build_and_test gcc11 -DCMAKE_C_COMPILER=gcc-11 -DCMAKE_CXX_COMPILER=g++-11 ;;
@@ -105,10 +112,30 @@ run() {
         tests/subproject.sh "$source"
         tests/subproject.sh "$source" -DBUILD_SHARED_LIBS=ON
         ;;
+    archive)
+        local folder=$builds/archive sum
+        packaging/dist.sh
+        sum=$(cat build/dist/*.sha256)
+        packaging/dist.sh
+        [[ $(cat build/dist/*.sha256) == "$sum" ]]
+        rm -rf "$folder"
+        mkdir -p "$folder"
+        tar x -C "$folder" --strip-components=1 -f build/dist/*.tar.xz
+        cd "$folder"
+        build made -DCMAKE_DISABLE_FIND_PACKAGE_BISON=ON -DCMAKE_INSTALL_LIBDIR=libraries \
+            -DCMAKE_INSTALL_PREFIX="$builds/made/root"
+        cmake --install "$builds/made"
+        ask_host made
+        echo '// changed' >>grammar/zarn.y
+        refuse 'needs GNU Bison 3.8 or newer' -DCMAKE_DISABLE_FIND_PACKAGE_BISON=ON
+        printf '#!/bin/bash\nexec g++ -D__GNUC__=10 -Wno-builtin-macro-redefined "$@"\n' >old
+        chmod +x old
+        refuse 'needs g++ 11 or newer for its C++20' -DCMAKE_CXX_COMPILER="$folder/old"
+        ;;
     esac
 }
 
-all=(gcc11 clang14 static musl lto libdir twice part)
+all=(gcc11 clang14 static musl lto libdir twice part archive)
 wanted=()
 for argument in "$@"; do
     if [[ " ${all[*]} " == *" $argument "* ]]; then
@@ -123,6 +150,7 @@ for argument in "$@"; do
 done
 alone need cmake:cmake "$builder" bison:bison g++:g++ g++-11:g++-11 clang++-14:clang-14 \
     ld.lld:lld musl-gcc:musl-tools gtest/gtest.h:libgtest-dev pkg-config:pkg-config \
+    git:git xz:xz-utils \
     sqlite3.h:libsqlite3-dev crypt.h:libcrypt-dev gettext-po.h:libgettextpo-dev \
     nlohmann/json.hpp:nlohmann-json3-dev
 [[ ${#wanted[@]} -gt 0 ]] || wanted=("${all[@]}")

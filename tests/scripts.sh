@@ -53,6 +53,8 @@ done <<'END_OF_ROWS'
 2 device.sh --wrong
 0 packaging/packages.sh --help
 2 packaging/packages.sh --wrong
+0 packaging/dist.sh --help
+2 packaging/dist.sh --wrong
 END_OF_ROWS
 check 'nothing is installed' no "$([[ -e $work/installed ]] && echo yes || echo no)"
 
