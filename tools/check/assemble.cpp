@@ -270,7 +270,7 @@ static void append(Assembled *text, const Assembled &more)
 {
     for (TextPiece piece : more.pieces) {
         piece.at += text->text.size();
-        text->pieces.push_back(std::move(piece));
+        text->pieces.push_back(piece);
     }
     text->text += more.text;
 }

@@ -237,19 +237,22 @@ static std::vector<string_view> parameterNames(const Site &site)
     return names;
 }
 
+static const Element *onlyElement(const Argument *argument)
+{
+    return argument && argument->elements.size() == 1 ? argument->elements.data() : nullptr;
+}
+
 // The variable of the web program whose value a template's variable has, by a set that
 // consists of it alone; empty for none.
 static string_view originOf(const Site &site, string_view name)
 {
     for (const VariableUse *use : setsOf(site, name)) {
-        const Argument *value = use->value;
-        while (value && value->elements.size() == 1 && value->elements[0].command &&
-               value->elements[0].command->id == ID_ECHO &&
-               bodyIndex(*value->elements[0].command) == 0)
-            value = &value->elements[0].command->args[0];
-        if (value && value->elements.size() == 1 && value->elements[0].type == ELEM_GETVAR &&
-            isFromWeb(site, value->elements[0].text))
-            return value->elements[0].text;
+        const Element *element = onlyElement(use->value);
+        while (element && element->command && element->command->id == ID_ECHO &&
+               bodyIndex(*element->command) == 0)
+            element = onlyElement(element->command->args.data());
+        if (element && element->type == ELEM_GETVAR && isFromWeb(site, element->text))
+            return element->text;
     }
     return "";
 }

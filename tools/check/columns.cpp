@@ -282,9 +282,9 @@ static Values resultOf(Machine &machine, const Instruction &in)
     const string_view name = string_view(in.p4).substr(0, open);
     const auto *row = std::find_if(std::begin(functionRows), std::end(functionRows),
                                    [&](const FunctionRow &f) { return hasWord(f.names, name); });
-    const int count = open < in.p4.size() ? atoi(in.p4.c_str() + open + 1) : -1;
-    if (row == std::end(functionRows) || name.empty())
+    if (row == std::end(functionRows) || open == in.p4.size())
         return ANYTHING;
+    const long count = strtol(in.p4.c_str() + open + 1, nullptr, 10);
     if (row->returns == Returns::NUMBER)
         return {};
     if (row->returns == Returns::TEXT)

@@ -236,9 +236,9 @@ static size_t placeByMessage(string_view query, string_view message)
     string name = lowered(message.substr(colon + 2));
     name.erase(0, name.rfind('.') + 1); // of a table that is named with its database
     for (const SqlPiece &piece : scanSql(query)) {
-        const bool quoted = piece.token == SqlToken::NAME && piece.end - piece.at >= 2;
-        const size_t size = piece.end - piece.at - 2 * quoted;
-        if (lowered(query.substr(piece.at + quoted, size)) == name)
+        const size_t length = piece.end - piece.at;
+        const size_t quoted = piece.token == SqlToken::NAME && length >= 2 ? 1 : 0;
+        if (lowered(query.substr(piece.at + quoted, length - 2 * quoted)) == name)
             return piece.at;
     }
     return 0;
