@@ -6,6 +6,7 @@
 #include "grammar/commands.h"
 #include "report.h"
 #include "tools/common/hardcoded.h"
+#include "tools/common/output.h"
 #include "tools/common/po.h"
 #include "tools/common/translation.h"
 
@@ -325,20 +326,46 @@ static void reportBroken(Report &all)
     }
 }
 
+using Limits = std::map<string, size_t, std::less<>>;
+
+// Finds the least maxlength of the forms' fields that a text is the value of, by its id.
+static Limits limitsOf(const Site &site)
+{
+    Limits limits;
+    for (const auto &entry : site.templates) {
+        const Template &tpl = *entry.second;
+        OutputVisitor visitor;
+        visitor.field = [&](size_t index, const HtmlState &state) {
+            const Field &field = tpl.fields[index];
+            const size_t most = maxLengthAt(tpl.source, field.span, state);
+            if (most == 0)
+                return;
+            size_t &least = limits[string(field.id)];
+            least = least && least < most ? least : most;
+        };
+        followOutput(tpl, visitor);
+    }
+    return limits;
+}
+
 // Compares a text with its source text.
 static void checkTranslation(Report &all, const Language &language, const string &id,
-                             const LanguageText &text)
+                             const LanguageText &text, const Limits &limits)
 {
+    std::set<string> flags = flagsOf(all.site, id, text);
+    if (const auto limit = limits.find(id); limit != limits.end())
+        limitLength(&flags, limit->second);
     const string *source = sourceOf(all.site, language, id, text);
     if (text.text.empty())
         return;
-    for (const TextFlaw &flaw : judgeText(text.text, source, flagsOf(all.site, id, text)))
+    for (const TextFlaw &flaw : judgeText(text.text, source, flags))
         reportLine(all, language.path, text.line, flaw.kind,
                    "the text " + quoted(id) + " " + flaw.problem);
 }
 
 static void checkTranslations(Report &all)
 {
+    const Limits limits = limitsOf(all.site);
     for (const Language &language : all.site.languages) {
         string named;
         if (isOtherLanguage(language.path, language.header, &named))
@@ -346,7 +373,7 @@ static void checkTranslations(Report &all)
                        "the header says Language: " + language.header +
                            ", but the file's name says " + named + ": correct one of them");
         for (const auto &[id, text] : language.texts)
-            checkTranslation(all, language, id, text);
+            checkTranslation(all, language, id, text, limits);
     }
 }
 

@@ -116,8 +116,8 @@ static constexpr Kind kinds[] = {
     {"text-control", WARNING, "A character that no text has, or the sign for one that was lost.",
      "msgstr \"a\\001b\""},
     {"text-length", WARNING,
-     "A text has more characters than its flag max-length allows; a tag counts nothing, an entity "
-     "one.",
+     "A text has more characters than its flag max-length or the maxlength of the form's field "
+     "allows; a tag counts nothing, an entity one.",
      "#, max-length:20"},
     {"text-language", WARNING, "The header of a PO file names another language than its name.",
      "\"Language: it\\n\" in de.po"},

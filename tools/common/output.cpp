@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cstdlib>
 
 #include "grammar/commands.h"
 
@@ -133,4 +134,21 @@ std::string_view attributeOf(std::string_view tag, std::string_view name)
                         : rest.substr(0, rest.find_first_of(" \t\r\n/>"));
     }
     return "";
+}
+
+size_t maxLengthAt(std::string_view source, Span field, const HtmlState &state)
+{
+    const std::string_view element = state.element;
+    const bool isInput =
+        element == "input" && (state.part == Part::VALUE || state.part == Part::BEFORE_VALUE);
+    const bool isArea = element == "textarea" && state.part == Part::RAW;
+    if (!isInput && !isArea)
+        return 0;
+    const std::string_view tag = tagAround(source, field.at);
+    const bool isValue =
+        attributeOf(tag, "value").find(source.substr(field.at, field.end - field.at)) !=
+        std::string_view::npos;
+    return isInput && !isValue
+               ? 0
+               : strtoul(std::string(attributeOf(tag, "maxlength")).c_str(), nullptr, 10);
 }

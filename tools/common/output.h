@@ -32,4 +32,8 @@ std::string_view tagAround(std::string_view source, size_t at);
 /* The value of an attribute of a tag, empty without it. name: in small letters. */
 std::string_view attributeOf(std::string_view tag, std::string_view name);
 
+/* How many characters the field of a form takes whose value a text field is, 0 when there is
+ * no such limit. state: in front of the text field. */
+size_t maxLengthAt(std::string_view source, Span field, const HtmlState &state);
+
 #endif

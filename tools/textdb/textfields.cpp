@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <cctype>
-#include <cstdlib>
 
 #include "tools/common/fieldid.h"
 #include "tools/common/files.h"
@@ -20,25 +19,6 @@ static uint8_t standsIn(const HtmlState &state)
         (state.content == Content::SCRIPT || state.content == Content::OTHER_SCRIPT);
     return static_cast<uint8_t>((isTag ? STANDS_IN_ATTRIBUTE : 0) |
                                 (isScript ? STANDS_IN_SCRIPT : 0));
-}
-
-// Returns how many characters the field of a form takes whose value a text field is, 0 when
-// there is no such limit.
-static size_t maxLengthAt(std::string_view source, Span field, const HtmlState &state)
-{
-    const std::string_view element = state.element;
-    const bool isInput =
-        element == "input" && (state.part == Part::VALUE || state.part == Part::BEFORE_VALUE);
-    const bool isArea = element == "textarea" && state.part == Part::RAW;
-    if (!isInput && !isArea)
-        return 0;
-    const std::string_view tag = tagAround(source, field.at);
-    const bool isValue =
-        attributeOf(tag, "value").find(source.substr(field.at, field.end - field.at)) !=
-        std::string_view::npos;
-    return isInput && !isValue
-               ? 0
-               : strtoul(std::string(attributeOf(tag, "maxlength")).c_str(), nullptr, 10);
 }
 
 // Returns why what follows a "{?" is no field although it looks like one, or null.
