@@ -116,17 +116,37 @@ void *Orv_Interpreter_HostData(const Interpreter *interpreter)
     return interpreter ? interpreter->hostData : nullptr;
 }
 
+// Frees what a handle has come by in its runs and by its variables. Its pointers stay.
+static void freeContents(Interpreter *interpreter)
+{
+    destroyLocalVarList(&interpreter->localVars);
+    destroyTree(&interpreter->varTree);
+    free(interpreter->args.argBuf);
+    free(interpreter->pendingCounters);
+    free(interpreter->gaveUpIn);
+}
+
+int32_t Orv_Interpreter_Reset(Interpreter *interpreter)
+{
+    if (!interpreter || inpr)
+        return ORV_FAILED;
+    freeContents(interpreter);
+    Interpreter made = {};
+    made.callbacks = interpreter->callbacks;
+    made.tooltipMode = interpreter->tooltipMode;
+    made.output = interpreter->output;
+    made.hostData = interpreter->hostData;
+    *interpreter = made;
+    return ORV_OK;
+}
+
 int32_t Orv_Interpreter_Destroy(Interpreter *interpreter)
 {
     closeLog();
     if (!interpreter || interpreter == inpr)
         return 0;
-    Orv_Interpreter_ClearVariables(interpreter);
-    destroyTree(&interpreter->varTree);
-    forgetPlace(interpreter);
+    freeContents(interpreter);
     free(interpreter->callbacks);
-    free(interpreter->pendingCounters);
-    free(interpreter->args.argBuf);
     free(interpreter->output.bytes);
     free(interpreter);
     return 0;

@@ -8,7 +8,9 @@
  *
  * Threads: none. The run in progress, the diagnostic log and the text
  * databases belong to the process, so all calls must come from one thread.
- * Callbacks return: an exception must not leave one, and a jump neither.
+ * Callbacks return: neither an exception nor a jump must leave one, nor the end of their
+ * thread (pthread_exit, or its cancelling anywhere in a run): the run would be in progress
+ * for ever, and every later one refused.
  *
  * Texts are byte strings that end in a zero byte. The library copies what it
  * keeps; the caller keeps what it passed. */
@@ -128,7 +130,8 @@ enum {
  * the caller's stack: a host gives ORV_STACK_NEEDED bytes of it, or trusts its
  * templates not to nest so deep.
  *
- * Variables that templates set stay for the handle's later runs.
+ * Variables that templates set stay for the handle's later runs, until
+ * Orv_Interpreter_Reset.
  * Returns an ORV_RUN_ number. Whatever it is, every template is closed again
  * and the next run starts clean. */
 ORV_API int32_t Orv_Interpreter_Run(Interpreter *interpreter, const char *path, int32_t outputFd);
@@ -167,7 +170,7 @@ enum {
 /* Sets a variable of the request, during a run or between runs.
  * name: a plain name, which hides a template's variable of that name until
  * Orv_Interpreter_ClearVariables; or array[index], an element of an array that
- * lives as long as the handle. The name "lang" also chooses the language, see
+ * stays until Orv_Interpreter_Reset. The name "lang" also chooses the language, see
  * Orv_Interpreter_SetLanguage; a language that is not there changes nothing.
  * value: may be empty.
  *
@@ -176,10 +179,21 @@ ORV_API int32_t Orv_Interpreter_SetVariable(Interpreter *interpreter, const char
                                             const char *value);
 
 /* Removes the plain variables that were set by Orv_Interpreter_SetVariable.
- * Array elements and the templates' own variables stay.
+ * Array elements and the templates' own variables stay: the next request's visitor
+ * would see them, see Orv_Interpreter_Reset.
  *
  * Returns ORV_OK, or ORV_FAILED for a null handle. */
 ORV_API int32_t Orv_Interpreter_ClearVariables(Interpreter *interpreter);
+
+/* Makes a handle for the next request what Orv_Interpreter_Create made it: the request's
+ * variables, the templates' variables and all arrays are gone, and so is what
+ * Orv_Interpreter_OutputError and Orv_Interpreter_Position tell of its last run. Host data
+ * and output buffer stay, and so does what is the process's: the language, the log and
+ * its counts. It needs no memory.
+ *
+ * Returns ORV_OK, or ORV_FAILED for a null handle and while a run is in progress: then
+ * nothing has changed. */
+ORV_API int32_t Orv_Interpreter_Reset(Interpreter *interpreter);
 
 /* Chooses the text database of a language, for all handles of the process.
  * code: two letters such as "de" (ISO 639-1 by custom, not checked), which
@@ -203,11 +217,13 @@ ORV_API int32_t Orv_Interpreter_SetLanguage(const char *code);
  * piece at once. The pieces go out when the next one does not fit, before every
  * callback and at the end of the run; a piece of more than bytes goes out from
  * where it lies. An error loses what it loses without gathering, the rest of one
- * piece.
+ * piece. Where page and log go to one descriptor, what is gathered may stand behind
+ * messages that came later.
  *
  * Returns ORV_OK; ORV_FAILED for a null handle, a negative number, while a run is
  * in progress, or when memory ran out, and then nothing has changed. */
 ORV_API int32_t Orv_Interpreter_SetOutputBuffer(Interpreter *interpreter, int32_t bytes);
+#define ORV_HAS_OUTPUT_BUFFER 1 /* for programs that ask whether the call is there */
 
 /* Looks a text up as a text field of a template would, in the database of the
  * chosen language and then in the fallback, /etc/htmltext.db.

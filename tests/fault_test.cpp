@@ -425,6 +425,54 @@ TEST(Faults, TemplatesChangeUnderTheRun)
     }
 }
 
+// A handle serves one visitor after another; the first has values that the others have not.
+TEST(Faults, ResetLeavesNothingOfARequest)
+{
+    Host host;
+    host.files = {{"t.htm", "<?echo $var:a$var:l[min]$var:l[1]$var:r$var:q[2]?>"
+                            "<?multiquerycount x?><?setvariable var:a A?>"
+                            "<?setvariable var:l[1] 'l<?echo $var:r?>'?>"
+                            "<?repeat [ 1 1 ] '<?include b.htm?>'?><?print <?echo $var:l[1]?>?>"},
+                  {"b.htm", "b"},
+                  {"surplus.htm", "<?echo a b?>"}};
+    int32_t during = 0;
+    host.onQuery = [&](Interpreter *running, const std::string &) {
+        during = Orv_Interpreter_Reset(running);
+    };
+    useHost(&host);
+    Interpreter *handle = Orv_Interpreter_Create(&hostCallbacks);
+    Orv_Interpreter_SetOutputBuffer(handle, 64);
+    Orv_Interpreter_SetHostData(handle, &host);
+    startLog();
+    size_t held = 0;
+    for (int request = 0; request < 300; ++request) {
+        const bool first = request % 3 == 0;
+        if (first) {
+            Orv_Interpreter_SetVariable(handle, "r", "R");
+            Orv_Interpreter_SetVariable(handle, "q[2]", "Q");
+        }
+        EXPECT_EQ(runHandle(handle).pieces, first ? (std::vector<std::string>{"RQ", "0", "blR"})
+                                                  : (std::vector<std::string>{"0", "bl"}));
+        EXPECT_EQ(during, ORV_FAILED);
+        writes.failures = {EIO};
+        EXPECT_EQ(runHandle(handle, first ? "b.htm" : "surplus.htm").page, "");
+        const int32_t errors = Orv_Interpreter_LogCount(ORV_LOG_ERROR);
+        memoryCalls = {1, true, 0};
+        EXPECT_EQ(Orv_Interpreter_Reset(handle), ORV_OK);
+        EXPECT_EQ(memoryCalls.count, 0);
+        memoryCalls = {};
+        writes = {};
+        EXPECT_EQ(Orv_Interpreter_LogCount(ORV_LOG_ERROR), errors);
+        EXPECT_EQ(Orv_Interpreter_OutputError(handle), 0);
+        EXPECT_EQ(Orv_Interpreter_Position(handle, nullptr), nullptr);
+        EXPECT_EQ(Orv_Interpreter_HostData(handle), &host);
+        held = request == 0 ? blocks.size() : held;
+        EXPECT_EQ(blocks.size(), held);
+    }
+    EXPECT_EQ(Orv_Interpreter_Reset(nullptr), ORV_FAILED);
+    Orv_Interpreter_Destroy(handle);
+}
+
 // What somebody does to a template that a run has open, from a callback.
 static void empty(const char *path)
 {

@@ -163,6 +163,7 @@ TEST(Page, SurvivesBadWrites)
 
 TEST(Page, IsGatheredOnDemand)
 {
+    static_assert(ORV_HAS_OUTPUT_BUFFER == 1);
     Host host = withFiles({{"t.htm", "ab<?echo cde?>f<?error found ?>g<?multiquerycount q?>h"
                                      "<?include b.htm?><?echo ijklmnopq?>r"},
                            {"b.htm", "B"}});
