@@ -22,6 +22,7 @@
 #include "exec/exec.h"
 #include "interface/log.h"
 #include "interface/process.h"
+#include "scanner/buffer.h"
 #include "scanner/input.h"
 
 // Whether the include that suspended the command which runs again is this one:
@@ -115,7 +116,11 @@ static void resumeSuspended()
 
 int32_t doExclude()
 {
-    if (!inpr || inpr->includeIndex < 0 || !popTemplate())
+    if (!inpr || inpr->includeIndex < 0)
+        return 0;
+    if (inpr->includeIndex == 0 && bytesRead() > 0)
+        ownRead(); // a callback closes the run's own: what has been read of it still comes
+    if (!popTemplate())
         return 0;
     resumeSuspended();
     return 1;

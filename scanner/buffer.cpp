@@ -34,11 +34,6 @@ static void *resize(void *block, size_t size)
     return resized;
 }
 
-static const IncludeEntry &topTemplate()
-{
-    return inpr->includes[inpr->includeIndex];
-}
-
 // Whether the bytes lie where the template is mapped, or in the copy of a small one.
 static bool isInPlace(const ScanBuffer &buffer)
 {
@@ -118,7 +113,7 @@ bool refill()
 
 void ownRead()
 {
-    if (!isInPlace(scanner.buffer) || (inpr->includeIndex >= 0 && topTemplate().copy))
+    if (!isInPlace(scanner.buffer))
         return;
     scannedLine(); // while the passed bytes are there
     if (bytesRead() > 0)

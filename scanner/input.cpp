@@ -23,7 +23,9 @@
 
 void prepareCallback()
 {
-    ownRead(); // of the template on top: those beneath were the top when it was opened
+    // Of the template on top: those beneath were the top when it was opened.
+    if (inpr->includeIndex >= 0 && !inpr->includes[inpr->includeIndex].copy)
+        ownRead();
     flushOutput();
 }
 
