@@ -78,7 +78,7 @@ set_up() {
         vim:vim node:nodejs npm:npm \
         :python3-polib :python3-babel po2xliff:translate-toolkit poedit:poedit xvfb-run:xvfb xauth:xauth xdotool:xdotool \
         :libclang-rt-dev :lighttpd curl:curl chromium:chromium chromedriver:chromium-driver \
-        tidy:tidy faketime:faketime strace:strace :python3 :lighttpd-mod-openssl openssl:openssl npm:npm \
+        :locales tidy:tidy faketime:faketime strace:strace :python3 :lighttpd-mod-openssl openssl:openssl npm:npm \
         help2man:help2man pandoc:pandoc dpkg-shlibdeps:dpkg-dev file:file lintian:lintian \
         pkg-config:pkg-config kconfig-conf:kconfig-frontends-nox make:make
 }

@@ -24,7 +24,7 @@ int32_t doRepeat(const char *lowText, const char *upText, int32_t *lower, int32_
 }
 
 // As strtod, which is slow and not needed for a short whole number, nor for a word, unless
-// it begins as "inf" and "nan" do.
+// it begins as "inf" and "nan" do, or with a byte that may be a locale's decimal sign.
 static double readDouble(const char *text, char **end)
 {
     constexpr int longest = 7;
@@ -36,8 +36,8 @@ static double readDouble(const char *text, char **end)
         *end = const_cast<char *>(at);
         return whole;
     }
-    const char letter = static_cast<char>(*text | 0x20);
-    if (letter > '9' && letter != 'i' && letter != 'n') {
+    const int first = static_cast<unsigned char>(*text) | 0x20;
+    if (first > '9' && first < 0x80 && first != 'i' && first != 'n') {
         *end = const_cast<char *>(text);
         return 0;
     }

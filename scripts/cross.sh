@@ -45,7 +45,7 @@ done
 alone need cmake:cmake "$builder" bison:bison qemu-arm:qemu-user \
     arm-linux-gnueabihf-g++:g++-arm-linux-gnueabihf s390x-linux-gnu-g++:g++-s390x-linux-gnu \
     aarch64-linux-gnu-g++:g++-aarch64-linux-gnu riscv64-linux-gnu-g++:g++-riscv64-linux-gnu \
-    :googletest
+    :googletest :locales
 [[ ${#machines[@]} -gt 0 ]] || machines=(arm aarch64 riscv64 s390x)
 for machine in "${machines[@]}"; do
     build_and_test "$machine"

@@ -5,8 +5,10 @@
 #include <fenv.h>
 #include <gtest/gtest.h>
 #include <limits.h>
+#include <locale.h>
 #include <pthread.h>
 #include <signal.h>
+#include <stdlib.h>
 #include <string.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -688,6 +690,33 @@ TEST(Callbacks, MayCloseTheRunsOwnTemplate)
             }
             Orv_Interpreter_Destroy(handle);
         }
+}
+
+// The first byte of that sign is negative where characters have a sign.
+TEST(Compare, KnowsADecimalSignOfTwoBytes)
+{
+    writeFile("locales/source", "LC_NUMERIC\ncopy \"ps_AF\"\nEND LC_NUMERIC\n");
+    static_cast<void>(
+        system("localedef -c -i locales/source -f UTF-8 locales/ps_AF.UTF-8 2>locales/said"));
+    setenv("LOCPATH", (folder + "/locales").c_str(), 1);
+    if (!setlocale(LC_NUMERIC, "ps_AF.UTF-8"))
+        GTEST_SKIP() << "localedef and its sources are not installed here";
+    EXPECT_EQ(doIf("\xD9\xAB"
+                   "5",
+                   "1", ID_IFLT),
+              1);
+    EXPECT_EQ(doIf("\xD9\xAB"
+                   "5",
+                   "0\xD9\xAB"
+                   "50",
+                   ID_IFEQ),
+              1);
+    EXPECT_EQ(doIf("\xD9\xAB", "1", ID_IFLT), 0);
+    setlocale(LC_NUMERIC, "C");
+    EXPECT_EQ(doIf("\xD9\xAB"
+                   "5",
+                   "1", ID_IFLT),
+              0);
 }
 
 // What a row is without: a production, or an action.
