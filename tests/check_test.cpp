@@ -156,8 +156,13 @@ TEST(Check, FindsWhatDocumentsSay)
                 }
         }
     }
-    for (const Kind &kind : allKinds())
+    std::string document;
+    ASSERT_TRUE(readBytes(ORV_SOURCE "/docs/checking.md", &document));
+    for (const Kind &kind : allKinds()) {
         EXPECT_TRUE(whole.contains(kind.id)) << "no document has the words of " << kind.id;
+        EXPECT_NE(document.find("`" + std::string(kind.id) + "`"), std::string::npos)
+            << "docs/checking.md lacks " << kind.id;
+    }
 }
 
 TEST(Check, KnowsTheLimits)

@@ -13,7 +13,8 @@ END
 sed -nE "s/^    \{\"([^\"]+)\", Tail::(BLANK|VARIABLE|TEXT),.*/<?\1 x?>/p
     s/^    \{\"([^\"]+)\", Tail::OPERATOR, '(.)',.*/<?\1 \2 x?>/p
     s/^    \{\"([^\"]+)\", Tail::(NAME|ELEMENT),.*/<?\1 var:a x?>/p" \
-    "$1/../grammar/commands.h" >>"$folder/t.frm"
+    "$1/../grammar/commands.h" >"$folder/commands"
+cat "$folder/commands" >>"$folder/t.frm"
 cat >"$folder/test.vim" <<'END'
 let v:errmsg = ''
 set nocompatible
@@ -48,6 +49,16 @@ call Expect(3, '";<', 0, 'javaScriptStringD')
 for line in range(4, line('$'))
   call Expect(line, '<?', 2, 'orvKeyword')
 endfor
+" A page is known as one by any of them.
+for line in readfile('commands')
+  call writefile([line], 'page.htm')
+  silent edit! page.htm
+  if &filetype !=# 'orv'
+    call writefile(['no template: ' . line], 'wrong', 'a')
+  endif
+  set filetype=
+endfor
+edit! t.frm
 call writefile([&filetype, &commentstring, v:errmsg, line('$') > 20], 'done')
 qall!
 END

@@ -94,11 +94,15 @@ TEST(Documents, NameEachCommand)
     for (std::string line; std::getline(document, line);)
         if (line.starts_with("### "))
             headings += line.substr(3) + ","; // " echo, print,"
+    std::stringstream file;
+    file << std::ifstream(ORV_SOURCE "/fuzz/template.dict").rdbuf();
+    const std::string dictionary = file.str();
     for (const CommandDef &row : commandTable) {
         const std::string words = row.words;
         const bool whole = words.starts_with("error");
         const std::string name = whole ? words : words.substr(0, words.find(' '));
         EXPECT_NE(headings.find(" " + name + ","), std::string::npos) << name;
+        EXPECT_NE(dictionary.find("\"<?" + name), std::string::npos) << name << ", fuzz dictionary";
     }
 }
 
