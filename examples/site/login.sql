@@ -6,7 +6,8 @@
 select 'again', null where :lang is not null;  -- the page in another language, no try
 
 create temp table proof as  -- of the try; fits is null while there is no password yet
-    select 'password' as field, password as known, null as fits, null as made from account;
+    select 'password' as field, password as known, null as fits, null as made, null as turn from account;
+update proof set turn = password_turn();  -- who must wait anyway costs no hash
 select field, 'site.login.bad.wait' from proof, sessions.login_wait where address = :address;
 update proof set fits = password_fits(ifnull(:password, ''), known);
 update proof set made = password_hash(:password)

@@ -5,7 +5,8 @@
 select 'again', null where :lang is not null;  -- the page in another language, no try
 
 create temp table proof as  -- of the form; fits is 1 for the old password, 2 for the new one
-    select 'old' as field, password as known, null as fits, null as made from account;
+    select 'old' as field, password as known, null as fits, null as made, null as turn from account;
+update proof set turn = password_turn();  -- who must wait anyway costs no hash
 select field, 'site.login.bad.wait' from proof, sessions.login_wait where address = :address;
 update proof set fits = case when password_fits(ifnull(:old, ''), known) then 1
                              when password_fits(ifnull(:password, ''), known) then 2 else 0 end;

@@ -14,6 +14,7 @@ using std::string;
 static const char findSql[] =
     "select number, token, flash, origin, is_stale, is_awaited"
     " from sessions.live_session join account using (password) where secret = :secret";
+static const char formerSql[] = "select 1 from sessions.session where secret = :secret";
 static const char visitSql[] =
     "update sessions.session set flash = '', used = unixepoch() where number = :sid";
 static const char flashSql[] = "update sessions.session set flash = :flash where number = :sid";
@@ -55,6 +56,12 @@ bool findSession(sqlite3 *db, const string &secret, bool isVisit, Session &sessi
     if (isAwaited)
         runScript(db, eventsSql, {}, rows);
     return true;
+}
+
+bool isFormerSession(sqlite3 *db, const string &secret)
+{
+    Rows rows;
+    return runScript(db, formerSql, {{"secret", secret}}, rows) == SCRIPT_ROWS;
 }
 
 void setFlash(sqlite3 *db, const Session &session, const string &flash)

@@ -22,6 +22,9 @@ struct Session {
  * Returns false when the database cannot be read, after a line on standard error. */
 bool findSession(sqlite3 *db, const std::string &secret, bool isVisit, Session &session);
 
+/* Whether a cookie is that of a session, also of one that has ended a short while ago. */
+bool isFormerSession(sqlite3 *db, const std::string &secret);
+
 /* Has a text shown on the session's next page: flash, its id, empty for none. It is not shown
  * where that cannot be stored, which is told on standard error. */
 void setFlash(sqlite3 *db, const Session &session, const std::string &flash);

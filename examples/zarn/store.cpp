@@ -2,15 +2,21 @@
 #include "store.h"
 
 #include <crypt.h>
+#include <errno.h>
+#include <fcntl.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <unistd.h>
 #include <sqlite3.h>
 
 using std::string;
 
 // How long a statement waits for another program that is writing.
 static constexpr int BUSY_MILLISECONDS = 5000;
+
+// How many passwords are looked at at a time: each hash takes 16 MiB and a processor.
+static constexpr int TURNS = 2;
 
 // yescrypt, at the library's own cost; its salt comes from the system.
 static constexpr char hashPrefix[] = "$y$";
@@ -61,6 +67,31 @@ static void passwordFits(sqlite3_context *context, int, sqlite3_value **argument
         resultOfHash(context, password, stored, stored);
 }
 
+// Waits for one of the turns, the locked bytes of a file, which the process then has until it
+// ends, whatever ends it.
+static void passwordTurn(sqlite3_context *context, int, sqlite3_value **)
+{
+    static constexpr int STEP_MILLISECONDS = 20;
+    const char *path = static_cast<const char *>(sqlite3_user_data(context));
+    int fd = open(path, O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600);
+    for (int waited = 0; fd >= 0 && waited < BUSY_MILLISECONDS; waited += STEP_MILLISECONDS) {
+        for (int turn = 0; turn < TURNS; ++turn) {
+            struct flock lock = {};
+            lock.l_type = F_WRLCK;
+            lock.l_whence = SEEK_SET;
+            lock.l_start = turn;
+            lock.l_len = 1;
+            if (fcntl(fd, F_OFD_SETLK, &lock) == 0)
+                return sqlite3_result_int(context, turn);
+        }
+        sqlite3_sleep(STEP_MILLISECONDS);
+    }
+    sqlite3_result_error(context, fd < 0 ? strerror(errno) : "too many passwords are looked at",
+                         -1);
+    if (fd >= 0)
+        close(fd);
+}
+
 // Attaches a database. Returns what SQLite does.
 static int attach(sqlite3 *db, const char *file, const char *name)
 {
@@ -91,6 +122,10 @@ sqlite3 *storeOpen(const char *file, const char *sessionsFile)
     if (status == SQLITE_OK)
         status = sqlite3_create_function(db, "password_fits", 2, SQLITE_UTF8, nullptr, passwordFits,
                                          nullptr, nullptr);
+    if (status == SQLITE_OK)
+        status = sqlite3_create_function_v2(db, "password_turn", 0, SQLITE_UTF8,
+                                            sqlite3_mprintf("%s-turns", sessionsFile), passwordTurn,
+                                            nullptr, nullptr, sqlite3_free);
     if (status == SQLITE_OK)
         return db;
     fprintf(stderr, "zarn: cannot use the database: %s\n", sqlite3_errmsg(db));

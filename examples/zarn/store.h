@@ -15,7 +15,9 @@ using Rows = std::vector<std::vector<std::string>>;
  * both is one, also when the program is killed. Statements may also call
  *   password_hash(PASSWORD)        a salted hash of it, for the database
  *   password_fits(PASSWORD, HASH)  1 when it is the password of that hash, else 0
- * Both are slow on purpose, NULL for a NULL argument, and fail when it cannot be told.
+ *   password_turn()                waits until fewer than two other programs have a turn
+ * The first two are slow on purpose, NULL for a NULL argument, and fail when it cannot be
+ * told. A turn lasts until the program ends; where there is none in 5 seconds the last fails.
  *
  * Returns null after a line on standard error; else the caller's, for a host to take. */
 sqlite3 *storeOpen(const char *file, const char *sessionsFile);

@@ -115,6 +115,7 @@ struct Exchange {
     string language;            // empty for the device's own
     bool isNewLanguage = false; // asked for by parameter: the cookie follows
     sqlite3 *db = nullptr;
+    string cookie; // the session's, as it came
     Session session;
     // The answer.
     int status = OK;
@@ -352,11 +353,13 @@ static void carryOut(Exchange &x, Host &host)
     }
 }
 
-// Answers a form. One that brings the password, which no other page knows, needs no session:
-// a second click on the form for a new one comes with the session that the first has ended.
+// Answers a form. One that brings the password, which no other page knows, needs no token, and
+// that for a new one a session that may have ended: a second click comes with the one that
+// the first has ended.
 static void answerPost(Exchange &x, Host &host)
 {
-    bool isProof = x.page == loginPage || x.page == passwordPage;
+    bool isProof =
+        x.page == loginPage || (x.page == passwordPage && isFormerSession(x.db, x.cookie));
     bool isInside = x.page == loginPage || !x.session.number.empty();
     const char *reason = foreignReason(x.db, fromEnvironment("ZARN_NAMES"), x.session.origin);
     if (reason) {
@@ -377,9 +380,9 @@ static void answerPost(Exchange &x, Host &host)
 // Decides what the answer is to a request that was read with that status.
 static void decide(Exchange &x, Host &host, int status)
 {
-    string secret(findCookie(fromEnvironment("HTTP_COOKIE"), sessionCookie));
+    x.cookie = findCookie(fromEnvironment("HTTP_COOKIE"), sessionCookie);
     chooseLanguage(x);
-    if (!findSession(x.db, secret, x.isVisit && !x.isPost && status == OK, x.session))
+    if (!findSession(x.db, x.cookie, x.isVisit && !x.isPost && status == OK, x.session))
         return refuse(x, BROKEN);
     if (status != OK)
         return refuse(x, status);

@@ -192,7 +192,7 @@ def check_double_clicks(width):
             for name, value in fields.items():
                 run("document.getElementById(arguments[0]).value = arguments[1]", name, value)
             click(button, 2, pause)
-            time.sleep(1)  # a page may be there, and the second one's answer still to come
+            time.sleep(2)  # a page may be there, and the second one's answer still to come
             # A message is shown once, which may have been on a page that nobody has seen.
             check((page, pause, width), [], [
                 text for text in texts("[role=status], [role=alert]") if said not in text])

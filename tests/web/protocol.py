@@ -206,6 +206,7 @@ def check_login():
     for what, cookies, fields, status in (
             ("a second click", old, change, 303),
             ("a second click, late", visitor.cookies, {**change, "token": old_token}, 303),
+            ("no session", {}, change, 403), ("an invented one", {"zarnsession": "0" * 32}, change, 403),
             ("another new one", old, {**change, "password": PASSWORD, "repeat": PASSWORD}, 403),
             ("no repeat", visitor.cookies, {**change, "repeat": "x"}, 422)):
         second.cookies = dict(cookies)

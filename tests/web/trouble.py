@@ -1,7 +1,7 @@
 #!/usr/bin/python3
 """tests/web/trouble.py ZARN - the web program where clocks jump and calls fail. Runs under
 tools/serve.sh for its data; the program answers without the web server."""
-import collections, concurrent.futures, contextlib, os, sqlite3, subprocess, sys, tempfile
+import collections, concurrent.futures, contextlib, fcntl, os, sqlite3, subprocess, sys, tempfile
 from visitor import *
 
 ZARN = sys.argv[1]
@@ -81,6 +81,24 @@ def check_hashes():
     check("nothing is counted", [303], tries(ZARN, PASSWORD))
     for length in (511, 512, 2048):  # of which some are too long to be hashed
         check(f"{length} characters", [422], tries(ZARN, "a" * length))
+    sql("delete from login_failure")
+
+
+def check_turns():
+    """Two passwords are looked at at a time. Who gets no turn is not told a lie."""
+    guesser, owner = Direct(ZARN), Direct(ZARN)
+    guesser.login("guess")
+    with open(SESSIONS + "-turns", "r+b") as turns:
+        fcntl.lockf(turns, fcntl.LOCK_EX, 1, 0)
+        check("one is left", 303, owner.login().status)
+        fcntl.lockf(turns, fcntl.LOCK_EX, 1, 1)
+        check("none is left", (503, True, 200), (
+            guesser.login("guess").status, "too many passwords" in guesser.log,
+            owner.ask("overview.htm").status))
+    check("again", 303, owner.login().status)
+    with concurrent.futures.ThreadPoolExecutor(16) as pool:
+        got = collections.Counter(pool.map(lambda _: Direct(ZARN).login("guess").status, range(60)))
+        check("many strangers", {422: 60}, dict(got))
     sql("delete from login_failure")
 
 
@@ -238,6 +256,7 @@ Direct(ZARN).login()  # the first visit
 check_waits()
 check_clocks()
 check_hashes()
+check_turns()
 check_scripts()
 with tempfile.TemporaryDirectory() as folder:
     check_folders(folder)
