@@ -6,6 +6,10 @@ install(TARGETS orvinterpreter EXPORT orvinterpreterTargets
                 NAMELINK_COMPONENT development
         ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT development
         PUBLIC_HEADER DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+if(TARGET orvinterpreter_static)
+    install(TARGETS orvinterpreter_static EXPORT orvinterpreterTargets
+            ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT development)
+endif()
 install(EXPORT orvinterpreterTargets NAMESPACE orvinterpreter::
         DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/orvinterpreter)
 configure_package_config_file(cmake/orvinterpreterConfig.cmake.in orvinterpreterConfig.cmake

@@ -1,9 +1,17 @@
 # The static library: one object, in which only the names for web programs are left to
 # be linked with, so that no name of the library meets one of the program's own.
-orv_library(orvinterpreter_objects OBJECT)
+# Beside the shared library it is made of that one's objects.
+if(BUILD_SHARED_LIBS)
+    set(orv_archive orvinterpreter_static)
+    set(orv_objects orvinterpreter)
+else()
+    set(orv_archive orvinterpreter)
+    set(orv_objects orvinterpreter_objects)
+    orv_library(${orv_objects} OBJECT)
+    set_target_properties(${orv_objects} PROPERTIES POSITION_INDEPENDENT_CODE ON)
+endif()
 # Tables that several sources share are merged by name: unique, they could not be hidden.
-target_compile_options(orvinterpreter_objects PRIVATE $<$<CXX_COMPILER_ID:GNU>:-fno-gnu-unique>)
-set_target_properties(orvinterpreter_objects PROPERTIES POSITION_INDEPENDENT_CODE ON)
+target_compile_options(${orv_objects} PRIVATE $<$<CXX_COMPILER_ID:GNU>:-fno-gnu-unique>)
 
 set(orv_object ${CMAKE_CURRENT_BINARY_DIR}/orvinterpreter.o)
 separate_arguments(orv_link_flags NATIVE_COMMAND
@@ -17,19 +25,19 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL GNU)
         list(APPEND orv_link_flags -flto -flinker-output=nolto-rel -fPIC -fno-gnu-unique)
     endif()
 else()
-    target_compile_options(orvinterpreter_objects PRIVATE -fno-lto)
-    set_target_properties(orvinterpreter_objects PROPERTIES INTERPROCEDURAL_OPTIMIZATION OFF)
+    target_compile_options(${orv_objects} PRIVATE -fno-lto)
+    set_target_properties(${orv_objects} PROPERTIES INTERPROCEDURAL_OPTIMIZATION OFF)
     list(APPEND orv_link_flags -fno-lto)
 endif()
 add_custom_command(OUTPUT ${orv_object}
     COMMAND ${CMAKE_C_COMPILER} ${orv_link_flags} -r -nostdlib -o ${orv_object}
-            $<TARGET_OBJECTS:orvinterpreter_objects>
+            $<TARGET_OBJECTS:${orv_objects}>
     COMMAND ${CMAKE_OBJCOPY} --wildcard --keep-global-symbol=Orv_Interpreter_*
             --keep-global-symbol=systemRoot ${orv_object}
-    DEPENDS orvinterpreter_objects $<TARGET_OBJECTS:orvinterpreter_objects>
+    DEPENDS ${orv_objects} $<TARGET_OBJECTS:${orv_objects}>
     COMMAND_EXPAND_LISTS VERBATIM)
-add_library(orvinterpreter STATIC ${orv_object})
-set_target_properties(orvinterpreter PROPERTIES LINKER_LANGUAGE C)
-target_include_directories(orvinterpreter
+add_library(${orv_archive} STATIC ${orv_object})
+set_target_properties(${orv_archive} PROPERTIES LINKER_LANGUAGE C OUTPUT_NAME orvinterpreter)
+target_include_directories(${orv_archive}
     INTERFACE $<BUILD_INTERFACE:${PROJECT_BINARY_DIR}/include>
               $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)

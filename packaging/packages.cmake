@@ -104,21 +104,27 @@ foreach(component ${orv_components})
     set(CPACK_DEBIAN_${upper}_PACKAGE_NAME ${orv_package_${component}})
 endforeach()
 
+
+# Libraries of several machines are installed beside each other; the others serve all.
+# cpack knows no such field before CMake 3.31: it comes behind another.
+set(beside "Multi-Arch: same")
+set(for_all "Multi-Arch: foreign")
+
 set(about "A template is a page's text with commands in it; the web program answers their
 queries, and the page goes to a file descriptor as it is made. The library is
 for small machines and needs the C library alone.\n")
 set(CPACK_COMPONENT_LIBRARY_DESCRIPTION "interpreter for page templates of a device's web program
 ${about}")
-set(CPACK_DEBIAN_LIBRARY_PACKAGE_SECTION libs)
+set(CPACK_DEBIAN_LIBRARY_PACKAGE_SECTION "libs\n${beside}")
 set(CPACK_DEBIAN_LIBRARY_PACKAGE_CONTROL_EXTRA ${orv_packages}/symbols ${orv_packages}/shlibs
     ${orv_packages}/triggers)
 
 set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION "interpreter for page templates, development files
 ${about}
-The header, files for pkg-config and CMake, the manual page orvinterpreter(3)
-and a whole web program as an example.\n")
+The header, the static library, files for pkg-config and CMake, the manual
+page orvinterpreter(3) and a whole web program as an example.\n")
 set(CPACK_COMPONENT_DEVELOPMENT_DEPENDS library)
-set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION "libdevel\n${beside}")
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SUGGESTS
     "cmake, libcrypt-dev, libsqlite3-dev, ${orv_package_documentation}")
 
@@ -128,7 +134,7 @@ orv-render makes a page, orv-check finds mistakes in a whole site, orv-preview
 shows pages in the browser while they are written, and orv-textdb makes text
 databases of translators' files.\n")
 set(CPACK_COMPONENT_TOOLS_DEPENDS library)
-set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION web)
+set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION "web\n${for_all}")
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SUGGESTS "lighttpd, ${orv_package_documentation}")
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR})
@@ -137,7 +143,7 @@ set(CPACK_COMPONENT_DOCUMENTATION_DESCRIPTION "interpreter for page templates, d
 ${about}
 The template language, checking, translating, embedding and what is to be
 known on a device; and what makes editors know templates.\n")
-set(CPACK_DEBIAN_DOCUMENTATION_PACKAGE_SECTION doc)
+set(CPACK_DEBIAN_DOCUMENTATION_PACKAGE_SECTION "doc\n${for_all}")
 set(CPACK_DEBIAN_DOCUMENTATION_PACKAGE_ARCHITECTURE all)
 
 # For cpack.cmake.

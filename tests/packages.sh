@@ -52,6 +52,12 @@ build_small_host() {
     check "the README's host" Ann "$(./host)"
 }
 
+# The same with the archive, which needs no library of ours at run time.
+build_static_host() {
+    cc host.c -I"$root/usr/include" "$libraries/liborvinterpreter.a" -o static
+    check "the README's host, static" Ann "$(LD_LIBRARY_PATH='' ./static)"
+}
+
 # The example host, by CMake.
 build_example_host() {
     local examples=$doc-dev/examples
@@ -110,6 +116,11 @@ linting=$!
 prepare_root
 before=$(files)
 in_root -i ./*.deb
+for deb in ./*.deb; do
+    kind=foreign
+    [[ $deb == ./orv* || $deb == *-doc_* ]] || kind=same
+    check "$deb: beside other machines'" $kind "$(dpkg-deb -f "$deb" Multi-Arch)"
+done
 check 'four packages' 4 "$(grep -c ' status installed ' "$work/log")"
 version=$(dpkg-deb -f "$(echo liborvinterpreter1_*.deb)" Version)
 version=${version%-*}
@@ -117,6 +128,7 @@ libraries=$(echo "$root"/usr/lib/*/)
 doc=$root/usr/share/doc/liborvinterpreter
 export LD_LIBRARY_PATH=$libraries
 build_small_host
+build_static_host
 build_example_host
 for page in orv-{render,textdb,check,preview}.1 orvinterpreter.3 Orv_Interpreter_Run.3 orv-templates.7; do
     name=${page%.*}
