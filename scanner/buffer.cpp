@@ -111,6 +111,14 @@ bool refill()
     return !isExhausted() && readMore(&scanner.buffer);
 }
 
+int peek(size_t offset)
+{
+    while (offset >= bytesRead())
+        if (!refill())
+            return END_OF_INPUT;
+    return static_cast<unsigned char>(matchStart()[offset]);
+}
+
 void ownRead()
 {
     if (!isInPlace(scanner.buffer))

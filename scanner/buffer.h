@@ -25,15 +25,16 @@ inline size_t bytesRead()
     return scanner.buffer.read;
 }
 
+/* The same as byteAt, smaller where it is called and slower: for bytes that are rarely
+ * looked at. */
+int peek(size_t offset);
+
 /* Byte of the current match at offset, or END_OF_INPUT; reads more when the
  * buffer has no such byte yet, so rules ask only for bytes that can lengthen
  * their match. */
 [[gnu::always_inline]] inline int byteAt(size_t offset)
 {
-    while (__builtin_expect(offset >= bytesRead(), 0))
-        if (!refill())
-            return END_OF_INPUT;
-    return static_cast<unsigned char>(matchStart()[offset]);
+    return offset < bytesRead() ? static_cast<unsigned char>(matchStart()[offset]) : peek(offset);
 }
 
 /* Keep a stack of conditions to go back to. */

@@ -49,7 +49,7 @@ inline constexpr auto setsOf = [] {
     return table;
 }();
 
-inline bool isIn(int byte, ByteSet set)
+[[gnu::always_inline]] inline bool isIn(int byte, ByteSet set)
 {
     return setsOf[static_cast<size_t>(byte - END_OF_INPUT)] & set;
 }

@@ -198,11 +198,11 @@ static size_t matchOperator(size_t offset, char sign)
     offset = matchBlanks(offset);
     if (offset == 0)
         return 0;
-    offset += isIn(byteAt(offset), QUOTE);
-    if (byteAt(offset) != sign)
+    offset += isIn(peek(offset), QUOTE);
+    if (peek(offset) != sign)
         return 0;
     ++offset;
-    offset += isIn(byteAt(offset), QUOTE);
+    offset += isIn(peek(offset), QUOTE);
     return matchBlanks(offset);
 }
 
@@ -213,7 +213,7 @@ static size_t matchName(size_t offset, bool bracket)
     if (offset == 0)
         return 0;
     const size_t behind = skip(offset, NAME);
-    if (behind == offset || (bracket && byteAt(behind) != '['))
+    if (behind == offset || (bracket && peek(behind) != '['))
         return 0;
     return skip(behind + bracket, BLANK);
 }
@@ -277,7 +277,7 @@ static const CommandDef *findCommand(size_t offset, size_t *length)
     }
     candidates &= rowsWith(byteAt(offset), rowsByFirst);
     if (candidates)
-        candidates &= rowsWith(byteAt(offset + 1), rowsBySecond);
+        candidates &= rowsWith(peek(offset + 1), rowsBySecond);
     const CommandDef *found = nullptr;
     for (*length = 0; candidates; candidates &= candidates - 1) {
         const auto row = static_cast<size_t>(std::countr_zero(candidates));
@@ -472,7 +472,7 @@ static size_t textRun()
 [[gnu::noinline]] static int scanText()
 {
     const size_t length = textRun();
-    if (length == 0 && byteAt(1) == '?')
+    if (length == 0 && peek(1) == '?')
         return scanCommandStart();
     writePiece(take(std::max<size_t>(length, 1)));
     return scanner.passesText ? SCAN_ON : HTML_TEXT;
@@ -484,8 +484,8 @@ static size_t textRun()
     size_t length = 0;
     for (;;) {
         length = skip(length, COMMENT_TEXT);
-        const int first = byteAt(length);
-        if (first == END_OF_INPUT || byteAt(length + 1) == (first == '<' ? '?' : '>'))
+        const int first = peek(length);
+        if (first == END_OF_INPUT || peek(length + 1) == (first == '<' ? '?' : '>'))
             break;
         ++length;
     }
@@ -506,13 +506,13 @@ static size_t textRun()
 // At "$var:", with name the offset behind it and behind that of the name's end.
 static int scanVariable(size_t name, size_t behind)
 {
-    if (byteAt(behind) != '[')
+    if (peek(behind) != '[')
         return valueToken(ARG_GETVAR, without(take(behind), name));
     const size_t index = skip(behind + 1, BLANK);
     for (const char *word : {"min", "max"}) {
         size_t end = matchText(index, word);
         end = end ? skip(end, BLANK) : 0;
-        if (end && byteAt(end) == ']') {
+        if (end && peek(end) == ']') {
             // The byte behind the "[" keeps the place of the bound's sign.
             return valueToken(word[1] == 'i' ? ARG_MINARRAY : ARG_MAXARRAY,
                               {take(end + 1).data() + name, behind + 2 - name});
@@ -537,7 +537,7 @@ static int scanReference()
         return valueToken(ARG_TEXT, without(take(2), 1));
     if (!isIn(first, DIGIT_OR_SMALL))
         return textToken(1);
-    const bool two = isIn(first, DIGIT) && isIn(byteAt(2), DIGIT_OR_SMALL);
+    const bool two = isIn(first, DIGIT) && isIn(peek(2), DIGIT_OR_SMALL);
     return valueToken(ARG_NUMVAR, without(take(two ? 3 : 2), 1));
 }
 
@@ -549,7 +549,7 @@ static size_t quotedRun(size_t offset, char quote, ByteSet text)
         offset = skip(offset, text);
         if (byteAt(offset) != '<')
             return offset;
-        const int next = byteAt(offset + 1);
+        const int next = peek(offset + 1);
         if (next == END_OF_INPUT || next == quote || next == '$' || next == '?')
             return offset;
         ++offset;
@@ -572,7 +572,7 @@ static int openQuote(char quote)
 
 static bool endsCommandAt(size_t offset)
 {
-    return byteAt(offset) == '?' && byteAt(offset + 1) == '>';
+    return byteAt(offset) == '?' && peek(offset + 1) == '>';
 }
 
 static int scanQuoted(char quote)
@@ -580,7 +580,7 @@ static int scanQuoted(char quote)
     const int first = byteAt(0);
     if (first == '$')
         return scanReference();
-    if (first == '<' && byteAt(1) == '?')
+    if (first == '<' && peek(1) == '?')
         return scanCommandStart();
     if (first == quote || first == '?' || isIn(first, BLANK)) {
         const bool closes = first == quote;
@@ -602,7 +602,7 @@ static int scanArguments(bool index)
     const int first = byteAt(0);
     if (first == '$')
         return scanReference();
-    if (first == '<' && byteAt(1) == '?')
+    if (first == '<' && peek(1) == '?')
         return scanCommandStart();
     if (isIn(first, QUOTE)) {
         if (!index)
