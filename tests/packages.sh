@@ -78,7 +78,7 @@ build_example_host() {
 # what Buildroot makes of it.
 check_buildroot() {
     export BR2_EXTERNAL_ORVINTERPRETER_PATH=$packaging/buildroot
-    for symbol in BR2_USE_MMU BR2_INSTALL_LIBSTDCXX BR2_TOOLCHAIN_GCC_AT_LEAST_12; do
+    for symbol in BR2_USE_MMU BR2_INSTALL_LIBSTDCXX BR2_TOOLCHAIN_GCC_AT_LEAST_11; do
         printf 'config %s\n\tdef_bool y\n' $symbol
     done >Config.in
     cat >>Config.in <<'END'
@@ -91,18 +91,31 @@ END
     check 'settings of the recipe' BR2_PACKAGE_ORVINTERPRETER=y "$(grep PACKAGE config)"
     cat >Makefile <<'END'
 cmake-package = $(info $(ORVINTERPRETER_VERSION) $(wildcard $(ORVINTERPRETER_SITE)/CMakeLists.txt))
+host-cmake-package = $(info host $(HOST_ORVINTERPRETER_BUILD_OPTS))
 include $(BR2_EXTERNAL_ORVINTERPRETER_PATH)/external.mk
 all:;
 END
-    check 'the recipe for Buildroot' "$version $packaging/buildroot/../../CMakeLists.txt" \
+    check 'the recipe for Buildroot' \
+        "$version $packaging/buildroot/../../CMakeLists.txt"$'\nhost orv-textdb' \
         "$(make --warn-undefined-variables -s 2>&1)"
+}
+
+# OpenWrt's makefiles with a stand-in for what they make of the recipe.
+check_openwrt() {
+    mkdir -p rules
+    echo 'INCLUDE_DIR = rules' >rules/rules.mk
+    echo 'BuildPackage = $(info $(1) $(PKG_VERSION) $(CMAKE_OPTIONS)$(call Package/$(1)/install,root))' \
+        >rules/package.mk
+    printf '%s\n' 'INSTALL_DIR = mkdir' 'CP = cp' 'PKG_INSTALL_DIR = made' >rules/cmake.mk
+    check 'the recipe for OpenWrt' "liborvinterpreter $version" "$(make --warn-undefined-variables \
+        -s TOPDIR=rules -f "$packaging/openwrt/orvinterpreter/Makefile" 2>&1 | grep -o '^libo[^ ]* [^ ]*\|.*rror.*\|.*arn.*')"
 }
 
 # A recipe consists of settings and what it inherits.
 check_yocto() {
     local recipe=$packaging/yocto/orvinterpreter_$version.bb
     check 'the recipe for Yocto' '' "$(grep -vE \
-        '^([A-Z_]+(\[[a-z0-9]+\])? = "[^"]*"|inherit [a-z ]+|#.*)?$' "$recipe" 2>&1)"
+        '^([A-Z_]+(\[[a-z0-9]+\]|(:append)?:class-native)? = "[^"]*"|inherit [a-z ]+|#.*)?$' "$recipe" 2>&1)"
 }
 
 cd "$work"
@@ -141,5 +154,6 @@ mapfile -t names < <(for deb in ./*.deb; do dpkg-deb -f "$deb" Package; done)
 in_root --purge "${names[@]}"
 check 'nothing is left' "$before" "$(files)"
 check_buildroot
+check_openwrt
 check_yocto
 exit $failed

@@ -15,4 +15,17 @@ ORVINTERPRETER_SUPPORTS_IN_SOURCE_BUILD = NO
 ORVINTERPRETER_DEPENDENCIES = host-bison
 ORVINTERPRETER_CONF_OPTS = -DCMAKE_BUILD_TYPE=MinSizeRel -DORV_TOOLS=OFF -DORV_TESTS=OFF
 
+# orv-textdb on the build machine, with which an image makes its text databases:
+#   $(HOST_DIR)/bin/orv-textdb build -o $(TARGET_DIR)/etc/htmltext_de.db de.po
+# A package that does so depends on host-orvinterpreter. The header of nlohmann's JSON
+# library is the build machine's own.
+HOST_ORVINTERPRETER_DEPENDENCIES = host-bison host-sqlite host-gettext
+HOST_ORVINTERPRETER_CONF_OPTS = -DORV_TESTS=OFF -DORV_INSTALL=OFF
+HOST_ORVINTERPRETER_BUILD_OPTS = orv-textdb
+
+define HOST_ORVINTERPRETER_INSTALL_CMDS
+	$(INSTALL) -D -m 0755 $(HOST_ORVINTERPRETER_BUILDDIR)/tools/orv-textdb $(HOST_DIR)/bin/orv-textdb
+endef
+
 $(eval $(cmake-package))
+$(eval $(host-cmake-package))
