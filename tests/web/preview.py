@@ -70,6 +70,7 @@ class Preview:
         self.lines = []
         self.until(" - Ctrl-C ends it.")
         self.url = self.lines[-1].split(" ")[0]
+        self.port = int(self.url.split(":")[2].strip("/"))
 
     def __enter__(self):
         return self
@@ -327,11 +328,13 @@ request.send();
 return request.responseText.includes('bar.js')"""))
 
 
+def children(pid):
+    with open(f"/proc/{pid}/task/{pid}/children", encoding="ascii") as file:
+        return file.read().split()
+
+
 def streams(preview):
     """How many requests the preview's server is at."""
-    def children(pid):
-        with open(f"/proc/{pid}/task/{pid}/children", encoding="ascii") as file:
-            return file.read().split()
     return sum(len(children(child)) for child in children(preview.process.pid))
 
 
@@ -357,6 +360,11 @@ def check_many(preview):
         show(preview.url + "policy.htm")
         check("tab", "badge", wait(BADGE, "badge"))
     check("one stream for all", 1, streams(preview))
+    show(preview.url + "endless.htm")
+    preview.settle(0)
+    write("site/endless.htm", "<!DOCTYPE html><h1>short</h1>")
+    check("a page that was stopped, where the stream is old", "short", wait(TITLE, "short"))
+    show(preview.url + "policy.htm")
     edit("site/policy.htm", "<h1>v1", "<h1>v2")
     for tab in tabs:
         send("/window", handle=tab)
@@ -392,23 +400,40 @@ def check_alone(preview):
 
 
 def check_typing():
-    """Findings that come while something is typed: the check waits for its list until then."""
+    """Findings that come while the bar is used: the check waits for its list until then."""
     os.mkfifo("bin/names")
     os.symlink("bin/names", "names")
-    write("typed/t.htm", "<!DOCTYPE html><?echo $var:nope?>")
+    write("typed/t.htm", "<!DOCTYPE html><title>x</title><h1>v1</h1><?echo $var:nope?>")
+    number = BAR + "return bar.querySelector('#findings .number').textContent"
     with Preview("--port", "0", "--set-from", "names", "typed") as preview:
         show(preview.url + "t.htm")
         tab_to(".badge")
+        write("bin/names", "other")
+        check("findings come late", "1 finding", wait(SAID, "1 finding"))
         press(ENTER)
+        check("the badge has kept the focus", True, run(OPEN))
+        edit("typed/t.htm", "v1</h1>", "v2</h1><?echo $var:never?>")
+        check("those of the former file", ("v2", "1"), (wait(TITLE, "v2"), wait(number, "1")))
         tab_to(".switches input")
         press("no ")
         write("bin/names", "other")
-        number = BAR + "return bar.querySelector('#findings .number').textContent"
-        check("findings come late", "1", wait(number, "1"))
+        check("findings come late again", "2", wait(number, "2"))
         press("route" + ENTER)
         error = BAR + "return bar.querySelector('.switches input').value"
         check("typed before and after", ("no route", "no route"),
               (wait(error, "no route"), preview.report("t.htm")["error"]))
+        edit("typed/t.htm", "v2", "v3")
+        wait(TITLE, "v3")
+        while len(children(preview.process.pid)) < 2:
+            time.sleep(0.01)
+        os.kill(int(children(preview.process.pid)[-1]), signal.SIGKILL)
+        check("a check that has failed finds nothing", "0", wait(number, "0"))
+        tab_to(".close")
+        press(ENTER)
+    check("the page outlives it", "Preview has ended", wait(SAID, "Preview has ended"))
+    edit("typed/t.htm", "v3", "v4")
+    with Preview("--port", str(preview.port), "typed"):
+        check("and finds the next one", "v4", wait(TITLE, "v4"))
 
 
 def check_troubles(preview):
@@ -489,14 +514,13 @@ def check_hardships():
         write("site/new/deep/new.htm", "new")
         preview.until("Changed: new/deep/new.htm")
         events = urllib.request.urlopen(preview.url + ".orv-preview/events", timeout=20)
-        port = preview.url.split(":")[2].strip("/")
     try:
         events.read()
     except http.client.IncompleteRead:
         pass  # it has ended with the server
     check("nothing is left", [], [name for name in os.listdir(tempfile.gettempdir())
                                   if not name.startswith("org.chromium.")])
-    with Preview("--port", port, "site") as preview:
+    with Preview("--port", str(preview.port), "site") as preview:
         check("a second start", 200, preview.ask("")[0])
     with Preview("--port", "0", "site", preexec_fn=refuse_calls) as preview:
         check("changes that cannot be watched", (1, 200), (len(
@@ -524,7 +548,7 @@ def folders():
 
 def is_served(preview):
     with socket.socket() as link:
-        return link.connect_ex(("127.0.0.1", int(preview.url.split(":")[2].strip("/")))) == 0
+        return link.connect_ex(("127.0.0.1", preview.port)) == 0
 
 
 def check_ends():
@@ -541,10 +565,18 @@ def check_ends():
             ("bin/orv-preview --port 0", signal.SIGHUP, 0, 0),
             ("project/demo.sh --preview", signal.SIGTERM, 0, 0),
             ("project/demo.sh --preview --port 0", signal.SIGKILL, -9, 1),
-            ("bin/orv-preview --port 0", signal.SIGINT, 0, 0)):
+            ("nohup bin/orv-preview --port 0", signal.SIGINT, 0, 0),
+            ("bin/orv-preview --port 0", None, 2, 0)):
         preview = Preview(program=program.split(), **options)
         check("folders", 1, folders())
-        preview.process.send_signal(number)
+        if program.startswith("nohup"):
+            preview.process.send_signal(signal.SIGHUP)
+            time.sleep(0.3)
+            check("nohup", None, preview.process.poll())
+        if number:
+            preview.process.send_signal(number)
+        else:
+            os.kill(int(children(preview.process.pid)[0]), signal.SIGTERM)
         check(f"{program} is ended by {number}", (status, left),
               (preview.process.wait(10), folders()))
         deadline = time.monotonic() + 10
