@@ -36,8 +36,8 @@ ORV_API int32_t doInclude(const char *path, int32_t recordPending);
 
 /* Closes the template on top, gives the scanner the one beneath and, where an
  * include in a body had suspended a command there, runs that command again.
- * Returns 0 when none was open or it was the run's own, which keeps its place
- * and name until the run ends; else 1. */
+ * Returns 0 when none was open, when it was the run's own, which keeps its place
+ * and name until the run ends, and while fOpen is asked; else 1. */
 ORV_API int32_t doExclude();
 
 /* Expands one argument, which may be null; id's escaping bits apply to values.

@@ -16,13 +16,14 @@ enum : int32_t {
 void prepareCallback();
 
 /* Opens a template through fOpen, maps it and puts it on top of the include
- * stack; the scanner reads it next. path: copied; may be null, which fails.
+ * stack; the scanner reads it next. path: copied; may be null, which fails, as does
+ * a push while fOpen is asked.
  * Returns an INCLUDE_ result; unless pushed, nothing has changed. */
 int32_t pushTemplate(const char *path);
 
 /* Closes the template on top and gives the scanner the one beneath. The run's own
  * keeps its place and its name until the run ends. Returns whether there is one
- * beneath. */
+ * beneath; false, and nothing has changed, while fOpen is asked for a further one. */
 bool popTemplate();
 
 /* Closes all templates of a run that has ended, however it did, and leaves the
