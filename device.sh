@@ -23,8 +23,8 @@ Builds an ARM device in build/device, starts it, shows that it answers, and ends
   --cost          print what a page costs there, made by the library and by other means
   --help          print this text
 
-The device's settings are the factory's at each start. Its memory (64 MB) and kernel
-options (none) are set with DEVICE_MEMORY and DEVICE_OPTIONS:
+The device's settings are the factory's at each start. Its memory (64 MB, at least 60)
+and kernel options (none) are set with DEVICE_MEMORY and DEVICE_OPTIONS:
 DEVICE_OPTIONS=tooltip=2 ./device.sh --serve
 END
 }
@@ -75,7 +75,7 @@ build() {
 # start PORT
 start() {
     say "starting it"
-    start_machine "$image" "$folder/console.log" "${DEVICE_MEMORY:-64}" "${DEVICE_OPTIONS-}" \
+    start_machine "$image" "$folder/console.log" "$memory" "${DEVICE_OPTIONS-}" \
         ",hostfwd=tcp:127.0.0.1:$1-:80"
     trap kill_machine EXIT
     trap 'exit 130' INT
@@ -102,7 +102,7 @@ show_pages() {
 
 console() {
     local arguments
-    mapfile -t arguments < <(machine_arguments "$image" "${DEVICE_MEMORY:-64}" \
+    mapfile -t arguments < <(machine_arguments "$image" "$memory" \
         "${DEVICE_OPTIONS-}" "")
     exec qemu-system-arm "${arguments[@]}" -serial mon:stdio
 }
@@ -122,6 +122,9 @@ case ${1-} in
     ;;
 *) fail "wrong option '$1', see --help" ;;
 esac
+memory=${DEVICE_MEMORY:-64}
+[[ $memory =~ ^[1-9][0-9]{0,4}$ && $memory -ge 60 ]] ||
+    fail "DEVICE_MEMORY=$memory: Debian's kernel and a sign-in need 60 MB (docs/device.md)"
 
 # shellcheck disable=SC2086 # targets that tests want as well
 build ${DEVICE_TARGETS-}

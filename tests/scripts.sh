@@ -56,6 +56,9 @@ done <<'END_OF_ROWS'
 0 packaging/dist.sh --help
 2 packaging/dist.sh --wrong
 END_OF_ROWS
+got=0
+DEVICE_MEMORY=59 PATH=$work/fake ./device.sh --build &>"$work/said" || got=$?
+check 'a device of too little memory' '2 1' "$got $(grep -c 'need 60 MB' "$work/said")"
 check 'nothing is installed' no "$([[ -e $work/installed ]] && echo yes || echo no)"
 
 # Six at once build once and show the same page: in German, with an English text where
