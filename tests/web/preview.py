@@ -236,7 +236,8 @@ def check_mistakes(preview):
         status, _, text = preview.ask(f"broken/{path}.htm")
         check(path, (500, True, True), (status, f"<h1>{title}</h1>" in text, place in text))
     write("site/endless.htm", "<!DOCTYPE html><?repeat [ 1 99999999 ] '" + 9999 * "x" + "'?>")
-    check("a page without end", True, "64 megabytes, and was stopped" in preview.ask("endless.htm")[2])
+    check("a page without end", True,
+          "64 megabytes, and was stopped" in preview.ask("endless.htm")[2])
 
 
 def check_changes(preview):
@@ -304,7 +305,8 @@ def check_keys(preview):
 
 def check_findings(preview):
     """What orv-check finds in the templates of the shown page."""
-    write("site/misspelt.htm", "<!DOCTYPE html>\n<?include ./piece.frm?><?if eq 1 2 `<?echo $var:xyzzy?>`?>\n")
+    write("site/misspelt.htm",
+          "<!DOCTYPE html>\n<?include ./piece.frm?><?if eq 1 2 `<?echo $var:xyzzy?>`?>\n")
     write("site/piece.frm", "<?echo $var:hostnmae?>")
     show(preview.url + "misspelt.htm")
     check("counted", "2 findings", wait(SAID, "2 findings"))
@@ -312,13 +314,15 @@ def check_findings(preview):
     tab_to(".badge")
     press(ENTER)
     check("told", ["misspelt.htm:2:44 $var:xyzzy is not set anywhere",
-                   "piece.frm:1:8 $var:hostnmae is not set anywhere; did you mean 'hostname'?"], sorted(run(ENTRIES)[:2]))
+                   "piece.frm:1:8 $var:hostnmae is not set anywhere; did you mean 'hostname'?"],
+          sorted(run(ENTRIES)[:2]))
     press(ESCAPE)
 
 
 def check_fetch(preview):
     """What a page's script fetches is what the device sends."""
-    write("site/status.htm", '{"names": [<?multiquery "select id from network where id < 3" \'"$1",\'?>0]}')
+    write("site/status.htm",
+          '{"names": [<?multiquery "select id from network where id < 3" \'"$1",\'?>0]}')
     show(preview.url + "overview.htm")
     check("as JSON", {"names": ["1", "2", 0]},
           run("return fetch('status.htm').then(answer => answer.json())"))
@@ -347,8 +351,8 @@ def check_many(preview):
     write("site/policy.htm", f"<!DOCTYPE html><title>x</title>{POLICY}<h1>v1</h1>")
     preview.settle(start)
     show(preview.url + "many.htm")
-    frames = """return Array.from(frames).map(({document: page}) => page.querySelector('h1')?.textContent +
-!!page.querySelector('orv-preview')).join()"""
+    frames = """return Array.from(frames).map(({document: page}) =>
+page.querySelector('h1')?.textContent + !!page.querySelector('orv-preview')).join()"""
     check("frames", ",".join(8 * ["v1true"]), wait(frames, ",".join(8 * ["v1true"])))
     edit("site/one.htm", "v1", "v2")
     check("frames again", ",".join(["v1true"] + 7 * ["v2true"]),

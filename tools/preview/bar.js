@@ -432,7 +432,8 @@
         if (errors()) {
             const first = data.messages.find((message) => message.severity === 'error');
             return make('button',
-                {className: 'badge failed', type: 'button', id: 'badge', onclick: openAt('messages')},
+                {className: 'badge failed', type: 'button', id: 'badge',
+                    onclick: openAt('messages')},
                 span('count', plural(errors(), 'error', 'errors')),
                 span('where', `${placeOf(first.file, first.line)} ${first.text}`.trim()),
                 span('more', 'Show'));
