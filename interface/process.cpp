@@ -21,10 +21,10 @@ int32_t logCounts[ORV_LOG_SEVERITIES]; // interface/log.cpp; since the process b
 TextDatabase htmlDB;                   // textdb/language.cpp; outlives handles
 TextDatabase htmlFallbackDB;           // textdb/language.cpp; once mapped, for good
 
-FreeRecords freeRecords;  // grammar/records.cpp, empty between runs
-Scanner scanner;          // scanner/; outlives handles, in page text and empty after each run
-Mapping *mappings;        // textdb/textdb.cpp, every mapped text database
-QueryTimes queryTimes;    // exec/query.cpp, during one query
+FreeRecords freeRecords; // grammar/records.cpp, empty between runs
+Scanner scanner;         // scanner/; outlives handles, in page text and empty after each run
+Mapping *mappings;       // textdb/textdb.cpp, every mapped text database
+QueryTimes queryTimes;   // exec/query.cpp, during one query
 
 char cmdlineBuf[CMDLINE_CAPACITY]; // interface/log.cpp, the kernel command line
 char fieldId[FIELD_ID_CAPACITY];   // scanner/fields.cpp, during one lookup

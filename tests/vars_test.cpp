@@ -7,6 +7,7 @@
 #include <string.h>
 
 #include <new>
+#include <utility>
 
 #include "interface/interpreter.h"
 #include "tests/harness.h"
@@ -95,6 +96,12 @@ TEST(Locals, MayBeLaidOutByHand)
             EXPECT_STREQ(findLocalVar(head, name.c_str()), std::to_string(i).c_str()) << byHand;
         }
         EXPECT_EQ(findLocalVar(head, "absent"), nullptr);
+        LocalVar *first = std::exchange(head, head->next); // the one with the index, if any
+        first->next = nullptr;
+        EXPECT_EQ(insertLocalVar(&head, "n39", "again"), ORV_VARIABLE_SET);
+        EXPECT_STREQ(findLocalVar(head, "n39"), "again");
+        EXPECT_EQ(findLocalVar(head, "absent"), nullptr);
+        destroyLocalVarList(&first);
         destroyLocalVarList(&head);
         EXPECT_EQ(head, nullptr);
     }

@@ -56,12 +56,14 @@ static LocalVar **slotOf(LocalVar **index, uint32_t slots, uint32_t hash, const 
 // Returns false, and nothing has changed, when memory ran out.
 static bool passIndex(LocalVar *entry, LocalVar *next)
 {
-    if (entry->count <= UNINDEXED)
+    if (!next || entry->count <= UNINDEXED)
         return true;
     LocalVar **index = next->index;
-    uint32_t slots = next->slots;
+    uint32_t slots = index ? next->slots : 0;
     if (entry->count > slots / 2) {
-        slots = slots ? slots * 2 : UNINDEXED * 4;
+        do
+            slots = slots ? slots * 2 : UNINDEXED * 4;
+        while (entry->count > slots / 2); // somebody may have unlinked the entry with the index
         index = static_cast<LocalVar **>(calloc(slots, sizeof(void *)));
         if (!index)
             return false;
