@@ -17,7 +17,7 @@
 
 #include "exec/exec.h"
 #include "grammar/commands.h"
-#include "interface/process.h"
+#include "base/process.h"
 #include "textdb/language.h"
 #include "tools/common/textdb_file.h"
 #include "vars/tree.h"

@@ -4,9 +4,9 @@
 #include <unistd.h>
 
 #include "exec/exec.h"
-#include "interface/observe.h"
-#include "interface/output.h"
-#include "interface/process.h"
+#include "base/observe.h"
+#include "base/output.h"
+#include "base/process.h"
 
 static constexpr char alphabet[] =
     "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";

@@ -7,7 +7,7 @@
 
 #include "exec/exec.h"
 #include "grammar/commands.h"
-#include "interface/log.h"
+#include "base/log.h"
 
 // Reads an operand; ordinal names it in the warning when it is no number.
 static bool readOperand(const char *text, const char *ordinal, double *value)

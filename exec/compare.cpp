@@ -4,7 +4,7 @@
 
 #include "exec/exec.h"
 #include "grammar/commands.h"
-#include "interface/log.h"
+#include "base/log.h"
 #include "vars/number.h"
 
 int32_t doRepeat(const char *lowText, const char *upText, int32_t *lower, int32_t *upper)

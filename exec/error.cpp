@@ -1,7 +1,7 @@
 /* exec/error.cpp - the web program's error message. */
 #include "exec/exec.h"
 #include "grammar/commands.h"
-#include "interface/process.h"
+#include "base/process.h"
 #include "scanner/input.h"
 
 int32_t doError(uint32_t id, QueryRow **rows)

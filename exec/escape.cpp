@@ -6,7 +6,7 @@
 #include <array>
 
 #include "exec/exec.h"
-#include "interface/process.h"
+#include "base/process.h"
 
 static constexpr size_t TABLE_SIZE = 64;
 

@@ -12,7 +12,7 @@
 #include <string_view>
 
 #include "grammar/records.h"
-#include "interface/interpreter.h"
+#include "base/interpreter.h"
 
 enum : int32_t {
     EXEC_DONE = 0,
@@ -136,14 +136,6 @@ void keepSuspended(Cmd *cmd);
 
 /* Frees all suspended commands of a run that has ended. */
 void dropPending();
-
-// Clock ticks before and after a query.
-struct QueryTimes {
-    clock_t startTicks;
-    tms start;
-    tms end;
-};
-extern QueryTimes queryTimes;
 
 /* A row's columns, within the room that it has. */
 int32_t columnCount(const QueryRow *row);

@@ -10,8 +10,8 @@
 
 #include "exec/exec.h"
 #include "grammar/commands.h"
-#include "interface/log.h"
-#include "interface/process.h"
+#include "base/log.h"
+#include "base/process.h"
 #include "vars/tree.h"
 
 // A level above 9 has no digit, so none can be written from there on.

@@ -11,9 +11,9 @@
 
 #include "exec/exec.h"
 #include "grammar/commands.h"
-#include "interface/log.h"
-#include "interface/output.h"
-#include "interface/process.h"
+#include "base/log.h"
+#include "base/output.h"
+#include "base/process.h"
 #include "vars/locals.h"
 #include "vars/tree.h"
 

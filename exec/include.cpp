@@ -20,8 +20,8 @@
 #include <stdlib.h>
 
 #include "exec/exec.h"
-#include "interface/log.h"
-#include "interface/process.h"
+#include "base/log.h"
+#include "base/process.h"
 #include "scanner/buffer.h"
 #include "scanner/input.h"
 

@@ -9,11 +9,23 @@
 
 #include "exec/exec.h"
 #include "grammar/commands.h"
-#include "interface/log.h"
-#include "interface/process.h"
-#include "interface/text.h"
-#include "interface/ticks.h"
+#include "base/log.h"
+#include "base/process.h"
+#include "base/text.h"
+#include "base/ticks.h"
 #include "scanner/input.h"
+
+namespace
+{
+// Clock ticks before and after a query.
+struct QueryTimes {
+    clock_t startTicks;
+    tms start;
+    tms end;
+};
+} // namespace
+
+static QueryTimes queryTimes; // during one query
 
 int32_t columnCount(const QueryRow *row)
 {

@@ -20,7 +20,7 @@
 
 #include "exec/exec.h"
 #include "fuzz/fuzz.h"
-#include "interface/process.h"
+#include "base/process.h"
 #include "textdb/language.h"
 #include "tools/common/textdb_file.h"
 

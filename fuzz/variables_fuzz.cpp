@@ -10,7 +10,7 @@
 #include <string>
 
 #include "fuzz/fuzz.h"
-#include "interface/interpreter.h"
+#include "base/interpreter.h"
 #include "vars/locals.h"
 #include "vars/tree.h"
 

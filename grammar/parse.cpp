@@ -7,7 +7,7 @@
 
 #include "exec/exec.h"
 #include "grammar/commands.h"
-#include "interface/log.h"
+#include "base/log.h"
 #include "scanner/scanner.h"
 
 int32_t doParse()

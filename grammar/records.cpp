@@ -11,12 +11,23 @@
 #include <initializer_list>
 #include <new>
 
-#include "interface/log.h"
-#include "interface/process.h"
-#include "interface/text.h"
+#include "base/log.h"
+#include "base/process.h"
+#include "base/text.h"
 
 namespace
 {
+// A block that has held a record, kept for the next one of its size in the run in
+// progress.
+struct RecordBlock {
+    RecordBlock *next; // owned
+};
+struct FreeRecords {
+    RecordBlock *cmds; // and elements, which are as large
+    RecordBlock *args;
+    RecordBlock *texts; // elements with room for a short text
+};
+
 // A token's element with its text, if that is short. The text begins at an odd address,
 // where no block of the heap does: so a value that lies there is no block of its own.
 struct TextElem {
@@ -27,6 +38,8 @@ struct TextElem {
 static_assert(offsetof(TextElem, text) % 2 == 1);
 static_assert(sizeof(Cmd) == sizeof(ArgElem));
 } // namespace
+
+static FreeRecords freeRecords; // empty between runs
 
 // Returns a block of that size, or null.
 static void *getBlock(RecordBlock **list, size_t size)

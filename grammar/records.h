@@ -73,19 +73,8 @@ void destroyElem(ArgElem *elem);
  * over. Returns the argument, or null when memory ran out (logged). */
 Arg *putElem(ArgElem *elem, Arg *arg);
 
-/* A block that has held a record, kept for the next one of its size in the run in
- * progress. */
-struct RecordBlock {
-    RecordBlock *next; // owned
-};
-struct FreeRecords {
-    RecordBlock *cmds; // and elements, which are as large
-    RecordBlock *args;
-    RecordBlock *texts; // elements with room for a short text
-};
-extern FreeRecords freeRecords;
-
-/* Gives such blocks back, at the end of a run. */
+/* Gives the blocks back that have held records and are kept for the next ones of the run
+ * in progress, at its end. */
 void dropFreeRecords();
 
 #endif

@@ -26,7 +26,7 @@ extern int zarn_nerrs;
 }
 
 %{
-#include "interface/bounds.h"
+#include "base/bounds.h"
 
 #define YYINITDEPTH PARSER_INITIAL_SYMBOLS
 #define YYMAXDEPTH PARSER_MAX_SYMBOLS

@@ -4,9 +4,9 @@
 #include <stdlib.h>
 #include <string.h>
 
-#include "interface/log.h"
-#include "interface/process.h"
-#include "interface/text.h"
+#include "base/log.h"
+#include "base/process.h"
+#include "base/text.h"
 #include "vars/locals.h"
 #include "vars/tree.h"
 

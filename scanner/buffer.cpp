@@ -12,10 +12,10 @@
 
 #include <algorithm>
 
-#include "interface/bounds.h"
-#include "interface/observe.h"
-#include "interface/output.h"
-#include "interface/process.h"
+#include "base/bounds.h"
+#include "base/observe.h"
+#include "base/output.h"
+#include "base/process.h"
 #include "scanner/fields.h"
 
 [[noreturn]] static void fail(const char *problem)

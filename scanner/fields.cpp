@@ -13,13 +13,16 @@
 #include <algorithm>
 #include <string_view>
 
-#include "interface/log.h"
-#include "interface/process.h"
+#include "base/log.h"
+#include "base/process.h"
 #include "scanner/bytes.h"
 #include "scanner/scanner.h"
 #include "textdb/language.h"
 
 using std::string_view;
+
+static char fieldId[FIELD_ID_CAPACITY]; // during one lookup
+static char fieldMark[MARK_CAPACITY];   // until the mark is placed
 
 namespace
 {

@@ -6,11 +6,8 @@
 #include <stddef.h>
 #include <stdint.h>
 
-#include "interface/bounds.h"
+#include "base/bounds.h"
 #include "interface/orvinterpreter.h"
-
-extern char fieldId[FIELD_ID_CAPACITY];
-extern char fieldMark[MARK_CAPACITY];
 
 extern "C" {
 /* Fills dest from the template on top of the include stack, putting the text

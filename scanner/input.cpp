@@ -15,10 +15,10 @@
 
 #include <algorithm>
 
-#include "interface/log.h"
-#include "interface/output.h"
-#include "interface/process.h"
-#include "interface/text.h"
+#include "base/log.h"
+#include "base/output.h"
+#include "base/process.h"
+#include "base/text.h"
 #include "scanner/buffer.h"
 
 void prepareCallback()

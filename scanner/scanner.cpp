@@ -21,15 +21,17 @@
 #endif
 
 #include "grammar/commands.h"
-#include "interface/log.h"
-#include "interface/output.h"
-#include "interface/process.h"
-#include "interface/text.h"
+#include "base/log.h"
+#include "base/output.h"
+#include "base/process.h"
+#include "base/text.h"
 #include "scanner/buffer.h"
 #include "scanner/bytes.h"
 
 using namespace bytes;
 using std::string_view;
+
+Scanner scanner; // outlives handles; in page text and empty after each run
 
 static constexpr int SCAN_ON = -1; // the match made no token; no token has that number
 

@@ -9,7 +9,7 @@
 #include <stdint.h>
 #include <string_view>
 
-#include "interface/bounds.h"
+#include "base/bounds.h"
 #include "interface/orvinterpreter.h"
 
 enum class Condition : uint8_t {

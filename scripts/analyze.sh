@@ -18,7 +18,7 @@ cmake --build "$build" --target orv_parser embedded
 status=0
 git ls-files '*.cpp' '*.h' '*.c' | xargs clang-format --dry-run --Werror || status=1
 # The generated parser is left to its generator; the grammar's actions are calls.
-printf "%s\n" {interface,scanner,grammar,exec,vars,textdb,host,tools/{common,render,textdb,check,preview},examples/zarn}/*.cpp |
+printf "%s\n" {base,interface,scanner,grammar,exec,vars,textdb,host,tools/{common,render,textdb,check,preview},examples/zarn}/*.cpp |
     xargs -n 1 -P "$(nproc)" clang-tidy -p "$build" --quiet || status=1
 # useStlAlgorithm: a loop of two lines needs no algorithm. unusedStructMember: it does not
 # see members that are taken out by structured bindings.

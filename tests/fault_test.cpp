@@ -22,7 +22,7 @@
 #include <set>
 #include <thread>
 
-#include "interface/process.h"
+#include "base/process.h"
 #include "textdb/language.h"
 #include "tests/harness.h"
 #include "vars/locals.h"

@@ -17,8 +17,8 @@
 #include <sstream>
 
 #include "exec/exec.h"
-#include "interface/log.h"
-#include "interface/process.h"
+#include "base/log.h"
+#include "base/process.h"
 #include "textdb/language.h"
 
 static Host *current;

@@ -10,8 +10,8 @@
 #include <filesystem>
 #include <random>
 
-#include "interface/log.h"
-#include "interface/process.h"
+#include "base/log.h"
+#include "base/process.h"
 #include "textdb/language.h"
 #include "tests/harness.h"
 

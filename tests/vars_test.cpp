@@ -9,7 +9,7 @@
 #include <new>
 #include <utility>
 
-#include "interface/interpreter.h"
+#include "base/interpreter.h"
 #include "tests/harness.h"
 #include "vars/locals.h"
 

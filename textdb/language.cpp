@@ -13,10 +13,14 @@
 
 #include <algorithm>
 
-#include "interface/files.h"
-#include "interface/log.h"
+#include "base/files.h"
+#include "base/log.h"
 
 using std::string_view;
+
+TextDatabase htmlDB;                  // outlives handles
+TextDatabase htmlFallbackDB;          // once mapped, for good
+static char lookupBuf[MARK_CAPACITY]; // until the host's next lookup
 
 static constexpr char languagePrefix[] = "/etc/htmltext_";
 static constexpr char languageSuffix[] = ".db";

@@ -2,10 +2,8 @@
 #ifndef ORV_TEXTDB_LANGUAGE_H
 #define ORV_TEXTDB_LANGUAGE_H
 
-#include "interface/bounds.h"
+#include "base/bounds.h"
 #include "textdb/textdb.h"
-
-extern char lookupBuf[MARK_CAPACITY];
 
 extern "C" {
 ORV_API extern TextDatabase htmlDB;

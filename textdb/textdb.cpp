@@ -27,7 +27,9 @@
 
 #include <algorithm>
 
-#include "interface/files.h"
+#include "base/files.h"
+
+static Mapping *mappings; // every mapped text database
 
 static constexpr size_t HEADER_SIZE = 16;
 static constexpr size_t NODE_SIZE = 8;

@@ -24,8 +24,6 @@ struct Mapping {
     Mapping *next;     // owned
 };
 
-extern Mapping *mappings;
-
 extern "C" {
 /* Returns the value under key in the node array at image, inside the mapping
  * and good until it is unmapped; null when image is null, the key is absent or

@@ -11,7 +11,7 @@
 #include <stdlib.h>
 #include <string.h>
 
-#include "interface/text.h"
+#include "base/text.h"
 #include "vars/number.h"
 
 static uint8_t firstByte(const char *text)

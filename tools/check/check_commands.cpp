@@ -5,7 +5,7 @@
 #include <algorithm>
 
 #include "grammar/commands.h"
-#include "interface/bounds.h"
+#include "base/bounds.h"
 #include "report.h"
 #include "tools/common/placed.h"
 #include "tools/common/translation.h"

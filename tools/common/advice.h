@@ -5,8 +5,8 @@
 
 #include <string>
 
-#include "interface/messages.h"
-#include "interface/observe.h"
+#include "base/messages.h"
+#include "base/observe.h"
 
 struct Advice {
     Message id;

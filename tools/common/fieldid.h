@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <string_view>
 
-#include "interface/bounds.h"
+#include "base/bounds.h"
 #include "scanner/bytes.h"
 
 /* The library reads no more of a field's id than this. */

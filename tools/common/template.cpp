@@ -18,7 +18,7 @@
 #include <unordered_map>
 
 #include "grammar/commands.h"
-#include "interface/observe.h"
+#include "base/observe.h"
 #include "tools/common/advice.h"
 #include "scanner/scanner.h"
 

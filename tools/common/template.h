@@ -15,7 +15,7 @@
 #include <vector>
 
 #include "grammar/records.h"
-#include "interface/messages.h"
+#include "base/messages.h"
 #include "tools/common/fieldid.h"
 
 // Bytes of a template from at to before end, offsets in the file.

@@ -17,9 +17,9 @@
 
 #include "excerpt.h"
 #include "grammar/commands.h"
-#include "interface/interpreter.h"
-#include "interface/log.h"
-#include "interface/process.h"
+#include "base/interpreter.h"
+#include "base/log.h"
+#include "base/process.h"
 #include "pages.h"
 #include "tools/common/advice.h"
 #include "tools/common/files.h"

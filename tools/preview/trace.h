@@ -1,6 +1,6 @@
 /* tools/preview/trace.h - the run of one page, and all that happened in it.
  *
- * An observer notes what the library tells of the run (interface/observe.h); the
+ * An observer notes what the library tells of the run (base/observe.h); the
  * callbacks are the host's. A thing that a command does stands where the command begins.
  * One trace at a time. */
 #ifndef PREVIEW_TRACE_H
@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "host.h"
-#include "interface/observe.h"
+#include "base/observe.h"
 
 struct Place {
     std::string file; // below the document root; empty where no template is concerned

@@ -1,9 +1,9 @@
-/* interface/bounds.h - every limit of the library, and what happens beyond it.
+/* base/bounds.h - every limit of the library, and what happens beyond it.
  *
  * Capacities of texts count the terminator. ORV_MAX_COLUMNS and ORV_STACK_NEEDED, which
  * web programs need, stand in the public header. */
-#ifndef ORV_INTERFACE_BOUNDS_H
-#define ORV_INTERFACE_BOUNDS_H
+#ifndef ORV_BASE_BOUNDS_H
+#define ORV_BASE_BOUNDS_H
 
 #include <stddef.h>
 #include <stdint.h>

@@ -1,10 +1,10 @@
-/* interface/log.cpp - the diagnostic log and the switch that opens it.
+/* base/log.cpp - the diagnostic log and the switch that opens it.
  *
  * Every message of the library is composed in one buffer and leaves it in one
  * write, so several processes can append to the same file. The log never
  * reports a failure of its own. Between calls: messages are dropped unless
  * logfileBuf and logfileFd are both there. */
-#include "interface/log.h"
+#include "base/log.h"
 
 #include <fcntl.h>
 #include <limits.h>
@@ -14,9 +14,14 @@
 #include <string.h>
 #include <unistd.h>
 
-#include "interface/files.h"
-#include "interface/process.h"
+#include "base/files.h"
+#include "base/process.h"
 #include "scanner/scanner.h"
+
+int32_t logfileFd = -1;                   // owned
+char *logfileBuf;                         // owned, LOG_CAPACITY bytes
+int32_t logCounts[ORV_LOG_SEVERITIES];    // since the process began
+static char cmdlineBuf[CMDLINE_CAPACITY]; // the kernel command line
 
 static constexpr char logPath[] = "/var/log/zarn_interpreter.log";
 static constexpr char cmdlinePath[] = "/proc/cmdline";

@@ -1,16 +1,16 @@
-/* interface/output.cpp - the page's way out: everything that a run writes to its
+/* base/output.cpp - the page's way out: everything that a run writes to its
  * output descriptor passes here, each piece in a write call of its own or, where
  * the host has asked for it, gathered. Uses the handle of the run. Between runs
  * nothing is gathered. */
-#include "interface/output.h"
+#include "base/output.h"
 
 #include <errno.h>
 #include <stdlib.h>
 #include <string.h>
 #include <unistd.h>
 
-#include "interface/observe.h"
-#include "interface/process.h"
+#include "base/observe.h"
+#include "base/process.h"
 
 // Writes bytes until they are out or an error comes. Returns how many are out.
 static size_t writeOut(std::string_view bytes)

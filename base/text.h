@@ -1,6 +1,6 @@
-/* interface/text.h - texts that the library keeps. */
-#ifndef ORV_INTERFACE_TEXT_H
-#define ORV_INTERFACE_TEXT_H
+/* base/text.h - texts that the library keeps. */
+#ifndef ORV_BASE_TEXT_H
+#define ORV_BASE_TEXT_H
 
 #include <string_view>
 

@@ -1,15 +1,15 @@
-/* interface/interpreter.h - the handle record and what it is made of.
+/* base/interpreter.h - the handle record and what it is made of.
  *
  * Internal: the web program sees Interpreter as an opaque type. The records'
  * fields keep their order; later additions stand at a record's end. */
-#ifndef ORV_INTERFACE_INTERPRETER_H
-#define ORV_INTERFACE_INTERPRETER_H
+#ifndef ORV_BASE_INTERPRETER_H
+#define ORV_BASE_INTERPRETER_H
 
 #include <stddef.h>
 #include <stdint.h>
 #include <sys/times.h>
 
-#include "interface/bounds.h"
+#include "base/bounds.h"
 #include "interface/orvinterpreter.h"
 
 struct Cmd;

@@ -1,5 +1,5 @@
-/* interface/files.cpp - files that the library itself opens. */
-#include "interface/files.h"
+/* base/files.cpp - files that the library itself opens. */
+#include "base/files.h"
 
 #include <fcntl.h>
 #include <stdio.h>

@@ -1,6 +1,6 @@
-/* interface/ticks.h - clock ticks in messages. */
-#ifndef ORV_INTERFACE_TICKS_H
-#define ORV_INTERFACE_TICKS_H
+/* base/ticks.h - clock ticks in messages. */
+#ifndef ORV_BASE_TICKS_H
+#define ORV_BASE_TICKS_H
 
 #include <stdint.h>
 #include <time.h>

@@ -1,4 +1,4 @@
-/* interface/observe.h - what a run tells who watches it.
+/* base/observe.h - what a run tells who watches it.
  *
  * In the library that is shipped each function here is empty and leaves no
  * instruction. orv_observed is the same sources with ORV_OBSERVED: there each calls
@@ -6,8 +6,8 @@
  * checker and the preview link that, and so look inside a run as a debugger does.
  * An observer is told, and copies what it keeps; it calls nothing of the library but
  * Orv_Interpreter_SetVariable. */
-#ifndef ORV_INTERFACE_OBSERVE_H
-#define ORV_INTERFACE_OBSERVE_H
+#ifndef ORV_BASE_OBSERVE_H
+#define ORV_BASE_OBSERVE_H
 
 #include <stddef.h>
 #include <stdint.h>
@@ -16,7 +16,7 @@
 #include <concepts>
 #include <string_view>
 
-#include "interface/messages.h"
+#include "base/messages.h"
 
 struct ArgElem;
 struct Cmd;

@@ -1,6 +1,6 @@
-/* interface/files.h - files that the library itself opens. */
-#ifndef ORV_INTERFACE_FILES_H
-#define ORV_INTERFACE_FILES_H
+/* base/files.h - files that the library itself opens. */
+#ifndef ORV_BASE_FILES_H
+#define ORV_BASE_FILES_H
 
 #include <stddef.h>
 

@@ -1,5 +1,5 @@
-/* interface/text.cpp - texts that the library keeps. */
-#include "interface/text.h"
+/* base/text.cpp - texts that the library keeps. */
+#include "base/text.h"
 
 #include <stdlib.h>
 #include <string.h>

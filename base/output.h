@@ -1,6 +1,6 @@
-/* interface/output.h - the page's way out. */
-#ifndef ORV_INTERFACE_OUTPUT_H
-#define ORV_INTERFACE_OUTPUT_H
+/* base/output.h - the page's way out. */
+#ifndef ORV_BASE_OUTPUT_H
+#define ORV_BASE_OUTPUT_H
 
 #include <string_view>
 

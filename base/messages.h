@@ -1,4 +1,4 @@
-/* interface/messages.h - every message of the library: its identity, what it tells of,
+/* base/messages.h - every message of the library: its identity, what it tells of,
  * and its form in the log.
  *
  * Whoever needs to know what a message means goes by its identity, never by its words;
@@ -12,8 +12,8 @@
  *                  forms of their own: "ERROR: mmap() on file %s ..." of a template that
  *                  cannot be mapped, and "zarn - Syntaxerror: NO MEMORY! (%s)"
  *   a notice       "zarn - ...", and "%s, query %s: Real Time ..." of a slow query */
-#ifndef ORV_INTERFACE_MESSAGES_H
-#define ORV_INTERFACE_MESSAGES_H
+#ifndef ORV_BASE_MESSAGES_H
+#define ORV_BASE_MESSAGES_H
 
 #include <stddef.h>
 #include <stdint.h>

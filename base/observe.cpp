@@ -1,18 +1,18 @@
-/* interface/observe.cpp - what a run tells who watches it, in orv_observed alone.
+/* base/observe.cpp - what a run tells who watches it, in orv_observed alone.
  *
  * A place in a file is not where its bytes lie: a refill puts texts in the place of
  * fields. So it is counted how much each open template has delivered to the scanner,
  * and each text is kept with the length of what it replaced. All state is of the run
  * in progress. */
-#include "interface/observe.h"
+#include "base/observe.h"
 
 #include <stdarg.h>
 #include <string.h>
 
 #include <vector>
 
-#include "interface/log.h"
-#include "interface/process.h"
+#include "base/log.h"
+#include "base/process.h"
 #include "scanner/buffer.h"
 
 namespace

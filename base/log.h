@@ -1,16 +1,14 @@
-/* interface/log.h - the diagnostic log and the switch that opens it. */
-#ifndef ORV_INTERFACE_LOG_H
-#define ORV_INTERFACE_LOG_H
+/* base/log.h - the diagnostic log and the switch that opens it. */
+#ifndef ORV_BASE_LOG_H
+#define ORV_BASE_LOG_H
 
 #include <stddef.h>
 #include <stdint.h>
 
-#include "interface/bounds.h"
-#include "interface/messages.h"
-#include "interface/observe.h"
+#include "base/bounds.h"
+#include "base/messages.h"
+#include "base/observe.h"
 #include "interface/orvinterpreter.h"
-
-extern char cmdlineBuf[CMDLINE_CAPACITY];
 
 extern int32_t logCounts[ORV_LOG_SEVERITIES];
 
