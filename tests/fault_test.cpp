@@ -536,11 +536,15 @@ TEST(Faults, CallbacksChangeOpenTemplates)
         return 1;
     };
     for (const Texts &files : pages)
-        for (const int32_t gathered : {0, 1000}) {
+        for (const size_t comment : {0U, 5000U}) { // small templates, and mapped ones
+            const auto gathered = static_cast<int32_t>(comment / 5);
             Outcome unchanged;
             for (const auto &made :
                  {static_cast<decltype(change)>(nullptr), empty, overwrite, cut}) {
                 host.files = files;
+                for (auto &[name, content] : host.files)
+                    if (comment > 0)
+                        content = "<?-- " + std::string(comment, 'c') + "?>" + content;
                 useHost(&host);
                 change = made;
                 Interpreter *handle = Orv_Interpreter_Create(&callbacks);
