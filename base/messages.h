@@ -226,7 +226,7 @@ constexpr char kindOf(unsigned long)
 constexpr bool formTakes(std::string_view form, std::string_view kinds)
 {
     size_t used = 0;
-    for (size_t at = form.find('%'); at != form.npos; at = form.find('%', at + 1))
+    for (size_t at = form.find('%'); at != std::string_view::npos; at = form.find('%', at + 1))
         if (used == kinds.size() || form[at + 1] != kinds[used++])
             return false;
     return used == kinds.size();

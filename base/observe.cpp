@@ -34,9 +34,9 @@ static const observe::Observer *observer;
 static Delivery deliveries[MAX_INCLUDE_DEPTH];
 static observe::Match match; // the one that begins
 
-void observe::setObserver(const Observer *to)
+void observe::setObserver(const Observer *watcher)
 {
-    observer = to;
+    observer = watcher;
 }
 
 static Delivery &top()

@@ -100,7 +100,7 @@ struct Observer {
 };
 
 /* Sets the observer, borrowed until the next call; null for none. */
-void setObserver(const Observer *observer);
+void setObserver(const Observer *watcher);
 
 // The library's side.
 void opened(const char *path);

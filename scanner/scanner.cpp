@@ -225,7 +225,7 @@ static constexpr auto wordLengths = [] {
     std::array<uint8_t, COMMAND_COUNT> table = {};
     for (size_t row = 0; row < COMMAND_COUNT; ++row) {
         const string_view words = wordsOf(commandTable[row]);
-        table[row] = words.find(' ') == words.npos ? static_cast<uint8_t>(words.size()) : 0;
+        table[row] = words.find(' ') == string_view::npos ? static_cast<uint8_t>(words.size()) : 0;
     }
     return table;
 }();

@@ -12,7 +12,7 @@
 
 struct LanguageText {
     std::string text;
-    uint32_t line; // of the file; 0 where it has no lines
+    uint32_t line;                     // of the file; 0 where it has no lines
     std::set<std::string> flags;       // of a PO file's entry
     std::optional<std::string> source; // the source text that it notes
 };
@@ -20,7 +20,7 @@ struct LanguageText {
 struct Language {
     std::string code; // from the file's name: "de" of de.po and htmltext_de.db
     std::string path;
-    std::string header; // the code in a PO file's header
+    std::string header;                                     // the code in a PO file's header
     std::map<std::string, LanguageText, std::less<>> texts; // by id
     std::set<std::string> used; // ids that a comment says are used; "*" at an end for any rest
 };

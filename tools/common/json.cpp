@@ -119,7 +119,7 @@ uint32_t Json::asCount() const
     return static_cast<uint32_t>(integer);
 }
 
-Json Json::value(string_view key, Json other) const
+Json Json::value(string_view key, const Json &other) const
 {
     const Json *found = find(key);
     return found && (found->kind == other.kind || other.isNull()) ? *found : other;

@@ -112,7 +112,7 @@ struct Json {
     uint32_t asCount() const;
 
     /* The value of a key, or another where there is none of its kind. */
-    Json value(std::string_view key, Json other) const;
+    Json value(std::string_view key, const Json &other) const;
     std::string value(std::string_view key, const char *other) const
     {
         return value(key, Json(other)).text;

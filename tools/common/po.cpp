@@ -204,7 +204,8 @@ static std::set<std::string> usedIn(std::string_view bytes)
         std::string ids(bytes.substr(at, bytes.find('\n', at) - at));
         if (bytes[start] != '#')
             continue;
-        ids = (ids + " ").substr(0, (ids + " ").find(": "));
+        ids += ' ';
+        ids.resize(std::min(ids.find(": "), ids.size()));
         for (size_t pos = 0; (pos = ids.find_first_not_of(" ,\r", pos)) != std::string::npos;) {
             const size_t end = std::min(ids.find_first_of(" ,\r", pos), ids.size());
             used.insert(ids.substr(pos, end - pos));

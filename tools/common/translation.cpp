@@ -4,6 +4,7 @@
 #include "translation.h"
 
 #include <algorithm>
+#include <array>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -294,20 +295,16 @@ static std::vector<Tag> tagsOf(string_view text)
 
 static bool isVoid(const string &name)
 {
-    for (const char *word : {"area", "base", "br", "col", "embed", "hr", "img", "input", "link",
-                             "meta", "source", "track", "wbr"})
-        if (name == word)
-            return true;
-    return false;
+    static constexpr std::array words = {"area",  "base", "br",   "col",    "embed", "hr", "img",
+                                         "input", "link", "meta", "source", "track", "wbr"};
+    return std::ranges::find(words, string_view(name)) != words.end();
 }
 
 // Those that a language may need although the source does without them.
 static bool isOwn(const string &name)
 {
-    for (const char *word : {"wbr", "bdi", "/bdi", "bdo", "/bdo"})
-        if (name == word)
-            return true;
-    return false;
+    static constexpr std::array words = {"wbr", "bdi", "/bdi", "bdo", "/bdo"};
+    return std::ranges::find(words, string_view(name)) != words.end();
 }
 
 // Returns what is wrong with the order of tags, empty when each closes what was opened last.
@@ -477,7 +474,8 @@ static void judgeEntities(Judgement *judgement)
             meant.insert(entity);
     for (const auto &[entity, cure] : wrongEntities(judgement->text))
         if (!meant.contains(entity))
-            add(judgement, TEXT_ENTITY, "has " + entity + ", which is no entity: " + cure);
+            add(judgement, TEXT_ENTITY,
+                string("has ").append(entity).append(", which is no entity: ").append(cure));
 }
 
 // ---- blanks ----
@@ -489,6 +487,11 @@ static size_t blankLength(string_view text)
         if (text.starts_with(blank))
             return string_view(blank).size();
     return 0;
+}
+
+static const char *behind(string_view text)
+{
+    return text.data() + text.size();
 }
 
 static string_view withoutBlanks(string_view text)
@@ -533,10 +536,11 @@ static void judgeBlanks(Judgement *judgement)
         add(judgement, TEXT_BLANK, "has nothing but blanks: translate it, or note it as empty");
     if (inner.empty() || sourceInner.empty())
         return;
-    judgeEdge(judgement, sourceInner.begin() != source.begin(), inner.begin() != text.begin(),
+    judgeEdge(judgement, sourceInner.data() != source.data(), inner.data() != text.data(),
               "begins");
     if (!endsWide(inner) && !endsWide(sourceInner))
-        judgeEdge(judgement, sourceInner.end() != source.end(), inner.end() != text.end(), "ends");
+        judgeEdge(judgement, behind(sourceInner) != behind(source), behind(inner) != behind(text),
+                  "ends");
 }
 
 // ---- control bytes ----

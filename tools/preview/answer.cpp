@@ -200,7 +200,7 @@ static ReportSetting settingOf(const Job &job, const string &page)
 }
 
 // Answers why there is no page, which is the first of the errors that its bar tells.
-static int answerTrouble(Job &job, const char *status, Trouble trouble)
+static int answerTrouble(Job &job, const char *status, const Trouble &trouble)
 {
     job.trace.messages.insert(
         job.trace.messages.begin(),

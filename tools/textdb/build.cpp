@@ -124,8 +124,15 @@ static void judgeLanguage(PoFile *po, const char *output)
     for (const char *path : {po->path.c_str(), output})
         if (isOtherLanguage(path, language, &named))
             reportPo(po, 0, Weight::WARNING, nullptr,
-                     "its header says Language: " + language + ", but the name of " + path +
-                         " says " + named + ": correct one of them [" + TEXT_LANGUAGE + "]");
+                     std::string("its header says Language: ")
+                         .append(language)
+                         .append(", but the name of ")
+                         .append(path)
+                         .append(" says ")
+                         .append(named)
+                         .append(": correct one of them [")
+                         .append(TEXT_LANGUAGE)
+                         .append("]"));
 }
 
 // Whether output may take the database: it is not there, empty, or a database, and
