@@ -1,6 +1,6 @@
 #!/usr/bin/python3
 """tests/web/trouble.py ZARN - the web program where clocks jump and calls fail. Runs under
-tools/serve.sh for its data; the program answers without the web server."""
+scripts/serve.sh for its data; the program answers without the web server."""
 import collections, concurrent.futures, contextlib, fcntl, os, sqlite3, subprocess, sys, tempfile
 from visitor import *
 
