@@ -12,8 +12,9 @@ need cmake:cmake "$builder" crypt.h:libcrypt-dev clang++:clang bison:bison clang
     cppcheck:cppcheck sqlite3.h:libsqlite3-dev gettext-po.h:libgettextpo-dev \
     nlohmann/json.hpp:nlohmann-json3-dev
 build=$PWD/build/analyze
+# Without a launcher that the environment may name: cppcheck sees no file behind one.
 cmake -S . -B "$build" -G "$generator" -DORV_TESTS=OFF -DCMAKE_CXX_COMPILER=clang++ \
-    -DCMAKE_C_COMPILER=clang
+    -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER_LAUNCHER= -DCMAKE_C_COMPILER_LAUNCHER=
 cmake --build "$build" --target orv_parser embedded
 status=0
 git ls-files '*.cpp' '*.h' '*.c' | xargs clang-format --dry-run --Werror || status=1
@@ -22,8 +23,12 @@ printf "%s\n" {base,interface,scanner,grammar,exec,vars,textdb,host,tools/{commo
     xargs -n 1 -P "$(nproc)" clang-tidy -p "$build" --quiet || status=1
 # useStlAlgorithm: a loop of two lines needs no algorithm. unusedStructMember: it does not
 # see members that are taken out by structured bindings.
+# The observer's answers are constants in the shipped build, and it takes a list of values;
+# a Json is made of whatever it can hold.
 cppcheck --project="$build/compile_commands.json" -i"$build" --quiet --error-exitcode=1 \
     --enable=warning,style,performance,portability --suppress=useStlAlgorithm \
-    --suppress=unusedStructMember \
+    --suppress=unusedStructMember --suppress="knownConditionTrueFalse:$PWD/scanner/scanner.cpp" \
+    --suppress="unusedScopedObject:$PWD/base/observe.h" \
+    --suppress="noExplicitConstructor:$PWD/tools/common/json.h" \
     --suppress="*:$build/*" || status=1
 exit "$status"

@@ -426,16 +426,17 @@ void setHeaderField(PoFile *po, const char *field, const char *value)
 
 void reportPo(PoFile *po, size_t line, Weight weight, const char *id, std::string_view message)
 {
-    static constexpr const char *names[] = {"hint", "warning", "error"};
     const std::string text = (id ? "id " + quotePo(id) + ": " : "") + std::string(message);
     const std::string place = po->path + (line ? ":" + std::to_string(line) : "");
     const bool isError = weight == Weight::ERROR;
     po->errors += isError ? 1 : 0;
-    if (!po->faults)
+    if (!po->faults) {
+        static constexpr const char *names[] = {"hint", "warning", "error"};
         fprintf(stderr, "%s: %s: %s\n", place.c_str(), names[static_cast<size_t>(weight)],
                 text.c_str());
-    else if (isError)
+    } else if (isError) {
         po->faults->push_back({line, text});
+    }
 }
 
 std::string quotePo(std::string_view text)

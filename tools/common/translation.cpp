@@ -708,7 +708,7 @@ static void judgeEnding(Judgement *judgement)
 size_t keptLength(string_view text, size_t pos)
 {
     const string_view rest = text.substr(pos);
-    const auto behind = [rest](const char *end) {
+    const auto through = [rest](const char *end) {
         const size_t found = rest.find(end);
         return found == string_view::npos ? 0 : found + string_view(end).size();
     };
@@ -718,13 +718,13 @@ size_t keptLength(string_view text, size_t pos)
     if (rest.starts_with("$$") || rest.starts_with("%%"))
         return 2;
     if (rest.starts_with("<?"))
-        return behind("?>");
+        return through("?>");
     if (rest.starts_with("{?"))
-        return behind("?}");
+        return through("?}");
     if (rest[0] == '<' && (isLetter(at(rest, 1)) || at(rest, 1) == '/' || at(rest, 1) == '!'))
-        return behind(">");
-    if (rest[0] == '&' && behind(";") < 12)
-        return behind(";");
+        return through(">");
+    if (rest[0] == '&' && through(";") < 12)
+        return through(";");
     return placeholderLength(text, pos, &isNamed);
 }
 

@@ -144,8 +144,8 @@ static bool printHardCoded(const char *path)
 
 int runPot(const CommandLine &line)
 {
-    bool isGood = true;
     if (line.has(OPT_HARD_CODED)) {
+        bool isGood = true;
         for (const char *path : line.words)
             if (!isPoName(path))
                 isGood = printHardCoded(path) && isGood;
