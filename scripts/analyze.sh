@@ -13,8 +13,8 @@ need cmake:cmake "$builder" crypt.h:libcrypt-dev clang++:clang bison:bison clang
     nlohmann/json.hpp:nlohmann-json3-dev
 build=$PWD/build/analyze
 # Without a launcher that the environment may name: cppcheck sees no file behind one.
-cmake -S . -B "$build" -G "$generator" -DORV_TESTS=OFF -DCMAKE_CXX_COMPILER=clang++ \
-    -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER_LAUNCHER= -DCMAKE_C_COMPILER_LAUNCHER=
+env -u CMAKE_CXX_COMPILER_LAUNCHER -u CMAKE_C_COMPILER_LAUNCHER cmake -S . -B "$build" \
+    -G "$generator" -DORV_TESTS=OFF -DCMAKE_CXX_COMPILER=clang++ -DCMAKE_C_COMPILER=clang
 cmake --build "$build" --target orv_parser embedded
 status=0
 git ls-files '*.cpp' '*.h' '*.c' | xargs clang-format --dry-run --Werror || status=1
@@ -25,10 +25,15 @@ printf "%s\n" {base,interface,scanner,grammar,exec,vars,textdb,host,tools/{commo
 # see members that are taken out by structured bindings.
 # The observer's answers are constants in the shipped build, and it takes a list of values;
 # a Json is made of whatever it can hold.
-cppcheck --project="$build/compile_commands.json" -i"$build" --quiet --error-exitcode=1 \
+looked=$build/cppcheck.log
+cppcheck --project="$build/compile_commands.json" -i"$build" --error-exitcode=1 \
     --enable=warning,style,performance,portability --suppress=useStlAlgorithm \
     --suppress=unusedStructMember --suppress="knownConditionTrueFalse:$PWD/scanner/scanner.cpp" \
     --suppress="unusedScopedObject:$PWD/base/observe.h" \
     --suppress="noExplicitConstructor:$PWD/tools/common/json.h" \
-    --suppress="*:$build/*" || status=1
+    --suppress="*:$build/*" >"$looked" || status=1
+grep -q '^Checking .*scanner\.cpp' "$looked" || {
+    echo "analyze.sh: cppcheck has not looked at the sources" >&2
+    status=1
+}
 exit "$status"
