@@ -1,6 +1,8 @@
 /* tools/common/json.cpp - JSON values, and the library that reads and writes their texts. */
 #include "tools/common/json.h"
 
+#include <cstdio>
+
 #include <algorithm>
 #include <limits>
 #include <nlohmann/json.hpp>
@@ -127,44 +129,168 @@ Json Json::value(string_view key, const Json &other) const
 
 // ---- texts ----
 
-static Json valueOf(const ordered_json &read)
+namespace
 {
-    if (read.is_boolean())
-        return read.get<bool>();
-    if (read.is_number_integer() &&
-        !(read.is_number_unsigned() && read.get<uint64_t>() > INT64_MAX))
-        return read.get<int64_t>();
-    if (read.is_string())
-        return read.get_ref<const string &>();
+// Makes a value of what the library tells of a text, piece by piece: it gives these calls
+// their names.
+struct Maker : nlohmann::json_sax<ordered_json> {
     Json made;
-    if (read.is_number()) {
-        made.kind = Json::Kind::REAL;
-        made.real = read.get<double>();
-    } else if (read.is_structured()) {
-        made.kind = read.is_array() ? Json::Kind::ARRAY : Json::Kind::OBJECT;
-        for (const auto &[key, value] : read.items()) {
-            made.items.push_back(valueOf(value));
-            if (read.is_object())
-                made.keys.push_back(key);
-        }
+    std::vector<Json *> open; // arrays and objects, the outermost first
+    uint32_t line = 1;        // of the next byte
+    uint32_t keyLine = 0;
+    char last = ' '; // byte that was read
+    bool isTooDeep = false;
+    std::string problem;
+
+    bool add(Json value)
+    {
+        // A number has ended at the byte behind it.
+        const bool isPassed = value.isNumber() && last == '\n';
+        value.line = !open.empty() && open.back()->isObject() ? keyLine : line - isPassed;
+        if (open.empty())
+            made = std::move(value);
+        else
+            open.back()->items.push_back(std::move(value));
+        return true;
     }
-    return made;
+    bool begin(Json value)
+    {
+        isTooDeep = open.size() > DEEPEST_VALUE;
+        add(std::move(value));
+        open.push_back(open.empty() ? &made : &open.back()->items.back());
+        return !isTooDeep;
+    }
+    bool end()
+    {
+        open.pop_back();
+        return true;
+    }
+
+    bool null() override
+    {
+        return add(nullptr);
+    }
+    bool boolean(bool value) override
+    {
+        return add(value);
+    }
+    bool number_integer(int64_t value) override
+    {
+        return add(value);
+    }
+    bool number_unsigned(uint64_t value) override
+    {
+        return value > INT64_MAX ? number_float(static_cast<double>(value), "")
+                                 : add(static_cast<int64_t>(value));
+    }
+    bool number_float(double value, const std::string &) override
+    {
+        Json real;
+        real.kind = Json::Kind::REAL;
+        real.real = value;
+        return add(std::move(real));
+    }
+    bool string(std::string &value) override
+    {
+        return add(value);
+    }
+    bool binary(binary_t &) override
+    {
+        return false; // texts have none
+    }
+    bool start_object(size_t) override
+    {
+        return begin(Json::object());
+    }
+    bool key(std::string &value) override
+    {
+        open.back()->keys.push_back(value);
+        keyLine = line;
+        return true;
+    }
+    bool end_object() override
+    {
+        return end();
+    }
+    bool start_array(size_t) override
+    {
+        return begin(Json::array());
+    }
+    bool end_array() override
+    {
+        return end();
+    }
+    bool parse_error(size_t, const std::string &, const nlohmann::json::exception &error) override
+    {
+        problem = error.what();
+        return false;
+    }
+};
+
+// What the library reads, byte by byte; the maker learns how far it is.
+struct Source {
+    using iterator_category = std::input_iterator_tag;
+    using value_type = char;
+    using difference_type = std::ptrdiff_t;
+    using pointer = const char *;
+    using reference = const char &;
+
+    const char *at;
+    Maker *maker; // borrowed
+
+    reference operator*() const
+    {
+        return *at;
+    }
+    Source &operator++()
+    {
+        maker->last = *at++;
+        maker->line += maker->last == '\n';
+        return *this;
+    }
+    bool operator==(const Source &other) const
+    {
+        return at == other.at;
+    }
+};
+} // namespace
+
+static bool make(string_view text, bool hasComments, Maker *maker)
+{
+    return ordered_json::sax_parse(Source{text.data(), maker},
+                                   Source{text.data() + text.size(), maker}, maker,
+                                   ordered_json::input_format_t::json, true, hasComments);
 }
 
 bool readJson(string_view text, Json *value, string *problem)
 {
-    bool isTooDeep = false;
-    const auto watchDepth = [&isTooDeep](int depth, ordered_json::parse_event_t, ordered_json &) {
-        isTooDeep = isTooDeep || depth > DEEPEST_VALUE;
-        return !isTooDeep;
-    };
-    const ordered_json read = ordered_json::parse(text, watchDepth, false);
-    if (isTooDeep || read.is_discarded()) {
-        *problem = isTooDeep ? "values are too deep" : "no JSON";
+    Maker maker;
+    if (!make(text, false, &maker)) {
+        *problem = maker.isTooDeep ? "values are too deep" : "no JSON";
         return false;
     }
-    *value = valueOf(read);
+    *value = std::move(maker.made);
     return true;
+}
+
+bool readJsonFile(string_view text, Json *value, string *problem)
+{
+    Maker maker;
+    if (make(text, true, &maker)) {
+        *value = std::move(maker.made);
+        return true;
+    }
+    // "[...] parse error at line 1, column 2: what is wrong"
+    unsigned line = maker.line;
+    unsigned column = 1;
+    const size_t place = maker.problem.find("at line ");
+    if (place != string::npos)
+        sscanf(maker.problem.c_str() + place, "at line %u, column %u", &line, &column);
+    const string_view sign = place == string::npos ? "] " : ": ";
+    const size_t what = maker.problem.find(sign, place == string::npos ? 0 : place);
+    *problem = std::to_string(line) + ":" + std::to_string(column) + ": " +
+               (maker.isTooDeep ? "values are too deep" : maker.problem.substr(what + sign.size()));
+    return false;
 }
 
 static ordered_json readyToWrite(const Json &value, JsonKeys order)

@@ -29,6 +29,7 @@ struct Json {
     std::string text;
     std::vector<Json> items;       // of an array; of an object, the values
     std::vector<std::string> keys; // of an object, one for each item
+    uint32_t line = 0;             // where readJsonFile has found it, 0 elsewhere
 
     // Made, copied and released in json.cpp: tables of values are long otherwise.
     Json();
@@ -128,6 +129,11 @@ struct Json {
 /* Makes a value of a text. Returns false with a problem where that is no JSON, or nested
  * deeper than anything that is meant. */
 bool readJson(std::string_view text, Json *value, std::string *problem);
+
+/* The same for a file that people write: comments, from // to the line's end and between
+ * the signs of C, are left out, and each value knows its line, in an object that of its key.
+ * The problem begins with its place, "LINE:COLUMN: ". */
+bool readJsonFile(std::string_view text, Json *value, std::string *problem);
 
 enum class JsonKeys { SORTED, AS_GIVEN };
 
