@@ -131,7 +131,8 @@ inline constexpr MessageDef messageTable[] = {
     {Message::UNKNOWN_COMMAND, Severity::ERROR, "%s, line %d: Syntax error: Unknown Cmd\n"},
     {Message::LACKS_ARGUMENT, Severity::ERROR,
      "%s, line %d: Syntax error: Too few arguments in cmd\n"},
-    {Message::MALFORMED, Severity::ERROR, nullptr}, // CommandDef::malformed, by command
+    {Message::MALFORMED, Severity::ERROR,
+     "%s, line %d: Syntax error%sToo few arguments in <? %s\n"},
     {Message::EMPTY_INDEX, Severity::ERROR, "%s, line %d: Syntax error: Missing array Index\n"},
     {Message::SURPLUS, Severity::ERROR,
      "%s, line %d: Syntax error: Cmd ending with too many arguments.\n"},

@@ -88,65 +88,46 @@ struct CommandDef {
     Prints prints;
     int token;
     uint32_t id;
-    const char *malformed; // what the log says when the arguments do not fit, or null
-                           // where the grammar has no error point for the command
+    char stop[3]; // behind "Syntax error" in the log when the arguments do not fit: people
+                  // search for it, and it differs. Empty where the grammar has no error
+                  // point for the command
 };
 
-/* In token order. Messages are stored whole: people search logs for them, and
- * their punctuation differs. */
+/* In token order. */
 inline constexpr CommandDef commandTable[] = {
-    // words, tail, sign, what it prints, token, id, when malformed
-    {"setvariable", Tail::NAME, 0, Prints::NOTHING, F_SETVARIABLE, ID_SETVARIABLE, nullptr},
-    {"setvariableonce", Tail::NAME, 0, Prints::NOTHING, F_SETVARIABLEONCE, ID_SETVARIABLEONCE,
-     nullptr},
-    {"setvariable", Tail::ELEMENT, 0, Prints::NOTHING, F_SETARRAY, ID_SETARRAY,
-     "%s, line %d: Syntax error: Too few arguments in <? setvariable\n"},
-    {"setvariableonce", Tail::ELEMENT, 0, Prints::NOTHING, F_SETARRAYONCE, ID_SETARRAYONCE,
-     "%s, line %d: Syntax error: Too few arguments in <? setvariableonce\n"},
-    {"echo", Tail::VARIABLE, 0, Prints::BODY, F_ECHO, ID_ECHO, nullptr},
-    {"print", Tail::VARIABLE, 0, Prints::BODY, F_PRINT, ID_PRINT, nullptr},
-    {"printjs", Tail::VARIABLE, 0, Prints::BODY, F_PRINTJS, ID_PRINTJS, nullptr},
-    {"include", Tail::TEXT, 0, Prints::NOTHING, F_INCLUDE, ID_INCLUDE, nullptr},
-    {"query", Tail::BLANK, 0, Prints::BODY, F_QUERY, ID_QUERY, nullptr},
-    {"querytext", Tail::BLANK, 0, Prints::BODY, F_QUERYTEXT, ID_QUERYTEXT, nullptr},
-    {"queryjs", Tail::BLANK, 0, Prints::BODY, F_QUERYJS, ID_QUERYJS, nullptr},
-    {"multiquery", Tail::BLANK, 0, Prints::BODIES, F_MULTIQUERY, ID_MULTIQUERY, nullptr},
-    {"multiquerytext", Tail::BLANK, 0, Prints::BODIES, F_MULTIQUERYTEXT, ID_MULTIQUERYTEXT,
-     nullptr},
-    {"multiqueryjs", Tail::BLANK, 0, Prints::BODIES, F_MULTIQUERYJS, ID_MULTIQUERYJS, nullptr},
-    {"multiquerycount", Tail::BLANK, 0, Prints::NUMBER, F_MULTIQUERYCOUNT, ID_MULTIQUERYCOUNT,
-     nullptr},
-    {"repeat [", Tail::BLANK, 0, Prints::BODIES, F_REPEATINCL, ID_REPEATINCL,
-     "%s, line %d: Syntax error: Too few arguments in <? repeat\n"},
-    {"repeat ]", Tail::BLANK, 0, Prints::BODIES, F_REPEATEXCL, ID_REPEATEXCL,
-     "%s, line %d: Syntax error: Too few arguments in <? repeat\n"},
-    {"if eq", Tail::BLANK, 0, Prints::BRANCH, F_IFEQ, ID_IFEQ,
-     "%s, line %d: Syntax error: Too few arguments in <? if eq\n"},
-    {"if neq", Tail::BLANK, 0, Prints::BRANCH, F_IFNEQ, ID_IFNEQ,
-     "%s, line %d: Syntax error: Too few arguments in <? if neq\n"},
-    {"if gt", Tail::BLANK, 0, Prints::BRANCH, F_IFGT, ID_IFGT,
-     "%s, line %d: Syntax error: Too few arguments in <? if gt\n"},
-    {"if gte", Tail::BLANK, 0, Prints::BRANCH, F_IFGTE, ID_IFGTE,
-     "%s, line %d: Syntax error: Too few arguments in <? if gte\n"},
-    {"if lt", Tail::BLANK, 0, Prints::BRANCH, F_IFLT, ID_IFLT,
-     "%s, line %d: Syntax error. Too few arguments in <? if lt\n"},
-    {"if lte", Tail::BLANK, 0, Prints::BRANCH, F_IFLTE, ID_IFLTE,
-     "%s, line %d: Syntax error: Too few arguments in <? if lte\n"},
-    {"if and", Tail::BLANK, 0, Prints::BRANCH, F_IFAND, ID_IFAND,
-     "%s, line %d: Syntax error: Too few arguments in <? if and\n"},
-    {"if or", Tail::BLANK, 0, Prints::BRANCH, F_IFOR, ID_IFOR,
-     "%s, line %d: Syntax error: Too few arguments in <? if or\n"},
-    {"calc", Tail::OPERATOR, '+', Prints::NUMBER, F_CALCPLUS, ID_CALCPLUS,
-     "%s, line %d: Syntax error: Too few arguments in <? calc +\n"},
-    {"calc", Tail::OPERATOR, '-', Prints::NUMBER, F_CALCMIN, ID_CALCMIN,
-     "%s, line %d: Syntax error: Too few arguments in <? calc -\n"},
-    {"calc", Tail::OPERATOR, '*', Prints::NUMBER, F_CALCMULT, ID_CALCMULT,
-     "%s, line %d: Syntax error: Too few arguments in <? calc *\n"},
-    {"calc", Tail::OPERATOR, '/', Prints::NUMBER, F_CALCDIV, ID_CALCDIV,
-     "%s, line %d: Syntax error Too few arguments in <? calc /\n"},
-    {"error found", Tail::BLANK, 0, Prints::NUMBER, F_ERRORFOUND, ID_ERRORFOUND, nullptr},
-    {"error message", Tail::BLANK, 0, Prints::BODY, F_ERRORMESSAGE, ID_ERRORMESSAGE, nullptr},
-    {"base64", Tail::BLANK, 0, Prints::NUMBER, F_BASE64, ID_BASE64, nullptr},
+    // words, tail, sign, what it prints, token, id, stop
+    {"setvariable", Tail::NAME, 0, Prints::NOTHING, F_SETVARIABLE, ID_SETVARIABLE, ""},
+    {"setvariableonce", Tail::NAME, 0, Prints::NOTHING, F_SETVARIABLEONCE, ID_SETVARIABLEONCE, ""},
+    {"setvariable", Tail::ELEMENT, 0, Prints::NOTHING, F_SETARRAY, ID_SETARRAY, ": "},
+    {"setvariableonce", Tail::ELEMENT, 0, Prints::NOTHING, F_SETARRAYONCE, ID_SETARRAYONCE, ": "},
+    {"echo", Tail::VARIABLE, 0, Prints::BODY, F_ECHO, ID_ECHO, ""},
+    {"print", Tail::VARIABLE, 0, Prints::BODY, F_PRINT, ID_PRINT, ""},
+    {"printjs", Tail::VARIABLE, 0, Prints::BODY, F_PRINTJS, ID_PRINTJS, ""},
+    {"include", Tail::TEXT, 0, Prints::NOTHING, F_INCLUDE, ID_INCLUDE, ""},
+    {"query", Tail::BLANK, 0, Prints::BODY, F_QUERY, ID_QUERY, ""},
+    {"querytext", Tail::BLANK, 0, Prints::BODY, F_QUERYTEXT, ID_QUERYTEXT, ""},
+    {"queryjs", Tail::BLANK, 0, Prints::BODY, F_QUERYJS, ID_QUERYJS, ""},
+    {"multiquery", Tail::BLANK, 0, Prints::BODIES, F_MULTIQUERY, ID_MULTIQUERY, ""},
+    {"multiquerytext", Tail::BLANK, 0, Prints::BODIES, F_MULTIQUERYTEXT, ID_MULTIQUERYTEXT, ""},
+    {"multiqueryjs", Tail::BLANK, 0, Prints::BODIES, F_MULTIQUERYJS, ID_MULTIQUERYJS, ""},
+    {"multiquerycount", Tail::BLANK, 0, Prints::NUMBER, F_MULTIQUERYCOUNT, ID_MULTIQUERYCOUNT, ""},
+    {"repeat [", Tail::BLANK, 0, Prints::BODIES, F_REPEATINCL, ID_REPEATINCL, ": "},
+    {"repeat ]", Tail::BLANK, 0, Prints::BODIES, F_REPEATEXCL, ID_REPEATEXCL, ": "},
+    {"if eq", Tail::BLANK, 0, Prints::BRANCH, F_IFEQ, ID_IFEQ, ": "},
+    {"if neq", Tail::BLANK, 0, Prints::BRANCH, F_IFNEQ, ID_IFNEQ, ": "},
+    {"if gt", Tail::BLANK, 0, Prints::BRANCH, F_IFGT, ID_IFGT, ": "},
+    {"if gte", Tail::BLANK, 0, Prints::BRANCH, F_IFGTE, ID_IFGTE, ": "},
+    {"if lt", Tail::BLANK, 0, Prints::BRANCH, F_IFLT, ID_IFLT, ". "},
+    {"if lte", Tail::BLANK, 0, Prints::BRANCH, F_IFLTE, ID_IFLTE, ": "},
+    {"if and", Tail::BLANK, 0, Prints::BRANCH, F_IFAND, ID_IFAND, ": "},
+    {"if or", Tail::BLANK, 0, Prints::BRANCH, F_IFOR, ID_IFOR, ": "},
+    {"calc", Tail::OPERATOR, '+', Prints::NUMBER, F_CALCPLUS, ID_CALCPLUS, ": "},
+    {"calc", Tail::OPERATOR, '-', Prints::NUMBER, F_CALCMIN, ID_CALCMIN, ": "},
+    {"calc", Tail::OPERATOR, '*', Prints::NUMBER, F_CALCMULT, ID_CALCMULT, ": "},
+    {"calc", Tail::OPERATOR, '/', Prints::NUMBER, F_CALCDIV, ID_CALCDIV, " "},
+    {"error found", Tail::BLANK, 0, Prints::NUMBER, F_ERRORFOUND, ID_ERRORFOUND, ""},
+    {"error message", Tail::BLANK, 0, Prints::BODY, F_ERRORMESSAGE, ID_ERRORMESSAGE, ""},
+    {"base64", Tail::BLANK, 0, Prints::NUMBER, F_BASE64, ID_BASE64, ""},
 };
 
 inline constexpr size_t COMMAND_COUNT = sizeof commandTable / sizeof commandTable[0];
@@ -188,6 +169,23 @@ constexpr const CommandDef &commandOf(int token)
 constexpr bool isCommand(int token)
 {
     return token >= FIRST_COMMAND && token <= LAST_COMMAND && commandOf(token).token == token;
+}
+
+/* How the log names a row's command: by its words, a calc with its sign, a repeat without
+ * its bracket. Ends in a zero byte. */
+constexpr auto nameOf(const CommandDef &row)
+{
+    std::array<char, sizeof row.words + 2> name = {};
+    size_t length = 0;
+    for (const char *at = row.words; *at; ++at)
+        name[length++] = *at;
+    if (row.tail == Tail::OPERATOR) {
+        name[length] = ' ';
+        name[length + 1] = row.sign;
+    } else if (row.token == F_REPEATINCL || row.token == F_REPEATEXCL) {
+        name[length - 2] = '\0';
+    }
+    return name;
 }
 
 #endif

@@ -115,18 +115,13 @@ Arg *addArrayRef(ArgElem *name, int32_t line, Arg *index)
     return nullptr;
 }
 
-// The rows' forms take the template and the line, in this order.
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wformat-nonliteral"
 Cmd *dropMalformed(int token, int32_t line)
 {
-    const char *form = commandOf(token).malformed;
-    const char *path = currentTemplate();
-    observe::message(Message::MALFORMED, form, path, line, token);
-    writeMessage(messageOf(Message::MALFORMED).severity, form, path, line);
+    const CommandDef &row = commandOf(token);
+    const auto name = nameOf(row);
+    logMessage<Message::MALFORMED>(currentTemplate(), line, row.stop, name.data());
     return nullptr;
 }
-#pragma GCC diagnostic pop
 
 Cmd *dropUnknown(int32_t line)
 {

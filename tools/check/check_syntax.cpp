@@ -233,7 +233,7 @@ void checkSyntax(Report &all)
             const Begun &begun = tpl->begun[static_cast<size_t>(tpl->gaveUpAt)];
             const bool surplus = begun.token != F_UNDEF && hasSurplus(begun);
             report(all, *tpl, begun.words, "gives-up",
-                   surplus && !commandOf(begun.token).malformed
+                   surplus && !commandOf(begun.token).stop[0]
                        ? "the run ends here, and the rest of the page is lost: " +
                              wordsOfToken(begun.token) +
                              " has too many arguments, and nothing stands in front of it"

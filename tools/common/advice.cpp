@@ -37,7 +37,7 @@ static constexpr Advice table[] = {
      "letters, and white space follows them."},
     {Message::LACKS_ARGUMENT, "Too few arguments in cmd",
      "The command lacks its last argument and was left out."},
-    {Message::MALFORMED, "Too few arguments in <? %3",
+    {Message::MALFORMED, "Too few arguments in <? %4",
      "The command and all that follows it, up to the next text of the page, were left out."},
     {Message::EMPTY_INDEX, "Missing array Index",
      "An element is written $var:NAME[INDEX]; the brackets are empty."},
@@ -110,13 +110,9 @@ const Advice &adviceOn(Message id)
     return table[static_cast<size_t>(id)];
 }
 
-// A value as authors know it: a malformed command's token by its words.
-static std::string textOf(Message id, const observe::Value &value)
+static std::string textOf(const observe::Value &value)
 {
-    if (value.text)
-        return value.text;
-    return id == Message::MALFORMED ? wordsOfToken(static_cast<int>(value.number))
-                                    : std::to_string(value.number);
+    return value.text ? value.text : std::to_string(value.number);
 }
 
 std::string tellAuthor(const observe::Told &told)
@@ -125,7 +121,7 @@ std::string tellAuthor(const observe::Told &told)
     for (const char *at = adviceOn(told.id).told; *at; ++at) {
         const auto value = static_cast<size_t>(at[1] - '1');
         if (*at == '%' && value < told.count) {
-            text += textOf(told.id, told.values[value]);
+            text += textOf(told.values[value]);
             ++at;
         } else {
             text += *at;

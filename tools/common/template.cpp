@@ -161,12 +161,11 @@ template <typename Fits> static int32_t firstLost(Reading &reading, Fits fits)
     return -1;
 }
 
-// Whether the grammar has one message for both commands: what it says of one may have
-// been of the other.
-static bool isAlike(int token, int other)
+// Whether the grammar's message names a command so: both repeats have one.
+static bool isNamed(int token, const char *name)
 {
-    const char *form = token == F_UNDEF ? nullptr : commandOf(token).malformed;
-    return form && strcmp(form, commandOf(other).malformed) == 0;
+    return token != F_UNDEF && commandOf(token).stop[0] &&
+           strcmp(nameOf(commandOf(token)).data(), name) == 0;
 }
 
 // The command that a message is about, -1 for none.
@@ -179,11 +178,10 @@ static int32_t blame(Reading &reading, const observe::Told &told)
                          [&](const Begun &b) { return b.token == F_UNDEF && b.line == line; });
     case Message::LACKS_ARGUMENT:
         return reading.closed;
-    case Message::MALFORMED: {
-        const auto token = static_cast<int>(told.values[2].number);
-        return firstLost(reading,
-                         [&](const Begun &b) { return b.line == line && isAlike(b.token, token); });
-    }
+    case Message::MALFORMED:
+        return firstLost(reading, [&](const Begun &b) {
+            return b.line == line && isNamed(b.token, told.values[3].text);
+        });
     case Message::SURPLUS: {
         const bool own = reading.closed >= 0 && hasSurplus(begunAt(reading, reading.closed));
         return own ? reading.closed : outermostLost(reading, reading.closed);
