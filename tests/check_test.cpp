@@ -264,6 +264,51 @@ TEST(Check, PrintsSarif)
     EXPECT_EQ(place["region"]["startColumn"], 12); // in UTF-16 units: 2, 1 and 8 stand in front
 }
 
+// The options of orv-render for the variables of an address, behind its "?".
+static std::string asOptions(const std::string &request)
+{
+    std::istringstream fields(request.substr(std::min(request.find('?'), request.size() - 1) + 1));
+    std::string options;
+    for (std::string field; std::getline(fields, field, '&');)
+        options += " --set '" + field + "'";
+    return options;
+}
+
+// The recipes of the guide, in the form that it tells at its top.
+TEST(Check, FindsNothingInTheRecipes)
+{
+    const std::string path = ORV_SOURCE "/docs/templates.md";
+    const std::string render = ORV_RENDER " --log --root . --db device.db ";
+    std::string options = "--db device.db";
+    std::string request;
+    std::vector<Mark> none;
+    int pages = 0;
+    for (Block block : readBlocks(path)) {
+        const std::string name = block.kind.substr(0, block.kind.find('.'));
+        const std::string ending = block.kind.substr(name.size());
+        block.text.pop_back();
+        if (!ending.empty())
+            writeBlock(block, &none);
+        if (ending == ".htm" || name == "request")
+            request = ending.empty() ? block.text : block.kind;
+        if (ending == ".po") {
+            options += " --texts " + block.kind;
+            EXPECT_EQ(runCommand("mkdir -p etc; " ORV_TEXTDB " build -o etc/htmltext_" + name +
+                                 ".db " + block.kind),
+                      0);
+        }
+        if (name != "page" || !std::filesystem::exists("device.db"))
+            continue;
+        const std::string page = request.substr(0, request.find('?'));
+        EXPECT_EQ(runCommand(render + page + asOptions(request)), 0) << readFile("err");
+        if (const std::string got = readFile("out"); got != block.text)
+            ADD_FAILURE_AT(path.c_str(), block.line) << got;
+        EXPECT_EQ(checkRow(options + " " + page), "") << page;
+        ++pages;
+    }
+    EXPECT_GT(pages, 15);
+}
+
 TEST(Check, TheDemoSiteIsClean)
 {
     const std::string site = ORV_SOURCE "/examples/site";
