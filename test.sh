@@ -79,7 +79,7 @@ set_up() {
         :python3-polib :python3-babel po2xliff:translate-toolkit poedit:poedit xvfb-run:xvfb xauth:xauth xdotool:xdotool \
         :libclang-rt-dev :lighttpd curl:curl chromium:chromium chromedriver:chromium-driver \
         :locales tidy:tidy faketime:faketime strace:strace :python3 :lighttpd-mod-openssl openssl:openssl npm:npm \
-        help2man:help2man pandoc:pandoc dpkg-shlibdeps:dpkg-dev file:file lintian:lintian \
+        help2man:help2man pandoc:pandoc mandoc:mandoc dpkg-shlibdeps:dpkg-dev file:file lintian:lintian \
         pkg-config:pkg-config kconfig-conf:kconfig-frontends-nox make:make
 }
 

@@ -12,6 +12,9 @@ name=${name%.*}
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 
+# As old as the version is: a build's own date would make each page another one.
+date=$(sed -n 's/^## [0-9.]* - //p;T;q' "$(dirname "$0")/../CHANGES.md")
+
 pages='orv-render(1) orv-textdb(1) orv-check(1) orv-preview(1) orvinterpreter(3) orv-templates(7)'
 
 # The other pages, and where the documents are.
@@ -37,37 +40,6 @@ program_page() {
     }
 }
 
-# declarations HEADER - each declaration with its comment behind it, as Markdown. What is
-# told of an argument, and the results, begin a line, as they do there.
-declarations() {
-    awk '
-        function flush() {
-            if (code != "")
-                printf "~~~\n%s~~~\n\n%s\n", code, text
-            text = code = ""
-        }
-        /^#ifdef __cplusplus/ {skip = 1}
-        skip {skip = !/^#endif/; next}
-        /^#(ifndef|include|if|else|endif)/ || /^#define ORV(INTERPRETER_H$|_API)/ {next}
-        /^\/\*/ {flush(); comment = 1}
-        comment {
-            comment = !/\*\/$/
-            gsub(/^\/\* ?|^ \* ?|^ \*$| ?\*\/$/, "")
-            gsub(/[][_*<>`\\&#]/, "\\\\&")
-            if (text ~ /[^\n]\n$/ && /^([a-z][A-Za-z]*: |Returns )/)
-                sub(/\n$/, "\\\n", text)
-            text = text $0 "\n"
-            next
-        }
-        /^$/ {flush(); next}
-        {
-            if (margin)
-                sub(/^        /, "")
-            margin = sub(/^ORV_API /, "") || (margin && !/;/)
-            code = code $0 "\n"
-        }' "$1"
-}
-
 # The document's title becomes the page's, its sections the page's sections. Examples are
 # told apart by words, as there are no colours.
 document_page() {
@@ -79,19 +51,28 @@ document_page() {
         printf '# NAME\n\n%s - %s\n\n' "$names" "${title,}"
         [[ -z $header ]] || printf '# SYNOPSIS\n\n`#include <%s>`\n\n' "$(basename "$header")"
         sed '0,/^# /{/^# /!d;s/.*/# DESCRIPTION/}; s/^##/#/
-            s/^```page$/Page:\n\n&/; s/^```log$/Log:\n\n&/' "$doc"
+            s/\[\([^]]*\)\](#[^)]*)/\1/g
+            s/^```page$/Page:\n\n&/; s/^```log$/Log:\n\n&/; s/^```request$/Request:\n\n&/
+            s/^```\([a-z]*\.[a-z]*\)$/\1:\n\n&/' "$doc"
         if [[ -n $header ]]; then
             printf '\n# The header\n\n'
-            declarations "$header"
+            "$(dirname "$0")/declarations.sh" "$header"
         fi
         printf '\n# SEE ALSO\n\n%s\n' "$(see_also)"
     } >"$work/page.md"
-    pandoc --standalone --from=gfm-smart --to=man --metadata=title:"${name^^}" \
+    pandoc --standalone --from=gfm-smart --to=man --metadata=title:"${name^^}" --metadata=date:"$date" \
         --metadata=section:"$section" --metadata=hyphenate:false --variable=header:"$title" "$work/page.md"
+}
+
+# tidy - takes out of a page what not all readers of manual pages know: fonts of a fixed
+# width, and paragraphs right behind a heading; a month for a date.
+tidy() {
+    sed 's/\\f\[VB\?\]/\\f[B]/g; s/\\f\[C\]/\\f[R]/g; s/^\(\.TH [^ ]* [^ ]*\) "[A-Z][a-z]* [0-9]*"/\1 "'"$date"'"/' |
+        awk '!/^\.PP/ || before !~ /^\.S[HS]/; {before = $0}'
 }
 
 case $2 in
 *.md) document_page "${@:2}" ;;
 *) program_page "$2" ;;
-esac >"$work/made"
+esac | tidy >"$work/made"
 gzip -9n <"$work/made" >"$page"

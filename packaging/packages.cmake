@@ -15,7 +15,8 @@ set(orv_components library development tools documentation)
 function(orv_man page)
     set(page ${orv_packages}/man/${page}.gz)
     add_custom_command(OUTPUT ${page} COMMAND ${orv_packaging}/man.sh ${page} ${ARGN}
-                       DEPENDS ${orv_packaging}/man.sh ${ARGN} VERBATIM)
+                       DEPENDS ${orv_packaging}/man.sh ${orv_packaging}/declarations.sh ${ARGN}
+                               ${PROJECT_SOURCE_DIR}/CHANGES.md VERBATIM)
     set_property(GLOBAL APPEND PROPERTY orv_pages ${page})
 endfunction()
 

@@ -15,7 +15,7 @@ if [[ -z ${SITE_URL-} ]]; then
 fi
 mkdir -p docs/screenshots
 PYTHONPATH=tests/web PYTHONDONTWRITEBYTECODE=1 python3 - <<'END'
-import base64
+import base64, html, os, subprocess, urllib.parse
 from chromium import *
 from visitor import PASSWORD, signed_in
 
@@ -52,7 +52,36 @@ def shoot():
             file.write(base64.b64decode(send("/screenshot", "GET")))
 
 
+# A template, and beside it the page that it makes of the demo's devices.
+TEMPLATE = """<h1>Devices</h1>
+<table>
+<tr><th>Name</th><th>Address</th><th>Is</th></tr>
+<?multiquery 'select name, ip, online from device_list
+    order by name limit 6'
+`<tr><td>$1</td><td>$2</td>
+<td><?if eq $3 1 `<b class="on">online</b>` `away`?></td></tr>
+`?></table>
+<p><?multiquerycount 'select id from device'?>
+devices are known.</p>
+"""
+STYLE = """body > div { display: grid; grid-template-columns: 34rem 1fr; gap: 2rem; padding-top: 1rem }
+pre { margin: 0; padding: 1rem; background: var(--shade); font-size: 0.85rem }"""
+
+
+def shoot_beside():
+    page = subprocess.run(["build/demo/tools/orv-render", "--db", os.environ["SITE_DB"], "-"],
+                          input=TEMPLATE, stdout=subprocess.PIPE, text=True, check=True).stdout
+    with open("examples/site/style.css", encoding="utf-8") as file:
+        style = file.read() + STYLE
+    resize(1040, 410)
+    send("/url", url="data:text/html;charset=utf-8," + urllib.parse.quote(
+        f"<style>{style}</style><div><pre>{html.escape(TEMPLATE)}</pre><div>{page}</div></div>"))
+    with open("docs/screenshots/template-and-page.png", "wb") as file:
+        file.write(base64.b64decode(send("/screenshot", "GET")))
+
+
 with_browser(shoot)
+with_browser(shoot_beside)
 END
 PYTHONPATH=tests/web PYTHONDONTWRITEBYTECODE=1 tools/preview/screenshots.py \
     build/demo/tools/orv-preview examples/site docs/screenshots

@@ -147,6 +147,7 @@ for page in orv-{render,textdb,check,preview}.1 orvinterpreter.3 Orv_Interpreter
     name=${page%.*}
     check "$page" 1 "$(zgrep -ic "^\.TH \"\?${name/Orv_I*/orvinterpreter}" \
         "$root/usr/share/man/man${page##*.}/$page.gz")"
+    check "$page as it is read" '' "$(zcat "$root/usr/share/man/man${page##*.}/$page.gz" | mandoc -Tlint -Wwarning)"
     [[ $page != *.1 ]] || check "$name" "$name" "$("$root/usr/bin/$name" --version | cut -d' ' -f1)"
 done
 wait "$linting" || check lintian 0 $?

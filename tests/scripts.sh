@@ -55,6 +55,8 @@ done <<'END_OF_ROWS'
 2 packaging/packages.sh --wrong
 0 packaging/dist.sh --help
 2 packaging/dist.sh --wrong
+0 packaging/site.sh --help
+2 packaging/site.sh --wrong
 END_OF_ROWS
 got=0
 DEVICE_MEMORY=59 PATH=$work/fake ./device.sh --build &>"$work/said" || got=$?
