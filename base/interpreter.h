@@ -40,10 +40,11 @@ struct PendingInclude {
     int32_t bodies;       // loopTop when it suspended
 };
 
-// The counters of the frames 0 to bodies of each pending include, apart from the handle:
-// most pages need none of these 16 KB.
-struct PendingCounters {
-    int32_t of[MAX_CMD_DEPTH][MAX_CMD_DEPTH];
+// What the bodies around each pending include were doing, apart from the handle: most pages
+// need none of these 16 KB.
+struct PendingBodies {
+    int32_t counters[MAX_CMD_DEPTH][MAX_CMD_DEPTH]; // of the frames 0 to bodies
+    QueryRow *rows[MAX_CMD_DEPTH]; // owned, the copied rows of the outermost; null without any
 };
 
 // An open template.
@@ -99,7 +100,7 @@ struct Interpreter {
     void *hostData;      // the web program's own
     char *gaveUpIn;      // owned, the template in which the last run gave up, else null
     int32_t gaveUpLine;  // and the line there
-    PendingCounters *pendingCounters; // owned, null before the first pending include
+    PendingBodies *pendingBodies; // owned, null before the first pending include
 };
 
 #endif

@@ -134,6 +134,25 @@ int32_t runInclude(Cmd *cmd, const char *path, int32_t direct);
 /* Takes over the top-level command that an include has suspended. */
 void keepSuspended(Cmd *cmd);
 
+/* Of a body that is about to run: the counter of its first iteration that can do anything
+ * but print what has been printed, while its command runs again on its way to an include;
+ * else the least of all. What messages such iterations had is not counted again: an open log
+ * gets them, and has every iteration run. */
+int64_t silentUntil(const Arg *body, int32_t direct);
+
+/* Whether this is the suspended command that runs again, on its way to its include. */
+bool isResumed(const Cmd *cmd);
+
+/* As doQuery for that command, whose copied rows serve again where the answer is the same.
+ * from: rows in front of that one are not looked at. */
+int32_t doQueryAgain(const char *query, uint32_t id, int64_t from, QueryRow **rows);
+
+/* Where the copied rows of the suspended command on top are kept. There must be one. */
+QueryRow **keptRows();
+
+/* Leaves rows that were copied to the suspended command on top, and null in *rows. */
+void keepRows(QueryRow **rows);
+
 /* Frees all suspended commands of a run that has ended. */
 void dropPending();
 

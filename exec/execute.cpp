@@ -25,8 +25,9 @@ namespace
 struct Loop {
     int64_t lower;
     int64_t upper;
-    QueryRow *rows; // owned
+    QueryRow *rows; // owned, the first of them
     Arg *body;      // borrowed, null without one
+    int64_t silent; // iterations in front of this one have been printed, and do nothing else
 };
 
 // What a command prints in front of its body. An action leaves it here and prints nothing
@@ -63,9 +64,11 @@ static void setBounds(const Cmd *cmd, const char *lowText, const char *upText, L
     loop->upper = static_cast<int64_t>(upper) - (upperExcluded && *upperExcluded == 1);
 }
 
-static void query(uint32_t id, const char *text, Loop *loop, Result *result)
+static void query(const Cmd *cmd, const char *text, Loop *loop, Result *result)
 {
-    const int32_t rows = doQuery(text, id, &loop->rows);
+    const uint32_t id = cmd->id;
+    const int32_t rows = isResumed(cmd) ? doQueryAgain(text, id, loop->silent, &loop->rows)
+                                        : doQuery(text, id, &loop->rows);
     const bool single = id == ID_QUERY || id == ID_QUERYTEXT || id == ID_QUERYJS;
     loop->upper = single ? 0 : static_cast<int64_t>(rows) - 1;
     result->isNumber = id == ID_MULTIQUERYCOUNT;
@@ -122,7 +125,7 @@ static int32_t act(const Cmd *cmd, const char *a1, const char *a2, Loop *loop, R
         return EXEC_DONE;
     }
     if (cmd->id & CMDF_QUERY) {
-        query(cmd->id, a1, loop, result);
+        query(cmd, a1, loop, result);
     } else if (cmd->id & CMDF_IF) {
         compare(cmd->id, a1, a2, loop, result);
     } else if (cmd->id & CMDF_CALC) {
@@ -148,21 +151,26 @@ static int32_t runBody(Cmd *cmd, Loop *loop, int32_t direct)
     if (inpr->loopTop >= MAX_CMD_DEPTH - 1)
         return refuseDepth();
     const int32_t level = ++inpr->loopTop;
+    QueryRow *row = loop->rows;
     int32_t result = EXEC_DONE;
     for (int64_t counter = loop->lower; counter <= loop->upper; ++counter) {
-        inpr->loopFrames[level] = {loop->rows, static_cast<int32_t>(counter)};
-        if (!loop->body && (cmd->id & (CMDF_QUERY | CMDF_ERROR))) {
+        inpr->loopFrames[level] = {row, static_cast<int32_t>(counter)};
+        if (counter < loop->silent) {
+            // Nothing of it is missed.
+        } else if (!loop->body && (cmd->id & (CMDF_QUERY | CMDF_ERROR))) {
             lookupNumvar(firstColumnNames[level], cmd->id, direct);
         } else if (expandArg(loop->body, cmd->id, direct) == EXEC_SUSPENDED) {
             result = EXEC_SUSPENDED;
             break;
         }
-        if (loop->rows && loop->rows->next)
-            loop->rows = loop->rows->next;
+        if (row && row->next)
+            row = row->next;
     }
     --inpr->loopTop;
-    if (result == EXEC_SUSPENDED && inpr->loopTop < 0)
+    if (result == EXEC_SUSPENDED && inpr->loopTop < 0) {
         keepSuspended(cmd);
+        keepRows(&loop->rows);
+    }
     return result;
 }
 
@@ -203,7 +211,7 @@ static bool expandLeading(const Cmd *cmd, Arg **next, int32_t offsets[2])
     const char *first = argText(offsets[0]);
     if (cmd->id == ID_INCLUDE)
         return runInclude(cmd, first, direct);
-    Loop loop = {0, 0, nullptr, body};
+    Loop loop = {0, 0, nullptr, body, silentUntil(body, direct)};
     Result printed = {nullptr, nullptr, false, 0};
     int32_t result = act(cmd, first, argText(offsets[1]), &loop, &printed);
     print(&printed, direct);

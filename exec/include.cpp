@@ -20,38 +20,83 @@
 #include <stdlib.h>
 
 #include "exec/exec.h"
+#include "grammar/commands.h"
 #include "base/log.h"
 #include "base/process.h"
 #include "scanner/buffer.h"
 #include "scanner/input.h"
+
+// Whether the outermost bodies are in the iterations in which the awaited include stood.
+static bool isOnTheWay(int32_t bodies)
+{
+    const int32_t *counters = inpr->pendingBodies->counters[inpr->pendingTop];
+    for (int32_t level = 0; level < bodies; ++level)
+        if (counters[level] != inpr->loopFrames[level].counter)
+            return false;
+    return true;
+}
+
+// Whether a body does nothing that lasts, whatever its values are: it prints, chooses,
+// repeats and includes.
+static bool onlyPrints(const Arg *arg)
+{
+    for (; arg; arg = arg->next)
+        for (const ArgElem *elem = arg->elems; elem; elem = elem->next) {
+            if (elem->type != ELEM_CMD || !elem->value)
+                continue;
+            const auto *cmd = static_cast<const Cmd *>(elem->value);
+            const bool asks = cmd->id & (CMDF_QUERY | CMDF_ERROR);
+            const bool prints = cmd->id & (CMDF_BODY | CMDF_IF | CMDF_CALC);
+            if (asks || !(prints || cmd->id == ID_INCLUDE) || !onlyPrints(cmd->args))
+                return false;
+        }
+    return true;
+}
+
+int64_t silentUntil(const Arg *body, int32_t direct)
+{
+    const int32_t level = inpr->loopTop + 1;
+    if (!inpr->resuming || !direct || observe::SEES_TOKENS || logfileFd >= 0 ||
+        level > inpr->pendingIncludes[inpr->pendingTop].bodies || !isOnTheWay(level) ||
+        !onlyPrints(body))
+        return INT32_MIN;
+    return inpr->pendingBodies->counters[inpr->pendingTop][level];
+}
+
+bool isResumed(const Cmd *cmd)
+{
+    return inpr->resuming && inpr->pendingIncludes[inpr->pendingTop].resumeCmd == cmd;
+}
 
 // Whether the include that suspended the command which runs again is this one:
 // the same record in the same iteration of every body around it.
 static bool isAwaited(const Cmd *cmd)
 {
     const PendingInclude &awaited = inpr->pendingIncludes[inpr->pendingTop];
-    if (awaited.includeCmd != cmd || awaited.bodies != inpr->loopTop)
-        return false;
-    const int32_t *counters = inpr->pendingCounters->of[inpr->pendingTop];
-    for (int32_t level = 0; level <= awaited.bodies; ++level)
-        if (counters[level] != inpr->loopFrames[level].counter)
-            return false;
-    return true;
+    return awaited.includeCmd == cmd && awaited.bodies == inpr->loopTop &&
+           isOnTheWay(inpr->loopTop + 1);
 }
 
 static bool pushPending(Cmd *cmd)
 {
-    if (!inpr->pendingCounters)
-        inpr->pendingCounters = static_cast<PendingCounters *>(malloc(sizeof(PendingCounters)));
-    if (!inpr->pendingCounters)
+    if (!inpr->pendingBodies)
+        inpr->pendingBodies = static_cast<PendingBodies *>(malloc(sizeof(PendingBodies)));
+    if (!inpr->pendingBodies)
         return false;
     PendingInclude *pending = &inpr->pendingIncludes[++inpr->pendingTop];
     pending->resumeCmd = nullptr;
     pending->includeCmd = cmd;
     pending->bodies = inpr->loopTop;
     for (int32_t level = 0; level <= inpr->loopTop; ++level)
-        inpr->pendingCounters->of[inpr->pendingTop][level] = inpr->loopFrames[level].counter;
+        inpr->pendingBodies->counters[inpr->pendingTop][level] = inpr->loopFrames[level].counter;
+    inpr->pendingBodies->rows[inpr->pendingTop] = nullptr;
     return true;
+}
+
+static void popPending()
+{
+    freeQueryRows(keptRows());
+    --inpr->pendingTop;
 }
 
 int32_t runInclude(Cmd *cmd, const char *path, int32_t direct)
@@ -63,7 +108,7 @@ int32_t runInclude(Cmd *cmd, const char *path, int32_t direct)
     if (inpr->resuming) {
         if (isAwaited(cmd)) {
             inpr->resuming = 0;
-            --inpr->pendingTop;
+            popPending();
         }
         return EXEC_DONE;
     }
@@ -79,13 +124,18 @@ int32_t runInclude(Cmd *cmd, const char *path, int32_t direct)
     }
     if (doInclude(path, 1) >= 0)
         return EXEC_SUSPENDED;
-    --inpr->pendingTop;
+    popPending();
     return EXEC_DONE;
 }
 
 void keepSuspended(Cmd *cmd)
 {
     inpr->pendingIncludes[inpr->pendingTop].resumeCmd = cmd;
+}
+
+QueryRow **keptRows()
+{
+    return &inpr->pendingBodies->rows[inpr->pendingTop];
 }
 
 int32_t doInclude(const char *path, int32_t recordPending)
@@ -109,7 +159,7 @@ static void resumeSuspended()
         return;
     if (inpr->resuming) { // it took another way and never came to its include
         inpr->resuming = 0;
-        --inpr->pendingTop;
+        popPending();
     }
     destroyCmd(&cmd);
 }
@@ -128,7 +178,7 @@ int32_t doExclude()
 
 void dropPending()
 {
-    for (; inpr->pendingTop >= 0; --inpr->pendingTop)
+    for (; inpr->pendingTop >= 0; popPending())
         destroyCmd(&inpr->pendingIncludes[inpr->pendingTop].resumeCmd);
     inpr->resuming = 0;
 }

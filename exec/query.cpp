@@ -6,6 +6,7 @@
 #include <string.h>
 
 #include <algorithm>
+#include <utility>
 
 #include "exec/exec.h"
 #include "grammar/commands.h"
@@ -107,19 +108,53 @@ static QueryRow *firstRow(QueryRow *row)
     return row;
 }
 
+static bool isCopied(QueryRow *row)
+{
+    return columnCount(row) > 0 && row->cols[0] == ownTexts(row);
+}
+
 void freeQueryRows(QueryRow **rows)
 {
     QueryRow *row = firstRow(*rows);
     *rows = nullptr;
     while (row) {
         QueryRow *next = row->next;
-        const int32_t count = columnCount(row);
-        const bool copied = count > 0 && row->cols[0] == ownTexts(row);
-        for (int32_t column = 0; column < count && !copied; ++column)
+        const int32_t count = isCopied(row) ? 0 : columnCount(row);
+        for (int32_t column = 0; column < count; ++column)
             free(row->cols[column]);
         free(row);
         row = next;
     }
+}
+
+void keepRows(QueryRow **rows)
+{
+    if (*rows && isCopied(*rows))
+        std::swap(*keptRows(), *rows);
+}
+
+static bool isSameRow(const QueryRow *copy, const QueryRow *row)
+{
+    if (copy->count != columnCount(row))
+        return false;
+    for (int32_t column = 0; column < copy->count; ++column) {
+        const char *text = row->cols[column];
+        if (strcmp(copy->cols[column], text ? text : "") != 0)
+            return false;
+    }
+    return true;
+}
+
+// The copied rows that are kept, the caller's, if these are the same from a row on; null if not.
+static QueryRow *takeKept(const QueryRow *row, int64_t from)
+{
+    const QueryRow *copy = *keptRows();
+    for (; copy && row && (from-- > 0 || isSameRow(copy, row)); row = row->next)
+        copy = copy->next;
+    QueryRow *taken = nullptr;
+    if (!copy && !row)
+        std::swap(taken, *keptRows());
+    return taken;
 }
 
 static int32_t modeOf(uint32_t id)
@@ -146,8 +181,15 @@ static void logSlowQuery(const char *query)
             milliseconds(queryTimes.start.tms_stime, queryTimes.end.tms_stime));
 }
 
+// A copy of an answer that stays the web program's; null when memory ran out.
+static QueryRow *copyAnswer(const QueryRow *first, int64_t from)
+{
+    QueryRow *kept = from < 0 ? nullptr : takeKept(first, from);
+    return kept ? kept : copyQueryRows(first);
+}
+
 // Takes over an answer, or a copy of it. Returns the number of rows, or -1.
-static int32_t takeRows(QueryRow **rows, int32_t mode, bool owned)
+static int32_t takeRows(QueryRow **rows, int32_t mode, bool owned, int64_t from)
 {
     *rows = firstRow(*rows);
     int32_t count = 0;
@@ -158,7 +200,7 @@ static int32_t takeRows(QueryRow **rows, int32_t mode, bool owned)
             freeQueryRows(rows);
         *rows = nullptr;
     } else if (!owned) {
-        *rows = copyQueryRows(*rows);
+        *rows = copyAnswer(*rows, from);
         if (!*rows) {
             logMessage<Message::QUERY_NO_MEMORY>(currentTemplate());
             return -1;
@@ -167,7 +209,8 @@ static int32_t takeRows(QueryRow **rows, int32_t mode, bool owned)
     return count;
 }
 
-int32_t doQuery(const char *query, uint32_t id, QueryRow **rows)
+// from: as doQueryAgain has it, negative for a command that runs for the first time.
+static int32_t ask(const char *query, uint32_t id, int64_t from, QueryRow **rows)
 {
     const int32_t mode = modeOf(id);
     int32_t owned = 0;
@@ -184,8 +227,18 @@ int32_t doQuery(const char *query, uint32_t id, QueryRow **rows)
     }
     logSlowQuery(query);
     if (*rows)
-        return takeRows(rows, mode, owned != 0);
+        return takeRows(rows, mode, owned != 0, from);
     if (mode != ORV_QUERY_COUNT)
         logMessage<Message::QUERY_EMPTY>(currentTemplate(), query);
     return 0;
+}
+
+int32_t doQuery(const char *query, uint32_t id, QueryRow **rows)
+{
+    return ask(query, id, -1, rows);
+}
+
+int32_t doQueryAgain(const char *query, uint32_t id, int64_t from, QueryRow **rows)
+{
+    return ask(query, id, std::max<int64_t>(from, 0), rows);
 }

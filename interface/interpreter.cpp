@@ -122,7 +122,7 @@ static void freeContents(Interpreter *interpreter)
     destroyLocalVarList(&interpreter->localVars);
     destroyTree(&interpreter->varTree);
     free(interpreter->args.argBuf);
-    free(interpreter->pendingCounters);
+    free(interpreter->pendingBodies);
     free(interpreter->gaveUpIn);
 }
 

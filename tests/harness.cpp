@@ -186,6 +186,9 @@ Outcome render(Host &host, const std::string &path)
     for (const auto &[name, value] : host.variables)
         Orv_Interpreter_SetVariable(interpreter, name.c_str(), value.c_str());
     startLog();
+    if (!host.isLogged) {
+        EXPECT_EQ(Orv_Interpreter_SetLog(-1), ORV_OK);
+    }
     EXPECT_EQ(Orv_Interpreter_SetOutputBuffer(interpreter, gatheredBytes), 0);
     const size_t descriptors = openDescriptors();
     const size_t mapped = mappedFiles();

@@ -28,6 +28,7 @@ struct Host {
     std::map<std::string, Rows> rows; // by query; any other query has no rows
     std::string error;                // for fError, empty for none
     bool handOver = true;             // rows pass to the interpreter
+    bool isLogged = true;             // the run has a log
     std::function<void(Interpreter *, const std::string &)> onQuery;
     std::function<int(const std::string &)> onOpen; // in the place of open()
     std::vector<std::string> calls;                 // what the callbacks were asked

@@ -128,9 +128,10 @@ TEST_P(Examples, RenderAsWritten)
         host.files.push_back({"t.htm", example.at("template").text});
         for (const int32_t bytes : {0, 1, 7, 4096}) {
             gatheredBytes = bytes;
+            host.isLogged = bytes != 7;
             const Outcome got = render(host);
             if (!isSame(path, example, "page", got.page) ||
-                !isSame(path, example, "log", withoutLines(got.log, isNotice)))
+                (host.isLogged && !isSame(path, example, "log", withoutLines(got.log, isNotice))))
                 break;
         }
     }

@@ -92,6 +92,30 @@ TEST(Query, RowsOfAFailureAreNotTaken)
     EXPECT_EQ(render(host).page, ".-1");
 }
 
+// An include in the body has the query asked again: other rows from then on. The second
+// include of b fails, and the iteration goes on with the rows that it had.
+TEST(Query, ThatRunsAgainTakesItsNewRows)
+{
+    for (const bool isLogged : {true, false})
+        for (const bool handOver : {true, false}) {
+            Host host = withFiles(
+                {{"t.htm", "<?multiquery again '$1$2<?if eq $1 a x z?><?include $1?>$2,'?>"},
+                 {"a", "(<?setvariable var:v 1?>)"},
+                 {"c", "[]"}});
+            host.isLogged = isLogged;
+            host.handOver = handOver;
+            int asked = 0;
+            host.onQuery = [&](Interpreter *, const std::string &) {
+                const std::string tag = std::string(asked > 1, 'n') + "r";
+                host.rows["again"] = {{"a", tag}, {"b", tag}, {"c", tag}, {"a", "last"}};
+                ++asked;
+                host.rows["again"].resize(asked < 4 ? 4 : 3);
+            };
+            EXPECT_EQ(render(host).page, "arx()r,brzr,crz[]nr,alastx()") << isLogged << handOver;
+            EXPECT_EQ(asked, 4);
+        }
+}
+
 TEST(Callbacks, MaySetVariablesButNotRun)
 {
     Host host = withFiles({{"t.htm", "<?multiquerycount two?><?echo $var:v?><?error found ?>"
