@@ -7,7 +7,7 @@ cards=
 # The columns of a row, each after a word for the row's kind.
 query() {
     "$folder/bin/sqlite3" -separator "	" "$database" "
-select 'host', hostname from settings;
+select 'host', value from setting where name = 'hostname';
 select 'status', connected, address, gateway, uptime_minutes / 1440,
     uptime_minutes / 60 % 24, uptime_minutes % 60, memory_total,
     memory_total - memory_used from status_now;

@@ -3,13 +3,8 @@
 select 'file', 'site.backup.bad.file'
     where ifnull(iif(json_valid(:file), json_extract(:file, '$.kind'), ''), '') <> 'Fjord R4';
 insert into candidate
-    select json_extract(:file, '$.hostname'), json_extract(:file, '$.nameserver'),
-           json_extract(:file, '$.dhcp'), cast(json_extract(:file, '$.first') as text),
-           cast(json_extract(:file, '$.last') as text),
-           cast(json_extract(:file, '$.network') as text), json_extract(:file, '$.ssid'),
-           cast(json_extract(:file, '$.channel') as text), json_extract(:file, '$.security'),
-           json_extract(:file, '$.passphrase'), json_extract(:file, '$.hidden'),
-           json_extract(:file, '$.guests'), null, 0;
+    select name, iif(type in ('text', 'integer'), json_each.value, null)
+    from setting left join json_each(:file) on key = name;
 select 'file', text from candidate_problem limit 1;
-update candidate set taken = 1;
+update revision set number = number + 1 where exists (select 1 from candidate_change);
 select 'done', 'site.backup.restored';

@@ -15,7 +15,7 @@
 <a class="skip" href="#main">{?site.skip?}</a>
 <header>
 <div class="top">
-<p class="brand">Fjord R4<?if neq $var:outside 1 ` <span><?query 'select hostname from settings'?></span>`?></p>
+<p class="brand">Fjord R4<?if neq $var:outside 1 ` <span><?query "select value from setting where name = 'hostname'"?></span>`?></p>
 <?-- In front of the languages, which stay where they are when it goes: a second click
      presses none of them. ?><?if neq $var:token '' `<form class="out" action="<?echo $var:base?>logout.htm" method="post">
 <input type="hidden" name="token" value="<?echo $var:token?>">

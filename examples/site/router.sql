@@ -131,35 +131,54 @@ insert into traffic values
     (16, 46.2, 7.7), (17, 58.9, 8.1), (18, 71.3, 9.6), (19, 88.0, 10.2), (20, 93.6, 9.9),
     (21, 90.1, 8.5), (22, 62.7, 5.3), (23, 34.8, 3.0);
 
-create table channel (number integer primary key, label text not null) strict;
-insert into channel values
-    (1, '1 (2412 MHz)'), (6, '6 (2437 MHz)'), (11, '11 (2462 MHz)'), (36, '36 (5180 MHz)'),
-    (44, '44 (5220 MHz)'), (100, '100 (5500 MHz)');
-
-create table security (
-    code text primary key, label text not null, position integer not null
+-- The settings, a row each: the form, its checks, the backup and what restores it all read it
+-- here. The kind says what a value may be (candidate.sql) and how the form draws it (fields.frm);
+-- least and most are the limits of a number, or of a text's length.
+create table setting (
+    name text primary key,  -- of the field as well
+    part text not null,     -- of the form
+    kind text not null
+        check (kind in ('host', 'address', 'number', 'choice', 'text', 'secret', 'box')),
+    least integer, most integer,
+    factory text not null,  -- what holds until somebody stores another value
+    stored text,
+    value text not null as (ifnull(stored, factory))
 ) strict;
-insert into security values ('wpa3', 'WPA3', 1), ('mixed', 'WPA3 / WPA2', 2), ('wpa2', 'WPA2', 3);
+insert into setting (name, part, kind, least, most, factory) values
+    ('hostname',   'general',   'host',    1,    32,   'fjord'),
+    ('nameserver', 'general',   'address', null, null, '198.51.100.53'),
+    ('dhcp',       'addresses', 'box',     null, null, '1'),
+    ('first',      'addresses', 'number',  1,    254,  '30'),
+    ('last',       'addresses', 'number',  1,    254,  '199'),
+    ('network',    'addresses', 'choice',  null, null, '2'),  -- where new devices go
+    ('ssid',       'wireless',  'text',    1,    32,   'Fjord "upstairs"'),
+    ('channel',    'wireless',  'choice',  null, null, '11'),
+    ('security',   'wireless',  'choice',  null, null, 'mixed'),
+    ('passphrase', 'wireless',  'secret',  8,    63,   'birch-heron-7-lantern'),
+    ('hidden',     'wireless',  'box',     null, null, '0'),
+    ('guests',     'wireless',  'box',     null, null, '1');
 
-create table settings (
-    id integer primary key check (id = 1),
-    hostname text not null,
-    network integer not null references network (id),   -- where new devices go
-    dhcp integer not null check (dhcp in (0, 1)),
-    first_host integer not null, last_host integer not null,
-    nameserver text not null,
-    ssid text not null,
-    channel integer not null references channel (number),
-    security text not null references security (code),
-    passphrase text not null,
-    hidden integer not null check (hidden in (0, 1)),
-    guests integer not null check (guests in (0, 1)),
-    version integer not null default 1  -- of each change, so that a form tells an old state
+create table choice (
+    setting text not null references setting (name),
+    code text not null, label text not null, position integer not null,
+    primary key (setting, code)
 ) strict;
-insert into settings values (1, 'fjord', 2, 1, 30, 199, '198.51.100.53', 'Fjord "upstairs"', 11,
-                             'mixed', 'birch-heron-7-lantern', 0, 1, 1);
+insert into choice values
+    ('channel', '1', '1 (2412 MHz)', 1), ('channel', '6', '6 (2437 MHz)', 2),
+    ('channel', '11', '11 (2462 MHz)', 3), ('channel', '36', '36 (5180 MHz)', 4),
+    ('channel', '44', '44 (5220 MHz)', 5), ('channel', '100', '100 (5500 MHz)', 6),
+    ('security', 'wpa3', 'WPA3', 1), ('security', 'mixed', 'WPA3 / WPA2', 2),
+    ('security', 'wpa2', 'WPA2', 3);
 
-create trigger settings_changed after update of version on settings begin
+create view choice_list as
+    select setting, code, label, position from choice
+    union all select 'network', cast(id as text), name, id from network;
+
+-- Counts the changes of settings, so that a form tells that it shows an old state.
+create table revision (id integer primary key check (id = 1), number integer not null) strict;
+insert into revision values (1, 1);
+
+create trigger settings_changed after update on revision begin
     insert into event_add values ('info', 'system', 'changed', '', null);
 end;
 
@@ -219,11 +238,13 @@ create view device_list as
     from device join network on network.id = device.network, clock;
 
 create view network_list as
-    select network.id, iif(network.wireless and network.id = 2, settings.ssid, network.name) as name,
+    select network.id, ifnull(setting.value, network.name) as name,
            network.prefix || '0/24' as address, network.wireless,
-           iif(network.name = 'Guests', settings.guests, network.enabled) as enabled,
+           iif(network.name = 'Guests', (select value from setting where name = 'guests'),
+               network.enabled) as enabled,
            count(device_list.id) as devices, total(device_list.online) as online
-    from settings, network left join device_list on device_list.network_id = network.id
+    from network left join device_list on device_list.network_id = network.id
+                 left join setting on setting.name = 'ssid' and network.name = 'Wireless'
     group by network.id;
 
 create view traffic_list as  -- of the last day, the oldest hour first

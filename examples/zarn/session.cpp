@@ -25,7 +25,7 @@ static const char eventsSql[] =
     " select level, source, code, detail, at from moved order by id;"
     "delete from sessions.waiting_event where id in (select id from moved)";
 static const char nameSql[] =
-    "select 1 from settings where :host in (hostname, hostname || '.lan')"
+    "select 1 from setting where name = 'hostname' and :host in (value, value || '.lan')"
     " union all select 1 where instr(' ' || :names || ' ', ' ' || :host || ' ')";
 
 static string header(const char *name)

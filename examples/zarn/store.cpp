@@ -104,6 +104,10 @@ static int attach(sqlite3 *db, const char *file, const char *name)
 sqlite3 *storeOpen(const char *file, const char *sessionsFile)
 {
     sqlite3 *db = nullptr;
+    // A page is a process, and half of its instructions are SQLite's.
+    sqlite3_config(SQLITE_CONFIG_SINGLETHREAD);
+    sqlite3_config(SQLITE_CONFIG_MEMSTATUS, 0);
+    sqlite3_config(SQLITE_CONFIG_LOOKASIDE, 1200, 200);
     int status = sqlite3_open_v2(file, &db, SQLITE_OPEN_READWRITE, nullptr);
     if (status == SQLITE_OK) // first: "pragma synchronous" reads the database
         status = sqlite3_busy_timeout(db, BUSY_MILLISECONDS);
@@ -194,4 +198,16 @@ ScriptResult runScript(sqlite3 *db, const string &script, const std::vector<Form
     if (status != SQLITE_DONE)
         return SCRIPT_FAILED;
     return rows.empty() ? SCRIPT_DONE : SCRIPT_ROWS;
+}
+
+bool storeForm(sqlite3 *db, const std::vector<FormField> &fields)
+{
+    Rows rows;
+    bool isStored = runScript(db, "create temp table form (name text primary key, value text)", {},
+                              rows) == SCRIPT_DONE;
+    for (const FormField &field : fields)
+        isStored = isStored &&
+                   runScript(db, "insert or replace into form values (:name, :value)",
+                             {{"name", field.name}, {"value", field.value}}, rows) == SCRIPT_DONE;
+    return isStored;
 }

@@ -37,4 +37,8 @@ enum ScriptResult { SCRIPT_DONE, SCRIPT_ROWS, SCRIPT_FAILED };
 ScriptResult runScript(sqlite3 *db, const std::string &script,
                        const std::vector<FormField> &parameters, Rows &rows);
 
+/* Gives scripts the fields of a form as a table, form (name, value), the last of each name.
+ * Returns false when it cannot be made, after a line on standard error. */
+bool storeForm(sqlite3 *db, const std::vector<FormField> &fields);
+
 #endif

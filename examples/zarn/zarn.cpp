@@ -19,9 +19,10 @@
  * is the login page.
  *
  * Variables of pages that are the program's own, whatever a request sends: those in
- * pageVariables; error[FIELD], what is wrong with a field, wrong naming the first; on the
- * login page kept[N] and value[N], names and values of the fields of a request that came
- * without a session. Parameters of scripts: those in runFormScript. */
+ * pageVariables; error[FIELD], what is wrong with a field, wrong naming the first; sent[FIELD],
+ * what was typed there, when typed is 1; on the login page kept[N] and value[N], names and values
+ * of the fields of a request that came without a session. Parameters of scripts: the fields, and
+ * those in runFormScript. The fields are in a table as well, form (name, value). */
 #include "host.h"
 #include "private.h"
 #include "request.h"
@@ -312,7 +313,7 @@ static ScriptResult runFormScript(Exchange &x, Host &host, const string &newSecr
                              {"neworigin", requestOrigin()}};
     parameters.insert(parameters.end(), std::begin(own), std::end(own));
     ScriptResult result = SCRIPT_FAILED;
-    if (readScript(host, scriptName(x.page), script))
+    if (readScript(host, scriptName(x.page), script) && storeForm(x.db, x.fields))
         result = runScript(x.db, script, parameters, x.problems);
     if (result == SCRIPT_ROWS && x.problems[0][0] == "done") {
         x.told = x.problems[0][1];
@@ -416,6 +417,8 @@ static std::vector<HostVariable> pageVariables(const Exchange &x)
     for (const FormField &field : x.fields) {
         bool isOwn = std::find(std::begin(loginFields), std::end(loginFields), field.name) !=
                      std::end(loginFields);
+        if (x.isTyped)
+            all.push_back({"sent[" + field.name + "]", field.value});
         if (x.shown == loginPage && !isOwn) {
             all.push_back({"kept[" + std::to_string(kept) + "]", field.name});
             all.push_back({"value[" + std::to_string(kept++) + "]", field.value});

@@ -104,7 +104,7 @@ def check_turns():
 
 def check_scripts():
     """What a script says of which a part is missing is not what it would have said."""
-    before = sql("select * from settings")
+    before = stored()
     site = os.path.realpath(os.path.dirname(__file__) + "/../../examples/site")
     owner = Direct(ZARN)
     owner.login()
@@ -113,10 +113,10 @@ def check_scripts():
                        ("settings.sql", "read:error=EIO:when=2"), ("candidate.sql", "openat:error=ENOENT"),
                        ("candidate.sql", "read:error=EIO:when=2")):
         owner.program = f"strace -qq -o /dev/null -P {site}/{name} -e inject={call} {ZARN}"
-        answer = owner.post("settings.htm", {"token": token, **FORM, "version": before[0][-1]})
+        answer = owner.post("settings.htm", {"token": token, **FORM, "version": revision()})
         check((name, call), (503, True, True, before), (
             answer.status, "nothing has been changed" in answer.text,
-            f"cannot read file '{name}'" in owner.log, sql("select * from settings")))
+            f"cannot read file '{name}'" in owner.log, stored()))
 
 
 def check_folders(work):
@@ -163,7 +163,7 @@ def check_disks(work):
         with contextlib.closing(sqlite3.connect(disk + "/router.db", isolation_level=None)) as db:
             return db.execute(text, values).fetchall()
     def stored():
-        return [query("select * from " + name) for name in ("settings", "account", "event")]
+        return [query("select * from " + name) for name in ("revision", "account", "event", "setting")]
     run(f"mount -t tmpfs -o size=256k none {disk}; cp {DB} {disk}/router.db")
     query("delete from event")
     try:
@@ -219,13 +219,13 @@ def check_kills():
                 sql("delete from session")
                 sql("delete from waiting_event")
                 sql("update account set password = ?", stored)
-                sql("update settings set hostname = 'old'")
+                sql("update setting set stored = 'old' where name = 'hostname'")
                 owner = Direct(ZARN)
                 if page == "login.htm":
                     sql("update account set password = null")
                 else:
                     owner.login()
-                    fields = {**fields, "token": owner.token(), "version": sql("select version from settings")[0][0]}
+                    fields = {**fields, "token": owner.token(), "version": revision()}
                 began = sql("select secret, flash from session")
                 owner.program = f"strace -qq -o /dev/null -e inject={call}:signal=KILL:when={number} {ZARN}"
                 status = owner.post(page, fields).status
@@ -234,8 +234,8 @@ def check_kills():
                 is_in.cookies["zarnsession"] = secret
                 is_in = is_in.ask("overview.htm", headers={"Sec-Fetch-Mode": "cors"}).status == 200
                 hostname, password, flash, count = sql(
-                    "select hostname, password, (select flash from session where secret = ?),"
-                    " (select count(*) from session join account using (password)) from settings, account", secret)[0]
+                    "select value, password, (select flash from session where secret = ?),"
+                    " (select count(*) from session join account using (password)) from account, setting where name = 'hostname'", secret)[0]
                 if page == "settings.htm":
                     one_of(what, (hostname, flash, is_in), ("old", "", True), ("new", "", True),
                            ("new", "site.settings.saved", True))

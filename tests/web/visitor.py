@@ -25,6 +25,16 @@ def sql(query, *values):
         return db.execute(query, values).fetchall()
 
 
+def stored(*names):
+    """The values of these settings, of all without names."""
+    values = dict(sql("select name, value from setting"))
+    return [values[name] for name in names or values]
+
+
+def revision():
+    return sql("select number from revision")[0][0]
+
+
 def run_zarn(program, body=b"", **more):
     """Starts the program as a web server would: for what that would refuse or mend, and where
     calls fail. program: with what runs it, as words; more: of the environment."""
@@ -101,8 +111,7 @@ class Visitor:
 
     def save(self, **fields):
         """Saves the settings, on the version that is stored, with what differs from FORM."""
-        version = sql("select version from settings")[0][0]
-        return self.post("settings.htm", {"token": self.token(), "version": version,
+        return self.post("settings.htm", {"token": self.token(), "version": revision(),
                                           **FORM, **fields})
 
 
