@@ -15,6 +15,7 @@
 
 // How long a query waits for a program that is writing to the database.
 static constexpr int BUSY_MILLISECONDS = 2000;
+static constexpr size_t MOST_ANSWERS = 4 << 20; // bytes of answers that are kept
 
 static Host &hostOf(const Interpreter *interpreter)
 {
@@ -93,8 +94,16 @@ static int32_t openTemplate(Interpreter *interpreter, const char *path)
     return openReporting(hostOf(interpreter), path);
 }
 
+// Functions whose result depends on their arguments alone. A query that calls another, such
+// as random() or datetime(), is answered anew each time.
+static constexpr char repeatable[] =
+    " abs avg coalesce count format glob group_concat hex ifnull iif instr json json_array"
+    " json_each json_extract json_group_array json_group_object json_object json_quote json_valid"
+    " length like lower ltrim max min nullif printf quote rank replace round row_number rtrim"
+    " substr substring sum total trim typeof upper ";
+
 // Lets a statement read tables and compute, and nothing else.
-static int authorize(void *, int action, const char *, const char *function, const char *,
+static int authorize(void *host, int action, const char *, const char *function, const char *,
                      const char *)
 {
     switch (action) {
@@ -103,6 +112,8 @@ static int authorize(void *, int action, const char *, const char *function, con
     case SQLITE_RECURSIVE:
         return SQLITE_OK;
     case SQLITE_FUNCTION:
+        if (!strstr(repeatable, (" " + std::string(function) + " ").c_str()))
+            static_cast<Host *>(host)->isRepeatable = false;
         return sqlite3_stricmp(function, "load_extension") == 0 ? SQLITE_DENY : SQLITE_OK;
     default:
         return SQLITE_DENY;
@@ -134,6 +145,7 @@ static sqlite3_stmt *prepareQuery(Host &host, const Interpreter *interpreter, co
     sqlite3_stmt *statement = nullptr;
     const char *rest = "";
     const char *reason = nullptr;
+    host.isRepeatable = true;
     if (!host.db)
         reason = "there is no database";
     else if (sqlite3_prepare_v2(host.db, query, -1, &statement, &rest) != SQLITE_OK)
@@ -188,10 +200,49 @@ static QueryRow *appendRow(QueryRow *last, sqlite3_stmt *statement, int32_t colu
     return row;
 }
 
+static size_t sizeOfRows(const QueryRow *last)
+{
+    size_t size = 0;
+    for (; last; last = last->prev) {
+        size += sizeof *last;
+        for (int32_t i = 0; i < last->count; ++i)
+            size += strlen(last->cols[i]) + 1;
+    }
+    return size;
+}
+
+// Where the answer of a query is or can be kept that has been asked before; else null.
+// All of a page reads one state of the database, and its variables do not change.
+static QueryRow **keptAnswer(Host &host, const char *query)
+{
+    const auto found = host.answers.find(query);
+    if (found != host.answers.end())
+        return &found->second;
+    if (host.answersSize < MOST_ANSWERS) {
+        host.answers.emplace(query, nullptr);
+        host.answersSize += strlen(query);
+    }
+    return nullptr;
+}
+
+static void forgetAnswers(Host &host)
+{
+    for (const auto &[query, rows] : host.answers)
+        freeRows(rows);
+    host.answers.clear();
+    host.answersSize = 0;
+}
+
 static int32_t answerQuery(Interpreter *interpreter, int32_t mode, const char *query,
                            QueryRow **rows, int32_t *owned)
 {
     Host &host = hostOf(interpreter);
+    QueryRow **kept = mode == ORV_QUERY_COUNT ? nullptr : keptAnswer(host, query);
+    if (kept && *kept) {
+        *rows = *kept;
+        *owned = 0;
+        return 0;
+    }
     sqlite3_stmt *statement = prepareQuery(host, interpreter, query);
     if (!statement)
         return -1;
@@ -216,7 +267,12 @@ static int32_t answerQuery(Interpreter *interpreter, int32_t mode, const char *q
     }
     sqlite3_finalize(statement);
     *rows = last;
-    *owned = 1;
+    const size_t size = kept && host.isRepeatable ? sizeOfRows(last) : 0;
+    *owned = size == 0 || host.answersSize + size > MOST_ANSWERS;
+    if (!*owned) {
+        *kept = last;
+        host.answersSize += size;
+    }
     return status == SQLITE_DONE ? 0 : -1;
 }
 
@@ -228,10 +284,10 @@ static int32_t reportError(Interpreter *interpreter, const char **message)
 
 // From now on the connection only reads. The transaction begins to hold at the first
 // query: all of a page read one state. Returns what SQLite does.
-static int restrictToReading(sqlite3 *db)
+static int restrictToReading(Host &host)
 {
-    int status = sqlite3_exec(db, "pragma query_only = on; begin", nullptr, nullptr, nullptr);
-    return status == SQLITE_OK ? sqlite3_set_authorizer(db, authorize, nullptr) : status;
+    int status = sqlite3_exec(host.db, "pragma query_only = on; begin", nullptr, nullptr, nullptr);
+    return status == SQLITE_OK ? sqlite3_set_authorizer(host.db, authorize, &host) : status;
 }
 
 // Opens the database and reads from it once, since SQLite itself looks at a file
@@ -252,7 +308,7 @@ static bool openDatabase(Host &host, const char *dbFile)
         status = sqlite3_exec(host.db, "select 1 from sqlite_master", nullptr, nullptr, nullptr);
     }
     if (status == SQLITE_OK)
-        status = restrictToReading(host.db);
+        status = restrictToReading(host);
     if (status != SQLITE_OK)
         report(host, nullptr, "cannot read database", dbFile, sqlite3_errmsg(host.db));
     return status == SQLITE_OK;
@@ -275,7 +331,7 @@ bool hostOpen(Host &host, const char *docRoot, const char *dbFile)
 bool hostTakeDatabase(Host &host, sqlite3 *db)
 {
     host.db = db;
-    int status = restrictToReading(db);
+    int status = restrictToReading(host);
     if (status != SQLITE_OK)
         report(host, nullptr, "cannot read database", "", sqlite3_errmsg(db));
     return status == SQLITE_OK;
@@ -321,11 +377,13 @@ int32_t hostSet(Host &host, Interpreter *interpreter, const char *name, const ch
     int32_t result = Orv_Interpreter_SetVariable(interpreter, name, value);
     if (result == 0 && !strchr(name, '['))
         host.variables.push_back({name, value});
+    forgetAnswers(host);
     return result;
 }
 
 void hostClose(Host &host)
 {
+    forgetAnswers(host);
     sqlite3_close(host.db);
     host.db = nullptr;
 }

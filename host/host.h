@@ -14,6 +14,7 @@
 #include <stdint.h>
 #include <limits.h>
 #include <unistd.h>
+#include <map>
 #include <string>
 #include <vector>
 #include "orvinterpreter.h"
@@ -40,6 +41,12 @@ struct Host {
     char docRoot[PATH_MAX + 1] = "";     // absolute, free of links, ends in '/'
     const char *openProblem = nullptr;   // why the last template was refused; null when not
     int32_t problems = 0;                // failed queries, and failed templates if reported
+
+    // Answers of queries that were asked more than once, as each is that stands around an
+    // include; null for those that were asked once, or cannot be kept. Owned.
+    std::map<std::string, QueryRow *, std::less<>> answers;
+    size_t answersSize = 0;   // bytes of them
+    bool isRepeatable = true; // the query at hand has one answer as long as nothing is saved
 };
 
 /* Makes the host's document root the working directory, and opens its database.

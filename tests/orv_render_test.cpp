@@ -110,7 +110,13 @@ TEST(OrvRender, Rows)
         {"--db r.db t.htm", "<?querytext \"select 'a' || char(0) || 'b'\"?>", "a"},
         {"--db r.db t.htm", columns, "3435"},
         {"--db killed.db t.htm", "<?querytext 'select n from num'?>", "old"}, // half saved
-        // A page shows one state: it stops where nobody reads it, until a writer waits for it.
+        // asked again for each include of a row it is the same answer, but not of random()
+        {"--db r.db --set p=x t.htm",
+         "<?multiquery 'select n, :p from num' '$1$2<?include in.htm?>'?>", "0xinc1xinc"},
+        {"--db r.db t.htm | tr c '\\n' | sort -u | wc -l | tr -d '\\n'",
+         "<?multiquerytext 'with r(v) as materialized (select random()) select v from r, num, num'"
+         " '$1<?include in.htm?>'?>",
+         "4"},
         {"--db hot.db t.htm | { read first;"
          " { sqlite3 -cmd '.timeout 9000' hot.db \"update num set n = 'new'\"; touch written; } &"
          " while sqlite3 hot.db 'select n from num' && [ ! -e written ]; do :; done >quiet 2>&1;"
