@@ -46,7 +46,7 @@ build_programs() {
 # The data of the demo site's preview, in one step: another one may be reading it.
 make_data() {
     rm -f "$build/new.db"
-    sqlite3 "$build/new.db" <"$site/router.sql"
+    cat "$site"/database-*.sql | sqlite3 "$build/new.db"
     mv "$build/new.db" "$build/preview.db"
 }
 

@@ -41,7 +41,7 @@ copy_site() {
     local root=$1 site page
     site=$(dirname "$0")/../examples/site
     cp -r "$site" "$root/usr/share/zarn"
-    rm -r "$root/usr/share/zarn/"{texts,router.sql}
+    rm -r "$root/usr/share/zarn/texts"
     cp "$data/root"/etc/htmltext*.db "$root/etc/"
     ln -s /data/zarn/htmltext.db "$root/var/htmltext.db"
     mkdir "$root/usr/share/zarn/factory"

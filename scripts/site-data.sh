@@ -10,7 +10,7 @@ root=$data/root
 
 rm -rf "$data"
 mkdir -p "$root/etc" "$root/var/log"
-sqlite3 "$data/router.db" <"$site/router.sql"
+cat "$site"/database-*.sql | sqlite3 "$data/router.db"
 for po in "$site"/texts/*.po; do
     "$build/tools/orv-textdb" build -o "$root/etc/htmltext_$(basename "$po" .po).db" "$po" >&2
 done

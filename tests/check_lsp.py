@@ -12,8 +12,7 @@ folder = tempfile.mkdtemp()
 root = os.path.join(folder, "a site")
 shutil.copytree(site, root)
 database = os.path.join(folder, "router.db")
-with open(os.path.join(site, "router.sql"), "rb") as script:
-    subprocess.run(["sqlite3", database], stdin=script, check=True)
+subprocess.run(f"cat '{site}'/database-*.sql | sqlite3 '{database}'", shell=True, check=True)
 base = "file://" + root.replace(" ", "%20") + "/"
 page = base + "new.htm"
 

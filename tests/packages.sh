@@ -67,7 +67,6 @@ build_example_host() {
             cmake --build zarn -j "$(nproc)" &&
             "$root/usr/bin/orv-textdb" build -o etc/htmltext.db "$examples/site/texts/en.po"
     } &>log || cat log >&2
-    sqlite3 router.db <"$examples/site/router.sql"
     REQUEST_METHOD=GET PATH_INFO=/login.htm ZARN_DOCROOT=$examples/site ZARN_DB=$PWD/router.db \
         ZARN_SESSIONS=$PWD/sessions ZARN_ROOT=$PWD zarn/zarn >page 2>>log || cat log >&2
     check 'the example host' '1 <title>Sign in - Fjord R4</title>' \

@@ -101,14 +101,19 @@ static int attach(sqlite3 *db, const char *file, const char *name)
     return status;
 }
 
-sqlite3 *storeOpen(const char *file, const char *sessionsFile)
+sqlite3 *storeOpen(const string &file, const string &sessionsFile)
 {
     sqlite3 *db = nullptr;
     // A page is a process, and half of its instructions are SQLite's.
     sqlite3_config(SQLITE_CONFIG_SINGLETHREAD);
     sqlite3_config(SQLITE_CONFIG_MEMSTATUS, 0);
     sqlite3_config(SQLITE_CONFIG_LOOKASIDE, 1200, 200);
-    int status = sqlite3_open_v2(file, &db, SQLITE_OPEN_READWRITE, nullptr);
+    if (file.empty()) { // which stands for a temporary one
+        fputs("zarn: no database is named\n", stderr);
+        return nullptr;
+    }
+    int status =
+        sqlite3_open_v2(file.c_str(), &db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr);
     if (status == SQLITE_OK) // first: "pragma synchronous" reads the database
         status = sqlite3_busy_timeout(db, BUSY_MILLISECONDS);
     if (status == SQLITE_OK)
@@ -119,7 +124,7 @@ sqlite3 *storeOpen(const char *file, const char *sessionsFile)
                               "pragma temp_store = memory",
                               nullptr, nullptr, nullptr);
     if (status == SQLITE_OK)
-        status = attach(db, sessionsFile, "sessions");
+        status = attach(db, sessionsFile.c_str(), "sessions");
     if (status == SQLITE_OK)
         status = sqlite3_create_function(db, "password_hash", 1, SQLITE_UTF8, nullptr, passwordHash,
                                          nullptr, nullptr);
@@ -128,8 +133,8 @@ sqlite3 *storeOpen(const char *file, const char *sessionsFile)
                                          nullptr, nullptr);
     if (status == SQLITE_OK)
         status = sqlite3_create_function_v2(db, "password_turn", 0, SQLITE_UTF8,
-                                            sqlite3_mprintf("%s-turns", sessionsFile), passwordTurn,
-                                            nullptr, nullptr, sqlite3_free);
+                                            sqlite3_mprintf("%s-turns", sessionsFile.c_str()),
+                                            passwordTurn, nullptr, nullptr, sqlite3_free);
     if (status == SQLITE_OK)
         return db;
     fprintf(stderr, "zarn: cannot use the database: %s\n", sqlite3_errmsg(db));

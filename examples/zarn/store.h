@@ -11,8 +11,9 @@ struct sqlite3;
 
 using Rows = std::vector<std::vector<std::string>>;
 
-/* Opens the database, with that of the sessions attached as "sessions": a transaction over
- * both is one, also when the program is killed. Statements may also call
+/* Opens the database, made when it is missing, with that of the sessions attached as
+ * "sessions": a transaction over both is one, also when the program is killed. Statements may
+ * also call
  *   password_hash(PASSWORD)        a salted hash of it, for the database
  *   password_fits(PASSWORD, HASH)  1 when it is the password of that hash, else 0
  *   password_turn()                waits until fewer than two other programs have a turn
@@ -20,7 +21,7 @@ using Rows = std::vector<std::vector<std::string>>;
  * told. A turn lasts until the program ends; where there is none in 5 seconds the last fails.
  *
  * Returns null after a line on standard error; else the caller's, for a host to take. */
-sqlite3 *storeOpen(const char *file, const char *sessionsFile);
+sqlite3 *storeOpen(const std::string &file, const std::string &sessionsFile);
 
 /* Whether the database of the sessions has its tables. */
 bool storeHasSessions(sqlite3 *db);

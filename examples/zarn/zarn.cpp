@@ -2,7 +2,7 @@
  *
  * PATH_INFO names the page. The web server's configuration says where things are:
  *   ZARN_DOCROOT  the folder of the pages
- *   ZARN_DB       the SQLite database that they show
+ *   ZARN_DB       the SQLite database that they show; made when it is missing
  *   ZARN_SESSIONS the folder of the sessions, an absolute path, which nobody else may use;
  *                 made when it is missing; without it /tmp/zarn-UID, UID being the user's
  *   ZARN_ROOT     put in front of the interpreter's own paths; may be missing
@@ -34,9 +34,11 @@
 #include <stdlib.h>
 #include <string.h>
 #include <sys/mman.h>
+#include <sys/stat.h>
 #include <algorithm>
 #include <new>
 #include <sstream>
+#include <utility>
 
 using std::string;
 using std::string_view;
@@ -557,34 +559,86 @@ static bool sendAnswer(Exchange &x, Host &host)
     return true;
 }
 
-// Opens the databases that the configuration names, and makes that of the sessions where it
-// is missing. Returns false after a line on standard error.
-static bool openStore(Exchange &x, Host &host, const char *dbFile, const string &sessionsFile)
+// Returns the name of the script that carries a database to a version.
+static string versionScript(int version)
+{
+    char name[32];
+    snprintf(name, sizeof name, "database-%02d.sql", version);
+    return name;
+}
+
+static bool isFile(const string &name)
+{
+    return access(name.c_str(), F_OK) == 0;
+}
+
+// Returns the scripts that carry a database of that version to the last one, as one
+// transaction. It has a row when another process has been faster. Empty when there are none;
+// isRead: out, false after a line on standard error.
+static string upgradeScript(Host &host, int version, bool &isRead)
+{
+    string all;
+    string script;
+    isRead = true;
+    for (int next = version + 1; isRead && isFile(versionScript(next)); ++next) {
+        isRead = hostReadFile(host, versionScript(next).c_str(), script);
+        all += script;
+    }
+    if (all.empty())
+        return all;
+    return "begin immediate; select 1 from pragma_user_version where user_version <> " +
+           std::to_string(version) + ';' + all + "commit;";
+}
+
+// Carries the database to the version of the last script. Returns false after a line on
+// standard error; the database is then as it was.
+static bool upgradeDatabase(sqlite3 *db, Host &host)
+{
+    Rows rows;
+    int version = -1;
+    bool isRead = true;
+    while (runScript(db, "pragma user_version", {}, rows) == SCRIPT_ROWS) {
+        int former = std::exchange(version, atoi(rows[0][0].c_str()));
+        string script = upgradeScript(host, version, isRead);
+        if (isRead && script.empty()) {
+            if (version == 0 || isFile(versionScript(version)))
+                return true;
+            fprintf(stderr, "zarn: the database is of version %d, of a newer program\n", version);
+            return false;
+        }
+        if (former == version)
+            fprintf(stderr, "zarn: the scripts behind version %d lead to no other\n", version);
+        if (former == version || !isRead || runScript(db, script, {}, rows) == SCRIPT_FAILED)
+            return false;
+    }
+    return false;
+}
+
+// Opens the databases that the configuration names, and makes what is missing. Returns false
+// after a line on standard error.
+static bool openStore(Exchange &x, Host &host)
 {
     Rows rows;
     string script;
-    x.db = storeOpen(dbFile, sessionsFile.c_str());
-    return x.db && (storeHasSessions(x.db) || (hostReadFile(host, "sessions.sql", script) &&
-                                               runScript(x.db, script, {}, rows) == SCRIPT_DONE));
+    return (storeHasSessions(x.db) || (hostReadFile(host, "sessions.sql", script) &&
+                                       runScript(x.db, script, {}, rows) == SCRIPT_DONE)) &&
+           upgradeDatabase(x.db, host);
 }
 
 // Opens what the configuration names and answers. Returns false when it cannot.
 static bool run(Host &host, Exchange &x)
 {
-    char dbFile[PATH_MAX]; // hostOpen changes the working directory
     string sessionsFile;
     string root = fromEnvironment("ZARN_ROOT");
     string folder = fromEnvironment("ZARN_SESSIONS");
     systemRoot = root.c_str();
     if (folder.empty())
         folder = "/tmp/zarn-" + std::to_string(geteuid());
-    if (!realpath(fromEnvironment("ZARN_DB").c_str(), dbFile)) {
-        fprintf(stderr, "zarn: cannot find the database ZARN_DB: %s\n", strerror(errno));
+    if (!privateFile(folder, "sessions.db", sessionsFile))
         return false;
-    }
-    if (!privateFile(folder, "sessions.db", sessionsFile) ||
-        !hostOpen(host, fromEnvironment("ZARN_DOCROOT").c_str(), nullptr) ||
-        !openStore(x, host, dbFile, sessionsFile))
+    x.db = storeOpen(fromEnvironment("ZARN_DB"), sessionsFile); // before the folder changes
+    if (!x.db || !hostOpen(host, fromEnvironment("ZARN_DOCROOT").c_str(), nullptr) ||
+        !openStore(x, host))
         return false;
     decide(x, host, readRequest(x, host));
     return hostTakeDatabase(host, x.db) && sendAnswer(x, host);
@@ -596,6 +650,7 @@ int main()
         fputs("zarn: out of memory\n", stderr);
         _exit(1); // without headers the web server answers with status 500
     });
+    umask(S_IRWXG | S_IRWXO); // the database is nobody else's
     Host host;
     Exchange exchange;
     host.program = "zarn";

@@ -374,7 +374,8 @@ def check_direct(work, secret):
         (404, b"", {"PATH_INFO": "/nothere.htm"}),
         (415, b"{}", {**post, "CONTENT_LENGTH": "2", "CONTENT_TYPE": "text/json"}),
         (405, b"", {"REQUEST_METHOD": "GET X"}),
-        (500, b"", {"ZARN_DB": "/nothere"}),
+        (500, b"", {"ZARN_DB": "/nothere/x"}),
+        (500, b"", {"ZARN_DB": ""}),
         (200, b"", {"QUERY_STRING": "lang=de%0D%0AX-Evil:1", "HTTP_COOKIE": "zarnlang=a\r\nX-Evil:1"}),
     ]
     for status, body, more in rows:

@@ -50,8 +50,7 @@ def shoot_all():
 with tempfile.TemporaryDirectory() as work:
     os.chdir(work)
     shutil.copytree(site, "site")
-    with open("site/router.sql", encoding="utf-8") as text, sqlite3.connect("router.db") as db:
-        db.executescript(text.read())
+    subprocess.run("cat site/database-*.sql | sqlite3 router.db", shell=True, check=True)
     preview = subprocess.Popen(
         [program, "--port", "0", "--db", "router.db", "--texts", "site/texts/en.po", "--texts",
          "site/texts/de.po", "--set-from", f"{site}/../zarn/variables.txt", "site"],

@@ -1,12 +1,11 @@
--- router.sql - the database of the demo site: sqlite3 FILE < router.sql
+-- database-01.sql - the database of the demo site, in its first version. Each script that follows
+-- carries it to the version of its number; what has been released never changes. The web program
+-- runs all that are missing in one transaction, also on an empty database. They have no rows.
 --
 -- The pages only read it; the scripts of the forms, NAME.sql beside NAME.htm, change it. What
 -- a page shows comes from the views at the end, so that a template's query says what it
 -- wants and not how it is stored. What the settings may hold is in candidate.sql, and what
 -- goes with the next restart in sessions.sql.
-
-pragma foreign_keys = on;
-begin;
 
 create table status (
     id integer primary key check (id = 1),
@@ -276,4 +275,4 @@ update device set folded = (
             from fold join folded_letter on folded_letter.number = fold.number + 1)
     select lower(text) from fold order by number desc limit 1);
 
-commit;
+pragma user_version = 1;
