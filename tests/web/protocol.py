@@ -230,7 +230,7 @@ def check_login():
 
 def check_settings(visitor):
     wrong = [("hostname", "Fjord"), ("hostname", "-a"), ("hostname", "a" * 33), ("first", "0x1"),
-             ("first", ""), ("last", "255"), ("last", "8"), ("network", "7"), ("channel", "2"),
+             ("first", ""), ("last", "255"), ("last", "8"), ("lease", "169"), ("network", "7"), ("channel", "2"),
              ("security", ""), ("ssid", "\n"), ("ssid", "ä" * 17), ("ssid", ""),
              ("nameserver", "1.2.3"), ("nameserver", "1.2.3.256"), ("nameserver", "1.2.3.04"),
              ("passphrase", "1234567"), ("passphrase", "passwörter")]
@@ -246,7 +246,7 @@ def check_settings(visitor):
     answer = visitor.save(guests="1", nameserver=" 192.0.2.1 ", passphrase="with blanks ~")
     check("saved", (303, "settings.htm"), (answer.status, answer.headers["Location"]))
     check("stored", ["new", "192.0.2.1", "0", "9", "99", "1", "\"a'<b>", "36", "wpa3", "with blanks ~",
-                     "0", "1"], stored())
+                     "0", "1", "24"], stored())
     answer = visitor.save(guests="1", nameserver=" 192.0.2.1 ", passphrase="with blanks ~", version=version)
     check("a second click", (303, version + 1), (answer.status, revision()))
     visitor.ask("settings.htm", "HEAD")  # nobody has seen the message by that

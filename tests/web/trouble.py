@@ -152,6 +152,51 @@ def check_folders(work):
         check("the first request of many", [403] * 24, [*statuses])
 
 
+def check_versions(work):
+    """A database of the first version is carried to the last by one of many requests, whole or not
+    at all; what a script leaves undone, and a newer one, are named. An empty file is a database."""
+    site = os.path.realpath(os.path.dirname(__file__) + "/../../examples/site")
+    copy, old, name = work + "/site", work + "/old.db", work + "/router.db"
+    last = len([script for script in os.listdir(site) if script.startswith("database-")])
+    subprocess.run(f"cp -r {site} {copy}; sqlite3 {old} <{site}/database-01.sql", shell=True, check=True)
+    def query(text):
+        with contextlib.closing(sqlite3.connect(name, isolation_level=None)) as db:
+            return db.execute(text).fetchall()
+    def state():
+        return query("pragma user_version") + query("select count(stored), count(*) > 12 from setting")
+    def start(program=ZARN, **env):
+        visitor = Direct(program, ZARN_DB=name, ZARN_SESSIONS=work + "/upgraded", ZARN_DOCROOT=copy, **env)
+        return visitor.ask("overview.htm").status, visitor.log if "zarn: " in visitor.log else ""
+    def renew():
+        subprocess.run(["cp", old, name], check=True)
+        query("update setting set stored = 'attic' where name = 'hostname'")
+    renew()
+    before, after = state(), [(last,), (1, 1)]
+    check("the first version", [(1,), (1, 0)], before)
+    with concurrent.futures.ThreadPoolExecutor(8) as pool:
+        check("many at once", {(403, "")}, set(pool.map(lambda _: start(), range(24))))
+    check("the last version", after, state())
+    for number in range(1, 99):
+        renew()
+        killed = start(f"strace -qq -o /dev/null -e inject=pwrite64:signal=KILL:when={number} {ZARN}")[0] == 0
+        check("killed", True, state() in (before, after))
+        check("and again", (403, after), (start()[0], state()))
+        if not killed:
+            break
+    check("kills", True, number > 4)
+    for what, script, said in (("a mistake", "update setting set stored = 'x'; create x;", 'near "x"'),
+                               ("no number", "select 1 where 0;", f"behind version {last} lead to no other")):
+        with open(f"{copy}/database-{last + 1:02}.sql", "w", encoding="utf-8") as file:
+            file.write(script)
+        check(what, (500, True, after), (lambda a: (a[0], said in a[1], state()))(start()))
+    os.remove(file.name)
+    query("pragma user_version = 77")
+    check("a newer one", (500, True), (lambda a: (a[0], "of version 77, of a newer program" in a[1]))(start()))
+    for make in ("", f": >{name}"):
+        subprocess.run(f"rm {name}; {make}", shell=True, check=True)
+        check("none", (403, "", [(last,), (0, 1)]), (*start(), state()))
+
+
 def check_disks(work):
     """With the settings' disk full or read-only the owner signs in, looks and signs out, nothing
     is saved, and nothing is said to be."""
@@ -260,6 +305,7 @@ check_turns()
 check_scripts()
 with tempfile.TemporaryDirectory() as folder:
     check_folders(folder)
+    check_versions(folder)
     check_disks(folder)
 check_kills()
 sys.exit(bool(failed))

@@ -6,7 +6,7 @@ SITE, DB, SESSIONS, LOG = (os.environ.get("SITE_" + name, "")
                            for name in ("URL", "DB", "SESSIONS", "LOG"))
 ORIGIN = SITE.rstrip("/")
 PASSWORD = "birch-heron-7"
-FORM = {"hostname": "new", "nameserver": "192.0.2.1", "first": "9", "last": "99", "network": "1",
+FORM = {"hostname": "new", "nameserver": "192.0.2.1", "first": "9", "last": "99", "network": "1", "lease": "24",
         "ssid": "\"a'<b>", "channel": "36", "security": "wpa3", "passphrase": ""}
 COMPLAINT = re.compile("Sanitizer: .*|runtime error: .*")  # a sanitizer's, in a log
 failed = []
