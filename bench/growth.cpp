@@ -3,8 +3,8 @@
  * to write a count for each page. NAME: only series with it in theirs.
  *
  * What is counted is a handle's whole life: made, variables set, one page into
- * /dev/null, ended. Each series has four sizes, n, 2n, 16n and 32n. What is left out is
- * an include inside a running body: its command runs again for each of them. */
+ * /dev/null, ended. Each series has four sizes, n, 2n, 16n and 32n. A series whose name
+ * ends in "(square)" grows with the square of its size: that is the language's own. */
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
@@ -133,6 +133,10 @@ static const Series allSeries[] = {
     {"rows of a query", 1 << 8,
      [](size_t size) {
          return Case{"<?multiquery all '$1 '?>", {}, size};
+     }},
+    {"rows with an include (square)", 1 << 4,
+     [](size_t size) {
+         return Case{"<?multiquery all '$1 <?include small.htm?>'?>", {}, size};
      }},
     {"iterations of a repeat", 1 << 8,
      [](size_t size) { return Case{"<?repeat [ 1 " + std::to_string(size) + " ] '$0 '?>"}; }},
