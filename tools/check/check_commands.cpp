@@ -447,10 +447,43 @@ static void checkOperand(const Visit &visit, const Argument &operand)
     }
 }
 
+static bool hasLimit(const string &query)
+{
+    const auto pieces = scanSql(query);
+    return std::any_of(pieces.begin(), pieces.end(), [&query](const SqlPiece &piece) {
+        constexpr string_view word = "limit";
+        return piece.token == SqlToken::WORD && piece.end - piece.at == word.size() &&
+               strncasecmp(query.c_str() + piece.at, word.data(), word.size()) == 0;
+    });
+}
+
+// An include of each row has the queries around it asked again for each.
+static void checkRows(const Visit &visit, const Command &include)
+{
+    for (size_t level = 0; level < visit.levels.size(); ++level) {
+        const Command &command = *visit.levels[level];
+        if (!(command.id & CMDF_QUERY) || printsOf(command) != Prints::BODIES)
+            continue;
+        const Levels around(visit.levels.begin(),
+                            visit.levels.begin() + static_cast<ptrdiff_t>(level));
+        const auto queries = queriesOf(visit.all.site, visit.tpl, command, around);
+        if (std::all_of(queries.begin(), queries.end(),
+                        [](const Assembled &query) { return hasLimit(query.text); }))
+            continue;
+        report(visit.all, visit.tpl, include.words, "include-rows",
+               "the query around it has no limit, and is asked again for each row: the cost grows "
+               "with the square of the rows",
+               {noteAt(visit.tpl, command.words.at, "the query is here")});
+        return;
+    }
+}
+
 static void checkInclude(const Visit &visit, const Command &command)
 {
-    if (visit.direct)
+    if (visit.direct) {
+        checkRows(visit, command);
         return;
+    }
     const bool refused = !visit.levels.empty();
     reportAs(visit.all, refused ? Grade::ERROR : Grade::WARNING, visit.tpl, command.words,
              "include-in-argument",

@@ -40,6 +40,10 @@ static constexpr Kind kinds[] = {
     {"include-dynamic", WARNING,
      "The path is not written in the template, so nobody can tell which template is included.",
      "<?include $var:part?>"},
+    {"include-rows", HINT,
+     "Each include of a row has its command run again from the start, with its queries. A limit "
+     "bounds that; so does the piece's text in the body, or in the query.",
+     "<?multiquery 'select a from t' `<?include part.frm?>`?>"},
     {"base64-missing", ERROR,
      "The file does not exist below the document root; nothing is printed.",
      "<?base64 nothere.png?>"},
