@@ -31,7 +31,7 @@
 using namespace bytes;
 using std::string_view;
 
-Scanner scanner; // outlives handles; in page text and empty after each run
+constinit Scanner scanner = {}; // outlives handles; in page text and empty after each run
 
 static constexpr int SCAN_ON = -1; // the match made no token; no token has that number
 

@@ -1,7 +1,7 @@
 #!/bin/bash
-# exports.sh LIBRARY MAP - the library exports the names of the map and no others,
-# and needs nothing but the C library (and a sanitizer's runtime), and of the heap no more
-# than every allocator has: hosts bring their own.
+# exports.sh LIBRARY MAP - the library exports the names of the map and no others, runs
+# nothing when it is loaded, and needs nothing but the C library (and a sanitizer's runtime),
+# and of the heap no more than every allocator has: hosts bring their own.
 set -euo pipefail
 library=$1 map=$2
 wanted=$(sed -n '/^global:/,/^local:/s/^ *\([A-Za-z_][A-Za-z0-9_]*\);/\1/p' "$map" | sort)
@@ -10,6 +10,9 @@ diff <(echo "$wanted") <(echo "$got")
 needed=$(readelf -d "$library" | sed -n 's/.*(NEEDED).*\[\(.*\)\]/\1/p')
 if grep -q '^lib[au].*san\.so' <<<"$needed" || nm -D "$library" | grep __asan_init >/dev/null; then
     needed=$(grep -Ev '^lib(asan|ubsan|m|gcc_s)\.so' <<<"$needed")
+elif readelf -d "$library" | grep -E '\((INIT|FINI)'; then
+    echo "Something of the library runs at its loading." >&2
+    exit 1
 fi
 diff <(echo libc.so.6) <(echo "$needed")
 heap=$(nm -D -u "$library" | sed -nE 's/^ *U ([a-z_]*(alloc|free|align|usable|strdup|strndup)[a-z_]*).*/\1/p' |
