@@ -8,6 +8,7 @@
 #include <stddef.h>
 #include <stdint.h>
 #include <sys/times.h>
+#include <sys/types.h>
 
 #include "base/bounds.h"
 #include "interface/orvinterpreter.h"
@@ -96,11 +97,14 @@ struct Interpreter {
     clock_t startTicks;
     tms startTimes;
     OutputBuffer output;
-    int32_t outputError; // errno of the first write of the run that failed, 0 for none
-    void *hostData;      // the web program's own
-    char *gaveUpIn;      // owned, the template in which the last run gave up, else null
-    int32_t gaveUpLine;  // and the line there
+    int32_t outputError;          // errno of the first write of the run that failed, 0 for none
+    void *hostData;               // the web program's own
+    char *gaveUpIn;               // owned, the template in which the last run gave up, else null
+    int32_t gaveUpLine;           // and the line there
     PendingBodies *pendingBodies; // owned, null before the first pending include
+    ssize_t (*take)(int fd, const void *bytes, size_t length); // write, or what asks fWrite
+    FWrite fWrite;     // takes the page in the place of outputFd; null for none
+    int32_t isWriting; // 1 while it is asked: what is being written must not go
 };
 
 #endif

@@ -1,5 +1,5 @@
-/* base/output.cpp - the page's way out: everything that a run writes to its
- * output descriptor passes here, each piece in a write call of its own or, where
+/* base/output.cpp - the page's way out: everything that a run prints passes here, to
+ * the output descriptor or the host's function, each piece in a call of its own or, where
  * the host has asked for it, gathered. Uses the handle of the run. Between runs
  * nothing is gathered. */
 #include "base/output.h"
@@ -9,15 +9,31 @@
 #include <string.h>
 #include <unistd.h>
 
+#include <algorithm>
+
 #include "base/observe.h"
 #include "base/process.h"
+
+// Asks the host's function to take bytes, in the place of write, and returns what write would:
+// how many are out, or a negative number with errno set, to EIO if the function leaves
+// that alone.
+static ssize_t handOver(int, const void *bytes, size_t length)
+{
+    const auto most = static_cast<int32_t>(std::min<size_t>(length, INT32_MAX));
+    errno = EIO;
+    inpr->isWriting = 1;
+    const int32_t taken =
+        inpr->fWrite(inpr, static_cast<const char *>(bytes), static_cast<size_t>(most));
+    inpr->isWriting = 0;
+    return std::min(taken, most);
+}
 
 // Writes bytes until they are out or an error comes. Returns how many are out.
 static size_t writeOut(std::string_view bytes)
 {
     size_t out = 0;
     while (out < bytes.size()) {
-        const ssize_t written = write(inpr->outputFd, bytes.data() + out, bytes.size() - out);
+        const ssize_t written = inpr->take(inpr->outputFd, bytes.data() + out, bytes.size() - out);
         if (written > 0)
             out += static_cast<size_t>(written);
         else if (written == 0 || errno != EINTR) {
@@ -78,5 +94,14 @@ int32_t Orv_Interpreter_SetOutputBuffer(Interpreter *interpreter, int32_t bytes)
         return ORV_FAILED;
     free(interpreter->output.bytes);
     interpreter->output = {block, reinterpret_cast<uint8_t *>(block) + capacity, capacity, 0};
+    return ORV_OK;
+}
+
+int32_t Orv_Interpreter_SetOutput(Interpreter *interpreter, FWrite fWrite)
+{
+    if (!interpreter || inpr)
+        return ORV_FAILED;
+    interpreter->fWrite = fWrite;
+    interpreter->take = fWrite ? handOver : write;
     return ORV_OK;
 }

@@ -4,9 +4,9 @@
 
 #include <string_view>
 
-/* Writes one piece to the run's output descriptor with one write call, which
- * is continued when it is cut short or interrupted, or gathers it. After an error
- * the rest of the piece is dropped. An empty piece makes no call. */
+/* Writes one piece to the run's output with one call of write, or of the host's
+ * function, which is continued when it is cut short or interrupted, or gathers it. After
+ * an error the rest of the piece is dropped. An empty piece makes no call. */
 void writePiece(std::string_view piece);
 
 /* Writes what has been gathered: before a callback, and at the end of a run. */

@@ -193,8 +193,11 @@ static int32_t takeRows(QueryRow **rows, int32_t mode, bool owned, int64_t from)
 {
     *rows = firstRow(*rows);
     int32_t count = 0;
-    for (const QueryRow *row = *rows; row; row = row->next)
+    for (QueryRow *row = *rows; row; row = row->next) {
+        if (owned && row->next)
+            row->next->prev = row; // it leads back to the first, from where all are freed
         ++count;
+    }
     if (mode == ORV_QUERY_COUNT) {
         if (owned)
             freeQueryRows(rows);

@@ -3,7 +3,8 @@
  * The parts of an input stand between bytes of the value 30: the template that
  * runs, a.htm, and those that it can include, b.frm and c.txt; the answers to
  * its queries, one a line; the request's variables, name=value, one a line.
- * Every input runs twice and must give the same page and log. */
+ * Every input runs twice and must give the same page and log, to a descriptor and to a
+ * function. */
 #include <dirent.h>
 #include <dlfcn.h>
 #include <fcntl.h>
@@ -145,6 +146,13 @@ static int32_t reportError(Interpreter *, const char **message)
     return !host.error.empty();
 }
 
+static int32_t takePiece(Interpreter *interpreter, const char *bytes, size_t length)
+{
+    MUST(Orv_Interpreter_ClearVariables(interpreter) == ORV_FAILED);
+    MUST(Orv_Interpreter_SetVariable(interpreter, "a[1]", "") == ORV_VARIABLE_REFUSED);
+    return static_cast<int32_t>(write(host.page, bytes, (length + 1) / 2));
+}
+
 static size_t openDescriptors()
 {
     size_t count = 0;
@@ -165,7 +173,7 @@ static size_t mappedTemplates()
     return count;
 }
 
-static Outcome run(const Lines &variables)
+static Outcome run(const Lines &variables, FWrite fWrite)
 {
     static const InterpreterCallbacks callbacks = {openTemplate, answer, reportError};
     const size_t descriptors = openDescriptors();
@@ -175,6 +183,7 @@ static Outcome run(const Lines &variables)
     Orv_Interpreter_SetLanguage("de");
     Interpreter *handle = Orv_Interpreter_Create(&callbacks);
     Orv_Interpreter_SetLog(host.log);
+    Orv_Interpreter_SetOutput(handle, fWrite);
     for (const std::string &line : variables) {
         const std::string name = line.substr(0, line.find('='));
         const std::string value = line.substr(std::min(name.size() + 1, line.size()));
@@ -254,8 +263,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     host.answers = split(parts[3], '\n');
     const Lines variables = split(parts[4], '\n');
     fill(host.cmdline, variables.empty() ? "" : variables[0]);
-    const Outcome first = run(variables);
-    const Outcome second = run(variables);
+    const Outcome first = run(variables, nullptr);
+    const Outcome second = run(variables, takePiece);
     MUST(first == second);
     MUST(mappedTemplates() == 0);
     return 0;

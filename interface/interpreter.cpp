@@ -4,6 +4,7 @@
  * inner functions reach the handle through it. Between runs a handle keeps its
  * variables and the argument buffer, and the scanner is empty. */
 #include <stdlib.h>
+#include <unistd.h>
 
 #include "exec/exec.h"
 #include "grammar/parse.h"
@@ -32,6 +33,7 @@ Interpreter *Orv_Interpreter_Create(const InterpreterCallbacks *callbacks)
     }
     *copy = *callbacks;
     made->callbacks = copy;
+    made->take = write;
     made->tooltipMode = getTooltipVar();
     if (made->tooltipMode != TOOLTIPS_NOT_SET && openLog())
         logMessage<Message::SWITCH_IS_ON>(made->tooltipMode);
@@ -105,6 +107,11 @@ const char *Orv_Interpreter_Position(const Interpreter *interpreter, int32_t *li
     return runs ? currentTemplate() : interpreter ? interpreter->gaveUpIn : nullptr;
 }
 
+int32_t Orv_Interpreter_Version()
+{
+    return ORV_VERSION_NUMBER;
+}
+
 void Orv_Interpreter_SetHostData(Interpreter *interpreter, void *data)
 {
     if (interpreter)
@@ -136,6 +143,8 @@ int32_t Orv_Interpreter_Reset(Interpreter *interpreter)
     made.tooltipMode = interpreter->tooltipMode;
     made.output = interpreter->output;
     made.hostData = interpreter->hostData;
+    made.take = interpreter->take;
+    made.fWrite = interpreter->fWrite;
     *interpreter = made;
     return ORV_OK;
 }

@@ -3,8 +3,8 @@
  * The library renders page templates of a device's web program. The web
  * program makes a handle with three callbacks, sets the request's variables
  * and a language, and runs one template at a time; the page is written to a
- * file descriptor. A mistake in a template never stops a page: it is reported
- * in the diagnostic log, and the rest of the page is produced.
+ * file descriptor, or handed to a function. A mistake in a template never stops a
+ * page: it is reported in the diagnostic log, and the rest of the page is produced.
  *
  * Threads: none. The run in progress, the diagnostic log and the text
  * databases belong to the process, so all calls must come from one thread.
@@ -17,6 +17,7 @@
 #ifndef ORVINTERPRETER_H
 #define ORVINTERPRETER_H
 
+#include <stddef.h>
 #include <stdint.h>
 
 #ifdef __cplusplus
@@ -33,6 +34,14 @@ extern "C" {
 #define ORV_VERSION_MAJOR 1
 #define ORV_VERSION_MINOR 1
 #define ORV_VERSION_PATCH 0
+
+/* The same as one number, 1002003 for 1.2.3. */
+#define ORV_VERSION_NUMBER                                                                         \
+    (ORV_VERSION_MAJOR * 1000000 + ORV_VERSION_MINOR * 1000 + ORV_VERSION_PATCH)
+
+/* Returns the ORV_VERSION_NUMBER of the library that runs: a program may have been built with the
+ * header of another. */
+ORV_API int32_t Orv_Interpreter_Version(void);
 
 /* Results of calls that do one thing or fail. */
 enum { ORV_OK = 0, ORV_FAILED = -1 };
@@ -124,7 +133,8 @@ enum {
  * path: given to FOpen as it is. outputFd: where the page goes, normally the
  * CGI's standard output; it stays open and the caller's. It is to be a blocking
  * descriptor. Writes that are cut short are continued; after an error the rest of
- * that piece is lost and the page goes on (see Orv_Interpreter_OutputError).
+ * that piece is lost and the page goes on (see Orv_Interpreter_OutputError). It is not
+ * looked at when a function takes the page, see Orv_Interpreter_SetOutput.
  *
  * Commands may be nested as deep as the parser's 10,000 symbols allow, each level on
  * the caller's stack: a host gives ORV_STACK_NEEDED bytes of it, or trusts its
@@ -135,6 +145,27 @@ enum {
  * Returns an ORV_RUN_ number. Whatever it is, every template is closed again
  * and the next run starts clean. */
 ORV_API int32_t Orv_Interpreter_Run(Interpreter *interpreter, const char *path, int32_t outputFd);
+
+/* Takes bytes of a page in the place of a descriptor.
+ * bytes: good during the call, without a zero byte behind them. length: 1 or more.
+ *
+ * Returns what write() does: how many bytes it has taken, of which there may be fewer than
+ * length: the rest is handed over anew; or a negative number for an error, with errno set. An
+ * errno that it leaves alone, and the result 0, count as EIO; after EINTR it is called
+ * again.
+ * May choose a language, look texts up and use the log. Of the handle that runs it may not
+ * set or clear the variables, whose values are being printed: those calls fail. May
+ * not run. */
+typedef int32_t (*FWrite)(Interpreter *interpreter, const char *bytes, size_t length);
+
+/* Sets where the pages of a handle go.
+ * fWrite: takes the pages, piece by piece as a descriptor would or gathered (see
+ * Orv_Interpreter_SetOutputBuffer); null, the initial state, for the descriptor that
+ * Orv_Interpreter_Run is given.
+ *
+ * Returns ORV_OK; ORV_FAILED for a null handle and while a run is in progress, and then
+ * nothing has changed. */
+ORV_API int32_t Orv_Interpreter_SetOutput(Interpreter *interpreter, FWrite fWrite);
 
 /* Returns errno of the first write of the handle's last run, or of the one in
  * progress, that failed; 0 when none has; -1 for a null handle. */
@@ -163,7 +194,8 @@ ORV_API int32_t Orv_Interpreter_Destroy(Interpreter *interpreter);
 /* Results of Orv_Interpreter_SetVariable. */
 enum {
     ORV_VARIABLE_SET = 0,
-    ORV_VARIABLE_REFUSED = -1,  /* a null argument, an empty name, or an element not stored */
+    ORV_VARIABLE_REFUSED = -1,  /* a null argument, an empty name, an element not stored, or a
+                                   call out of the handle's FWrite */
     ORV_VARIABLE_NO_MEMORY = -2 /* a plain variable that memory did not suffice for */
 };
 
@@ -182,14 +214,14 @@ ORV_API int32_t Orv_Interpreter_SetVariable(Interpreter *interpreter, const char
  * Array elements and the templates' own variables stay: the next request's visitor
  * would see them, see Orv_Interpreter_Reset.
  *
- * Returns ORV_OK, or ORV_FAILED for a null handle. */
+ * Returns ORV_OK, or ORV_FAILED for a null handle and out of the handle's FWrite. */
 ORV_API int32_t Orv_Interpreter_ClearVariables(Interpreter *interpreter);
 
 /* Makes a handle for the next request what Orv_Interpreter_Create made it: the request's
  * variables, the templates' variables and all arrays are gone, and so is what
- * Orv_Interpreter_OutputError and Orv_Interpreter_Position tell of its last run. Host data
- * and output buffer stay, and so does what is the process's: the language, the log and
- * its counts. It needs no memory.
+ * Orv_Interpreter_OutputError and Orv_Interpreter_Position tell of its last run. Host data,
+ * output buffer and output function stay, and so does what is the process's: the
+ * language, the log and its counts. It needs no memory.
  *
  * Returns ORV_OK, or ORV_FAILED for a null handle and while a run is in progress: then
  * nothing has changed. */
@@ -211,8 +243,8 @@ ORV_API int32_t Orv_Interpreter_Reset(Interpreter *interpreter);
  * Orv_Interpreter_LookupDBField has returned are gone. */
 ORV_API int32_t Orv_Interpreter_SetLanguage(const char *code);
 
-/* Gathers the pages of a handle: the pieces of a page, each of them one write
- * call otherwise, are collected and written together.
+/* Gathers the pages of a handle: the pieces of a page, each of them one write call or one
+ * call of its output function otherwise, are collected and written together.
  * bytes: how much is collected, a few KiB do; 0, the initial state, writes each
  * piece at once. The pieces go out when the next one does not fit, before every
  * callback and at the end of the run; a piece of more than bytes goes out from

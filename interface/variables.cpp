@@ -38,7 +38,7 @@ int32_t Orv_Interpreter_SetVariable(Interpreter *interpreter, const char *name, 
             logMessage<Message::SET_BAD_HANDLE>();
         return ORV_VARIABLE_REFUSED;
     }
-    if (!name || !value)
+    if (!name || !value || interpreter->isWriting)
         return ORV_VARIABLE_REFUSED;
     logMessage<Message::REQUEST_VARIABLE>(name, value);
     if (const char *bracket = strchr(name, '['))
@@ -58,6 +58,8 @@ int32_t Orv_Interpreter_ClearVariables(Interpreter *interpreter)
         logMessage<Message::CLEAR_BAD_HANDLE>();
         return ORV_FAILED;
     }
+    if (interpreter->isWriting)
+        return ORV_FAILED;
     destroyLocalVarList(&interpreter->localVars);
     return ORV_OK;
 }

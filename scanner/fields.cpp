@@ -283,8 +283,9 @@ const char *nextByte()
 size_t readInPlace(size_t max)
 {
     IncludeEntry *entry = &inpr->includes[inpr->includeIndex];
-    // In tooltip mode the bytes that are passed leave traces in the handle.
-    if (entry->rest || inpr->tooltipMode > 0)
+    // In tooltip mode the bytes that are passed leave traces in the handle; and the host's
+    // function may change a template's file while it is handed bytes of it.
+    if (entry->rest || inpr->tooltipMode > 0 || (inpr->fWrite && !entry->copy))
         return 0;
     Refill refill = refillOf(entry, nullptr, max);
     passText(&refill);

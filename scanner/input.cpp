@@ -92,11 +92,12 @@ static uint32_t contextOf(const char *path)
     return strstr(path, ".htm") || strstr(path, ".frm") ? 0 : CONTEXT_NOT_HTML;
 }
 
-// Whether fOpen is being asked: it may neither open nor close templates itself.
-static bool isOpening()
+// Whether fOpen is being asked, or fWrite, which takes what the scanner has read: they may
+// neither open nor close templates themselves.
+static bool isAsking()
 {
     const int32_t next = inpr->includeIndex + 1;
-    return next < MAX_INCLUDE_DEPTH && inpr->includes[next].fileName;
+    return inpr->isWriting || (next < MAX_INCLUDE_DEPTH && inpr->includes[next].fileName);
 }
 
 // Opens and maps the file into entry, whose name is set. Its other fields are set
@@ -133,7 +134,7 @@ int32_t pushTemplate(const char *path)
         logMessage<Message::INCLUDES_TOO_DEEP>(path, currentTemplate());
         return INCLUDE_TOO_DEEP;
     }
-    if (isOpening())
+    if (isAsking())
         return INCLUDE_FAILED;
     IncludeEntry *entry = &inpr->includes[parent + 1];
     // A copy before fOpen is asked: it may change the language, and path may be a text
@@ -184,7 +185,7 @@ static void closeTemplate(IncludeEntry *entry)
 
 bool popTemplate()
 {
-    if (isOpening())
+    if (isAsking())
         return false;
     IncludeEntry *entry = &inpr->includes[inpr->includeIndex];
     scanner.counted = scanner.buffer.pos; // no line of it is asked for any more

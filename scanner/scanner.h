@@ -23,7 +23,8 @@ enum class Condition : uint8_t {
 };
 
 // The bytes of one template that are being scanned, in place as long as they hold no
-// text field and no callback is made (ownRead), else in a copy with the texts. A match
+// text field, no callback is made (ownRead) and no function takes the page, else in a copy
+// with the texts. A match
 // never spans two refills: what is unfinished stands in front of what is read next.
 // Zero-filled, it is empty.
 struct ScanBuffer {

@@ -1,10 +1,12 @@
 #!/bin/bash
-# exports.sh LIBRARY MAP - the library exports the names of the map and no others, runs
-# nothing when it is loaded, and needs nothing but the C library (and a sanitizer's runtime),
-# and of the heap no more than every allocator has: hosts bring their own.
+# exports.sh LIBRARY MAP - the library exports the names of the map with their versions and no
+# others, runs nothing when it is loaded, and needs nothing but the C library (and a
+# sanitizer's runtime), and of the heap no more than every allocator has: hosts bring
+# their own.
 set -euo pipefail
 library=$1 map=$2
-wanted=$(sed -n '/^global:/,/^local:/s/^ *\([A-Za-z_][A-Za-z0-9_]*\);/\1/p' "$map" | sort)
+wanted=$(awk '/^ORV_.* \{$/ { print version = $1 } /^(global|local):/ { listed = $1 == "global:" }
+    listed && sub(/;$/, "") { print $1 "@@" version }' "$map" | sort)
 got=$(nm -D --defined-only "$library" | awk '{print $3}' | sort)
 diff <(echo "$wanted") <(echo "$got")
 needed=$(readelf -d "$library" | sed -n 's/.*(NEEDED).*\[\(.*\)\]/\1/p')

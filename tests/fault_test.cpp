@@ -23,6 +23,7 @@
 #include <thread>
 
 #include "base/process.h"
+#include "exec/exec.h"
 #include "textdb/language.h"
 #include "tests/harness.h"
 #include "vars/locals.h"
@@ -430,7 +431,7 @@ TEST(Faults, ResetLeavesNothingOfARequest)
 {
     Host host;
     host.files = {{"t.htm", "<?echo $var:a$var:l[min]$var:l[1]$var:r$var:q[2]?>"
-                            "<?multiquerycount x?><?setvariable var:a A?>"
+                            "<?multiquery x?><?multiquerycount x?><?setvariable var:a A?>"
                             "<?setvariable var:l[1] 'l<?echo $var:r?>'?>"
                             "<?repeat [ 1 1 ] '<?include b.htm?>'?><?print <?echo $var:l[1]?>?>"},
                   {"b.htm", "b"},
@@ -440,7 +441,17 @@ TEST(Faults, ResetLeavesNothingOfARequest)
         during = Orv_Interpreter_Reset(running);
     };
     useHost(&host);
-    Interpreter *handle = Orv_Interpreter_Create(&hostCallbacks);
+    InterpreterCallbacks callbacks = hostCallbacks;
+    callbacks.fQuery = [](Interpreter *running, int32_t mode, const char *query, QueryRow **rows,
+                          int32_t *owned) {
+        const int32_t result = hostCallbacks.fQuery(running, mode, query, rows, owned);
+        *owned = 1;
+        *rows = mode == ORV_QUERY_ROWS ? createQueryRow("") : nullptr;
+        if (*rows) // the way back is forgotten
+            (*rows)->next = createQueryRow("");
+        return result;
+    };
+    Interpreter *handle = Orv_Interpreter_Create(&callbacks);
     Orv_Interpreter_SetOutputBuffer(handle, 64);
     Orv_Interpreter_SetHostData(handle, &host);
     startLog();
@@ -494,7 +505,8 @@ static void cut(const char *path)
 
 static void (*change)(const char *path); // null for none
 
-// A query changes the templates that it names, opening c.htm and asking for an error t.htm.
+// A query changes the templates that it names; opening c.htm, asking for an error and taking
+// a piece t.htm.
 TEST(Faults, CallbacksChangeOpenTemplates)
 {
     const Texts pages[] = {
@@ -512,9 +524,11 @@ TEST(Faults, CallbacksChangeOpenTemplates)
         {{"t.htm", "a<?multiquery two '<?if eq $1 y `<?include c.htm?>`?>b'?>c\n<?foo?>"},
          {"c.htm", "(<?echo '$var:x<?include b.htm?>'?><?query c t?>){?hi?}"},
          {"b.htm", "<<?query c t?>b<?query t b c?>>"}},
+        {{"t.htm", "a<?echo b?>c{?hi?}<?setvariable var:lang de?>d<?echo e?>{?hi?}" +
+                       repeated("f", 1500) + "{?hi?}<?query t?>g{?hi?}"}},
     };
     writeFile("device/etc/htmltext_en.db", database({{"hi", "hello"}}));
-    Orv_Interpreter_SetLanguage("en");
+    writeFile("device/etc/htmltext_de.db", database({{"hi", "hallo"}}));
     Host host;
     host.rows = {{"two", {{"x"}, {"y"}}}, {"t", {{"[t]"}}}};
     host.onQuery = [](Interpreter *, const std::string &names) {
@@ -539,8 +553,16 @@ TEST(Faults, CallbacksChangeOpenTemplates)
         for (const size_t comment : {0U, 5000U}) { // small templates, and mapped ones
             const auto gathered = static_cast<int32_t>(comment / 5);
             Outcome unchanged;
-            for (const auto &made :
-                 {static_cast<decltype(change)>(nullptr), empty, overwrite, cut}) {
+            for (size_t i = 0; i < 8; ++i) {
+                constexpr decltype(change) changes[] = {nullptr, overwrite, empty, cut};
+                const auto made = changes[i / 2];
+                host.onWrite = nullptr;
+                if (i % 2 != 0)
+                    host.onWrite = [](Interpreter *) {
+                        if (change)
+                            change("t.htm");
+                    };
+                Orv_Interpreter_SetLanguage("en");
                 host.files = files;
                 for (auto &[name, content] : host.files)
                     if (comment > 0)
@@ -548,11 +570,11 @@ TEST(Faults, CallbacksChangeOpenTemplates)
                 useHost(&host);
                 change = made;
                 Interpreter *handle = Orv_Interpreter_Create(&callbacks);
-                Orv_Interpreter_SetOutputBuffer(handle, gathered);
+                Orv_Interpreter_SetOutputBuffer(handle, i % 2 == 0 ? gathered : 0);
                 startLog();
                 const Outcome got = runHandle(handle);
                 Orv_Interpreter_Destroy(handle);
-                if (!made)
+                if (i == 0)
                     unchanged = got;
                 EXPECT_EQ(difference(unchanged.page, got.page), "");
                 EXPECT_EQ(difference(unchanged.log, got.log), "");

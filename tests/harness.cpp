@@ -93,6 +93,12 @@ static int32_t reportError(Interpreter *, const char **message)
     return 1;
 }
 
+static int32_t takePiece(Interpreter *interpreter, const char *bytes, size_t length)
+{
+    current->onWrite(interpreter);
+    return static_cast<int32_t>(write(PAGE_FD, bytes, length));
+}
+
 const InterpreterCallbacks hostCallbacks = {openFile, answer, reportError};
 
 void useHost(Host *host)
@@ -167,7 +173,9 @@ Outcome runHandle(Interpreter *interpreter, const std::string &path)
 {
     pieces.clear();
     Outcome outcome = {};
-    outcome.result = Orv_Interpreter_Run(interpreter, path.c_str(), PAGE_FD);
+    const bool toFunction = static_cast<bool>(current->onWrite);
+    EXPECT_EQ(Orv_Interpreter_SetOutput(interpreter, toFunction ? takePiece : nullptr), 0);
+    outcome.result = Orv_Interpreter_Run(interpreter, path.c_str(), toFunction ? -1 : PAGE_FD);
     outcome.pieces = pieces;
     for (const auto &piece : pieces)
         outcome.page += piece;

@@ -31,6 +31,7 @@ struct Host {
     bool isLogged = true;             // the run has a log
     std::function<void(Interpreter *, const std::string &)> onQuery;
     std::function<int(const std::string &)> onOpen; // in the place of open()
+    std::function<void(Interpreter *)> onWrite;     // with it, a function takes the page
     std::vector<std::string> calls;                 // what the callbacks were asked
 };
 

@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <fstream>
 
+#include "exec/exec.h"
 #include "grammar/commands.h"
 #include "tests/harness.h"
 
@@ -37,7 +38,7 @@ protected:
 
     void SetUp() override
     {
-        for (const char *suffix : {"_en.db", ".db"})
+        for (const char *suffix : {"_en.db", "_eo.db", ".db"})
             writeFile("device/etc/htmltext" + std::string(suffix),
                       database({{"greeting", "Good day"}}));
         ASSERT_EQ(Orv_Interpreter_SetLanguage("en"), 0);
@@ -53,6 +54,19 @@ protected:
     }
 };
 } // namespace
+
+// What a function that takes the page is refused, and what leaves no trace on the page.
+static void disturb(Interpreter *running)
+{
+    static int calls = 0;
+    EXPECT_EQ(Orv_Interpreter_Reset(running), ORV_FAILED);
+    EXPECT_EQ(Orv_Interpreter_SetOutput(running, nullptr), ORV_FAILED);
+    EXPECT_EQ(Orv_Interpreter_SetVariable(running, "name", "?"), ORV_VARIABLE_REFUSED);
+    EXPECT_EQ(Orv_Interpreter_ClearVariables(running), ORV_FAILED);
+    EXPECT_EQ(doExclude(), 0);
+    EXPECT_NE(Orv_Interpreter_Position(running, nullptr), nullptr);
+    EXPECT_EQ(Orv_Interpreter_SetLanguage(++calls % 2 ? "eo" : "en"), ORV_OK);
+}
 
 static std::vector<Example> readExamples(const std::string &path)
 {
@@ -129,6 +143,7 @@ TEST_P(Examples, RenderAsWritten)
         for (const int32_t bytes : {0, 1, 7, 4096}) {
             gatheredBytes = bytes;
             host.isLogged = bytes != 7;
+            host.onWrite = bytes == 1 || bytes == 4096 ? disturb : nullptr;
             const Outcome got = render(host);
             if (!isSame(path, example, "page", got.page) ||
                 (host.isLogged && !isSame(path, example, "log", withoutLines(got.log, isNotice))))

@@ -153,7 +153,10 @@ TEST(Page, GoesOutInOneWriteAPiece)
     };
     for (const auto &[page, pieces] : pages) {
         host.files.push_back({"t.htm", page});
-        EXPECT_EQ(render(host).pieces, pieces) << page;
+        for (const auto &onWrite : {decltype(host.onWrite)(), {[](Interpreter *) {}}}) {
+            host.onWrite = onWrite;
+            EXPECT_EQ(render(host).pieces, pieces) << page;
+        }
     }
 }
 
@@ -176,15 +179,50 @@ TEST(Page, SurvivesBadWrites)
     for (const int failure : {EIO, WRITES_NOTHING, 0}) {
         useHost(&host);
         Interpreter *handle = Orv_Interpreter_Create(&hostCallbacks);
-        if (failure)
-            writes = {2, {EINTR, 0, 0, 0, EINTR, 0, failure, ENOSPC}};
-        const Outcome got = runHandle(handle);
-        EXPECT_EQ(got.page, failure ? "firstse" : "firstsecondthird");
-        EXPECT_EQ(got.result, ORV_RUN_DONE);
-        EXPECT_EQ(Orv_Interpreter_OutputError(handle), failure ? EIO : 0);
+        for (const auto &onWrite : {decltype(host.onWrite)(), {[](Interpreter *) {}}}) {
+            host.onWrite = onWrite;
+            if (failure)
+                writes = {2, {EINTR, 0, 0, 0, EINTR, 0, failure, ENOSPC}};
+            const Outcome got = runHandle(handle);
+            EXPECT_EQ(got.page, failure ? "firstse" : "firstsecondthird");
+            EXPECT_EQ(got.result, ORV_RUN_DONE);
+            EXPECT_EQ(Orv_Interpreter_OutputError(handle), failure ? EIO : 0);
+            writes = {};
+        }
         Orv_Interpreter_Destroy(handle);
-        writes = {};
     }
+}
+
+TEST(Page, SurvivesBadFunctions)
+{
+    static int calls;
+    Host host = withFiles({{"t.htm", "first<?echo second?>third"}});
+    useHost(&host);
+    const struct {
+        FWrite fWrite;
+        int32_t error;
+    } rows[] = {
+        {[](Interpreter *, const char *, size_t) { return ++calls, INT32_MAX; }, 0},
+        {[](Interpreter *, const char *, size_t) { return ++calls, INT32_MIN; }, EIO},
+        {[](Interpreter *, const char *, size_t) { return ++calls, 0; }, EIO},
+        {[](Interpreter *, const char *, size_t) { return errno = ++calls, -1; }, 1},
+        {[](Interpreter *running, const char *, size_t) {
+             return Orv_Interpreter_Run(running, "t.htm", ++calls); // errno stays
+         },
+         EIO},
+    };
+    Interpreter *handle = Orv_Interpreter_Create(&hostCallbacks);
+    for (const auto &row : rows) {
+        calls = 0;
+        EXPECT_EQ(Orv_Interpreter_SetOutput(handle, row.fWrite), ORV_OK);
+        EXPECT_EQ(Orv_Interpreter_Reset(handle), ORV_OK); // the function stays
+        EXPECT_EQ(Orv_Interpreter_Run(handle, "t.htm", -1), ORV_RUN_DONE);
+        EXPECT_EQ(Orv_Interpreter_OutputError(handle), row.error);
+        EXPECT_EQ(calls, 3);
+    }
+    EXPECT_EQ(Orv_Interpreter_SetOutput(nullptr, nullptr), ORV_FAILED);
+    EXPECT_EQ(Orv_Interpreter_Version(), ORV_VERSION_NUMBER);
+    Orv_Interpreter_Destroy(handle);
 }
 
 TEST(Page, IsGatheredOnDemand)
