@@ -140,13 +140,15 @@ struct Maker : nlohmann::json_sax<ordered_json> {
     uint32_t keyLine = 0;
     char last = ' '; // byte that was read
     bool isTooDeep = false;
+    bool keepsLines = false; // as readJsonFile does: values of equal texts are equal otherwise
     std::string problem;
 
     bool add(Json value)
     {
         // A number has ended at the byte behind it.
         const bool isPassed = value.isNumber() && last == '\n';
-        value.line = !open.empty() && open.back()->isObject() ? keyLine : line - isPassed;
+        if (keepsLines)
+            value.line = !open.empty() && open.back()->isObject() ? keyLine : line - isPassed;
         if (open.empty())
             made = std::move(value);
         else
@@ -276,6 +278,7 @@ bool readJson(string_view text, Json *value, string *problem)
 bool readJsonFile(string_view text, Json *value, string *problem)
 {
     Maker maker;
+    maker.keepsLines = true;
     if (make(text, true, &maker)) {
         *value = std::move(maker.made);
         return true;
