@@ -175,7 +175,8 @@ static void checkReads(Report &all, const string &key, const Variable &variable,
         bracket == string::npos ? "" : key.substr(bracket + 1, key.size() - bracket - 2);
     const bool computed = index == "*";
     const string stored = index.empty() || computed ? index : storedForm(index);
-    const bool unset = setsOf(all.site, key).empty() && !isFromWeb(all.site, key);
+    const bool unset = setsOf(all.site, key).empty() && !isFromWeb(all.site, key) &&
+                       !all.site.meant.contains(key.substr(0, bracket));
     const string neverMatches =
         "[" + index + "] never matches: elements are stored as [" + stored + "]";
     for (const VariableUse &use : variable.reads) {

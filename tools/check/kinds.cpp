@@ -14,12 +14,14 @@ static constexpr Kind kinds[] = {
      "The run ends here and the rest of the page is lost: the page's very first command has too "
      "many arguments. Text in front of it, such as <!DOCTYPE html>, lets the rest come out.",
      "<?echo two words?>"},
-    {"swallowed", ERROR, "This command is lost because of a mistake in front of it or inside it.",
-     "text<?if eq 1 ?><?echo lost?>"},
     {"quote-open", WARNING,
      "The command ends inside a quote. The interpreter takes that; mostly the ?> was meant to be "
      "text, which is not possible, or the closing quote is missing.",
      "<?echo 'x?>"},
+    {"quote-inside", WARNING,
+     "A quote ends in the midst of a text, which goes on as the next argument. A text that holds "
+     "the quote around it is put between others; there are three.",
+     "<?echo 'it's'?>"},
     {"end-in-text", WARNING,
      "A ?> in page text ends nothing and comes out. A command ends at the first ?> behind its "
      "begin that belongs to no command inside it, a comment at its first.",
@@ -150,6 +152,9 @@ static constexpr Kind kinds[] = {
      "stored "
      "as [7]; quotes cannot stand in an index.",
      "<?echo $var:port[07]?>"},
+    {"variable-name", ERROR,
+     "A name has letters and digits only; what stands behind them is the value, or text.",
+     "<?setvariable var:first_name Ann?>"},
     {"escape-missing", ERROR,
      "A value that can hold anything comes out as it is, in page text or an attribute. echo, query "
      "and multiquery escape what stands in their bodies directly; the bodies of if and repeat are "

@@ -315,7 +315,7 @@ static std::vector<Completion> completeColumns(Site &site, const Levels &levels)
 std::vector<Completion> completionsAt(Site &site, const Template &tpl, uint32_t offset,
                                       uint32_t *typed)
 {
-    const string_view before = string_view(tpl.source).substr(0, offset);
+    const string_view before = string_view(fileOf(tpl)).substr(0, inFile(tpl, offset));
     size_t begin = before.size();
     while (begin > 0 && (isFieldByte(before[begin - 1]) || strchr("[]-/", before[begin - 1])))
         --begin;
@@ -348,16 +348,16 @@ std::vector<Completion> completionsAt(Site &site, const Template &tpl, uint32_t 
 
 uint32_t offsetOfUnits(const Template &tpl, uint32_t line, uint32_t unit)
 {
+    const string &file = fileOf(tpl);
     if (line >= tpl.lineStarts.size())
         return static_cast<uint32_t>(tpl.source.size());
     uint32_t at = tpl.lineStarts[line];
-    for (uint32_t units = 0; at < tpl.source.size() && tpl.source[at] != '\n' && units < unit;) {
-        const auto byte = static_cast<unsigned char>(tpl.source[at]);
+    for (uint32_t units = 0; at < file.size() && file[at] != '\n' && units < unit;) {
+        const auto byte = static_cast<unsigned char>(file[at]);
         units += byte >= 0xF0 ? 2 : 1;
         ++at;
-        while (at < tpl.source.size() &&
-               (static_cast<unsigned char>(tpl.source[at]) & 0xC0) == 0x80)
+        while (at < file.size() && (static_cast<unsigned char>(file[at]) & 0xC0) == 0x80)
             ++at;
     }
-    return at;
+    return inSource(tpl, at);
 }

@@ -62,11 +62,38 @@ static bool isIgnored(Report &report, const Template &tpl, uint32_t offset, cons
     });
 }
 
+// Whether nobody knows what was meant there.
+static bool isDoubtful(const Report &report, const Template &tpl, uint32_t offset)
+{
+    const auto spans = report.site.doubtful.find(&tpl);
+    return spans != report.site.doubtful.end() &&
+           std::any_of(spans->second.begin(), spans->second.end(),
+                       [&](const Span &span) { return span.contains(inFile(tpl, offset)); });
+}
+
+void reportMistake(Report &report, const Template &tpl, const Mistake &mistake)
+{
+    const Kind *kind = findKind(mistake.kind);
+    if (isIgnored(report, tpl, inSource(tpl, mistake.span.at), kind))
+        return;
+    const LineColumn from = placeInFile(tpl, mistake.span.at);
+    const LineColumn to = placeInFile(tpl, mistake.span.end);
+    std::vector<Note> notes;
+    for (const auto &[at, text] : mistake.notes) {
+        const LineColumn place = placeInFile(tpl, at);
+        notes.push_back({tpl.path, place.line, place.column, unitsInFile(tpl, at) + 1, text});
+    }
+    report.findings.push_back({kind, kind->severity, tpl.path, from.line, from.column, to.line,
+                               to.column, unitsInFile(tpl, mistake.span.at) + 1,
+                               unitsInFile(tpl, mistake.span.end) + 1, mistake.text,
+                               std::move(notes)});
+}
+
 void reportAs(Report &report, Grade severity, const Template &tpl, Span span, const char *id,
               string text, std::vector<Note> notes)
 {
     const Kind *kind = findKind(id);
-    if (isIgnored(report, tpl, span.at, kind))
+    if (isIgnored(report, tpl, span.at, kind) || isDoubtful(report, tpl, span.at))
         return;
     // A mark of the reader's own is shown as the field that it stands for.
     const LineColumn from = placeOf(tpl, span.at);

@@ -29,6 +29,9 @@ void report(Report &report, const Template &tpl, Span span, const char *id, std:
 void reportAs(Report &report, Grade severity, const Template &tpl, Span span, const char *id,
               std::string text, std::vector<Note> notes = {});
 
+/* The same of a mistake of the syntax, also where others are left out because of it. */
+void reportMistake(Report &report, const Template &tpl, const Mistake &mistake);
+
 /* Adds a finding in another file. */
 void reportLine(Report &report, const std::string &path, uint32_t line, const char *id,
                 std::string text);

@@ -241,8 +241,32 @@ static bool inComment(const Template &tpl, uint32_t offset)
     return after != tpl.comments.begin() && std::prev(after)->contains(offset);
 }
 
+// What a piece of a template that is left out was to read, set and show.
+static void collectMeant(Site *site, string_view text)
+{
+    static constexpr string_view key = "var:";
+    for (size_t at = 0; (at = text.find(key, at)) != string_view::npos;) {
+        at += key.size();
+        size_t end = at;
+        while (end < text.size() && isalnum(static_cast<unsigned char>(text[end])))
+            ++end;
+        site->meant.insert(string(text.substr(at, end - at)));
+    }
+    for (size_t at = 0; (at = text.find("{?", at)) != string_view::npos; at += 2) {
+        const size_t end = idEnd(text, at + 2);
+        if (text.substr(end, 2) == "?}")
+            site->otherFields.insert(string(text.substr(at + 2, end - at - 2)));
+    }
+}
+
 static void collect(Site *site, const Template &tpl)
 {
+    const string_view source = tpl.source;
+    for (const Span &span : leftOut(tpl))
+        collectMeant(site, source.substr(span.at, span.end - span.at));
+    for (const Span &span : site->doubtful[&tpl])
+        collectMeant(site, string_view(fileOf(tpl)).substr(span.at, span.end - span.at));
+
     const Collector collector = {site, &tpl};
     const auto none = std::make_shared<const Levels>();
     site->includes[tpl.path]; // also of those without
@@ -264,10 +288,11 @@ static bool load(Site *site, const string &path, bool page)
         return true;
     if (!readFile(site, path, &bytes))
         return false;
-    auto tpl = std::make_unique<Template>();
-    readTemplate(tpl.get(), path, std::move(bytes), page);
-    const Template &read = *tpl;
-    site->templates[path] = std::move(tpl);
+    Mended mended = readMended(path, bytes, page);
+    const Template &read = *mended.tpl;
+    site->templates[path] = std::move(mended.tpl);
+    site->mistakes[path] = std::move(mended.mistakes);
+    site->doubtful[&read] = std::move(mended.doubtful);
     collect(site, read);
     return true;
 }

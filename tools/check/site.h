@@ -17,6 +17,7 @@
 
 #include "findings.h"
 #include "grammar/commands.h"
+#include "mend.h"
 #include "sql.h"
 #include "tools/common/template.h"
 #include "texts.h"
@@ -80,12 +81,15 @@ struct Site {
     std::vector<std::string> pages;                             // paths, ascending
     std::vector<std::string> files;                             // all below the document root
     std::map<std::string, std::unique_ptr<Template>> templates; // all that were read, by path
-    std::map<std::string, std::vector<PathUse>> includes;       // by the including template's path
-    std::vector<PathUse> encoded;                               // base64 commands
-    std::map<std::string, Variable, std::less<>> variables;     // by key
-    std::set<std::string, std::less<>> fromWeb;                 // names that --set and --safe give
-    std::set<std::string, std::less<>> safe;                    // those of --safe
-    std::set<std::string, std::less<>> fromForms;               // names that forms and links send
+    std::map<std::string, std::vector<Mistake>> mistakes;   // of the syntax, by the template's path
+    std::map<const Template *, std::vector<Span>> doubtful; // as of Mended
+    std::set<std::string, std::less<>> meant;             // variables in commands that are left out
+    std::map<std::string, std::vector<PathUse>> includes; // by the including template's path
+    std::vector<PathUse> encoded;                         // base64 commands
+    std::map<std::string, Variable, std::less<>> variables; // by key
+    std::set<std::string, std::less<>> fromWeb;             // names that --set and --safe give
+    std::set<std::string, std::less<>> safe;                // those of --safe
+    std::set<std::string, std::less<>> fromForms;           // names that forms and links send
     // What a name begins and ends with that a form's field is computed to have.
     std::vector<std::pair<std::string, std::string>> formPatterns;
     std::vector<Language> languages;   // those without a mistake

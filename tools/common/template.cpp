@@ -94,6 +94,11 @@ static void noteComment(void *self, const observe::Match &match)
     Reading &reading = readingOf(self);
     if (reading.current != reading.level)
         return;
+    auto &open = reading.tpl->openComments;
+    if (match.depthAfter > match.depthBefore)
+        open.push_back(static_cast<uint32_t>(match.at));
+    else if (!open.empty())
+        open.pop_back();
     if (match.before != Condition::COMMENT) {
         reading.commentAt = static_cast<uint32_t>(match.at);
         reading.tpl->comments.push_back(
@@ -277,7 +282,8 @@ static void beginCommand(Reading &reading, int token, const observe::Match &matc
     const auto index = static_cast<int32_t>(tpl.begun.size());
     const int32_t parent = reading.open.empty() ? -1 : reading.open.back().begun;
     const Span words = spanOf(match.at, match.end);
-    tpl.begun.push_back({token, zarn_lloc.first_line, words, 0, parent, Fate::LOST, 0, false, {}});
+    tpl.begun.push_back(
+        {token, zarn_lloc.first_line, words, 0, parent, Fate::LOST, 0, false, {}, {}});
     if (token != F_UNDEF) {
         tpl.begun.back().argumentAts.push_back(words.end);
         reading.open.push_back({match.depthBefore, index});
@@ -326,6 +332,16 @@ static void noteValue(Reading &reading, int token, const observe::Match &match, 
         reading.arrays.push_back({zarn_lloc.first_line, span});
 }
 
+// A quote ends. Text that follows it at once was probably meant to be held by it.
+static void noteQuoteEnd(Begun *begun, const std::string &source, const observe::Match &match)
+{
+    const char next = match.end < source.size() ? source[match.end] : ' ';
+    const bool isOther = strchr("\"'`", next) && next != source[match.at];
+    const bool goesOn = !strchr(" \t\r\n?", next) && !isOther;
+    if (begun && goesOn && match.end == match.at + 1 && !begun->gluedAt)
+        begun->gluedAt = static_cast<uint32_t>(match.at);
+}
+
 static void noteToken(void *self, int token, const observe::Match &match, const ArgElem *value)
 {
     Reading &reading = readingOf(self);
@@ -337,11 +353,14 @@ static void noteToken(void *self, int token, const observe::Match &match, const 
     } else if (value) {
         if (token == ARG_TEXT && !inQuote(match.before) && inQuote(match.after) &&
             innermost(reading))
-            innermost(reading)->quoteAt = static_cast<uint32_t>(match.at);
+            innermost(reading)->quoteAts.push_back(innermost(reading)->quoteAt =
+                                                       static_cast<uint32_t>(match.at));
         noteValue(reading, token, match, value);
     } else if (token == ARG_END) {
         if (innermost(reading))
             innermost(reading)->argumentAts.push_back(reading.position);
+        if (inQuote(match.before))
+            noteQuoteEnd(innermost(reading), reading.tpl->marked, match);
     } else if (token == CMD_END) {
         endCommand(reading, match);
     } else if (token == EOF_TAG && !reading.open.empty()) {
@@ -559,6 +578,7 @@ static void clear(Template *tpl)
 {
     tpl->items.clear();
     tpl->comments.clear();
+    tpl->openComments.clear();
     tpl->begun.clear();
     tpl->complaints.clear();
     tpl->strayQuotes.clear();
@@ -584,17 +604,70 @@ static uint32_t unitsOf(std::string_view text)
     return units;
 }
 
+const std::string &fileOf(const Template &tpl)
+{
+    return tpl.edits.empty() ? tpl.source : tpl.file;
+}
+
+static void measure(Template *tpl)
+{
+    const std::string &file = fileOf(*tpl);
+    tpl->lineStarts = {0};
+    tpl->unitMarks.clear();
+    for (size_t at = 0; (at = file.find('\n', at)) != std::string::npos; ++at)
+        tpl->lineStarts.push_back(static_cast<uint32_t>(at + 1));
+    for (size_t at = 0, units = 0; at <= file.size(); at += UNIT_STRIDE) {
+        tpl->unitMarks.push_back(static_cast<uint32_t>(units));
+        units += unitsOf(std::string_view(file).substr(at, UNIT_STRIDE));
+    }
+}
+
+uint32_t inFile(const Template &tpl, uint32_t offset)
+{
+    int64_t shift = 0; // of what stands behind the edits so far
+    for (const Edit &edit : tpl.edits) {
+        const int64_t at = edit.at + shift;
+        const auto length = static_cast<int64_t>(edit.text.size());
+        if (offset < at)
+            break;
+        if (offset < at + length)
+            return edit.at;
+        shift += length - edit.removed;
+    }
+    return static_cast<uint32_t>(offset - shift);
+}
+
+uint32_t inSource(const Template &tpl, uint32_t offset)
+{
+    int64_t shift = 0;
+    for (const Edit &edit : tpl.edits)
+        if (edit.at < offset)
+            shift += static_cast<int64_t>(edit.text.size()) -
+                     std::min<int64_t>(edit.removed, offset - edit.at);
+    return static_cast<uint32_t>(offset + shift);
+}
+
+void readEdited(Template *tpl, std::string path, std::string file, std::vector<Edit> edits,
+                bool page)
+{
+    std::string source;
+    size_t from = 0;
+    for (const Edit &edit : edits) {
+        source.append(file, from, edit.at - from).append(edit.text);
+        from = edit.at + edit.removed;
+    }
+    source.append(file, from);
+    readTemplate(tpl, std::move(path), std::move(source), page);
+    tpl->file = std::move(file);
+    tpl->edits = std::move(edits);
+    measure(tpl);
+}
+
 void readTemplate(Template *tpl, std::string path, std::string source, bool page)
 {
     tpl->path = std::move(path);
     tpl->source = std::move(source);
-    tpl->lineStarts.push_back(0);
-    for (size_t at = 0; (at = tpl->source.find('\n', at)) != std::string::npos; ++at)
-        tpl->lineStarts.push_back(static_cast<uint32_t>(at + 1));
-    for (size_t at = 0, units = 0; at <= tpl->source.size(); at += UNIT_STRIDE) {
-        tpl->unitMarks.push_back(static_cast<uint32_t>(units));
-        units += unitsOf(std::string_view(tpl->source).substr(at, UNIT_STRIDE));
-    }
+    measure(tpl);
     markFields(tpl);
     parse(tpl, page);
     const int32_t culprit = tpl->gaveUpAt;
@@ -615,21 +688,31 @@ void readTemplate(Template *tpl, std::string path, std::string source, bool page
     nameFields(tpl);
 }
 
-LineColumn placeOf(const Template &tpl, uint32_t offset)
+LineColumn placeInFile(const Template &tpl, uint32_t offset)
 {
     const auto next = std::upper_bound(tpl.lineStarts.begin(), tpl.lineStarts.end(), offset);
     const auto line = static_cast<uint32_t>(next - tpl.lineStarts.begin());
     return {line, offset - tpl.lineStarts[line - 1] + 1};
 }
 
-uint32_t unitsBefore(const Template &tpl, uint32_t offset)
+LineColumn placeOf(const Template &tpl, uint32_t offset)
+{
+    return placeInFile(tpl, inFile(tpl, offset));
+}
+
+uint32_t unitsInFile(const Template &tpl, uint32_t offset)
 {
     const auto fromBegin = [&](uint32_t at) {
         const size_t mark = at / UNIT_STRIDE;
         return tpl.unitMarks[mark] +
-               unitsOf(std::string_view(tpl.source).substr(mark * UNIT_STRIDE, at % UNIT_STRIDE));
+               unitsOf(std::string_view(fileOf(tpl)).substr(mark * UNIT_STRIDE, at % UNIT_STRIDE));
     };
-    return fromBegin(offset) - fromBegin(tpl.lineStarts[placeOf(tpl, offset).line - 1]);
+    return fromBegin(offset) - fromBegin(tpl.lineStarts[placeInFile(tpl, offset).line - 1]);
+}
+
+uint32_t unitsBefore(const Template &tpl, uint32_t offset)
+{
+    return unitsInFile(tpl, inFile(tpl, offset));
 }
 
 uint32_t offsetOf(const Template &tpl, uint32_t line, uint32_t column)
@@ -637,7 +720,7 @@ uint32_t offsetOf(const Template &tpl, uint32_t line, uint32_t column)
     const auto size = static_cast<uint32_t>(tpl.source.size());
     if (line == 0 || line > tpl.lineStarts.size())
         return size;
-    return std::min(tpl.lineStarts[line - 1] + column - 1, size);
+    return std::min(inSource(tpl, tpl.lineStarts[line - 1] + column - 1), size);
 }
 
 FieldRange fieldsIn(const Template &tpl, Span span)

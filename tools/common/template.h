@@ -82,6 +82,15 @@ struct Begun {
     uint32_t quoteAt;                  // where a quote opened last, 0 for none
     bool quoteOpen;                    // the command ended inside that quote
     std::vector<uint32_t> argumentAts; // where an argument begins
+    std::vector<uint32_t> quoteAts;    // where quotes open
+    uint32_t gluedAt = 0;              // the first quote that ends in the midst of text, 0 for none
+};
+
+// A change of a template, at an offset in its file, to read it as it was probably meant.
+struct Edit {
+    uint32_t at;
+    uint32_t removed; // bytes
+    std::string text; // in their place; no line begins or ends in either
 };
 
 // What the scanner or the grammar has complained about.
@@ -94,19 +103,22 @@ struct Complaint {
 };
 
 struct Template {
-    std::string path;   // below the document root
-    std::string source; // the file's bytes
-    std::string marked; // the same with MARK bytes in the place of fields
+    std::string path;        // below the document root
+    std::string source;      // the file's bytes, with the edits: offsets elsewhere are into these
+    std::string file;        // the file's bytes where there are edits
+    std::vector<Edit> edits; // ascending
+    std::string marked;      // the same with MARK bytes in the place of fields
     std::vector<uint32_t> lineStarts;
     std::vector<uint32_t> unitMarks; // UTF-16 units in front of every UNIT_STRIDE bytes
     std::vector<Item> items;
-    std::vector<Field> fields;         // ascending
-    std::vector<Span> comments;        // with their "<?" and "?>", ascending
-    std::vector<Begun> begun;          // in the order of their keywords
-    std::vector<Complaint> complaints; // in the order of the log
-    std::vector<uint32_t> strayQuotes; // in indices, where they are no part of it
-    int32_t gaveUpAt = -1;             // index in begun of the command that ends the run
-    bool exhausted = false;            // the parser's stack was
+    std::vector<Field> fields;          // ascending
+    std::vector<Span> comments;         // with their "<?" and "?>", ascending
+    std::vector<uint32_t> openComments; // where those begin that nothing closes, outermost first
+    std::vector<Begun> begun;           // in the order of their keywords
+    std::vector<Complaint> complaints;  // in the order of the log
+    std::vector<uint32_t> strayQuotes;  // in indices, where they are no part of it
+    int32_t gaveUpAt = -1;              // index in begun of the command that ends the run
+    bool exhausted = false;             // the parser's stack was
 
     Template() = default;
     Template(const Template &) = delete; // texts in it are looked at where they stand
@@ -121,15 +133,26 @@ constexpr size_t UNIT_STRIDE = 1024;
  * A page whose first command ends the run is read on behind that. */
 void readTemplate(Template *tpl, std::string path, std::string source, bool page);
 
+/* Reads it with edits, which ascend: places of the template are then those of the file. */
+void readEdited(Template *tpl, std::string path, std::string file, std::vector<Edit> edits,
+                bool page);
+
+/* The file's bytes, and where one of the source stands in it and the other way round. */
+const std::string &fileOf(const Template &tpl);
+uint32_t inFile(const Template &tpl, uint32_t offset);
+uint32_t inSource(const Template &tpl, uint32_t offset);
+
 /* Line and column of an offset, counted from 1; a column counts bytes. */
 struct LineColumn {
     uint32_t line;
     uint32_t column;
 };
 LineColumn placeOf(const Template &tpl, uint32_t offset);
+LineColumn placeInFile(const Template &tpl, uint32_t offset); // of the file
 
 /* UTF-16 units between the begin of its line and an offset. */
 uint32_t unitsBefore(const Template &tpl, uint32_t offset);
+uint32_t unitsInFile(const Template &tpl, uint32_t offset); // of the file
 
 /* The offset of a place, at most the template's length. */
 uint32_t offsetOf(const Template &tpl, uint32_t line, uint32_t column);
