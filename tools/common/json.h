@@ -123,7 +123,12 @@ struct Json {
         return static_cast<Number>(value(key, Json(other)).integer);
     }
 
-    friend bool operator==(const Json &, const Json &) = default;
+    // Wherever they were found.
+    friend bool operator==(const Json &a, const Json &b)
+    {
+        return a.kind == b.kind && a.integer == b.integer && a.real == b.real && a.text == b.text &&
+               a.items == b.items && a.keys == b.keys;
+    }
 };
 
 /* Makes a value of a text. Returns false with a problem where that is no JSON, or nested
