@@ -1,15 +1,16 @@
 # packaging/packages.cmake - what packages have besides the library and the programs, which
-# is made with ORV_DOCS: manual pages, documents, the example host. And how cpack makes four
+# is made with ORV_DOCS: manual pages, documents, the example host. And how cpack makes five
 # Debian packages of it all (packaging/packages.sh does it from the beginning).
 set(ORV_MAINTAINER "The maintainers of liborvinterpreter <maintainers@orvinterpreter.example>"
     CACHE STRING "Who answers for the packages: NAME <ADDRESS>")
 set(orv_packaging ${PROJECT_SOURCE_DIR}/packaging)
 set(orv_packages ${PROJECT_BINARY_DIR}/packaging)  # what is made for them
 set(orv_package_library liborvinterpreter${PROJECT_VERSION_MAJOR})
+set(orv_package_host liborvhost${PROJECT_VERSION_MAJOR})
 set(orv_package_development liborvinterpreter-dev)
 set(orv_package_tools orvinterpreter-tools)
 set(orv_package_documentation liborvinterpreter-doc)
-set(orv_components library development tools documentation)
+set(orv_components library host development tools documentation)
 
 # orv_man(PAGE SOURCE...) - a manual page, made of these files by man.sh.
 function(orv_man page)
@@ -62,9 +63,6 @@ if(ORV_DOCS)
     install(FILES packaging/example/CMakeLists.txt DESTINATION ${examples} COMPONENT development)
     install(DIRECTORY examples/zarn examples/site DESTINATION ${examples} COMPONENT development
             PATTERN CMakeLists.txt EXCLUDE)
-    install(FILES host/encoding.cpp host/encoding.h host/host.cpp host/host.h host/request.cpp
-            host/request.h
-            DESTINATION ${examples}/host COMPONENT development)
 
     # What Debian wants of each package, and no other installation.
     string(TIMESTAMP date "%a, %d %b %Y %H:%M:%S +0000" UTC)
@@ -120,11 +118,19 @@ set(CPACK_DEBIAN_LIBRARY_PACKAGE_SECTION "libs\n${beside}")
 set(CPACK_DEBIAN_LIBRARY_PACKAGE_CONTROL_EXTRA ${orv_packages}/symbols ${orv_packages}/shlibs
     ${orv_packages}/triggers)
 
+set(CPACK_COMPONENT_HOST_DESCRIPTION "web program of a device, but for its pages
+${about}
+A CGI program that calls this library has sessions, forms, settings that are
+saved in an SQLite database, and the headers that keep pages safe.\n")
+set(CPACK_DEBIAN_HOST_PACKAGE_SECTION "libs\n${beside}")
+set(CPACK_DEBIAN_HOST_PACKAGE_CONTROL_EXTRA ${orv_packages}/host/shlibs ${orv_packages}/host/symbols
+    ${orv_packages}/triggers)
+
 set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION "interpreter for page templates, development files
 ${about}
-The header, the static library, files for pkg-config and CMake, the manual
-page orvinterpreter(3) and a whole web program as an example.\n")
-set(CPACK_COMPONENT_DEVELOPMENT_DEPENDS library)
+The headers, the static libraries, files for pkg-config and CMake, the manual
+pages orvinterpreter(3) and orvhost(3), and a whole web program as an example.\n")
+set(CPACK_COMPONENT_DEVELOPMENT_DEPENDS library host)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION "libdevel\n${beside}")
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SUGGESTS
     "cmake, libcrypt-dev, libsqlite3-dev, ${orv_package_documentation}")
@@ -151,9 +157,11 @@ set(CPACK_DEBIAN_DOCUMENTATION_PACKAGE_ARCHITECTURE all)
 set(CPACK_PROJECT_CONFIG_FILE ${orv_packaging}/cpack.cmake)
 set(CPACK_ORV_DOCS ${ORV_DOCS})
 set(CPACK_ORV_LIBRARY ${PROJECT_BINARY_DIR}/liborvinterpreter.so.${PROJECT_VERSION})
+set(CPACK_ORV_HOST ${PROJECT_BINARY_DIR}/host/liborvhost.so.${PROJECT_VERSION})
 set(CPACK_ORV_PACKAGES ${orv_packages})
 set(CPACK_ORV_SOVERSION ${PROJECT_VERSION_MAJOR})
 set(CPACK_ORV_SYMBOLS ${orv_packaging}/symbols)
+set(CPACK_ORV_HOST_SYMBOLS ${orv_packaging}/host-symbols)
 if(CMAKE_SOURCE_DIR STREQUAL PROJECT_SOURCE_DIR)  # as a part of another, it is not what is packed
     include(CPack)
 endif()

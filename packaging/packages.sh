@@ -1,5 +1,5 @@
 #!/bin/bash
-# packaging/packages.sh - makes the four Debian packages, and lets lintian look at them.
+# packaging/packages.sh - makes the five Debian packages, and lets lintian look at them.
 set -euo pipefail
 cd "$(dirname "$(realpath "$0")")/.."
 # shellcheck source=scripts/setup.sh
@@ -10,7 +10,7 @@ build=$PWD/build/packages
 usage() {
     cat <<'END'
 Usage: packaging/packages.sh
-Makes liborvinterpreter1, liborvinterpreter-dev, orvinterpreter-tools and
+Makes liborvinterpreter1, liborvhost1, liborvinterpreter-dev, orvinterpreter-tools and
 liborvinterpreter-doc in build/packages. DEBFULLNAME and DEBEMAIL name the maintainer.
 END
 }

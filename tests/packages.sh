@@ -133,7 +133,7 @@ for deb in ./*.deb; do
     [[ $deb == ./orv* || $deb == *-doc_* ]] || kind=same
     check "$deb: beside other machines'" $kind "$(dpkg-deb -f "$deb" Multi-Arch)"
 done
-check 'four packages' 4 "$(grep -c ' status installed ' "$work/log")"
+check 'five packages' 5 "$(grep -c ' status installed ' "$work/log")"
 version=$(dpkg-deb -f "$(echo liborvinterpreter1_*.deb)" Version)
 version=${version%-*}
 libraries=$(echo "$root"/usr/lib/*/)

@@ -1,7 +1,7 @@
-/* examples/zarn/private.h - a file that no other user of the machine can have a hand in, also
+/* host/private.h - a file that no other user of the machine can have a hand in, also
  * below a folder that everybody may write to, such as /tmp. */
-#ifndef ZARN_PRIVATE_H
-#define ZARN_PRIVATE_H
+#ifndef HOST_PRIVATE_H
+#define HOST_PRIVATE_H
 
 #include <string>
 

@@ -1,5 +1,6 @@
-/* examples/zarn/store.cpp - runs the web program's own statements. */
+/* host/store.cpp - runs the web program's own statements. */
 #include "store.h"
+#include "complain.h"
 
 #include <crypt.h>
 #include <errno.h>
@@ -109,7 +110,7 @@ sqlite3 *storeOpen(const string &file, const string &sessionsFile)
     sqlite3_config(SQLITE_CONFIG_MEMSTATUS, 0);
     sqlite3_config(SQLITE_CONFIG_LOOKASIDE, 1200, 200);
     if (file.empty()) { // which stands for a temporary one
-        fputs("zarn: no database is named\n", stderr);
+        complain("no database is named");
         return nullptr;
     }
     int status =
@@ -137,7 +138,7 @@ sqlite3 *storeOpen(const string &file, const string &sessionsFile)
                                             passwordTurn, nullptr, nullptr, sqlite3_free);
     if (status == SQLITE_OK)
         return db;
-    fprintf(stderr, "zarn: cannot use the database: %s\n", sqlite3_errmsg(db));
+    complain("cannot use the database: %s", sqlite3_errmsg(db));
     sqlite3_close(db);
     return nullptr;
 }
@@ -197,7 +198,7 @@ ScriptResult runScript(sqlite3 *db, const string &script, const std::vector<Form
     while (status == SQLITE_DONE && rows.empty() && *rest != '\0')
         status = runStatement(db, &rest, parameters, rows);
     if (status != SQLITE_DONE)
-        fprintf(stderr, "zarn: a statement has failed: %s\n", sqlite3_errmsg(db));
+        complain("a statement has failed: %s", sqlite3_errmsg(db));
     if (!sqlite3_get_autocommit(db))
         sqlite3_exec(db, "rollback", nullptr, nullptr, nullptr);
     if (status != SQLITE_DONE)

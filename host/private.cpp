@@ -1,10 +1,11 @@
-/* examples/zarn/private.cpp - makes and checks a file and a folder that are this user's alone.
+/* host/private.cpp - makes and checks a file and a folder that are this user's alone.
  *
  * Another user may have put anything in the folder's place before, or may do so at any time
  * between two calls. So what is looked at is what has been opened. Once the folder is known to
  * be this user's, in a parent where only its owner can move it, nobody else can reach into it,
  * and its path stays good. */
 #include "private.h"
+#include "complain.h"
 
 #include <errno.h>
 #include <fcntl.h>
@@ -73,7 +74,7 @@ bool privateFile(const string &folder, const char *name, string &path)
     if (fd >= 0)
         close(fd);
     if (problem)
-        fprintf(stderr, "zarn: cannot use %s/%s: %s\n", plain.c_str(), name, problem);
+        complain("cannot use %s/%s: %s", plain.c_str(), name, problem);
     path = plain + '/' + name;
     return !problem;
 }

@@ -1,7 +1,7 @@
-/* examples/zarn/store.h - the databases as the web program itself uses them: what the forms
+/* host/store.h - the databases as the web program itself uses them: what the forms
  * change, and the sessions. After that the pages get the connection, and it only reads. */
-#ifndef ZARN_STORE_H
-#define ZARN_STORE_H
+#ifndef HOST_STORE_H
+#define HOST_STORE_H
 
 #include <string>
 #include <vector>

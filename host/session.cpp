@@ -1,5 +1,6 @@
-/* examples/zarn/session.cpp - sessions, secrets and the origin of requests. */
+/* host/session.cpp - sessions, secrets and the origin of requests. */
 #include "session.h"
+#include "complain.h"
 #include "store.h"
 
 #include <arpa/inet.h>
@@ -18,15 +19,6 @@ static const char formerSql[] = "select 1 from sessions.session where secret = :
 static const char visitSql[] =
     "update sessions.session set flash = '', used = unixepoch() where number = :sid";
 static const char flashSql[] = "update sessions.session set flash = :flash where number = :sid";
-// Two programs at once, or a kill before the end, may count an event twice; none is lost.
-static const char eventsSql[] =
-    "create temp table moved as select * from sessions.waiting_event;"
-    "insert into event_add (level, source, code, detail, at)"
-    " select level, source, code, detail, at from moved order by id;"
-    "delete from sessions.waiting_event where id in (select id from moved)";
-static const char nameSql[] =
-    "select 1 from setting where name = 'hostname' and :host in (value, value || '.lan')"
-    " union all select 1 where instr(' ' || :names || ' ', ' ' || :host || ' ')";
 
 static string header(const char *name)
 {
@@ -45,16 +37,13 @@ bool findSession(sqlite3 *db, const string &secret, bool isVisit, Session &sessi
     session.token = rows[0][1];
     session.origin = rows[0][3];
     bool isStale = rows[0][4] == "1";
-    bool isAwaited = rows[0][5] == "1";
     if (!isVisit)
         return true;
+    session.isAwaited = rows[0][5] == "1";
     session.flash = rows[0][2];
-    // A disk that takes no more hides no page: the session ends sooner, the events go on
-    // waiting, that is all.
+    // A disk that takes no more hides no page: the session ends sooner, that is all.
     if (!session.flash.empty() || isStale)
         runScript(db, visitSql, {{"sid", session.number}}, rows);
-    if (isAwaited)
-        runScript(db, eventsSql, {}, rows);
     return true;
 }
 
@@ -77,7 +66,7 @@ string makeSecret()
     unsigned char random[16];
     string text;
     if (getrandom(random, sizeof random, 0) != static_cast<ssize_t>(sizeof random)) {
-        fprintf(stderr, "zarn: there is no randomness: %s\n", strerror(errno));
+        complain("there is no randomness: %s", strerror(errno));
         return text;
     }
     for (unsigned char byte : random) {
@@ -106,33 +95,44 @@ string requestOrigin()
 }
 
 // Whether host, without its port, is an address or a name of this device.
-static bool isOwnName(sqlite3 *db, const string &host, const string &names)
+static bool isOwnName(sqlite3 *db, const string &script, const string &names, string host)
 {
     unsigned char address[sizeof(in6_addr)];
     bool isBracketed = host.size() > 2 && host.front() == '[' && host.back() == ']';
     if (isBracketed)
         return inet_pton(AF_INET6, host.substr(1, host.size() - 2).c_str(), address) == 1;
+    if (host.ends_with('.')) // as the root of all names is written
+        host.pop_back();
     if (host == "localhost" || inet_pton(AF_INET, host.c_str(), address) == 1)
         return true;
     Rows rows;
     return !host.empty() && host.find(' ') == string::npos &&
-           runScript(db, nameSql, {{"host", host}, {"names", names}}, rows) == SCRIPT_ROWS;
+           ((' ' + names + ' ').find(' ' + host + ' ') != string::npos ||
+            runScript(db, script, {{"host", host}}, rows) == SCRIPT_ROWS);
 }
 
-const char *foreignReason(sqlite3 *db, const string &names, const string &sessionOrigin)
+// Whether origin is one of this host.
+static bool isOriginOf(const string &origin, const string &host)
+{
+    return origin == "http://" + host || origin == "https://" + host;
+}
+
+const char *foreignReason(sqlite3 *db, const string &script, const string &names,
+                          const string &sessionOrigin)
 {
     string host = header("HTTP_HOST");
     string site = header("HTTP_SEC_FETCH_SITE");
     string origin = requestOrigin();
     size_t port = host.find_last_of(":]");
     bool hasPort = port != string::npos && host[port] == ':';
-    if (!isOwnName(db, hasPort ? host.substr(0, port) : host, names))
+    if (!isOriginOf(sessionOrigin, host) &&
+        !isOwnName(db, script, names, hasPort ? host.substr(0, port) : host))
         return "host";
     if (!site.empty() && site != "same-origin")
         return "site";
     if (origin.empty())
         return "no origin";
-    if (origin != "http://" + host && origin != "https://" + host)
+    if (!isOriginOf(origin, host))
         return "origin";
     return sessionOrigin.empty() || sessionOrigin == origin ? nullptr : "session";
 }

@@ -1,22 +1,22 @@
-/* examples/zarn/session.h - who asks, and whether the request is their own will. */
-#ifndef ZARN_SESSION_H
-#define ZARN_SESSION_H
+/* host/session.h - who asks, and whether the request is their own will. */
+#ifndef HOST_SESSION_H
+#define HOST_SESSION_H
 
 #include <string>
 
 struct sqlite3;
 
 struct Session {
-    std::string number; // in the database; empty when nobody is signed in
-    std::string token;  // that this session's forms carry
-    std::string flash;  // a text's id, to be shown once; empty for none
-    std::string origin; // where it was begun from, such as https://192.0.2.1:8443
+    std::string number;     // in the database; empty when nobody is signed in
+    std::string token;      // that this session's forms carry
+    std::string flash;      // a text's id, to be shown once; empty for none
+    std::string origin;     // where it was begun from, such as https://192.0.2.1:8443
+    bool isAwaited = false; // by events that have waited for a visit
 };
 
 /* Finds the live session of the browser's cookie.
  * secret: the cookie's value. isVisit: a person looks at the page, so the session goes
- * on living, the flash is handed out, and the log gets the events that have waited for
- * that; not so for a script that refreshes a page.
+ * on living, and the flash is handed out; not so for a script that refreshes a page.
  * session: out; empty when there is none.
  *
  * Returns false when the database cannot be read, after a line on standard error. */
@@ -42,12 +42,15 @@ std::string requestOrigin();
 
 /* Whether a page of this site, in its visitor's hands, has caused the request, by the
  * headers that no page can forge. Host must be an address, localhost or a name of the
- * device: a foreign name that is made to lead here is none of these. The origin must be
- * that host, with its port: to a browser's cookies all ports are one.
- * names: further names that the device has, with blanks between. sessionOrigin: that of
- * the request's session, which must be the same; empty without one.
+ * device, or what the session was begun from, when it was one: a foreign name that is made to
+ * lead here is none of these. The origin must be that host, with its port: to a browser's
+ * cookies all ports are one.
+ * script: has a row when :host is a name of the device. names: further names, with blanks
+ * between. sessionOrigin: that of the request's session, which must be the same; empty
+ * without one.
  *
  * Returns null, or the reason for a refusal, for the error log. */
-const char *foreignReason(sqlite3 *db, const std::string &names, const std::string &sessionOrigin);
+const char *foreignReason(sqlite3 *db, const std::string &script, const std::string &names,
+                          const std::string &sessionOrigin);
 
 #endif
