@@ -63,6 +63,7 @@ if(ORV_DOCS)
     install(FILES packaging/example/CMakeLists.txt DESTINATION ${examples} COMPONENT development)
     install(DIRECTORY examples/zarn examples/site DESTINATION ${examples} COMPONENT development
             PATTERN CMakeLists.txt EXCLUDE)
+    install(DIRECTORY examples/hosts DESTINATION ${examples} COMPONENT development)
 
     # What Debian wants of each package, and no other installation.
     string(TIMESTAMP date "%a, %d %b %Y %H:%M:%S +0000" UTC)
@@ -129,11 +130,11 @@ set(CPACK_DEBIAN_HOST_PACKAGE_CONTROL_EXTRA ${orv_packages}/host/shlibs ${orv_pa
 set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION "interpreter for page templates, development files
 ${about}
 The headers, the static libraries, files for pkg-config and CMake, the manual
-pages orvinterpreter(3) and orvhost(3), and a whole web program as an example.\n")
+pages orvinterpreter(3) and orvhost(3), small hosts and a whole web program as examples.\n")
 set(CPACK_COMPONENT_DEVELOPMENT_DEPENDS library host)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION "libdevel\n${beside}")
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SUGGESTS
-    "cmake, libcrypt-dev, libsqlite3-dev, ${orv_package_documentation}")
+    "cmake, libcrypt-dev, libfcgi-dev, libmicrohttpd-dev, libsqlite3-dev, ${orv_package_documentation}")
 
 set(CPACK_COMPONENT_TOOLS_DESCRIPTION "programs around page templates of a device's web program
 ${about}

@@ -28,11 +28,11 @@ alone() {
 # this user may not install, names them and ends the script. A header is a name
 # that ends in .h or .hpp, looked up in the compiler's folder; a command is looked up in
 # PATH; where the first part is empty, the package itself must be installed.
-# Another installation that is under way is waited for. A web server's service is
-# left out: the scripts start lighttpd themselves, and an installed one would take
-# port 80 at once.
+# Another installation that is under way is waited for. The web servers' services are
+# left out: the scripts start them themselves, and an installed one would take port 80
+# at once.
 need() {
-    local entry what missing=() sudo=()
+    local entry what service missing=() sudo=() without=()
     for entry in "$@"; do
         what=${entry%%:*}
         case $what in
@@ -48,10 +48,13 @@ need() {
         exit 1
     fi
     echo "Installing ${missing[*]}" >&2
+    for service in lighttpd nginx fcgiwrap; do
+        without+=(-o DPkg::Options::=--path-exclude="/lib/systemd/system/$service.*"
+            -o DPkg::Options::=--path-exclude="/etc/init.d/$service")
+    done
     "${sudo[@]}" apt-get update -q >&2
     "${sudo[@]}" env DEBIAN_FRONTEND=noninteractive \
         apt-get install -q -y --no-install-recommends \
         -o DPkg::Lock::Timeout=600 \
-        -o DPkg::Options::=--path-exclude=/lib/systemd/system/lighttpd.service \
-        -o DPkg::Options::=--path-exclude=/etc/init.d/lighttpd "${missing[@]}" >&2
+        "${without[@]}" "${missing[@]}" >&2
 }

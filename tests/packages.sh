@@ -4,7 +4,8 @@
 # from there the packages go without a trace. The recipes are looked at as well.
 set -euo pipefail
 build=$(realpath "$1")
-packaging=$(dirname "$(realpath "$0")")/../packaging
+tests=$(dirname "$(realpath "$0")")
+packaging=$tests/../packaging
 work=$(mktemp -d)
 trap 'wait; rm -rf "$work"' EXIT
 root=$work/root
@@ -71,6 +72,22 @@ build_example_host() {
         ZARN_SESSIONS=$PWD/sessions ZARN_ROOT=$PWD zarn/zarn >page 2>>log || cat log >&2
     check 'the example host' '1 <title>Sign in - Fjord R4</title>' \
         "$(grep -c '^Status: 200' page) $(grep -o '<title>.*' page)"
+}
+
+# The other hosts, as each says at its top how it is built; they run as in the test of that name.
+build_hosts() {
+    local source line
+    cp -r "$doc-dev/examples/hosts" .
+    cd hosts
+    export PKG_CONFIG_PATH=$libraries/pkgconfig CPATH=$root/usr/include LIBRARY_PATH=$libraries
+    for source in smallest/host.c *.c; do
+        line=$(sed -n 's/^ \* *\(cc .*\)/\1/p' "$source")
+        (cd "$(dirname "$source")" && eval "$line") || check "$source" 0 $?
+    done
+    mkdir programs
+    mv smallest/smallest cgi fastcgi server programs
+    "$tests/hosts.py" . "$doc-doc/README.md" programs "$root/usr/bin/orv-textdb" || check hosts 0 $?
+    cd ..
 }
 
 # The settings are asked as Buildroot asks them, and the recipe is read with a stand-in for
@@ -142,6 +159,7 @@ export LD_LIBRARY_PATH=$libraries
 build_small_host
 build_static_host
 build_example_host
+build_hosts
 for page in orv-{render,textdb,check,preview}.1 orvinterpreter.3 Orv_Interpreter_Run.3 orv-templates.7; do
     name=${page%.*}
     check "$page" 1 "$(zgrep -ic "^\.TH \"\?${name/Orv_I*/orvinterpreter}" \
