@@ -6,6 +6,7 @@
 
 #include "grammar/commands.h"
 #include "base/bounds.h"
+#include "hints.h"
 #include "report.h"
 #include "tools/common/placed.h"
 #include "tools/common/translation.h"
@@ -145,23 +146,87 @@ static bool isDigitsMistake(const Visit &visit, const Element &element)
     return !fits || goesOn;
 }
 
+// The word that a value's letter begins, such as "theme" of $theme; empty for a value.
+static string_view wordOfValue(const Visit &visit, const Element &element)
+{
+    const string_view source = visit.tpl.source;
+    uint32_t end = element.span.end;
+    while (end < source.size() && isalnum(static_cast<unsigned char>(source[end])))
+        ++end;
+    const bool isWord =
+        isalpha(static_cast<unsigned char>(element.text[0])) && end > element.span.end;
+    return isWord ? source.substr(element.span.at + 1, end - element.span.at - 1) : string_view();
+}
+
+// A variable without its var: in front.
+static bool checkWord(const Visit &visit, const Element &element)
+{
+    const string word(wordOfValue(visit, element));
+    const Site &site = visit.all.site;
+    const Numbered value = takeApart(element.text);
+    const bool isKnown =
+        isFromWeb(site, word) || !setsOf(site, word).empty() || !setsOf(site, word + "[*]").empty();
+    const bool fits =
+        !visit.levels.empty() && hasColumn(rowsOf(visit.all.site, *visit.levels[0]), value.column);
+    if (word.empty() || (fits && !isKnown))
+        return false;
+    const string rest = word.substr(element.text.size());
+    const Span span = {element.span.at, element.span.at + 1 + static_cast<uint32_t>(word.size())};
+    report(visit.all, visit.tpl, span, "variable-name",
+           "$" + word + " is column " + std::to_string(value.column) + " and the text '" + rest +
+               (word == "var" ? "'; a variable is written $var:NAME"
+                              : "'; for a variable write $var:" + word +
+                                    (isKnown ? "" : ", for a dollar sign $$")));
+    return true;
+}
+
+// What to do about a value that is none in an included template; else the other hint.
+static string hintIncluded(const Visit &visit, string other)
+{
+    for (const auto &[path, uses] : visit.all.site.includes)
+        for (const PathUse &use : uses)
+            if (use.conditional &&
+                std::find(use.paths.begin(), use.paths.end(), visit.tpl.path) != use.paths.end())
+                return "; the values of the body that includes this template do not reach it: "
+                       "set a variable there, in front of the include";
+    return other;
+}
+
+static void tellDigits(const Visit &visit, const Element &element, const Numbered &value)
+{
+    const string first(1, element.text[0]);
+    report(visit.all, visit.tpl, element.span, "value-digits",
+           "$" + element.text + " is column " + std::to_string(value.column) + " of level " +
+               first + "; for $" + first + " and the text '" + element.text[1] + "' write $0" +
+               first + element.text[1]);
+}
+
+// A counter of a body that does not count.
+static void checkCounter(const Visit &visit, const Element &element, const Command &command,
+                         const Numbered &value)
+{
+    const bool isElsewhere = levelWith(visit, 0) >= 0;
+    reportAs(visit.all, Grade::WARNING, visit.tpl, element.span,
+             isElsewhere ? "value-level" : "value-outside",
+             "$" + element.text + " is the counter of " + wordsOf(command.id) + ", always 0" +
+                 (isElsewhere ? suggestion(visit, value)
+                              : hintIncluded(visit, "; only repeat and the multiqueries count")));
+}
+
 static void checkValue(const Visit &visit, const Element &element)
 {
     Report &all = visit.all;
     const Numbered value = takeApart(element.text);
     const auto level = static_cast<size_t>(value.level);
     const string shown = "$" + element.text;
-    if (isDigitsMistake(visit, element)) {
-        const string first(1, element.text[0]);
-        report(all, visit.tpl, element.span, "value-digits",
-               shown + " is column " + std::to_string(value.column) + " of level " + first +
-                   "; for $" + first + " and the text '" + element.text[1] + "' write $0" + first +
-                   element.text[1]);
+    if (checkWord(visit, element))
         return;
-    }
+    if (isDigitsMistake(visit, element))
+        return tellDigits(visit, element, value);
     if (visit.levels.empty()) {
         report(all, visit.tpl, element.span, "value-outside",
-               shown + " stands in no body; for a dollar sign write $$" + element.text);
+               shown + " stands in no body" +
+                   hintIncluded(visit, "; for a dollar sign write $$" + element.text));
         return;
     }
     if (level >= visit.levels.size()) {
@@ -182,18 +247,17 @@ static void checkValue(const Visit &visit, const Element &element)
     const Command &command = *visit.levels[level];
     const RowsOf &rows = rowsOf(all.site, command);
     if (value.column == 0) {
-        if (!rows.counts && levelWith(visit, 0) >= 0)
-            reportAs(all, Grade::WARNING, visit.tpl, element.span, "value-level",
-                     shown + " is the counter of " + wordsOf(command.id) + ", always 0" +
-                         suggestion(visit, value));
+        if (!rows.counts)
+            checkCounter(visit, element, command, value);
         return;
     }
     if (!rows.hasRows) {
         const int other = levelWith(visit, value.column);
         report(all, visit.tpl, element.span, other >= 0 ? "value-level" : "value-outside",
                shown + " is of the body of " + wordsOf(command.id) + ", which has no columns" +
-                   (other >= 0 ? suggestion(visit, value)
-                               : "; for a dollar sign write $$" + element.text));
+                   (other >= 0
+                        ? suggestion(visit, value)
+                        : hintIncluded(visit, "; for a dollar sign write $$" + element.text)));
         return;
     }
     if (!hasColumn(rows, value.column))
@@ -347,6 +411,15 @@ static void checkTextsIn(const Visit &visit, const Assembled &text)
     }
 }
 
+// A character that nobody sees is told by itself.
+static bool hasInvisible(string_view sql)
+{
+    for (size_t i = 0; i < sql.size(); ++i)
+        if (invisibleAt(sql, i) && !inSqlString(sql.substr(0, i)))
+            return true;
+    return false;
+}
+
 static void checkAnswer(const Visit &visit, const Command &command, const Assembled &text)
 {
     Report &all = visit.all;
@@ -359,7 +432,7 @@ static void checkAnswer(const Visit &visit, const Command &command, const Assemb
         report(all, *tpl, span, "query-writes", "the statement changes the database",
                usedHere(visit, tpl, command));
     }
-    if (!answer.error.empty() && !hasUnknown(text) && !answer.writes) {
+    if (!answer.error.empty() && !hasUnknown(text) && !answer.writes && !hasInvisible(text.text)) {
         placeInText(text, answer.errorAt, &tpl, &span);
         report(all, *tpl, span, "query-sql", answer.error, usedHere(visit, tpl, command));
     }
@@ -491,6 +564,14 @@ static void checkInclude(const Visit &visit, const Command &command)
                      : "the template's text goes to the page, not into the argument");
 }
 
+// A second piece in an index, such as "+1" of $var:mode[$0+1].
+static void checkIndex(const Visit &visit, const Element &element)
+{
+    report(visit.all, visit.tpl, element.span, "variable-index",
+           "an index is one piece, and no sum: '" + excerpt(element.text) +
+               "' comes out behind the element; set a variable to the index first");
+}
+
 static void visitArgument(Visit &visit, const Argument &argument)
 {
     const Element *before = nullptr;
@@ -513,7 +594,27 @@ static void visitArgument(Visit &visit, const Argument &argument)
         }
         if (element.command)
             visitCommand(visit, *element.command);
+        if (before && before->type == ELEM_GETARRAY && element.type < ELEM_GETARRAY &&
+            element.quote == ']')
+            checkIndex(visit, element);
         before = &element;
+    }
+}
+
+// "$0+1" as the index of an element that is set: a text.
+static void checkSetIndex(const Visit &visit, const Command &command)
+{
+    if (command.args.empty())
+        return;
+    const auto &elements = command.args[0].elements;
+    for (size_t i = 1; i < elements.size(); ++i) {
+        const string &text = elements[i].text;
+        const bool isSum = text.size() > 1 && strchr("+-*/", text[0]) &&
+                           isdigit(static_cast<unsigned char>(text[1]));
+        if (elements[i - 1].type != ELEM_TEXT && elements[i].type == ELEM_TEXT && isSum)
+            report(visit.all, visit.tpl, elements[i].span, "variable-index",
+                   "an index is no sum: '" + excerpt(text) +
+                       "' is a part of its text; write <?calc + A B?> in the index");
     }
 }
 
@@ -551,6 +652,8 @@ static void visitCommand(Visit &visit, const Command &command)
         report(visit.all, visit.tpl, spanOf(command, 0), "limit",
                "the arguments have " + std::to_string(length) + " bytes at least, and " +
                    std::to_string(MOST_ARGUMENT) + " are the most");
+    if (command.id == ID_SETARRAY || command.id == ID_SETARRAYONCE)
+        checkSetIndex(visit, command);
     if (command.id == ID_INCLUDE)
         checkInclude(visit, command);
     if (command.id & CMDF_QUERY)
@@ -568,6 +671,9 @@ static void checkPageText(Report &all, const Template &tpl, Span span)
         size_t end = at + begin.size();
         while (end < text.size() && isalnum(static_cast<unsigned char>(text[end])))
             ++end;
+        const size_t close = end < text.size() && text[end] == '[' ? text.find(']', end) : 0;
+        if (close != string_view::npos && close > end && close - end < 40)
+            end = close + 1;
         const string name(text.substr(at, end - at));
         if (name.size() > begin.size())
             report(

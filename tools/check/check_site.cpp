@@ -1,5 +1,8 @@
 /* tools/check/check_site.cpp - rules about the site as a whole: includes, variables,
  * texts. */
+#include <ctype.h>
+#include <string.h>
+
 #include <algorithm>
 #include <set>
 
@@ -167,6 +170,40 @@ static string storedForm(string_view index)
     return key.substr(1, key.size() - 2);
 }
 
+// Of a read of "page" in $var:page_title: the sign and what follows it.
+static string behindName(const VariableUse &use)
+{
+    const string_view source = use.tpl->source;
+    size_t end = use.span.end;
+    if (end >= source.size() || !strchr("_-.", source[end]) || source[use.span.end - 1] == ']')
+        return "";
+    while (end < source.size() &&
+           (isalnum(static_cast<unsigned char>(source[end])) || strchr("_-", source[end])))
+        ++end;
+    return string(source.substr(use.span.end, end - use.span.end));
+}
+
+// A name with a sign that no name has. Returns false where there is none, or where the sign
+// may be text.
+static bool checkLongName(Report &all, const string &key, const VariableUse &use)
+{
+    const string rest = behindName(use);
+    if (rest.size() < 2)
+        return false;
+    const string element = key + "[" + rest.substr(1) + "]";
+    const string joined = key + rest.substr(1);
+    const auto isKnown = [&](const string &name) {
+        return !setsOf(all.site, name).empty() || isFromWeb(all.site, name);
+    };
+    const string meant = isKnown(element) ? element : isKnown(joined) ? joined : "";
+    if (rest[0] != '_' && meant.empty())
+        return false;
+    report(all, *use.tpl, use.span, "variable-name",
+           "names have letters and digits: this reads " + key + ", and '" + rest + "' is text" +
+               (meant.empty() ? "" : "; did you mean $var:" + meant + "?"));
+    return true;
+}
+
 static void checkReads(Report &all, const string &key, const Variable &variable,
                        const std::vector<string_view> &known)
 {
@@ -182,7 +219,7 @@ static void checkReads(Report &all, const string &key, const Variable &variable,
     for (const VariableUse &use : variable.reads) {
         if (stored != index) {
             report(all, *use.tpl, use.span, "variable-index", neverMatches);
-        } else if (unset) {
+        } else if (unset && !checkLongName(all, key, use)) {
             const string shown = computed ? key.substr(0, bracket).append("[...]") : key;
             report(all, *use.tpl, use.span, "variable-unset",
                    "$var:" + shown + " is not set anywhere" + didYouMean(key, known));

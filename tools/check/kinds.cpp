@@ -26,6 +26,10 @@ static constexpr Kind kinds[] = {
      "A ?> in page text ends nothing and comes out. A command ends at the first ?> behind its "
      "begin that belongs to no command inside it, a comment at its first.",
      "<?echo a?>?>"},
+    {"character-invisible", WARNING,
+     "A character that nobody sees, or that looks like a blank and is none for the interpreter, in "
+     "an argument without quotes or in SQL.",
+     "<?echo $var:a\xC2\xA0?>"},
     {"include-missing", ERROR, "The template does not exist below the document root, or is empty.",
      "<?include nothere.frm?>"},
     {"include-cycle", ERROR,

@@ -139,6 +139,7 @@ std::vector<Finding> checkSite(Site &site)
     checkVariables(all);
     checkTexts(all);
     checkCommands(all);
+    checkNames(all);
     checkHtml(all);
     const auto &ignored = site.options.ignored;
     std::erase_if(all.findings, [&](const Finding &finding) {

@@ -45,6 +45,7 @@ void checkIncludes(Report &all);
 void checkVariables(Report &all);
 void checkTexts(Report &all);
 void checkCommands(Report &all);
+void checkNames(Report &all);
 void checkHtml(Report &all);
 
 /* All of them, sorted, without the kinds that the site's options leave out. */
