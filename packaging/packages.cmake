@@ -130,7 +130,8 @@ set(CPACK_DEBIAN_HOST_PACKAGE_CONTROL_EXTRA ${orv_packages}/host/shlibs ${orv_pa
 set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION "interpreter for page templates, development files
 ${about}
 The headers, the static libraries, files for pkg-config and CMake, the manual
-pages orvinterpreter(3) and orvhost(3), small hosts and a whole web program as examples.\n")
+pages orvinterpreter(3) and orvhost(3), small hosts and a whole web program
+as examples.\n")
 set(CPACK_COMPONENT_DEVELOPMENT_DEPENDS library host)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION "libdevel\n${beside}")
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SUGGESTS
