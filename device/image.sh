@@ -49,7 +49,7 @@ copy_site() {
     ln -s /etc/htmltext_en.db "$root/usr/share/zarn/factory/htmltext.db"
     # The web server sees styles and scripts, and of the pages their names.
     mv "$root"/usr/share/zarn/*.{css,js} "$root/www/"
-    for page in "$root"/usr/share/zarn/*.{htm,csv,json}; do
+    for page in "$root"/usr/share/zarn/*.{htm,csv}; do
         : >"$root/www/$(basename "$page")"
     done
     mkdir "$root/www/cgi-bin"

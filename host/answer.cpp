@@ -19,6 +19,7 @@ static constexpr char commonHeaders[] =
     "Cache-Control: no-store\r\n"
     "X-Content-Type-Options: nosniff\r\n"
     "Referrer-Policy: same-origin\r\n"
+    "Cross-Origin-Resource-Policy: same-origin\r\n"
     "Content-Security-Policy: default-src 'none'; style-src 'self'; script-src 'self'; "
     "connect-src 'self'; img-src data:; form-action 'self'; base-uri 'none'; "
     "frame-ancestors 'none'\r\n";
@@ -80,6 +81,18 @@ static string basePath(const Exchange &x)
     return base;
 }
 
+// Adds the sessions to the variables of the page of the password.
+static void addSessions(const Exchange &x, std::vector<HostVariable> &all)
+{
+    static constexpr const char *names[] = {"session", "address", "started", "used"};
+    Rows rows;
+    if (x.shown == passwordPage)
+        listSessions(x.db, rows);
+    for (size_t i = 0; i < rows.size(); ++i)
+        for (size_t k = 0; k < std::size(names); ++k)
+            all.push_back({string(names[k]) + '[' + std::to_string(i) + ']', rows[i][k]});
+}
+
 // Gathers the variables of the page that is shown, the program's own last.
 static std::vector<HostVariable> pageVariables(const Exchange &x)
 {
@@ -97,6 +110,7 @@ static std::vector<HostVariable> pageVariables(const Exchange &x)
             all.push_back({field.name, field.value});
         }
     }
+    addSessions(x, all);
     for (const std::vector<string> &problem : x.problems)
         all.push_back({"error[" + problem[0] + "]", lookUp(problem[1])});
     const HostVariable own[] = {
@@ -130,13 +144,14 @@ static string errorText(const Exchange &x)
 
 static void printHeaders(const Exchange &x)
 {
-    const auto *kind = findKind(x.shown);
+    string name = x.shown.substr(0, x.shown.rfind(".frm"));
+    const PageKind *kind = findKind(name);
     for (const auto &[status, reason] : reasons)
         if (status == x.status)
             printf("Status: %d %s\r\n", status, reason);
     printf("Content-Type: %s\r\n%s", (kind ? kind : kinds)->type, commonHeaders);
     if (kind && kind->isFile)
-        printf("Content-Disposition: attachment; filename=\"%s\"\r\n", x.shown.c_str());
+        printf("Content-Disposition: attachment; filename=\"%s\"\r\n", name.c_str());
     if (x.status == WRONG_METHOD)
         printf("Allow: GET, HEAD%s\r\n", hasScript(scriptName(x.page)) ? ", POST" : "");
     if (!x.newSecret.empty())

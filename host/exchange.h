@@ -33,8 +33,8 @@ enum {
 };
 
 // Fields that the login page does not keep: its own, and passwords.
-inline constexpr const char *loginFields[] = {"password", "repeat", "old", "back",
-                                              "method",   "token",  "lang"};
+inline constexpr const char *loginFields[] = {"username", "password", "repeat", "old",
+                                              "back",     "method",   "token",  "lang"};
 
 struct Exchange {
     const OrvSite *site = nullptr; // borrowed

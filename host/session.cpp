@@ -20,6 +20,11 @@ static const char visitSql[] =
     "update sessions.session set flash = '', used = unixepoch() where number = :sid";
 static const char flashSql[] = "update sessions.session set flash = :flash where number = :sid";
 
+static const char listSql[] =
+    "select number, address, strftime('%Y-%m-%d %H:%M', started, 'unixepoch', 'localtime'),"
+    " strftime('%Y-%m-%d %H:%M', used, 'unixepoch', 'localtime')"
+    " from sessions.live_session join account using (password) order by number desc";
+
 static string header(const char *name)
 {
     const char *value = getenv(name);
@@ -51,6 +56,11 @@ bool isFormerSession(sqlite3 *db, const string &secret)
 {
     Rows rows;
     return runScript(db, formerSql, {{"secret", secret}}, rows) == SCRIPT_ROWS;
+}
+
+void listSessions(sqlite3 *db, Rows &rows)
+{
+    runScript(db, listSql, {}, rows);
 }
 
 void setFlash(sqlite3 *db, const Session &session, const string &flash)

@@ -3,6 +3,7 @@
 #define HOST_SESSION_H
 
 #include <string>
+#include <vector>
 
 struct sqlite3;
 
@@ -24,6 +25,10 @@ bool findSession(sqlite3 *db, const std::string &secret, bool isVisit, Session &
 
 /* Whether a cookie is that of a session, also of one that has ended a short while ago. */
 bool isFormerSession(sqlite3 *db, const std::string &secret);
+
+/* Lists the sessions that are alive, the newest first: number, browser's address, when begun,
+ * when used. rows: out; empty when they cannot be read, after a line on standard error. */
+void listSessions(sqlite3 *db, std::vector<std::vector<std::string>> &rows);
 
 /* Has a text shown on the session's next page: flash, its id, empty for none. It is not shown
  * where that cannot be stored, which is told on standard error. */

@@ -156,14 +156,23 @@ static ScriptResult runFormScript(Exchange &x, const string &newSecret, const st
     ScriptResult result = SCRIPT_FAILED;
     if (readScript(x.host, scriptName(x.page), script) && storeForm(x.db, x.fields))
         result = runScript(x.db, script, parameters, x.problems);
-    if (result == SCRIPT_ROWS && x.problems[0][0] == "done") {
-        x.told = x.problems[0][1];
+    if (result == SCRIPT_ROWS && (x.problems[0][0] == "done" || x.problems[0][0] == "show")) {
+        const std::vector<string> row = std::move(x.problems[0]);
+        (row[0] == "show" ? x.shown : x.told) = row[1];
+        x.location = row.size() > 2 ? row[2] : "";
         x.problems.clear();
         result = SCRIPT_DONE;
     }
     std::erase_if(x.problems, [](const std::vector<string> &row) { return row[1].empty(); });
     x.isTyped = result != SCRIPT_DONE;
     return result;
+}
+
+// Whether the browser's session is still alive.
+static bool isLive(const Exchange &x)
+{
+    Session session;
+    return findSession(x.db, x.cookie, false, session) && !session.number.empty();
 }
 
 static void carryOut(Exchange &x)
@@ -181,16 +190,16 @@ static void carryOut(Exchange &x)
         x.problems = {{"form", "site.bad.store"}};
     } else if (!x.problems.empty()) {
         x.status = WRONG_VALUES;
-    } else if (!x.isTyped) {
+    } else if (!x.isTyped && x.shown == x.page) {
         if (!begun.number.empty()) {
             x.session = begun;
             x.newSecret = secret;
         }
         setFlash(x.db, x.session, x.told);
-        x.isOut = x.page == logoutPage;
+        x.isOut = x.page == logoutPage && !isLive(x);
         if (x.page == loginPage)
             goBack(x);
-        else
+        else if (x.location.empty() || x.isOut)
             x.location = x.page;
     }
 }

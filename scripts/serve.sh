@@ -35,6 +35,7 @@ server.port = $port
 server.document-root = "$site"
 server.pid-file = "$work/pid"
 server.upload-dirs = ("$work")
+server.tag = ""
 server.max-request-size = 64 # KiB
 mimetype.assign = (".css" => "text/css; charset=utf-8", ".js" => "text/javascript; charset=utf-8")
 url.rewrite-once = ("^/(?!style\.css\$|(?:chart|live)\.js\$)(.*)\$" => "/zarn/\$1")

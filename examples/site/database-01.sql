@@ -106,17 +106,19 @@ insert into event (at, level, source, code, detail, count)
     (0.01, 'info', 'devices', 'device', '<b>"&'' (Guests)', 1)) order by column1 desc;
 
 -- Events are added here, now or at a time. One that has happened within a day is counted
--- there, so that nobody can push the others out by repeating one; what is about a visitor's
--- address is the same for all addresses. The oldest of 1000 make room.
+-- there, so that nobody can push the others out by repeating one, nor from many addresses: of
+-- wrong passwords the last 100 addresses stay. The oldest of 1000 make room.
 create view event_add as select level, source, code, detail, at from event;
 create trigger event_counted instead of insert on event_add begin
     update event set at = ifnull(new.at, unixepoch()), count = count + 1, detail = new.detail
         where code = new.code and source = new.source
-          and at > ifnull(new.at, unixepoch()) - 86400 and (detail = new.detail or code = 'login');
+          and at > ifnull(new.at, unixepoch()) - 86400 and detail = new.detail;
     insert into event (at, level, source, code, detail)
         select ifnull(new.at, unixepoch()), new.level, new.source, new.code, new.detail
         where changes() = 0;
-    delete from event where id <= (select max(id) - 1000 from event);
+    delete from event where id <= (select max(id) - 1000 from event)
+        or code = 'login' and id <= (select id from event where code = 'login'
+                                     order by id desc limit 1 offset 100);
 end;
 
 create table traffic (  -- one row an hour of a usual day, Mbit/s on average

@@ -12,6 +12,10 @@
 ?><?setvariable var:text[changed] `{?site.event.changed?}`
 ?><?setvariable var:text[newpassword] `{?site.event.newpassword?}`
 ?><?setvariable var:text[login] `{?site.event.login?}`
+?><?setvariable var:text[signin] `{?site.event.signin?}`
+?><?setvariable var:text[signout] `{?site.event.signout?}`
+?><?setvariable var:text[backup] `{?site.event.backup?}`
+?><?setvariable var:text[restored] `{?site.event.restored?}`
 ?><?setvariable var:text[connected] `{?site.event.connected?}`
 ?><?setvariable var:text[lost] `{?site.event.lost?}`
 ?><?setvariable var:text[noanswer] `{?site.event.noanswer?}`

@@ -10,7 +10,7 @@ select field, 'site.login.bad.wait' from proof, sessions.login_wait where addres
 insert into sessions.login_failure select :address, 1, unixepoch() from proof where fits = 0
     on conflict (address) do update set failures = failures + 1, at = unixepoch();
 insert into sessions.waiting_event (level, source, code, detail)
-    select 'warning', 'system', 'login', :address from proof where fits = 0;
+    select 'warning', 'system', 'login', ifnull(:address, '') from proof where fits = 0;
 delete from sessions.waiting_event
     where id <= (select max(id) - 1000 from sessions.waiting_event);
 commit;

@@ -7,8 +7,7 @@ select 'again', null where :lang is not null;  -- the page in another language, 
 
 create temp table proof as  -- of the try; fits is null while there is no password yet
     select 'password' as field, password as known, null as fits, null as made, null as turn from account;
-update proof set turn = password_turn();  -- who must wait anyway costs no hash
-select field, 'site.login.bad.wait' from proof, sessions.login_wait where address = :address;
+.read turn.sql
 update proof set fits = password_fits(ifnull(:password, ''), known);
 update proof set made = password_hash(:password)
     where known is null and length(:password) between 8 and 64 and :password = :repeat;
@@ -21,8 +20,10 @@ union all select 'repeat', 'site.password.bad.repeat' from proof
 delete from sessions.login_failure where address = :address;
 delete from sessions.session
     where number = :sid or number not in (select number from sessions.live_session);
-insert into sessions.session (secret, token, origin, password)
-    select :newsecret, :newtoken, :neworigin, ifnull(known, made) from proof;
+insert into sessions.session (secret, token, origin, address, password)
+    select :newsecret, :newtoken, :neworigin, ifnull(:address, ''), ifnull(known, made) from proof;
+insert into sessions.waiting_event (level, source, code, detail)
+    values ('info', 'system', 'signin', ifnull(:address, ''));
 select 'done', null from proof, account where password = known;
 select field, 'site.login.bad.password' from proof where fits;  -- it has been changed
 

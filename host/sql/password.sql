@@ -6,8 +6,7 @@ select 'again', null where :lang is not null;  -- the page in another language, 
 
 create temp table proof as  -- of the form; fits is 1 for the old password, 2 for the new one
     select 'old' as field, password as known, null as fits, null as made, null as turn from account;
-update proof set turn = password_turn();  -- who must wait anyway costs no hash
-select field, 'site.login.bad.wait' from proof, sessions.login_wait where address = :address;
+.read turn.sql
 update proof set fits = case when password_fits(ifnull(:old, ''), known) then 1
                              when password_fits(ifnull(:password, ''), known) then 2 else 0 end;
 update proof set made = password_hash(:password)
@@ -19,8 +18,8 @@ select 'password', 'site.password.bad.length'
 union all select 'repeat', 'site.password.bad.repeat'
     where ifnull(:password, '') <> ifnull(:repeat, '');
 delete from sessions.login_failure where address = :address;
-insert into sessions.session (secret, token, origin, password)
-    select :newsecret, :newtoken, :neworigin, iif(fits = 1, made, known) from proof;
+insert into sessions.session (secret, token, origin, address, password)
+    select :newsecret, :newtoken, :neworigin, ifnull(:address, ''), iif(fits = 1, made, known) from proof;
 update account set password = made from proof where fits = 1 and password = known;
 .read newpassword.sql
 select 'done', 'site.password.saved';

@@ -19,6 +19,7 @@ create table if not exists sessions.session (
     secret text not null unique,  -- the cookie
     token text not null,          -- of its forms
     origin text not null,         -- where the browser came from, such as http://192.0.2.1
+    address text not null,        -- and the address of the browser
     password text not null,       -- the account's, as it is stored
     started integer not null default (unixepoch()),
     used integer not null default (unixepoch()),

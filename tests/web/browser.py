@@ -171,7 +171,7 @@ def check_forms(language):
         file.flush()
         field = send("/element", using="css selector", value="#file")
         send(f"/element/{[*field.values()][0]}/value", text=file.name)
-        submit("main button")
+        submit("[enctype] button")
     check("a wrong file", ["file"], run(
         "return [...document.querySelectorAll('[aria-invalid=true]')].map(e => e.id)"))
 

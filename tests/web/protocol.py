@@ -19,6 +19,7 @@ REASONS = dict(pair.split(" ", 1) for pair in """200 OK
 HEADERS = {
     "Content-Type": "text/html; charset=utf-8", "Cache-Control": "no-store",
     "X-Content-Type-Options": "nosniff", "Referrer-Policy": "same-origin",
+    "Cross-Origin-Resource-Policy": "same-origin",
     "Content-Security-Policy": "default-src 'none'; style-src 'self'; script-src 'self'; "
     "connect-src 'self'; img-src data:; form-action 'self'; base-uri 'none'; "
     "frame-ancestors 'none'"}
@@ -43,6 +44,7 @@ def check_requests(visitor):
         (413, "too large", "devices.htm?find=" + "a" * 2049),
         (404, "no such page", "header.frm"),
         (404, "no such page", "login.sql"),
+        (404, "no such page", "settings.json.frm"),
         (404, '"../style.css"', "a/b.htm"),
         (404, "no such page", "%2e%2e/%2e%2e/zarn/zarn.cpp"),
         (405, "in that way", "overview.htm", "POST", "a=b", form),
@@ -118,7 +120,7 @@ def check_attacks(visitor):
     check("a link signs nobody out", 200, visitor.ask("logout.htm?logout=1").status)
     check("nothing has changed", before, (stored(), sql("select count(*) from event")))
     stranger = Visitor()
-    for page in ("", "overview.htm", "settings.json", "events.csv", "logout.htm", "reboot.htm"):
+    for page in ("", "overview.htm", "events.csv", "logout.htm", "reboot.htm"):
         answer = stranger.ask(page)
         check("a stranger's " + page, (200 if page == "logout.htm" else 403, "Sign in", []),
               (answer.status, answer.heading, re.findall("FJ4|fjord|192.168", answer.text)))
@@ -143,7 +145,6 @@ def check_login():
 
     # Wrong passwords make the next try wait, whatever it is; the owner comes in after that.
     guesser = Visitor()
-    count = sql("select count(*) from event")[0][0]
     says = [guesser.login("guess").marked() for _ in range(3)]
     check("wrong password", [["password"]] * 3, says)
     sql("update login_failure set at = unixepoch()")
@@ -162,10 +163,10 @@ def check_login():
     owner = guesser
     check("the owner", 303, owner.login().status)
     check("forgotten", [], sql("select * from login_failure"))
-    wait = "select count(*) from event union all select count(*) from waiting_event"
-    check("a stranger's guesses are not in the log yet", [(count,), (34,)], sql(wait))
+    wait = "select count(*) from event where code = 'login' union all select count(*) from waiting_event where code = 'login'"
+    check("a stranger's guesses are not in the log yet", [(0,), (34,)], sql(wait))
     owner.ask("overview.htm")
-    check("they are one event", [(count + 1,), (0,), (34,)],
+    check("they are one event", [(1,), (0,), (34,)],
           sql(wait + " union all select count from event where code = 'login'"))
 
     # What ends a session.
@@ -192,6 +193,12 @@ def check_login():
         check(("password", fields), (422, marked), (answer.status, answer.marked()))
     change = {"old": PASSWORD, "password": "new-password", "repeat": "new-password"}
     old_token = visitor.token()
+    third = signed_in()
+    numbers = re.findall('name="session" value="([0-9]+)"', visitor.ask("password.htm").text)
+    check("sessions are listed", sql("select count(*) from session join account using (password)")[0][0], len(numbers))
+    answer = visitor.post("logout.htm", {"token": old_token, "session": numbers[0]})
+    check("one is ended", (303, "password.htm", 403, 200), (answer.status, answer.headers["Location"],
+          third.ask("overview.htm").status, visitor.ask("overview.htm").status))
     answer = visitor.post("password.htm", {**change, "token": old_token})
     check("password changed", (303, True),
           (answer.status, "has been changed" in visitor.ask("password.htm").text))
@@ -317,10 +324,16 @@ def check_settings(visitor):
     visitor.login()
 
     # Backup and restore, all or nothing.
-    backup = visitor.ask("settings.json")
-    check("backup", ("typed & kept", 'attachment; filename="settings.json"'),
-          (json.loads(backup.text)["ssid"], backup.headers["Content-Disposition"]))
+    def keep(password=PASSWORD, **more):
+        return visitor.post("backup.htm", {"token": visitor.token(), "keep": "1", "password": password, **more})
+    answer = keep("wrong", secrets="1")
+    check("a backup for nobody", (422, ["password"]), (answer.status, answer.marked()))
+    check("no secrets", ([], True), (re.findall("with blanks|passphrase", keep().text), "typed & kept" in keep().text))
+    backup = keep(secrets="1")
     good = json.loads(backup.text)
+    check("backup", ("typed & kept", "with blanks ~", "Fjord R4", 'attachment; filename="settings.json"'),
+          (good["ssid"], good["passphrase"], good["kind"], backup.headers["Content-Disposition"]))
+    check("for which there is a file type", "application/json", backup.headers["Content-Type"])
 
     def restore(text):
         parts = {"token": visitor.token(), "file": text}
@@ -329,7 +342,7 @@ def check_settings(visitor):
         return visitor.ask("backup.htm", "POST", body.encode(),
                            {"Content-Type": "multipart/form-data; boundary=b"})
     before = stored()
-    for text in ("", "{", "[]", '"x"', '{"kind": "Fjord R4"}', json.dumps({**good, "channel": 2}),
+    for text in ("", "{", "[]", '"x"', '{"kind": "Fjord R3"}', json.dumps({**good, "channel": 2}),
                  json.dumps({**good, "hostname": "x", "guests": 2}),
                  json.dumps({**good, "hostname": "x", "ssid": ["a"], "hidden": None})):
         answer = restore(text)
@@ -338,6 +351,11 @@ def check_settings(visitor):
     check("restored", (303, ["attic", "~" * 63]),
           (restore(json.dumps({**good, "hostname": "attic", "passphrase": "~" * 63})).status,
            stored("hostname", "passphrase")))
+    old = {name: good[name] for name in ("kind", "ssid", "first")}
+    check("an older file, marked", (303, ["fjord", "30", "~" * 63, "24"]),
+          (restore("\ufeff" + json.dumps({**old, "first": 30})).status, stored("hostname", "first", "passphrase", "lease")))
+    events = {row[0]: row[1] for row in sql("select code, detail from event union all select code, detail from waiting_event")}
+    check("who has done what", {"127.0.0.1"}, {events[code] for code in ("login", "signin", "signout", "backup", "restored")})
     table = visitor.ask("events.csv?level=info&source=devices").text.splitlines()
     check("events to keep", (4, '"Information","Devices","New device","<b>""&\' (Guests)","1"'),
           (len(table), table[1].split(",", 1)[1]))

@@ -237,7 +237,7 @@ def check_disks(work):
                 owner.login()
                 owner.ask("overview.htm")
                 events = [row for row in stored()[2] if row not in before[2]]
-                check((what, "the guess comes into the log"), ["login"], [row[4] for row in events])
+                check((what, "the guess comes into the log"), ["login", "signin", "signout"], [row[4] for row in events])
             query("update account set password = null")
             run(spoil)
             first = Direct(ZARN, ZARN_DB=disk + "/router.db", ZARN_SESSIONS=work + "/visits")
