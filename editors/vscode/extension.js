@@ -14,7 +14,13 @@ exports.activate = () => {
             args: ['--lsp', ...settings.get('options')],
             options: { cwd: folder },
         },
-        { documentSelector: [{ language: 'orv' }] });
+        {
+            documentSelector: [{ language: 'orv' }],
+            synchronize: { // what a site has besides the open templates
+                fileEvents: vscode.workspace.createFileSystemWatcher(
+                    '**/{orv-check.json,*.po,*.sql,*.db,*.htm,*.frm}'),
+            },
+        });
     return client.start();
 };
 
