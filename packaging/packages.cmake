@@ -36,6 +36,12 @@ if(ORV_DOCS)
         orv_man(${program}.1 $<TARGET_FILE:${program}>)
         install(FILES ${orv_packages}/man/${program}.1.gz DESTINATION ${man}/man1 COMPONENT tools)
     endforeach()
+    # Editors lead to it from a finding.
+    add_custom_command(OUTPUT ${orv_packages}/kinds.md DEPENDS orv-check
+                       COMMAND sh -c "$<TARGET_FILE:orv-check> --list >${orv_packages}/kinds.md"
+                       VERBATIM)
+    set_property(GLOBAL APPEND PROPERTY orv_pages ${orv_packages}/kinds.md)
+    install(FILES ${orv_packages}/kinds.md DESTINATION ${doc}/${orv_package_tools} COMPONENT tools)
     orv_man(orv-templates.7 ${PROJECT_SOURCE_DIR}/docs/templates.md)
     install(FILES ${orv_packages}/man/orv-templates.7.gz DESTINATION ${man}/man7 COMPONENT tools)
     set(header ${PROJECT_SOURCE_DIR}/interface/orvinterpreter.h)
@@ -61,6 +67,7 @@ if(ORV_DOCS)
             COMPONENT documentation PATTERN node_modules EXCLUDE)
     set(examples ${doc}/${orv_package_development}/examples)
     install(FILES packaging/example/CMakeLists.txt DESTINATION ${examples} COMPONENT development)
+    install(FILES examples/orv-check.json DESTINATION ${examples} COMPONENT development)
     install(DIRECTORY examples/zarn examples/site DESTINATION ${examples} COMPONENT development
             PATTERN CMakeLists.txt EXCLUDE)
     install(DIRECTORY examples/hosts DESTINATION ${examples} COMPONENT development)

@@ -417,8 +417,7 @@ static void checkTranslations(Report &all)
 
 static void checkHardCoded(Report &all)
 {
-    const auto &also = all.site.options.also;
-    if (std::find(also.begin(), also.end(), findKind("text-hard-coded")) == also.end())
+    if (!isLookedFor(all.site.options, *findKind("text-hard-coded")))
         return;
     for (const auto &[path, tpl] : all.site.templates)
         for (const HardCoded &words : findHardCoded(*tpl))

@@ -32,41 +32,59 @@ void Values::join(const Values &other)
 
 // ---- what is stored ----
 
-// Of each table and index, by its page: whether a column holds numbers only. A generated
-// column that is not stored is computed where it is read. A table without rowid is stored
-// as its primary key's index.
+// Of each table and index of the database %Q, by its page: whether a column holds numbers only.
+// A generated column that is not stored is computed where it is read. A table without rowid is
+// stored as its primary key's index.
 static constexpr char storedSql[] = R"(
-with number(tbl, cid, hidden, yes) as (
-    select m.name, x.cid, x.hidden, l.strict and upper(x.type) in ('INT', 'INTEGER', 'REAL')
-        from sqlite_schema m, pragma_table_list(m.name) l, pragma_table_xinfo(m.name) x
-        where m.type = 'table' and l.schema = 'main'),
-item(root, tbl, idx) as (
-    select rootpage, tbl_name, name from sqlite_schema where type = 'index'
+with item(type, name, tbl_name, rootpage) as (
+    select type, name, tbl_name, rootpage from "%w".sqlite_schema),
+kept(name, wr, strict) as (
+    select m.name, l.wr, l.strict from item m, pragma_table_list(m.name) l
+        where m.type = 'table' and l.schema = %Q),
+number(tbl, cid, hidden, yes) as (
+    select l.name, x.cid, x.hidden, l.strict and upper(x.type) in ('INT', 'INTEGER', 'REAL')
+        from kept l, pragma_table_xinfo(l.name, %Q) x),
+indexed(root, tbl, idx) as (
+    select rootpage, tbl_name, name from item where type = 'index'
     union all
     select m.rootpage, m.name, i.name
-        from sqlite_schema m, pragma_table_list(m.name) l, pragma_index_list(m.name) i
-        where m.type = 'table' and l.schema = 'main' and l.wr and i.origin = 'pk')
+        from item m join kept l on l.name = m.name, pragma_index_list(m.name, %Q) i
+        where m.type = 'table' and l.wr and i.origin = 'pk')
 select m.rootpage, n.cid, n.yes
-    from sqlite_schema m, pragma_table_list(m.name) l, number n
-    where m.type = 'table' and m.rootpage > 0 and l.schema = 'main' and not l.wr
-      and n.tbl = m.name and n.hidden <> 2
+    from item m join kept l on l.name = m.name, number n
+    where m.type = 'table' and m.rootpage > 0 and not l.wr and n.tbl = m.name and n.hidden <> 2
 union all
-select item.root, x.seqno, x.cid = -1 or coalesce(n.yes, 0)
-    from item join pragma_index_xinfo(item.idx) x
-    left join number n on n.tbl = item.tbl and n.cid = x.cid
+select indexed.root, x.seqno, x.cid = -1 or coalesce(n.yes, 0)
+    from indexed join pragma_index_xinfo(indexed.idx, %Q) x
+    left join number n on n.tbl = indexed.tbl and n.cid = x.cid
 order by 1, 2)";
 
-bool readStored(sqlite3 *db, StoredValues *stored)
+// number: of the database on its connection.
+static bool readStored(sqlite3 *db, int number, KnownValues *known)
 {
     sqlite3_stmt *statement = nullptr;
-    if (sqlite3_prepare_v2(db, storedSql, -1, &statement, nullptr) != SQLITE_OK)
+    const char *name = sqlite3_db_name(db, number);
+    char *const sql = sqlite3_mprintf(storedSql, name, name, name, name, name);
+    if (!sql || sqlite3_prepare_v2(db, sql, -1, &statement, nullptr) != SQLITE_OK) {
+        sqlite3_free(sql);
         return false;
+    }
+    sqlite3_free(sql);
     int status;
     while ((status = sqlite3_step(statement)) == SQLITE_ROW)
-        (*stored)[sqlite3_column_int(statement, 0)].push_back(
+        known->stored[{number, sqlite3_column_int(statement, 0)}].push_back(
             {sqlite3_column_int(statement, 2) == 0, {}});
     sqlite3_finalize(statement);
     return status == SQLITE_DONE;
+}
+
+bool readStored(sqlite3 *db, KnownValues *known)
+{
+    constexpr int temporary = 1; // its number on each connection
+    for (int number = 0; sqlite3_db_name(db, number); ++number)
+        if (number != temporary && !readStored(db, number, known))
+            return false;
+    return true;
 }
 
 // ---- registers and rows ----
@@ -100,7 +118,7 @@ struct Cursor {
 };
 
 struct Machine {
-    const StoredValues &stored;
+    const KnownValues &known;
     std::map<int, Values> ends;  // of registers, at the ends of stretches
     std::map<int, Values> now;   // of those that this stretch has set
     std::map<int, Rows> records; // of registers that hold a row as one value
@@ -189,8 +207,8 @@ static void cast(Machine &machine, const Instruction &in)
 
 static void openStored(Machine &machine, const Instruction &in)
 {
-    const auto found = machine.stored.find(in.p2);
-    const bool known = in.p3 == 0 && found != machine.stored.end(); // in the main database
+    const auto found = machine.known.stored.find({in.p3, in.p2});
+    const bool known = found != machine.known.stored.end();
     machine.add(&machine.cursor(in.p1).rows, known ? Rows{found->second, false} : Rows{{}, true});
 }
 
@@ -282,6 +300,8 @@ static Values resultOf(Machine &machine, const Instruction &in)
     const string_view name = string_view(in.p4).substr(0, open);
     const auto *row = std::find_if(std::begin(functionRows), std::end(functionRows),
                                    [&](const FunctionRow &f) { return hasWord(f.names, name); });
+    if (machine.known.numberFunctions.contains(name))
+        return {};
     if (row == std::end(functionRows) || open == in.p4.size())
         return ANYTHING;
     const long count = strtol(in.p4.c_str() + open + 1, nullptr, 10);
@@ -424,14 +444,14 @@ static bool recordsAreKnown(const std::vector<Instruction> &program)
     });
 }
 
-std::vector<Values> valuesOf(sqlite3 *db, const StoredValues &stored, const string &query,
+std::vector<Values> valuesOf(sqlite3 *db, const KnownValues &known, const string &query,
                              size_t count)
 {
     std::vector<Instruction> program;
     if (!readProgram(db, query, &program) || !recordsAreKnown(program))
         return std::vector<Values>(count, ANYTHING);
     const std::set<int> targets = targetsOf(program);
-    Machine machine = {stored, {}, {}, {}, {}, {std::vector<Values>(count), false}, true};
+    Machine machine = {known, {}, {}, {}, {}, {std::vector<Values>(count), false}, true};
     while (machine.changed) {
         machine.changed = false;
         for (size_t i = 0; i < program.size(); ++i) {

@@ -5,6 +5,7 @@
 #include <map>
 #include <set>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -24,15 +25,21 @@ struct Values {
     bool operator==(const Values &) const = default;
 };
 
-/* Values of what a database stores, by the page that a table or an index begins at. */
-using StoredValues = std::map<int, std::vector<Values>>;
+// What is known of the values that programs read.
+struct KnownValues {
+    // Of what is stored, by the number of the database and the page that a table or an index
+    // begins at.
+    std::map<std::pair<int, int>, std::vector<Values>> stored;
+    std::set<std::string, std::less<>> numberFunctions; // of the host, in small letters
+};
 
-/* Reads that of the main database. Returns false when its schema cannot be read. */
-bool readStored(sqlite3 *db, StoredValues *stored);
+/* Reads what the databases of a connection store. Returns false when a schema cannot be
+ * read. */
+bool readStored(sqlite3 *db, KnownValues *known);
 
 /* What each column of a query can hold; nothing of the query is run. Free in doubt.
  * count: of the columns. */
-std::vector<Values> valuesOf(sqlite3 *db, const StoredValues &stored, const std::string &query,
+std::vector<Values> valuesOf(sqlite3 *db, const KnownValues &known, const std::string &query,
                              size_t count);
 
 #endif

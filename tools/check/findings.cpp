@@ -126,14 +126,24 @@ static Json sarifResult(const Finding &f)
     return result;
 }
 
+static Json sarifRule(const Kind &kind)
+{
+    const string text = string(kind.explanation) + "\n\nExample: " + kind.example;
+    Json rule = {{"id", kind.id},
+                 {"shortDescription", {{"text", kind.explanation}}},
+                 {"help", {{"text", text}, {"markdown", explainKind(kind)}}},
+                 {"defaultConfiguration", {{"level", sarifLevel(kind.severity)}}}};
+    const string uri = kindUri(kind);
+    if (!uri.empty())
+        rule["helpUri"] = uri;
+    return rule;
+}
+
 static string printSarif(const std::vector<Finding> &findings)
 {
     Json rules = Json::array();
     for (const Kind &kind : allKinds())
-        rules.push_back({{"id", kind.id},
-                         {"shortDescription", {{"text", kind.explanation}}},
-                         {"help", {{"text", string("Example: ") + kind.example}}},
-                         {"defaultConfiguration", {{"level", sarifLevel(kind.severity)}}}});
+        rules.push_back(sarifRule(kind));
     Json results = Json::array();
     for (const Finding &f : findings)
         results.push_back(sarifResult(f));

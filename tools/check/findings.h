@@ -61,8 +61,17 @@ const char *gradeName(Grade grade);
 /* All findings in one of the forms, with a line end. */
 std::string printFindings(const std::vector<Finding> &findings, Form form);
 
-/* The kinds with their explanations and examples, for people. */
+/* The ids of all kinds. */
+std::vector<std::string_view> kindIds();
+
+/* A kind with its explanation and example, for people; it is Markdown, too. */
+std::string explainKind(const Kind &kind);
+
+/* All of them. */
 std::string listKinds();
+
+/* Where that text can be read, as a URI; empty when it is not installed. */
+std::string kindUri(const Kind &kind);
 
 /* The word among candidates that was probably meant, empty when none is near. */
 std::string_view nearest(std::string_view word, const std::vector<std::string_view> &candidates);

@@ -2,6 +2,8 @@
  * comments and build scripts: none is ever renamed. */
 #include "findings.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 
 using enum Grade;
@@ -205,7 +207,15 @@ const Kind *findKind(std::string_view id)
     return found == std::end(kinds) ? nullptr : found;
 }
 
-// Breaks a text into lines of that width, each with an indent.
+std::vector<std::string_view> kindIds()
+{
+    std::vector<std::string_view> ids;
+    for (const Kind &kind : kinds)
+        ids.emplace_back(kind.id);
+    return ids;
+}
+
+// Breaks a text into lines of that width.
 static std::string wrap(std::string_view text, size_t width)
 {
     std::string out;
@@ -216,20 +226,34 @@ static std::string wrap(std::string_view text, size_t width)
             if (end == std::string_view::npos)
                 end = std::min(text.find(' '), text.size());
         }
-        out += "    " + std::string(text.substr(0, end)) + "\n";
+        out += std::string(text.substr(0, end)) + "\n";
         text.remove_prefix(std::min(end + 1, text.size()));
     }
     return out;
 }
 
+std::string explainKind(const Kind &kind)
+{
+    std::string grade = gradeName(kind.severity);
+    grade[0] = static_cast<char>(grade[0] - 'a' + 'A');
+    const std::string off = kind.isOff ? ", but looked for with --also only" : "";
+    return "## " + std::string(kind.id) + "\n\n" + wrap(grade + off + ". " + kind.explanation, 78) +
+           "\n    " + kind.example + "\n";
+}
+
 std::string listKinds()
 {
     std::string out;
-    for (const Kind &kind : kinds) {
-        out += std::string(kind.id) + " (" + gradeName(kind.severity) +
-               (kind.isOff ? ", with --also)\n" : ")\n");
-        out += wrap(kind.explanation, 74) + "    Example: " + kind.example + "\n\n";
-    }
-    out.pop_back();
+    for (const Kind &kind : kinds)
+        out += (out.empty() ? "" : "\n") + explainKind(kind);
     return out;
+}
+
+std::string kindUri(const Kind &kind)
+{
+    constexpr std::string_view uri = ORV_KINDS_URI;
+    constexpr std::string_view scheme = "file://";
+    if (uri.starts_with(scheme) && access(uri.data() + scheme.size(), R_OK) != 0)
+        return "";
+    return std::string(uri) + "#" + kind.id;
 }

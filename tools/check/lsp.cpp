@@ -13,6 +13,7 @@
 #include <string.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <set>
 
@@ -35,18 +36,26 @@ static constexpr size_t LONGEST_MESSAGE = 256U << 20;
 
 namespace
 {
+// A site with its open documents.
+struct Served {
+    string folder;                  // absolute: where its site file is, or else the client's folder
+    SiteOptions options;            // docRoot is absolute
+    std::unique_ptr<Site> site;     // null until it is needed
+    bool changed = true;            // since the diagnostics were sent
+    std::map<string, string> texts; // of open documents, by absolute path
+    std::map<string, string> uris;  // as the client writes them, by absolute path
+    std::set<string> told;          // URIs with diagnostics
+    string problem;                 // the last one shown to the user
+};
+
 struct Server {
-    SiteOptions options; // docRoot is absolute; unsaved holds the open documents
-    bool ownRoot;
-    std::unique_ptr<Site> site; // null until first needed
-    bool changed = true;        // since the diagnostics were sent
+    GivenOptions given;             // its paths are absolute
+    std::vector<string> folders;    // the client's, absolute
+    std::map<string, Served> sites; // by folder
     bool initialized = false;
     bool stopping = false;
-    std::map<string, string> uris; // of open documents by path, as the client writes them
-    string input;                  // read and not used
+    string input; // read and not used
     bool inputEnded = false;
-    std::set<string> told; // URIs with diagnostics
-    string problem;        // the last one shown to the user
 };
 } // namespace
 
@@ -147,43 +156,79 @@ static string resolved(const string &path)
     return error ? path : absolute.string();
 }
 
-// The path below the document root, as templates name it.
-static string pathBelow(const Server &server, const Json &uri)
+static bool isBelow(const string &path, const string &folder)
 {
-    const fs::path path = resolved(decodeUri(uri.asText()));
-    return path.lexically_relative(server.options.docRoot).generic_string();
+    return path.starts_with(folder + "/") || folder == "/";
 }
 
-static string uriOf(const Server &server, const string &path, bool isTemplate)
+// The site of a file, by its absolute path.
+static Served &siteOf(Server &server, const string &path)
 {
-    if (const auto open = server.uris.find(path); isTemplate && open != server.uris.end())
-        return open->second;
-    return encodeUri(isTemplate ? server.options.docRoot + "/" + path : resolved(path));
+    const bool isOne = !server.given.config.empty() || !server.given.site.docRoot.empty();
+    string folder;
+    if (!isOne) {
+        const string file = findSiteFile(fs::path(path).parent_path());
+        if (!file.empty())
+            folder = resolved(fs::path(file).parent_path());
+    }
+    if (folder.empty()) {
+        const auto found = std::find_if(server.folders.begin(), server.folders.end(),
+                                        [&](const string &each) { return isBelow(path, each); });
+        folder = found == server.folders.end() || isOne ? server.folders.front() : *found;
+    }
+    Served &served = server.sites[folder];
+    served.folder = folder;
+    return served;
+}
+
+static string pathOf(const Json &uri)
+{
+    return resolved(decodeUri(uri.asText()));
+}
+
+// The path below the document root, as templates name it.
+static string pathBelow(const Served &served, const string &path)
+{
+    return fs::path(path).lexically_relative(served.options.docRoot).generic_string();
+}
+
+static string uriOf(const Served &served, const string &path, bool isTemplate)
+{
+    const string whole = resolved(isTemplate ? served.options.docRoot + "/" + path : path);
+    const auto open = served.uris.find(whole);
+    return open != served.uris.end() ? open->second : encodeUri(whole);
 }
 
 // ---- the site ----
 
-static void tellProblem(Server &server, const string &problem)
+static void tellProblem(Served &served, const string &problem)
 {
-    if (problem != server.problem && !problem.empty())
+    if (problem != served.problem && !problem.empty())
         notify("window/showMessage", {{"type", 1}, {"message", "orv-check: " + problem}});
-    server.problem = problem;
+    served.problem = problem;
 }
 
 // The site as it is with the open documents; null when it cannot be read.
-static Site *currentSite(Server &server)
+static Site *currentSite(const Server &server, Served &served)
 {
-    if (server.site)
-        return server.site.get();
+    if (served.site)
+        return served.site.get();
     auto site = std::make_unique<Site>();
+    SiteOptions options;
     string problem;
-    if (!loadSite(server.options, site.get(), &problem)) {
-        tellProblem(server, problem);
-        return nullptr;
+    bool isRead = makeOptions(server.given, served.folder, &options, &problem);
+    if (isRead) {
+        const bool isFolder = options.file.empty() && server.given.site.docRoot.empty();
+        options.docRoot = resolved(isFolder ? served.folder : options.docRoot);
+        served.options = options;
+        for (const auto &[path, text] : served.texts)
+            options.unsaved[pathBelow(served, path)] = text;
+        isRead = loadSite(std::move(options), site.get(), &problem);
     }
-    tellProblem(server, "");
-    server.site = std::move(site);
-    return server.site.get();
+    tellProblem(served, problem);
+    if (isRead)
+        served.site = std::move(site);
+    return served.site.get();
 }
 
 static Json range(uint32_t line, uint32_t unit, uint32_t endLine, uint32_t endUnit)
@@ -192,41 +237,49 @@ static Json range(uint32_t line, uint32_t unit, uint32_t endLine, uint32_t endUn
             {"end", {{"line", endLine - 1}, {"character", endUnit - 1}}}};
 }
 
-static Json diagnosticOf(const Server &server, const Site &site, const Finding &finding)
+static Json diagnosticOf(const Served &served, const Finding &finding)
 {
     static constexpr int severities[] = {4, 2, 1}; // of Grade, as the protocol counts them
+    const auto isTemplate = [&](const string &path) {
+        return served.site->templates.contains(path);
+    };
     Json related = Json::array();
     for (const Note &note : finding.notes)
         related.push_back({{"location",
-                            {{"uri", uriOf(server, note.path, site.templates.contains(note.path))},
+                            {{"uri", uriOf(served, note.path, isTemplate(note.path))},
                              {"range", range(note.line, note.unit, note.line, note.unit)}}},
                            {"message", note.text}});
-    return {{"range", range(finding.line, finding.unit, finding.endLine, finding.endUnit)},
-            {"severity", severities[static_cast<size_t>(finding.severity)]},
-            {"code", finding.kind->id},
-            {"source", "orv-check"},
-            {"message", finding.text},
-            {"relatedInformation", std::move(related)}};
+    Json diagnostic = {
+        {"range", range(finding.line, finding.unit, finding.endLine, finding.endUnit)},
+        {"severity", severities[static_cast<size_t>(finding.severity)]},
+        {"code", finding.kind->id},
+        {"source", "orv-check"},
+        {"message", finding.text},
+        {"relatedInformation", std::move(related)}};
+    const string uri = kindUri(*finding.kind);
+    if (!uri.empty())
+        diagnostic["codeDescription"] = {{"href", uri}};
+    return diagnostic;
 }
 
-// Sends the diagnostics of all files that have any, and of those that had some.
-static void sendDiagnostics(Server &server)
+// Sends the diagnostics of all files of a site that have any, and of those that had some.
+static void sendDiagnostics(const Server &server, Served &served)
 {
-    server.changed = false;
-    Site *site = currentSite(server);
+    served.changed = false;
+    Site *site = currentSite(server, served);
     if (!site)
         return;
     std::map<string, Json> lists;
-    for (const string &uri : server.told)
+    for (const string &uri : served.told)
         lists[uri] = Json::array();
-    for (const auto &[path, content] : server.options.unsaved)
-        lists[uriOf(server, path, true)] = Json::array();
-    server.told.clear();
+    for (const auto &[path, uri] : served.uris)
+        lists[uri] = Json::array();
+    served.told.clear();
     for (const Finding &finding : checkSite(*site)) {
-        const string uri = uriOf(server, finding.path, site->templates.contains(finding.path));
-        server.told.insert(uri);
+        const string uri = uriOf(served, finding.path, site->templates.contains(finding.path));
+        served.told.insert(uri);
         auto [list, isNew] = lists.try_emplace(uri, Json::array());
-        list->second.push_back(diagnosticOf(server, *site, finding));
+        list->second.push_back(diagnosticOf(served, finding));
     }
     for (auto &[uri, list] : lists)
         notify("textDocument/publishDiagnostics", {{"uri", uri}, {"diagnostics", std::move(list)}});
@@ -234,53 +287,75 @@ static void sendDiagnostics(Server &server)
 
 // ---- requests ----
 
+static void addFolder(Server &server, const Json &uri)
+{
+    if (uri.isText())
+        server.folders.push_back(resolved(decodeUri(uri.text)));
+}
+
 static Json initialize(Server &server, const Json &parameters)
 {
-    const Json root = parameters.value("rootUri", Json());
-    if (!server.ownRoot && root.isText())
-        server.options.docRoot = decodeUri(root.text);
-    server.options.docRoot = resolved(server.options.docRoot);
+    for (const Json &folder : parameters.value("workspaceFolders", Json::array()))
+        addFolder(server, folder.value("uri", Json()));
+    if (server.folders.empty())
+        addFolder(server, parameters.value("rootUri", Json()));
+    if (server.folders.empty())
+        server.folders.push_back(resolved("."));
     server.initialized = true;
-    return {
-        {"capabilities",
-         {{"textDocumentSync", {{"openClose", true}, {"change", 1}, {"save", true}}},
-          {"hoverProvider", true},
-          {"definitionProvider", true},
-          {"referencesProvider", true},
-          {"completionProvider", {{"triggerCharacters", {"?", "$", ":", ".", "[", " ", "/"}}}}}},
-        {"serverInfo", {{"name", "orv-check"}, {"version", ORV_VERSION}}}};
+    return {{"capabilities",
+             {{"textDocumentSync", {{"openClose", true}, {"change", 1}, {"save", true}}},
+              {"hoverProvider", true},
+              {"definitionProvider", true},
+              {"referencesProvider", true},
+              {"completionProvider", {{"triggerCharacters", {"?", "$", ":", ".", "[", " ", "/"}}}},
+              {"workspace",
+               {{"workspaceFolders", {{"supported", true}, {"changeNotifications", true}}}}}}},
+            {"serverInfo", {{"name", "orv-check"}, {"version", ORV_VERSION}}}};
 }
 
-// The template and the offset that a request is about; null when there is none.
-static const Template *placeOfRequest(Server &server, const Json &parameters, uint32_t *offset)
+// What a request is about; site is null when there is no such template.
+namespace
 {
-    Site *site = currentSite(server);
+struct Request {
+    Served *served;
+    Site *site;
+    const Template *tpl;
+    uint32_t offset;
+};
+} // namespace
+
+static Request readRequest(Server &server, const Json &parameters)
+{
+    const string path = pathOf(parameters.at("textDocument").at("uri"));
+    Request request = {&siteOf(server, path), nullptr, nullptr, 0};
+    Site *site = currentSite(server, *request.served);
     if (!site)
-        return nullptr;
-    const auto found =
-        site->templates.find(pathBelow(server, parameters.at("textDocument").at("uri")));
+        return request;
+    const auto found = site->templates.find(pathBelow(*request.served, path));
     if (found == site->templates.end())
-        return nullptr;
+        return request;
     const Json &position = parameters.at("position");
-    *offset = offsetOfUnits(*found->second, position.at("line").asCount(),
-                            position.at("character").asCount());
-    return found->second.get();
+    request.site = site;
+    request.tpl = found->second.get();
+    request.offset = offsetOfUnits(*request.tpl, position.at("line").asCount(),
+                                   position.at("character").asCount());
+    return request;
 }
 
-static Json locations(const Server &server, const std::vector<FilePlace> &places)
+static Json locations(const Served &served, const std::vector<FilePlace> &places)
 {
     Json list = Json::array();
     for (const FilePlace &place : places)
-        list.push_back({{"uri", uriOf(server, place.path, place.isTemplate)},
+        list.push_back({{"uri", uriOf(served, place.path, place.isTemplate)},
                         {"range", range(place.line, place.unit, place.line, place.endUnit)}});
     return list;
 }
 
 static Json hover(Server &server, const Json &parameters)
 {
-    uint32_t offset;
-    const Template *tpl = placeOfRequest(server, parameters, &offset);
-    const string text = tpl ? hoverText(*server.site, *tpl, findAt(*tpl, offset)) : string();
+    const Request about = readRequest(server, parameters);
+    const string text =
+        about.site ? hoverText(*about.site, *about.tpl, findAt(*about.tpl, about.offset)) : "";
     if (text.empty())
         return nullptr;
     return {{"contents", {{"kind", "markdown"}, {"value", text}}}};
@@ -288,35 +363,34 @@ static Json hover(Server &server, const Json &parameters)
 
 static Json definition(Server &server, const Json &parameters)
 {
-    uint32_t offset;
-    const Template *tpl = placeOfRequest(server, parameters, &offset);
-    if (!tpl)
+    const Request about = readRequest(server, parameters);
+    if (!about.site)
         return nullptr;
-    return locations(server, definitionsOf(*server.site, *tpl, findAt(*tpl, offset)));
+    return locations(*about.served,
+                     definitionsOf(*about.site, *about.tpl, findAt(*about.tpl, about.offset)));
 }
 
 static Json references(Server &server, const Json &parameters)
 {
-    uint32_t offset;
-    const Template *tpl = placeOfRequest(server, parameters, &offset);
-    if (!tpl)
+    const Request about = readRequest(server, parameters);
+    if (!about.site)
         return nullptr;
     const bool definitions =
         parameters.value("context", Json::object()).value("includeDeclaration", false);
-    return locations(server, referencesOf(*server.site, findAt(*tpl, offset), definitions));
+    return locations(*about.served,
+                     referencesOf(*about.site, findAt(*about.tpl, about.offset), definitions));
 }
 
 static Json completion(Server &server, const Json &parameters)
 {
-    uint32_t offset;
-    const Template *tpl = placeOfRequest(server, parameters, &offset);
-    if (!tpl)
+    const Request about = readRequest(server, parameters);
+    if (!about.site)
         return nullptr;
     uint32_t typed = 0;
     Json list = Json::array();
     const auto line = parameters.at("position").at("line").asCount();
     const auto unit = parameters.at("position").at("character").asCount();
-    const auto completions = completionsAt(*server.site, *tpl, offset, &typed);
+    const auto completions = completionsAt(*about.site, *about.tpl, about.offset, &typed);
     const Json place = range(line + 1, unit + 1 - std::min(typed, unit), line + 1, unit + 1);
     for (const Completion &item : completions)
         list.push_back({{"label", item.label},
@@ -328,13 +402,19 @@ static Json completion(Server &server, const Json &parameters)
 
 // ---- notifications ----
 
+static void readAnew(Served &served)
+{
+    served.site.reset();
+    served.changed = true;
+}
+
 static void setDocument(Server &server, const Json &uri, const string &text)
 {
-    const string path = pathBelow(server, uri);
-    server.options.unsaved[path] = text;
-    server.uris[path] = uri.asText();
-    server.site.reset();
-    server.changed = true;
+    const string path = pathOf(uri);
+    Served &served = siteOf(server, path);
+    served.texts[path] = text;
+    served.uris[path] = uri.asText();
+    readAnew(served);
 }
 
 static void didOpen(Server &server, const Json &parameters)
@@ -353,26 +433,64 @@ static void didChange(Server &server, const Json &parameters)
 
 static void didClose(Server &server, const Json &parameters)
 {
-    const string path = pathBelow(server, parameters.at("textDocument").at("uri"));
-    server.options.unsaved.erase(path);
-    server.uris.erase(path);
-    server.site.reset();
-    server.changed = true;
+    const Json &uri = parameters.at("textDocument").at("uri");
+    const string path = pathOf(uri);
+    Served &served = siteOf(server, path);
+    served.texts.erase(path);
+    served.uris.erase(path);
+    served.told.insert(uri.asText());
+    readAnew(served);
 }
 
-// Another file may have changed: texts, a template that is not open.
+// Takes back what was said of a site that is none any more.
+static void forgetSite(const Served &served)
+{
+    for (const string &uri : served.told)
+        notify("textDocument/publishDiagnostics", {{"uri", uri}, {"diagnostics", Json::array()}});
+}
+
+// Another file may have changed: texts, a template that is not open; or a site file, and then
+// documents may belong to another site.
 static void didSave(Server &server, const Json &)
 {
-    server.site.reset();
-    server.changed = true;
+    std::map<string, string> texts;
+    std::map<string, string> uris;
+    for (auto &[folder, served] : server.sites) {
+        texts.merge(served.texts);
+        uris.merge(served.uris);
+        readAnew(served);
+    }
+    for (auto &[path, text] : texts) {
+        Served &served = siteOf(server, path);
+        served.texts[path] = std::move(text);
+        served.uris[path] = uris[path];
+    }
+    std::erase_if(server.sites, [&](const auto &entry) {
+        const bool isGone = siteOf(server, entry.first + "/.").folder != entry.first;
+        if (isGone)
+            forgetSite(entry.second);
+        return isGone;
+    });
+}
+
+static void didChangeFolders(Server &server, const Json &parameters)
+{
+    const Json &event = parameters.at("event");
+    for (const Json &folder : event.value("removed", Json::array()))
+        std::erase(server.folders, pathOf(folder.at("uri")));
+    for (const Json &folder : event.value("added", Json::array()))
+        addFolder(server, folder.at("uri"));
+    if (server.folders.empty())
+        server.folders.push_back(resolved("."));
+    didSave(server, parameters);
 }
 
 // ---- dispatch ----
 
 namespace
 {
-struct Request {
-    const char *method;
+struct Method {
+    const char *name;
     Json (*run)(Server &, const Json &);
 };
 struct Notification {
@@ -381,7 +499,7 @@ struct Notification {
 };
 } // namespace
 
-static constexpr Request requests[] = {
+static constexpr Method requests[] = {
     {"initialize", initialize},
     {"textDocument/hover", hover},
     {"textDocument/definition", definition},
@@ -400,6 +518,7 @@ static constexpr Notification notifications[] = {
     {"textDocument/didClose", didClose},
     {"textDocument/didSave", didSave},
     {"workspace/didChangeWatchedFiles", didSave},
+    {"workspace/didChangeWorkspaceFolders", didChangeFolders},
 };
 
 static void handleRequest(Server &server, const string &method, const Json &id,
@@ -408,8 +527,8 @@ static void handleRequest(Server &server, const string &method, const Json &id,
     constexpr int notInitialized = -32002;
     if (!server.initialized && method != "initialize")
         return refuse(id, notInitialized, "initialize comes first");
-    for (const Request &request : requests)
-        if (method == request.method) {
+    for (const Method &request : requests)
+        if (method == request.name) {
             try {
                 answer(id, request.run(server, parameters));
             } catch (const JsonError &wrong) {
@@ -463,21 +582,30 @@ static bool handle(Server &server, const string &body)
     return true;
 }
 
-int serveLsp(SiteOptions options, bool ownRoot)
+// Sends what has changed, once no further message waits.
+static void tellChanges(Server &server)
 {
-    Server server = {
-        std::move(options), ownRoot, nullptr, true, false, false, {}, {}, false, {}, {}};
-    for (string *path : {&server.options.db})
+    for (auto &[folder, served] : server.sites)
+        if (served.changed && !inputWaits(server))
+            sendDiagnostics(server, served);
+}
+
+int serveLsp(GivenOptions given)
+{
+    Server server = {std::move(given), {}, {}, false, false, {}, false};
+    for (SiteDatabase &database : server.given.site.databases)
+        database.file.path = resolved(database.file.path);
+    for (string &path : server.given.site.texts)
+        path = resolved(path);
+    for (string *path : {&server.given.config, &server.given.site.docRoot})
         if (!path->empty())
             *path = resolved(*path);
-    for (string &path : server.options.texts)
-        path = resolved(path);
     string body;
     while (readMessage(server, &body)) {
         if (!handle(server, body))
             return server.stopping ? 0 : 1;
-        if (server.initialized && !server.stopping && server.changed && !inputWaits(server))
-            sendDiagnostics(server);
+        if (server.initialized && !server.stopping)
+            tellChanges(server);
     }
     return server.stopping && server.inputEnded ? 0 : 1;
 }

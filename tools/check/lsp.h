@@ -2,13 +2,13 @@
 #ifndef ORV_CHECK_LSP_H
 #define ORV_CHECK_LSP_H
 
-#include "site.h"
+#include "project.h"
 
-/* Serves on standard input and output until the client says exit or ends its output.
- * options: where the client's folder does not say otherwise. ownRoot: options names the
- * document root; else it is the client's folder.
+/* Serves on standard input and output until the client says exit or ends its output. Each
+ * document belongs to the site of the nearest site file above it, or else of the client's
+ * folder that it is in; a document root or a site file that is given makes one site of all.
  *
  * Returns the exit status: 0 after a shutdown, 1 without one. */
-int serveLsp(SiteOptions options, bool ownRoot);
+int serveLsp(GivenOptions given);
 
 #endif

@@ -2,9 +2,12 @@
 #include "report.h"
 
 #include <algorithm>
+#include <filesystem>
 
 using std::string;
 using std::string_view;
+
+namespace fs = std::filesystem;
 
 static uint32_t unitAt(const Template &tpl, uint32_t offset)
 {
@@ -131,6 +134,37 @@ Note noteAt(const Template &tpl, uint32_t offset, string text)
     return {tpl.path, place.line, place.column, unitAt(tpl, offset), std::move(text)};
 }
 
+bool isLookedFor(const SiteOptions &options, const Kind &kind)
+{
+    return !kind.isOff ||
+           std::any_of(options.rules.begin(), options.rules.end(),
+                       [&](const KindRule &rule) { return rule.kind == &kind && rule.grade; });
+}
+
+// Whether a rule's patterns fit a file: below the document root, or below the site file's folder.
+static bool isFor(const KindRule &rule, const Site &site, const string &path)
+{
+    if (rule.files.empty() || site.templates.contains(path))
+        return rule.files.empty() || fitsAny(rule.files, path);
+    const fs::path folder = fs::path(site.options.file).parent_path() / "";
+    return fitsAny(rule.files, fs::path(path).lexically_proximate(site.options.docRoot).string()) ||
+           fitsAny(rule.files, fs::path(path).lexically_proximate(folder).string());
+}
+
+static void gradeFindings(const Site &site, std::vector<Finding> *findings)
+{
+    std::erase_if(*findings, [&](Finding &finding) {
+        bool isOut = finding.kind->isOff;
+        for (const KindRule &rule : site.options.rules) {
+            if (rule.kind != finding.kind || !isFor(rule, site, finding.path))
+                continue;
+            isOut = !rule.grade;
+            finding.severity = rule.grade.value_or(finding.severity);
+        }
+        return isOut;
+    });
+}
+
 std::vector<Finding> checkSite(Site &site)
 {
     Report all(site);
@@ -141,10 +175,7 @@ std::vector<Finding> checkSite(Site &site)
     checkCommands(all);
     checkNames(all);
     checkHtml(all);
-    const auto &ignored = site.options.ignored;
-    std::erase_if(all.findings, [&](const Finding &finding) {
-        return std::find(ignored.begin(), ignored.end(), finding.kind) != ignored.end();
-    });
+    gradeFindings(site, &all.findings);
     sortFindings(&all.findings);
     return std::move(all.findings);
 }

@@ -39,6 +39,9 @@ void reportLine(Report &report, const std::string &path, uint32_t line, const ch
 /* A note about a place in a template. */
 Note noteAt(const Template &tpl, uint32_t offset, std::string text);
 
+/* Whether a kind is not off everywhere. */
+bool isLookedFor(const SiteOptions &options, const Kind &kind);
+
 /* The rules, each for the whole site. */
 void checkSyntax(Report &all);
 void checkIncludes(Report &all);
@@ -48,7 +51,7 @@ void checkCommands(Report &all);
 void checkNames(Report &all);
 void checkHtml(Report &all);
 
-/* All of them, sorted, without the kinds that the site's options leave out. */
+/* All of them, sorted, graded as the site's options say and without what they leave out. */
 std::vector<Finding> checkSite(Site &site);
 
 #endif

@@ -11,6 +11,7 @@
 
 #include "assemble.h"
 #include "grammar/commands.h"
+#include "listing.h"
 #include "tools/common/files.h"
 
 using std::string;
@@ -321,65 +322,86 @@ static void loadIncluded(Site *site, const std::function<void(size_t)> &progress
     }
 }
 
-static bool hasSuffix(const string &path, std::initializer_list<const char *> suffixes)
+// ---- which templates are pages ----
+
+// Whether another template includes this one.
+static std::set<string> includedByOthers(const Site &site)
 {
-    return std::any_of(suffixes.begin(), suffixes.end(),
-                       [&](const char *suffix) { return path.ends_with(suffix); });
+    std::set<string> included;
+    for (const auto &[from, uses] : site.includes)
+        for (const PathUse &use : uses)
+            for (const string &path : use.paths)
+                if (path != from)
+                    included.insert(path);
+    return included;
 }
 
-// All files below the document root, as paths below it.
-static bool listFiles(const Site &site, std::vector<string> *files, string *problem)
+// Marks what a template includes, and what that does.
+static void reach(const Site &site, const string &path, std::set<string> *reached)
 {
-    std::error_code error;
-    const fs::path root = site.options.docRoot;
-    for (auto it = fs::recursive_directory_iterator(
-             root, fs::directory_options::skip_permission_denied, error);
-         !error && it != fs::recursive_directory_iterator(); it.increment(error)) {
-        if (it->path().filename().string().starts_with(".")) {
-            it.disable_recursion_pending();
+    std::vector<string> open = {path};
+    while (!open.empty()) {
+        const string at = std::move(open.back());
+        open.pop_back();
+        const auto uses = site.includes.find(at);
+        if (uses == site.includes.end() || !reached->insert(at).second)
             continue;
-        }
-        std::error_code unreadable;
-        if (it->is_regular_file(unreadable))
-            files->push_back(it->path().lexically_relative(root).generic_string());
-    }
-    if (error)
-        *problem = "cannot read " + site.options.docRoot + ": " + error.message();
-    std::sort(files->begin(), files->end());
-    return !error;
-}
-
-// The fields of files that no page includes: their texts are used, perhaps.
-static void readOthers(Site *site, const std::vector<string> &files)
-{
-    for (const string &path : files) {
-        string bytes;
-        if (site->templates.contains(path) ||
-            !hasSuffix(path, {".htm", ".html", ".frm", ".inc", ".js", ".css", ".json", ".xml",
-                              ".svg", ".txt"}) ||
-            !readFile(site, path, &bytes))
-            continue;
-        for (size_t at = 0; (at = bytes.find("{?", at)) != string::npos; at += 2) {
-            size_t end = at + 2;
-            end = idEnd(bytes, end);
-            if (bytes.compare(end, 2, "?}") == 0)
-                site->otherFields.insert(bytes.substr(at + 2, end - at - 2));
-        }
+        for (const PathUse &use : uses->second)
+            open.insert(open.end(), use.paths.begin(), use.paths.end());
     }
 }
 
-static bool loadPages(Site *site, string *problem, const std::function<void(size_t)> &progress)
+// The pages are the templates that no other includes. Of a ring of such as include each
+// other one is a page, that whose name is a page's.
+static void choosePages(Site *site, const std::vector<string> &templates)
 {
-    const bool all = site->options.templates.empty();
-    if (!listFiles(*site, &site->files, problem))
-        return false;
-    for (const string &path : site->files)
-        if (all && hasSuffix(path, {".htm"}))
+    const std::set<string> included = includedByOthers(*site);
+    std::set<string> reached;
+    std::vector<string> rest;
+    for (const string &path : templates) {
+        if (included.contains(path)) {
+            rest.push_back(path);
+            continue;
+        }
+        site->pages.push_back(path);
+        reach(*site, path, &reached);
+    }
+    std::stable_partition(rest.begin(), rest.end(),
+                          [](const string &path) { return path.ends_with(".htm"); });
+    for (const string &path : rest)
+        if (!reached.contains(path)) {
             site->pages.push_back(path);
-    if (!all)
-        site->pages = site->options.templates;
-    for (const string &path : site->pages) {
-        if (!load(site, path, true)) {
+            reach(*site, path, &reached);
+        }
+    std::sort(site->pages.begin(), site->pages.end());
+}
+
+// The files that are looked at as templates: those that were named, or all there are.
+static std::vector<string> templateFiles(const Site &site)
+{
+    const SiteOptions &options = site.options;
+    if (!options.templates.empty())
+        return options.templates;
+    std::vector<string> paths;
+    for (const string &path : site.files)
+        if (!fitsAny(options.exclude, path) &&
+            (fitsAny(options.pages, path) || options.unsaved.contains(path) ||
+             isTemplateFile(options.docRoot, path)))
+            paths.push_back(path);
+    for (const auto &[path, content] : options.unsaved) // of files that are new
+        if (!std::binary_search(site.files.begin(), site.files.end(), path))
+            paths.push_back(path);
+    return paths;
+}
+
+// Reads templates and all that they include. pieces: those that others include, which run
+// inside a page. Returns false with a problem.
+static bool loadTemplates(Site *site, const std::vector<string> &paths,
+                          const std::set<string> &pieces, string *problem,
+                          const std::function<void(size_t)> &progress)
+{
+    for (const string &path : paths) {
+        if (!load(site, path, !pieces.contains(path))) {
             *problem = site->problem.empty() ? "cannot read template " + path : site->problem;
             return false;
         }
@@ -387,14 +409,43 @@ static bool loadPages(Site *site, string *problem, const std::function<void(size
             progress(site->templates.size());
     }
     loadIncluded(site, progress);
-    for (const auto &[path, content] : site->options.unsaved) // not included by any page
-        if (!site->templates.contains(path) && load(site, path, true))
-            site->pages.push_back(path);
-    loadIncluded(site, progress);
-    if (all && !site->languages.empty())
-        readOthers(site, site->files);
     *problem = site->problem;
     return problem->empty();
+}
+
+static bool loadPages(Site *site, string *problem, const std::function<void(size_t)> &progress)
+{
+    SiteOptions &options = site->options;
+    if (!listFiles(options.docRoot, &site->files, problem))
+        return false;
+    const std::vector<string> paths = templateFiles(*site);
+    if (!loadTemplates(site, paths, {}, problem, progress))
+        return false;
+    if (!options.templates.empty()) {
+        site->pages = options.templates;
+        return true;
+    }
+    // Where a page would end, a piece goes on.
+    std::set<string> pieces = includedByOthers(*site);
+    std::erase_if(pieces, [&](const string &path) { return fitsAny(options.pages, path); });
+    const bool isOtherwise = std::any_of(pieces.begin(), pieces.end(), [&](const string &path) {
+        const std::vector<Mistake> &mistakes = site->mistakes[path];
+        return std::any_of(mistakes.begin(), mistakes.end(), [](const Mistake &mistake) {
+            return mistake.kind == string_view("gives-up");
+        });
+    });
+    if (isOtherwise) {
+        static_cast<Collected &>(*site) = {};
+        if (!loadTemplates(site, paths, pieces, problem, progress))
+            return false;
+    }
+    if (options.pages.empty())
+        choosePages(site, paths);
+    else
+        for (const string &path : paths)
+            if (fitsAny(options.pages, path))
+                site->pages.push_back(path);
+    return true;
 }
 
 bool loadSite(SiteOptions options, Site *site, string *problem,
@@ -422,12 +473,10 @@ bool loadSite(SiteOptions options, Site *site, string *problem,
         if (site->textFaults.size() == faults)
             site->languages.push_back(std::move(language));
     }
-    if (!site->options.db.empty()) {
-        site->database = openDatabase(site->options.db, problem);
-        if (!site->database) {
-            *problem = "cannot read database " + site->options.db + ": " + *problem;
+    if (!site->options.databases.empty()) {
+        site->database = openDatabases(site->options.databases, site->options.functions, problem);
+        if (!site->database)
             return false;
-        }
     }
     return loadPages(site, problem, progress);
 }

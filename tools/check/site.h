@@ -9,6 +9,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <optional>
 #include <set>
 #include <string>
 #include <string_view>
@@ -56,15 +57,25 @@ struct PathUse {
     bool conditional;               // inside a body
 };
 
+// How findings of a kind are taken, in some files or everywhere.
+struct KindRule {
+    const Kind *kind;
+    std::optional<Grade> grade;     // none leaves them out
+    std::vector<std::string> files; // patterns; empty for all files
+};
+
 struct SiteOptions {
+    std::string file; // orv-check.json, from which some of this is; empty without one
     std::string docRoot = ".";
-    std::string db;                             // empty for none
-    std::vector<std::string> texts;             // files
-    std::vector<std::string> set;               // variables that the web program sets
-    std::vector<std::string> safe;              // such ones whose values are safe anywhere
-    std::vector<const Kind *> ignored;          // kinds that are left out
-    std::vector<const Kind *> also;             // kinds that are off and are to be found
-    std::vector<std::string> templates;         // paths below docRoot; empty for all
+    std::vector<SiteDatabase> databases; // none, or one of them is "main"
+    std::vector<SiteFunction> functions; // that the host adds to SQL
+    std::vector<std::string> texts;      // files
+    std::vector<std::string> set;        // variables that the web program sets
+    std::vector<std::string> safe;       // such ones whose values are safe anywhere
+    std::vector<KindRule> rules;         // the last that fits counts
+    std::vector<std::string> pages;      // patterns; empty for templates that no other includes
+    std::vector<std::string> exclude;    // patterns of files that are not looked at
+    std::vector<std::string> templates;  // the pages, paths below docRoot; empty for all
     std::map<std::string, std::string> unsaved; // contents that stand for files, by path
 };
 
@@ -76,10 +87,8 @@ struct QueryPlace {
 
 struct RowsOf;
 
-struct Site {
-    SiteOptions options;
-    std::vector<std::string> pages;                             // paths, ascending
-    std::vector<std::string> files;                             // all below the document root
+// What templates set, read, send and include.
+struct Collected {
     std::map<std::string, std::unique_ptr<Template>> templates; // all that were read, by path
     std::map<std::string, std::vector<Mistake>> mistakes;   // of the syntax, by the template's path
     std::map<const Template *, std::vector<Span>> doubtful; // as of Mended
@@ -87,18 +96,24 @@ struct Site {
     std::map<std::string, std::vector<PathUse>> includes; // by the including template's path
     std::vector<PathUse> encoded;                         // base64 commands
     std::map<std::string, Variable, std::less<>> variables; // by key
-    std::set<std::string, std::less<>> fromWeb;             // names that --set and --safe give
-    std::set<std::string, std::less<>> safe;                // those of --safe
     std::set<std::string, std::less<>> fromForms;           // names that forms and links send
     // What a name begins and ends with that a form's field is computed to have.
     std::vector<std::pair<std::string, std::string>> formPatterns;
-    std::vector<Language> languages;   // those without a mistake
-    std::vector<TextFault> textFaults; // of the others
-    std::string problem;               // why a template could not be read to its end
     std::map<std::string, std::vector<FieldUse>, std::less<>> fields; // by id
-    std::set<std::string, std::less<>> otherFields; // ids in files that no page includes
-    std::unique_ptr<Database> database;             // null without one
+    std::set<std::string, std::less<>> otherFields; // ids in commands that are left out
     std::unordered_map<const Command *, QueryPlace> queries;
+};
+
+struct Site : Collected {
+    SiteOptions options;
+    std::vector<std::string> pages;             // paths, ascending
+    std::vector<std::string> files;             // all below the document root
+    std::set<std::string, std::less<>> fromWeb; // names that --set and --safe give
+    std::set<std::string, std::less<>> safe;    // those of --safe
+    std::vector<Language> languages;            // those without a mistake
+    std::vector<TextFault> textFaults;          // of the others
+    std::string problem;                        // why a template could not be read to its end
+    std::unique_ptr<Database> database;         // null without one
     // Worked out when first asked for.
     std::unordered_map<const Command *, std::shared_ptr<RowsOf>> rows;
     std::map<std::string, uint8_t, std::less<>> holds; // VALUE_ bits of variables

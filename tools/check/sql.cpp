@@ -2,9 +2,7 @@
  * for the places that SQLite does not tell. */
 #include "sql.h"
 
-#include <limits.h>
 #include <sqlite3.h>
-#include <stdlib.h>
 #include <string.h>
 
 #include <algorithm>
@@ -133,55 +131,28 @@ bool inSqlString(string_view before)
     return count % 2 == 0;
 }
 
+// The first word of a statement, in small letters; empty when it begins with none.
+static string firstWord(string_view sql)
+{
+    const std::vector<SqlPiece> pieces = scanSql(sql);
+    if (pieces.empty() || pieces[0].token != SqlToken::WORD)
+        return "";
+    return lowered(sql.substr(pieces[0].at, pieces[0].end - pieces[0].at));
+}
+
+bool isAboutRows(string_view sql)
+{
+    return isOneOf(firstWord(sql),
+                   {"select", "with", "insert", "update", "delete", "replace", "values"});
+}
+
 bool looksLikeSql(string_view text)
 {
-    const std::vector<SqlPiece> pieces = scanSql(text);
-    if (pieces.empty() || pieces[0].token != SqlToken::WORD)
-        return false;
-    const string first = lowered(text.substr(pieces[0].at, pieces[0].end - pieces[0].at));
-    return isOneOf(first, {"select", "with", "insert", "update", "delete", "replace", "values",
-                           "create", "drop", "alter", "pragma", "attach", "explain"});
+    return isAboutRows(text) ||
+           isOneOf(firstWord(text), {"create", "drop", "alter", "pragma", "attach", "explain"});
 }
 
-// ---- the database ----
-
-Database::~Database()
-{
-    sqlite3_close(db);
-}
-
-// Named in programs, a function of any number of arguments does not tell how many it is
-// given; one that is made for a number of them does. They are not called.
-static void tellArguments(sqlite3 *db)
-{
-    constexpr int most = 9;
-    for (const char *name : {"max", "min"})
-        for (int count = 2; count <= most; ++count)
-            sqlite3_create_function(
-                db, name, count, SQLITE_UTF8 | SQLITE_DETERMINISTIC, nullptr,
-                [](sqlite3_context *context, int, sqlite3_value **) {
-                    sqlite3_result_null(context);
-                },
-                nullptr, nullptr);
-}
-
-std::unique_ptr<Database> openDatabase(const string &path, string *problem)
-{
-    // An absolute path cannot be taken for one of SQLite's special names.
-    char resolved[PATH_MAX];
-    if (!realpath(path.c_str(), resolved)) {
-        *problem = strerror(errno);
-        return nullptr;
-    }
-    auto database = std::make_unique<Database>();
-    if (sqlite3_open_v2(resolved, &database->db, SQLITE_OPEN_READONLY, nullptr) != SQLITE_OK ||
-        !readStored(database->db, &database->stored)) {
-        *problem = sqlite3_errmsg(database->db);
-        return nullptr;
-    }
-    tellArguments(database->db);
-    return database;
-}
+// ---- what the database makes of a query ----
 
 static void readParameters(const string &query, SqlAnswer *answer)
 {
@@ -203,7 +174,7 @@ static void readResult(const Database &database, sqlite3_stmt *statement, const 
                        SqlAnswer *answer)
 {
     const auto count = static_cast<size_t>(sqlite3_column_count(statement));
-    const auto values = valuesOf(database.db, database.stored, query, count);
+    const auto values = valuesOf(database.db, database.known, query, count);
     for (size_t i = 0; i < count; ++i) {
         const char *name = sqlite3_column_name(statement, static_cast<int>(i));
         const char *type = sqlite3_column_decltype(statement, static_cast<int>(i));
@@ -216,10 +187,7 @@ static void readResult(const Database &database, sqlite3_stmt *statement, const 
 // Whether a statement does more than read, counting what cannot be prepared here.
 static bool writesByWord(string_view query)
 {
-    const std::vector<SqlPiece> pieces = scanSql(query);
-    if (pieces.empty())
-        return false;
-    return isOneOf(lowered(query.substr(pieces[0].at, pieces[0].end - pieces[0].at)),
+    return isOneOf(firstWord(query),
                    {"insert", "update", "delete", "replace", "create", "drop", "alter", "attach",
                     "detach", "vacuum", "reindex", "begin", "commit"});
 }

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "columns.h"
+#include "tools/common/sitefile.h"
 
 struct SqlColumn {
     std::string name;
@@ -37,7 +38,7 @@ struct SqlAnswer {
 
 struct Database {
     sqlite3 *db = nullptr; // owned
-    StoredValues stored;
+    KnownValues known;
     std::map<std::string, SqlAnswer> answers; // by query
 
     Database() = default;
@@ -46,9 +47,13 @@ struct Database {
     ~Database();
 };
 
-/* Opens a database read-only and reads its schema. Null, with the reason in problem,
+/* Opens the databases of a site read-only, attached under their names, and reads their schemas.
+ * A script, whose name ends in .sql, makes one in memory: what it puts into tables is left
+ * out. functions: that the host adds; none is ever called. Null, with the reason in problem,
  * when that is not possible. */
-std::unique_ptr<Database> openDatabase(const std::string &path, std::string *problem);
+std::unique_ptr<Database> openDatabases(const std::vector<SiteDatabase> &databases,
+                                        const std::vector<SiteFunction> &functions,
+                                        std::string *problem);
 
 /* What the database makes of a query; kept, and good as long as the database is. */
 const SqlAnswer &prepareQuery(Database *database, const std::string &query);
@@ -64,6 +69,9 @@ std::vector<SqlPiece> scanSql(std::string_view sql);
 
 /* Whether an offset stands inside a string of the text in front of it. */
 bool inSqlString(std::string_view before);
+
+/* Whether a statement's first word is one of those that change rows, or read them. */
+bool isAboutRows(std::string_view sql);
 
 /* Whether a text looks like SQL: by its first word. */
 bool looksLikeSql(std::string_view text);

@@ -27,9 +27,17 @@ struct Reader {
     SiteFile *site;
     fs::path folder; // of the file, empty for the working directory
 
+    // As short as it can be written from the working directory.
+    string shortened(const string &path) const
+    {
+        std::error_code error;
+        const fs::path here = fs::current_path(error);
+        const fs::path whole = (here / folder / path / "").lexically_normal().parent_path();
+        return folder.is_absolute() || error ? whole : whole.lexically_proximate(here);
+    }
     SitePath pathOf(const Json &value) const
     {
-        return {(folder / value.text).lexically_normal().string(), value.line};
+        return {shortened(value.text), value.line};
     }
 };
 
@@ -236,7 +244,9 @@ string findSiteFile(const string &folder)
             return "";
         const fs::path file = at / SITE_FILE;
         if (fs::is_regular_file(file, error))
-            return file.lexically_proximate(fs::current_path(error));
+            return fs::path(folder).is_absolute()
+                       ? file
+                       : file.lexically_proximate(fs::current_path(error));
         error.clear();
         if (!at.has_relative_path())
             return "";
@@ -252,7 +262,7 @@ bool readSiteFile(const string &path, SiteFile *site, string *problem)
     }
     site->path = path;
     const Reader reader = {site, fs::path(path).parent_path()};
-    site->docRoot.path = (reader.folder / ".").lexically_normal().string();
+    site->docRoot.path = reader.shortened(".");
     Json whole;
     if (!readJsonFile(bytes, &whole, problem)) {
         *problem = path + ":" + *problem;

@@ -77,7 +77,8 @@ struct SiteFile {
     std::vector<std::string> exclude; // patterns of files that are not looked at
 };
 
-/* The site file of a folder or of the nearest folder above that has one; empty for none. */
+/* The site file of a folder or of the nearest folder above that has one; empty for none. It is
+ * absolute where folder is, and begins at the working directory elsewhere. */
 std::string findSiteFile(const std::string &folder);
 
 /* Reads a site file. Returns false, with the reason and its place in problem, when it cannot
