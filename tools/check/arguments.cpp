@@ -253,7 +253,8 @@ static std::set<string> otherFiles(const SiteOptions &options)
     for (const string &path : options.texts)
         files.insert(realPath(path));
     for (const SiteDatabase &database : options.databases)
-        files.insert(realPath(database.file.path));
+        for (const string &path : databaseFiles(database))
+            files.insert(realPath(path));
     return files;
 }
 

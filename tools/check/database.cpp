@@ -77,10 +77,11 @@ static bool runScript(sqlite3 *db, const string &script, string *problem)
             }
         sqlite3_finalize(statement);
         if (status != SQLITE_OK && status != SQLITE_DONE) {
+            // Where no word is told it is the statement.
             const auto begin = static_cast<size_t>(at - script.c_str());
-            const size_t word = std::min(script.find_first_not_of(" \t\r\n", begin), begin);
-            *problem =
-                lineOf(script, word + static_cast<size_t>(offset)) + ": " + sqlite3_errmsg(db);
+            const size_t place = offset > 0 ? begin + static_cast<size_t>(offset)
+                                            : script.find_first_not_of(" \t\r\n", begin);
+            *problem = lineOf(script, std::min(place, script.size())) + ": " + sqlite3_errmsg(db);
             return false;
         }
         at = next;
@@ -88,34 +89,44 @@ static bool runScript(sqlite3 *db, const string &script, string *problem)
     return true;
 }
 
-// Puts what a script makes in the place of a connection's database. Returns false with the
-// place and the reason.
+// Runs the scripts of a database, the one after the other. Returns false with the place and the
+// reason.
+static bool runScripts(sqlite3 *db, const SiteDatabase &database, string *problem)
+{
+    for (const string &path : databaseFiles(database)) {
+        string script;
+        if (!readBytes(path.c_str(), &script)) {
+            *problem = "cannot read " + path + ": " + strerror(errno);
+            return false;
+        }
+        if (!runScript(db, script, problem)) {
+            *problem = path + ":" + *problem;
+            return false;
+        }
+    }
+    return true;
+}
+
+// Puts what scripts make in the place of a connection's database. Returns false with the place
+// and the reason.
 static bool makeDatabase(sqlite3 *db, const SiteDatabase &database,
                          const std::vector<SiteFunction> &functions, string *problem)
 {
-    const string &path = database.file.path;
-    string script;
-    if (!readBytes(path.c_str(), &script)) {
-        *problem = "cannot read " + path + ": " + strerror(errno);
-        return false;
-    }
     sqlite3 *made = nullptr;
     sqlite3_open(":memory:", &made);
     addFunctions(made, functions);
     sqlite3_set_authorizer(made, allow, nullptr);
-    const bool isMade = runScript(made, script, problem);
+    const bool isMade = runScripts(made, database, problem);
     sqlite3_int64 size = 0;
     unsigned char *const bytes = isMade ? sqlite3_serialize(made, "main", &size, 0) : nullptr;
     sqlite3_close(made);
-    if (!isMade) {
-        *problem = path + ":" + *problem;
-        return false;
-    }
+    if (!isMade || (!bytes && size == 0)) // one without a table has no bytes
+        return isMade;
     constexpr unsigned flags = SQLITE_DESERIALIZE_FREEONCLOSE | SQLITE_DESERIALIZE_READONLY;
-    if (!bytes ||
+    if (bytes &&
         sqlite3_deserialize(db, database.name.c_str(), bytes, size, size, flags) == SQLITE_OK)
         return true;
-    *problem = "cannot make the database of " + path + ": " + sqlite3_errmsg(db);
+    *problem = "cannot make the database of " + database.file.path + ": " + sqlite3_errmsg(db);
     return false;
 }
 

@@ -279,12 +279,30 @@ bool readSiteFile(const string &path, SiteFile *site, string *problem)
     return true;
 }
 
+std::vector<string> databaseFiles(const SiteDatabase &database)
+{
+    const fs::path path = database.file.path;
+    const string name = path.filename();
+    if (name.find_first_of("*?") == string::npos)
+        return {path};
+    std::vector<string> files;
+    std::error_code error;
+    const fs::path folder = path.parent_path();
+    for (const auto &entry : fs::directory_iterator(folder.empty() ? "." : folder, error))
+        if (fnmatch(name.c_str(), entry.path().filename().c_str(), 0) == 0)
+            files.push_back(folder / entry.path().filename());
+    std::sort(files.begin(), files.end());
+    return files;
+}
+
 bool findMissing(const SiteFile &site, string *problem)
 {
     std::vector<SitePath> files = site.texts;
     files.insert(files.end(), site.setFrom.begin(), site.setFrom.end());
-    for (const SiteDatabase &database : site.databases)
-        files.push_back(database.file);
+    for (const SiteDatabase &database : site.databases) {
+        const std::vector<string> scripts = databaseFiles(database);
+        files.push_back({scripts.empty() ? database.file.path : scripts[0], database.file.line});
+    }
     std::sort(files.begin(), files.end(),
               [](const SitePath &a, const SitePath &b) { return a.line < b.line; });
     std::error_code error;

@@ -32,10 +32,10 @@ struct SitePath {
     uint32_t line = 0;
 };
 
-// An SQLite database, or a script whose name ends in .sql that makes one.
+// An SQLite database, or scripts whose names end in .sql that make one.
 struct SiteDatabase {
     std::string name; // under which it is attached; "main" is the one that is opened
-    SitePath file;
+    SitePath file;    // * and ? in the file's name stand for several, see databaseFiles
 };
 
 // A function that the host adds to SQL.
@@ -85,6 +85,10 @@ std::string findSiteFile(const std::string &folder);
  * be read, is no JSON or holds what no site file does; *site is then of no use. Comments as
  * in C++ are allowed in it. That its files are there is not looked at. */
 bool readSiteFile(const std::string &path, SiteFile *site, std::string *problem);
+
+/* The files of a database: the one that is named, or all that fit its pattern, in the order of
+ * their names, none perhaps. */
+std::vector<std::string> databaseFiles(const SiteDatabase &database);
 
 /* Whether the document root is a folder and all other files are there that it names. Returns
  * false, with the first that is not and its place in problem. */
