@@ -4,7 +4,7 @@ by keyboard, on a phone and on a desk, in each language, with script and without
 
 Runs under scripts/serve.sh. At the end it looks at all that the browser has complained about.
 An accessibility checker, axe-core, looks at each page; npm puts it into AXE-FOLDER."""
-import fcntl, os, re, subprocess, sys, tempfile, time
+import os, re, subprocess, sys, tempfile, time
 from chromium import *
 from visitor import *
 
@@ -18,9 +18,6 @@ TAB, ENTER, SPACE, DOWN, DELETE = "\ue004", "\ue007", " ", "\ue015", "\ue017"
 DEVICES = """select name, network, ip, mac from device_list """
 CELLS = """return [...document.querySelector('tbody').rows]
 .map(row => [...row.cells].slice(0, 4).map(cell => cell.textContent))"""
-AXE = """const done = arguments[arguments.length - 1];
-axe.run().then(result => done([result.passes.length > 9, ...result.violations.map(
-    v => v.id + ': ' + v.nodes.map(n => n.html).join(' | '))]))"""
 AXE_FOLDER, *LANGUAGES = sys.argv[1:]
 
 
@@ -84,9 +81,7 @@ def check_page(page, where):
         "return [...document.querySelectorAll('body *')].filter(e => e.childElementCount === 0"
         " && e.textContent.trim() && e.getBoundingClientRect().width > 0"
         " && parseFloat(getComputedStyle(e).fontSize) < 12).map(e => e.outerHTML)"))
-    with open(AXE_FOLDER + "/node_modules/axe-core/axe.min.js", encoding="utf-8") as axe:
-        run(axe.read())
-    check(what + ": accessibility", [True], run(AXE, kind="async"))
+    check(what + ": accessibility", [True], find_barriers(AXE_FOLDER))
     source = run("return fetch(location.href).then(answer => answer.text())")
     tidy = subprocess.run(["tidy", "-quiet", "-errors", "-utf8"], input=source.encode(),
                           capture_output=True, check=False)
@@ -296,11 +291,6 @@ def check_site():
                              and not re.search(statuses, entry["message"])])
 
 
-os.makedirs(AXE_FOLDER, exist_ok=True)
-with open(AXE_FOLDER + "/lock", "w") as lock:  # another language's test may be as far
-    fcntl.flock(lock, fcntl.LOCK_EX)
-    if not os.path.exists(AXE_FOLDER + "/node_modules/axe-core"):
-        subprocess.run(["npm", "install", "--silent", "--no-audit", "--no-fund", "--prefix",
-                        AXE_FOLDER, "axe-core@4"], check=True)
+install_axe(AXE_FOLDER)
 with_browser(check_site)
 sys.exit(bool(failed))

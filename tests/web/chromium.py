@@ -1,6 +1,6 @@
 """tests/web/chromium.py - headless Chromium on the demo site that scripts/serve.sh runs. Speaks
 WebDriver to chromedriver, which speaks to the browser."""
-import json, re, subprocess, tempfile, urllib.request
+import fcntl, json, os, re, subprocess, tempfile, urllib.request
 from visitor import SITE
 
 FLAGS = """--headless --no-sandbox --disable-gpu --disable-quic --no-first-run --lang=en
@@ -49,6 +49,25 @@ def device(name, **parameters):
 def resize(width, height):
     device("setDeviceMetricsOverride", width=width, height=height, deviceScaleFactor=1,
            mobile=width < 500)
+
+
+def install_axe(folder):
+    """Has npm put axe-core, an accessibility checker, into a folder, unless it is there."""
+    os.makedirs(folder, exist_ok=True)
+    with open(folder + "/lock", "w", encoding="ascii") as lock:  # another test may be as far
+        fcntl.flock(lock, fcntl.LOCK_EX)
+        if not os.path.exists(folder + "/node_modules/axe-core"):
+            subprocess.run(["npm", "install", "--silent", "--no-audit", "--no-fund", "--prefix",
+                            folder, "axe-core@4"], check=True)
+
+
+def find_barriers(folder):
+    """Whether axe-core has looked at the page, and what it has found."""
+    with open(folder + "/node_modules/axe-core/axe.min.js", encoding="utf-8") as axe:
+        run(axe.read())
+    return run("""const done = arguments[arguments.length - 1];
+axe.run().then(result => done([result.passes.length > 9, ...result.violations.map(
+    v => v.id + ': ' + v.nodes.map(n => n.html).join(' | '))]))""", kind="async")
 
 
 def with_browser(action, *flags):

@@ -1,4 +1,4 @@
-/* tools/preview/answer.cpp - see the header.
+/* tools/preview/answer.cpp - what is sent for each address.
  *
  * Pages come as the web program would send them, and the bar behind them. Everything is
  * read below the site's folder; a name with a dot in front, and a link that leads out,
@@ -8,6 +8,8 @@
 
 #include <dirent.h>
 #include <errno.h>
+#include <fcntl.h>
+#include <limits.h>
 #include <poll.h>
 #include <signal.h>
 #include <stdio.h>
@@ -15,7 +17,10 @@
 #include <string.h>
 #include <sys/inotify.h>
 #include <sys/stat.h>
+#include <unistd.h>
 #include <algorithm>
+#include <initializer_list>
+#include <optional>
 
 #include "config.h"
 #include "embedded.h"
@@ -24,6 +29,7 @@
 #include "pages.h"
 #include "report.h"
 #include "request.h"
+#include "tools/common/files.h"
 #include "trace.h"
 
 using std::string;
@@ -52,6 +58,7 @@ struct Job {
     string generation;
     Request request;
     Trace trace;
+    string headers; // further ones of the answer
 };
 } // namespace
 
@@ -73,8 +80,9 @@ static int answer(const Job &job, const char *status, string_view type, string_v
                   const string &headers = "")
 {
     printf("Status: %s\r\nContent-Type: %.*s\r\nCache-Control: no-store\r\n"
-           "X-Content-Type-Options: nosniff\r\n%s\r\n",
-           status, static_cast<int>(type.size()), type.data(), headers.c_str());
+           "X-Content-Type-Options: nosniff\r\n%s%s\r\n",
+           status, static_cast<int>(type.size()), type.data(), job.headers.c_str(),
+           headers.c_str());
     if (!job.request.isHead())
         fwrite(body.data(), 1, body.size(), stdout);
     return fflush(stdout) == 0 ? 0 : 1;
@@ -157,6 +165,52 @@ static bool isTemplate(const Job &job, const string &path)
     return false;
 }
 
+// ---- Switches, which hold for one tab ----
+
+// The cookies are those of all ports of this machine.
+static string cookieName(const Job &job, const char *kind)
+{
+    return string("orv") + kind + std::to_string(job.config.port);
+}
+
+// Whether the browser shows what it asks for as the page of a tab.
+static bool isTab()
+{
+    return strcmp(fromEnvironment("HTTP_SEC_FETCH_DEST"), "document") == 0;
+}
+
+// Reads what the tab has chosen. Its bar sets a cookie for as long as another page of it is on
+// its way; what pages load, or fetch, is told by one that the tab's last page was sent with.
+static void readSwitches(Job &job)
+{
+    const string_view cookies = fromEnvironment("HTTP_COOKIE");
+    string_view chosen = findCookie(cookies, cookieName(job, "tab"));
+    if (chosen.empty() && !isTab())
+        chosen = findCookie(cookies, cookieName(job, "page"));
+    job.switches.error = job.config.error;
+    std::vector<FormField> fields;
+    if (chosen.empty() || decodeForm(chosen, fields) != FORM_DONE)
+        return;
+    const auto field = [&](const char *name) {
+        const string *found = findField(fields, name);
+        return found ? *found : "";
+    };
+    job.switches.language = field("language");
+    job.switches.error = field("error");
+    const long marks = strtol(field("marks").c_str(), nullptr, 10);
+    job.switches.marks = static_cast<int>(std::clamp(marks, 0L, 2L));
+}
+
+static void sendSwitches(Job &job)
+{
+    const Switches &switches = job.switches;
+    if (isTab())
+        job.headers += "Set-Cookie: " + cookieName(job, "page") + "=" +
+                       encodeField({"language", switches.language}) + "&" +
+                       encodeField({"marks", std::to_string(switches.marks)}) + "&" +
+                       encodeField({"error", switches.error}) + "; Path=/; SameSite=Strict\r\n";
+}
+
 // ---- Pages, with the bar ----
 
 // Whether the browser shows what it asks for as a page, in a window or a frame. Browsers that
@@ -191,9 +245,10 @@ static int answerPage(const Job &job, const char *status, const string &page, Re
     return answer(job, status, type, body);
 }
 
-static ReportSetting settingOf(const Job &job, const string &page)
+static ReportSetting settingOf(Job &job, const string &page)
 {
     ReportSetting setting{job.config, job.switches, job.generation, page, "", ""};
+    sendSwitches(job);
     setting.isPosted = job.request.method == "POST";
     readWhole(job.work + "/findings", setting.findings);
     return setting;
@@ -202,10 +257,13 @@ static ReportSetting settingOf(const Job &job, const string &page)
 // Answers why there is no page, which is the first of the errors that its bar tells.
 static int answerTrouble(Job &job, const char *status, const Trouble &trouble)
 {
-    job.trace.messages.insert(
-        job.trace.messages.begin(),
-        {ORV_LOG_ERROR, trouble.place, trouble.title + ". " + trouble.text, trouble.hint, "", {}});
-    return answerPage(job, status, troublePage(trouble), settingOf(job, trouble.place.file));
+    job.trace.messages.insert(job.trace.messages.begin(),
+                              {ORV_LOG_ERROR, trouble.place, trouble.title + ". " + trouble.text,
+                               trouble.hint, trouble.topic, trouble.log});
+    ReportSetting setting = settingOf(job, trouble.place.file);
+    setting.isTrouble = true;
+    Sources sources = {job.config.docRoot, {}};
+    return answerPage(job, status, troublePage(trouble, sources), setting);
 }
 
 // The page's language is that of the request, and stays: a site's own links switch it, as
@@ -218,7 +276,6 @@ static void keepLanguage(Job &job)
         *wanted == job.switches.language)
         return;
     job.switches.language = *wanted;
-    writeSwitches(job.work, job.switches);
 }
 
 static void setVariables(Job &job, Interpreter *interpreter)
@@ -232,48 +289,85 @@ static void setVariables(Job &job, Interpreter *interpreter)
                  job.request.method == "POST" ? "the form" : "the address");
 }
 
-// Takes a message off the trace: the page says it in words of its own. place: out, where
-// it was. Returns whether there was one.
-static bool takeMessage(Trace &trace, Message id, Place *place)
+// Takes a message off the trace: the page says it in words of its own, and where it was.
+// Returns whether there was one.
+static bool takeMessage(Trace &trace, Message id, Trouble &trouble)
 {
     const auto found = std::ranges::find_if(
         trace.messages, [id](const TraceMessage &message) { return message.id == id; });
     if (found == trace.messages.end())
         return false;
-    *place = found->place;
+    trouble.place = found->place;
+    trouble.log = found->log;
     trace.messages.erase(found);
     return true;
 }
 
-// Why there is no page, or not the whole.
-static Trouble runTrouble(Job &job, const string &page, const string &made)
+static Trouble withoutPage(Job &job, const string &page)
 {
+    const auto &templates = job.trace.templates;
+    const bool isEmpty = templates.empty() || templates.front().problem.empty();
     Trouble trouble;
-    const TraceTemplate *first =
-        job.trace.templates.empty() ? nullptr : &job.trace.templates.front();
-    if (job.trace.result == ORV_RUN_NO_TEMPLATE) {
-        const bool isEmpty = !first || first->problem.empty();
-        trouble.title = isEmpty ? page + " is empty" : page + " cannot be opened";
-        trouble.text = isEmpty ? "An empty template makes no page." : first->problem;
-        takeMessage(job.trace, Message::CANNOT_MAP, &trouble.place);
-        return trouble;
-    }
-    trouble.title = "The page breaks off";
-    trouble.text = "The interpreter gave up here, and the rest of the page is lost.";
-    trouble.place = job.trace.stopped;
-    trouble.hint = "A command with too many arguments breaks the page off where it is the first "
-                   "thing in it. Put quotes around its text, or any page text, such as "
-                   "<!DOCTYPE html>, in front.";
-    if (!made.empty())
-        trouble.hint = "The usual causes are a command without its ?>, and an argument of more "
-                       "than some 10,000 pieces.";
-    if (takeMessage(job.trace, Message::ENDS_INSIDE, &trouble.place)) {
-        trouble.text = "The template ends inside a command: its ?> is missing.";
-        trouble.hint = "";
-    }
-    trouble.lines = excerpt(job.trace, trouble.place.file, trouble.place.line, 4);
-    trouble.page = made;
+    trouble.title = page + (isEmpty ? " is empty" : " cannot be opened");
+    trouble.text = isEmpty ? "An empty template makes no page." : templates.front().problem;
+    takeMessage(job.trace, Message::CANNOT_MAP, trouble);
     return trouble;
+}
+
+// Why a page breaks off. Its cause is the run's last syntax error, if it has told one.
+static Trouble brokenOff(Job &job, const string &made)
+{
+    auto &told = job.trace.messages;
+    Trouble trouble;
+    trouble.title = "The page breaks off";
+    trouble.place = job.trace.stopped;
+    trouble.topic = Topic::SYNTAX;
+    trouble.page = made;
+    const auto last = std::find_if(told.rbegin(), told.rend(), [](const TraceMessage &message) {
+        return message.topic == Topic::SYNTAX;
+    });
+    if (takeMessage(job.trace, Message::ENDS_INSIDE, trouble)) {
+        trouble.text = "The template ends inside a command: its ?> is missing.";
+    } else if (last != told.rend()) {
+        trouble.text = last->text + ".";
+        trouble.hint = last->hint;
+        trouble.place = last->place;
+        trouble.log = last->log;
+        told.erase(std::next(last).base());
+    } else {
+        trouble.text = "The interpreter gave up here, and the rest of the page is lost.";
+        trouble.hint =
+            made.empty()
+                ? "A command with too many arguments breaks the page off where it is the first "
+                  "thing in it. Put quotes around its text, or any page text, such as "
+                  "<!DOCTYPE html>, in front."
+                : "The usual causes are a command without its ?>, and an argument of more "
+                  "than some 10,000 pieces.";
+    }
+    return trouble;
+}
+
+// Answers for a run that was stopped, and ends the process.
+static void answerStopped(Job &job, const char *why)
+{
+    Trace &trace = job.trace;
+    Trouble trouble;
+    trouble.title = why;
+    trouble.place = tracePlace(trace);
+    const bool isAsking = !trace.queries.empty() && trace.queries.back().isOpen;
+    if (isAsking) {
+        TraceQuery &query = trace.queries.back();
+        query.problem = "It was not done when the page was stopped.";
+        trouble.place = query.place;
+        trouble.text = "It waited for the answer to the query: " + query.text;
+        trouble.hint = "Look at the query: tables that nothing joins, or a column that is "
+                       "compared in each row and has no index, make one slow.";
+    } else {
+        trouble.text = "It was at the place below.";
+        trouble.hint = "A repeat with a very great number, or one within another, is the usual "
+                       "cause.";
+    }
+    _exit(answerTrouble(job, "500 Internal Server Error", trouble));
 }
 
 static int answerTemplate(Job &job, const string &page)
@@ -286,14 +380,17 @@ static int answerTemplate(Job &job, const string &page)
         job.trace.error = job.switches.error.c_str();
     Interpreter *interpreter = traceInterpreter(job.trace);
     if (!interpreter)
-        return answerTrouble(
-            job, "500 Internal Server Error",
-            {"Out of memory", "There was none to make the page.", "", {}, {}, "", {}});
+        return answerTrouble(job, "500 Internal Server Error",
+                             {"Out of memory", "There was none to make the page."});
+    job.trace.stop = [&job](const char *why) { answerStopped(job, why); };
     setVariables(job, interpreter);
     const string made = traceRun(job.trace, interpreter, page);
+    if (job.trace.result == ORV_RUN_NO_TEMPLATE)
+        return answerTrouble(job, "500 Internal Server Error", withoutPage(job, page));
     if (job.trace.result != ORV_RUN_DONE)
-        return answerTrouble(job, "500 Internal Server Error", runTrouble(job, page, made));
-    if (kindOfFile(page) == FolderEntry::FILE) // no page that a bar could stand in
+        return answerTrouble(job, "500 Internal Server Error", brokenOff(job, made));
+    job.headers += "Server-Timing: orv-rendered\r\n"; // tells the bar what made it
+    if (kindOfFile(page) == FolderEntry::FILE)        // no page that a bar could stand in
         return answer(job, "200 OK", typeOf(page), made);
     return answerPage(job, "200 OK", made, settingOf(job, page));
 }
@@ -388,10 +485,13 @@ static int answerSite(Job &job)
         if (path.empty() || path.ends_with('/'))
             return answerFolder(job, path);
         return answer(job, "302 Found", "text/plain", "",
-                      "Location: " + path.substr(path.rfind('/') + 1) + "/\r\n");
+                      "Location: " + addressOf(path.substr(path.rfind('/') + 1)) + "/\r\n");
     }
     int32_t fd = -1;
-    if (const char *problem = hostOpenFile(job.trace, path.c_str(), &fd))
+    const char *problem = hostOpenFile(job.trace, path.c_str(), &fd);
+    if (problem && path == "favicon.ico") // asked for by browsers themselves
+        return answer(job, "204 No Content", "image/x-icon", "");
+    if (problem)
         return answerMissing(job, path, problem);
     close(fd);
     return isTemplate(job, path) ? answerTemplate(job, path) : answerFile(job, path);
@@ -399,35 +499,41 @@ static int answerSite(Job &job)
 
 // ---- The preview's own addresses ----
 
-static int answerScript(const Job &job)
+// The scripts are of parts that share one scope.
+static int answerScript(const Job &job, std::initializer_list<const char *> parts)
 {
-    string script = bar_js;
-    const string_view place = "'@STYLE@'";
-    script.replace(script.find(place), place.size(), scriptText(bar_css));
-    return answer(job, "200 OK", "text/javascript; charset=utf-8", script);
+    string script = "(() => {\n'use strict';\n";
+    for (const char *part : parts)
+        script += part;
+    return answer(job, "200 OK", "text/javascript; charset=utf-8", script + "})();\n");
 }
 
-// Switches language, marks or error, and goes back to the page.
-static int answerSwitch(Job &job)
+static int answerBar(const Job &job)
+{
+    const string style = "const style = " + scriptText(bar_css) + ";\n";
+    return answerScript(job, {style.c_str(), follow_js, keep_js, reload_js, causes_js, elements_js,
+                              sheets_js, bar_js});
+}
+
+// Has the launcher open a place in the author's editor.
+static int answerOpen(const Job &job)
 {
     const string from = fromEnvironment("HTTP_SEC_FETCH_SITE");
-    if (!from.empty() && from != "same-origin")
-        return answer(job, "403 Forbidden", "text/plain", "Only the preview's own pages switch.\n");
-    const auto field = [&](const char *name, const string &value) {
-        const string *found = findField(job.request.fields, name);
-        return found ? *found : value;
-    };
-    job.switches.language = field("language", job.switches.language);
-    job.switches.error = field("error", job.switches.error);
-    const string marks = field("marks", std::to_string(job.switches.marks));
-    job.switches.marks = static_cast<int>(std::clamp(strtol(marks.c_str(), nullptr, 10), 0L, 2L));
-    writeSwitches(job.work, job.switches);
-    string back = field("back", "/");
-    const auto isBad = [](unsigned char c) { return c <= ' ' || c == '\\' || c == 0x7f; };
-    if (!back.starts_with('/') || back.starts_with("//") ||
-        std::any_of(back.begin(), back.end(), isBad))
-        back = "/";
-    return answer(job, "303 See Other", "text/plain", "", "Location: " + back + "\r\n");
+    const string origin = fromEnvironment("HTTP_ORIGIN");
+    if (job.request.method != "POST" || (!from.empty() && from != "same-origin") ||
+        (!origin.empty() && origin != "http://" + job.request.host))
+        return answer(job, "403 Forbidden", "text/plain", "Only the preview's own pages open.\n");
+    Json order = Json::object();
+    for (const FormField &field : job.request.fields)
+        order[field.name] = field.name == "file" ? Json(field.value)
+                                                 : Json(strtol(field.value.c_str(), nullptr, 10));
+    const string line = writeJson(order, -1) + "\n";
+    const int fd = open((job.work + "/orders").c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
+    const bool isSent = fd >= 0 && line.size() <= PIPE_BUF && writeAll(fd, line);
+    if (fd >= 0)
+        close(fd);
+    return isSent ? answer(job, "204 No Content", "text/plain", "")
+                  : answer(job, "503 Service Unavailable", "text/plain", "There is no editor.\n");
 }
 
 // Sends one event, data without line ends.
@@ -450,16 +556,16 @@ static int streamEvents(const Job &job)
     string sent;
     string sentFindings;
     for (;;) {
-        const string generation = readGeneration(job.work);
+        const string changes = readChanges(job.work);
         string findings;
         readWhole(job.work + "/findings", findings);
-        if (generation.empty())
+        if (changes.empty())
             return 0; // the launcher has gone
-        if (generation != sent && !sendEvent("generation", generation))
+        if (changes != sent && !sendEvent("changes", changes))
             return 1;
         if (!findings.empty() && findings != sentFindings && !sendEvent("findings", findings))
             return 1;
-        sent = generation;
+        sent = changes;
         sentFindings = findings;
         pollfd waits[] = {{watch, POLLIN, 0}, {STDOUT_FILENO, 0, 0}};
         if (poll(waits, 2, beat) == 0 && (fputs(":\n\n", stdout) < 0 || fflush(stdout) != 0))
@@ -482,42 +588,72 @@ static bool isOwnHost(const Config &config, const string &host)
            (config.port == 80 && (host == "127.0.0.1" || host == "localhost"));
 }
 
-// Reads the fields of the address, and of a form that was sent. Returns null, or what is
-// wrong with them.
-static const char *readFields(Request &request)
+static constexpr char REFUSES[] = " The web program refuses such a request.";
+
+// What is wrong with a form's field, by its name; of several, with the first.
+static string tellBadField(string_view form)
 {
-    static constexpr const char *problems[] = {
-        nullptr,
-        "A field's name is not made of letters and digits alone, or a value is no text in UTF-8. "
-        "The web program refuses such a request.",
-        "There are too many fields, or a name or a value is too long. The web program refuses "
-        "such a request."};
-    if (const char *problem = problems[decodeForm(request.query, request.fields)])
+    std::vector<FormField> fields;
+    while (!form.empty()) {
+        const string_view piece = form.substr(0, form.find('&'));
+        form.remove_prefix(std::min(piece.size() + 1, form.size()));
+        if (decodeForm(piece, fields) != FORM_BAD)
+            continue;
+        const string_view name = piece.substr(0, piece.find('='));
+        const bool isNameBad = decodeForm(name, fields) == FORM_BAD;
+        decodeForm("n=" + string(name), fields);
+        const string shown = fields.empty() ? string(name) : fields[0].value;
+        return "The field '" + shown + "' " +
+               (isNameBad ? "has a name that is not made of letters and digits alone."
+                          : "has a value that is no text in UTF-8.") +
+               REFUSES;
+    }
+    return string("A field's name is not made of letters and digits alone, or a value is no text "
+                  "in UTF-8.") +
+           REFUSES;
+}
+
+// Says what is wrong with what was sent; nothing if nothing is. form: empty for one in parts.
+static std::optional<string> problemOf(FormResult result, string_view form)
+{
+    if (result == FORM_BAD)
+        return tellBadField(form);
+    if (result == FORM_TOO_LARGE)
+        return string("There are too many fields, or a name or a value is too long.") + REFUSES;
+    return {};
+}
+
+// Reads the fields of the address, and of a form that was sent. Returns what is wrong with
+// them; nothing if nothing is.
+static std::optional<string> readFields(Request &request)
+{
+    if (auto problem = problemOf(decodeForm(request.query, request.fields), request.query))
         return problem;
     if (request.method != "POST")
-        return nullptr;
+        return {};
     size_t length;
     const char *type = fromEnvironment("CONTENT_TYPE");
     const string_view boundary = multipartBoundary(type);
     if (!isFormType(type) && boundary.empty())
         return "What was sent is in none of the encodings of a form.";
     if (!readNumber(fromEnvironment("CONTENT_LENGTH"), &length) || length > MAX_FORM)
-        return problems[FORM_TOO_LARGE];
+        return problemOf(FORM_TOO_LARGE, "");
     string body(length, '\0');
     std::vector<FormField> fields;
     if (fread(body.data(), 1, length, stdin) != length)
-        return problems[FORM_BAD];
-    const FormResult result =
-        boundary.empty() ? decodeForm(body, fields) : decodeMultipart(body, boundary, fields);
-    if (problems[result])
-        return problems[result];
+        return problemOf(FORM_BAD, "");
+    const bool hasParts = !boundary.empty();
+    if (auto problem =
+            problemOf(hasParts ? decodeMultipart(body, boundary, fields) : decodeForm(body, fields),
+                      hasParts ? "" : body))
+        return problem;
     request.fields.insert(request.fields.end(), fields.begin(), fields.end());
-    return nullptr;
+    return {};
 }
 
 int answerRequest(const string &work)
 {
-    Job job{work, readConfig(work), readSwitches(work), readGeneration(work), {}, {}};
+    Job job{work, readConfig(work), {}, readGeneration(work), {}, {}, ""};
     Request &request = job.request;
     request.method = fromEnvironment("REQUEST_METHOD");
     request.path = fromEnvironment("PATH_INFO");
@@ -531,14 +667,17 @@ int answerRequest(const string &work)
                       "Allow: GET, HEAD, POST\r\n");
     if (!request.path.starts_with('/'))
         request.path = "/";
+    readSwitches(job);
     if (request.path == ownAddress + string("bar.js"))
-        return answerScript(job);
+        return answerBar(job);
+    if (request.path == ownAddress + string("worker.js"))
+        return answerScript(job, {follow_js, worker_js});
     if (request.path == ownAddress + string("events"))
         return streamEvents(job);
-    const char *problem = readFields(request);
+    const std::optional<string> problem = readFields(request);
     string why;
-    if (!problem && request.path == ownAddress + string("switch"))
-        return answerSwitch(job);
+    if (!problem && request.path == ownAddress + string("open"))
+        return answerOpen(job);
     if (!traceOpen(job.trace, job.config.docRoot, job.config.db, &why))
         return answerTrouble(job, "503 Service Unavailable",
                              {"The folder is gone",
@@ -548,10 +687,9 @@ int answerRequest(const string &work)
                               {},
                               "",
                               {}});
-    const int status = problem
-                           ? answerTrouble(job, "400 Bad Request",
-                                           {"The request is refused", problem, "", {}, {}, "", {}})
-                           : answerSite(job);
+    const int status =
+        problem ? answerTrouble(job, "400 Bad Request", {"The request is refused", *problem})
+                : answerSite(job);
     hostClose(job.trace); // a page's run has done it, but not all answers are pages
     return status;
 }

@@ -1,4 +1,5 @@
-/* tools/preview/config.cpp - see the header. The files are JSON. */
+/* tools/preview/config.cpp - the launcher's files, in JSON. Each is replaced whole, so that a
+ * request reads one state of it. */
 #include "config.h"
 
 #include <fcntl.h>
@@ -44,6 +45,9 @@ Config readConfig(const string &work)
     config.db = read.value("db", "");
     config.port = read.value("port", 0);
     config.reloads = read.value("reloads", true);
+    config.checks = read.value("checks", false);
+    config.editor = read.value("editor", "");
+    config.error = read.value("error", "");
     for (const Json &variable : read.value("variables", Json::array()))
         config.variables.emplace_back(variable.value("name", ""), variable.value("value", ""));
     for (const Json &language : read.value("languages", Json::array()))
@@ -63,36 +67,37 @@ bool writeConfig(const string &work, const Config &config)
     for (const FileProblem &problem : config.problems)
         problems.push_back(
             {{"file", problem.file}, {"line", problem.line}, {"text", problem.text}});
-    const Json written = {{"docRoot", config.docRoot}, {"db", config.db},
-                          {"port", config.port},       {"reloads", config.reloads},
-                          {"variables", variables},    {"languages", config.languages},
-                          {"problems", problems}};
+    const Json written = {{"docRoot", config.docRoot},     {"db", config.db},
+                          {"port", config.port},           {"reloads", config.reloads},
+                          {"checks", config.checks},       {"editor", config.editor},
+                          {"error", config.error},         {"variables", variables},
+                          {"languages", config.languages}, {"problems", problems}};
     return replaceFile(work + "/config", writeJson(written, 1));
 }
 
-Switches readSwitches(const string &work)
+string readChanges(const string &work)
 {
-    const Json read = readObject(work + "/switches");
-    return {read.value("language", ""), read.value("marks", 0), read.value("error", "")};
-}
-
-bool writeSwitches(const string &work, const Switches &switches)
-{
-    const Json written = {
-        {"language", switches.language}, {"marks", switches.marks}, {"error", switches.error}};
-    return replaceFile(work + "/switches", writeJson(written, 1));
+    string changes;
+    readWhole(work + "/changes", changes);
+    return changes;
 }
 
 string readGeneration(const string &work)
 {
-    string generation;
-    readWhole(work + "/generation", generation);
-    return generation;
+    return readObject(work + "/changes").value("generation", "");
 }
 
-bool writeGeneration(const string &work, const string &generation)
+bool writeChanges(const string &work, const std::vector<Change> &changes)
 {
-    return replaceFile(work + "/generation", generation);
+    Json list = Json::array();
+    for (const Change &change : changes)
+        list.push_back({{"generation", change.generation},
+                        {"all", change.isAll},
+                        {"data", change.isData},
+                        {"texts", change.isTexts},
+                        {"files", std::vector(change.files.begin(), change.files.end())}});
+    const Json written = {{"generation", changes.back().generation}, {"changes", list}};
+    return replaceFile(work + "/changes", writeJson(written, -1));
 }
 
 string rootFolder(const string &work, int marks)

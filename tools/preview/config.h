@@ -1,9 +1,10 @@
-/* tools/preview/config.h - what the launcher tells the programs that it has started, and
- * what their bars switch: two files in the launcher's work folder. */
+/* tools/preview/config.h - what the launcher tells the programs that it has started, by files
+ * in its work folder. */
 #ifndef PREVIEW_CONFIG_H
 #define PREVIEW_CONFIG_H
 
 #include <stdint.h>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -20,12 +21,15 @@ struct Config {
     std::string db;      // empty for none
     int port = 0;
     bool reloads = true;
+    bool checks = false; // orv-check looks at the files
+    std::string editor;  // see editor.h; empty for none
+    std::string error;   // what error commands find in a tab that has not chosen
     std::vector<std::pair<std::string, std::string>> variables; // of --set
     std::vector<std::string> languages;                         // that there are texts for
     std::vector<FileProblem> problems;                          // of the texts
 };
 
-// What the bar switches, for all pages.
+// What the bar switches, for the pages of one tab.
 struct Switches {
     std::string language; // empty for the device's own
     int marks = 0;        // for translators: 1 as tooltips, 2 everywhere
@@ -36,12 +40,21 @@ struct Switches {
  * initial values; writing returns false after errno tells why not. */
 Config readConfig(const std::string &work);
 bool writeConfig(const std::string &work, const Config &config);
-Switches readSwitches(const std::string &work);
-bool writeSwitches(const std::string &work, const Switches &switches);
 
-/* The number of the state of the site's files: a page with another one is out of date. */
+// What a save, or several at once, have changed.
+struct Change {
+    std::string generation; // the number of the state of the site's files since then; it grows
+    bool isAll = false;     // whatever was shown before may look otherwise now
+    bool isData = false;    // the database
+    bool isTexts = false;
+    std::set<std::string> files; // below the site's folder; folders, too
+};
+
+/* The last changes as the browser reads them, in one line of JSON: {generation, changes}; the
+ * generation alone; and their writing. changes: the newest last, one or more. */
+std::string readChanges(const std::string &work);
 std::string readGeneration(const std::string &work);
-bool writeGeneration(const std::string &work, const std::string &generation);
+bool writeChanges(const std::string &work, const std::vector<Change> &changes);
 
 /* The folder that stands for the device's root, by marks for translators. */
 std::string rootFolder(const std::string &work, int marks);

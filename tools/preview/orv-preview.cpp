@@ -7,16 +7,18 @@
  * request, and tells it the work folder in ORV_PREVIEW_WORK. */
 #include "answer.h"
 #include "config.h"
+#include "editor.h"
 #include "program.h"
 #include "report.h"
 #include "server.h"
-#include "texts.h"
+#include "settings.h"
 #include "tools/common/files.h"
+#include "tools/common/json.h"
 #include "watch.h"
 #include "work.h"
 
 #include <errno.h>
-#include <getopt.h>
+#include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
 #include <stdarg.h>
@@ -27,6 +29,7 @@
 #include <sys/wait.h>
 #include <time.h>
 #include <unistd.h>
+#include <algorithm>
 #include <filesystem>
 #include <new>
 
@@ -36,63 +39,23 @@ namespace fs = std::filesystem;
 
 const char programName[] = "orv-preview";
 
-// Exit statuses.
-enum { ENDED = 0, WRONG_USAGE = 2 };
-
 static constexpr int DEFAULT_PORT = 8080;
 static constexpr int PORTS_TRIED = 20;
 static constexpr int QUIET_MILLISECONDS = 80; // that end a row of changes
-
-static constexpr char helpText[] =
-    "Usage: orv-preview [OPTION]... [DIR]\n"
-    "Shows the templates below DIR (default: .) in the browser, as the device would, and\n"
-    "loads pages again when a file is saved. A bar at the foot of each page tells what is\n"
-    "wrong in the templates. Ctrl-C ends it.\n"
-    "\n"
-    "  --db FILE          answer queries from this SQLite database, read-only\n"
-    "  --texts FILE       the texts of a language, from a gettext PO file or a text\n"
-    "                     database whose name tells the language: de.po, de.db or\n"
-    "                     htmltext_de.db; repeatable. The first is the default language\n"
-    "  --root DIR         look below DIR for the device's own text databases:\n"
-    "                     /etc/htmltext_CODE.db, /var/htmltext.db, ...\n"
-    "  --set NAME=VALUE   set a variable, as the web program would; repeatable. An\n"
-    "                     element of an array is NAME[INDEX]=VALUE\n"
-    "  --set-from FILE    a list of the variables that the web program sets, for orv-check\n"
-    "  --error TEXT       the error that the pages' error commands find\n"
-    "  --port NUMBER      the port on 127.0.0.1 (default: 8080, or the next free one);\n"
-    "                     0 stands for any free one\n"
-    "  --open             start the browser\n"
-    "  --no-reload        do not load pages again when a file changes\n"
-    "  --help, --version  print this text, or the version\n"
-    "\n"
-    "Pages are files whose names end in .htm or .html; pieces that they include may end\n"
-    "in .frm. Nothing outside DIR is read but what the options name.\n"
-    "\n"
-    "Exit status: 0 ended by Ctrl-C; 1 this text cannot be printed; 2 wrong usage, a missing\n"
-    "folder, a busy port, or no web server (lighttpd).\n";
+static constexpr size_t CHANGES_KEPT = 50;    // a page that is older is loaded whatever changed
 
 namespace
 {
-struct Options {
-    const char *folder = ".";
-    string db;
-    string deviceRoot;
-    string setFrom;
-    std::vector<TextSource> texts;
-    std::vector<std::pair<string, string>> variables;
-    string error;
-    int port = -1; // none given
-    bool opens = false;
-    bool reloads = true;
-};
-
 struct Launcher {
-    Options options;
+    Settings settings;
     Config config;
     Watch watch;
-    string work;      // removed at the end
-    pid_t server = 0; // 0 while there is none
-    pid_t checker = 0;
+    string work; // removed at the end
+    std::vector<Change> changes;
+    int orders = -1;     // a pipe: places to be opened, a line of JSON each
+    pid_t server = 0;    // 0 while there is none
+    pid_t checker = 0;   // 0 while there is none
+    string checked;      // generation of the files that the checker looks at
     bool isStale = true; // the checker has not seen the newest files
     bool isGone = false; // the folder is not there
 };
@@ -108,120 +71,14 @@ __attribute__((format(printf, 1, 2))) static void tell(const char *format, ...)
     va_end(values);
 }
 
-// ---- The command line ----
-
-static string absolute(const string &path)
-{
-    std::error_code error;
-    return fs::absolute(path, error).lexically_normal();
-}
-
-static int readText(const char *path, Options &options)
-{
-    const TextSource source = {languageOf(path), absolute(path)};
-    if (source.language.empty())
-        return complain(
-            WRONG_USAGE,
-            "--texts needs a file whose name tells its language, such as de.po or de.db, "
-            "not '%s'",
-            path);
-    if (access(path, R_OK) != 0)
-        return complain(WRONG_USAGE, "cannot read texts '%s': %s", path, strerror(errno));
-    options.texts.push_back(source);
-    return -1;
-}
-
-static int readPort(const char *text, Options &options)
-{
-    char *end;
-    errno = 0;
-    const long port = strtol(text, &end, 10);
-    if (*text < '0' || *text > '9' || *end != '\0' || errno != 0 || port > 65535)
-        return complain(WRONG_USAGE,
-                        "--port needs a number from 1 to 65535, or 0 for any, not '%s'", text);
-    options.port = static_cast<int>(port);
-    return -1;
-}
-
-// Reads one option. Returns -1 to go on, else the exit status.
-static int readOption(int key, Options &options, char **argv)
-{
-    switch (key) {
-    case 'd':
-        options.db = absolute(optarg);
-        return -1;
-    case 't':
-        return readText(optarg, options);
-    case 'r':
-        options.deviceRoot = absolute(optarg);
-        if (!fs::is_directory(options.deviceRoot))
-            return complain(WRONG_USAGE, "cannot use root '%s': it is no folder", optarg);
-        return -1;
-    case 's': {
-        const char *value = strchr(optarg, '=');
-        if (!value || value == optarg)
-            return complain(WRONG_USAGE, "--set needs NAME=VALUE, not '%s'", optarg);
-        options.variables.emplace_back(string(optarg, static_cast<size_t>(value - optarg)),
-                                       value + 1);
-        return -1;
-    }
-    case 'f':
-        options.setFrom = absolute(optarg);
-        if (access(optarg, R_OK) != 0)
-            return complain(WRONG_USAGE, "cannot read list '%s': %s", optarg, strerror(errno));
-        return -1;
-    case 'e':
-        options.error = optarg;
-        return -1;
-    case 'p':
-        return readPort(optarg, options);
-    case 'o':
-        options.opens = true;
-        return -1;
-    case 'n':
-        options.reloads = false;
-        return -1;
-    case 'h':
-        return printText(helpText);
-    case 'v':
-        return printText("orv-preview " ORV_VERSION "\n");
-    case ':':
-        return complain(WRONG_USAGE, "option '%s' needs a value, see --help", argv[optind - 1]);
-    default:
-        return complain(WRONG_USAGE, "wrong option '%s', see --help", argv[optind - 1]);
-    }
-}
-
-// Reads the command line. Returns -1 to go on, else the exit status.
-static int readOptions(int argc, char **argv, Options &options)
-{
-    static const option table[] = {
-        {"db", required_argument, nullptr, 'd'},       {"texts", required_argument, nullptr, 't'},
-        {"root", required_argument, nullptr, 'r'},     {"set", required_argument, nullptr, 's'},
-        {"set-from", required_argument, nullptr, 'f'}, {"error", required_argument, nullptr, 'e'},
-        {"port", required_argument, nullptr, 'p'},     {"open", no_argument, nullptr, 'o'},
-        {"no-reload", no_argument, nullptr, 'n'},      {"help", no_argument, nullptr, 'h'},
-        {"version", no_argument, nullptr, 'v'},        {nullptr, 0, nullptr, 0},
-    };
-    opterr = 0;
-    for (int key; (key = getopt_long(argc, argv, ":", table, nullptr)) != -1;)
-        if (const int status = readOption(key, options, argv); status >= 0)
-            return status;
-    if (argc - optind > 1)
-        return complain(WRONG_USAGE, "one folder at a time, see --help");
-    if (optind < argc)
-        options.folder = argv[optind];
-    return -1;
-}
-
 // ---- Start ----
 
 // Sets the port. Returns -1 to go on, else the exit status.
 static int choosePort(Launcher &launcher)
 {
     int &port = launcher.config.port;
-    const bool isGiven = launcher.options.port >= 0;
-    port = isGiven ? launcher.options.port : DEFAULT_PORT;
+    const bool isGiven = launcher.settings.port >= 0;
+    port = isGiven ? launcher.settings.port : DEFAULT_PORT;
     int error = tryPort(&port);
     if (error == EADDRINUSE && !isGiven) {
         for (int i = 0; error == EADDRINUSE && i < PORTS_TRIED; ++i) {
@@ -246,6 +103,25 @@ static string newGeneration()
     return std::to_string(time.tv_sec) + std::to_string(time.tv_nsec / 1000000 + 1000).substr(1);
 }
 
+// Makes the state of the files a new one. A page of a state that is not kept any more takes
+// all for changed.
+static bool publish(Launcher &launcher, Change change)
+{
+    auto &changes = launcher.changes;
+    change.generation = newGeneration();
+    changes.push_back(std::move(change));
+    if (changes.size() > CHANGES_KEPT)
+        changes.erase(changes.begin());
+    return writeChanges(launcher.work, changes);
+}
+
+static bool publishAll(Launcher &launcher)
+{
+    Change change;
+    change.isAll = true;
+    return publish(launcher, std::move(change));
+}
+
 static string shown(const Launcher &launcher, const string &path)
 {
     const string root = launcher.config.docRoot + "/";
@@ -255,35 +131,52 @@ static string shown(const Launcher &launcher, const string &path)
 // Brings the text databases and the configuration up to date.
 static bool prepare(Launcher &launcher)
 {
-    const Options &options = launcher.options;
-    if (!makeRoots(launcher.work, options.deviceRoot, options.texts, launcher.config))
+    const Settings &settings = launcher.settings;
+    if (!makeRoots(launcher.work, settings.deviceRoot, settings.texts, launcher.config))
         return false;
     for (FileProblem &problem : launcher.config.problems) {
         problem.file = shown(launcher, problem.file);
         tell("%s:%d: %s", problem.file.c_str(), problem.line, problem.text.c_str());
     }
-    return writeConfig(launcher.work, launcher.config) &&
-           writeGeneration(launcher.work, newGeneration());
+    return writeConfig(launcher.work, launcher.config);
 }
 
 static void watchFiles(Launcher &launcher)
 {
     Watch &watch = launcher.watch;
+    const Settings &settings = launcher.settings;
     watch.folder = launcher.config.docRoot;
-    if (!launcher.options.db.empty())
-        watch.files.push_back(launcher.options.db);
-    for (const TextSource &source : launcher.options.texts)
+    if (!settings.db.empty())
+        watch.files.push_back(settings.db);
+    for (const TextSource &source : settings.texts)
         watch.files.push_back(source.path);
-    if (!launcher.options.setFrom.empty())
-        watch.files.push_back(launcher.options.setFrom);
+    if (!settings.setFrom.empty())
+        watch.files.push_back(settings.setFrom);
     std::error_code ignored;
-    for (const auto &entry : fs::directory_iterator(launcher.options.deviceRoot + "/etc", ignored))
-        if (!launcher.options.deviceRoot.empty() && entry.path().extension() == ".db")
+    for (const auto &entry : fs::directory_iterator(settings.deviceRoot + "/etc", ignored))
+        if (!settings.deviceRoot.empty() && entry.path().extension() == ".db")
             watch.files.push_back(entry.path());
     if (!watchAll(watch))
         tell("Changes cannot be watched (%s): load pages again by hand.", strerror(errno));
     else if (watch.isCut)
         tell("There are too many folders to watch all: load some pages again by hand.");
+}
+
+// Chooses how places are opened, and makes the pipe on which the server's programs ask for it.
+// A click says the same as this does.
+static void prepareEditor(Launcher &launcher)
+{
+    const string pipe = launcher.work + "/orders";
+    string problem;
+    launcher.config.editor = launcher.settings.editor;
+    if (!launcher.settings.editor.empty() && !isAddress(launcher.settings.editor)) {
+        if (editorWords(launcher.settings.editor, "", 1, 1, &problem).empty())
+            launcher.config.editor = "";
+        else if (mkfifo(pipe.c_str(), 0600) == 0)
+            launcher.orders = open(pipe.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
+    }
+    if (!problem.empty())
+        tell("No place can be opened in an editor: %s. --editor names another.", problem.c_str());
 }
 
 static void openBrowser(const string &address)
@@ -298,15 +191,17 @@ static void openBrowser(const string &address)
 // Makes ready all that the server needs. Returns -1 to go on, else the exit status.
 static int start(Launcher &launcher)
 {
-    const Options &options = launcher.options;
+    const Settings &settings = launcher.settings;
     std::error_code error;
-    launcher.config.docRoot = fs::canonical(options.folder, error);
+    launcher.config.docRoot = fs::canonical(settings.folder, error);
     if (error || !fs::is_directory(launcher.config.docRoot))
-        return complain(WRONG_USAGE, "cannot show '%s': %s", options.folder,
+        return complain(WRONG_USAGE, "cannot show '%s': %s", settings.folder.c_str(),
                         error ? error.message().c_str() : "it is no folder");
-    launcher.config.db = options.db;
-    launcher.config.reloads = options.reloads;
-    launcher.config.variables = options.variables;
+    launcher.config.db = settings.db;
+    launcher.config.reloads = settings.reloads;
+    launcher.config.variables = settings.variables;
+    launcher.config.error = settings.error;
+    launcher.config.checks = !findProgram("orv-check").empty();
     tell(
         "orv-preview shows %s to the browsers of this machine alone; it is no server for a device.",
         launcher.config.docRoot.c_str());
@@ -316,10 +211,11 @@ static int start(Launcher &launcher)
     if (work.empty())
         return complain(WRONG_USAGE, "cannot make a folder for temporary files: %s",
                         strerror(errno));
-    if (!options.db.empty() && access(options.db.c_str(), R_OK) != 0)
-        tell("The database %s cannot be read (%s): queries fail until it can.", options.db.c_str(),
+    if (!settings.db.empty() && access(settings.db.c_str(), R_OK) != 0)
+        tell("The database %s cannot be read (%s): queries fail until it can.", settings.db.c_str(),
              strerror(errno));
-    if (!prepare(launcher) || !writeSwitches(work, {"", 0, options.error}))
+    prepareEditor(launcher);
+    if (!prepare(launcher) || !publishAll(launcher))
         return complain(WRONG_USAGE, "cannot write in %s: %s", work.c_str(), strerror(errno));
     watchFiles(launcher);
     const string problem = startServer(work, launcher.config.port, &launcher.server);
@@ -329,7 +225,7 @@ static int start(Launcher &launcher)
     }
     const string address = "http://127.0.0.1:" + std::to_string(launcher.config.port) + "/";
     tell("%s - Ctrl-C ends it.", address.c_str());
-    if (options.opens)
+    if (settings.opens)
         openBrowser(address);
     return -1;
 }
@@ -339,21 +235,44 @@ static int start(Launcher &launcher)
 // Starts orv-check, whose findings come when it has ended.
 static void startChecker(Launcher &launcher)
 {
+    const Settings &settings = launcher.settings;
     const string program = findProgram("orv-check");
     if (program.empty() || launcher.checker > 0 || !launcher.isStale || launcher.isGone)
         return;
     launcher.isStale = false;
+    launcher.checked = launcher.changes.back().generation;
     std::vector<string> arguments = {program, "--format", "json", "--docroot",
                                      launcher.config.docRoot};
-    if (!launcher.config.db.empty() && access(launcher.config.db.c_str(), R_OK) == 0)
-        arguments.insert(arguments.end(), {"--db", launcher.config.db});
-    for (const TextSource &source : launcher.options.texts)
+    if (!settings.db.empty() && access(settings.db.c_str(), R_OK) == 0)
+        arguments.insert(arguments.end(), {"--db", settings.db});
+    for (const TextSource &source : settings.texts)
         arguments.insert(arguments.end(), {"--texts", source.path});
-    if (!launcher.options.setFrom.empty())
-        arguments.insert(arguments.end(), {"--set-from", launcher.options.setFrom});
-    for (const auto &[name, value] : launcher.config.variables)
+    if (!settings.setFrom.empty())
+        arguments.insert(arguments.end(), {"--set-from", settings.setFrom});
+    for (const auto &[name, value] : settings.variables)
         arguments.insert(arguments.end(), {"--set", name});
-    launcher.checker = startProgram(arguments, launcher.work + "/checked", "/dev/null");
+    launcher.checker =
+        startProgram(arguments, launcher.work + "/checked", launcher.work + "/complaint");
+}
+
+// Has the newest files checked. What the checker finds in files that have changed since is
+// nothing to wait for.
+static void checkAgain(Launcher &launcher)
+{
+    launcher.isStale = true;
+    if (launcher.checker > 0)
+        kill(launcher.checker, SIGKILL);
+    startChecker(launcher);
+}
+
+static void takeFindings(Launcher &launcher)
+{
+    string printed;
+    string complaint;
+    readWhole(launcher.work + "/checked", printed);
+    readWhole(launcher.work + "/complaint", complaint);
+    replaceFile(launcher.work + "/findings",
+                readFindings(printed, complaint, launcher.checked, launcher.config.docRoot));
 }
 
 // Takes the ends of children. Returns false when the server is among them.
@@ -368,12 +287,28 @@ static bool takeEnds(Launcher &launcher)
         if (child != launcher.checker)
             continue;
         launcher.checker = 0;
-        string printed;
-        readWhole(launcher.work + "/checked", printed);
-        replaceFile(launcher.work + "/findings", readFindings(printed, launcher.config.docRoot));
+        if (!launcher.isStale)
+            takeFindings(launcher);
     }
     startChecker(launcher);
     return true;
+}
+
+// Sorts what has changed by whom it concerns.
+static Change changeOf(const Launcher &launcher, const std::set<string> &changed)
+{
+    const Settings &settings = launcher.settings;
+    Change change;
+    for (const string &name : changed) {
+        const string path = name.starts_with('/') ? name : launcher.config.docRoot + "/" + name;
+        change.isData |= path == settings.db;
+        change.isTexts |= path.ends_with(".db") && path != settings.db;
+        for (const TextSource &source : settings.texts)
+            change.isTexts |= path == source.path;
+        if (!name.starts_with('/'))
+            change.files.insert(name);
+    }
+    return change;
 }
 
 // Tells the pages, after the last of a row of changes.
@@ -389,16 +324,15 @@ static void takeChanges(Launcher &launcher)
         launcher.isGone = true;
         tell("The folder %s is gone; it is shown again when it is back.",
              launcher.config.docRoot.c_str());
-        writeGeneration(launcher.work, newGeneration());
+        publishAll(launcher);
         return;
     }
     if (changed.empty())
         return;
-    if (!prepare(launcher))
+    if (!prepare(launcher) || !publish(launcher, changeOf(launcher, changed)))
         tell("Cannot write in %s: %s", launcher.work.c_str(), strerror(errno));
     tell("Changed: %s%s", changed.begin()->c_str(), changed.size() > 1 ? " and others" : "");
-    launcher.isStale = true;
-    startChecker(launcher);
+    checkAgain(launcher);
 }
 
 static void takeReturn(Launcher &launcher)
@@ -408,9 +342,48 @@ static void takeReturn(Launcher &launcher)
         return;
     launcher.isGone = false;
     prepare(launcher);
+    publishAll(launcher);
     tell("The folder is back.");
-    launcher.isStale = true;
-    startChecker(launcher);
+    checkAgain(launcher);
+}
+
+// ---- The editor ----
+
+// Whether an author's editor may be asked for a file: one that the preview shows or was given.
+static bool isShownFile(const Launcher &launcher, const string &path)
+{
+    const auto &files = launcher.watch.files;
+    return path.starts_with(launcher.config.docRoot + "/") ||
+           std::find(files.begin(), files.end(), path) != files.end();
+}
+
+static void openPlace(const Launcher &launcher, const Json &order)
+{
+    std::error_code error;
+    const string path =
+        fs::canonical(fs::path(launcher.config.docRoot) / order.value("file", ""), error);
+    if (error || !isShownFile(launcher, path))
+        return;
+    string problem;
+    const auto words = editorWords(launcher.config.editor, path, order.value("line", 1),
+                                   order.value("column", 1), &problem);
+    if (words.empty() || startProgram(words, "/dev/null", "/dev/null") < 0)
+        tell("The editor cannot be started: %s",
+             problem.empty() ? strerror(errno) : problem.c_str());
+}
+
+// Takes the places that the pages have asked for. A line comes whole: it fits the pipe.
+static void takeOrders(const Launcher &launcher)
+{
+    char bytes[8192];
+    const ssize_t count = read(launcher.orders, bytes, sizeof bytes);
+    string rest(bytes, count > 0 ? static_cast<size_t>(count) : 0);
+    for (size_t end; (end = rest.find('\n')) != string::npos; rest.erase(0, end + 1)) {
+        Json order;
+        string problem;
+        if (readJson(rest.substr(0, end), &order, &problem))
+            openPlace(launcher, order);
+    }
 }
 
 // ---- Signals ----
@@ -447,8 +420,9 @@ static int serve(Launcher &launcher, const sigset_t &waiting)
     static constexpr timespec beforeLook = {0, 500000000}; // for a folder that is gone
     startChecker(launcher);
     for (;;) {
-        pollfd wait = {launcher.watch.fd, POLLIN, 0};
-        ppoll(&wait, launcher.isGone ? 0 : 1, launcher.isGone ? &beforeLook : nullptr, &waiting);
+        pollfd waits[] = {{launcher.orders, POLLIN, 0},
+                          {launcher.isGone ? -1 : launcher.watch.fd, POLLIN, 0}};
+        ppoll(waits, 2, launcher.isGone ? &beforeLook : nullptr, &waiting);
         if (isToEnd)
             return ENDED;
         if (hasEnds) {
@@ -458,8 +432,10 @@ static int serve(Launcher &launcher, const sigset_t &waiting)
         }
         if (launcher.isGone)
             takeReturn(launcher);
-        else if (wait.revents != 0)
+        else if (waits[1].revents != 0)
             takeChanges(launcher);
+        if (waits[0].revents != 0)
+            takeOrders(launcher);
     }
 }
 
@@ -470,7 +446,7 @@ int main(int argc, char **argv)
     if (const char *work = getenv("ORV_PREVIEW_WORK"))
         return answerRequest(work);
     Launcher launcher;
-    int status = readOptions(argc, argv, launcher.options);
+    int status = readSettings(argc, argv, launcher.settings);
     if (status >= 0)
         return status;
     const sigset_t waiting = holdSignals();

@@ -1,4 +1,5 @@
-/* tools/preview/pages.cpp - see the header. */
+/* tools/preview/pages.cpp - writes the preview's own pages. They work without their bar; with
+ * it, what is told of a page that breaks off is made better by what orv-check finds. */
 #include "pages.h"
 
 #include "embedded.h"
@@ -40,29 +41,37 @@ static string head(const string &title, const char *body)
 
 static constexpr char foot[] = "</main>\n</body>\n</html>\n";
 
-static string frame(const Trouble &trouble)
+static string frame(const Trouble &trouble, Sources &sources)
 {
-    if (trouble.place.file.empty())
+    static constexpr int32_t around = 4;
+    const Place &place = trouble.place;
+    if (place.file.empty())
         return "";
-    string place = trouble.place.file;
-    if (trouble.place.line > 0)
-        place += ", line " + std::to_string(trouble.place.line);
-    string html = "<figure>\n<figcaption>" + escaped(place) + "</figcaption>\n";
-    if (!trouble.lines.empty())
+    const Json at = placeJson(sources, place);
+    const auto here = at.value("line", 0);
+    const auto column = at.value("column", 0);
+    const auto lines = linesAround(sources, place.file, here, column, around);
+    string html = "<figure>\n<figcaption>" + escaped(at.value("file", ""));
+    if (here > 0)
+        html += ", line " + std::to_string(here);
+    if (column > 0)
+        html += ", column " + std::to_string(column);
+    html += "</figcaption>\n";
+    if (!lines.empty())
         html += "<ol class=\"source\">\n";
-    for (const ExcerptLine &line : trouble.lines)
-        html += "<li" + string(line.number == trouble.place.line ? " class=\"here\"" : "") +
-                " value=\"" + std::to_string(line.number) + "\"><code>" + escaped(line.text) +
-                "</code></li>\n";
-    if (!trouble.lines.empty())
+    for (const SourceLine &line : lines)
+        html += "<li" + string(line.number == here ? " class=\"here\"" : "") + " value=\"" +
+                std::to_string(line.number) + "\"><code>" + escaped(line.text) + "</code></li>\n";
+    if (!lines.empty())
         html += "</ol>\n";
     return html + "</figure>\n";
 }
 
-string troublePage(const Trouble &trouble)
+string troublePage(const Trouble &trouble, Sources &sources)
 {
     string html = head(trouble.title, "trouble") + "<h1>" + escaped(trouble.title) +
-                  "</h1>\n<p class=\"what\">" + escaped(trouble.text) + "</p>\n" + frame(trouble);
+                  "</h1>\n<p class=\"what\">" + escaped(trouble.text) + "</p>\n" +
+                  frame(trouble, sources);
     if (!trouble.hint.empty())
         html += "<p class=\"hint\">" + escaped(trouble.hint) + "</p>\n";
     if (!trouble.links.empty())
@@ -84,8 +93,7 @@ FolderEntry::Kind kindOfFile(string_view name)
     return name.ends_with(".frm") ? FolderEntry::PIECE : FolderEntry::FILE;
 }
 
-// A name as a step of an address.
-static string addressOf(string_view name)
+string addressOf(string_view name)
 {
     static constexpr char digits[] = "0123456789ABCDEF";
     string address = name.find(':') == string_view::npos ? "" : "./"; // else a scheme

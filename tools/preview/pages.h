@@ -7,23 +7,25 @@
 #include <string_view>
 #include <vector>
 
-#include "excerpt.h"
+#include "source.h"
 #include "trace.h"
 
 /* HTML text for any text. */
 std::string escaped(std::string_view text);
 
 struct Trouble {
-    std::string title; // "There is no template x.htm"
-    std::string text;  // what happened
-    std::string hint;  // what to do about it, may be empty
-    Place place;       // in a template, if its file is not empty
-    std::vector<ExcerptLine> lines;
-    std::string page;               // what the page had so far
-    std::vector<std::string> links; // paths that may have been meant
+    std::string title;                   // "There is no template x.htm"
+    std::string text;                    // what happened
+    std::string hint = {};               // what to do about it, may be empty
+    Place place = {};                    // in a template, if its file is not empty
+    Topic topic = {};                    // what its cause is about
+    std::string log = {};                // and the log's line of that
+    std::string page = {};               // what the page had so far
+    std::vector<std::string> links = {}; // paths that may have been meant
 };
 
-std::string troublePage(const Trouble &trouble);
+/* The page. sources: for the lines of the place. */
+std::string troublePage(const Trouble &trouble, Sources &sources);
 
 struct FolderEntry {
     enum Kind { FOLDER, PAGE, PIECE, FILE } kind;
@@ -37,7 +39,11 @@ std::string folderPage(const std::string &title, const std::string &path,
 /* The kind of a file of that name: templates are told by their endings. */
 FolderEntry::Kind kindOfFile(std::string_view name);
 
-/* A whole answer for printf(): why a run was stopped, the template, the line. */
+/* A name as a step of an address. */
+std::string addressOf(std::string_view name);
+
+/* A whole answer for printf(), where a run has ended that nothing else could stop: why, the
+ * template, the line. */
 inline constexpr char runStoppedPage[] =
     "Status: 500 Internal Server Error\r\nContent-Type: text/html; charset=utf-8\r\n"
     "Cache-Control: no-store\r\n\r\n<!DOCTYPE html>\n<meta charset=\"utf-8\">"

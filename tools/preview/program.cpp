@@ -1,4 +1,5 @@
-/* tools/preview/program.cpp - see the header. */
+/* tools/preview/program.cpp - finds the programs of one installation, whether built or
+ * installed, and starts them free of what the launcher holds back. */
 #include "program.h"
 
 #include <fcntl.h>

@@ -1,110 +1,137 @@
-/* tools/preview/report.cpp - see the header. */
+/* tools/preview/report.cpp - writes what is known of a page, and of a whole site, as JSON.
+ *
+ * What the run has reported and what orv-check has found become one list in the bar, since
+ * findings come later than the page: so both have their places in lines and columns. */
 #include "report.h"
 
+#include <algorithm>
 #include <filesystem>
 
-#include "excerpt.h"
-#include "tools/common/json.h"
+#include "editor.h"
+#include "source.h"
 
 using std::string;
 
 namespace fs = std::filesystem;
 
-static constexpr int32_t LINES_AROUND = 2;
-
-static Json sourceOf(const Trace &trace, const Place &place)
+static const char *nameOf(Topic topic)
 {
-    Json lines = Json::array();
-    for (const ExcerptLine &line : excerpt(trace, place.file, place.line, LINES_AROUND))
-        lines.push_back({{"number", line.number}, {"text", line.text}});
-    return lines;
+    static constexpr const char *names[] = {"",      "syntax", "include", "text",
+                                            "value", "query",  "markup"};
+    return names[static_cast<size_t>(topic)];
 }
 
-static Json message(const Trace &trace, const TraceMessage &told)
+static Json message(Sources &sources, const TraceMessage &told)
 {
     static constexpr const char *names[] = {"notice", "warning", "error"};
-    return {{"severity", names[told.severity]},
-            {"file", told.place.file},
-            {"line", told.place.line},
-            {"text", told.text},
-            {"times", told.times},
-            {"hint", told.hint},
-            {"log", told.log},
-            {"source", sourceOf(trace, told.place)}};
+    Json made = placeJson(sources, told.place);
+    made["severity"] = names[told.severity];
+    made["topic"] = nameOf(told.topic);
+    made["text"] = told.text;
+    made["times"] = told.times;
+    made["hint"] = told.hint;
+    made["log"] = told.log;
+    made["lead"] = told.id == Message::UNKNOWN_COMMAND ? "Unknown command: " : "";
+    made["source"] =
+        linesJson(sources, told.place.file, made.value("line", 0), made.value("column", 0));
+    return made;
 }
 
-static Json messages(const Trace &trace, const ReportSetting &setting)
+static Json messages(Sources &sources, const Trace &trace, const ReportSetting &setting)
 {
     Json list = Json::array();
     for (const FileProblem &problem : setting.config.problems)
-        list.push_back(message(
-            trace, {ORV_LOG_ERROR, {problem.file, problem.line}, problem.text, "", "", {}}));
+        list.push_back(
+            message(sources, {ORV_LOG_ERROR, {problem.file, problem.line}, problem.text, ""}));
     for (int32_t severity = ORV_LOG_ERROR; severity >= ORV_LOG_NOTICE; --severity) {
         for (const TraceMessage &m : trace.messages)
             if (m.severity == severity)
-                list.push_back(message(trace, m));
+                list.push_back(message(sources, m));
         if (severity == ORV_LOG_WARNING && !setting.openMarkup.empty())
             list.push_back(message(
-                trace, {severity,
-                        {setting.page, 0},
-                        "The page ends inside " + setting.openMarkup + ", which is never closed",
-                        "",
-                        "",
-                        {}}));
+                sources, {severity,
+                          {setting.page, 0},
+                          "The page ends inside " + setting.openMarkup + ", which is never closed",
+                          "",
+                          Topic::MARKUP}));
     }
     return list;
 }
 
-static Json queries(const Trace &trace)
+static Json orNull(const std::optional<string> &text)
+{
+    return text ? Json(*text) : Json();
+}
+
+static Json parametersOf(const TraceQuery &query)
+{
+    Json list = Json::array();
+    for (const TraceParameter &one : query.parameters)
+        list.push_back({{"name", one.name}, {"value", orNull(one.value)}, {"by", one.setBy}});
+    return list;
+}
+
+static Json sampleOf(const TraceQuery &query)
+{
+    Json list = Json::array();
+    for (const auto &row : query.sample) {
+        Json cells = Json::array();
+        for (const auto &cell : row)
+            cells.push_back(orNull(cell));
+        list.push_back(std::move(cells));
+    }
+    return list;
+}
+
+static Json queries(Sources &sources, const Trace &trace)
 {
     static constexpr const char *modes[] = {"one row", "all rows", "count"};
     Json list = Json::array();
     for (const TraceQuery &query : trace.queries)
-        list.push_back({{"file", query.place.file},
-                        {"line", query.place.line},
+        list.push_back({{"place", placeJson(sources, query.place)},
                         {"text", query.text},
                         {"problem", query.problem},
                         {"wants", modes[query.mode]},
                         {"rows", query.rows},
                         {"microseconds", query.microseconds},
                         {"repeated", query.isRepeated},
-                        {"sample", query.sample}});
+                        {"parameters", parametersOf(query)},
+                        {"columns", query.columns},
+                        {"sample", sampleOf(query)}});
     return list;
 }
 
-static Json templates(const Trace &trace)
+static Json templates(Sources &sources, const Trace &trace)
 {
     Json list = Json::array();
     for (const TraceTemplate &one : trace.templates)
         list.push_back({{"path", one.path},
                         {"file", fs::path(one.path).lexically_normal().string()},
-                        {"line", one.place.line},
+                        {"place", placeJson(sources, one.place)},
                         {"parent", one.parent},
                         {"problem", one.problem},
                         {"microseconds", one.microseconds}});
     return list;
 }
 
-static Json variables(const Trace &trace)
+static Json variables(Sources &sources, const Trace &trace)
 {
     Json list = Json::array();
     for (const TraceVariable &variable : trace.assigned)
         list.push_back({{"name", variable.name},
                         {"value", variable.value},
                         {"by", variable.setBy},
-                        {"file", variable.place.file},
-                        {"line", variable.place.line},
+                        {"place", placeJson(sources, variable.place)},
                         {"kept", variable.isKept}});
     return list;
 }
 
-static Json texts(const Trace &trace)
+static Json texts(Sources &sources, const Trace &trace)
 {
     Json list = Json::array();
     for (const TraceText &text : trace.texts)
         list.push_back({{"id", text.id},
-                        {"file", text.place.file},
-                        {"line", text.place.line},
+                        {"place", placeJson(sources, text.place)},
                         {"missing", text.isMissing}});
     return list;
 }
@@ -122,31 +149,61 @@ static string withoutTags(string text)
     return text;
 }
 
+// Whether a page has used a file of that name.
+static bool isUsed(const Trace &trace, const string &file)
+{
+    return std::ranges::any_of(trace.templates, [&](const TraceTemplate &one) {
+        return fs::path(one.path).lexically_normal() == file;
+    });
+}
+
+// The findings in the page's own templates; nothing where they are those of other files than
+// the page was made of. The rest comes by the stream.
+static Json findingsOf(const Trace &trace, const ReportSetting &setting)
+{
+    Json read;
+    string problem;
+    readJson(setting.findings, &read, &problem); // none yet
+    if (read.value("generation", "") != setting.generation)
+        return {};
+    Json own = Json::array();
+    for (const Json &finding : read.value("findings", Json::array()))
+        if (isUsed(trace, finding.value("file", "")))
+            own.push_back(finding);
+    return {{"generation", setting.generation},
+            {"problem", read.value("problem", "")},
+            {"findings", own}};
+}
+
 string reportJson(const Trace &trace, const ReportSetting &setting)
 {
-    Json findings;
-    string problem;
-    readJson(setting.findings, &findings, &problem); // none where the checker ended badly
+    Sources sources = {setting.config.docRoot, {}};
+    const string &editor = setting.config.editor;
     const Json report = {
         {"page", setting.page},
         {"generation", setting.generation},
         {"posted", setting.isPosted},
+        {"trouble", setting.isTrouble},
         {"policy", setting.hasPolicy},
         {"reloads", setting.config.reloads},
         {"languages", setting.config.languages},
         {"language", setting.switches.language},
         {"marks", setting.switches.marks},
         {"error", setting.switches.error},
-        {"messages", messages(trace, setting)},
-        {"queries", queries(trace)},
-        {"templates", templates(trace)},
-        {"variables", variables(trace)},
-        {"texts", texts(trace)},
+        {"messages", messages(sources, trace, setting)},
+        {"queries", queries(sources, trace)},
+        {"templates", templates(sources, trace)},
+        {"variables", variables(sources, trace)},
+        {"texts", texts(sources, trace)},
         {"textCount", trace.textCount},
+        {"files", trace.files},
         {"bytes", trace.bytes},
         {"writes", trace.writes},
         {"microseconds", trace.microseconds},
-        {"findings", findings.isObject() ? findings : Json()},
+        {"checks", setting.config.checks},
+        {"editor", isAddress(editor) || editor.empty() ? editor : "program"},
+        {"root", setting.config.docRoot},
+        {"findings", findingsOf(trace, setting)},
     };
     return withoutTags(dump(report));
 }
@@ -159,18 +216,23 @@ static void nameFromSite(Json &finding, const string &docRoot)
     finding["file"] = file.starts_with(root) ? file.substr(root.size()) : file;
 }
 
-string readFindings(const string &printed, const string &docRoot)
+string readFindings(const string &printed, const string &complaint, const string &generation,
+                    const string &docRoot)
 {
     Json read;
     string problem;
-    if (!readJson(printed, &read, &problem) || !read.isObject())
-        return "null";
-    for (Json &finding : read["findings"].items) {
+    Sources sources = {docRoot, {}};
+    const bool isRead = readJson(printed, &read, &problem) && read.isObject();
+    Json findings = isRead ? read.value("findings", Json::array()) : Json::array();
+    for (Json &finding : findings.items) {
         nameFromSite(finding, docRoot);
         for (Json &note : finding["notes"].items)
             nameFromSite(note, docRoot);
+        finding["source"] = linesJson(sources, finding.value("file", ""), finding.value("line", 0),
+                                      finding.value("column", 0));
     }
-    return dump(read);
+    problem = isRead ? "" : complaint.empty() ? "it has ended before its time" : complaint;
+    return dump({{"generation", generation}, {"problem", problem}, {"findings", findings}});
 }
 
 string scriptText(const string &text)

@@ -29,7 +29,7 @@ def shoot(name, page, script=""):
 def shoot_all():
     resize(1100, 720)
     shoot("page", "overview.htm")
-    shoot("queries", "overview.htm", "bar.querySelector('.badge').click();"
+    shoot("queries", "overview.htm", "bar.querySelector('#badge').click();"
           "bar.getElementById('queries').click();"
           "bar.querySelectorAll('details')[4].open = true;"
           "bar.querySelector('.sheet').scrollTop = 60; document.activeElement.blur()")
@@ -39,7 +39,7 @@ def shoot_all():
     edit("site/header.frm", "menu.frm", "menus.frm")
     edit("site/header.frm", "{?site.skip?}", "{?site.skipp?}")
     shoot("error", "overview.htm")
-    shoot("messages", "overview.htm", "bar.querySelector('.badge').click();"
+    shoot("messages", "overview.htm", "bar.querySelector('#badge').click();"
           "document.activeElement.blur()")
     run(BAR + "bar.querySelector('.close').click()")
     with open("site/events.htm", "a", encoding="utf-8") as file:

@@ -1,5 +1,5 @@
-/* tools/preview/server.cpp - see the header. The server has a process group of its own:
- * a terminal's Ctrl-C reaches the launcher alone, which ends the group. */
+/* tools/preview/server.cpp - configures lighttpd and starts it. It has a process group of its
+ * own: a terminal's Ctrl-C reaches the launcher alone, which ends the group. */
 #include "server.h"
 
 #include <arpa/inet.h>

@@ -1,4 +1,5 @@
-/* tools/preview/texts.cpp - see the header. Databases are made by orv-textdb. */
+/* tools/preview/texts.cpp - lays out what the interpreter looks for below its root. Databases
+ * are made by orv-textdb; those of the device are linked. */
 #include "texts.h"
 
 #include <errno.h>

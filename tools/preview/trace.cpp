@@ -15,13 +15,13 @@
 
 #include <sqlite3.h>
 
-#include "excerpt.h"
 #include "grammar/commands.h"
 #include "base/interpreter.h"
 #include "base/log.h"
 #include "base/process.h"
 #include "pages.h"
 #include "tools/common/advice.h"
+#include "source.h"
 #include "tools/common/files.h"
 
 using std::string;
@@ -39,12 +39,12 @@ static int64_t now()
 
 static Place here()
 {
-    const string file = currentTemplate();
-    return {file, file.empty() ? 0 : currentLine()};
+    string file = currentTemplate();
+    const int32_t line = file.empty() ? 0 : currentLine();
+    return {std::move(file), line};
 }
 
-// Where the command begins that is being run, or else where the scanner is.
-static Place acting(const Trace &trace)
+Place tracePlace(const Trace &trace)
 {
     if (trace.acting.empty())
         return here();
@@ -68,21 +68,23 @@ static void addMessage(Trace &trace, TraceMessage message)
     trace.messages.push_back(std::move(message));
 }
 
-void traceMessage(Trace &trace, int32_t severity, Place place, string text, string hint)
+void traceMessage(Trace &trace, int32_t severity, Place place, string text, string hint,
+                  Topic topic)
 {
-    addMessage(trace, {severity, std::move(place), std::move(text), std::move(hint), "", {}});
+    addMessage(trace, {severity, std::move(place), std::move(text), std::move(hint), topic});
 }
 
-int32_t traceCount(const Trace &trace, int32_t severity)
-{
-    return static_cast<int32_t>(
-        std::count_if(trace.messages.begin(), trace.messages.end(),
-                      [severity](const TraceMessage &m) { return m.severity == severity; }));
-}
+// ---- Runs without end ----
 
-// Ends a run that would never end by itself. No answer has begun yet. Fit for a signal
+static constexpr char TOO_LONG[] = "The page was not done after 20 seconds, and was stopped";
+static constexpr char TOO_LARGE[] = "The page has more than 64 megabytes, and was stopped";
+
+static volatile sig_atomic_t isOverdue; // set by the alarm; the next event ends the run
+static sqlite3 *alarmed;                // the database of the run in progress, for the alarm
+
+// Ends a run in which nothing happens any more. No answer has begun yet. Fit for a signal
 // handler: it takes no memory.
-[[noreturn]] static void stopRun(const char *why)
+[[noreturn]] static void stopAtOnce(const char *why)
 {
     char answer[2048];
     char file[256] = "";
@@ -94,16 +96,64 @@ int32_t traceCount(const Trace &trace, int32_t severity)
     _exit(write(STDOUT_FILENO, answer, count) < 0);
 }
 
+// A query in progress fails, and what is told of that ends the run.
+static void onAlarm(int)
+{
+    static constexpr unsigned patience = 2; // seconds for an event to come
+    if (isOverdue)
+        stopAtOnce(TOO_LONG);
+    isOverdue = 1;
+    if (alarmed)
+        sqlite3_interrupt(alarmed);
+    alarm(patience);
+}
+
+static void stopRun(Trace &trace, const char *why)
+{
+    alarm(0);
+    trace.microseconds = now() - trace.started;
+    observe::setObserver(nullptr);
+    trace.stop(why);
+}
+
+static void stopIfOverdue(Trace &trace)
+{
+    if (isOverdue)
+        stopRun(trace, TOO_LONG);
+}
+
 // ---- Messages ----
 
-// The line of a byte of a file below the document root; 0 when it cannot be read.
-static int32_t lineAt(const Trace &trace, const string &file, size_t offset)
+// What messages are about, by ranges of their identities.
+static Topic topicOf(Message id)
 {
-    string bytes;
-    if (readBelow(trace, file, bytes) || offset > bytes.size())
-        return 0;
-    const auto end = bytes.begin() + static_cast<std::ptrdiff_t>(offset);
-    return 1 + static_cast<int32_t>(std::count(bytes.begin(), end, '\n'));
+    static constexpr struct {
+        Message first, last;
+        Topic topic;
+    } table[] = {
+        {Message::EMPTY_INCLUDE, Message::INCLUDES_TOO_DEEP, Topic::INCLUDE},
+        {Message::TEXT_MISSING, Message::TEXT_MISSING, Topic::TEXT},
+        {Message::UNKNOWN_COMMAND, Message::ENDS_INSIDE, Topic::SYNTAX},
+        {Message::MISSING_ARGUMENT, Message::MISSING_ARGUMENT, Topic::SYNTAX},
+        {Message::INCLUDE_REFUSED, Message::INCLUDE_REFUSED, Topic::INCLUDE},
+        {Message::EMPTY_NUMBER, Message::UPPER_NO_NUMBER, Topic::VALUE},
+        {Message::QUERY_FAILED, Message::QUERY_EMPTY, Topic::QUERY},
+    };
+    for (const auto &row : table)
+        if (id >= row.first && id <= row.last)
+            return row.topic;
+    return Topic::OTHER;
+}
+
+// The command of that line that is being read or was read last; the line alone without one.
+static Place commandAt(const Trace &trace, const observe::Spot &spot)
+{
+    for (auto command = trace.unclosed.rbegin(); command != trace.unclosed.rend(); ++command)
+        if (command->place.line == spot.line && command->place.file == spot.path)
+            return command->place;
+    if (trace.closed.line == spot.line && trace.closed.file == spot.path)
+        return trace.closed;
+    return {spot.path, spot.line};
 }
 
 // Where a message's mistake stands.
@@ -112,8 +162,8 @@ static Place placeOf(const Trace &trace, const observe::Told &told)
     if (told.id == Message::ENDS_INSIDE && !trace.unclosed.empty())
         return trace.unclosed.front().place;
     if (told.id >= Message::BODIES_TOO_DEEP && told.id <= Message::QUERY_EMPTY)
-        return acting(trace);
-    return {told.spot.path, told.spot.line};
+        return tracePlace(trace);
+    return commandAt(trace, told.spot);
 }
 
 // Notes that the language lacks the text that is looked up, and where.
@@ -125,7 +175,8 @@ static Place noteText(Trace &trace, bool isMissing)
             text.isMissing |= isMissing;
             return text.place;
         }
-    trace.texts.push_back({trace.fieldId, {file, lineAt(trace, file, trace.fieldAt)}, isMissing});
+    const size_t end = trace.fieldAt + trace.fieldId.size() + strlen("{??}");
+    trace.texts.push_back({trace.fieldId, {file, 0, trace.fieldAt, end}, isMissing});
     return trace.texts.back().place;
 }
 
@@ -145,12 +196,13 @@ static void noteMessage(void *self, const observe::Told &told)
     string log = told.text;
     log.resize(log.find_last_not_of('\n') + 1);
     addMessage(trace, {static_cast<int32_t>(messageOf(told.id).severity), place, tellAuthor(told),
-                       advice.mending, log, told.id});
+                       advice.mending, topicOf(told.id), log, told.id});
 }
 
 static void noteBlunder(void *self, const observe::Spot &spot)
 {
-    traceOf(self).stopped = {spot.path, spot.line};
+    Trace &trace = traceOf(self);
+    trace.stopped = commandAt(trace, spot);
 }
 
 static void noteField(void *self, const char *id, size_t at)
@@ -184,7 +236,7 @@ static int32_t openTraced(Interpreter *interpreter, const char *path)
     TraceTemplate opened;
     opened.path = path;
     opened.parent = trace.open.empty() ? -1 : trace.open.back();
-    opened.place = acting(trace);
+    opened.place = tracePlace(trace);
     const int32_t fd = hostCallbacks.fOpen(interpreter, path);
     if (fd < 0) {
         opened.problem = trace.openProblem ? trace.openProblem : "cannot be opened";
@@ -193,7 +245,8 @@ static int32_t openTraced(Interpreter *interpreter, const char *path)
             traceMessage(trace, ORV_LOG_ERROR, opened.place,
                          "Cannot include '" + opened.path + "': " + opened.problem,
                          "Paths begin at the folder that is shown, not at the template's own, and "
-                         "nothing outside of it is read.");
+                         "nothing outside of it is read.",
+                         Topic::INCLUDE);
     } else {
         trace.open.push_back(static_cast<int32_t>(trace.templates.size()));
     }
@@ -220,16 +273,29 @@ static void noteToken(void *self, int token, const observe::Match &match, const 
     Trace &trace = traceOf(self);
     const size_t level = trace.open.size();
     auto &unclosed = trace.unclosed;
-    if (isCommand(token)) {
+    if (isCommand(token) || token == F_UNDEF) {
         const string file = currentTemplate();
-        unclosed.push_back({level, match.depthBefore, {file, zarn_lloc.first_line}});
+        unclosed.push_back({level, match.depthBefore, {file, zarn_lloc.first_line, match.at}});
     } else if (token == CMD_END || token == EOF_TAG) {
         for (bool found = false; !found && !unclosed.empty() && unclosed.back().level == level;) {
             found = token == EOF_TAG || unclosed.back().depth <= match.depthAfter;
             trace.closed = unclosed.back().place;
+            trace.closed.end = match.end;
             unclosed.pop_back();
         }
     }
+}
+
+// A comment, and what begins like a command in it, is open as a command is.
+static void noteComment(void *self, const observe::Match &match)
+{
+    Trace &trace = traceOf(self);
+    auto &unclosed = trace.unclosed;
+    if (match.depthAfter > match.depthBefore)
+        unclosed.push_back(
+            {trace.open.size(), match.depthBefore, {currentTemplate(), currentLine(), match.at}});
+    else if (!unclosed.empty() && unclosed.back().depth >= match.depthAfter)
+        unclosed.pop_back();
 }
 
 static void noteMade(void *self, const Cmd *cmd)
@@ -240,7 +306,9 @@ static void noteMade(void *self, const Cmd *cmd)
 
 static void noteBegin(void *self, const Cmd *cmd)
 {
-    traceOf(self).acting.push_back(cmd);
+    Trace &trace = traceOf(self);
+    trace.acting.push_back(cmd);
+    stopIfOverdue(trace);
 }
 
 static void noteEnd(void *self, const Cmd *, int32_t)
@@ -256,7 +324,8 @@ static void notePiece(void *self, string_view piece, size_t)
     trace.writes += !piece.empty();
     trace.bytes += piece.size();
     if (trace.bytes > MAX_PAGE_BYTES)
-        stopRun("The page has more than 64 megabytes, and was stopped");
+        stopRun(trace, TOO_LARGE);
+    stopIfOverdue(trace);
 }
 
 // The base64 command opens any file of the machine; here the folder is the limit.
@@ -266,9 +335,10 @@ static FILE *openBelow(void *self, const char *path)
     int32_t fd = -1;
     const char *problem = hostOpenFile(trace, path, &fd);
     if (problem)
-        traceMessage(trace, ORV_LOG_ERROR, acting(trace),
+        traceMessage(trace, ORV_LOG_ERROR, tracePlace(trace),
                      string("base64 cannot read '") + path + "': " + problem,
                      "Nothing outside the folder that is shown is read.");
+    trace.files.emplace_back(path);
     FILE *file = problem ? nullptr : fdopen(fd, "r");
     if (!problem && !file)
         close(fd);
@@ -281,14 +351,14 @@ static void noteAssigned(void *self, const char *name, const char *index, const 
     Trace &trace = traceOf(self);
     if (!inpr->resuming)
         trace.assigned.push_back(
-            {index ? string(name) + index + "]" : name, value, "", acting(trace), !stored});
+            {index ? string(name) + index + "]" : name, value, "", tracePlace(trace), !stored});
 }
 
 static void noteAsked(void *self, int32_t mode, const char *text)
 {
     Trace &trace = traceOf(self);
     TraceQuery query;
-    query.place = acting(trace);
+    query.place = tracePlace(trace);
     query.text = text;
     query.mode = mode;
     query.isRepeated = inpr->resuming != 0;
@@ -296,18 +366,86 @@ static void noteAsked(void *self, int32_t mode, const char *text)
     trace.asked = now();
 }
 
-static void keepRows(TraceQuery &query, const QueryRow *row)
+// Who has set the variable that a parameter stands for, and to what.
+static TraceParameter parameterOf(const Trace &trace, const char *name)
 {
+    TraceParameter made = {name, {}, "nobody"};
+    for (const TraceVariable &variable : trace.assigned) {
+        if (variable.name != name + 1)
+            continue;
+        if (!variable.setBy.empty())
+            made = {name, variable.value, variable.setBy};
+        else if (!made.value)
+            made.setBy = "a template, which counts for templates alone";
+    }
+    return made;
+}
+
+// How many a template can name.
+static int columnsOf(sqlite3_stmt *statement)
+{
+    return std::min(sqlite3_column_count(statement), int{ORV_MAX_COLUMNS});
+}
+
+static void noteStatement(Trace &trace, TraceQuery &query, sqlite3_stmt *statement)
+{
+    for (int i = 1; i <= sqlite3_bind_parameter_count(statement); ++i)
+        if (const char *name = sqlite3_bind_parameter_name(statement, i))
+            query.parameters.push_back(parameterOf(trace, name));
+    for (int i = 0; i < columnsOf(statement); ++i)
+        query.columns.emplace_back(sqlite3_column_name(statement, i));
+}
+
+static void noteRow(TraceQuery &query, sqlite3_stmt *statement)
+{
+    if (query.sample.size() >= SAMPLE_ROWS || query.mode == ORV_QUERY_COUNT)
+        return;
+    auto &row = query.sample.emplace_back();
+    for (int i = 0; i < columnsOf(statement); ++i) {
+        const auto *text = reinterpret_cast<const char *>(sqlite3_column_text(statement, i));
+        if (text)
+            row.emplace_back(string_view(text).substr(0, SAMPLE_BYTES));
+        else
+            row.emplace_back();
+    }
+}
+
+// SQLite tells of each statement, and of each row that it makes: only here is NULL known from
+// an empty text.
+static int noteSqlite(unsigned event, void *self, void *about, void *)
+{
+    Trace &trace = traceOf(self);
+    if (trace.queries.empty() || !trace.queries.back().isOpen)
+        return 0;
+    TraceQuery &query = trace.queries.back();
+    auto *statement = static_cast<sqlite3_stmt *>(about);
+    if (event == SQLITE_TRACE_ROW)
+        noteRow(query, statement);
+    else
+        noteStatement(trace, query, statement);
+    return 0;
+}
+
+static int32_t countRows(const QueryRow *row)
+{
+    int32_t count = 0;
     while (row && row->prev)
         row = row->prev;
-    for (; row; row = row->next) {
-        ++query.rows;
-        if (query.sample.size() >= SAMPLE_ROWS || query.mode == ORV_QUERY_COUNT)
-            continue;
-        auto &kept = query.sample.emplace_back();
-        for (int32_t i = 0; i < row->count; ++i)
-            kept.emplace_back(string_view(row->cols[i]).substr(0, SAMPLE_BYTES));
-    }
+    for (; row; row = row->next)
+        ++count;
+    return count;
+}
+
+// The host has answered from memory what the page has asked before: SQLite has told nothing.
+static void copyAnswer(const Trace &trace, TraceQuery &query)
+{
+    for (const TraceQuery &former : trace.queries)
+        if (query.columns.empty() && former.text == query.text && former.problem.empty()) {
+            query.parameters = former.parameters;
+            query.columns = former.columns;
+            if (query.mode != ORV_QUERY_COUNT)
+                query.sample = former.sample;
+        }
 }
 
 // What can be done about a query that failed. SQLite has one code for most mistakes.
@@ -328,8 +466,11 @@ static void noteAnswered(void *self, int32_t result, const QueryRow *rows)
     Trace &trace = traceOf(self);
     TraceQuery &query = trace.queries.back();
     query.microseconds = now() - trace.asked;
+    stopIfOverdue(trace);
+    query.isOpen = false;
     if (result == 0) {
-        keepRows(query, rows);
+        query.rows = countRows(rows);
+        copyAnswer(trace, query);
         return;
     }
     const string line = takeReport(trace);
@@ -338,7 +479,7 @@ static void noteAnswered(void *self, int32_t result, const QueryRow *rows)
     if (!trace.dbProblem.empty())
         query.problem = trace.dbProblem;
     traceMessage(trace, ORV_LOG_ERROR, query.place, "Query failed: " + query.problem,
-                 hintOnQuery(trace));
+                 hintOnQuery(trace), Topic::QUERY);
 }
 
 static observe::Observer observerOf(Trace &trace)
@@ -347,6 +488,7 @@ static observe::Observer observerOf(Trace &trace)
     observer.self = &trace;
     observer.closed = noteClosed;
     observer.token = noteToken;
+    observer.commented = noteComment;
     observer.blundered = noteBlunder;
     observer.made = noteMade;
     observer.begins = noteBegin;
@@ -406,14 +548,18 @@ void traceSet(Trace &trace, Interpreter *interpreter, const string &name, const 
 string traceRun(Trace &trace, Interpreter *interpreter, const string &page)
 {
     const int output = memfd_create("page", MFD_CLOEXEC);
-    signal(SIGALRM,
-           [](int) { stopRun("The page was not done after 20 seconds, and was stopped"); });
+    isOverdue = 0;
+    alarmed = trace.db;
+    if (trace.db)
+        sqlite3_trace_v2(trace.db, SQLITE_TRACE_STMT | SQLITE_TRACE_ROW, noteSqlite, &trace);
+    signal(SIGALRM, onAlarm);
     alarm(MAX_PAGE_SECONDS);
-    const int64_t start = now();
+    trace.started = now();
     trace.result = Orv_Interpreter_Run(interpreter, page.c_str(), output);
-    trace.microseconds = now() - start;
+    trace.microseconds = now() - trace.started;
     trace.textCount = interpreter->textFieldCount;
     alarm(0);
+    alarmed = nullptr;
     observe::setObserver(nullptr);
     Orv_Interpreter_Destroy(interpreter);
     hostClose(trace);

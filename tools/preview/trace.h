@@ -7,27 +7,34 @@
 #define PREVIEW_TRACE_H
 
 #include <stdint.h>
+#include <functional>
 #include <optional>
 #include <string>
 #include <unordered_map>
 #include <vector>
 
-#include "host.h"
 #include "base/observe.h"
+#include "source.h"
 
-struct Place {
-    std::string file; // below the document root; empty where no template is concerned
-    int32_t line = 0; // from 1; 0 when it is not known
-};
+// What a message is about, which tells the kinds of findings that can be its cause.
+enum class Topic : uint8_t { OTHER, SYNTAX, INCLUDE, TEXT, VALUE, QUERY, MARKUP };
 
 struct TraceMessage {
     int32_t severity; // ORV_LOG_
     Place place;
-    std::string text;          // without the place
-    std::string hint;          // what an author can do about it, may be empty
-    std::string log;           // the log's line, empty where the library has not told it
-    std::optional<Message> id; // of a message of the library
+    std::string text; // without the place
+    std::string hint; // what an author can do about it, may be empty
+    Topic topic = Topic::OTHER;
+    std::string log = {};           // the log's line, empty where the library has not told it
+    std::optional<Message> id = {}; // of a message of the library
     int32_t times = 1;
+};
+
+// A parameter of a query, and the variable of the request that it stands for.
+struct TraceParameter {
+    std::string name;                 // with its ":"
+    std::optional<std::string> value; // none is NULL
+    std::string setBy;                // or why nobody has
 };
 
 struct TraceQuery {
@@ -37,8 +44,12 @@ struct TraceQuery {
     int32_t mode;        // ORV_QUERY_
     int32_t rows = 0;
     int64_t microseconds = 0;
-    bool isRepeated = false;                      // an include in a body made it run again
-    std::vector<std::vector<std::string>> sample; // its first rows
+    bool isOpen = true;      // it has not been answered
+    bool isRepeated = false; // an include in a body made it run again
+    std::vector<TraceParameter> parameters = {};
+    std::vector<std::string> columns = {};
+    std::vector<std::vector<std::optional<std::string>>> sample =
+        {}; // of its first rows; none is NULL
 };
 
 struct TraceTemplate {
@@ -80,9 +91,14 @@ struct Trace : Host {
     size_t bytes = 0;
     int32_t writes = 0;
     int64_t microseconds = 0;
-    int32_t result = 0;    // of Orv_Interpreter_Run
-    std::string dbProblem; // why the database is left out, empty when it is not
-    Place stopped;         // where the parser met its last mistake
+    int32_t result = 0;             // of Orv_Interpreter_Run
+    std::string dbProblem;          // why the database is left out, empty when it is not
+    Place stopped;                  // where the parser met its last mistake
+    std::vector<std::string> files; // that base64 has read
+
+    /* Called when the run goes beyond what a page takes, with why; it answers the request and
+     * ends the process. */
+    std::function<void(const char *why)> stop;
 
     // For the observer alone.
     observe::Observer observer = {};
@@ -94,8 +110,9 @@ struct Trace : Host {
     std::vector<const Cmd *> acting;             // inner ones last
     std::string fieldId;                         // the text field that is looked up, and where
     size_t fieldAt = 0;
-    int64_t asked = 0; // when the last query was
-    int reports = -1;  // owned; the host's lines
+    int64_t started = 0; // when the run was, and the last query
+    int64_t asked = 0;
+    int reports = -1; // owned; the host's lines
 };
 
 /* Opens the trace's host: docRoot becomes the working directory. A database that cannot be
@@ -117,10 +134,10 @@ std::string traceRun(Trace &trace, Interpreter *interpreter, const std::string &
 
 /* Adds a message, or counts one that is there already. */
 void traceMessage(Trace &trace, int32_t severity, Place place, std::string text,
-                  std::string hint = "");
+                  std::string hint = "", Topic topic = Topic::OTHER);
 
-/* How many of the messages are of a severity, each counted once. */
-int32_t traceCount(const Trace &trace, int32_t severity);
+/* Where the run is: the command that is at work, or else where it is being read. */
+Place tracePlace(const Trace &trace);
 
 // Beyond these, a run is not a page: it is stopped, and an answer says so.
 inline constexpr size_t MAX_PAGE_BYTES = 64 << 20;

@@ -1,4 +1,4 @@
-/* tools/preview/watch.cpp - see the header.
+/* tools/preview/watch.cpp - tells a save from all else that happens in a folder.
  *
  * A file of the folder has changed when its writer closes it, or its name comes or goes.
  * The further files are told by their size, time and number, since SQLite keeps its files

@@ -1,7 +1,7 @@
-/* tools/preview/work.cpp - see the header. A launcher that lives has the lock of a file in
- * its folder. The file has its name no sooner than it is locked: so whoever gets the lock
- * of such a file knows that its launcher is dead. The lock is the process's, and none of
- * the programs that it starts has it for a moment longer. */
+/* tools/preview/work.cpp - tells folders in use from those that are left. A launcher that lives
+ * has the lock of a file in its folder. The file has its name no sooner than it is locked: so
+ * whoever gets the lock of such a file knows that its launcher is dead. The lock is the
+ * process's, and none of the programs that it starts has it for a moment longer. */
 #include "work.h"
 
 #include <fcntl.h>

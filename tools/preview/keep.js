@@ -1,0 +1,147 @@
+/* tools/preview/keep.js - what the bar knows of its page, and what lasts from one page of a tab
+ * to the next: how the bar was left, what is switched, and over a reload what was typed, what
+ * had the focus and how far the page was scrolled. */
+
+const own = new URL('.', document.currentScript.src).href;
+document.currentScript.remove();
+
+const page = {
+    data: null,      // what the run did; null on a page that was stopped
+    host: null,      // the element that has the bar
+    isThere: false,  // its report has been read, or it has none
+    state: null,     // what the stream has told last
+    known: null,     // generation of the files that the page shows
+    wholeOf: null,   // generation of which all findings have come
+    isOver: false,   // the preview has ended
+    isStale: false,  // the page is to be loaded again
+    isLeaving: false // another page is on its way
+};
+
+const storeKey = 'orv-preview';
+const recall = () => {
+    try {
+        return JSON.parse(sessionStorage.getItem(storeKey)) || {};
+    } catch {
+        return {};
+    }
+};
+const remember = (changes) => {
+    try {
+        sessionStorage.setItem(storeKey, JSON.stringify({...recall(), ...changes}));
+    } catch {
+        // The bar is closed after a reload, then.
+    }
+};
+const address = () => location.pathname + location.search;
+
+/* ---- Switches ---- */
+
+// The server is told by cookies: by "tab" what the tab's next page is to be like, for as long as
+// that is on its way; by "page" what the page is like that asks for more.
+const setCookie = (kind, switches, seconds) => {
+    try {
+        document.cookie = `orv${kind}${location.port || 80}=${new URLSearchParams(switches)}`
+            + `; path=/; samesite=strict${seconds === null ? '' : `; max-age=${seconds}`}`;
+    } catch {
+        // A frame without an origin has no cookies.
+    }
+};
+const sendSwitches = () => {
+    const {switches} = recall();
+    if (switches)
+        setCookie('tab', switches, 10);
+};
+const takeSwitches = () => {
+    const {language, marks, error} = page.data;
+    remember({switches: {language, marks, error}});
+    setCookie('tab', {}, 0);
+};
+const showSwitches = () => page.data && setCookie('page', recall().switches || {}, null);
+
+/* ---- What is typed ---- */
+
+const touched = new Set(); // fields that the visitor has changed
+addEventListener('input', (event) => event.isTrusted && touched.add(event.composedPath()[0]), true);
+
+// A field's name that holds for the next page: which form, name, id, of several the number.
+const namedFields = () => {
+    const counts = {};
+    const forms = [...document.forms];
+    return [...document.querySelectorAll('input, textarea, select')].map((field) => {
+        const choice = ['radio', 'checkbox'].includes(field.type) ? field.value : '';
+        const name = [forms.indexOf(field.form), field.name, field.id, choice].join(' ');
+        counts[name] = (counts[name] || 0) + 1;
+        return [`${name} ${counts[name]}`, field];
+    });
+};
+
+const isChecked = (field) => ['radio', 'checkbox'].includes(field.type);
+
+const valueOf = (field) => isChecked(field) ? field.checked
+    : field.multiple && field.options ? [...field.options].map((option) => option.selected)
+        : field.value;
+
+const setValue = (field, value) => {
+    if (isChecked(field))
+        field.checked = value;
+    else if (Array.isArray(value))
+        value.forEach((isSelected, i) => {
+            if (field.options[i])
+                field.options[i].selected = isSelected;
+        });
+    else if (field.type !== 'file')
+        field.value = value;
+    touched.add(field);
+};
+
+// Where a text's caret is; other fields have none.
+const caretOf = (field) => {
+    try {
+        return [field.selectionStart, field.selectionEnd];
+    } catch {
+        return null;
+    }
+};
+
+const keep = () => {
+    const named = namedFields();
+    const focused = named.find(([, field]) => field === document.activeElement);
+    remember({kept: {...recall().kept, [address()]: {
+        scroll: [scrollX, scrollY],
+        values: named.filter(([, field]) => touched.has(field))
+            .map(([name, field]) => [name, valueOf(field)]),
+        focused: focused ? focused[0] : null,
+        caret: focused ? caretOf(focused[1]) : null,
+        barFocus: page.host?.shadowRoot.activeElement?.id
+    }}});
+};
+
+// Of this page; pages in frames keep theirs.
+const keptOfPage = () => recall().kept?.[address()];
+const forget = () => {
+    const {kept} = recall();
+    delete kept?.[address()];
+    remember({kept});
+};
+
+const restoreScroll = () => {
+    const kept = keptOfPage();
+    if (kept)
+        scrollTo({left: kept.scroll[0], top: kept.scroll[1], behavior: 'instant'});
+};
+
+// Also returns the id of the bar's element that had the focus.
+const restore = () => {
+    const kept = keptOfPage();
+    if (!kept)
+        return null;
+    const fields = new Map(namedFields());
+    for (const [name, value] of kept.values)
+        if (fields.has(name))
+            setValue(fields.get(name), value);
+    const focused = fields.get(kept.focused);
+    focused?.focus({preventScroll: true});
+    if (focused && kept.caret && kept.caret[0] !== null)
+        focused.setSelectionRange(...kept.caret);
+    return kept.barFocus || null;
+};
