@@ -263,7 +263,7 @@ CAUSES = [
     ("2:11", "no 'part.frm'", "part.frm", "<?include part.frm?>\n"),
     ("2:1", "did you mean 'greeting'", "{?greting?}", "{?greting?}\n"),
     ("2:17", "no such column: nmae", "nmae", "<?query 'select nmae from device' '$1'?>\n"),
-    ("2:8", "write $$u", "$user", "<?echo $user?>\n"),
+    ("2:8", "$var:user", "$user", "<?echo $user?>\n"),
     ("2:1", "<?echo $var:NAME?>", "<?", "<?= $var:user ?>\n"),
     ("2:31", "text with blanks needs quotes", "no", "<?if eq $var:user Ann Lee yes no?>\n"),
     ("2:1", "bracket must follow repeat", "<?", "<?repeat [1 3] '<i>$0</i>'?>\n"),
@@ -287,7 +287,7 @@ def check_causes():
         write(f"causes/{i}.htm", "<!DOCTYPE html><title>x</title>\n" + row[-1])
     first = BAR + """const entry = bar.querySelector('.entry');
 return [entry.querySelector('.place').textContent, entry.querySelector('mark')?.textContent,
-entry.querySelector('.text').textContent, bar.querySelectorAll('.entry.error').length]"""
+entry.querySelector('.text').textContent, bar.querySelectorAll('.entry').length]"""
     run("sessionStorage.clear()")
     with Preview("--port", "0", "--db", "router.db", "--texts", "causes/en.po", "--set", "user=Ann",
                  "causes") as preview:
@@ -300,7 +300,7 @@ entry.querySelector('.text').textContent, bar.querySelectorAll('.entry.error').l
             press(ENTER)
             got = run(first)
             check(template, [f"{i}.htm:{place}", mark, True], [*got[:2], words in got[2]])
-            check(f"told once: {template}", True, got[3] <= 1)
+            check(f"told once: {template}", 1, got[3])
             press(ESCAPE)
             if "The page breaks off" in (run("return document.body.textContent") or ""):
                 check("on the page", [got[2], mark], run("return ['.what', 'mark'].map(name =>"

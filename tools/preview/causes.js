@@ -6,7 +6,7 @@ const causes = {
     syntax: /^(syntax|gives-up|swallowed|quote|end-in-text|limit|text-breaks)/,
     include: /^include-/,
     text: /^text-/,
-    value: /^(value|query|number|calc|repeat)-/,
+    value: /^(value|query|variable|calc|repeat)-/,
     query: /^query-/,
     markup: /^(quote|escape-context|html|tag|element)/
 };
