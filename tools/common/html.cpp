@@ -535,6 +535,8 @@ static bool endsWith(string_view text, string_view end)
 HtmlState beginOf(string_view path)
 {
     HtmlState state;
+    if (endsWith(path, ".frm")) // a piece, of what its name in front of that tells: list.json.frm
+        path.remove_suffix(4);
     for (const char *suffix : {".js", ".mjs", ".json"}) {
         if (endsWith(path, suffix)) {
             state.part = Part::RAW;
