@@ -96,7 +96,8 @@ try:
     equal(found[0]["range"]["start"], {"line": 1, "character": 13})
     text = ("<!DOCTYPE html>\n<?setvariable var:page[title] x?><?include footer.frm?>{?site.menu?}\n"
             "<?multiquery 'select id, name from device' `<p>\U0001f388 $2 $3 <?echo $var:token?></p>`?>\n"
-            "<?echo $var:page[title]?>\n<?inc")
+            "<?echo $var:page[title]?>\n<?query 'select name from device where id = :token'?>"
+            "<input name=token><?-- orv-check: ignore text-compared ?>\n<?inc")
     tell("textDocument/didChange", textDocument={"uri": page}, contentChanges=[{"text": text}])
     found = [d for d in diagnostics(page) if d["code"] == "value-column"]
     equal(found[0]["relatedInformation"][0]["location"],
@@ -106,23 +107,27 @@ try:
     # What stands there.
     for line, piece, known in ((2, "multiquery", "for each row"), (2, "$2", "**name**"),
                                (2, "$var:token", "set by the web program"),
-                               (1, "{?site.menu", "de: Menü"), (1, "page[title]", "set in new.htm:2")):
+                               (1, "{?site.menu", "de: Menü"), (1, "page[title]", "set in new.htm:2"),
+                               (3, "title", "set in new.htm:2"), (1, "title", "`$var:page[title]`"),
+                               (4, ":token", "set by the web program"), (4, "device", "CREATE TABLE"),
+                               (4, "name", "`device.name`"), (4, "token>", "sent by new.htm:5"),
+                               (4, "text-compared", "A text field in a comparison")):
         has(ask("textDocument/hover", **at(text, line, piece, 1))["result"]["contents"]["value"],
             known)
     equal(ask("textDocument/hover", **at(text, 0, "DOCTYPE"))["result"], None)
     for line, piece, uri in ((1, "footer", "footer.frm"), (1, "{?site.menu", "texts/en.po"),
-                             (3, "page[title]", "new.htm")):
+                             (3, "page[title]", "new.htm"), (3, "title", "overview.htm"),
+                             (4, ":token", "new.htm"), (2, "$var:token", "new.htm")):
         has([p["uri"] for p in ask("textDocument/definition", **at(text, line, piece, 2))["result"]],
             base + uri)
     places = ask("textDocument/references", **at(text, 1, "{?site.menu", 2))["result"]
     equal(sorted(p["uri"] for p in places), [base + "menu.frm", page])
-    places = ask("textDocument/references", **at(text, 3, "page[title]"))["result"]
-    has([p["uri"] for p in places], base + "header.frm")
-    for line, piece, behind, label in ((4, "<?inc", 5, "include "), (1, "footer", 4, "footer.frm"),
-                                       (1, "{?site.", 7, "site.lang"), (2, "$2", 1, "$2"),
-                                       (3, "$var:", 5, "token")):
-        items = ask("textDocument/completion", **at(text, line, piece, behind))["result"]
-        has([item["label"] for item in items], label)
+    for line, piece, uri in ((3, "page[title]", base + "header.frm"), (4, "token>", page)):
+        places = ask("textDocument/references", **at(text, line, piece))["result"]
+        has([p["uri"] for p in places], uri)
+    equal(ask("textDocument/documentLink", textDocument={"uri": page})["result"],
+          [{"range": {"start": {"line": 1, "character": 43}, "end": {"line": 1, "character": 53}},
+            "target": base + "footer.frm"}])
 
     # What a client may not send.
     send(b"{nonsense")
@@ -152,6 +157,33 @@ try:
     page = "file://" + os.path.join(folder, "link", "new.htm")
     tell("textDocument/didOpen", textDocument={"uri": page, "text": "<?echo $var:nothere?>"})
     equal([d["code"] for d in diagnostics(page)], ["variable-unset"])
+
+    # What can be typed at the sign: one of it, what it replaces, and one that it is not.
+    rows = "<?multiquery 'select id, name from device' `"
+    for text, label, replaced, other in (
+            ("<?inc¦", "include ", "inc", "echo "), ("{?site.¦", "site.lang", "site.", None),
+            ("<?include foot¦er.frm?>", "footer.frm", "foot", "style.css"),
+            ("<?if ¦", "neq ", "", "echo "), ("<?calc ¦?>", "* ", "", "eq "),
+            ("<?repeat ¦ 1 3 ] `x`?>", "[ ", "", None), ("<?error f¦", "found ", "f", "echo "),
+            ("<?repeat [ 1 3 ¦", "] ", "", None), ("<?setvariable var:pa¦", "page[title]", "pa", None),
+            (rows + "<p>$¦</p>`?>", "$2", "$", "$3"), (rows + "<?if eq $¦ ?>`?>", "$0", "$", "$10"),
+            (rows + "<?if eq $var:to¦", "$var:token", "$var:to", None), ("$¦", None, "", None),
+            ("<?echo $var:page[¦]?>", "title", "", "token"), ("<?echo $$¦?>", None, "", None),
+            ("<?query 'select na¦ from device'?>", "name", "na", "device"),
+            ("<?query 'select d.¦ from device d, setting s'?>", "id", "", "value"),
+            ("<?query 'select 1 from de¦", "device", "de", "name"),
+            ("<?query 'select 1 from device where id = :¦'?>", "token", "", "name"),
+            ("<?query 'select \"¦'?>", None, "", None),
+            ("<?-- orv-check: ignore escape-¦ ?>", "escape-missing", "escape-", None)):
+        before, behind = ("<p>\U0001f388" + text).split("¦")
+        tell("textDocument/didChange", textDocument={"uri": page},
+             contentChanges=[{"text": before + behind}])
+        items = ask("textDocument/completion", **at(before, 0, before, len(before)))["result"]
+        labels = [item["label"] for item in items]
+        assert (label in labels if label else not labels) and other not in labels, (text, labels)
+        for item in items[:1]:
+            unit = item["textEdit"]["range"]["start"]["character"]
+            equal(before[unit - 1:], replaced)
     equal(ask("shutdown")["result"], None)
     tell("exit")
     equal(server.wait(timeout=10), 0)

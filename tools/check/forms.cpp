@@ -21,6 +21,8 @@ struct Reader {
     HtmlState state = {};
     HtmlState inScript = {};        // markup that a script holds as text
     std::vector<string> names = {}; // what the name that is being read can be; MARK for any text
+    uint32_t at = 0;                // of the byte that is being read
+    uint32_t nameAt = 0;            // where the name begins
 };
 } // namespace
 
@@ -34,13 +36,20 @@ static bool isInName(const HtmlState &state)
            string_view(state.word, state.wordLength) == "name";
 }
 
+// Notes who sends a name: a field or a link of a template.
+static void noteSender(Site *site, const Template &tpl, const string &name, size_t at, size_t end)
+{
+    site->fromForms.insert(name);
+    site->senders[name].push_back({&tpl, {static_cast<uint32_t>(at), static_cast<uint32_t>(end)}});
+}
+
 static void endName(Reader *reader)
 {
     for (const string &name : reader->names) {
         const size_t first = name.find(MARK);
         const size_t last = name.rfind(MARK);
         if (first == string::npos)
-            reader->site->fromForms.insert(name);
+            noteSender(reader->site, reader->tpl, name, reader->nameAt, reader->at);
         else if (name.size() > 1) // one of which nothing is known tells nothing
             reader->site->formPatterns.push_back({name.substr(0, first), name.substr(last + 1)});
     }
@@ -64,15 +73,18 @@ static void readByte(Reader *reader, HtmlState *state, char c)
     const bool was = isInName(*state);
     follow(state, {&c, 1});
     const bool is = isInName(*state);
-    if (!was && is)
+    if (!was && is) {
         reader->names = {""};
+        reader->nameAt = reader->at + (state->quote != 0);
+    }
     if (is && (was || !state->quote)) // or the quote in front
         append(reader, {string(1, c)});
     if (was && !is)
         endName(reader);
 }
 
-static void readText(Reader *reader, string_view text)
+// at: where the text stands.
+static void readText(Reader *reader, string_view text, uint32_t at)
 {
     for (size_t i = 0; i < text.size(); ++i) {
         if (reader->state.part == Part::TEXT) { // most of a page
@@ -82,6 +94,7 @@ static void readText(Reader *reader, string_view text)
             if (i == text.size())
                 return;
         }
+        reader->at = at + static_cast<uint32_t>(i);
         const bool isScript =
             reader->state.part == Part::RAW && strcmp(reader->state.element, "script") == 0;
         if (isScript)
@@ -107,7 +120,7 @@ static void readArgument(Reader *reader, const Argument &argument)
 {
     for (const Element &element : argument.elements) {
         if (element.type == ELEM_TEXT)
-            readText(reader, element.text);
+            readText(reader, element.text, element.span.at);
         else if (element.command)
             readCommand(reader, *element.command);
         else
@@ -137,8 +150,9 @@ static void readCommand(Reader *reader, const Command &command)
 }
 
 // The names of what links send.
-static void collectLinkNames(Site *site, string_view source)
+static void collectLinkNames(Site *site, const Template &tpl)
 {
+    const string_view source = tpl.source;
     for (size_t at = 0; (at = source.find('=', at + 1)) != string_view::npos;) {
         size_t begin = at;
         while (begin > 0 && isalnum(static_cast<unsigned char>(source[begin - 1])))
@@ -150,7 +164,7 @@ static void collectLinkNames(Site *site, string_view source)
             (source[begin - 1] == '?' && begin >= 2 && !strchr("<{", source[begin - 2])) ||
             (source[begin - 1] == ';' && begin >= 5 && source.substr(begin - 5, 5) == "&amp;");
         if (link)
-            site->fromForms.insert(string(source.substr(begin, at - begin)));
+            noteSender(site, tpl, string(source.substr(begin, at - begin)), begin, at);
     }
 }
 
@@ -162,7 +176,8 @@ void collectNames(Site *site, const Template &tpl)
             readCommand(&reader, *item.command);
         else
             readText(&reader,
-                     string_view(tpl.source).substr(item.span.at, item.span.end - item.span.at));
+                     string_view(tpl.source).substr(item.span.at, item.span.end - item.span.at),
+                     item.span.at);
     }
-    collectLinkNames(site, tpl.source);
+    collectLinkNames(site, tpl);
 }

@@ -1,10 +1,7 @@
 /* tools/check/lookup.cpp - places of templates, and what the site knows about them. */
 #include "lookup.h"
 
-#include <string.h>
-
 #include <algorithm>
-#include <set>
 
 #include "grammar/commands.h"
 #include "report.h"
@@ -20,10 +17,26 @@ static void findInElement(const Element &element, uint32_t offset, Levels *level
 {
     if (element.command && findInCommand(*element.command, offset, levels, found))
         return;
-    for (const Element &index : element.index)
+    bool onIndex = false;
+    for (const Element &index : element.index) {
         findInElement(index, offset, levels, found);
-    if (element.type != ELEM_TEXT && element.type != ELEM_CMD && element.span.contains(offset))
+        onIndex |= index.type == ELEM_TEXT && index.span.contains(offset);
+    }
+    const bool isReference = element.type != ELEM_TEXT && element.type != ELEM_CMD;
+    if ((isReference && element.span.contains(offset)) || onIndex)
         found->element = &element;
+}
+
+static bool isTextAt(const Argument &argument, uint32_t offset)
+{
+    return std::any_of(argument.elements.begin(), argument.elements.end(), [&](const Element &e) {
+        return e.type == ELEM_TEXT && e.span.contains(offset);
+    });
+}
+
+static bool setsElement(const Command &command)
+{
+    return command.id == ID_SETARRAY || command.id == ID_SETARRAYONCE;
 }
 
 static bool findInCommand(const Command &command, uint32_t offset, Levels *levels, Found *found)
@@ -32,6 +45,7 @@ static bool findInCommand(const Command &command, uint32_t offset, Levels *level
         return false;
     found->command = &command;
     found->element = nullptr;
+    found->argument = nullptr;
     found->onWords = command.words.contains(offset);
     found->onName = command.nameSpan.contains(offset);
     found->levels = *levels;
@@ -45,6 +59,9 @@ static bool findInCommand(const Command &command, uint32_t offset, Levels *level
             levels->push_back(&command);
             found->levels = *levels;
         }
+        if (isTextAt(command.args[i], offset))
+            found->argument = &command.args[i];
+        found->onName |= found->argument && i == 0 && setsElement(command);
         for (const Element &element : elements)
             findInElement(element, offset, levels, found);
         if (inBody)
@@ -53,8 +70,22 @@ static bool findInCommand(const Command &command, uint32_t offset, Levels *level
     return true;
 }
 
-Found findAt(const Template &tpl, uint32_t offset)
+// The kind that a comment names there, null for none.
+static const Kind *kindAt(const Template &tpl, uint32_t offset)
 {
+    const string_view source = tpl.source;
+    const auto comment = std::find_if(tpl.comments.begin(), tpl.comments.end(),
+                                      [&](const Span &span) { return span.contains(offset); });
+    if (comment == tpl.comments.end())
+        return nullptr;
+    static constexpr char signs[] = "abcdefghijklmnopqrstuvwxyz0123456789-";
+    const size_t begin = source.find_last_not_of(signs, offset) + 1;
+    return findKind(source.substr(begin, source.find_first_not_of(signs, begin) - begin));
+}
+
+Found findAt(const Site &site, const Template &tpl, uint32_t at)
+{
+    const uint32_t offset = inSource(tpl, at);
     Found found;
     Levels levels;
     for (const Item &item : tpl.items)
@@ -64,6 +95,9 @@ Found findAt(const Template &tpl, uint32_t offset)
     for (size_t i = fields.first; i < fields.last; ++i)
         if (tpl.fields[i].span.contains(offset))
             found.field = &tpl.fields[i];
+    found.kind = kindAt(tpl, offset);
+    if (!found.field && !found.element)
+        found.mention = mentionAt(site, tpl, found.command, found.argument, offset);
     return found;
 }
 
@@ -103,7 +137,7 @@ static constexpr struct {
     {ID_MULTIQUERYJS, "`multiqueryjs QUERY BODY` prints its body for each row; values are "
                       "escaped for scripts."},
 };
-static constexpr const char *describeCommand(uint32_t id)
+static constexpr const char *descriptionOf(uint32_t id)
 {
     for (const auto &row : descriptions)
         if (row.id == id)
@@ -116,8 +150,13 @@ static constexpr const char *describeCommand(uint32_t id)
     return nullptr;
 }
 static_assert(std::ranges::all_of(commandTable,
-                                  [](const CommandDef &row) { return describeCommand(row.id); }),
+                                  [](const CommandDef &row) { return descriptionOf(row.id); }),
               "editors show a description of each command: add its row");
+
+const char *describeCommand(uint32_t id)
+{
+    return descriptionOf(id);
+}
 
 static string describeValue(Site &site, const Element &element, const Levels &levels)
 {
@@ -138,18 +177,74 @@ static string describeValue(Site &site, const Element &element, const Levels &le
            (rows.columns[column].values.isNumber() ? " (a number)" : "") + of + ".";
 }
 
-static string describeVariable(Site &site, const string &key)
+static string lineIn(const Template &tpl, uint32_t offset)
 {
-    string text = "`$var:" + key + "`\n";
+    return tpl.path + ":" + std::to_string(placeOf(tpl, offset).line);
+}
+
+// shown: as which it stands there.
+static string describeVariable(Site &site, const string &key, const string &shown)
+{
+    string text = "`" + shown + "`\n";
+    const auto senders = site.senders.find(key);
     if (site.fromWeb.contains(key))
         text += "\n- set by the web program";
-    else if (isFromWeb(site, key))
-        text += "\n- sent by a form or a link of the site";
-    for (const VariableUse *use : setsOf(site, key)) {
-        const LineColumn place = placeOf(*use->tpl, use->span.at);
-        text += "\n- set in " + use->tpl->path + ":" + std::to_string(place.line);
-    }
+    else if (isFromWeb(site, key) && senders == site.senders.end())
+        text += "\n- sent by a form of the site";
+    if (senders != site.senders.end())
+        for (const auto &[tpl, span] : senders->second)
+            text += "\n- sent by " + lineIn(*tpl, span.at);
+    for (const VariableUse *use : setsOf(site, key))
+        text += "\n- set in " + lineIn(*use->tpl, use->span.at);
     return text;
+}
+
+static string describeTable(const Table &table)
+{
+    return "```sql\n" + table.statement + "\n```";
+}
+
+static string describeColumn(const Mention &column)
+{
+    const auto &columns = column.table.columns;
+    const auto found = std::find_if(columns.begin(), columns.end(), [&](const TableColumn &each) {
+        return each.name == column.name;
+    });
+    const string type = found == columns.end() || found->type.empty() ? "" : ": " + found->type;
+    return "`" + column.table.name + "." + column.name + "`" + type;
+}
+
+static string describeMention(Site &site, const Mention &mention)
+{
+    switch (mention.what) {
+    case Names::PARAMETER:
+        return describeVariable(site, mention.name, ":" + mention.name);
+    case Names::FORM_FIELD:
+        return describeVariable(site, mention.name, "$var:" + mention.name);
+    case Names::TABLE:
+        return describeTable(mention.table);
+    case Names::COLUMN:
+        return describeColumn(mention);
+    default:
+        return "";
+    }
+}
+
+// Text for Markdown, in which a "<" would begin a tag.
+static string asMarkdown(string_view text)
+{
+    string out;
+    for (const char c : text) {
+        if (c == '<')
+            out += '\\';
+        out += c;
+    }
+    return out;
+}
+
+string describeKind(const Kind &kind)
+{
+    return "**" + string(kind.id) + "**: " + asMarkdown(kind.explanation);
 }
 
 static string describeText(const Site &site, const string &id)
@@ -165,6 +260,9 @@ static string describeText(const Site &site, const string &id)
 
 static string keyAt(const Found &found)
 {
+    const Names what = found.mention.what;
+    if (what == Names::PARAMETER || what == Names::FORM_FIELD)
+        return found.mention.name;
     if (found.element && found.element->type != ELEM_NUMVAR)
         return keyOfRead(*found.element);
     if (found.onName)
@@ -172,14 +270,18 @@ static string keyAt(const Found &found)
     return "";
 }
 
-string hoverText(Site &site, const Template &, const Found &found)
+string hoverText(Site &site, const Found &found)
 {
+    if (found.kind)
+        return describeKind(*found.kind);
+    if (found.mention.what != Names::NOTHING)
+        return describeMention(site, found.mention);
     if (found.field)
         return describeText(site, string(found.field->id));
     if (found.element && found.element->type == ELEM_NUMVAR)
         return describeValue(site, *found.element, found.levels);
     if (const string key = keyAt(found); !key.empty())
-        return describeVariable(site, key);
+        return describeVariable(site, key, "$var:" + key);
     if (found.command && found.onWords)
         return describeCommand(found.command->id);
     return "";
@@ -198,6 +300,16 @@ static void addSets(const Site &site, const string &key, std::vector<FilePlace> 
 {
     for (const VariableUse *use : setsOf(site, key))
         places->push_back(placeIn(*use->tpl, use->command->nameSpan));
+    if (const auto senders = site.senders.find(key); senders != site.senders.end())
+        for (const auto &[tpl, span] : senders->second)
+            places->push_back(placeIn(*tpl, span));
+}
+
+static void addTable(const Site &site, const Table &table, std::vector<FilePlace> *places)
+{
+    const ScriptPlace made = madeBy(site, table);
+    if (!made.path.empty())
+        places->push_back({made.path, false, made.line, 1, 1});
 }
 
 static void addTexts(const Site &site, string_view id, std::vector<FilePlace> *places)
@@ -220,11 +332,29 @@ static void addIncluded(const Site &site, const Template &tpl, const Command *co
                 places->push_back({path, true, 1, 1, 1});
 }
 
+std::vector<FileLink> linksOf(const Site &site, const Template &tpl)
+{
+    std::vector<FileLink> links;
+    const auto uses = site.includes.find(tpl.path);
+    if (uses == site.includes.end())
+        return links;
+    for (const PathUse &use : uses->second) {
+        if (use.paths.empty() || !fileExists(site, use.paths[0]))
+            continue;
+        const auto &elements = use.command->args[0].elements;
+        const FilePlace place = placeIn(tpl, {elements.front().span.at, elements.back().span.end});
+        links.push_back({place.line, place.unit, place.endUnit, use.paths[0]});
+    }
+    return links;
+}
+
 std::vector<FilePlace> definitionsOf(const Site &site, const Template &tpl, const Found &found)
 {
     std::vector<FilePlace> places;
     if (found.field)
         addTexts(site, found.field->id, &places);
+    else if (found.mention.what == Names::TABLE || found.mention.what == Names::COLUMN)
+        addTable(site, found.mention.table, &places);
     else if (const string key = keyAt(found); !key.empty())
         addSets(site, key, &places);
     else if (found.command && found.command->id == ID_INCLUDE)
@@ -248,109 +378,18 @@ std::vector<FilePlace> referencesOf(Site &site, const Found &found, bool definit
     if (const auto variable = site.variables.find(key); variable != site.variables.end())
         for (const VariableUse &use : variable->second.reads)
             places.push_back(placeIn(*use.tpl, use.span));
+    for (const MentionPlace &place : parametersOf(site, key))
+        places.push_back(placeIn(*place.tpl, place.span));
     if (definitions)
         addSets(site, key, &places);
     return places;
-}
-
-// ---- completion ----
-
-static constexpr int KIND_VARIABLE = 6;
-static constexpr int KIND_FIELD = 5;
-static constexpr int KIND_KEYWORD = 14;
-static constexpr int KIND_TEXT = 1;
-static constexpr int KIND_FILE = 17;
-
-static std::vector<Completion> completeTexts(const Site &site)
-{
-    std::map<string, string> ids;
-    for (const Language &language : site.languages)
-        for (const auto &[id, text] : language.texts)
-            ids.emplace(id, text.text);
-    std::vector<Completion> list;
-    list.reserve(ids.size());
-    for (const auto &[id, text] : ids)
-        list.push_back({id, text, KIND_TEXT});
-    return list;
-}
-
-static std::vector<Completion> completeVariables(const Site &site)
-{
-    std::set<string> names(site.fromWeb.begin(), site.fromWeb.end());
-    names.insert(site.fromForms.begin(), site.fromForms.end());
-    for (const auto &[key, variable] : site.variables)
-        if (!variable.sets.empty() && !key.ends_with("[*]"))
-            names.insert(key);
-    std::vector<Completion> list;
-    list.reserve(names.size());
-    for (const string &name : names)
-        list.push_back({name, "", KIND_VARIABLE});
-    return list;
-}
-
-static std::vector<Completion> completeKeywords()
-{
-    std::vector<Completion> list;
-    for (const CommandDef &row : commandTable)
-        if (row.id != ID_SETARRAY && row.id != ID_SETARRAYONCE)
-            list.push_back({wordsOf(row.id) + (row.tail == Tail::NAME ? " var:" : " "),
-                            describeCommand(row.id), KIND_KEYWORD});
-    return list;
-}
-
-static std::vector<Completion> completeColumns(Site &site, const Levels &levels)
-{
-    std::vector<Completion> list;
-    for (size_t level = 0; level < levels.size() && level < 10; ++level) {
-        const string prefix = "$" + (level > 0 ? std::to_string(level) : "");
-        const RowsOf &rows = rowsOf(site, *levels[level]);
-        list.push_back({prefix + "0", "the counter of " + wordsOf(levels[level]->id), KIND_FIELD});
-        for (size_t i = 0; i < rows.columns.size() && i < ORV_MAX_COLUMNS; ++i)
-            list.push_back({prefix + static_cast<char>(i < 9 ? '1' + i : 'a' + i - 9),
-                            rows.columns[i].name, KIND_FIELD});
-    }
-    return list;
-}
-
-std::vector<Completion> completionsAt(Site &site, const Template &tpl, uint32_t offset,
-                                      uint32_t *typed)
-{
-    const string_view before = string_view(fileOf(tpl)).substr(0, inFile(tpl, offset));
-    size_t begin = before.size();
-    while (begin > 0 && (isFieldByte(before[begin - 1]) || strchr("[]-/", before[begin - 1])))
-        --begin;
-    const string_view word = before.substr(begin);
-    const string_view front = before.substr(0, begin);
-    *typed = static_cast<uint32_t>(word.size());
-    if (front.ends_with("{?"))
-        return completeTexts(site);
-    if (front.ends_with("$") && word.starts_with("var:")) {
-        *typed = static_cast<uint32_t>(word.size() - 4);
-        return completeVariables(site);
-    }
-    if (front.ends_with("$") && !word.starts_with("v")) {
-        *typed = static_cast<uint32_t>(word.size() + 1);
-        return completeColumns(site, findAt(tpl, offset).levels);
-    }
-    const size_t start = before.rfind("<?");
-    if (start == string_view::npos || before.find("?>", start) != string_view::npos)
-        return {};
-    string_view inside = before.substr(start + 2);
-    inside.remove_prefix(std::min(inside.find_first_not_of(" \t\r\n"), inside.size()));
-    std::vector<Completion> list;
-    if (inside.starts_with("include ") || inside.starts_with("base64 ")) {
-        for (const string &file : site.files)
-            list.push_back({file, "", KIND_FILE});
-        return list;
-    }
-    return inside.size() == word.size() ? completeKeywords() : list;
 }
 
 uint32_t offsetOfUnits(const Template &tpl, uint32_t line, uint32_t unit)
 {
     const string &file = fileOf(tpl);
     if (line >= tpl.lineStarts.size())
-        return static_cast<uint32_t>(tpl.source.size());
+        return static_cast<uint32_t>(file.size());
     uint32_t at = tpl.lineStarts[line];
     for (uint32_t units = 0; at < file.size() && file[at] != '\n' && units < unit;) {
         const auto byte = static_cast<unsigned char>(file[at]);
@@ -359,5 +398,5 @@ uint32_t offsetOfUnits(const Template &tpl, uint32_t line, uint32_t unit)
         while (at < file.size() && (static_cast<unsigned char>(file[at]) & 0xC0) == 0x80)
             ++at;
     }
-    return inSource(tpl, at);
+    return at;
 }

@@ -3,18 +3,22 @@
 #define ORV_CHECK_LOOKUP_H
 
 #include "assemble.h"
-#include "site.h"
+#include "mentions.h"
 
 // What stands at an offset; the innermost of each.
 struct Found {
     const Command *command = nullptr;
     const Element *element = nullptr; // a reference or a value in it; null on anything else
     const Field *field = nullptr;
-    bool onWords = false; // the offset is in the command's keyword
-    bool onName = false;  // in the name that it sets
-    Levels levels;        // the bodies around the offset
+    const Argument *argument = nullptr; // of the command, in whose text the offset is
+    bool onWords = false;               // the offset is in the command's keyword
+    bool onName = false;                // in the name or the index that it sets
+    Levels levels;                      // the bodies around the offset
+    Mention mention;                    // in text
+    const Kind *kind = nullptr;         // that a comment names
 };
-Found findAt(const Template &tpl, uint32_t offset);
+/* at: in the file. */
+Found findAt(const Site &site, const Template &tpl, uint32_t at);
 
 // A place in any file, lines and columns from 1, columns in UTF-16 units.
 struct FilePlace {
@@ -25,28 +29,34 @@ struct FilePlace {
     uint32_t endUnit;
 };
 
-/* What a reader wants to know about it, in Markdown; empty for nothing. */
-std::string hoverText(Site &site, const Template &tpl, const Found &found);
+/* What a command does, in a line. Static. */
+const char *describeCommand(uint32_t id);
 
-/* Where it is defined: an include's file, a variable's sets, a text's lines. */
+/* What a kind of finding is, in Markdown. */
+std::string describeKind(const Kind &kind);
+
+/* What a reader wants to know about it, in Markdown; empty for nothing. */
+std::string hoverText(Site &site, const Found &found);
+
+/* Where it is defined: an include's file, a variable's sets and the forms and links that send
+ * it, a text's lines, the statement that makes a table. */
 std::vector<FilePlace> definitionsOf(const Site &site, const Template &tpl, const Found &found);
+
+// A piece of a template that leads to a file.
+struct FileLink {
+    uint32_t line; // these as in FilePlace
+    uint32_t unit;
+    uint32_t endUnit;
+    std::string path; // below the document root
+};
+
+/* The files that a template includes. */
+std::vector<FileLink> linksOf(const Site &site, const Template &tpl);
 
 /* Where a variable or a text is used; with the places that set it when definitions. */
 std::vector<FilePlace> referencesOf(Site &site, const Found &found, bool definitions);
 
-// What can stand at the end of a line.
-struct Completion {
-    std::string label;
-    std::string detail;
-    int kind; // as the protocol numbers them
-};
-
-/* What can follow, by what stands in front of the offset. typed: out, bytes in front of
- * the offset that a completion replaces. */
-std::vector<Completion> completionsAt(Site &site, const Template &tpl, uint32_t offset,
-                                      uint32_t *typed);
-
-/* The byte offset of a line from 0 and a column from 0 in UTF-16 units. */
+/* The offset in the file of a line from 0 and a column from 0 in UTF-16 units. */
 uint32_t offsetOfUnits(const Template &tpl, uint32_t line, uint32_t unit);
 
 #endif

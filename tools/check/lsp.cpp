@@ -17,6 +17,7 @@
 #include <filesystem>
 #include <set>
 
+#include "complete.h"
 #include "host/encoding.h"
 #include "lookup.h"
 #include "report.h"
@@ -307,6 +308,7 @@ static Json initialize(Server &server, const Json &parameters)
               {"hoverProvider", true},
               {"definitionProvider", true},
               {"referencesProvider", true},
+              {"documentLinkProvider", Json::object()},
               {"completionProvider", {{"triggerCharacters", {"?", "$", ":", ".", "[", " ", "/"}}}},
               {"workspace",
                {{"workspaceFolders", {{"supported", true}, {"changeNotifications", true}}}}}}},
@@ -320,11 +322,11 @@ struct Request {
     Served *served;
     Site *site;
     const Template *tpl;
-    uint32_t offset;
+    uint32_t offset; // in the file, of a request about a place
 };
 } // namespace
 
-static Request readRequest(Server &server, const Json &parameters)
+static Request readDocument(Server &server, const Json &parameters)
 {
     const string path = pathOf(parameters.at("textDocument").at("uri"));
     Request request = {&siteOf(server, path), nullptr, nullptr, 0};
@@ -334,12 +336,25 @@ static Request readRequest(Server &server, const Json &parameters)
     const auto found = site->templates.find(pathBelow(*request.served, path));
     if (found == site->templates.end())
         return request;
-    const Json &position = parameters.at("position");
     request.site = site;
     request.tpl = found->second.get();
-    request.offset = offsetOfUnits(*request.tpl, position.at("line").asCount(),
-                                   position.at("character").asCount());
     return request;
+}
+
+static Request readRequest(Server &server, const Json &parameters)
+{
+    Request request = readDocument(server, parameters);
+    const Json &position = parameters.at("position");
+    const uint32_t line = position.at("line").asCount();
+    const uint32_t unit = position.at("character").asCount();
+    if (request.tpl)
+        request.offset = offsetOfUnits(*request.tpl, line, unit);
+    return request;
+}
+
+static Found findAt(const Request &about)
+{
+    return findAt(*about.site, *about.tpl, about.offset);
 }
 
 static Json locations(const Served &served, const std::vector<FilePlace> &places)
@@ -354,8 +369,7 @@ static Json locations(const Served &served, const std::vector<FilePlace> &places
 static Json hover(Server &server, const Json &parameters)
 {
     const Request about = readRequest(server, parameters);
-    const string text =
-        about.site ? hoverText(*about.site, *about.tpl, findAt(*about.tpl, about.offset)) : "";
+    const string text = about.site ? hoverText(*about.site, findAt(about)) : "";
     if (text.empty())
         return nullptr;
     return {{"contents", {{"kind", "markdown"}, {"value", text}}}};
@@ -366,8 +380,7 @@ static Json definition(Server &server, const Json &parameters)
     const Request about = readRequest(server, parameters);
     if (!about.site)
         return nullptr;
-    return locations(*about.served,
-                     definitionsOf(*about.site, *about.tpl, findAt(*about.tpl, about.offset)));
+    return locations(*about.served, definitionsOf(*about.site, *about.tpl, findAt(about)));
 }
 
 static Json references(Server &server, const Json &parameters)
@@ -377,8 +390,7 @@ static Json references(Server &server, const Json &parameters)
         return nullptr;
     const bool definitions =
         parameters.value("context", Json::object()).value("includeDeclaration", false);
-    return locations(*about.served,
-                     referencesOf(*about.site, findAt(*about.tpl, about.offset), definitions));
+    return locations(*about.served, referencesOf(*about.site, findAt(about), definitions));
 }
 
 static Json completion(Server &server, const Json &parameters)
@@ -386,17 +398,29 @@ static Json completion(Server &server, const Json &parameters)
     const Request about = readRequest(server, parameters);
     if (!about.site)
         return nullptr;
-    uint32_t typed = 0;
     Json list = Json::array();
-    const auto line = parameters.at("position").at("line").asCount();
-    const auto unit = parameters.at("position").at("character").asCount();
-    const auto completions = completionsAt(*about.site, *about.tpl, about.offset, &typed);
-    const Json place = range(line + 1, unit + 1 - std::min(typed, unit), line + 1, unit + 1);
-    for (const Completion &item : completions)
-        list.push_back({{"label", item.label},
+    const Template &tpl = *about.tpl;
+    const Completions all = completionsAt(*about.site, tpl, about.offset);
+    const LineColumn from = placeInFile(tpl, all.begin);
+    const LineColumn to = placeInFile(tpl, about.offset);
+    const Json place = range(from.line, unitsInFile(tpl, all.begin) + 1, to.line,
+                             unitsInFile(tpl, about.offset) + 1);
+    for (const Completion &item : all.list)
+        list.push_back({{"label", item.text},
                         {"detail", item.detail},
-                        {"kind", item.kind},
-                        {"textEdit", {{"range", place}, {"newText", item.label}}}});
+                        {"kind", static_cast<int>(item.kind)},
+                        {"textEdit", {{"range", place}, {"newText", item.text}}}});
+    return list;
+}
+
+static Json documentLink(Server &server, const Json &parameters)
+{
+    const Request about = readDocument(server, parameters);
+    Json list = Json::array();
+    if (about.site)
+        for (const FileLink &link : linksOf(*about.site, *about.tpl))
+            list.push_back({{"range", range(link.line, link.unit, link.line, link.endUnit)},
+                            {"target", uriOf(*about.served, link.path, true)}});
     return list;
 }
 
@@ -505,6 +529,7 @@ static constexpr Method requests[] = {
     {"textDocument/definition", definition},
     {"textDocument/references", references},
     {"textDocument/completion", completion},
+    {"textDocument/documentLink", documentLink},
     {"shutdown",
      [](Server &server, const Json &) -> Json {
          server.stopping = true;

@@ -97,6 +97,8 @@ struct Collected {
     std::vector<PathUse> encoded;                         // base64 commands
     std::map<std::string, Variable, std::less<>> variables; // by key
     std::set<std::string, std::less<>> fromForms;           // names that forms and links send
+    // Where the fields and links stand that send a name.
+    std::map<std::string, std::vector<std::pair<const Template *, Span>>, std::less<>> senders;
     // What a name begins and ends with that a form's field is computed to have.
     std::vector<std::pair<std::string, std::string>> formPatterns;
     std::map<std::string, std::vector<FieldUse>, std::less<>> fields; // by id
