@@ -49,7 +49,10 @@ static uint8_t holdsOfArgument(Site &site, const Argument &argument, uint32_t id
 const SqlColumn *columnOf(Site &site, const Command &command, size_t index)
 {
     static const SqlColumn unknown = {"", {true, {}}, ""};
+    static const SqlColumn none = {"", {false, {}}, ""};
     const RowsOf &rows = rowsOf(site, command);
+    if (rows.failed)
+        return &none;
     if (rows.hasRows && !rows.known)
         return &unknown;
     return index < rows.columns.size() ? &rows.columns[index] : nullptr;
@@ -187,10 +190,12 @@ const RowsOf &rowsOf(Site &site, const Command &command)
     if (!rows.hasRows || !site.database || place == site.queries.end())
         return rows;
     bool uncertain = false;
+    bool fails = false;
     for (const Assembled &query :
          queriesOf(site, *place->second.tpl, command, *place->second.levels)) {
         const SqlAnswer &answer = prepareQuery(site.database.get(), query.text);
         uncertain = uncertain || hasUnknown(query);
+        fails = fails || (!answer.error.empty() && !hasUnknown(query));
         if (!answer.error.empty())
             continue;
         for (size_t i = 0; i < answer.columns.size(); ++i) {
@@ -201,6 +206,7 @@ const RowsOf &rowsOf(Site &site, const Command &command)
         }
         rows.known = true;
     }
+    rows.failed = fails && !rows.known;
     for (SqlColumn &column : rows.columns)
         column.values.join({uncertain, {}});
     return rows;
@@ -273,6 +279,7 @@ static void append(Assembled *text, const Assembled &more)
         text->pieces.push_back(piece);
     }
     text->text += more.text;
+    text->isOneOf = text->isOneOf || more.isOneOf;
 }
 
 // Each text with each of the others behind it. Returns false, and changes nothing, when
@@ -319,7 +326,8 @@ static bool addCommand(const Assembly &assembly, std::vector<Assembled> *texts, 
     const int body = bodyIndex(command);
     const Prints prints = printsOf(command);
     const bool isPlain = prints == Prints::BODY && !(command.id & (CMDF_QUERY | CMDF_ERROR));
-    if (body < 0 || !(isPlain || prints == Prints::BRANCH))
+    const bool isLoop = prints == Prints::BODIES;
+    if (body < 0 || !(isPlain || isLoop || prints == Prints::BRANCH))
         return false;
     Levels deeper = levels;
     deeper.push_back(&command);
@@ -327,6 +335,8 @@ static bool addCommand(const Assembly &assembly, std::vector<Assembled> *texts, 
     for (size_t i = static_cast<size_t>(body); i < command.args.size(); ++i)
         for (Assembled &way : assembleArgument(assembly, tpl, command.args[i], deeper))
             ways.push_back(std::move(way));
+    for (Assembled &way : ways)
+        way.isOneOf = way.isOneOf || isLoop;
     if (prints == Prints::BRANCH && command.args.size() == 3)
         ways.emplace_back();
     return multiply(texts, ways);

@@ -34,6 +34,7 @@ Numbered takeApart(const std::string &digits);
 struct RowsOf {
     bool hasRows = false; // a query's or the error message's
     bool known = false;   // columns are
+    bool failed = false;  // the database takes none of the queries
     bool counts = false;  // its counter moves
     std::vector<SqlColumn> columns;
 };
@@ -65,10 +66,11 @@ struct TextPiece {
 struct Assembled {
     std::string text;
     std::vector<TextPiece> pieces;
+    bool isOneOf = false; // rounds of a loop that stand for all: not each need be sound
 };
 
 /* The texts that an argument can come to: one for each way through its ifs and its
- * variables with several constants, eight at most. */
+ * variables with several constants, eight at most. A loop is gone through once. */
 std::vector<Assembled> assemble(Site &site, const Template &tpl, const Argument &argument,
                                 const Levels &levels);
 

@@ -420,7 +420,49 @@ static bool hasInvisible(string_view sql)
     return false;
 }
 
-static void checkAnswer(const Visit &visit, const Command &command, const Assembled &text)
+// The name of a parameter that a string of SQL consists of, with % around it or not.
+static string_view quotedParameter(string_view inner)
+{
+    if (inner.starts_with("%"))
+        inner.remove_prefix(1);
+    if (inner.ends_with("%"))
+        inner.remove_suffix(1);
+    const bool isName =
+        inner.size() > 1 && inner[0] == ':' && isalpha(static_cast<unsigned char>(inner[1])) &&
+        std::all_of(inner.begin() + 1, inner.end(),
+                    [](char c) { return isalnum(static_cast<unsigned char>(c)) || c == '_'; });
+    return isName ? inner : string_view();
+}
+
+// Parameters in quotes, which are texts. Returns whether there are any.
+static bool checkQuotedParameters(const Visit &visit, const Command &command, const Assembled &text)
+{
+    bool found = false;
+    for (const SqlPiece &piece : scanSql(text.text)) {
+        const size_t length = piece.end - piece.at;
+        if ((piece.token != SqlToken::STRING && piece.token != SqlToken::NAME) || length < 4)
+            continue;
+        const string inner = text.text.substr(piece.at + 1, length - 2);
+        const string name(quotedParameter(inner));
+        if (name.empty())
+            continue;
+        const Template *tpl = &visit.tpl;
+        Span span = command.words;
+        placeInText(text, piece.at, &tpl, &span);
+        span.end = span.at + static_cast<uint32_t>(length);
+        const string like = string(inner[0] == '%' ? "'%' || " : "") + name +
+                            (inner.back() == '%' ? " || '%'" : "");
+        report(visit.all, *tpl, span, "query-parameter",
+               "in quotes " + name + " is a text, and no parameter: write " + like,
+               usedHere(visit, tpl, command));
+        found = true;
+    }
+    return found;
+}
+
+// isRound: one of several rounds of a loop, of which another is sound.
+static void checkAnswer(const Visit &visit, const Command &command, const Assembled &text,
+                        bool isRound)
 {
     Report &all = visit.all;
     const SqlAnswer &answer = prepareQuery(all.site.database.get(), text.text);
@@ -432,7 +474,8 @@ static void checkAnswer(const Visit &visit, const Command &command, const Assemb
         report(all, *tpl, span, "query-writes", "the statement changes the database",
                usedHere(visit, tpl, command));
     }
-    if (!answer.error.empty() && !hasUnknown(text) && !answer.writes && !hasInvisible(text.text)) {
+    const bool isTold = checkQuotedParameters(visit, command, text) || hasInvisible(text.text);
+    if (!answer.error.empty() && !hasUnknown(text) && !answer.writes && !isTold && !isRound) {
         placeInText(text, answer.errorAt, &tpl, &span);
         report(all, *tpl, span, "query-sql", answer.error, usedHere(visit, tpl, command));
     }
@@ -447,13 +490,20 @@ static void checkAnswer(const Visit &visit, const Command &command, const Assemb
 static void checkQuery(const Visit &visit, const Command &command)
 {
     const bool sql = visit.all.site.database != nullptr;
-    for (const Assembled &text : queriesOf(visit.all.site, visit.tpl, command, visit.levels)) {
+    const std::vector<Assembled> texts =
+        queriesOf(visit.all.site, visit.tpl, command, visit.levels);
+    const bool anySound =
+        sql && std::any_of(texts.begin(), texts.end(), [&](const Assembled &text) {
+            return text.isOneOf &&
+                   prepareQuery(visit.all.site.database.get(), text.text).error.empty();
+        });
+    for (const Assembled &text : texts) {
         if (sql || looksLikeSql(text.text)) {
             checkInjection(visit, text);
             checkTextsIn(visit, text);
         }
         if (sql)
-            checkAnswer(visit, command, text);
+            checkAnswer(visit, command, text, text.isOneOf && anySound);
         else if (looksLikeSql(text.text)) {
             SqlAnswer answer;
             for (const SqlPiece &piece : scanSql(text.text))
@@ -461,6 +511,7 @@ static void checkQuery(const Visit &visit, const Command &command)
                     answer.parameters.push_back(
                         {text.text.substr(piece.at, piece.end - piece.at), piece.at});
             checkParameters(visit, command, text, answer.parameters);
+            checkQuotedParameters(visit, command, text);
         }
     }
 }

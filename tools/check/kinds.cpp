@@ -74,6 +74,16 @@ static constexpr Kind kinds[] = {
      "A digit and a letter are read as level and column: $1px is column 25 of level 1. Write "
      "$01px.",
      "<?query 'select a from t' `width: $1px`?>"},
+    {"if-constant", WARNING,
+     "A comparison that always comes out the same: of two constants, of a value with itself, or "
+     "with a sign that was meant to say how.",
+     "<?if eq 1 1 `x`?>"},
+    {"repeat-range", WARNING,
+     "A range that is empty, or longer than anybody waits for; a bound that is no number counts as "
+     "0.",
+     "<?repeat [ 4 1 ] `$0`?>"},
+    {"calc-number", WARNING, "A sum of what is no number, a decimal comma, or a division by 0.",
+     "<?calc / 7 0?>"},
     {"query-sql", ERROR, "The database does not take the query.",
      "<?query 'select nothere from t'?>"},
     {"query-injection", ERROR,

@@ -174,6 +174,7 @@ std::vector<Finding> checkSite(Site &site)
     checkTexts(all);
     checkCommands(all);
     checkNames(all);
+    checkConstants(all);
     checkHtml(all);
     gradeFindings(site, &all.findings);
     sortFindings(&all.findings);

@@ -49,6 +49,7 @@ void checkVariables(Report &all);
 void checkTexts(Report &all);
 void checkCommands(Report &all);
 void checkNames(Report &all);
+void checkConstants(Report &all);
 void checkHtml(Report &all);
 
 /* All of them, sorted, graded as the site's options say and without what they leave out. */

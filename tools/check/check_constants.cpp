@@ -1,0 +1,207 @@
+/* tools/check/check_constants.cpp - comparisons that come out the same whatever happens,
+ * ranges that are empty or endless, and sums of what is no number. */
+#include <stdlib.h>
+
+#include <algorithm>
+#include <charconv>
+
+#include "hints.h"
+#include "report.h"
+#include "walk.h"
+
+using std::string;
+using std::string_view;
+
+static constexpr int64_t MOST_NUMBERS = 1000000; // of one repeat, which a page waits for
+
+// Where an element ends, with its index.
+static uint32_t endOf(const Element &element)
+{
+    return element.index.empty() ? element.span.end : endOf(element.index.back()) + 1;
+}
+
+static Span spanOf(const Command &command, size_t index)
+{
+    const auto &elements = command.args[index].elements;
+    return elements.empty() ? command.words
+                            : Span{elements.front().span.at, endOf(elements.back())};
+}
+
+static string sourceOf(const Template &tpl, const Command &command, size_t index)
+{
+    const Span span = spanOf(command, index);
+    return tpl.source.substr(span.at, span.end - span.at);
+}
+
+// ---- if ----
+
+// A sign or word of other languages that stands by itself as an argument of an if. One sign
+// may be what a value is compared with.
+static bool isForeignSign(const Command &command, size_t index)
+{
+    static constexpr string_view signs[] = {"!=", "=", "<>", "<", ">", "<=", ">=", "&&", "||"};
+    const auto &elements = command.args[index].elements;
+    if (elements.size() != 1 || elements[0].type != ELEM_TEXT || elements[0].quote)
+        return false;
+    const string &text = elements[0].text;
+    const bool isFull = command.args.size() == 4;
+    if (index == 1)
+        return text == "==" ||
+               (isFull && std::find(std::begin(signs), std::end(signs), text) != std::end(signs));
+    return isFull && index == 2 && (text == "then" || text == "else");
+}
+
+// Whether an argument is text that another rule takes for a variable.
+static bool isMeantVariable(string_view text)
+{
+    const string low = lowered(text);
+    return low.starts_with("var:") || low.starts_with("$");
+}
+
+static bool isSame(const Template &tpl, const Command &command)
+{
+    const auto &a = command.args[0].elements;
+    const auto isValue = [](const Element &e) { return e.type != ELEM_CMD && e.type != ELEM_TEXT; };
+    return std::any_of(a.begin(), a.end(), isValue) &&
+           std::none_of(a.begin(), a.end(), [](const Element &e) { return e.type == ELEM_CMD; }) &&
+           sourceOf(tpl, command, 0) == sourceOf(tpl, command, 1);
+}
+
+static void checkIf(Report &all, const Template &tpl, const Command &command)
+{
+    const bool isLogic = command.id == ID_IFAND || command.id == ID_IFOR;
+    if (command.args.size() < 2)
+        return;
+    for (size_t i = 1; i < std::min<size_t>(command.args.size(), 4); ++i)
+        if (isForeignSign(command, i))
+            return report(all, tpl, spanOf(command, i), "if-constant",
+                          "'" + sourceOf(tpl, command, i) +
+                              "' is a text here, and no sign: the word in front says how two "
+                              "values are compared, if eq A B `then` `else`");
+    string texts[2];
+    bool constant[2];
+    for (size_t i = 0; i < 2; ++i) {
+        constant[i] = constantText(tpl, command.args[i], &texts[i]);
+        if (constant[i] && isMeantVariable(texts[i]))
+            return;
+    }
+    if (constant[0] && constant[1])
+        report(all, tpl, spanOf(command, 0), "if-constant",
+               "two constants are compared, '" + texts[0] + "' and '" + texts[1] +
+                   "': it always comes out the same");
+    else if (isSame(tpl, command) && !isLogic)
+        report(all, tpl, spanOf(command, 0), "if-constant",
+               sourceOf(tpl, command, 0) +
+                   " is compared with itself: it always comes out the same");
+    else if (isLogic && (constant[0] || constant[1]))
+        report(all, tpl, spanOf(command, constant[0] ? 0 : 1), "if-constant",
+               "'" + texts[constant[0] ? 0 : 1] + "' is always " +
+                   (texts[constant[0] ? 0 : 1].substr(0, 1) == "0" ||
+                            texts[constant[0] ? 0 : 1].empty()
+                        ? "false"
+                        : "true") +
+                   ": and, or take two values that are true or not");
+}
+
+// ---- numbers ----
+
+// The texts that an argument comes to, as far as all of them are known; none otherwise.
+static std::vector<string> knownTexts(Report &all, const Template &tpl, const Argument &argument,
+                                      const Levels &levels)
+{
+    std::vector<string> texts;
+    for (const Assembled &text : assemble(all.site, tpl, argument, levels)) {
+        if (std::any_of(text.pieces.begin(), text.pieces.end(),
+                        [](const TextPiece &piece) { return piece.hole; }))
+            return {};
+        texts.push_back(text.text);
+    }
+    return texts;
+}
+
+// The bytes of the number that a text begins with.
+static size_t numberLength(const string &text, double *number)
+{
+    char *end = nullptr;
+    *number = strtod(text.c_str(), &end);
+    return static_cast<size_t>(end - text.c_str());
+}
+
+static void checkOperand(Report &all, const Template &tpl, const Command &command, size_t index,
+                         const Levels &levels)
+{
+    const std::vector<string> texts = knownTexts(all, tpl, command.args[index], levels);
+    const Span span = spanOf(command, index);
+    const bool divides = command.id == ID_CALCDIV && index == 1;
+    for (const string &text : texts) {
+        double number = 0;
+        const size_t length = numberLength(text, &number);
+        if (isMeantVariable(text))
+            return;
+        if (length == 0)
+            return report(all, tpl, span, "calc-number",
+                          "'" + text + "' is no number: nothing is printed");
+        if (text[length] == ',')
+            return report(all, tpl, span, "calc-number",
+                          "'" + text + "' counts as " + text.substr(0, length) +
+                              ": the decimal sign is a full stop");
+        if (divides && number == 0)
+            return report(all, tpl, span, "calc-number", "a division by 0 prints inf or nan");
+    }
+}
+
+static bool readBound(Report &all, const Template &tpl, const Command &command, size_t index,
+                      const Levels &levels, int64_t *bound)
+{
+    const std::vector<string> texts = knownTexts(all, tpl, command.args[index], levels);
+    bool known = texts.size() == 1;
+    for (const string &text : texts) {
+        char *end = nullptr;
+        *bound = std::clamp<int64_t>(strtoll(text.c_str(), &end, 10), INT32_MIN, INT32_MAX);
+        if (end == text.c_str() && !isMeantVariable(text)) {
+            report(all, tpl, spanOf(command, index), "repeat-range",
+                   "'" + text + "' is no number, and counts as 0");
+            return false;
+        }
+        known = known && end != text.c_str();
+    }
+    return known;
+}
+
+static void checkRepeat(Report &all, const Template &tpl, const Command &command,
+                        const Levels &levels)
+{
+    int64_t from = 0;
+    int64_t to = 0;
+    if (command.args.size() < 2)
+        return;
+    const bool knowsFrom = readBound(all, tpl, command, 0, levels, &from);
+    if (!readBound(all, tpl, command, 1, levels, &to))
+        return;
+    from += command.id == ID_REPEATEXCL;
+    to -= command.upperExcluded;
+    const Span span = {spanOf(command, 0).at, spanOf(command, 1).end};
+    if (knowsFrom && to < from)
+        report(all, tpl, span, "repeat-range",
+               "the range is empty, and nothing is printed: repeat counts upwards only");
+    else if (to - from >= MOST_NUMBERS)
+        report(all, tpl, span, "repeat-range",
+               "this prints the body " + std::to_string(to - from + 1) + " times");
+}
+
+void checkConstants(Report &all)
+{
+    for (const auto &[path, tpl] : all.site.templates) {
+        const Template &read = *tpl;
+        Walker walker;
+        walker.command = [&](const Command &command, const Levels &levels) {
+            if (command.id & CMDF_IF)
+                checkIf(all, read, command);
+            for (size_t i = 0; (command.id & CMDF_CALC) && i < command.args.size(); ++i)
+                checkOperand(all, read, command, i, levels);
+            if (command.id == ID_REPEATINCL || command.id == ID_REPEATEXCL)
+                checkRepeat(all, read, command, levels);
+        };
+        walkTemplate(read, walker);
+    }
+}
