@@ -8,10 +8,14 @@
 #include <string.h>
 #include <sys/mman.h>
 #include <algorithm>
+#include <string_view>
 
 using std::string;
 
 static constexpr int32_t OUTPUT_BUFFER = 16384;
+
+// What the error log gets of one page's diagnostics at most, in bytes.
+static constexpr size_t LOG_LIMIT = 2048;
 
 // In front of the line that ends each header. The pages have no script, style or
 // picture in their text but the icon, and no page is for a frame.
@@ -166,6 +170,26 @@ static void printHeaders(const Exchange &x)
                x.site->name, x.language.c_str());
 }
 
+static int32_t countProblems()
+{
+    return Orv_Interpreter_LogCount(ORV_LOG_ERROR) + Orv_Interpreter_LogCount(ORV_LOG_WARNING);
+}
+
+// Passes the lines of a log on to the error log, but for notices and what is beyond the limit:
+// a page that is looked at every ten seconds must not fill a disk.
+static void passProblemsOn(int log)
+{
+    char text[LOG_LIMIT];
+    ssize_t size = pread(log, text, sizeof text, 0);
+    std::string_view rest(text, size > 0 ? static_cast<size_t>(size) : 0);
+    while (!rest.empty()) {
+        std::string_view line = rest.substr(0, rest.find('\n'));
+        if (!line.starts_with("zarn - ") || line.starts_with("zarn - ERROR"))
+            complain("%.*s", static_cast<int>(line.size()), line.data());
+        rest.remove_prefix(std::min(rest.size(), line.size() + 1));
+    }
+}
+
 // Runs the template that is shown into a file in memory: the database is free again
 // before a slow browser has the page, and a page that is not whole is not sent. The
 // variables are set before the log is open: it would tell their values, and those of
@@ -176,6 +200,8 @@ static int makePage(Exchange &x)
 {
     Interpreter *interpreter = hostInterpreter(x.host);
     int file = memfd_create("page", MFD_CLOEXEC);
+    int log = x.site->logsAll ? dup(STDERR_FILENO) : memfd_create("log", MFD_CLOEXEC);
+    int32_t former = countProblems();
     string error = errorText(x);
     x.host.error = error.empty() ? nullptr : error.c_str();
     bool isReady = interpreter && file >= 0 &&
@@ -184,7 +210,7 @@ static int makePage(Exchange &x)
         for (const HostVariable &variable : pageVariables(x))
             isReady &=
                 hostSet(x.host, interpreter, variable.name.c_str(), variable.value.c_str()) == 0;
-    isReady = isReady && Orv_Interpreter_SetLog(STDERR_FILENO) == 0;
+    isReady = isReady && Orv_Interpreter_SetLog(log) == 0;
     int32_t result = isReady ? Orv_Interpreter_Run(interpreter, x.shown.c_str(), file) : -1;
     if (result != ORV_RUN_DONE || Orv_Interpreter_OutputError(interpreter) != 0) {
         complain("the page %s cannot be made (%d)", x.shown.c_str(), result);
@@ -192,6 +218,9 @@ static int makePage(Exchange &x)
         file = -1;
     }
     Orv_Interpreter_Destroy(interpreter);
+    if (!x.site->logsAll && countProblems() != former)
+        passProblemsOn(log);
+    close(log);
     x.host.variables.clear();
     x.host.error = nullptr;
     return file;

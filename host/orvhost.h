@@ -25,12 +25,14 @@ typedef struct OrvSite {
                               use; made when it is missing; null: /tmp/NAME-UID, UID the user's */
     const char *names;     /* names that the device has besides those of its script names.sql,
                               with blanks between; null for none */
+    int logsAll;           /* all diagnostics of the interpreter go to the error log, not only
+                              problems */
     const char *root;      /* put in front of the interpreter's own paths; null for nothing */
 } OrvSite;
 
 /* Answers the request that the environment and standard input bring, on standard output.
- * Problems and the interpreter's diagnostics go to standard error, which is the web server's
- * error log. It is to be called once, by a process that has one thread: it changes the working
+ * Problems go to standard error, which is the web server's error log, of one page some
+ * KiB at most. It is to be called once, by a process that has one thread: it changes the working
  * directory, and locks that it takes last until the process ends.
  *
  * Returns 0 when an answer was sent, be it one that says what is wrong; 1 when none could be

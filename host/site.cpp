@@ -52,6 +52,23 @@ static int readBody(Exchange &x)
     return result == FORM_DONE ? OK : result == FORM_BAD ? BAD_REQUEST : TOO_LARGE;
 }
 
+// Looks whether there is the page, which anybody may ask for. Returns 0, or the status that
+// tells a name of none from one that cannot be opened now.
+static int findPage(const Exchange &x)
+{
+    int32_t fd = -1;
+    errno = 0;
+    const char *problem = hostOpenFile(x.host, x.page.c_str(), &fd);
+    if (!problem) {
+        close(fd);
+        return 0;
+    }
+    if (errno != EMFILE && errno != ENFILE && errno != ENOMEM && errno != EACCES && errno != EIO)
+        return NOT_FOUND;
+    complain("cannot open template '%s': %s", x.page.c_str(), problem);
+    return BROKEN;
+}
+
 // Reads the request. Returns OK, or the status that refuses it.
 static int readRequest(Exchange &x)
 {
@@ -62,8 +79,10 @@ static int readRequest(Exchange &x)
     x.isVisit = !x.isHead && (mode.empty() || mode == "navigate");
     x.page = path.size() > 1 ? path.substr(1) : x.site->startPage;
     x.shown = x.page;
-    if (!findKind(x.page) || !hostHasTemplate(x.host, x.page.c_str()))
+    if (!findKind(x.page))
         return NOT_FOUND;
+    if (int status = findPage(x))
+        return status;
     x.isPost = method == "POST" && hasScript(scriptName(x.page));
     if (x.isPost)
         return readBody(x);

@@ -6,7 +6,8 @@
  *                 made when it is missing; without it /tmp/zarn-UID, UID being the user's
  *   ZARN_ROOT     put in front of the interpreter's own paths; may be missing
  *   ZARN_NAMES    names that the device has besides the one in its settings, with
- *                 blanks between; may be missing */
+ *                 blanks between; may be missing
+ *   ZARN_LOG      whatever it says, all diagnostics go to the error log, not only problems */
 #include "orvhost.h"
 
 #include <stdlib.h>
@@ -20,6 +21,7 @@ int main()
     site.database = getenv("ZARN_DB");
     site.sessions = getenv("ZARN_SESSIONS");
     site.names = getenv("ZARN_NAMES");
+    site.logsAll = getenv("ZARN_LOG") != nullptr;
     site.root = getenv("ZARN_ROOT");
     return Orv_Site_Answer(&site);
 }

@@ -58,10 +58,12 @@ def check_requests(visitor):
         (413, "too large", "settings.htm", "POST", "a" * 20000, form),
         (415, "bring a form", "settings.htm", "POST", "{}", {"Content-Type": "text/json"}),
     ]
+    quiet = os.path.getsize(LOG)
     for status, text, path, *request in rows:
         answer = visitor.ask(path, *request)
         check(path, (status, True, "text/html; charset=utf-8"),
               (answer.status, text in answer.text, answer.headers["Content-Type"]))
+    check("what is no problem is not logged", "", log_since(quiet))
     check("allowed", "GET, HEAD, POST", visitor.ask("settings.htm", "DELETE").headers["Allow"])
     for parameter, cookie, header, language in [
             ("?lang=de", "en", "en", "de"), ("?lang=xx", "en", "de", "en"),

@@ -102,7 +102,7 @@ def check_turns():
     sql("delete from login_failure")
 
 
-def check_scripts():
+def check_scripts(work):
     """What a script says of which a part is missing is not what it would have said."""
     before = stored()
     site = os.path.realpath(os.path.dirname(__file__) + "/../../examples/site")
@@ -117,6 +117,23 @@ def check_scripts():
         check((name, call), (503, True, True, before), (
             answer.status, "nothing has been changed" in answer.text,
             f"cannot read file '{name}'" in owner.log, stored()))
+    # Calls that fail: the program, the page, the status, and the line that names what failed.
+    with open(work + "/full", "w", encoding="utf-8") as file:
+        file.write(f"exec {ZARN} >/dev/full")
+    fail = "strace -qq -o /dev/null -e inject="
+    for program, page, status, said in (
+            (f"{fail}openat:error=EMFILE -P {site}/events.htm {ZARN}", "events.htm", 500, "events.htm': Too many open"),
+            (f"{fail}getrandom:error=ENOSYS {ZARN}", "logout.htm", 503, "no randomness: Function not"),
+            (f"sh {work}/full", "devices.htm", 0, "devices.htm was not sent whole: No space")):
+        owner.program = program
+        answer = owner.post(page, {"token": token}) if status == 503 else owner.ask(page)
+        check(said, (status, True), (answer.status, said in owner.log))
+    subprocess.run(f"cp -r {site} {work}/wrong; sed -i 's/<table/<?oops?>&/' {work}/wrong/login.htm"
+                   f"; for i in $(seq 99); do echo '<?oops?>'; done >>{work}/wrong/login.htm", shell=True, check=True)
+    stranger = Direct(ZARN, ZARN_DOCROOT=work + "/wrong")
+    stranger.ask("login.htm")
+    check("problems alone, some KiB at most", (True, False, True), (
+        "zarn: login.htm, line " in stranger.log, "Real Time" in stranger.log, len(stranger.log) < 4096))
 
 
 def check_folders(work):
@@ -302,8 +319,8 @@ check_waits()
 check_clocks()
 check_hashes()
 check_turns()
-check_scripts()
 with tempfile.TemporaryDirectory() as folder:
+    check_scripts(folder)
     check_folders(folder)
     check_versions(folder)
     check_disks(folder)
