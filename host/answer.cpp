@@ -123,6 +123,8 @@ static std::vector<HostVariable> pageVariables(const Exchange &x)
         {"outside", x.session.number.empty() ? "1" : ""},
         {"typed", x.isTyped ? "1" : ""},
         {"flash", lookUp(x.session.flash)},
+        {"told", x.session.flash},
+        {"port", hostPort()},
         {"wrong", x.problems.empty() ? "" : x.problems[0][0]},
         {"status", std::to_string(x.status)},
         {"base", basePath(x)},

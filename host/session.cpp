@@ -104,6 +104,13 @@ string requestOrigin()
     return host == string::npos ? "" : referer.substr(0, referer.find('/', host + 3));
 }
 
+string hostPort()
+{
+    string host = header("HTTP_HOST");
+    size_t digits = host.find_last_not_of("0123456789");
+    return digits != string::npos && host[digits] == ':' ? host.substr(digits) : "";
+}
+
 // Whether host, without its port, is an address or a name of this device.
 static bool isOwnName(sqlite3 *db, const string &script, const string &names, string host)
 {
@@ -133,10 +140,8 @@ const char *foreignReason(sqlite3 *db, const string &script, const string &names
     string host = header("HTTP_HOST");
     string site = header("HTTP_SEC_FETCH_SITE");
     string origin = requestOrigin();
-    size_t port = host.find_last_of(":]");
-    bool hasPort = port != string::npos && host[port] == ':';
     if (!isOriginOf(sessionOrigin, host) &&
-        !isOwnName(db, script, names, hasPort ? host.substr(0, port) : host))
+        !isOwnName(db, script, names, host.substr(0, host.size() - hostPort().size())))
         return "host";
     if (!site.empty() && site != "same-origin")
         return "site";

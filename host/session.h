@@ -45,6 +45,9 @@ bool isSameSecret(const std::string &a, const std::string &b);
  * Referer; empty for none. */
 std::string requestOrigin();
 
+/* Returns the port that the request's Host names, behind a colon; empty for none. */
+std::string hostPort();
+
 /* Whether a page of this site, in its visitor's hands, has caused the request, by the
  * headers that no page can forge. Host must be an address, localhost or a name of the
  * device, or what the session was begun from, when it was one: a foreign name that is made to

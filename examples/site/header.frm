@@ -1,5 +1,5 @@
 <?-- The top of every page, down to its heading and what has become of a form. A page sets
-     page[id], its name in the menu, page[title], and page[form] to "form" when it has a form
+     page[id], its name in the menu, page[title], page[told], what follows a message, and page[form] to "form" when it has a form
      with that id, which then comes along when the language changes. These are array
      elements because a request variable would hide a plain variable of the same name. ?><!DOCTYPE html>
 <html lang="{?site.lang?}">
@@ -35,5 +35,5 @@
 <?if neq $var:outside 1 `<?include menu.frm?>`?></header>
 <main id="main">
 <h1><?print $var:page[title]?></h1>
-<?if neq $var:flash '' `<p class="saved" role="status"><?echo $var:flash?></p>
+<?if neq $var:flash '' `<p class="saved" role="status"><?echo $var:flash?><?print $var:page[told]?></p>
 `?><?if eq <?error found ?> 1 `<?include errorbox.frm?>`?>

@@ -325,6 +325,15 @@ def check_settings(visitor):
     check("and no passphrase by a link", "", owner.ask("settings.htm?reveal=1").value("passphrase"))
     visitor.login()
 
+    # Who renames the device goes on where it was visited, and is told the new name.
+    renamer = Visitor()
+    name = f"{stored('hostname')[0]}.lan:{ORIGIN.rsplit(':', 1)[1]}"
+    renamer.headers = {"Origin": "http://" + name, "Host": name}
+    check("renamed, twice", [303] * 4, [renamer.login().status, renamer.save(hostname="cellar").status,
+          renamer.save().status, renamer.post("logout.htm", {"token": renamer.token()}).status])
+    visitor.save(hostname="cellar", ssid="typed & kept")
+    check("the new name", True, f'href="//cellar.lan:{name.rsplit(":", 1)[1]}/"' in visitor.ask("settings.htm").text)
+
     # Backup and restore, all or nothing.
     def keep(password=PASSWORD, **more):
         return visitor.post("backup.htm", {"token": visitor.token(), "keep": "1", "password": password, **more})
@@ -387,7 +396,9 @@ def check_direct(work, secret):
         (403, b"a=b", {**post, "HTTP_HOST": "a b", "HTTP_ORIGIN": "http://a b"}),
         (403, b"a=b", {**post, "HTTP_HOST": "[::1]x", "HTTP_ORIGIN": "http://[::1]x"}),
         (422, b"a=b", {**post, "HTTP_HOST": "[::1]:80", "HTTP_ORIGIN": "http://[::1]:80"}),
-        (422, b"a=b", {**post, "HTTP_HOST": "safe.lan", "HTTP_ORIGIN": "http://safe.lan"}),
+        *((422, b"a=b", {**post, "HTTP_HOST": name, "HTTP_ORIGIN": "http://" + name})
+          for name in ("safe.lan", "safe.local", "safe.lan.", "safe:8080")),
+        (403, b"a=b", {**post, "HTTP_HOST": "safe.lan:80x", "HTTP_ORIGIN": "http://safe.lan:80x"}),
         (422, b"a=b", {**post, "HTTP_HOST": "r4", "HTTP_ORIGIN": "http://r4", "ZARN_NAMES": "x r4"}),
         (400, b"", {"QUERY_STRING": "a=%z4"}),
         (400, b"", {"QUERY_STRING": "a=%4z"}),
