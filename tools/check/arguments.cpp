@@ -183,14 +183,17 @@ static int answerOption(const CommandLine &line)
     return line.has(OPT_EXPLAIN) ? explain(line) : -1;
 }
 
-// Where the site file is looked for: from the first file that is named and there, or from the
-// working directory.
+// Where the site file is looked for: from the first file that is named and has one above it, or
+// else from the working directory.
 static string startFolder(const std::vector<const char *> &words)
 {
     std::error_code error;
-    const auto named = std::find_if(words.begin(), words.end(),
-                                    [&](const char *word) { return fs::exists(word, error); });
-    return named == words.end() ? "." : (fs::path(*named).parent_path() / "").string();
+    for (const char *word : words) {
+        const string folder = (fs::path(word).parent_path() / ".").string();
+        if (fs::exists(word, error) && !findSiteFile(folder).empty())
+            return folder;
+    }
+    return ".";
 }
 
 int readArguments(int argc, char **argv, Arguments *arguments)

@@ -32,6 +32,10 @@ static constexpr Kind kinds[] = {
      "A character that nobody sees, or that looks like a blank and is none for the interpreter, in "
      "an argument without quotes or in SQL.",
      "<?echo $var:a\xC2\xA0?>"},
+    {"ignore-comment", WARNING,
+     "A comment that is to leave findings out, but is in another form, names no kind, or hits "
+     "nothing up to the end of the command behind it.",
+     "<?-- orv-check: ignore escape-mising: it is a number ?>"},
     {"include-missing", ERROR, "The template does not exist below the document root, or is empty.",
      "<?include nothere.frm?>"},
     {"include-cycle", ERROR,

@@ -14,55 +14,12 @@ static uint32_t unitAt(const Template &tpl, uint32_t offset)
     return unitsBefore(tpl, offset) + 1;
 }
 
-// The kinds that a comment names behind "orv-check: ignore".
-static std::vector<const Kind *> kindsIn(string_view comment)
-{
-    static constexpr string_view key = "orv-check: ignore";
-    std::vector<const Kind *> kinds;
-    size_t at = comment.find(key);
-    if (at == string_view::npos)
-        return kinds;
-    at += key.size();
-    for (;;) {
-        at = std::min(comment.find_first_not_of(" \t\r\n,", at), comment.size());
-        const size_t end = std::min(
-            comment.find_first_not_of("abcdefghijklmnopqrstuvwxyz0123456789-", at), comment.size());
-        const Kind *kind = findKind(comment.substr(at, end - at));
-        if (!kind)
-            return kinds;
-        kinds.push_back(kind);
-        at = end;
-    }
-}
-
-// An ignore comment holds up to the end of the command behind it.
-static std::vector<IgnoreRange> readIgnored(const Template &tpl)
-{
-    std::vector<IgnoreRange> ranges;
-    for (const Span &comment : tpl.comments) {
-        auto kinds = kindsIn(string_view(tpl.source).substr(comment.at, comment.end - comment.at));
-        if (kinds.empty())
-            continue;
-        auto end = static_cast<uint32_t>(tpl.source.size());
-        for (const Begun &begun : tpl.begun)
-            if (begun.words.at >= comment.end) {
-                end = std::max(begun.end, begun.words.end);
-                break;
-            }
-        ranges.push_back({{comment.at, end}, std::move(kinds)});
-    }
-    return ranges;
-}
-
 static bool isIgnored(Report &report, const Template &tpl, uint32_t offset, const Kind *kind)
 {
     const auto [entry, isNew] = report.ignored.try_emplace(&tpl);
     if (isNew)
-        entry->second = readIgnored(tpl);
-    return std::any_of(entry->second.begin(), entry->second.end(), [&](const IgnoreRange &range) {
-        return range.span.contains(offset) &&
-               std::find(range.kinds.begin(), range.kinds.end(), kind) != range.kinds.end();
-    });
+        entry->second = readIgnoreComments(tpl);
+    return hitIgnored(&entry->second, offset, kind);
 }
 
 // Whether nobody knows what was meant there.
@@ -151,6 +108,34 @@ static bool isFor(const KindRule &rule, const Site &site, const string &path)
            fitsAny(rule.files, fs::path(path).lexically_proximate(folder).string());
 }
 
+// Whether the site has what findings of a kind come of: all its pages, a database, texts.
+static bool canBeFound(const Site &site, const Kind &kind)
+{
+    const string_view id = kind.id;
+    const bool isOfRows = id.starts_with("query-") || id.starts_with("value-") || id == "limit";
+    return site.options.templates.empty() && isLookedFor(site.options, kind) &&
+           (site.database || !isOfRows) && (!site.languages.empty() || !id.starts_with("text-"));
+}
+
+// Comments that say nothing, or hit nothing any more. All other rules have been looked at.
+static void checkIgnoreComments(Report &all)
+{
+    constexpr char id[] = "ignore-comment";
+    for (const auto &[path, tpl] : all.site.templates) {
+        isIgnored(all, *tpl, 0, nullptr); // also where nothing was found
+        const IgnoreComments comments = all.ignored[tpl.get()];
+        for (const IgnoreFault &fault : comments.faults)
+            report(all, *tpl, fault.span, id, fault.text);
+        for (const IgnoreRange &range : comments.ranges)
+            for (const IgnoredKind &ignored : range.kinds)
+                if (!ignored.hit && canBeFound(all.site, *ignored.kind))
+                    report(all, *tpl, ignored.word, id,
+                           string("nothing of the kind ") + ignored.kind->id +
+                               " is found up to the end of the command behind the comment: take "
+                               "the word out");
+    }
+}
+
 static void gradeFindings(const Site &site, std::vector<Finding> *findings)
 {
     std::erase_if(*findings, [&](Finding &finding) {
@@ -176,6 +161,7 @@ std::vector<Finding> checkSite(Site &site)
     checkNames(all);
     checkConstants(all);
     checkHtml(all);
+    checkIgnoreComments(all);
     gradeFindings(site, &all.findings);
     sortFindings(&all.findings);
     return std::move(all.findings);

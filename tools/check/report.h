@@ -4,17 +4,13 @@
 
 #include "assemble.h"
 #include "findings.h"
+#include "ignore.h"
 #include "site.h"
-
-struct IgnoreRange {
-    Span span;
-    std::vector<const Kind *> kinds;
-};
 
 struct Report {
     Site &site;
     std::vector<Finding> findings;
-    std::map<const Template *, std::vector<IgnoreRange>> ignored; // by comments
+    std::map<const Template *, IgnoreComments> ignored; // where something was found
 
     explicit Report(Site &of) : site(of)
     {
