@@ -11,9 +11,12 @@
 
 #include "tests/harness.h"
 #include "tests/process.h"
+#include "tools/common/files.h"
 #include "tools/common/json.h"
 
 namespace fs = std::filesystem;
+
+const char programName[] = "check_same_tests";
 
 namespace
 {
