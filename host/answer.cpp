@@ -167,7 +167,7 @@ static void printHeaders(const Exchange &x)
     if (x.isOut)
         printf("Set-Cookie: %ssession=; Path=/; Max-Age=0; HttpOnly; SameSite=Strict\r\n",
                x.site->name);
-    if (x.isNewLanguage)
+    if (x.isNewLanguage && x.isVisit) // a script of one window leaves the others' alone
         printf("Set-Cookie: %slang=%s; Path=/; Max-Age=31536000; HttpOnly; SameSite=Lax\r\n",
                x.site->name, x.language.c_str());
 }

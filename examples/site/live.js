@@ -7,20 +7,35 @@
 (function () {
     const everySeconds = 10;
 
-    async function fetchPage(address) {
-        const answer = await fetch(address, {cache: "no-store"});
-        if (!answer.ok)
-            throw new Error(answer.status);
-        return new DOMParser().parseFromString(await answer.text(), "text/html");
+    /* Where a page says that it is no longer what it shows: the session has ended, or nothing
+     * answers. An empty reason takes that back. */
+    function tell(reason) {
+        const place = document.getElementById("stale");
+        if (place && place.textContent !== reason)
+            place.textContent = reason;
+        if (place)
+            place.hidden = !reason;
+    }
+
+    /* What somebody has selected, or is about to press, stays as it is. */
+    function isInUse(element) {
+        const selection = getSelection();
+        return element.contains(document.activeElement)
+            || !selection.isCollapsed && selection.containsNode(element, true);
     }
 
     async function refresh() {
         if (document.hidden)
             return;
-        const page = await fetchPage(location.href);
+        const place = document.getElementById("stale");
+        const answer = await fetch(location.href, {cache: "no-store"}).catch(() => null);
+        if (!answer || answer.status !== 200)
+            return tell(place.dataset[answer && answer.status === 403 ? "ended" : "lost"]);
+        const page = new DOMParser().parseFromString(await answer.text(), "text/html");
+        tell("");
         for (const element of document.querySelectorAll("[data-live]")) {
             const fresh = page.getElementById(element.id);
-            if (fresh && fresh.innerHTML !== element.innerHTML)
+            if (fresh && fresh.innerHTML !== element.innerHTML && !isInUse(element))
                 element.replaceChildren(...fresh.childNodes);
         }
         document.dispatchEvent(new Event("refreshed"));
@@ -39,6 +54,9 @@
     if (waiting)
         setTimeout(() => repeat(() => comeBack(waiting.dataset.return), 2),
                    waiting.dataset.wait * 1000);
-    else if (document.querySelector("[data-live]"))
+    else if (document.querySelector("[data-live]")) {
         repeat(refresh, everySeconds);
+        for (const event of ["online", "offline", "visibilitychange"])
+            addEventListener(event, () => refresh().catch(() => {}), true);
+    }
 })();

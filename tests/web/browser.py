@@ -231,6 +231,14 @@ def check_lists():
     check("hours through the script", 48, len(texts("#chart rect")))
 
 
+def await_that(what, holds):
+    deadline = time.monotonic() + 25
+    while not holds():
+        if time.monotonic() > deadline:
+            return check(what, True, False)
+        time.sleep(0.1)
+
+
 def check_live():
     """What is alive comes anew, and what is typed stays."""
     show("devices.htm")
@@ -244,6 +252,29 @@ def check_live():
         time.sleep(0.5)
     check("refreshed", [True, "typed", "find"], ["a renamed printer" in texts("tbody th"), *run(
         "return [document.activeElement.value, document.activeElement.id]")])
+    show("traffic.htm?lang=de")
+    show("traffic.htm?lang=en")
+    language = send("/cookie/zarnlang", "GET")["value"]
+    run("getSelection().selectAllChildren(document.querySelector('#most tbody th'));"
+        "history.replaceState(null, '', '?lang=de')")
+    selected = run("return getSelection().toString()")
+    sql("update device set name = 'b' || name")
+    sql("update traffic set received = received + 1")
+    before = texts("#hours td")
+    await_that("what moves", lambda: texts("#hours td") != before)
+    check("a selection and the language stay", [selected, "en", language], [
+        run("return getSelection().toString()"), language, send("/cookie/zarnlang", "GET")["value"]])
+    send("/goog/cdp/execute", cmd="Network.enable", params={})
+    for offline, said in ((True, "does not answer"), (False, "")):
+        send("/goog/cdp/execute", cmd="Network.emulateNetworkConditions", params={
+            "offline": offline, "latency": 0, "downloadThroughput": -1, "uploadThroughput": -1})
+        await_that("told: " + said, lambda: said in texts("#stale")[0] and bool(said) != run(
+            "return document.getElementById('stale').hidden"))
+    sql("delete from session")
+    await_that("told that the session has ended", lambda: "signed out" in texts("#stale")[0])
+    check("what was seen stays", 48, len(texts("#hours td")))
+    show("login.htm")
+    sign_in()
     show("reboot.htm")
     submit("main button")
     sql("delete from session")  # as a restart does
