@@ -81,7 +81,7 @@ set_up() {
         :locales tidy:tidy faketime:faketime strace:strace :python3 :lighttpd-mod-openssl openssl:openssl npm:npm \
         help2man:help2man pandoc:pandoc mandoc:mandoc dpkg-shlibdeps:dpkg-dev file:file lintian:lintian \
         fcgiapp.h:libfcgi-dev microhttpd.h:libmicrohttpd-dev nginx:nginx-light fcgiwrap:fcgiwrap \
-        busybox:busybox pkg-config:pkg-config kconfig-conf:kconfig-frontends-nox make:make
+        busybox:busybox zsh:zsh fish:fish pkg-config:pkg-config kconfig-conf:kconfig-frontends-nox make:make
 }
 
 case $#:${1-} in

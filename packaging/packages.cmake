@@ -1,5 +1,5 @@
 # packaging/packages.cmake - what packages have besides the library and the programs, which
-# is made with ORV_DOCS: manual pages, documents, the example host. And how cpack makes five
+# is made with ORV_DOCS: manual pages, completion in shells, documents, examples. And how cpack makes five
 # Debian packages of it all (packaging/packages.sh does it from the beginning).
 set(ORV_MAINTAINER "The maintainers of liborvinterpreter <maintainers@orvinterpreter.example>"
     CACHE STRING "Who answers for the packages: NAME <ADDRESS>")
@@ -42,6 +42,28 @@ if(ORV_DOCS)
                        VERBATIM)
     set_property(GLOBAL APPEND PROPERTY orv_pages ${orv_packages}/kinds.md)
     install(FILES ${orv_packages}/kinds.md DESTINATION ${doc}/${orv_package_tools} COMPONENT tools)
+    # What completes their command lines, where each shell looks for it.
+    set(completions ${orv_packages}/completions)
+    file(MAKE_DIRECTORY ${completions})
+    set(data ${CMAKE_INSTALL_DATADIR})
+    set(zsh_functions site-functions)
+    if(CMAKE_INSTALL_PREFIX STREQUAL "/usr")
+        set(zsh_functions vendor-completions)
+    endif()
+    foreach(program ${programs})
+        add_custom_command(
+            OUTPUT ${completions}/${program} ${completions}/_${program} ${completions}/${program}.fish
+            COMMAND ${orv_packaging}/complete.py $<TARGET_FILE:${program}> ${completions}
+            DEPENDS ${orv_packaging}/complete.py ${program} VERBATIM)
+        set_property(GLOBAL APPEND PROPERTY orv_pages ${completions}/${program})
+        install(FILES ${completions}/${program} DESTINATION ${data}/bash-completion/completions
+                COMPONENT tools)
+        install(FILES ${completions}/_${program} DESTINATION ${data}/zsh/${zsh_functions}
+                COMPONENT tools)
+        install(FILES ${completions}/${program}.fish DESTINATION ${data}/fish/vendor_completions.d
+                COMPONENT tools)
+    endforeach()
+
     orv_man(orv-templates.7 ${PROJECT_SOURCE_DIR}/docs/templates.md)
     install(FILES ${orv_packages}/man/orv-templates.7.gz DESTINATION ${man}/man7 COMPONENT tools)
     set(header ${PROJECT_SOURCE_DIR}/interface/orvinterpreter.h)

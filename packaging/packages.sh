@@ -18,7 +18,7 @@ END
 make_packages() {
     need cmake:cmake "$builder" g++:g++ bison:bison sqlite3.h:libsqlite3-dev \
         crypt.h:libcrypt-dev gettext-po.h:libgettextpo-dev nlohmann/json.hpp:nlohmann-json3-dev \
-        help2man:help2man pandoc:pandoc dpkg-shlibdeps:dpkg-dev file:file lintian:lintian
+        help2man:help2man :python3 pandoc:pandoc dpkg-shlibdeps:dpkg-dev file:file lintian:lintian
     # Debian's flags. The same commit gives the same dates.
     local commit options=()
     export DEB_BUILD_MAINT_OPTIONS=hardening=+all

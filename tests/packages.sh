@@ -165,7 +165,9 @@ for page in orv-{render,textdb,check,preview}.1 orvinterpreter.3 Orv_Interpreter
     check "$page" 1 "$(zgrep -ic "^\.TH \"\?${name/Orv_I*/orvinterpreter}" \
         "$root/usr/share/man/man${page##*.}/$page.gz")"
     check "$page as it is read" '' "$(zcat "$root/usr/share/man/man${page##*.}/$page.gz" | mandoc -Tlint -Wwarning)"
-    [[ $page != *.1 ]] || check "$name" "$name" "$("$root/usr/bin/$name" --version | cut -d' ' -f1)"
+    [[ $page == *.1 ]] || continue
+    check "$name" "$name" "$("$root/usr/bin/$name" --version | cut -d' ' -f1)"
+    check "$name's completion" 3 "$(find "$root"/usr/share/{bash-completion,fish,zsh} -name "*$name*" | wc -l)"
 done
 wait "$linting" || check lintian 0 $?
 mapfile -t names < <(for deb in ./*.deb; do dpkg-deb -f "$deb" Package; done)
