@@ -46,7 +46,7 @@ def values_of(name, argument):
     if "DIR" in argument:
         return FOLDERS
     return {"FORM": r"printf '%s\n' text json sarif", "MODE": r"printf '%s\n' 1 2",
-            "ID": f"{name} --list | grep -o '^[a-z-]* (' | tr -d ' ('"}.get(argument, UNKNOWN)
+            "ID": f"{name} --list | sed -n 's/^## //p'"}.get(argument, UNKNOWN)
 
 
 def for_bash(name, commands, options):
