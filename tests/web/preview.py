@@ -153,6 +153,22 @@ def check_refusals():
             check(args, (2, f"orv-preview: {message}\n"), (done.returncode, done.stderr))
 
 
+ENDLESS = "with recursive c(i) as (select 1 union all select i + 1 from c) select count(*) from c"
+
+
+class Stopped(threading.Thread):
+    """Asks for a page without end, while other things are looked at."""
+
+    def __init__(self, preview):
+        super().__init__()
+        self.preview, self.page = preview, None
+        write("site/forever.htm", f"<!DOCTYPE html>\n<?querytext '{ENDLESS}'?>")
+        self.start()
+
+    def run(self):
+        self.page = self.preview.ask("forever.htm")
+
+
 def check_files(preview):
     """What is sent and what is not."""
     os.symlink("/etc/passwd", "site/out.txt")
@@ -305,6 +321,43 @@ entry.querySelector('.text').textContent, bar.querySelectorAll('.entry').length]
             if "The page breaks off" in (run("return document.body.textContent") or ""):
                 check("on the page", [got[2], mark], run("return ['.what', 'mark'].map(name =>"
                                                          " document.querySelector(name).textContent)"))
+
+
+def check_marks():
+    """Marks break commands in which a text stands without quotes; they are named as the cause."""
+    write("causes/whole.htm", "<!DOCTYPE html><title>x</title><?echo {?greeting?}?><?Echo?>\n")
+    write("causes/lost.htm", "<?echo {?greeting?}?>")
+    said = BAR + "return bar.querySelector('.where').textContent"
+    run("sessionStorage.clear()")
+    with Preview("--port", "0", "--texts", "causes/en.po", "causes") as preview:
+        show(preview.url + "whole.htm")
+        tab_to("#badge")
+        press(ENTER)
+        tab_to("#marks")
+        press("e")
+        wait(BAR + "return bar.querySelectorAll('.entry').length", 2)
+        press(ESCAPE)
+        for page, expected in (
+                ("whole", "whole.htm:1:32 The marks for translators break this command"),
+                ("lost", "The page breaks off. The marks for translators break this command.")):
+            show(f"{preview.url}{page}.htm")
+            check(page, expected, wait(said + f".slice(-{len(expected)})", expected))
+        check("the mistake of its own", ["Unknown Cmd"], [
+            m["text"] for m in preview.report("whole.htm")["messages"] if m["severity"] == "error"])
+
+
+def check_stopped(stopped):
+    """A run that was ended after 20 seconds tells its query, in the bar as well."""
+    stopped.join()
+    text = stopped.page[2]
+    report = json.loads(re.search(r'id="orv-preview">(.*?)</script>', text, re.S)[1])
+    check("the page", True, "<h1>The page was not done after 20 seconds, and was stopped</h1>" in text)
+    check("its query", (True, True), tuple(f"It waited for the answer to the query: {ENDLESS}" in said
+                                           for said in (text, report["messages"][0]["text"])))
+    check("the query's sheet", ("It was not done when the page was stopped.", True),
+          (report["queries"][0]["problem"], report["queries"][0]["microseconds"] > 19e6))
+    check("its place", ("forever.htm", 2, 1), tuple(
+        report["messages"][0][key] for key in ("file", "line", "column")))
 
 
 def check_changes(preview):
@@ -854,6 +907,7 @@ with tempfile.TemporaryDirectory() as folder, tempfile.TemporaryDirectory() as t
     with Preview("--port", "0", "--db", "router.db", "--texts", "site/texts/en.po",
                  "--texts", "site/texts/de.po", "--set-from", names, "site") as started:
         check("all is watched", [], [line for line in started.lines if "by hand" in line])
+        endless = Stopped(started)
         check_files(started)
         check_mistakes(started)
         def browse():
@@ -862,10 +916,11 @@ with tempfile.TemporaryDirectory() as folder, tempfile.TemporaryDirectory() as t
                          check_many, check_leaving):
                 if not only or step.__name__ in only:
                     step(started)
-            for step in (check_causes, check_editor, check_typing):
+            for step in (check_causes, check_marks, check_editor, check_typing):
                 if not only or step.__name__ in only:
                     step()
         with_browser(browse)
+        check_stopped(endless)
         if not only:
             with_browser(lambda: check_alone(started), "--disable-blink-features=SharedWorker")
     if not only:

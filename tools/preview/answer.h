@@ -4,10 +4,6 @@
 
 #include <string>
 
-// Where the preview's own addresses begin. No file of a site has one: names with a dot
-// in front are not sent.
-inline constexpr char ownAddress[] = "/.orv-preview/";
-
 /* Answers the request of the environment on standard output. work: the launcher's work
  * folder. Returns the exit status. */
 int answerRequest(const std::string &work);

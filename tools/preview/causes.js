@@ -8,6 +8,7 @@ const causes = {
     text: /^text-/,
     value: /^(value|query|variable|calc|repeat)-/,
     query: /^query-/,
+    marks: /^text-breaks/,
     markup: /^(quote|escape-context|html|tag|element)/
 };
 

@@ -17,7 +17,7 @@ namespace fs = std::filesystem;
 static const char *nameOf(Topic topic)
 {
     static constexpr const char *names[] = {"",      "syntax", "include", "text",
-                                            "value", "query",  "markup"};
+                                            "value", "query",  "markup",  "marks"};
     return names[static_cast<size_t>(topic)];
 }
 

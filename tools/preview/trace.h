@@ -17,7 +17,7 @@
 #include "source.h"
 
 // What a message is about, which tells the kinds of findings that can be its cause.
-enum class Topic : uint8_t { OTHER, SYNTAX, INCLUDE, TEXT, VALUE, QUERY, MARKUP };
+enum class Topic : uint8_t { OTHER, SYNTAX, INCLUDE, TEXT, VALUE, QUERY, MARKUP, MARKS };
 
 struct TraceMessage {
     int32_t severity; // ORV_LOG_
