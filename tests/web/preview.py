@@ -288,7 +288,7 @@ CAUSES = [
     ("2:32", "put between others", "'", "<?if eq $var:user Ann '<a href='x'>y</a>'?>\n"),
     ("2:47", "$02p", "$2px", "<?query 'select id, name from device' 'width: $2px'?>\n"),
     ("2:1", "nothing closes the comment", "<?--", "<?-- note\n<p>\n<?echo c?>\n"),
-    ("2:13", "at its blank", "{?hello?}", "<?if eq 1 1 {?hello?}?>\n"),
+    ("2:23", "at its blank", "{?hello?}", "<?if eq $var:user Ann {?hello?}?>\n"),
     ("2:69", ":id is NULL", ":id", "<?setvariable var:id 1?><?query 'select name from device where id = :id'?>\n"),
 ]
 
@@ -530,13 +530,13 @@ def check_barriers(preview):
 def check_findings(preview):
     """What orv-check finds in the templates of the shown page, and in others."""
     preview.put({"site/piece.frm": "<?echo $var:hostnmae?>", "site/misspelt.htm":
-                 "<!DOCTYPE html>\n<?include ./piece.frm?><?if eq 1 2 `<?echo $var:xyzzy?>`?>\n"})
+                 "<!DOCTYPE html>\n<?include ./piece.frm?><?if eq $var:lang xx `<?echo $var:xyzzy?>`?>\n"})
     show(preview.url + "misspelt.htm")
     check("counted", "2 errors", wait(SAID + ".slice(0, 8)", "2 errors"))
     check("its badge", "badge error", run(BADGE))
     tab_to("#badge")
     press(ENTER)
-    check("told", ["misspelt.htm:2:44 $var:xyzzy is not set anywhere",
+    check("told", ["misspelt.htm:2:53 $var:xyzzy is not set anywhere",
                    "piece.frm:1:8 $var:hostnmae is not set anywhere"],
           sorted(entry.split(";")[0] for entry in run(ENTRIES)))
     check("included", "Included at misspelt.htm:2:1", run(BAR + """return [...bar.querySelectorAll('.hint')]

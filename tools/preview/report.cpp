@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <set>
 
 #include "editor.h"
 #include "source.h"
@@ -223,13 +224,16 @@ string readFindings(const string &printed, const string &complaint, const string
     string problem;
     Sources sources = {docRoot, {}};
     const bool isRead = readJson(printed, &read, &problem) && read.isObject();
-    Json findings = isRead ? read.value("findings", Json::array()) : Json::array();
-    for (Json &finding : findings.items) {
+    std::set<string> known; // a template that is named in two ways is checked twice
+    Json findings = Json::array();
+    for (Json finding : isRead ? read.value("findings", Json::array()) : Json::array()) {
         nameFromSite(finding, docRoot);
         for (Json &note : finding["notes"].items)
             nameFromSite(note, docRoot);
         finding["source"] = linesJson(sources, finding.value("file", ""), finding.value("line", 0),
                                       finding.value("column", 0));
+        if (known.insert(dump(finding)).second)
+            findings.push_back(std::move(finding));
     }
     problem = isRead ? "" : complaint.empty() ? "it has ended before its time" : complaint;
     return dump({{"generation", generation}, {"problem", problem}, {"findings", findings}});
