@@ -255,6 +255,13 @@ TEST(Check, PrintsAndRefuses)
     writeFile("big.htm", std::string(32 << 20, '<'));
     EXPECT_EQ(runCommand("ulimit -v 50000; " ORV_CHECK " big.htm"), 2);
     EXPECT_EQ(readFile("err"), "orv-check: out of memory\n");
+    std::string many; // of what once took a time that was the square of it
+    for (int i = 0; i < 4000; ++i)
+        many += "<?setvariable var:vname" + std::to_string(i) + " x?><?echo $var:nothere" +
+                std::to_string(7 * i) + "?>" + repeated("<input value=\"{?a?}\"", 5);
+    writeFile("many.htm", many);
+    writeFile("en.po", "msgid \"a\"\nmsgstr \"b\"\n");
+    EXPECT_EQ(runCommand("ulimit -t 3; " ORV_CHECK " --texts en.po many.htm"), 1);
 #endif
 }
 

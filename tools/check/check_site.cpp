@@ -21,9 +21,13 @@ static string quoted(string_view text)
     return "'" + string(text) + "'";
 }
 
-static string didYouMean(string_view word, const std::vector<string_view> &candidates)
+// Where thousands of names are wrong, the first of them have a suggestion: more would take a time
+// that is the square of their number.
+static string didYouMean(Report &all, string_view word, const std::vector<string_view> &candidates)
 {
-    const string_view near = nearest(word, candidates);
+    constexpr size_t most = 1000000; // pairs of words
+    all.likened += candidates.size();
+    const string_view near = all.likened > most ? "" : nearest(word, candidates);
     return near.empty() ? "" : "; did you mean " + quoted(near) + "?";
 }
 
@@ -69,7 +73,7 @@ static void checkPath(Report &all, const PathUse &use)
         report(all, *use.tpl, span, include ? "include-missing" : "base64-missing",
                exists ? quoted(path) + fault
                       : "there is no " + quoted(path) + " below the document root" +
-                            didYouMean(path, files));
+                            didYouMean(all, path, files));
     }
 }
 
@@ -222,7 +226,7 @@ static void checkReads(Report &all, const string &key, const Variable &variable,
         } else if (unset && !checkLongName(all, key, use)) {
             const string shown = computed ? key.substr(0, bracket).append("[...]") : key;
             report(all, *use.tpl, use.span, "variable-unset",
-                   "$var:" + shown + " is not set anywhere" + didYouMean(key, known));
+                   "$var:" + shown + " is not set anywhere" + didYouMean(all, key, known));
         }
     }
 }
@@ -277,7 +281,7 @@ static void checkMissing(Report &all, const string &id, const std::vector<FieldU
         reportAs(all, everywhere ? Grade::ERROR : Grade::WARNING, *use.tpl,
                  use.tpl->fields[use.field].span, "text-missing",
                  "no text " + quoted(id) + " in " + listOf(missing) +
-                     (everywhere ? didYouMean(id, ids) : ""));
+                     (everywhere ? didYouMean(all, id, ids) : ""));
 }
 
 static bool inComment(const Template &tpl, size_t at)

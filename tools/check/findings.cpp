@@ -4,6 +4,9 @@
 #include "findings.h"
 
 #include <algorithm>
+#include <array>
+#include <bit>
+#include <numeric>
 #include <set>
 #include <tuple>
 
@@ -168,40 +171,61 @@ string printFindings(const std::vector<Finding> &findings, Form form)
     }
 }
 
-// Insertions, deletions, changes and swaps of neighbours between two words.
-static size_t distance(string_view a, string_view b)
+static constexpr size_t LONGEST_WORD = 100; // that is likened
+
+// Insertions, deletions, changes and swaps of neighbours between two words, or some number above
+// most.
+static size_t distance(string_view a, string_view b, size_t most)
 {
-    const size_t width = b.size() + 1;
-    std::vector<size_t> all((a.size() + 1) * width);
-    const auto d = [&](size_t i, size_t j) -> size_t & { return all[i * width + j]; };
-    for (size_t i = 0; i <= a.size(); ++i)
-        for (size_t j = 0; j <= b.size(); ++j) {
-            if (i == 0 || j == 0) {
-                d(i, j) = i + j;
-                continue;
-            }
-            d(i, j) = std::min(
-                {d(i - 1, j) + 1, d(i, j - 1) + 1, d(i - 1, j - 1) + (a[i - 1] != b[j - 1])});
+    std::array<std::array<size_t, LONGEST_WORD + 1>, 3> rows; // of a's letters, the last three
+    std::iota(rows[0].begin(), rows[0].end(), 0U);
+    for (size_t i = 1; i <= a.size(); ++i) {
+        auto &row = rows[i % 3];
+        const auto &above = rows[(i + 2) % 3];
+        size_t nearest = row[0] = i;
+        for (size_t j = 1; j <= b.size(); ++j) {
+            row[j] =
+                std::min({above[j] + 1, row[j - 1] + 1, above[j - 1] + (a[i - 1] != b[j - 1])});
             if (i > 1 && j > 1 && a[i - 1] == b[j - 2] && a[i - 2] == b[j - 1])
-                d(i, j) = std::min(d(i, j), d(i - 2, j - 2) + 1);
+                row[j] = std::min(row[j], rows[(i + 1) % 3][j - 2] + 1);
+            nearest = std::min(nearest, row[j]);
         }
-    return d(a.size(), b.size());
+        if (nearest > most + 1) // a swap may still save one
+            return nearest;
+    }
+    return rows[a.size() % 3][b.size()];
+}
+
+// A bit for each letter of a word, some sharing one.
+static uint64_t lettersOf(string_view word)
+{
+    uint64_t letters = 0;
+    for (const char c : word)
+        letters |= uint64_t{1} << (c & 63);
+    return letters;
 }
 
 string_view nearest(string_view word, const std::vector<string_view> &candidates)
 {
     string_view best;
-    size_t least = word.size() / 3 + 1;
+    size_t most = word.size() / 3 + 1; // edits of a word that is nearer
+    const uint64_t letters = lettersOf(word);
+    if (word.size() > LONGEST_WORD)
+        return best;
     for (const string_view candidate : candidates) {
         const size_t gap = candidate.size() > word.size() ? candidate.size() - word.size()
                                                           : word.size() - candidate.size();
-        if (candidate == word || gap > least || word.size() > 100)
+        // An edit makes no more than two letters others.
+        if (candidate == word || gap > most || candidate.size() > LONGEST_WORD ||
+            static_cast<size_t>(std::popcount(letters ^ lettersOf(candidate))) > 2 * most)
             continue;
-        const size_t far = distance(word, candidate);
-        if (far < least || (far == least && best.empty())) {
-            least = far;
-            best = candidate;
-        }
+        const size_t far = distance(word, candidate, most);
+        if (far > most)
+            continue;
+        best = candidate;
+        if (far == 0)
+            break;
+        most = far - 1;
     }
     return best;
 }

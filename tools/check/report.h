@@ -12,6 +12,8 @@ struct Report {
     std::vector<Finding> findings;
     std::map<const Template *, IgnoreComments> ignored; // where something was found
 
+    size_t likened = 0; // pairs of words, to find what was meant
+
     explicit Report(Site &of) : site(of)
     {
     }

@@ -99,7 +99,10 @@ void followOutput(const Template &tpl, const OutputVisitor &visitor)
 
 std::string_view tagAround(std::string_view source, size_t at)
 {
-    size_t start = at;
+    static constexpr size_t LONGEST = 4096; // of a tag: without its > it would be all that follows
+    const size_t first = at > LONGEST ? at - LONGEST : 0;
+    source = source.substr(first, at - first + LONGEST);
+    size_t start = at - first;
     do
         start = start > 0 ? source.rfind('<', start - 1) : std::string_view::npos;
     while (
