@@ -128,6 +128,7 @@ static std::vector<HostVariable> pageVariables(const Exchange &x)
         {"wrong", x.problems.empty() ? "" : x.problems[0][0]},
         {"status", std::to_string(x.status)},
         {"base", basePath(x)},
+        {"reason", x.reason},
         {"back", x.back},
         {"method", x.backMethod},
     };
@@ -240,11 +241,14 @@ static bool sendFile(int file)
     return size == 0;
 }
 
-bool sendBroken()
+bool sendBroken(Exchange &x)
 {
-    printf("Status: 500 Internal Server Error\r\nContent-Type: text/plain\r\n%s\r\n"
-           "The page cannot be made; the error log says why.\n",
-           commonHeaders);
+    string page;
+    bool isPage = x.host.docRoot[0] && hostReadFile(x.host, "error.html", page);
+    if (!isPage)
+        page = "The page cannot be made; the error log says why.\n";
+    printf("Status: 500 Internal Server Error\r\nContent-Type: text/%s; charset=utf-8\r\n%s\r\n%s",
+           isPage ? "html" : "plain", commonHeaders, page.c_str());
     return fflush(stdout) == 0;
 }
 

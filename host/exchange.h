@@ -52,6 +52,7 @@ struct Exchange {
     Session session;
     // The answer.
     int status = OK;
+    std::string reason;     // for an error page: a word, or nothing
     std::string shown;      // the template
     std::string location;   // instead of it
     std::string newSecret;  // of the session that has begun
@@ -84,7 +85,8 @@ void refuse(Exchange &x, int status);
  * is sent then. */
 bool sendAnswer(Exchange &x);
 
-/* Answers where there is no site to answer with. Returns false when that cannot be sent. */
-bool sendBroken();
+/* Answers where there is no site to answer with, or no texts: by the site's error.html. Returns
+ * false when that cannot be sent. */
+bool sendBroken(Exchange &x);
 
 #endif

@@ -17,17 +17,18 @@ extern "C" {
 
 /* A site. Texts are borrowed for the call. */
 typedef struct OrvSite {
-    const char *name;      /* lower-case letters: begins the names of its cookies */
-    const char *startPage; /* what "/" stands for, such as "overview.htm" */
-    const char *docRoot;   /* the folder of the pages and their scripts, which is not handed out */
-    const char *database;  /* the SQLite database that they show; made when it is missing */
-    const char *sessions;  /* the folder of the sessions, an absolute path, which nobody else may
-                              use; made when it is missing; null: /tmp/NAME-UID, UID the user's */
-    const char *names;     /* names that the device has besides those of its script names.sql,
-                              with blanks between; null for none */
-    int logsAll;           /* all diagnostics of the interpreter go to the error log, not only
-                              problems */
-    const char *root;      /* put in front of the interpreter's own paths; null for nothing */
+    const char *name;       /* lower-case letters: begins the names of its cookies */
+    const char *startPage;  /* what "/" stands for, such as "overview.htm" */
+    const char *docRoot;    /* the folder of the pages and their scripts, which is not handed out */
+    const char *database;   /* the SQLite database that they show; made when it is missing */
+    const char *sessions;   /* the folder of the sessions, an absolute path, which nobody else may
+                               use; made when it is missing; null: /tmp/NAME-UID, UID the user's */
+    const char *names;      /* names that the device has besides those of its script names.sql,
+                               with blanks between; null for none */
+    const char *commonText; /* the id of a text that each language has; null for pages without */
+    int logsAll;            /* all diagnostics of the interpreter go to the error log, not only
+                               problems */
+    const char *root;       /* put in front of the interpreter's own paths; null for nothing */
 } OrvSite;
 
 /* Answers the request that the environment and standard input bring, on standard output.

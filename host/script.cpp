@@ -86,7 +86,7 @@ static string upgradeScript(Host &host, int version, bool &isRead)
            std::to_string(version) + ';' + all + "commit;";
 }
 
-bool upgradeDatabase(sqlite3 *db, Host &host)
+UpgradeResult upgradeDatabase(sqlite3 *db, Host &host)
 {
     Rows rows;
     int version = -1;
@@ -96,14 +96,14 @@ bool upgradeDatabase(sqlite3 *db, Host &host)
         string script = upgradeScript(host, version, isRead);
         if (isRead && script.empty()) {
             if (version == 0 || isOwn(versionScript(version)))
-                return true;
+                return UPGRADE_DONE;
             complain("the database is of version %d, of a newer program", version);
-            return false;
+            return UPGRADE_NEWER;
         }
         if (former == version)
             complain("the scripts behind version %d lead to no other", version);
         if (former == version || !isRead || runScript(db, script, {}, rows) == SCRIPT_FAILED)
-            return false;
+            return UPGRADE_FAILED;
     }
-    return false;
+    return UPGRADE_FAILED;
 }

@@ -16,10 +16,13 @@ bool hasScript(const std::string &name);
  * Returns false after a line on standard error: half a script is none. */
 bool readScript(Host &host, const std::string &name, std::string &script);
 
+enum UpgradeResult { UPGRADE_DONE, UPGRADE_FAILED, UPGRADE_NEWER };
+
 /* Carries the database to the version of the last of the scripts database-01.sql,
  * database-02.sql and so on, all that are missing in one transaction.
  *
- * Returns false after a line on standard error; the database is then as it was. */
-bool upgradeDatabase(sqlite3 *db, Host &host);
+ * Returns UPGRADE_NEWER for one of a later version, UPGRADE_FAILED where it cannot be done; both
+ * after a line on standard error, and the database is then as it was. */
+UpgradeResult upgradeDatabase(sqlite3 *db, Host &host);
 
 #endif

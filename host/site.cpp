@@ -5,6 +5,7 @@
 #include "script.h"
 
 #include <errno.h>
+#include <glob.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -101,6 +102,24 @@ static bool useLanguage(Exchange &x, string_view code)
     return true;
 }
 
+// Whether there are texts in the language that is chosen, or to fall back to.
+static bool hasTexts(const Exchange &x)
+{
+    return !x.site->commonText || Orv_Interpreter_LookupDBField(x.site->commonText);
+}
+
+// Takes a language that is there, where the device's own is missing.
+static void useAnyLanguage(Exchange &x)
+{
+    glob_t found;
+    string pattern = string(systemRoot) + "/etc/htmltext_??.db";
+    if (glob(pattern.c_str(), 0, nullptr, &found) != 0)
+        return;
+    for (size_t i = 0; i < found.gl_pathc && x.language.empty(); ++i)
+        useLanguage(x, string_view(found.gl_pathv[i]).substr(pattern.size() - 5, 2));
+    globfree(&found);
+}
+
 // Takes the first language that there are texts for: the parameter's, the cookie's,
 // or one that the browser is set to.
 static void chooseLanguage(Exchange &x)
@@ -113,6 +132,8 @@ static void chooseLanguage(Exchange &x)
     for (const string &code : acceptedLanguages(fromEnvironment("HTTP_ACCEPT_LANGUAGE")))
         if (useLanguage(x, code))
             return;
+    if (!hasTexts(x))
+        useAnyLanguage(x);
 }
 
 // Shows the login page in the place of the one that was asked for.
@@ -263,11 +284,16 @@ static void takeEvents(Exchange &x)
 static void decide(Exchange &x, int status)
 {
     x.cookie = findCookie(fromEnvironment("HTTP_COOKIE"), string(x.site->name) + "session");
-    chooseLanguage(x);
     if (!findSession(x.db, x.cookie, x.isVisit && !x.isPost && status == OK, x.session))
         return refuse(x, BROKEN);
     if (x.session.isAwaited)
         takeEvents(x);
+    bool isFile = !multipartBoundary(fromEnvironment("CONTENT_TYPE")).empty();
+    if (status == TOO_LARGE && isFile && !x.session.number.empty()) {
+        x.status = status;
+        x.problems = {{"file", "site.refused.large"}};
+        return;
+    }
     if (status != OK)
         return refuse(x, status);
     if (x.page == loginPage && !x.isPost) // a link must not say what to go on with
@@ -286,30 +312,49 @@ static void decide(Exchange &x, int status)
         askToLogIn(x);
 }
 
-// Makes what is missing in the databases. Returns false after a line on standard error.
+// Makes what is missing in the databases. Returns false after a line on standard error; x.reason
+// then says more.
 static bool prepareStore(Exchange &x)
 {
     Rows rows;
     string script;
-    return (storeHasSessions(x.db) || (readScript(x.host, "sessions.sql", script) &&
-                                       runScript(x.db, script, {}, rows) == SCRIPT_DONE)) &&
-           upgradeDatabase(x.db, x.host);
+    if (!storeHasSessions(x.db) && (!readScript(x.host, "sessions.sql", script) ||
+                                    runScript(x.db, script, {}, rows) != SCRIPT_DONE))
+        return false;
+    UpgradeResult result = upgradeDatabase(x.db, x.host);
+    x.reason = result == UPGRADE_NEWER ? "newer" : "";
+    return result == UPGRADE_DONE;
+}
+
+// Opens the databases that the site names. Returns null after a line on standard error.
+static sqlite3 *openStore(const OrvSite &site)
+{
+    string file;
+    string folder = textOf(site.sessions);
+    if (folder.empty())
+        folder = string("/tmp/") + site.name + '-' + std::to_string(geteuid());
+    bool isReady = privateFile(folder, "sessions.db", file);
+    return isReady ? storeOpen(textOf(site.database), file) : nullptr;
 }
 
 // Opens what the site names and answers. Returns false when it cannot.
 static bool run(Exchange &x)
 {
-    string file;
-    string folder = textOf(x.site->sessions);
-    if (folder.empty())
-        folder = string("/tmp/") + x.site->name + '-' + std::to_string(geteuid());
-    if (!privateFile(folder, "sessions.db", file))
+    x.db = openStore(*x.site); // before the folder changes
+    if (!hostOpen(x.host, textOf(x.site->docRoot), nullptr))
         return false;
-    x.db = storeOpen(textOf(x.site->database), file); // before the folder changes
-    if (!x.db || !hostOpen(x.host, textOf(x.site->docRoot), nullptr) || !prepareStore(x))
+    int status = readRequest(x);
+    chooseLanguage(x);
+    if (!hasTexts(x)) {
+        complain("there are no texts in any language");
         return false;
-    decide(x, readRequest(x));
-    return hostTakeDatabase(x.host, x.db) && sendAnswer(x);
+    }
+    bool hasStore = x.db && prepareStore(x);
+    if (hasStore)
+        decide(x, status);
+    else
+        refuse(x, BROKEN);
+    return (!hasStore || hostTakeDatabase(x.host, x.db)) && sendAnswer(x);
 }
 
 int Orv_Site_Answer(const OrvSite *site)
@@ -324,7 +369,7 @@ int Orv_Site_Answer(const OrvSite *site)
     x.site = site;
     x.host.program = program_invocation_short_name;
     x.host.reportTemplates = true;
-    bool isAnswered = run(x) || sendBroken();
+    bool isAnswered = run(x) || sendBroken(x);
     hostClose(x.host);
     return isAnswered ? 0 : 1;
 }

@@ -36,19 +36,35 @@ server.document-root = "$site"
 server.pid-file = "$work/pid"
 server.upload-dirs = ("$work")
 server.tag = ""
-server.max-request-size = 64 # KiB
-mimetype.assign = (".css" => "text/css; charset=utf-8", ".js" => "text/javascript; charset=utf-8")
-url.rewrite-once = ("^/(?!style\.css\$|(?:chart|live)\.js\$)(.*)\$" => "/zarn/\$1")
+server.max-request-size = 1024 # KiB
+server.errorfile-prefix = "$work/errors/"
+mimetype.assign = (".css" => "text/css; charset=utf-8", ".js" => "text/javascript; charset=utf-8",
+    ".html" => "text/html; charset=utf-8")
+url.rewrite-once = ("^/(?!(?:style\.css|chart\.js|live\.js)(?:\?|\$))(.*)\$" => "/zarn/\$1")
 alias.url = ("/zarn" => "$build/examples/zarn/zarn")
+# As the pages have them, for what the server answers itself.
+setenv.set-response-header = ("X-Content-Type-Options" => "nosniff",
+    "Referrer-Policy" => "same-origin", "Cross-Origin-Resource-Policy" => "same-origin",
+    "Content-Security-Policy" => "default-src 'none'; style-src 'self'; script-src 'self'; \
+connect-src 'self'; img-src data:; form-action 'self'; base-uri 'none'; frame-ancestors 'none'")
 \$HTTP["url"] =~ "^/zarn/" {
     cgi.assign = ("" => "")
     setenv.add-environment = ("ZARN_DOCROOT" => "$site",
         "ZARN_DB" => "$work/data/router.db", "ZARN_ROOT" => "$work/data/root",
         "ZARN_SESSIONS" => "$work/sessions")
 } else {
-    setenv.add-response-header = ("X-Content-Type-Options" => "nosniff")
+    setenv.add-response-header = ("Cache-Control" => "max-age=600")
 }
 END
+}
+
+# One page for all that the server refuses itself.
+make_errors() {
+    local status
+    mkdir "$work/errors"
+    for status in 400 403 404 405 408 411 413 414 417 431 500 501 502 503 504 505; do
+        ln -s "$site/error.html" "$work/errors/$status.html"
+    done
 }
 
 # start - returns when the server takes requests, or fails when it has ended.
@@ -66,6 +82,7 @@ start() {
 exec 3>&2
 [[ $# -eq 0 ]] || exec 3>>"$work/error.log"
 "$scripts/site-data.sh" "$build" "$work/data"
+make_errors
 tries=0
 [[ $port != 0 ]] || tries=20
 port=${port/#0/$((20000 + RANDOM % 10000))}

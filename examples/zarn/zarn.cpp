@@ -17,6 +17,7 @@ int main()
     OrvSite site = {};
     site.name = "zarn";
     site.startPage = "overview.htm";
+    site.commonText = "site.lang";
     site.docRoot = getenv("ZARN_DOCROOT");
     site.database = getenv("ZARN_DB");
     site.sessions = getenv("ZARN_SESSIONS");

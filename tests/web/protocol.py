@@ -72,6 +72,10 @@ def check_requests(visitor):
         answer = Visitor().ask("login.htm" + parameter, "GET", None,
                                {"Cookie": "zarnlang=" + cookie, "Accept-Language": header})
         check((parameter, cookie, header), True, f'<html lang="{language}"' in answer.text)
+    style = visitor.ask("style.css?v=2")
+    check("its headers", HEADERS["Content-Security-Policy"], style.headers["Content-Security-Policy"])
+    check("a style by version, cached", (200, "max-age=600"), (style.status, style.headers["Cache-Control"]))
+    check("no server version", None, style.headers["Server"])
     # A page is kept by no cache, and runs no foreign script; HEAD tells the same.
     for method in ("GET", "HEAD"):
         headers = dict(visitor.ask("devices.htm", method).headers)
@@ -358,6 +362,10 @@ def check_settings(visitor):
                  json.dumps({**good, "hostname": "x", "ssid": ["a"], "hidden": None})):
         answer = restore(text)
         check("restore " + text, (422, ["file"]), (answer.status, answer.marked()))
+    for size, by in ((20000, "file"), (2 << 20, "router")):
+        answer = restore("x" * size)
+        check(("too large", by), (413, True, ["file"] if by == "file" else [], True), (
+            answer.status, by in answer.text, answer.marked(), "default-src 'none'" in answer.text + str(answer.headers)))
     check("nothing is restored", before, stored())
     check("restored", (303, ["attic", "~" * 63]),
           (restore(json.dumps({**good, "hostname": "attic", "passphrase": "~" * 63})).status,

@@ -209,6 +209,20 @@ def check_versions(work):
     os.remove(file.name)
     query("pragma user_version = 77")
     check("a newer one", (500, True), (lambda a: (a[0], "of version 77, of a newer program" in a[1]))(start()))
+    # What is missing or locked: a page in the site's look all the same, in a language that is there.
+    root = work + "/texts"
+    subprocess.run(f"mkdir -p {root}/etc; cp {os.path.dirname(DB)}/root/etc/htmltext_de.db {root}/etc", shell=True, check=True)
+    with contextlib.closing(sqlite3.connect(work + "/locked", isolation_level=None)) as locked:
+        locked.execute("begin exclusive")
+        for what, env, status, said in (
+                ("newer", {"ZARN_DB": name}, 500, "by a newer firmware"),
+                ("no folder", {"ZARN_DB": "/nothere/x"}, 500, "cannot make this page"),
+                ("locked", {"ZARN_DB": work + "/locked"}, 500, "cannot make this page"),
+                ("one language", {"ZARN_ROOT": root}, 403, "<h1>Anmelden"),
+                ("no texts", {"ZARN_ROOT": work}, 500, "kann diese Anfrage")):
+            answer = Direct(ZARN, **env).ask("a/b.htm" if status == 500 else "overview.htm")
+            check(what, (status, True, True, "text/html; charset=utf-8"), (
+                answer.status, said in answer.text, "style.css" in answer.text, answer.headers["Content-Type"]))
     for make in ("", f": >{name}"):
         subprocess.run(f"rm {name}; {make}", shell=True, check=True)
         check("none", (403, "", [(last,), (0, 1)]), (*start(), state()))
