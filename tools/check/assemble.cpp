@@ -35,8 +35,7 @@ Numbered takeApart(const string &digits)
             column <= '9' ? column - '0' : column - 'a' + 10};
 }
 
-static uint8_t holdsOfArgument(Site &site, const Argument &argument, uint32_t id,
-                               const Levels &levels)
+uint8_t holdsOfArgument(Site &site, const Argument &argument, uint32_t id, const Levels &levels)
 {
     uint8_t holds = 0;
     for (const Element &element : argument.elements) {

@@ -23,6 +23,9 @@ uint8_t holdsOfVariable(Site &site, std::string_view key);
  * included. Escaping by the command around it is not part of it. */
 uint8_t holdsOfElement(Site &site, const Element &element, const Levels &levels);
 
+/* The same of all elements of an argument, escaped as a command of that id does. */
+uint8_t holdsOfArgument(Site &site, const Argument &argument, uint32_t id, const Levels &levels);
+
 // A numbered value, taken apart.
 struct Numbered {
     int level;

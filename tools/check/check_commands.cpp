@@ -6,6 +6,7 @@
 
 #include "grammar/commands.h"
 #include "base/bounds.h"
+#include "blame.h"
 #include "hints.h"
 #include "report.h"
 #include "tools/common/placed.h"
@@ -380,7 +381,10 @@ static void checkInjection(const Visit &visit, const Assembled &text)
         const string name = piece.tpl->source.substr(piece.span.at, piece.span.end - piece.span.at);
         report(visit.all, *piece.tpl, piece.span, "query-injection",
                (name.size() < 40 ? name : "this value") + " is a piece of SQL; " +
-                   insteadOfPiece(visit.all.site, piece));
+                   insteadOfPiece(visit.all.site, piece),
+               piece.element->type >= ELEM_GETARRAY || piece.element->type == ELEM_GETVAR
+                   ? blameFor(visit.all.site, keyOfRead(*piece.element))
+                   : std::vector<Note>());
     }
 }
 

@@ -9,6 +9,7 @@
 #include "tools/common/html.h"
 #include "tools/common/placed.h"
 #include "tools/common/translation.h"
+#include "blame.h"
 #include "report.h"
 
 using std::string;
@@ -37,6 +38,7 @@ struct Output {
     uint8_t holds; // VALUE_ bits of what comes out
     string name;   // as it is shown
     std::vector<Note> notes = {};
+    string key = {}; // of a variable
 };
 } // namespace
 
@@ -51,8 +53,11 @@ static std::vector<Note> includedFrom(const Follower &follower)
 static void add(Follower &follower, const Output &output, const char *id, string text)
 {
     std::vector<Note> notes = output.notes;
-    for (Note &note : includedFrom(follower))
-        notes.push_back(std::move(note));
+    if (!output.key.empty())
+        notes = blameFor(follower.all.site, output.key);
+    if (notes.empty() || output.key.empty()) // a page that includes it is not to blame
+        for (Note &note : includedFrom(follower))
+            notes.push_back(std::move(note));
     report(follower.all, output.tpl, output.span, id, std::move(text), std::move(notes));
 }
 
@@ -321,9 +326,13 @@ static void followArgument(Follower &follower, const Template &tpl, const Argume
             break;
         }
         default:
-            putValue(follower, {tpl, element.span, id,
+            putValue(follower, {tpl,
+                                element.span,
+                                id,
                                 escapedBy(id, holdsOfElement(follower.all.site, element, levels)),
-                                nameOf(tpl, element)});
+                                nameOf(tpl, element),
+                                {},
+                                keyOfRead(element)});
             break;
         }
     }

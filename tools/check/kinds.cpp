@@ -36,6 +36,12 @@ static constexpr Kind kinds[] = {
      "A comment that is to leave findings out, but is in another form, names no kind, or hits "
      "nothing up to the end of the command behind it.",
      "<?-- orv-check: ignore escape-mising: it is a number ?>"},
+    {"include-counts", WARNING,
+     "A variable that is counted up, or added to, in a body with an include: behind the include "
+     "the "
+     "command around it runs again from its begin, so the page counts too far.",
+     "<?multiquery 'select a from t' `<?setvariable var:n <?calc + $var:n 1?>?><?include "
+     "part.frm?>`?>"},
     {"include-missing", ERROR, "The template does not exist below the document root, or is empty.",
      "<?include nothere.frm?>"},
     {"include-cycle", ERROR,
@@ -163,9 +169,11 @@ static constexpr Kind kinds[] = {
     {"variable-in-text", WARNING,
      "A variable in page text, outside of commands, comes out as it is written.",
      "<p>Hello $var:name</p>"},
+    {"variable-unused", WARNING, "A variable that templates set, and that nothing reads.",
+     "<?setvariable var:old 1?>"},
     {"variable-hidden", WARNING,
-     "The template sets a variable that the web program sets too: the web program's value hides "
-     "it.",
+     "The template sets a variable that the web program sets too, or that a form's field or a link "
+     "sends: that value hides it.",
      "<?setvariable var:user Ann?> with --set user"},
     {"variable-index", ERROR,
      "An index that no element can have. A whole number is an index of its value, so [07] is "

@@ -160,6 +160,7 @@ std::vector<Finding> checkSite(Site &site)
     checkCommands(all);
     checkNames(all);
     checkConstants(all);
+    checkFlow(all);
     checkHtml(all);
     checkIgnoreComments(all);
     gradeFindings(site, &all.findings);

@@ -48,6 +48,7 @@ void checkTexts(Report &all);
 void checkCommands(Report &all);
 void checkNames(Report &all);
 void checkConstants(Report &all);
+void checkFlow(Report &all);
 void checkHtml(Report &all);
 
 /* All of them, sorted, graded as the site's options say and without what they leave out. */
