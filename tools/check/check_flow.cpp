@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "grammar/commands.h"
+#include "hints.h"
 #include "report.h"
 #include "walk.h"
 
@@ -68,6 +69,60 @@ static void checkUnused(Report &all)
                    " is set, and nothing reads it",
                std::move(notes));
     }
+}
+
+// ---- pieces that no page includes ----
+
+static string suffixOf(const string &path)
+{
+    const size_t dot = path.rfind('.');
+    return dot == string::npos ? "" : path.substr(dot);
+}
+
+// Whether any include takes its path from a value that nobody knows here.
+static bool includesAnything(const Site &site)
+{
+    return std::any_of(site.includes.begin(), site.includes.end(), [](const auto &entry) {
+        return std::any_of(entry.second.begin(), entry.second.end(),
+                           [](const PathUse &use) { return use.dynamic && use.paths.empty(); });
+    });
+}
+
+// Whether another template names the file, in a comment perhaps.
+static bool isNamed(const Site &site, const string &path)
+{
+    return std::any_of(site.templates.begin(), site.templates.end(), [&](const auto &entry) {
+        return entry.first != path && fileOf(*entry.second).find(path) != string::npos;
+    });
+}
+
+// Whether a template may be a page of its own: it includes others, or begins a document.
+static bool mayBePage(const Site &site, const string &path)
+{
+    const auto includes = site.includes.find(path);
+    const string source = lowered(site.templates.at(path)->source);
+    return (includes != site.includes.end() && !includes->second.empty()) ||
+           source.find("<html") != string::npos || source.find("<!doctype") != string::npos ||
+           path.find('.') + suffixOf(path).size() != path.size(); // such as list.json.frm
+}
+
+// A template that no other includes is a page, but for one whose suffix is that of pieces.
+static void checkPieces(Report &all)
+{
+    const Site &site = all.site;
+    const std::set<string> pages(site.pages.begin(), site.pages.end());
+    std::map<string, int> pieces; // less the pages, by suffix
+    std::set<string> included;    // suffixes
+    for (const auto &[path, tpl] : site.templates) {
+        pieces[suffixOf(path)] += pages.contains(path) ? -1 : 1;
+        if (!pages.contains(path))
+            included.insert(suffixOf(path));
+    }
+    for (const string &path : site.pages)
+        if (pieces[suffixOf(path)] >= 0 && included.contains(suffixOf(path)) &&
+            !mayBePage(site, path) && !isNamed(site, path) && !includesAnything(site))
+            report(all, *site.templates.at(path), {0, 0}, "template-unused",
+                   "no page includes this piece");
 }
 
 // ---- hidden by a request ----
@@ -186,8 +241,11 @@ static void checkCounts(Report &all, const Template &tpl, const Command &command
 
 void checkFlow(Report &all)
 {
-    if (all.site.options.templates.empty())
+    const SiteOptions &options = all.site.options;
+    if (options.templates.empty())
         checkUnused(all);
+    if (options.templates.empty() && options.pages.empty())
+        checkPieces(all);
     checkHidden(all);
     for (const auto &[path, tpl] : all.site.templates)
         for (const Item &item : tpl->items)

@@ -62,6 +62,9 @@ static constexpr Kind kinds[] = {
      "Each include of a row has its command run again from the start, with its queries. A limit "
      "bounds that; so does the piece's text in the body, or in the query.",
      "<?multiquery 'select a from t' `<?include part.frm?>`?>"},
+    {"template-unused", WARNING,
+     "A piece that no page includes: its suffix is one that pieces have.",
+     "(a file old.frm beside others that pages include)"},
     {"base64-missing", ERROR,
      "The file does not exist below the document root; nothing is printed.",
      "<?base64 nothere.png?>"},
