@@ -38,9 +38,24 @@ set_up() {
         nlohmann/json.hpp:nlohmann-json3-dev
 }
 
+# build [quietly] - quietly: what it says is shown only when it fails.
+build() {
+    local log=$build/build.log
+    if [[ ${1-} == quietly ]]; then
+        build >"$log" 2>&1 || { cat "$log" >&2; exit 1; }
+        return
+    fi
+    cmake -S . -B "$build" -G "$generator" -DCMAKE_BUILD_TYPE=Release -DORV_TOOLS=ON -DORV_TESTS=OFF >&2 &&
+        cmake --build "$build" --target orv-render orv-textdb zarn ${previews:+orv-preview orv-check} >&2
+}
+
+# Where all is there, little is to be done, mostly nothing.
 build_programs() {
-    cmake -S . -B "$build" -G "$generator" -DCMAKE_BUILD_TYPE=Release -DORV_TOOLS=ON -DORV_TESTS=OFF >&2
-    cmake --build "$build" --target orv-render orv-textdb zarn ${previews:+orv-preview orv-check} >&2
+    if [[ -e $build/tools/orv-render && (-z $previews || -e $build/tools/orv-preview) ]]; then
+        build quietly
+    else
+        build
+    fi
 }
 
 # The data of the demo site's preview, in one step: another one may be reading it.

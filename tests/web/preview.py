@@ -346,6 +346,51 @@ def check_marks():
             m["text"] for m in preview.report("whole.htm")["messages"] if m["severity"] == "error"])
 
 
+def check_site_file():
+    """What orv-check.json says needs no option, and counts at once when it is changed."""
+    said = """{"docroot": "www", "texts": ["en.po"], "variables": {"set": ["user=Ann", "other"]},
+ "databases": {"main": "make.sql", "log": "log.db"}, "functions": {"uptime(0)": "number"}}"""
+    page = """<!DOCTYPE html><title>x</title><h1>{?hello?} <?echo $var:user?></h1><?query 'select name,
+(select n from log.l), uptime() from t' '<p>$1 $2 $3</p>'?>"""
+    shutil.copy("causes/en.po", "en.po")
+    for path, text in (("orv-check.json", said), ("www/p.htm", page), ("en.po", None), ("make.sql",
+                       "create table t (name text); insert into t values ('made');")):
+        if text is None:
+            os.rename("en.po", "own/en.po")
+        else:
+            write("own/" + path, text)
+    with sqlite3.connect("own/log.db") as db:
+        db.executescript("create table l (n); insert into l values (7)")
+    for arguments, folder in ((["own"], None), ([], "own"), (["own/www"], None)):
+        with Preview("--port", "0", *arguments, cwd=folder, program=[os.path.realpath("bin/orv-preview")]) as preview:
+            check(f"{arguments} in {folder}", ([], True), ([line for line in preview.lines if "given" in line],
+                  "Good day Ann</h1><p>made 7 0</p>" in preview.ask("p.htm")[2]))
+            if folder:
+                continue
+            for old, new, shown, message in (
+                    ("Ann", "Bob", "Good day Bob</h1><p>made 7 0</p>", None),
+                    ('"texts"', '"txets"', "Good day Bob</h1><p>made 7 0</p>",
+                     "there is no setting 'txets'"),
+                    ('"txets"', '"texts"', "Good day Bob</h1><p>made 7 0</p>", None),
+                    ("Bob", "Ann", "Good day Ann</h1>", None)):
+                start = time.time()
+                edit("own/orv-check.json", old, new)
+                preview.settle(start)
+                told = preview.messages("p.htm")
+                check(new, (True, [message and ("error", os.path.realpath("own/orv-check.json") + ":1")]),
+                      (shown in preview.ask("p.htm")[2], [told[0][:2] if told else None]))
+                check(f"{new} is told", True, not message or message in told[0][2])
+            start = time.time()
+            edit("own/make.sql", "'made'", "'anew'")
+            preview.settle(start)
+            check("made anew", True, "<p>anew 7 0</p>" in preview.ask("p.htm")[2])
+            edit("own/make.sql", "'anew'", "'made'")
+    with Preview("--port", "0", "causes") as preview:
+        check("how to add them", [
+            "A database and texts are not given: add --db FILE and --texts en.po, or say it in "
+            "orv-check.json, which orv-check --init writes."], [line for line in preview.lines if "given" in line])
+
+
 def check_stopped(stopped):
     """A run that was ended after 20 seconds tells its query, in the bar as well."""
     stopped.join()
@@ -923,6 +968,8 @@ with tempfile.TemporaryDirectory() as folder, tempfile.TemporaryDirectory() as t
         check_stopped(endless)
         if not only:
             with_browser(lambda: check_alone(started), "--disable-blink-features=SharedWorker")
+    if not only or "check_site_file" in only:
+        check_site_file()
     if not only:
         check_hardships()
         check_ends()

@@ -220,7 +220,7 @@ int answerRequest(const string &work)
     const int ownStatus = problem ? -1 : answerOwn(job);
     if (ownStatus >= 0)
         return ownStatus;
-    if (!traceOpen(job.trace, job.config.docRoot, job.config.db, &why))
+    if (!traceOpen(job.trace, job.config, &why))
         return answerTrouble(job, "503 Service Unavailable",
                              {"The folder is gone",
                               job.config.docRoot + ": " + why,

@@ -42,7 +42,11 @@ Config readConfig(const string &work)
     const Json read = readObject(work + "/config");
     Config config;
     config.docRoot = read.value("docRoot", "");
-    config.db = read.value("db", "");
+    for (const Json &database : read.value("databases", Json::array()))
+        config.databases.push_back({database.value("name", ""), database.value("path", "")});
+    for (const Json &function : read.value("functions", Json::array()))
+        config.functions.push_back({function.value("name", ""), function.value("arguments", 0),
+                                    function.value("givesNumbers", false)});
     config.port = read.value("port", 0);
     config.reloads = read.value("reloads", true);
     config.checks = read.value("checks", false);
@@ -63,15 +67,23 @@ bool writeConfig(const string &work, const Config &config)
     Json variables = Json::array();
     for (const auto &[name, value] : config.variables)
         variables.push_back({{"name", name}, {"value", value}});
+    Json databases = Json::array();
+    for (const Database &database : config.databases)
+        databases.push_back({{"name", database.name}, {"path", database.path}});
+    Json functions = Json::array();
+    for (const HostFunction &function : config.functions)
+        functions.push_back({{"name", function.name},
+                             {"arguments", function.arguments},
+                             {"givesNumbers", function.givesNumbers}});
     Json problems = Json::array();
     for (const FileProblem &problem : config.problems)
         problems.push_back(
             {{"file", problem.file}, {"line", problem.line}, {"text", problem.text}});
-    const Json written = {{"docRoot", config.docRoot},     {"db", config.db},
-                          {"port", config.port},           {"reloads", config.reloads},
-                          {"checks", config.checks},       {"editor", config.editor},
-                          {"error", config.error},         {"variables", variables},
-                          {"languages", config.languages}, {"problems", problems}};
+    const Json written = {
+        {"docRoot", config.docRoot},     {"databases", databases},    {"functions", functions},
+        {"port", config.port},           {"reloads", config.reloads}, {"checks", config.checks},
+        {"editor", config.editor},       {"error", config.error},     {"variables", variables},
+        {"languages", config.languages}, {"problems", problems}};
     return replaceFile(work + "/config", writeJson(written, 1));
 }
 

@@ -16,9 +16,22 @@ struct FileProblem {
     std::string text;
 };
 
+struct Database {
+    std::string name; // under which it is attached, "main" of the first
+    std::string path;
+};
+
+// A function that the web program adds to SQL.
+struct HostFunction {
+    std::string name;
+    int arguments; // -1 for any number
+    bool givesNumbers;
+};
+
 struct Config {
     std::string docRoot; // absolute, as are the others
-    std::string db;      // empty for none
+    std::vector<Database> databases;
+    std::vector<HostFunction> functions;
     int port = 0;
     bool reloads = true;
     bool checks = false; // orv-check looks at the files

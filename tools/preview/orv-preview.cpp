@@ -7,6 +7,7 @@
  * request, and tells it the work folder in ORV_PREVIEW_WORK. */
 #include "answer.h"
 #include "config.h"
+#include "databases.h"
 #include "editor.h"
 #include "program.h"
 #include "report.h"
@@ -14,6 +15,7 @@
 #include "settings.h"
 #include "tools/common/files.h"
 #include "tools/common/json.h"
+#include "tools/common/sitefile.h"
 #include "watch.h"
 #include "work.h"
 
@@ -47,10 +49,12 @@ static constexpr size_t CHANGES_KEPT = 50;    // a page that is older is loaded 
 namespace
 {
 struct Launcher {
+    Settings given; // by the command line
     Settings settings;
     Config config;
     Watch watch;
-    string work; // removed at the end
+    FileProblem siteProblem; // of the site's file; none without a text
+    string work;             // removed at the end
     std::vector<Change> changes;
     int orders = -1;     // a pipe: places to be opened, a line of JSON each
     pid_t server = 0;    // 0 while there is none
@@ -132,8 +136,12 @@ static string shown(const Launcher &launcher, const string &path)
 static bool prepare(Launcher &launcher)
 {
     const Settings &settings = launcher.settings;
+    launcher.config.problems.clear();
     if (!makeRoots(launcher.work, settings.deviceRoot, settings.texts, launcher.config))
         return false;
+    makeDatabases(launcher.work, settings.databases, launcher.config);
+    if (!launcher.siteProblem.text.empty())
+        launcher.config.problems.push_back(launcher.siteProblem);
     for (FileProblem &problem : launcher.config.problems) {
         problem.file = shown(launcher, problem.file);
         tell("%s:%d: %s", problem.file.c_str(), problem.line, problem.text.c_str());
@@ -146,8 +154,12 @@ static void watchFiles(Launcher &launcher)
     Watch &watch = launcher.watch;
     const Settings &settings = launcher.settings;
     watch.folder = launcher.config.docRoot;
-    if (!settings.db.empty())
-        watch.files.push_back(settings.db);
+    watch.files.clear();
+    if (!settings.siteFile.empty())
+        watch.files.push_back(settings.siteFile);
+    for (const Database &database : settings.databases)
+        for (const string &file : scriptsOf(database))
+            watch.files.push_back(file);
     for (const TextSource &source : settings.texts)
         watch.files.push_back(source.path);
     if (!settings.setFrom.empty())
@@ -188,6 +200,24 @@ static void openBrowser(const string &address)
         tell("No browser could be started: open the address yourself.");
 }
 
+// Says in a line how to get what pages ask for.
+static void tellWhatIsMissing(const Settings &settings)
+{
+    for (const Database &database : settings.databases)
+        if (scriptsOf(database).empty() || access(scriptsOf(database)[0].c_str(), R_OK) != 0)
+            tell("The database %s cannot be read (%s): queries fail until it can.",
+                 database.path.c_str(), strerror(errno));
+    const bool hasTexts = !settings.texts.empty() || !settings.deviceRoot.empty();
+    if (settings.databases.empty() || !hasTexts)
+        tell("%s not given: add %s, or say it in orv-check.json, which orv-check --init writes.",
+             hasTexts                     ? "A database is"
+             : settings.databases.empty() ? "A database and texts are"
+                                          : "Texts are",
+             hasTexts                     ? "--db FILE"
+             : settings.databases.empty() ? "--db FILE and --texts en.po"
+                                          : "--texts en.po");
+}
+
 // Makes ready all that the server needs. Returns -1 to go on, else the exit status.
 static int start(Launcher &launcher)
 {
@@ -197,7 +227,7 @@ static int start(Launcher &launcher)
     if (error || !fs::is_directory(launcher.config.docRoot))
         return complain(WRONG_USAGE, "cannot show '%s': %s", settings.folder.c_str(),
                         error ? error.message().c_str() : "it is no folder");
-    launcher.config.db = settings.db;
+    launcher.config.functions = settings.functions;
     launcher.config.reloads = settings.reloads;
     launcher.config.variables = settings.variables;
     launcher.config.error = settings.error;
@@ -211,9 +241,7 @@ static int start(Launcher &launcher)
     if (work.empty())
         return complain(WRONG_USAGE, "cannot make a folder for temporary files: %s",
                         strerror(errno));
-    if (!settings.db.empty() && access(settings.db.c_str(), R_OK) != 0)
-        tell("The database %s cannot be read (%s): queries fail until it can.", settings.db.c_str(),
-             strerror(errno));
+    tellWhatIsMissing(settings);
     prepareEditor(launcher);
     if (!prepare(launcher) || !publishAll(launcher))
         return complain(WRONG_USAGE, "cannot write in %s: %s", work.c_str(), strerror(errno));
@@ -243,13 +271,15 @@ static void startChecker(Launcher &launcher)
     launcher.checked = launcher.changes.back().generation;
     std::vector<string> arguments = {program, "--format", "json", "--docroot",
                                      launcher.config.docRoot};
-    if (!settings.db.empty() && access(settings.db.c_str(), R_OK) == 0)
-        arguments.insert(arguments.end(), {"--db", settings.db});
-    for (const TextSource &source : settings.texts)
+    // What stands in the site's file it reads by itself.
+    if (const auto &given = launcher.given.databases;
+        !given.empty() && access(given[0].path.c_str(), R_OK) == 0)
+        arguments.insert(arguments.end(), {"--db", given[0].path});
+    for (const TextSource &source : launcher.given.texts)
         arguments.insert(arguments.end(), {"--texts", source.path});
     if (!settings.setFrom.empty())
         arguments.insert(arguments.end(), {"--set-from", settings.setFrom});
-    for (const auto &[name, value] : settings.variables)
+    for (const auto &[name, value] : launcher.given.variables)
         arguments.insert(arguments.end(), {"--set", name});
     launcher.checker =
         startProgram(arguments, launcher.work + "/checked", launcher.work + "/complaint");
@@ -294,6 +324,20 @@ static bool takeEnds(Launcher &launcher)
     return true;
 }
 
+// Takes the site's file anew, when it has changed. Another folder takes another start.
+static void takeSiteFile(Launcher &launcher)
+{
+    Settings settings;
+    launcher.siteProblem = {};
+    if (!addSiteFile(launcher.given, settings, &launcher.siteProblem))
+        return; // pages tell it, and the settings stay
+    settings.folder = launcher.settings.folder;
+    launcher.settings = settings;
+    launcher.config.functions = settings.functions;
+    launcher.config.variables = settings.variables;
+    watchFiles(launcher);
+}
+
 // Sorts what has changed by whom it concerns.
 static Change changeOf(const Launcher &launcher, const std::set<string> &changed)
 {
@@ -301,8 +345,14 @@ static Change changeOf(const Launcher &launcher, const std::set<string> &changed
     Change change;
     for (const string &name : changed) {
         const string path = name.starts_with('/') ? name : launcher.config.docRoot + "/" + name;
-        change.isData |= path == settings.db;
-        change.isTexts |= path.ends_with(".db") && path != settings.db;
+        const auto isBehind = [&](const Database &database) {
+            const auto files = scriptsOf(database);
+            return std::find(files.begin(), files.end(), path) != files.end();
+        };
+        const bool isData = std::ranges::any_of(settings.databases, isBehind);
+        change.isAll |= fs::path(path).filename() == SITE_FILE;
+        change.isData |= isData;
+        change.isTexts |= path.ends_with(".db") && !isData;
         for (const TextSource &source : settings.texts)
             change.isTexts |= path == source.path;
         if (!name.starts_with('/'))
@@ -329,7 +379,10 @@ static void takeChanges(Launcher &launcher)
     }
     if (changed.empty())
         return;
-    if (!prepare(launcher) || !publish(launcher, changeOf(launcher, changed)))
+    const Change change = changeOf(launcher, changed);
+    if (change.isAll)
+        takeSiteFile(launcher);
+    if (!prepare(launcher) || !publish(launcher, change))
         tell("Cannot write in %s: %s", launcher.work.c_str(), strerror(errno));
     tell("Changed: %s%s", changed.begin()->c_str(), changed.size() > 1 ? " and others" : "");
     checkAgain(launcher);
@@ -446,9 +499,12 @@ int main(int argc, char **argv)
     if (const char *work = getenv("ORV_PREVIEW_WORK"))
         return answerRequest(work);
     Launcher launcher;
-    int status = readSettings(argc, argv, launcher.settings);
+    int status = readSettings(argc, argv, launcher.given);
     if (status >= 0)
         return status;
+    if (!addSiteFile(launcher.given, launcher.settings, &launcher.siteProblem))
+        return complain(WRONG_USAGE, "%s:%d: %s", launcher.siteProblem.file.c_str(),
+                        launcher.siteProblem.line, launcher.siteProblem.text.c_str());
     const sigset_t waiting = holdSignals();
     status = start(launcher);
     if (status < 0)

@@ -123,9 +123,8 @@ static bool runPlain(Job &job, Job &plain, const string &page)
     root = rootFolder(job.work, 0);
     systemRoot = root.c_str();
     plain.trace.stop = [&job](const char *cause) { answerStopped(job, cause); };
-    Interpreter *interpreter = traceOpen(plain.trace, job.config.docRoot, job.config.db, &why)
-                                   ? traceInterpreter(plain.trace)
-                                   : nullptr;
+    Interpreter *interpreter =
+        traceOpen(plain.trace, job.config, &why) ? traceInterpreter(plain.trace) : nullptr;
     if (interpreter) {
         setVariables(plain, interpreter);
         traceRun(plain.trace, interpreter, page);

@@ -1,15 +1,17 @@
-/* tools/preview/settings.cpp - reads the command line. What it names is looked for at once,
- * but for the database, which may come later. */
+/* tools/preview/settings.cpp - reads the command line and the site's file. What the command
+ * line names is looked for at once, but for the database, which may come later. */
 #include "settings.h"
 
 #include <errno.h>
 #include <stdlib.h>
 #include <string.h>
 #include <unistd.h>
+#include <algorithm>
 #include <filesystem>
 
 #include "tools/common/files.h"
 #include "tools/common/options.h"
+#include "tools/common/sitefile.h"
 
 using std::string;
 
@@ -39,6 +41,9 @@ static constexpr char helpText[] =
     "  --open             start the browser\n"
     "  --no-reload        do not load pages again when a file changes\n"
     "  --help, --version  print this text, or the version\n"
+    "\n"
+    "What the site's own file, orv-check.json, says of databases, texts and variables needs no\n"
+    "option; it is found in DIR or above. Options win over it.\n"
     "\n"
     "Pages are files whose names end in .htm or .html; pieces that they include may end\n"
     "in .frm. Nothing outside DIR is read but what the options name.\n"
@@ -117,7 +122,7 @@ static int readPaths(const CommandLine &line, Settings &settings)
         if (const int status = readTexts(path, settings); status >= 0)
             return status;
     if (line.has(OPT_DB))
-        settings.db = absolute(line.value(OPT_DB));
+        settings.databases = {{"main", absolute(line.value(OPT_DB))}};
     if (line.has(OPT_ROOT))
         settings.deviceRoot = absolute(line.value(OPT_ROOT));
     if (line.has(OPT_ROOT) && !fs::is_directory(settings.deviceRoot))
@@ -166,4 +171,69 @@ int readSettings(int argc, char **argv, Settings &settings)
     settings.opens = line.has(OPT_OPEN);
     settings.reloads = !line.has(OPT_NO_RELOAD);
     return -1;
+}
+
+// ---- The site's file ----
+
+// Puts "FILE:LINE: TEXT" into its parts.
+static FileProblem problemOf(const string &path, const string &told)
+{
+    string text = told.starts_with(path + ":") ? told.substr(path.size() + 1) : told;
+    char *end;
+    const long line = strtol(text.c_str(), &end, 10);
+    if (line > 0 && *end == ':')
+        text = text.substr(std::min(
+            text.find_first_not_of(": ", static_cast<size_t>(end - text.c_str())), text.size()));
+    return {path, static_cast<int32_t>(line), text};
+}
+
+static void addTexts(const SiteFile &site, Settings &settings)
+{
+    for (const SitePath &path : site.texts) {
+        const TextSource source = {languageOf(path.path), absolute(path.path)};
+        if (!source.language.empty())
+            settings.texts.push_back(source);
+    }
+}
+
+// The values that the file gives to variables; those of the command line come behind them.
+static void addVariables(const SiteFile &site, Settings &settings)
+{
+    std::vector<std::pair<string, string>> variables;
+    for (const string &one : site.set)
+        if (const size_t sign = one.find('='); sign != string::npos)
+            variables.emplace_back(one.substr(0, sign), one.substr(sign + 1));
+    settings.variables.insert(settings.variables.begin(), variables.begin(), variables.end());
+}
+
+bool addSiteFile(const Settings &given, Settings &settings, FileProblem *problem)
+{
+    settings = given;
+    const string start = given.folder.empty() ? "." : given.folder;
+    settings.folder = start;
+    const string path = findSiteFile(start);
+    SiteFile site;
+    string told;
+    if (path.empty())
+        return true;
+    settings.siteFile = absolute(path);
+    if (!readSiteFile(path, &site, &told)) {
+        *problem = problemOf(path, told);
+        problem->file = settings.siteFile;
+        return false;
+    }
+    // A folder that has the file is the site's; one below it is what is to be shown.
+    std::error_code error;
+    if (given.folder.empty() ||
+        fs::equivalent(fs::path(settings.siteFile).parent_path(), start, error))
+        settings.folder = site.docRoot.path;
+    if (given.databases.empty())
+        for (const SiteDatabase &database : site.databases)
+            settings.databases.push_back({database.name, absolute(database.file.path)});
+    for (const SiteFunction &function : site.functions)
+        settings.functions.push_back({function.name, function.arguments, function.givesNumbers});
+    if (given.texts.empty())
+        addTexts(site, settings);
+    addVariables(site, settings);
+    return true;
 }

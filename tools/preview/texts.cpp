@@ -123,7 +123,6 @@ bool makeRoots(const string &work, const string &deviceRoot, const std::vector<T
         }
     if (!deviceRoot.empty())
         linkDevice(deviceRoot, root);
-    config.problems.clear();
     for (const TextSource &source : sources) {
         const string target = root + "/etc/htmltext_" + source.language + ".db";
         if (source.path.ends_with(".po"))

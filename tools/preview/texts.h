@@ -18,7 +18,7 @@ std::string languageOf(const std::string &path);
 
 /* Makes the folders anew in work. The first source is the default language and the
  * fallback, unless deviceRoot has its own; it may be empty.
- * config: its languages and problems are set. A language whose file has a mistake keeps the
+ * config: its languages are set, and problems added. A language whose file has a mistake keeps the
  * texts that it had.
  *
  * Returns false after errno tells why the folders cannot be made. */

@@ -15,6 +15,7 @@
 
 #include <sqlite3.h>
 
+#include "databases.h"
 #include "grammar/commands.h"
 #include "base/interpreter.h"
 #include "base/log.h"
@@ -454,7 +455,8 @@ static const char *hintOnQuery(const Trace &trace)
     if (!trace.dbProblem.empty())
         return "The page is loaded again when it can.";
     if (!trace.db)
-        return "Start orv-preview with --db FILE to answer queries.";
+        return "Start orv-preview with --db FILE to answer queries, or name a database in "
+               "orv-check.json.";
     if (sqlite3_errcode(trace.db) == SQLITE_BUSY)
         return "Another program is writing to it; load the page again.";
     return "A name that SQLite does not know is a table or a column of another database; a text "
@@ -505,22 +507,24 @@ static observe::Observer observerOf(Trace &trace)
 
 // ---- The run ----
 
-bool traceOpen(Trace &trace, const string &docRoot, const string &db, string *why)
+bool traceOpen(Trace &trace, const Config &config, string *why)
 {
     trace.reports = memfd_create("reports", MFD_CLOEXEC);
     trace.reportFd = trace.reports;
-    bool isOpen = hostOpen(trace, docRoot.c_str(), db.empty() ? nullptr : db.c_str());
+    const bool isOpen = hostOpen(trace, config.docRoot.c_str(), nullptr);
     const string report = isOpen ? "" : takeReport(trace);
     const size_t reason = report.rfind("': ");
     *why = reason == string::npos ? report : report.substr(reason + 3);
-    if (!isOpen)
-        hostClose(trace); // the database can be what was opened
-    if (isOpen || db.empty() || report.find("cannot read database") == string::npos)
+    if (!isOpen || config.databases.empty())
         return isOpen;
-    trace.dbProblem = "the database cannot be read: " + *why;
-    traceMessage(trace, ORV_LOG_ERROR, {}, "Cannot read the database " + db + ": " + *why,
+    const string problem = openDatabases(trace, config);
+    takeReport(trace);
+    if (problem.empty())
+        return true;
+    trace.dbProblem = "the database cannot be read: " + problem;
+    traceMessage(trace, ORV_LOG_ERROR, {}, "Cannot read the database " + problem,
                  "The page is loaded again when it can be read.");
-    return traceOpen(trace, docRoot, "", why);
+    return true;
 }
 
 Interpreter *traceInterpreter(Trace &trace)

@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "base/observe.h"
+#include "config.h"
 #include "source.h"
 
 // What a message is about, which tells the kinds of findings that can be its cause.
@@ -115,10 +116,10 @@ struct Trace : Host {
     int reports = -1; // owned; the host's lines
 };
 
-/* Opens the trace's host: docRoot becomes the working directory. A database that cannot be
- * read is left out, with a message. Returns false after *why tells what is wrong with
- * docRoot. */
-bool traceOpen(Trace &trace, const std::string &docRoot, const std::string &db, std::string *why);
+/* Opens the trace's host: the site's folder becomes the working directory. Databases that
+ * cannot be read are left out, with a message. Returns false after *why tells what is wrong
+ * with the folder. */
+bool traceOpen(Trace &trace, const Config &config, std::string *why);
 
 /* Makes the interpreter of an open trace. The log comes to the trace. Returns null when
  * memory or descriptors ran out. */
