@@ -519,7 +519,7 @@ bar.querySelector('[aria-selected=true]').id]"""))
     wait(OPEN, True)
     tab_to("#error")
     press("<b>no route</b>" + ENTER)
-    alert = "return document.querySelector('[role=alert]')?.textContent.trim()"
+    alert = "return document.querySelector('[role=alert]:not([hidden])')?.textContent.trim()"
     check("error text", "This did not work\n<b>no route</b>",
           wait(alert, "This did not work\n<b>no route</b>"))
     tab_to("#error")
