@@ -289,7 +289,7 @@ CAUSES = [
     ("2:47", "$02p", "$2px", "<?query 'select id, name from device' 'width: $2px'?>\n"),
     ("2:1", "nothing closes the comment", "<?--", "<?-- note\n<p>\n<?echo c?>\n"),
     ("2:23", "at its blank", "{?hello?}", "<?if eq $var:user Ann {?hello?}?>\n"),
-    ("2:87", ":id is NULL", ":id", "<?setvariable var:id 1?><?echo $var:id?><?query 'select name from device where id = :id'?>\n"),
+    ("2:85", ":id is NULL", ":id", "<?setvariable var:id 1?><?echo $var:id?><?query 'select name from device where id = :id'?>\n"),
 ]
 
 
