@@ -80,18 +80,27 @@ const char *hostOpenFile(const Host &host, const char *path, int32_t *fd)
     return nullptr;
 }
 
-static int32_t openReporting(Host &host, const char *path)
+// interpreter: whose template asks for it, null for none.
+static int32_t openReporting(Host &host, const Interpreter *interpreter, const char *path)
 {
     int32_t fd = -1;
+    int32_t line = 0;
     host.openProblem = hostOpenFile(host, path, &fd);
-    if (host.openProblem && host.reportTemplates)
-        report(host, nullptr, "cannot open template", path, host.openProblem);
+    if (!host.reportTemplates)
+        return fd;
+    const char *by = Orv_Interpreter_Position(interpreter, &line);
+    const bool isKnown = std::any_of(host.includes.begin(), host.includes.end(),
+                                     [&](const HostInclude &one) { return one.path == path; });
+    if (by && !isKnown)
+        host.includes.push_back({path, by, line});
+    if (host.openProblem)
+        report(host, interpreter, "cannot open template", path, host.openProblem);
     return fd;
 }
 
 static int32_t openTemplate(Interpreter *interpreter, const char *path)
 {
-    return openReporting(hostOf(interpreter), path);
+    return openReporting(hostOf(interpreter), interpreter, path);
 }
 
 // Functions whose result depends on their arguments alone. A query that calls another, such
@@ -339,7 +348,7 @@ bool hostTakeDatabase(Host &host, sqlite3 *db)
 
 bool hostHasTemplate(Host &host, const char *path)
 {
-    const int32_t fd = openReporting(host, path);
+    const int32_t fd = openReporting(host, nullptr, path);
     if (fd >= 0)
         close(fd);
     return fd >= 0;

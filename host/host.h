@@ -21,6 +21,13 @@
 
 struct sqlite3;
 
+// A template that another has asked for.
+struct HostInclude {
+    std::string path;
+    std::string by;
+    int32_t line; // of that
+};
+
 struct HostVariable {
     std::string name;
     std::string value;
@@ -34,6 +41,7 @@ struct Host {
     const char *program = "";            // borrowed; begins each line that is reported
     int32_t reportFd = STDERR_FILENO;    // where problems are reported, a line each
     bool reportTemplates = false;        // report templates that cannot be opened, too
+    std::vector<HostInclude> includes;   // if those are reported, of each template its first
     const char *error = nullptr;         // borrowed; what error commands find, null for none
     bool readsInput = false;             // STANDARD_INPUT is a template, too
     std::vector<HostVariable> variables; // for the parameters of queries, the newest last

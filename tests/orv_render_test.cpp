@@ -12,6 +12,7 @@ static const char siteScript[] = R"SH(
 mkdir -p site site-other &&
 printf secret | tee secret.htm >site-other/x.htm &&
 printf inc >site/inc.htm &&
+printf '\n<?include inner.frm?>\n<?Echo?>' >site/outer.frm && printf '\n\n<?Echo?>' >site/inner.frm &&
 printf dots >site/..a..htm &&
 ln -s ../secret.htm site/out.htm &&
 ln -s ../site-other site/other &&
@@ -127,7 +128,15 @@ TEST(OrvRender, Rows)
         {"t.htm", "<?multiquerycount 'select\n1'?>", "-1",
          "orv-render: t.htm, line 2: cannot answer query 'select 1': there is no database\n"},
         {"--log t.htm", include, "ab",
-         "orv-render: cannot open template '../secret.htm': not below the document root\n", 1},
+         "orv-render: t.htm, line 1: cannot open template '../secret.htm': not below the document "
+         "root\n",
+         1},
+        {"--log t.htm", "<?include outer.frm?>\n", "\n\n\n<?Echo?>\n<?Echo?>\n",
+         "inner.frm, line 3: Syntax error: Unknown Cmd\n"
+         "orv-render: inner.frm is included at outer.frm, line 2, that at t.htm, line 1\n"
+         "outer.frm, line 3: Syntax error: Unknown Cmd\n"
+         "orv-render: outer.frm is included at t.htm, line 1\n",
+         1},
         {"--output secret.htm x.htm || cat secret.htm", "", "secret",
          "orv-render: cannot open template 'x.htm': No such file or directory\n"},
         {"--log --db r.db --set 'x=: WARNING - ' t.htm", "<?multiquerytext 'select 1 where 0'?>",

@@ -21,6 +21,7 @@
 #include <filesystem>
 #include <fstream>
 #include <new>
+#include <set>
 #include <string_view>
 
 using std::string_view;
@@ -115,6 +116,46 @@ static bool holdStandardDescriptors()
     if (fd >= 0)
         close(fd);
     return isOpen;
+}
+
+// Whether a line of the log tells of a template: its name stands in front, or in brackets at
+// the end.
+static bool isAbout(string_view line, const std::string &path)
+{
+    const bool isInFront = line.starts_with(path + ", ") || line.starts_with(path + ": ");
+    return isInFront || line.ends_with("(" + path + ")") || line.ends_with("(" + path + ")!");
+}
+
+// Through which templates an included one has come into the page, in a line.
+static std::string chainOf(const Host &host, const HostInclude &include)
+{
+    constexpr size_t most = 20; // one can include itself
+    std::string chain = "orv-render: " + include.path + " is included";
+    const HostInclude *one = &include;
+    for (size_t i = 0; one && i < most; ++i) {
+        chain += (i > 0 ? ", that at " : " at ") + one->by + ", line " + std::to_string(one->line);
+        const auto found =
+            std::find_if(host.includes.begin(), host.includes.end(),
+                         [&](const HostInclude &other) { return other.path == one->by; });
+        one = found == host.includes.end() || found->by == one->by ? nullptr : &*found;
+    }
+    return chain + "\n";
+}
+
+// The log, with the chain of an included template behind the first line that tells of it.
+static std::string withChains(const Host &host, string_view log)
+{
+    std::string shown;
+    std::set<string_view> told;
+    while (!log.empty()) {
+        const string_view line = log.substr(0, log.find('\n'));
+        log.remove_prefix(std::min(line.size() + 1, log.size()));
+        shown.append(line).append("\n");
+        for (const HostInclude &include : host.includes)
+            if (isAbout(line, include.path) && told.insert(include.path).second)
+                shown += chainOf(host, include);
+    }
+    return shown;
 }
 
 // Returns all that was written to a file in memory.
@@ -243,8 +284,7 @@ static int renderPage(Host &host, const CommandLine &options, Interpreter *inter
     if (status != NO_PAGE && collects && !writePage(startDir, options.value(OPT_OUTPUT), page))
         status = NO_PAGE;
     if (log >= 0) {
-        std::string text = readAll(log);
-        writeAll(STDERR_FILENO, text);
+        writeAll(STDERR_FILENO, withChains(host, readAll(log)));
         if (status == PAGE_WHOLE && (host.problems > 0 || countProblems() > 0))
             status = PAGE_WITH_PROBLEMS;
     }
