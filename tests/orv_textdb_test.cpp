@@ -610,6 +610,53 @@ TEST(TextDbTool, FollowsTheSource)
 }
 
 // What a PO file holds behind its header when update has followed the sources one by one.
+TEST(TextDbTool, DoesTheWholeRound)
+{
+    writeFile("web/sub/a.page", "{?a?}<input value=\"{?b?}\" maxlength=5>");
+    writeFile("web/old/b.htm", "{?gone?}");
+    writeFile("en.po", utf8Header + entry("a", "one") + entry("b", "two"));
+    writeFile("pl.po", utf8Header + entry("a", "jeden"));
+    writeFile("orv-check.json",
+              R"({"docroot": "web", "exclude": ["old"], "databases": {"main": "no.db"},
+        "texts": ["en.po", "de.po", "pl.po"], "textDatabases": "db/x_*.db"})");
+    const std::string done = "en.po: db/x_en.db: 2 of 2 texts\n"
+                             "de.po: 2 new, 0 changed, 0 gone; no text is translated yet\n"
+                             "pl.po: 1 new, 0 changed, 0 gone; db/x_pl.db: 1 of 2 texts, 1 not "
+                             "translated\n";
+    EXPECT_EQ(run("sync --dry-run").substr(0, 63),
+              done.substr(0, 33) + "de.po: would be begun\npl.po: 1");
+    EXPECT_FALSE(std::filesystem::exists("de.po") || std::filesystem::exists("db"));
+    EXPECT_EQ(run("sync"), done + "=0");
+    for (const std::string place :
+         {"#: sub/a.page:1\n#, max-length:5\nmsgid \"b\"", "Language: de\\n"})
+        EXPECT_NE(readFile("de.po").find(place), std::string::npos) << place;
+    const auto written = std::filesystem::last_write_time("de.po");
+    EXPECT_EQ(run("sync"), "nothing to do: 3 languages are up to date\n=0");
+    EXPECT_EQ(std::filesystem::last_write_time("de.po"), written);
+    writeFile("web/sub/a.page", "\n{?a?}{?c?}");
+    EXPECT_EQ(run("sync"), "orv-textdb: sub/a.page:2: en.po has no text for c\n"
+                           "de.po: comments and places; no text is translated yet\n"
+                           "pl.po: comments and places\n=1");
+    writeFile("de.po", "x");
+    EXPECT_EQ(run("sync").substr(0, 69), "orv-textdb: sub/a.page:2: en.po has no text for c\n"
+                                         "orv-textdb: de.po:1: er");
+    const std::string refused[][2] = {
+        {R"({"texts": ["a.db"]})", "orv-check.json: 'texts' names no PO file"},
+        {R"({"texts": ["no.po"]})", "orv-check.json:1: there is no file no.po"},
+        {R"({"docroot": "no", "texts": ["en.po"]})", "orv-check.json:1: there is no folder no"},
+        {"{\n\"text\": []}", "orv-check.json:2: there is no setting 'text', only $schema, docroot, "
+                             "databases, functions, texts, textDatabases, variables, kinds, "
+                             "overrides, pages, exclude"},
+    };
+    for (const auto &[file, message] : refused) {
+        writeFile("orv-check.json", file);
+        EXPECT_EQ(run("sync"), "orv-textdb: " + message + "\n=1");
+    }
+    std::filesystem::remove("orv-check.json");
+    EXPECT_EQ(run("sync"), "orv-textdb: there is no orv-check.json here or in a folder above; "
+                           "'orv-check --init' writes one\n=1");
+}
+
 TEST(TextDbTool, KeepsWhatTranslatorsHaveMade)
 {
     const auto of = [](const std::string &text) {

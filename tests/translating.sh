@@ -18,7 +18,7 @@ kind=
 number=0
 while IFS= read -r line; do
     case $line in
-    '```sh' | '```po')
+    '```sh' | '```po' | '```json')
         kind=${line#'```'}
         block=
         ;;
@@ -26,7 +26,9 @@ while IFS= read -r line; do
         if [[ $kind == sh ]]; then
             bash -e -c "$block" >>out 2>>err || { cat err && exit 1; }
             number=$((number + 1))
-        elif [[ $kind == po && $number -eq 1 ]]; then # the entry that is translated
+        elif [[ $kind == json ]]; then
+            echo "$block" >orv-check.json
+        elif [[ $kind == po && $number -eq 2 ]]; then # the entry that is translated
             id=$(sed -n 's/^msgid "\(.*\)"$/\1/p' <<<"$block")
             text=$(sed -n 's/^msgstr "\(.*\)"$/\1/p' <<<"$block")
             sed -i "/^msgid \"$id\"$/{n;s/\"\"/\"$text\"/}" texts/it.po
@@ -35,10 +37,16 @@ while IFS= read -r line; do
         ;;
     *) block+=${line}$'\n' ;;
     esac
+    # One command has done it all, and the road begins anew.
+    if [[ $line == '## The road'* ]]; then
+        [[ -s device/etc/htmltext_en.db && $(orv-textdb status --json texts/it.po) == *'"translated": 0,'* ]]
+        [[ $(orv-textdb sync) == 'nothing to do: 2 languages are up to date' ]]
+        rm -r device texts/it.po orv-check.json
+    fi
     # The source changes where the road comes to that.
     [[ $line != '### 5.'* ]] || sed -i 's/Skip to content/Skip to the main part/' texts/en.po
 done <"$document"
-[[ $number -eq 10 ]]
+[[ $number -eq 11 ]]
 grep -q 'Vai al contenuto' overview.html
 grep -q '^texts/it.po  it  *1  *0 ' out
 grep -q '^texts/it.po:[0-9]*: site.menu$' out

@@ -9,10 +9,10 @@
 #include <fstream>
 #include <sstream>
 
-#include "listing.h"
 #include "report.h"
 #include "tools/common/files.h"
 #include "tools/common/json.h"
+#include "tools/common/listing.h"
 
 using std::string;
 using std::string_view;

@@ -11,8 +11,8 @@
 
 #include "assemble.h"
 #include "grammar/commands.h"
-#include "listing.h"
 #include "tools/common/files.h"
+#include "tools/common/listing.h"
 
 using std::string;
 using std::string_view;

@@ -16,18 +16,17 @@
 #include "tools/common/po.h"
 #include "tools/common/textdb_file.h"
 #include "tools/common/translation.h"
+#include "language.h"
 #include "source.h"
-#include "textfields.h"
 
 // A PO file on its way into a database.
 struct Building {
+    const BuildOrder &order;
     PoFile po;
-    PoFile source; // without entries when none is given
-    std::vector<TemplateFields> templates;
     std::unordered_map<std::string_view, const PoEntry *> sources;            // by id
     std::unordered_map<std::string_view, std::vector<const FieldUse *>> uses; // by id
-    std::vector<TextEntry> texts; // in the order of ids; borrowed from po
-    size_t untranslated, fuzzy;   // entries that are left out
+    std::vector<TextEntry> texts;       // in the order of ids; borrowed from po
+    size_t untranslated = 0, fuzzy = 0; // entries that are left out
 };
 
 static void tell(Building *building, const PoEntry &entry, Weight weight, const char *kind,
@@ -41,7 +40,7 @@ static bool findSource(const Building &building, const PoEntry &entry, std::stri
 {
     const auto found = building.sources.find(entry.id);
     if (found == building.sources.end())
-        return building.source.entries.empty() && findNote(entry.comments, NOTE_SOURCE, text);
+        return !building.order.source && findNote(entry.comments, NOTE_SOURCE, text);
     *text = sourceText(*found->second);
     return true;
 }
@@ -102,10 +101,10 @@ static void judgeEntry(Building *building, const PoEntry &entry)
 }
 
 // Takes the entries that go into the database, and judges them.
-static void takeTexts(Building *building, bool withFuzzy)
+static void takeTexts(Building *building)
 {
     for (const PoEntry &entry : building->po.entries) {
-        if (!entry.isTranslated() || (entry.fuzzy && !withFuzzy)) {
+        if (!entry.isTranslated() || (entry.fuzzy && !building->order.takesFuzzy)) {
             ++(entry.isTranslated() ? building->fuzzy : building->untranslated);
             continue;
         }
@@ -135,15 +134,10 @@ static void judgeLanguage(PoFile *po, const char *output)
                          .append("]"));
 }
 
-// Whether output may take the database: it is not there, empty, or a database, and
-// not what is read. Returns false after a complaint.
-static bool mayReplace(const char *output, const CommandLine &line)
+bool mayReplace(const char *output, const std::vector<const char *> &inputs)
 {
     struct stat status;
     std::string old;
-    std::vector<const char *> inputs = line.words;
-    if (line.has(OPT_SOURCE))
-        inputs.push_back(line.value(OPT_SOURCE));
     for (const char *input : inputs)
         if (isSameFile(output, input)) {
             complain(0, "%s is an input, it is not replaced", output);
@@ -159,65 +153,84 @@ static bool mayReplace(const char *output, const CommandLine &line)
     return false;
 }
 
-// Makes the database from the texts, and puts it into its file.
-static int writeDatabase(Building *building, const char *output)
+// Makes the database from the texts. Returns false after a complaint.
+static bool makeDatabase(Building *building, Built *built)
 {
     const std::vector<TextEntry> &texts = building->texts;
-    std::string file;
+    if (texts.empty() && !building->order.mayBeEmpty) {
+        reportPo(&building->po, 0, Weight::ERROR, nullptr,
+                 "has no text; --empty makes a database without any");
+        return false;
+    }
     size_t culprit;
-    const char *problem = buildTextDb(texts, &file, &culprit);
+    const char *problem = buildTextDb(texts, &built->bytes, &culprit);
     if (problem) {
         reportPo(&building->po, texts[culprit].line, Weight::ERROR, texts[culprit].id.data(),
                  problem);
-        return STATUS_FAULT;
+        return false;
     }
-    if (!replaceFile(output, file))
-        return STATUS_FAULT;
-    printf("%s: %zu of %zu texts", building->po.path.c_str(), texts.size(),
-           building->po.entries.size());
-    if (building->untranslated)
-        printf(", %zu not translated", building->untranslated);
-    if (building->fuzzy)
-        printf(", %zu fuzzy (--fuzzy takes them)", building->fuzzy);
-    putchar('\n');
-    return STATUS_OK;
+    built->entries = building->po.entries.size();
+    built->texts = texts.size();
+    built->untranslated = building->untranslated;
+    built->fuzzy = building->fuzzy;
+    return true;
 }
 
-// Reads what the command line names. Returns false after a complaint.
-static bool readAll(Building *building, const CommandLine &line)
+bool buildLanguage(const BuildOrder &order, Built *built)
 {
-    if (!readTemplates({line.words.begin() + 1, line.words.end()}, &building->templates))
-        return false;
-    for (const TemplateFields &page : building->templates)
+    Building building = {order, readPo(order.input), {}, {}, {}};
+    for (const TemplateFields &page : order.templates)
         for (const FieldUse &use : page.uses)
-            building->uses[use.id].push_back(&use);
-    if (line.has(OPT_SOURCE))
-        building->source = readPo(line.value(OPT_SOURCE));
-    for (const PoEntry &entry : building->source.entries)
-        building->sources.emplace(entry.id, &entry);
-    building->po = readPo(line.words[0]);
-    return building->source.errors == 0 && building->po.errors == 0;
+            building.uses[use.id].push_back(&use);
+    if (order.source)
+        for (const PoEntry &entry : order.source->entries)
+            building.sources.emplace(entry.id, &entry);
+    if (building.po.file) {
+        judgeLanguage(&building.po, order.output);
+        takeTexts(&building);
+    }
+    const bool isMade = building.po.errors == 0 && makeDatabase(&building, built);
+    freePo(&building.po);
+    return isMade;
+}
+
+std::string describe(const Built &built)
+{
+    std::string text =
+        std::to_string(built.texts) + " of " + std::to_string(built.entries) + " texts";
+    if (built.untranslated)
+        text += ", " + std::to_string(built.untranslated) + " not translated";
+    if (built.fuzzy)
+        text += ", " + std::to_string(built.fuzzy) + " fuzzy (--fuzzy takes them)";
+    return text;
 }
 
 int runBuild(const CommandLine &line)
 {
     const char *output = line.value(OPT_OUTPUT);
-    Building building = {};
-    if (!mayReplace(output, line))
+    std::vector<const char *> inputs = line.words;
+    if (line.has(OPT_SOURCE))
+        inputs.push_back(line.value(OPT_SOURCE));
+    if (!mayReplace(output, inputs))
         return STATUS_FAULT;
-    bool isGood = readAll(&building, line);
-    if (building.po.file) {
-        judgeLanguage(&building.po, output);
-        takeTexts(&building, line.has(OPT_FUZZY));
-    }
-    if (isGood && building.texts.empty() && !line.has(OPT_EMPTY)) {
-        reportPo(&building.po, 0, Weight::ERROR, nullptr,
-                 "has no text; --empty makes a database without any");
-        isGood = false;
-    }
-    const int status = isGood ? writeDatabase(&building, output)
-                              : complain(STATUS_FAULT, "%s is not written", output);
-    freePo(&building.po);
-    freePo(&building.source);
-    return status;
+    std::vector<TemplateFields> templates;
+    PoFile source = {};
+    bool isGood = readTemplates({line.words.begin() + 1, line.words.end()}, &templates);
+    if (line.has(OPT_SOURCE))
+        source = readPo(line.value(OPT_SOURCE));
+    const BuildOrder order = {line.words[0],
+                              output,
+                              line.has(OPT_SOURCE) ? &source : nullptr,
+                              templates,
+                              line.has(OPT_FUZZY),
+                              line.has(OPT_EMPTY)};
+    Built built;
+    isGood = isGood && buildLanguage(order, &built) && source.errors == 0;
+    freePo(&source);
+    if (!isGood)
+        return complain(STATUS_FAULT, "%s is not written", output);
+    if (!replaceFile(output, built.bytes))
+        return STATUS_FAULT;
+    printf("%s: %s\n", line.words[0], describe(built).c_str());
+    return STATUS_OK;
 }

@@ -25,10 +25,13 @@ enum OptionNumber : size_t {
     OPT_JSON,
     OPT_MISSING,
     OPT_FAIL_UNDER,
+    OPT_DRY_RUN,
+    OPT_CONFIG,
     OPT_HELP,
     OPT_VERSION
 };
 
+int runSync(const CommandLine &line);
 int runPot(const CommandLine &line);
 int runUpdate(const CommandLine &line);
 int runStatus(const CommandLine &line);

@@ -18,9 +18,10 @@ const char programName[] = "orv-textdb";
 
 // In the order of OptionNumber.
 static constexpr OptionRow options[] = {
-    {"output", 'o', true}, {"fuzzy", 0, false},      {"empty", 0, false},  {"templates", 0, false},
-    {"source", 0, true},   {"hard-coded", 0, false}, {"unused", 0, false}, {"json", 0, false},
-    {"missing", 0, false}, {"fail-under", 0, true},  {"help", 0, false},   {"version", 0, false},
+    {"output", 'o', true}, {"fuzzy", 0, false},      {"empty", 0, false},   {"templates", 0, false},
+    {"source", 0, true},   {"hard-coded", 0, false}, {"unused", 0, false},  {"json", 0, false},
+    {"missing", 0, false}, {"fail-under", 0, true},  {"dry-run", 0, false}, {"config", 0, true},
+    {"help", 0, false},    {"version", 0, false},
 };
 
 // A command of the tool.
@@ -40,6 +41,8 @@ static constexpr unsigned bit(OptionNumber number)
 }
 
 static constexpr Subcommand commands[] = {
+    {"sync", "[--config FILE] [--fuzzy] [--dry-run]", 0, 0,
+     bit(OPT_CONFIG) | bit(OPT_FUZZY) | bit(OPT_DRY_RUN), false, runSync},
     {"pot", "SOURCE.po TEMPLATE..., or pot --hard-coded TEMPLATE...", 1, SIZE_MAX,
      bit(OPT_HARD_CODED), false, runPot},
     {"update", "SOURCE.po TARGET.po...", 2, SIZE_MAX, 0, false, runUpdate},
@@ -61,6 +64,9 @@ static constexpr char helpText[] =
     "Usage: orv-textdb COMMAND [OPTION]... FILE...\n"
     "Brings texts from gettext PO files into text databases, and helps translators.\n"
     "\n"
+    "  sync                          do it all for the site of orv-check.json: bring its\n"
+    "                                languages in line with the source and its templates,\n"
+    "                                begin those that have no file, make the databases\n"
     "  pot SOURCE.po TEMPLATE...     print what a new language begins with: each id that\n"
     "                                the templates use, with its source text and places\n"
     "  pot --hard-coded TEMPLATE...  print the words in templates that no text field\n"
@@ -83,7 +89,9 @@ static constexpr char helpText[] =
     "\n"
     "Options:\n"
     "  -o, --output FILE.db     build: where the database goes\n"
-    "  --fuzzy                  build: take fuzzy texts, too\n"
+    "  --config FILE            sync: this file in the place of orv-check.json\n"
+    "  --dry-run                sync: change nothing, and 1 when there is something to do\n"
+    "  --fuzzy                  build, sync: take fuzzy texts, too\n"
     "  --empty                  build: make a database without any text, too\n"
     "  --source SOURCE.po       build: compare with these texts, not with those that INPUT.po\n"
     "                           notes\n"

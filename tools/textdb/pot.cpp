@@ -15,50 +15,32 @@
 #include "tools/common/notes.h"
 #include "tools/common/po.h"
 #include "tools/common/translation.h"
+#include "language.h"
 #include "source.h"
-#include "textfields.h"
 
-// All that is known of the uses of an id.
-struct IdUses {
-    std::vector<std::pair<const char *, uint32_t>> places;
-    uint8_t stands;
-    size_t maxLength; // the least of its places, 0 without one
-};
-
-using Uses = std::map<std::string, IdUses, std::less<>>;
-
-static Uses collectUses(const std::vector<TemplateFields> &templates)
-{
-    Uses uses;
-    for (const TemplateFields &page : templates)
-        for (const FieldUse &use : page.uses) {
-            IdUses &all = uses[use.id];
-            all.stands |= use.stands;
-            if (use.maxLength && (!all.maxLength || use.maxLength < all.maxLength))
-                all.maxLength = use.maxLength;
-            all.places.push_back({page.path.c_str(), use.line});
-        }
-    return uses;
-}
-
-static po_message_t newHeader(const PoFile &source)
+std::string newHeaderFields(const PoFile &source, const std::string &language)
 {
     char date[64];
     const time_t now = time(nullptr);
     strftime(date, sizeof date, "%Y-%m-%d %H:%M%z", localtime(&now));
     const std::string project = headerField(source, "Project-Id-Version");
-    const std::string language = headerField(source, "Language");
-    const std::string fields = "Project-Id-Version: " + (project.empty() ? "1" : project) +
-                               "\nPOT-Creation-Date: " + date +
-                               "\nPO-Revision-Date: YEAR-MO-DA HO:MI+ZONE\n"
-                               "Last-Translator: FULL NAME <EMAIL@ADDRESS>\n"
-                               "Language-Team: LANGUAGE <LL@li.org>\nLanguage: \n"
-                               "MIME-Version: 1.0\nContent-Type: text/plain; charset=UTF-8\n"
-                               "Content-Transfer-Encoding: 8bit\n" +
-                               (language.empty() ? "" : SOURCE_LANGUAGE + (": " + language) + "\n");
+    const std::string from = headerField(source, "Language");
+    return "Project-Id-Version: " + (project.empty() ? "1" : project) +
+           "\nPOT-Creation-Date: " + date +
+           "\nPO-Revision-Date: YEAR-MO-DA HO:MI+ZONE\n"
+           "Last-Translator: FULL NAME <EMAIL@ADDRESS>\n"
+           "Language-Team: LANGUAGE <LL@li.org>\nLanguage: " +
+           language +
+           "\nMIME-Version: 1.0\nContent-Type: text/plain; charset=UTF-8\n"
+           "Content-Transfer-Encoding: 8bit\n" +
+           (from.empty() ? "" : SOURCE_LANGUAGE + (": " + from) + "\n");
+}
+
+static po_message_t newHeader(const PoFile &source)
+{
     po_message_t header = po_message_create();
     po_message_set_msgid(header, "");
-    po_message_set_msgstr(header, fields.c_str());
+    po_message_set_msgstr(header, newHeaderFields(source, "").c_str());
     return header;
 }
 
@@ -108,9 +90,7 @@ static bool printTemplate(const PoFile &source, const Uses &uses)
     return !bytes.empty();
 }
 
-// Tells of the ids that the source language has no text for. Returns whether there
-// are none.
-static bool checkMissing(const PoFile &source, const Uses &uses)
+bool checkMissing(const PoFile &source, const Uses &uses)
 {
     std::set<std::string_view> ids;
     bool isGood = true;

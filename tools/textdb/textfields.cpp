@@ -85,17 +85,32 @@ static TemplateFields fieldsOf(const char *path, std::string bytes)
     return found;
 }
 
-bool readTemplates(const std::vector<const char *> &paths, std::vector<TemplateFields> *templates)
+bool readTemplates(const std::vector<const char *> &paths, std::vector<TemplateFields> *templates,
+                   const std::string &folder)
 {
     bool readable = true;
     for (const char *path : paths) {
         std::string bytes;
-        if (readFile(path, &bytes))
+        if (readFile((folder + path).c_str(), &bytes))
             templates->push_back(fieldsOf(path, std::move(bytes)));
         else
             readable = false;
     }
     return readable;
+}
+
+Uses collectUses(const std::vector<TemplateFields> &templates)
+{
+    Uses uses;
+    for (const TemplateFields &page : templates)
+        for (const FieldUse &use : page.uses) {
+            IdUses &all = uses[use.id];
+            all.stands |= use.stands;
+            if (use.maxLength && (!all.maxLength || use.maxLength < all.maxLength))
+                all.maxLength = use.maxLength;
+            all.places.push_back({page.path.c_str(), use.line});
+        }
+    return uses;
 }
 
 bool nextField(std::string_view text, size_t *pos, size_t *start, std::string_view *id)

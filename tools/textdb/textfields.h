@@ -4,8 +4,10 @@
 #define TOOLS_TEXTDB_TEXTFIELDS_H
 
 #include <cstdint>
+#include <map>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "tools/common/placed.h"
@@ -39,8 +41,21 @@ struct TemplateFields {
 };
 
 /* Reads the fields of templates. Returns false, after a complaint, when one cannot be
- * read; the others are there all the same. */
-bool readTemplates(const std::vector<const char *> &paths, std::vector<TemplateFields> *templates);
+ * read; the others are there all the same.
+ * folder: where the paths begin, with its slash; empty for the working directory. */
+bool readTemplates(const std::vector<const char *> &paths, std::vector<TemplateFields> *templates,
+                   const std::string &folder = "");
+
+/* All that is known of the uses of an id. Paths are borrowed from the templates. */
+struct IdUses {
+    std::vector<std::pair<const char *, uint32_t>> places;
+    uint8_t stands = 0;
+    size_t maxLength = 0; // the least of its places, 0 without one
+};
+
+using Uses = std::map<std::string, IdUses, std::less<>>;
+
+Uses collectUses(const std::vector<TemplateFields> &templates);
 
 /* Finds the next text field, "{?", an id, "?}", at *pos or later, and moves *pos
  * behind it. A "{?" that no whole field follows is text.

@@ -18,6 +18,7 @@
 #include "tools/common/notes.h"
 #include "tools/common/po.h"
 #include "tools/common/translation.h"
+#include "language.h"
 #include "source.h"
 
 // Entries of a target whose ids are gone, by the source text of each.
@@ -28,19 +29,34 @@ struct Update {
     const PoFile &source;
     PoFile &target;
     const char *path; // of the target
-    bool hasPlaces;   // the source is a template, which tells where texts stand
+    const Uses *uses; // of templates; null when they are not known
+    bool hasPlaces;   // they are, or the source is a template, which tells where texts stand
     std::unordered_map<std::string_view, size_t> places; // index of an id's entry
     std::vector<bool> found;
     GoneTexts goneTexts;
     size_t added, changed, gone;
 };
 
-static void copyPlaces(po_message_t target, po_message_t source)
+// uses: of templates; null where the source tells of the places.
+static void copyPlaces(po_message_t target, po_message_t source, const IdUses *uses)
 {
     while (po_message_filepos(target, 0))
         po_message_remove_filepos(target, 0);
-    for (int i = 0; po_filepos_t place = po_message_filepos(source, i); ++i)
+    for (int i = 0; po_filepos_t place = uses ? nullptr : po_message_filepos(source, i); ++i)
         po_message_add_filepos(target, po_filepos_file(place), po_filepos_start_line(place));
+    for (size_t i = 0; uses && i < uses->places.size(); ++i)
+        po_message_add_filepos(target, uses->places[i].first, uses->places[i].second);
+}
+
+static const IdUses NO_USES;
+
+// The uses of an id; null when those of templates are not known.
+static const IdUses *usesOf(const Update &update, std::string_view id)
+{
+    if (!update.uses)
+        return nullptr;
+    const auto found = update.uses->find(id);
+    return found == update.uses->end() ? &NO_USES : &found->second;
 }
 
 // Returns a number of a translation that tells it from nearly any other.
@@ -105,7 +121,10 @@ static void takeGoneText(Update *update, po_message_t message, const std::string
 // stay, but for a limit that the source knows better.
 static void updateFlags(Update *update, po_message_t message, const PoEntry &source)
 {
-    const std::set<std::string> given = givenFlags(update->source, source);
+    std::set<std::string> given = givenFlags(update->source, source);
+    const IdUses *uses = usesOf(*update, source.id);
+    if (uses && uses->maxLength)
+        limitLength(&given, uses->maxLength);
     const auto own = update->target.flags.find(message);
     std::set<std::string> flags;
     if (own != update->target.flags.end())
@@ -136,13 +155,14 @@ static void updateEntry(Update *update, po_message_t message, const PoEntry &sou
         po_message_set_prev_msgid(message, former.c_str()); // msgmerge drops it
     }
     po_message_set_obsolete(message, 0);
-    showSource(message, source, 0, !update->hasPlaces);
+    const IdUses *uses = usesOf(*update, source.id);
+    showSource(message, source, uses ? uses->stands : 0, !update->hasPlaces);
     setNote(&comments, NOTE_SOURCE, &text);
     if (comments != old)
         po_message_set_comments(message, comments.c_str());
     updateFlags(update, message, source);
     if (update->hasPlaces)
-        copyPlaces(message, source.message);
+        copyPlaces(message, source.message, uses);
 }
 
 // Adds those entries from first on that the target lacks, up to the next that it has.
@@ -240,12 +260,11 @@ static bool isSourceItself(const PoFile &target, const PoFile &source,
     return common && same * 10 >= common * 9;
 }
 
-static bool updateTarget(const PoFile &source,
-                         const std::unordered_map<std::string_view, size_t> &places,
-                         const char *path)
+bool updateLanguage(const PoFile &source, const Uses *uses, const char *path, Updated *updated)
 {
-    if (isSameFile(source.path.c_str(), path)) // all files of a folder are given, say
-        return true;
+    std::unordered_map<std::string_view, size_t> places;
+    for (const PoEntry &entry : source.entries)
+        places.emplace(entry.id, places.size());
     PoFile target = readPo(path);
     if (target.errors) {
         complain(0, "%s is not updated", path);
@@ -253,36 +272,46 @@ static bool updateTarget(const PoFile &source,
         return false;
     }
     if (isSourceItself(target, source, places)) {
-        printf("%s: has the source's texts, left as it is\n", path);
+        updated->isSource = true;
         freePo(&target);
         return true;
     }
-    Update update = {source,
-                     target,
-                     path,
-                     std::any_of(source.entries.begin(), source.entries.end(),
-                                 [](const PoEntry &entry) {
-                                     return po_message_filepos(entry.message, 0) != nullptr;
-                                 }),
-                     places,
-                     std::vector<bool>(source.entries.size()),
-                     {},
-                     0,
-                     0,
-                     0};
+    const bool hasPlaces =
+        uses || std::any_of(source.entries.begin(), source.entries.end(), [](const PoEntry &entry) {
+            return po_message_filepos(entry.message, 0) != nullptr;
+        });
+    Update update = {
+        source, target, path, uses, hasPlaces, places, std::vector<bool>(source.entries.size()),
+        {},     0,      0,    0};
     updateMessages(&update, target.file);
-    const std::string bytes = printPo(target);
+    updated->bytes = printPo(target);
+    updated->added = update.added;
+    updated->changed = update.changed;
+    updated->gone = update.gone;
     freePo(&target);
-    if (bytes.empty() || !replaceFile(path, bytes))
+    return !updated->bytes.empty();
+}
+
+static bool updateTarget(const PoFile &source, const char *path)
+{
+    Updated updated;
+    if (isSameFile(source.path.c_str(), path)) // all files of a folder are given, say
+        return true;
+    if (!updateLanguage(source, nullptr, path, &updated))
+        return false;
+    if (updated.isSource) {
+        printf("%s: has the source's texts, left as it is\n", path);
+        return true;
+    }
+    if (!replaceFile(path, updated.bytes))
         return false;
     printf("%s: %zu texts, %zu new, %zu changed, %zu gone\n", path, source.entries.size(),
-           update.added, update.changed, update.gone);
+           updated.added, updated.changed, updated.gone);
     return true;
 }
 
-// Refuses a translation in the place of the source, as a pattern for file names may put
-// there: all other languages would become fuzzy.
-static void checkSource(PoFile *source)
+// All other languages would become fuzzy.
+void checkSource(PoFile *source)
 {
     size_t texts = 0;
     size_t translations = 0;
@@ -303,13 +332,8 @@ int runUpdate(const CommandLine &line)
     PoFile source = readPo(line.words[0]);
     checkSource(&source);
     bool isGood = source.errors == 0;
-    if (isGood) {
-        std::unordered_map<std::string_view, size_t> places;
-        for (const PoEntry &entry : source.entries)
-            places.emplace(entry.id, places.size());
-        for (size_t i = 1; i < line.words.size(); ++i)
-            isGood = updateTarget(source, places, line.words[i]) && isGood;
-    }
+    for (size_t i = 1; i < line.words.size() && source.errors == 0; ++i)
+        isGood = updateTarget(source, line.words[i]) && isGood;
     freePo(&source);
     return isGood ? STATUS_OK : STATUS_FAULT;
 }

@@ -1,6 +1,6 @@
-/* tools/check/listing.h - the files of a site, and which of them are templates. */
-#ifndef ORV_CHECK_LISTING_H
-#define ORV_CHECK_LISTING_H
+/* tools/common/listing.h - the files of a site, and which of them are templates. */
+#ifndef TOOLS_LISTING_H
+#define TOOLS_LISTING_H
 
 #include <string>
 #include <string_view>

@@ -1,5 +1,5 @@
-/* tools/check/listing.cpp - looks through the files of a site for templates. */
-#include "listing.h"
+/* tools/common/listing.cpp - looks through the files of a site for templates. */
+#include "tools/common/listing.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
