@@ -2,7 +2,7 @@
      page[id], its name in the menu, page[title], page[told], what follows a message, and page[form] to "form" when it has a form
      with that id, which then comes along when the language changes. These are array
      elements because a request variable would hide a plain variable of the same name. ?><!DOCTYPE html>
-<html lang="{?site.lang?}">
+<html lang="{?site.lang?}" dir="{?site.dir?}">
 <head>
 <meta charset="utf-8">
 <meta name="viewport" content="width=device-width, initial-scale=1">
@@ -15,7 +15,7 @@
 <a class="skip" href="#main">{?site.skip?}</a>
 <header>
 <div class="top">
-<p class="brand">Fjord R4<?if neq $var:outside 1 ` <span><?query "select value from setting where name = 'hostname'"?></span>`?></p>
+<p class="brand">Fjord R4<?if neq $var:outside 1 ` <span><bdi><?query "select value from setting where name = 'hostname'"?></bdi></span>`?></p>
 <?-- In front of the languages, which stay where they are when it goes: a second click
      presses none of them. ?><?if neq $var:token '' `<form class="out" action="<?echo $var:base?>logout.htm" method="post">
 <input type="hidden" name="token" value="<?echo $var:token?>">

@@ -13,6 +13,9 @@ update proof set made = password_hash(:password)
     where known is null and length(:password) between 8 and 64 and :password = :repeat;
 .read counted.sql
 
+.read weak.sql
+select 'password', 'site.password.bad.weak' from proof join weak on word = lower(:password)
+    where known is null;
 select 'password', 'site.password.bad.length' from proof
     where known is null and length(ifnull(:password, '')) not between 8 and 64
 union all select 'repeat', 'site.password.bad.repeat' from proof

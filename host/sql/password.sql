@@ -13,6 +13,8 @@ update proof set made = password_hash(:password)
     where fits = 1 and length(:password) between 8 and 64 and :password = :repeat;
 .read counted.sql
 
+.read weak.sql
+select 'password', 'site.password.bad.weak' from weak where word = lower(:password);
 select 'password', 'site.password.bad.length'
     where length(ifnull(:password, '')) not between 8 and 64
 union all select 'repeat', 'site.password.bad.repeat'

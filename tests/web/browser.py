@@ -70,13 +70,40 @@ def sign_in(password=PASSWORD):
     submit("#password")
 
 
+def find_wide():
+    return run(
+        "return [...document.querySelectorAll('body *')].filter(e => e.getBoundingClientRect()"
+        ".right > innerWidth + 1 || e.getBoundingClientRect().left < -1 || e.clientWidth > 1 && e.scrollWidth > e.clientWidth + 1"
+        " && getComputedStyle(e).overflowX !== 'visible' && e.tagName !== 'INPUT')"
+        ".map(e => e.outerHTML.slice(0, 80))")
+
+
+def check_looks():
+    """Long names, all widths, paper, the dark, and a language that begins at the right."""
+    name = "W" * 32
+    sql("update setting set stored = ? where name in ('hostname', 'ssid')", name)
+    sql("update device set name = ? where id = 1", name)
+    sql("insert into event_add values ('info', 'devices', 'device', ?, null)", name)
+    for page in ("login", *PAGES):
+        show(page + ".htm")
+        for start in ("ltr", "rtl"):
+            run("document.documentElement.dir = arguments[0]", start)
+            for width in (320, 500, 704, 720, 960, 1000, 1280):
+                resize(width, 800)
+                check((page, start, width), [], find_wide())
+        device("setEmulatedMedia", media="print")
+        resize(680, 1000)  # of A4, between the margins
+        check((page, "paper"), [], find_wide())
+        device("setEmulatedMedia", media="", features=[{"name": "prefers-color-scheme", "value": "dark"}])
+        check((page, "dark"), ["rgb(20, 25, 31)", [True]], [
+            run("return getComputedStyle(document.body).backgroundColor"), find_barriers(AXE_FOLDER)])
+        device("setEmulatedMedia", media="", features=[])
+    sql("update setting set stored = null")
+
+
 def check_page(page, where):
     what = f"{page} {where}"
-    check(what + ": wider than the window", [], run(
-        "return [...document.querySelectorAll('body *')].filter(e => e.getBoundingClientRect()"
-        ".right > innerWidth + 1 || e.scrollWidth > e.clientWidth + 1 && e.clientWidth > 0"
-        " && getComputedStyle(e).overflowX !== 'visible' && e.tagName !== 'INPUT')"
-        ".map(e => e.outerHTML.slice(0, 80))"))
+    check(what + ": wider than the window", [], find_wide())
     check(what + ": small letters", [], run(
         "return [...document.querySelectorAll('body *')].filter(e => e.childElementCount === 0"
         " && e.textContent.trim() && e.getBoundingClientRect().width > 0"
@@ -316,7 +343,8 @@ def check_site():
         check_sign_out()
         check_lists()
         check_live()
-    statuses = r"status of (403|404|422) "  # of the answers above, which Chromium tells as well
+        check_looks()
+    statuses = r"status of (403|404|422) |INTERNET_DISCONNECTED"  # of the answers above, which Chromium tells as well
     check("complaints", [], [entry["message"] for entry in send("/se/log", type="browser")
                              if entry["level"] in ("WARNING", "SEVERE")
                              and not re.search(statuses, entry["message"])])

@@ -138,6 +138,7 @@ def check_login():
           (lambda a: (a.status, "choose a password" in a.text))(first.ask("devices.htm")))
     check("short", (422, ["password"]),
           (lambda a: (a.status, a.marked()))(first.login("1234567")))
+    check("weak", ["password"], first.login("Password1").marked())
     check("repeat differs", ["repeat"], first.login(repeat="other").marked())
     answer = first.login(back="devices.htm", method="get", net="2", find="a&b ü")
     check("password set", (303, "devices.htm?net=2&find=a%26b%20%C3%BC"),
