@@ -184,12 +184,25 @@ try:
         for item in items[:1]:
             unit = item["textEdit"]["range"]["start"]["character"]
             equal(before[unit - 1:], replaced)
+
+    # Texts and the schema are read again when they have changed.
+    german = os.path.join(root, "texts", "de.po")
+    with open(german, encoding="utf-8") as file:
+        content = file.read().replace('"Menü"', '"Karte"')
+    with open(german, "w", encoding="utf-8") as file:
+        file.write(content)
+    subprocess.run(["sqlite3", database, "alter table device add column color text"], check=True)
+    text = "<p>{?site.menu?}<?query 'select  from device'?>"
+    tell("textDocument/didChange", textDocument={"uri": page}, contentChanges=[{"text": text}])
+    has(ask("textDocument/hover", **at(text, 0, "site.menu"))["result"]["contents"]["value"],
+        "de: Karte")
+    has([item["label"] for item in ask("textDocument/completion", **at(text, 0, " from"))["result"]],
+        "color")
     equal(ask("shutdown")["result"], None)
     tell("exit")
     equal(server.wait(timeout=10), 0)
 
     # Kinds that are left out, and a language with a mistake.
-    german = os.path.join(root, "texts", "de.po")
     with open(german, "ab") as file:
         file.write(b'\nmsgid "site.new\n')
     server = start("--ignore", "escape-missing")

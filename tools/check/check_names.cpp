@@ -17,7 +17,12 @@ namespace
 {
 struct Known {
     std::set<string, std::less<>> variables;
-    std::set<string, std::less<>> texts;
+    const std::vector<string_view> &texts; // ids, ascending
+
+    bool hasText(string_view id) const
+    {
+        return std::binary_search(texts.begin(), texts.end(), id);
+    }
 };
 
 // How other languages put a value into a page.
@@ -46,15 +51,12 @@ static string_view nameAt(string_view text, size_t at)
 
 static Known knownOf(const Site &site)
 {
-    Known known;
+    Known known = {{}, site.textIds};
     known.variables.insert(site.fromWeb.begin(), site.fromWeb.end());
     known.variables.insert(site.fromForms.begin(), site.fromForms.end());
     for (const auto &[key, variable] : site.variables)
         if (!variable.sets.empty())
             known.variables.insert(key.substr(0, key.find('[')));
-    for (const Language &language : site.languages)
-        for (const auto &[id, text] : language.texts)
-            known.texts.insert(id);
     return known;
 }
 
@@ -89,7 +91,7 @@ static string_view nameIn(string_view inner)
 
 static string insteadOf(const Known &known, string_view name)
 {
-    if (known.texts.contains(name))
+    if (known.hasText(name))
         return "the text is {?" + string(name) + "?}";
     if (known.variables.contains(name.substr(0, name.find('['))))
         return "the value is printed by <?echo $var:" + string(name) + "?>";
@@ -113,7 +115,7 @@ static void checkForeign(Report &all, const Template &tpl, const Known &known, u
         return;
     const string_view name = nameIn(rest.substr(0, end));
     const bool isKnown =
-        known.texts.contains(name) || known.variables.contains(name.substr(0, name.find('[')));
+        known.hasText(name) || known.variables.contains(name.substr(0, name.find('[')));
     if (form.isName && (name.empty() || (!isKnown && hasScriptForms(tpl.source))))
         return;
     const auto length = static_cast<uint32_t>(form.begin.size() + end + form.end.size());

@@ -258,15 +258,6 @@ static string listOf(const std::vector<string> &words)
     return list;
 }
 
-static std::vector<string_view> knownIds(const Site &site)
-{
-    std::set<string_view> ids;
-    for (const Language &language : site.languages)
-        for (const auto &[id, text] : language.texts)
-            ids.insert(id);
-    return {ids.begin(), ids.end()};
-}
-
 static void checkMissing(Report &all, const string &id, const std::vector<FieldUse> &uses,
                          const std::vector<string_view> &ids)
 {
@@ -343,13 +334,16 @@ static bool isUsedElsewhere(const Site &site, string_view id)
 
 static void checkUnused(Report &all)
 {
-    std::set<string_view> seen;
-    for (const Language &language : all.site.languages)
-        for (const auto &[id, text] : language.texts)
-            if (!all.site.fields.contains(id) && !all.site.otherFields.contains(id) &&
-                !isUsedElsewhere(all.site, id) && seen.insert(id).second)
-                reportLine(all, language.path, text.line, "text-unused",
-                           "no template uses the text " + quoted(id));
+    for (const string_view id : all.site.textIds) {
+        if (all.site.fields.contains(id) || all.site.otherFields.contains(id) ||
+            isUsedElsewhere(all.site, id))
+            continue;
+        const auto language =
+            std::find_if(all.site.languages.begin(), all.site.languages.end(),
+                         [&](const Language &each) { return each.texts.contains(id); });
+        reportLine(all, language->path, language->texts.find(id)->second.line, "text-unused",
+                   "no template uses the text " + quoted(id));
+    }
 }
 
 // One finding for each file: what follows its first mistake may come from that.
@@ -368,7 +362,7 @@ static void reportBroken(Report &all)
     }
 }
 
-using Limits = std::map<string, size_t, std::less<>>;
+using Limits = decltype(JudgedTexts::limits);
 
 // Finds the least maxlength of the forms' fields that a text is the value of, by its id.
 static Limits limitsOf(const Site &site)
@@ -391,32 +385,44 @@ static Limits limitsOf(const Site &site)
 }
 
 // Compares a text with its source text.
-static void checkTranslation(Report &all, const Language &language, const string &id,
-                             const LanguageText &text, const Limits &limits)
+static void judgeTranslation(const Site &site, size_t language, const string &id,
+                             const LanguageText &text, JudgedTexts *judged)
 {
-    std::set<string> flags = flagsOf(all.site, id, text);
-    if (const auto limit = limits.find(id); limit != limits.end())
+    std::set<string> flags = flagsOf(site, id, text);
+    if (const auto limit = judged->limits.find(id); limit != judged->limits.end())
         limitLength(&flags, limit->second);
-    const string *source = sourceOf(all.site, language, id, text);
     if (text.text.empty())
         return;
+    const string *source = sourceOf(site, site.languages[language], id, text);
     for (const TextFlaw &flaw : judgeText(text.text, source, flags))
-        reportLine(all, language.path, text.line, flaw.kind,
-                   "the text " + quoted(id) + " " + flaw.problem);
+        judged->judgements.push_back(
+            {language, text.line, flaw.kind, "the text " + quoted(id) + " " + flaw.problem});
+}
+
+// Judges all texts, unless that has been done and no field's limit is another now.
+static void judgeTranslations(Site &site)
+{
+    Limits limits = limitsOf(site);
+    if (site.judged && site.judged->limits == limits)
+        return;
+    site.judged = {std::move(limits), {}};
+    for (size_t i = 0; i < site.languages.size(); ++i)
+        for (const auto &[id, text] : site.languages[i].texts)
+            judgeTranslation(site, i, id, text, &*site.judged);
 }
 
 static void checkTranslations(Report &all)
 {
-    const Limits limits = limitsOf(all.site);
     for (const Language &language : all.site.languages) {
         string named;
         if (isOtherLanguage(language.path, language.header, &named))
             reportLine(all, language.path, 1, TEXT_LANGUAGE,
                        "the header says Language: " + language.header +
                            ", but the file's name says " + named + ": correct one of them");
-        for (const auto &[id, text] : language.texts)
-            checkTranslation(all, language, id, text, limits);
     }
+    judgeTranslations(all.site);
+    for (const TextJudgement &flaw : all.site.judged->judgements)
+        reportLine(all, all.site.languages[flaw.language].path, flaw.line, flaw.kind, flaw.text);
 }
 
 static void checkHardCoded(Report &all)
@@ -437,7 +443,7 @@ void checkTexts(Report &all)
     constexpr size_t longest = 128; // bytes of an id
     reportBroken(all);
     checkTranslations(all);
-    const std::vector<string_view> ids = knownIds(all.site);
+    const std::vector<string_view> &ids = all.site.textIds;
     std::set<string_view> known(ids.begin(), ids.end());
     for (const auto &[id, uses] : all.site.fields) {
         known.insert(id);

@@ -42,6 +42,7 @@ struct Served {
     string folder;                  // absolute: where its site file is, or else the client's folder
     SiteOptions options;            // docRoot is absolute
     std::unique_ptr<Site> site;     // null until it is needed
+    std::unique_ptr<Site> former;   // before the last change; its texts are read again when needed
     bool changed = true;            // since the diagnostics were sent
     std::map<string, string> texts; // of open documents, by absolute path
     std::map<string, string> uris;  // as the client writes them, by absolute path
@@ -224,7 +225,8 @@ static Site *currentSite(const Server &server, Served &served)
         served.options = options;
         for (const auto &[path, text] : served.texts)
             options.unsaved[pathBelow(served, path)] = text;
-        isRead = loadSite(std::move(options), site.get(), &problem);
+        isRead = loadSite(std::move(options), site.get(), &problem, {}, served.former.get());
+        served.former.reset();
     }
     tellProblem(served, problem);
     if (isRead)
@@ -428,7 +430,8 @@ static Json documentLink(Server &server, const Json &parameters)
 
 static void readAnew(Served &served)
 {
-    served.site.reset();
+    if (served.site)
+        served.former = std::move(served.site);
     served.changed = true;
 }
 

@@ -448,8 +448,93 @@ static bool loadPages(Site *site, string *problem, const std::function<void(size
     return true;
 }
 
+// ---- texts and databases ----
+
+// Takes over a language whose file is as it was. Returns false where there is none.
+static bool takeLanguage(Site *site, const string &path, Site *former)
+{
+    if (!former)
+        return false;
+    const auto kept =
+        std::find_if(former->languages.begin(), former->languages.end(), [&](const Language &each) {
+            return each.path == path && each.state == stateOfFile(path);
+        });
+    if (kept == former->languages.end())
+        return false;
+    site->languages.push_back(std::move(*kept));
+    return true;
+}
+
+static std::vector<string_view> idsOf(const std::vector<Language> &languages)
+{
+    std::vector<string_view> ids;
+    for (const Language &language : languages)
+        for (const auto &[id, text] : language.texts)
+            ids.emplace_back(id);
+    std::sort(ids.begin(), ids.end());
+    ids.erase(std::unique(ids.begin(), ids.end()), ids.end());
+    return ids;
+}
+
+// A language that is taken over keeps its texts where they are, and so its ids.
+static_assert(std::is_nothrow_move_constructible_v<Language>);
+
+static bool loadLanguages(Site *site, string *problem, Site *former)
+{
+    bool isSame = former && former->options.texts == site->options.texts;
+    for (const string &path : site->options.texts) {
+        if (takeLanguage(site, path, former))
+            continue;
+        isSame = false;
+        Language language;
+        const size_t faults = site->textFaults.size();
+        if (!readLanguage(path, &language, &site->textFaults, problem)) {
+            *problem = "cannot read texts " + path + ": " + *problem;
+            return false;
+        }
+        if (site->textFaults.size() == faults)
+            site->languages.push_back(std::move(language));
+    }
+    if (isSame) {
+        site->judged = std::move(former->judged);
+        site->textIds = std::move(former->textIds);
+    } else {
+        site->textIds = idsOf(site->languages);
+    }
+    return true;
+}
+
+// What the answers of a site's databases depend on.
+static string stateOfDatabases(const SiteOptions &options)
+{
+    string state;
+    for (const SiteDatabase &database : options.databases)
+        for (const string &path : databaseFiles(database))
+            state += database.name + " " + path + " " + stateOfFile(path) + "\n";
+    for (const SiteFunction &function : options.functions)
+        state += function.name + " " + std::to_string(function.arguments) +
+                 (function.givesNumbers ? " number\n" : "\n");
+    return state;
+}
+
+static bool loadDatabases(Site *site, string *problem, Site *former)
+{
+    constexpr size_t mostAnswers = 10000; // queries that were typed letter by letter among them
+    if (site->options.databases.empty())
+        return true;
+    site->databaseState = stateOfDatabases(site->options);
+    const bool isSame = former && former->database && former->databaseState == site->databaseState;
+    if (isSame)
+        site->database = std::move(former->database);
+    else
+        site->database = openDatabases(site->options.databases, site->options.functions, problem);
+    if (site->database && site->database->answers.size() > mostAnswers)
+        site->database->answers.clear();
+    return site->database != nullptr;
+}
+
 bool loadSite(SiteOptions options, Site *site, string *problem,
-              const std::function<void(size_t)> &progress)
+              const std::function<void(size_t)> &progress, Site *former)
 {
     site->options = std::move(options);
     std::error_code error;
@@ -463,23 +548,11 @@ bool loadSite(SiteOptions options, Site *site, string *problem,
         site->fromWeb.insert(name);
         site->safe.insert(name);
     }
-    for (const string &path : site->options.texts) {
-        Language language;
-        const size_t faults = site->textFaults.size();
-        if (!readLanguage(path, &language, &site->textFaults, problem)) {
-            *problem = "cannot read texts " + path + ": " + *problem;
-            return false;
-        }
-        if (site->textFaults.size() == faults)
-            site->languages.push_back(std::move(language));
-    }
-    if (!site->options.databases.empty()) {
-        site->database = openDatabases(site->options.databases, site->options.functions, problem);
-        if (!site->database)
-            return false;
-    }
-    return loadPages(site, problem, progress);
+    return loadLanguages(site, problem, former) && loadDatabases(site, problem, former) &&
+           loadPages(site, problem, progress);
 }
+
+// ---- who sets what ----
 
 static string_view arrayOf(string_view key)
 {

@@ -87,6 +87,20 @@ struct QueryPlace {
 
 struct RowsOf;
 
+// What is wrong with a text by itself and beside its source.
+struct TextJudgement {
+    size_t language; // its index
+    uint32_t line;
+    const char *kind;
+    std::string text;
+};
+
+// That of all languages.
+struct JudgedTexts {
+    std::map<std::string, size_t, std::less<>> limits; // of the forms' fields, by id
+    std::vector<TextJudgement> judgements;
+};
+
 // What templates set, read, send and include.
 struct Collected {
     std::map<std::string, std::unique_ptr<Template>> templates; // all that were read, by path
@@ -116,6 +130,9 @@ struct Site : Collected {
     std::vector<TextFault> textFaults;          // of the others
     std::string problem;                        // why a template could not be read to its end
     std::unique_ptr<Database> database;         // null without one
+    std::string databaseState;                  // of what it was made from
+    std::vector<std::string_view> textIds;      // of all languages, ascending; of their own
+    std::optional<JudgedTexts> judged;          // of the languages as they are
     // Worked out when first asked for.
     std::unordered_map<const Command *, std::shared_ptr<RowsOf>> rows;
     std::map<std::string, uint8_t, std::less<>> holds; // VALUE_ bits of variables
@@ -123,9 +140,11 @@ struct Site : Collected {
 
 /* Reads all of a site. Returns false, with the reason in problem, when the document
  * root, a template that was named, a language's texts or the database cannot be read.
- * progress: called now and then with the number of templates read; may be empty. */
+ * progress: called now and then with the number of templates read; may be empty. former: the
+ * site as it was, whose languages and databases are taken over where their files have not
+ * changed; of no use afterwards. Null without one. */
 bool loadSite(SiteOptions options, Site *site, std::string *problem,
-              const std::function<void(size_t)> &progress = {});
+              const std::function<void(size_t)> &progress = {}, Site *former = nullptr);
 
 /* Adds the names that a template's forms and links send. */
 void collectNames(Site *site, const Template &tpl);

@@ -64,6 +64,7 @@ bool readLanguage(const string &path, Language *language, std::vector<TextFault>
     string bytes;
     language->path = path;
     language->code = codeOf(path);
+    language->state = stateOfFile(path);
     std::error_code error;
     if (!fs::is_regular_file(path, error)) {
         *problem = error ? error.message() : "not a regular file";

@@ -22,6 +22,7 @@ struct Language {
     std::string path;
     std::string header;                                     // the code in a PO file's header
     std::map<std::string, LanguageText, std::less<>> texts; // by id
+    std::string state;          // of the file when it was read, as of stateOfFile
     std::set<std::string> used; // ids that a comment says are used; "*" at an end for any rest
 };
 

@@ -197,6 +197,20 @@ bool replaceFile(const char *path, std::string_view bytes)
     return true;
 }
 
+static std::string stateOfOne(const std::string &path, bool isEmptyMissing)
+{
+    struct stat status;
+    if (stat(path.c_str(), &status) != 0 || (isEmptyMissing && status.st_size == 0))
+        return "-";
+    return std::to_string(status.st_ino) + " " + std::to_string(status.st_size) + " " +
+           std::to_string(status.st_mtim.tv_sec) + "." + std::to_string(status.st_mtim.tv_nsec);
+}
+
+std::string stateOfFile(const std::string &path)
+{
+    return stateOfOne(path, false) + ", " + stateOfOne(path + "-wal", true);
+}
+
 bool isSameFile(const char *a, const char *b)
 {
     struct stat first;

@@ -35,6 +35,10 @@ bool writeAll(int fd, std::string_view bytes);
  * only the new one's lasting that could not be made sure. */
 bool replaceFile(const char *path, std::string_view bytes);
 
+/* What tells whether a file has changed: its number, size and time; of a database also those of
+ * the file beside it that has its newest rows. "-" stands for one that is not there. */
+std::string stateOfFile(const std::string &path);
+
 /* Whether both paths lead to one file that exists. */
 bool isSameFile(const char *a, const char *b);
 

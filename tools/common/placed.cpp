@@ -105,6 +105,8 @@ const Break *breakOf(string_view text, const FieldPlace &place, const std::set<s
     const size_t end = place.before.size() + text.size();
     if (text.find("{?") != string_view::npos)
         return &holdsField;
+    if (!place.inCommand && !place.behindReference)
+        return !text.empty() && whole.find("<?") < end ? &beginsCommand : nullptr;
     for (size_t i = text.empty() ? end : 0; i < end;) {
         const size_t sound = place.inCommand ? soundLength(whole, i, meant) : 0;
         const bool isSound = sound && i >= place.before.size() && i + sound <= end;
@@ -126,10 +128,10 @@ bool leavesPart(string_view text, const HtmlState &state)
         state.part == Part::VALUE || state.part == Part::BEFORE_VALUE || state.part == Part::RAW;
     const bool unquoted = expected.part == Part::VALUE && !expected.quote;
     const bool hasStrings = state.content == Content::SCRIPT || state.content == Content::STYLE;
-    for (size_t i = 0; i < text.size(); ++i) {
+    if (!inside)
+        follow(&reached, text);
+    for (size_t i = 0; inside && i < text.size(); ++i) {
         follow(&reached, text.substr(i, 1));
-        if (!inside)
-            continue;
         const bool same = reached.part == expected.part && reached.quote == expected.quote &&
                           reached.script == expected.script;
         if (!same && (expected.part == Part::VALUE || hasStrings || reached.part != expected.part))

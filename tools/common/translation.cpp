@@ -158,7 +158,9 @@ static Placeholders placeholdersOf(string_view text)
 
 std::set<string> referencesOf(string_view text)
 {
-    std::set<string> named = placeholdersOf(text).named;
+    std::set<string> named;
+    if (text.find('$') != string_view::npos)
+        named = placeholdersOf(text).named;
     std::erase_if(named, [](const string &name) { return name[0] != '$'; });
     return named;
 }

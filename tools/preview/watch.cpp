@@ -8,11 +8,12 @@
 #include <errno.h>
 #include <limits.h>
 #include <sys/inotify.h>
-#include <sys/stat.h>
 #include <unistd.h>
 #include <algorithm>
 #include <filesystem>
 #include <string_view>
+
+#include "tools/common/files.h"
 
 using std::string;
 using std::string_view;
@@ -30,21 +31,6 @@ static bool isForeign(string_view name)
     constexpr const char *ends[] = {"~", ".swp", ".swx", ".tmp", "-journal", "-wal", "-shm"};
     return name.starts_with('.') || name == "4913" ||
            std::ranges::any_of(ends, [&](const char *end) { return name.ends_with(end); });
-}
-
-static string stateOfOne(const string &path, bool isEmptyMissing)
-{
-    struct stat status;
-    if (stat(path.c_str(), &status) != 0 || (isEmptyMissing && status.st_size == 0))
-        return "-";
-    return std::to_string(status.st_ino) + " " + std::to_string(status.st_size) + " " +
-           std::to_string(status.st_mtim.tv_sec) + "." + std::to_string(status.st_mtim.tv_nsec);
-}
-
-// A database's newest rows may stand in the file beside it.
-static string stateOf(const string &path)
-{
-    return stateOfOne(path, false) + ", " + stateOfOne(path + "-wal", true);
 }
 
 static bool watchFolder(Watch &watch, const string &folder)
@@ -80,7 +66,7 @@ bool watchAll(Watch &watch)
     watchTree(watch, watch.folder);
     for (const string &file : watch.files) {
         watchFolder(watch, fs::path(file).parent_path());
-        watch.state.try_emplace(file, stateOf(file));
+        watch.state.try_emplace(file, stateOfFile(file));
     }
     return true;
 }
@@ -120,7 +106,7 @@ bool watchTake(Watch &watch, std::set<string> &changed)
             at += static_cast<ssize_t>(sizeof *event + event->len);
         }
     for (auto &[path, state] : watch.state) {
-        const string now = stateOf(path);
+        const string now = stateOfFile(path);
         if (now == state)
             continue;
         const string name = nameBelow(watch, path);
