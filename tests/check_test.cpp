@@ -265,6 +265,81 @@ TEST(Check, PrintsAndRefuses)
 #endif
 }
 
+// Files that are found, named and left out.
+TEST(Check, KnowsItsSite)
+{
+    const std::string unset = ": error: $var:x is not set anywhere [variable-unset]\n";
+    const std::string root = std::filesystem::current_path();
+    writeFile("orv-check.json", R"({"docroot": "site"})");
+    writeFile("site/a.htm", "<p><?include deep/b.frm?></p>");
+    writeFile("site/deep/b.frm", "<?echo $var:x?>");
+    writeFile("site/deep/c.page", "<?echo 1?>");
+    writeFile("site/image.png", std::string("<?echo $var:x?>\0", 16));
+    writeFile("site/log.txt", "<?echo $var:x?>");
+    std::filesystem::resize_file("site/log.txt", (16 << 20) + 1);
+    for (const auto &[to, from] : {std::pair("..", "loop"), {"deep/b.frm", "link.frm"}})
+        std::filesystem::create_symlink(to, std::string("site/") + from);
+    const struct {
+        std::string from, arguments, out, err;
+    } rows[] = {
+        {".", "", "site/deep/b.frm:1:8" + unset, "3 templates checked: 1 error\n"},
+        {"site/deep", "--only b.frm", "b.frm:1:8" + unset, "3 templates checked: 1 error\n"},
+        {"site/deep", "c.page", "", "1 template checked, nothing found\n"},
+        {"site", "--only deep/c.page a.htm", "", "3 templates checked, nothing found\n"},
+        {"site", "--only --quiet", "", ""},
+        {".", "--only deep/b.frm", "site/deep/b.frm:1:8" + unset, "3 templates checked: 1 error\n"},
+        {"/", "--only " + root + "/site/deep/b.frm", root + "/site/deep/b.frm:1:8" + unset,
+         "3 templates checked: 1 error\n"},
+        {"/", root + "/site/deep/b.frm", root + "/site/deep/b.frm:1:8" + unset,
+         "1 template checked: 1 error\n"},
+        {".", "--quiet --only out site/image.png orv-check.json site/gone", "",
+         "not part of the site: out, site/gone\n"},
+        {".", "--ignore variable-unset", "", "3 templates checked, nothing found\n"},
+    };
+    for (const auto &[from, arguments, out, err] : rows) {
+        EXPECT_EQ(runCommand("(cd " + from + " && " ORV_CHECK " " + arguments + ")"), !out.empty());
+        EXPECT_EQ(readFile("out"), out) << arguments;
+        EXPECT_EQ(readFile("err"), err.empty() ? "" : "orv-check: " + err) << arguments;
+    }
+    EXPECT_EQ(runCommand(ORV_CHECK " --init"), 2);
+    EXPECT_EQ(readFile("err"), "orv-check: cannot make orv-check.json: File exists\n");
+    std::filesystem::remove("orv-check.json");
+    writeFile("site/s.sql", "create table t(a);");
+    writeFile("site/en.po", "msgid \"a\"\nmsgstr \"b\"\n");
+    EXPECT_EQ(runCommand(ORV_CHECK " --init && " ORV_CHECK " --ignore text-unused"), 1);
+    EXPECT_EQ(readFile("err"), "orv-check: 3 templates checked: 1 error\n");
+    for (const char *guessed : {R"("docroot": "site",)", R"("databases": {"main":"site/s.sql"},)",
+                                R"("texts": ["site/en.po"],)", R"(none sets them: ["x"])"})
+        EXPECT_NE(readFile("orv-check.json").find(guessed), std::string::npos) << guessed;
+    const std::string wrong[][2] = {
+        {"{\n\"docroot\": 1}", "2: 'docroot' must be a text, not a number"},
+        {"{\n\n \"docroot\": \"gone\"}", "3: there is no folder gone"},
+        {R"({"databases": {"main": "a.db"}})", "1: there is no file a.db"},
+        {R"({"databases": {"log": "a.db"}})", "1: one of the databases must be 'main'"},
+        {R"({"docroot": "a", "docroot": "b"})", "1: 'docroot' is set twice"},
+        {"{\"docroot\": \"a\",\n}", "2:1: syntax error while parsing object key - unexpected '}'; "
+                                    "expected string literal"},
+        {"{\"kinds\": {\n\"syntaks\": \"off\"}}",
+         "2: there is no kind 'syntaks'; did you mean 'syntax'?"},
+        {R"({"kinds": {"syntax": "of"}})",
+         "1: 'syntax' is \"off\", \"hint\", \"warning\" or \"error\", not \"of\""},
+        {R"({"functions": {"a(x": "text"}})",
+         "1: 'a(x' must be NAME or NAME(COUNT), with the number of its arguments"},
+        {R"({"variables": {"from": ["site"]}})", "1: cannot read site: Is a directory"},
+        {R"({"overrides": [{"kinds": {}}]})", "1: an override needs 'files', a list of patterns"},
+    };
+    for (const auto &[file, message] : wrong) {
+        writeFile("orv-check.json", file);
+        EXPECT_EQ(runCommand(ORV_CHECK), 2) << file;
+        EXPECT_EQ(readFile("err"), "orv-check: orv-check.json:" + message + "\n");
+    }
+    writeFile("s.sql", "create table t(a);\n\nvacuum into 'stolen';");
+    EXPECT_EQ(runCommand(ORV_CHECK " --config " ORV_SOURCE "/examples/orv-check.json --db s.sql"),
+              2);
+    EXPECT_EQ(readFile("err"), "orv-check: s.sql:3: authorization denied\n");
+    EXPECT_FALSE(std::filesystem::exists("stolen"));
+}
+
 TEST(Check, PrintsSarif)
 {
     writeFile("t.htm", "\xF0\x9F\x8E\x88\xC3\xA4<?print $var:user?>");

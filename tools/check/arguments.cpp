@@ -229,17 +229,19 @@ int readArguments(int argc, char **argv, Arguments *arguments)
 // Paths of templates as they are seen from the working directory.
 static void prefixPaths(std::vector<Finding> *findings, const Site &site)
 {
-    const string prefix = fs::path(site.options.docRoot).lexically_normal() == "."
-                              ? ""
-                              : (fs::path(site.options.docRoot) / "").string();
-    auto prefixed = [&](string *path) {
-        if (site.templates.contains(*path))
-            *path = prefix + *path;
+    std::error_code error;
+    const fs::path here = fs::current_path(error);
+    const fs::path root = site.options.docRoot;
+    auto prefix = [&](string *path) {
+        if (!site.templates.contains(*path))
+            return;
+        const fs::path whole = (here / root / *path).lexically_normal();
+        *path = root.is_absolute() || error ? whole : whole.lexically_proximate(here);
     };
     for (Finding &finding : *findings) {
-        prefixed(&finding.path);
+        prefix(&finding.path);
         for (Note &note : finding.notes)
-            prefixed(&note.path);
+            prefix(&note.path);
     }
 }
 
