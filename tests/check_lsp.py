@@ -216,6 +216,31 @@ try:
         "en: Menu")
     server.kill()
 
+    # Each document belongs to the site of the nearest file above it, one server to them all.
+    server.wait()
+    server = subprocess.Popen([checker, "--lsp"], stdin=subprocess.PIPE, stdout=subprocess.PIPE)
+    for name, variable in (("one", "user"), ("two", "other")):
+        os.makedirs(os.path.join(folder, name, "web", "deep"))
+        with open(os.path.join(folder, name, "orv-check.json"), "w", encoding="ascii") as file:
+            json.dump({"docroot": "web", "variables": {"set": [variable]}}, file)
+    has(ask("initialize", workspaceFolders=[{"uri": f"file://{folder}/{name}", "name": name}
+                                            for name in ("one", "none")],
+            capabilities={})["result"]["capabilities"], "workspace")
+    text = "<?echo $var:user?><?print $var:other?>"
+    for name, codes in (("one", ["variable-unset", "escape-missing"]),
+                        ("two", ["variable-unset", "escape-missing"])):
+        page = f"file://{folder}/{name}/web/deep/new.page"
+        tell("textDocument/didOpen", textDocument={"uri": page, "text": text})
+        found = diagnostics(page)
+        equal(sorted(d["code"] for d in found), sorted(codes))
+        equal([d["range"]["start"]["character"] for d in found if d["code"] == "variable-unset"],
+              [26 if name == "one" else 7])
+    with open(os.path.join(folder, "two", "orv-check.json"), "w", encoding="ascii") as file:
+        file.write('{"variables": {"set": ["user"]},\n "kinds": {"escape-missing": "off"}}')
+    tell("workspace/didChangeWatchedFiles", changes=[])
+    equal([d["range"]["start"]["character"] for d in diagnostics(page)], [26])
+    server.kill()
+
     # A stream that has lost its frame.
     server = start()
     server.stdin.write(b"Content-Length: nothing\r\n\r\n{}")
