@@ -45,6 +45,26 @@ static constexpr struct {
     {NOT_STORED, "Service Unavailable"},
 };
 
+// What the program and its scripts say, for sites without texts of their own.
+static constexpr struct {
+    const char *id;
+    const char *text;
+} commonTexts[] = {
+    {"site.error.fields", "Please look at the marked fields. Nothing has been saved."},
+    {"site.bad.token", "Nothing has been saved: the form was too old. Please send it again."},
+    {"site.bad.store", "This cannot be done at the moment, and nothing has been changed."},
+    {"site.refused.large", "The request was too large."},
+    {"site.login.again", "You are signed in again. Nothing has been saved yet."},
+    {"site.login.bad.password", "This password is wrong."},
+    {"site.login.bad.wait", "Too many wrong passwords. Please wait a minute and try again."},
+    {"site.logout.done", "You are signed out."},
+    {"site.session.ended", "The other browser is signed out."},
+    {"site.password.saved", "The password has been changed."},
+    {"site.password.bad.length", "The password must have 8 to 64 characters."},
+    {"site.password.bad.repeat", "The two passwords differ."},
+    {"site.password.bad.weak", "This password is one of those that are tried first."},
+};
+
 static constexpr PageKind kinds[] = {
     {".htm", "text/html; charset=utf-8", false},
     {".csv", "text/csv; charset=utf-8", true},
@@ -70,10 +90,17 @@ void refuse(Exchange &x, int status)
     x.shown = errorPage;
 }
 
+// Returns the text of an id, in the language that is chosen or as all sites have it; what is no
+// id is a text.
 static string lookUp(const string &id)
 {
     const char *text = id.empty() ? "" : Orv_Interpreter_LookupDBField(id.c_str());
-    return text ? text : id;
+    if (text)
+        return text;
+    for (const auto &common : commonTexts)
+        if (id == common.id)
+            return common.text;
+    return id;
 }
 
 // Returns what leads from the page that was asked for to the site's own folder.

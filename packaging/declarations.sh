@@ -13,7 +13,7 @@ awk -v heading="${2-}" '
     }
     /^#ifdef __cplusplus/ {skip = 1}
     skip {skip = !/^#endif/; next}
-    /^#(ifndef|include|if|else|endif)/ || /^#define ORV(INTERPRETER_H$|_API)/ {next}
+    /^#(ifndef|include|if|else|endif)/ || /^#define ORV(INTERPRETER_H$|HOST_H$|_API|_HOST_API)/ {next}
     /^\/\*/ {flush(); comment = 1}
     comment {
         comment = !/\*\/$/

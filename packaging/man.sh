@@ -15,7 +15,7 @@ trap 'rm -rf "$work"' EXIT
 # As old as the version is: a build's own date would make each page another one.
 date=$(sed -n 's/^## [0-9.]* - //p;T;q' "$(dirname "$0")/../CHANGES.md")
 
-pages='orv-render(1) orv-textdb(1) orv-check(1) orv-preview(1) orvinterpreter(3) orv-templates(7)'
+pages='orv-render(1) orv-textdb(1) orv-check(1) orv-preview(1) orvinterpreter(3) orvhost(3) orv-templates(7)'
 
 # The other pages, and where the documents are.
 see_also() {
@@ -46,14 +46,14 @@ document_page() {
     local doc=$1 header=${2-} title names=$name
     title=$(sed -n 's/^# //p;T;q' "$doc")
     [[ -z $header ]] ||
-        names+=$(sed -n 's/^ORV_API.*\(Orv_Interpreter_[A-Za-z]*\)(.*/, \1/p' "$header" | tr -d '\n')
+        names+=$(sed -n 's/^ORV_[A-Z_]*API.*\(Orv_[A-Za-z]*_[A-Za-z]*\)(.*/, \1/p' "$header" | tr -d '\n')
     {
         printf '# NAME\n\n%s - %s\n\n' "$names" "${title,}"
         [[ -z $header ]] || printf '# SYNOPSIS\n\n`#include <%s>`\n\n' "$(basename "$header")"
         sed '0,/^# /{/^# /!d;s/.*/# DESCRIPTION/}; s/^##/#/
             s/\[\([^]]*\)\](#[^)]*)/\1/g
             s/^```page$/Page:\n\n&/; s/^```log$/Log:\n\n&/; s/^```request$/Request:\n\n&/
-            s/^```\([a-z]*\.[a-z]*\)$/\1:\n\n&/' "$doc"
+            s/^```\([a-z0-9-]*\.[a-z]*\)$/\1:\n\n&/' "$doc"
         if [[ -n $header ]]; then
             printf '\n# The header\n\n'
             "$(dirname "$0")/declarations.sh" "$header"

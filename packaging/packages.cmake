@@ -68,6 +68,8 @@ if(ORV_DOCS)
     install(FILES ${orv_packages}/man/orv-templates.7.gz DESTINATION ${man}/man7 COMPONENT tools)
     set(header ${PROJECT_SOURCE_DIR}/interface/orvinterpreter.h)
     orv_man(orvinterpreter.3 ${PROJECT_SOURCE_DIR}/docs/embedding.md ${header})
+    orv_man(orvhost.3 ${PROJECT_SOURCE_DIR}/docs/site.md ${PROJECT_SOURCE_DIR}/host/orvhost.h)
+    install(FILES ${orv_packages}/man/orvhost.3.gz DESTINATION ${man}/man3 COMPONENT development)
     # Each function leads to the one page of them all.
     set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${header})
     file(STRINGS ${header} declarations REGEX "^ORV_API .*Orv_Interpreter_[A-Za-z]+\\(")
