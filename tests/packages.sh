@@ -75,6 +75,7 @@ build_example_host() {
 }
 
 # The other hosts, as each says at its top how it is built; they run as in the test of that name.
+# And the document that leads to the first page.
 build_hosts() {
     local source line
     cp -r "$doc-dev/examples/hosts" .
@@ -87,7 +88,10 @@ build_hosts() {
     mkdir programs
     mv smallest/smallest cgi fastcgi server programs
     "$tests/hosts.py" . "$doc-doc/README.md" programs "$root/usr/bin/orv-textdb" || check hosts 0 $?
-    cd ..
+    mkdir first
+    cd first
+    PATH=$root/usr/bin:$PATH "$tests/first_page.py" "$doc-doc/docs/first-page.md" || check 'the first page' 0 $?
+    cd ../..
 }
 
 # The settings are asked as Buildroot asks them, and the recipe is read with a stand-in for
@@ -150,6 +154,8 @@ for deb in ./*.deb; do
     [[ $deb == ./orv* || $deb == *-doc_* ]] || kind=same
     check "$deb: beside other machines'" $kind "$(dpkg-deb -f "$deb" Multi-Arch)"
 done
+id=$(readelf -n "$build/liborvinterpreter.so" | sed -n 's/.*Build ID: //p')
+check "a debugger's package" 1 "$(dpkg-deb -c liborvinterpreter1-dbgsym_*.ddeb | grep -c "/${id:0:2}/${id:2}.debug$")"
 check 'five packages' 5 "$(grep -c ' status installed ' "$work/log")"
 version=$(dpkg-deb -f "$(echo liborvinterpreter1_*.deb)" Version)
 version=${version%-*}

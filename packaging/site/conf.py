@@ -14,7 +14,7 @@ logger = logging.getLogger(__name__)
 navigation = {
     "Writing templates": ["preview", "templates", "security", "checking"],
     "Translating": ["translating", "textdb"],
-    "Embedding the interpreter": ["site", "embedding", "reference", "reliability"],
+    "Embedding the interpreter": ["site", "first-page", "hosts", "embedding", "reference", "reliability"],
     "Building devices": ["device", "performance"],
     "Changing the library": ["developing", "CHANGES"],
 }
