@@ -11,8 +11,8 @@ usage() {
     cat <<'END'
 Usage: packaging/packages.sh
 Makes liborvinterpreter1, liborvhost1, liborvinterpreter-dev, orvinterpreter-tools and
-liborvinterpreter-doc in build/packages, and for debuggers
-what is stripped from the programs (*-dbgsym_*.ddeb). DEBFULLNAME and DEBEMAIL name the maintainer.
+liborvinterpreter-doc in build/packages, and for debuggers what is stripped from the
+programs (*-dbgsym_*.ddeb). DEBFULLNAME and DEBEMAIL name the maintainer.
 END
 }
 
