@@ -188,6 +188,7 @@ set(CPACK_DEBIAN_DOCUMENTATION_PACKAGE_ARCHITECTURE all)
 
 # For cpack.cmake.
 set(CPACK_PROJECT_CONFIG_FILE ${orv_packaging}/cpack.cmake)
+set(CPACK_POST_BUILD_SCRIPTS ${orv_packaging}/unscript.cmake)
 set(CPACK_ORV_DOCS ${ORV_DOCS})
 set(CPACK_ORV_LIBRARY ${PROJECT_BINARY_DIR}/liborvinterpreter.so.${PROJECT_VERSION})
 set(CPACK_ORV_HOST ${PROJECT_BINARY_DIR}/host/liborvhost.so.${PROJECT_VERSION})
