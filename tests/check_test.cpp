@@ -115,6 +115,20 @@ static std::string checkRow(const std::string &options)
     return printFindings(looked.findings, Form::TEXT);
 }
 
+// Rows of most documents are pieces of pages: what whole pages have to have is left out there.
+static std::string pageKindsLeftOut(const std::string &document)
+{
+    std::string options;
+    for (const char *name : {"structure.md", "pages.md", "json.md"})
+        if (document.ends_with(name))
+            return options;
+    for (const Kind &kind : allKinds())
+        if (std::string_view(kind.id).starts_with("html-") ||
+            kind.id == std::string("link-missing"))
+            options += std::string("--ignore ") + kind.id + " ";
+    return options;
+}
+
 static std::string firstLine(const std::string &text)
 {
     return text.substr(0, text.find('\n'));
@@ -132,7 +146,7 @@ static void compareRow(const std::string &document, const Row &row)
         if (name.ends_with(".sql") && !row.files.contains(SITE_FILE))
             makeDatabase(name);
     }
-    std::istringstream lines(checkRow(row.files.at("options").text));
+    std::istringstream lines(checkRow(pageKindsLeftOut(document) + row.files.at("options").text));
     for (std::string line; std::getline(lines, line);) {
         const bool isNote = line.find(": note: ") != std::string::npos;
         if (!takeMark(line, &marks) && !isNote)
@@ -374,6 +388,7 @@ TEST(Check, FindsNothingInTheRecipes)
     std::string options = "--db device.db";
     std::string request;
     std::vector<Mark> none;
+    writeFile("chart.js", "// draws");
     int pages = 0;
     for (Block block : readBlocks(path)) {
         const std::string name = block.kind.substr(0, block.kind.find('.'));

@@ -1,5 +1,4 @@
-<?-- What backup.htm lets one keep.
-     orv-check: ignore escape-script: json_group_object quotes what it holds ?><?querytext "select json_insert(json_group_object(name, iif(kind in ('number', 'box'), cast(value as integer), value)),
+<?-- What backup.htm lets one keep. ?><?querytext "select json_insert(json_group_object(name, iif(kind in ('number', 'box'), cast(value as integer), value)),
     '$$.kind', model, '$$.firmware', firmware, '$$.serial', serial,
     '$$.date', strftime('%Y-%m-%d %H:%M', 'now', 'localtime'))
     from setting, status where kind <> 'secret' or :secrets is not null"?>

@@ -41,6 +41,8 @@ static constexpr char helpText[] =
     "                   a page: a number, or the site's own address\n"
     "  --set-from FILE  the same for a list: a name a line, with the word safe behind it\n"
     "                   for such a one; # begins a comment\n"
+    "  --route PATTERN  an address that the web program answers itself, so that no file of\n"
+    "                   it has to be there; repeatable\n"
     "  --ignore ID      leave findings of that kind out; repeatable. In a template,\n"
     "                   <?-- orv-check: ignore ID: reason ?> does it for the command\n"
     "                   behind it\n"
@@ -65,6 +67,7 @@ enum OptionNumber : size_t {
     OPT_SET,
     OPT_SAFE,
     OPT_SET_FROM,
+    OPT_ROUTE,
     OPT_IGNORE,
     OPT_ALSO,
     OPT_ONLY,
@@ -79,11 +82,11 @@ enum OptionNumber : size_t {
 
 // In the order of OptionNumber.
 static constexpr OptionRow optionRows[] = {
-    {"init", 0, false},  {"config", 0, true},   {"docroot", 0, true}, {"db", 0, true},
-    {"texts", 0, true},  {"set", 0, true},      {"safe", 0, true},    {"set-from", 0, true},
-    {"ignore", 0, true}, {"also", 0, true},     {"only", 0, false},   {"quiet", 0, false},
-    {"format", 0, true}, {"lsp", 0, false},     {"list", 0, false},   {"explain", 0, true},
-    {"help", 0, false},  {"version", 0, false},
+    {"init", 0, false},   {"config", 0, true}, {"docroot", 0, true},  {"db", 0, true},
+    {"texts", 0, true},   {"set", 0, true},    {"safe", 0, true},     {"set-from", 0, true},
+    {"route", 0, true},   {"ignore", 0, true}, {"also", 0, true},     {"only", 0, false},
+    {"quiet", 0, false},  {"format", 0, true}, {"lsp", 0, false},     {"list", 0, false},
+    {"explain", 0, true}, {"help", 0, false},  {"version", 0, false},
 };
 
 int printAnswer(const string &text, int status)
@@ -129,6 +132,7 @@ static bool takeGiven(const CommandLine &line, GivenOptions *given)
     site.texts.assign(line.values[OPT_TEXTS].begin(), line.values[OPT_TEXTS].end());
     site.set.assign(line.values[OPT_SET].begin(), line.values[OPT_SET].end());
     site.safe.assign(line.values[OPT_SAFE].begin(), line.values[OPT_SAFE].end());
+    site.routes.assign(line.values[OPT_ROUTE].begin(), line.values[OPT_ROUTE].end());
     for (const char *path : line.values[OPT_SET_FROM])
         if (!readNames(path, &site)) {
             complain(0, "cannot read %s: %s", path, strerror(errno));

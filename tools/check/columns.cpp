@@ -23,9 +23,13 @@ static const Values ANYTHING = {true, {}};
 
 void Values::join(const Values &other)
 {
+    json = isFree && other.isFree ? std::min(json, other.json) : isFree ? json : other.json;
     isFree = isFree || other.isFree;
     texts.insert(other.texts.begin(), other.texts.end());
-    isFree = isFree || texts.size() > MOST_TEXTS;
+    if (texts.size() > MOST_TEXTS) {
+        isFree = true;
+        json = 0;
+    }
     if (isFree)
         texts.clear();
 }
@@ -263,7 +267,7 @@ static void giveResult(Machine &machine, const Instruction &in)
 
 namespace
 {
-enum class Returns : uint8_t { NUMBER, ARGUMENT, TEXT };
+enum class Returns : uint8_t { NUMBER, ARGUMENT, TEXT, JSON, REPLACED };
 
 struct FunctionRow {
     Returns returns;
@@ -281,6 +285,10 @@ static constexpr FunctionRow functionRows[] = {
     {Returns::TEXT, "2000-01-31 23:59:59.999", "date datetime time"},
     {Returns::TEXT, "0F", "hex"},
     {Returns::TEXT, "integer", "typeof"},
+    {Returns::JSON, "",
+     "-> json json_array json_group_array json_group_object json_insert json_object json_patch "
+     "json_quote json_remove json_replace json_set"},
+    {Returns::REPLACED, "", "replace"},
 };
 
 // Whether a list of words has this one.
@@ -291,6 +299,17 @@ static bool hasWord(string_view list, string_view word)
             (at + word.size() == list.size() || list[at + word.size()] == ' '))
             return true;
     return false;
+}
+
+// JSON stays what it is without its <, which a script element cannot hold.
+static Values replaced(Machine &machine, const Instruction &in)
+{
+    const Values &of = machine.get(in.p2);
+    const bool isUnset = !of.isFree && of.texts.empty();
+    if (isUnset || (!machine.get(in.p2 + 1).isFree && machine.get(in.p2 + 1).texts.empty()))
+        return {}; // the program has not come there
+    const bool isLess = machine.get(in.p2 + 1).texts == std::set<string>{"<"};
+    return of.isFree && of.json && isLess ? Values{true, {}, JSON_IN_SCRIPT} : ANYTHING;
 }
 
 // What a function returns: p4 is "NAME(COUNT)", p2 the register of its first argument.
@@ -309,6 +328,10 @@ static Values resultOf(Machine &machine, const Instruction &in)
         return {};
     if (row->returns == Returns::TEXT)
         return {false, {row->text}};
+    if (row->returns == Returns::JSON)
+        return {true, {}, 1};
+    if (row->returns == Returns::REPLACED)
+        return replaced(machine, in);
     Values values = {count < 0, {}};
     for (int i = 0; i < count; ++i)
         values.join(machine.get(in.p2 + i));

@@ -2,6 +2,8 @@
 #ifndef ORV_CHECK_COLUMNS_H
 #define ORV_CHECK_COLUMNS_H
 
+#include <stdint.h>
+
 #include <map>
 #include <set>
 #include <string>
@@ -11,10 +13,13 @@
 
 struct sqlite3;
 
+constexpr uint8_t JSON_IN_SCRIPT = 2; // JSON without a <
+
 // What a value can be, besides null and any number.
 struct Values {
     bool isFree = false;         // any text
     std::set<std::string> texts; // otherwise these, which the query itself names
+    uint8_t json = 0;            // the texts are JSON: 1, or JSON_IN_SCRIPT
 
     bool isNumber() const
     {

@@ -211,8 +211,54 @@ static constexpr Kind kinds[] = {
      "<iframe srcdoc=\"<?echo $var:note?>\"></iframe>"},
     {"escape-context", ERROR,
      "The branches of an if, or the iterations of a body, end in different parts of HTML, so what "
-     "follows is read in one way or another; or the page ends inside a tag or script.",
+     "follows is read in one way or another.",
      "<p title=\"<?if eq $var:a 1 `x\">`?>"},
+    {"html-tag", ERROR,
+     "Tags that do not belong together: an end tag that closes nothing, an element that is never "
+     "closed, an end tag in front of that of an element inside, a name that HTML does not have. "
+     "The page is looked at as a whole, through includes, branches and bodies; what any way "
+     "through it makes right is right. End tags that HTML lets go, as </li>, may be left out.",
+     "<div><p>text</p>"},
+    {"html-attribute", ERROR,
+     "An attribute that browsers read in another way than it looks: a quote or a blank is "
+     "missing, it stands in the tag twice, its name is misspelt.",
+     "<a href=\"x.htm\"class=\"b\">"},
+    {"html-open", ERROR,
+     "A comment, script, style, title or tag that has no end: all that follows is lost in it.",
+     "<style>p { color: red }"},
+    {"html-nesting", ERROR,
+     "An element where HTML has no place for it, so that browsers put it elsewhere: a block in a "
+     "paragraph, a form in a form, a link in a link, a row outside of its table.",
+     "<p>text <div>block</div></p>"},
+    {"html-id", ERROR,
+     "An id that two elements of one page have, in one of its ways at least, or each row of a "
+     "body; or one with blanks. Of html, head, body, main and title a page has one, too.",
+     "<p id=\"a\"></p><p id=\"a\"></p>"},
+    {"html-reference", ERROR,
+     "An attribute names an id that no element of the page has, whatever its branches: for of a "
+     "label, aria-labelledby and the like, form, list, a link to #id.",
+     "<label for=\"nothere\">Name</label>"},
+    {"html-name", WARNING,
+     "What those who do not see the page are told nothing of: a field without a label, an image "
+     "without alt, a link or button without text.",
+     "<img src=\"icon.svg\">"},
+    {"html-document", WARNING,
+     "A whole page, with <html>, lacks its title, its lang or <!DOCTYPE html>.",
+     "<!DOCTYPE html><html lang=\"en\"><body></body></html>"},
+    {"html-entity", WARNING, "A character reference that is misspelt or has no semicolon.",
+     "<p>a&nbps;b</p>"},
+    {"link-missing", ERROR,
+     "A link, form, image or script leads to a file that is not below the document root. What the "
+     "web program answers itself is named with --route.",
+     "<a href=\"nothere.htm\">x</a>"},
+    {"json-syntax", ERROR,
+     "A JSON page, or a script element of JSON, is no JSON in some way through it: for no row, "
+     "one row or more of them, in one branch.",
+     "[<?multiquery 'select n from t' '$1,'?>] in a .json page"},
+    {"escape-json", ERROR,
+     "A value in JSON that is not escaped for it. HTML and script escaping make no JSON: let "
+     "SQL's json_quote or json_object do it, and print that by querytext.",
+     "{\"name\": \"<?printjs $var:name?>\"} in a .json page"},
     {"limit", ERROR,
      "More than the interpreter takes: 64 bodies inside each other, values of level 9 at most, 35 "
      "columns, 128 characters of a text field's id, 66559 bytes of computed arguments, some 10000 "

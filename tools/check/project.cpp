@@ -82,6 +82,7 @@ static bool takeSiteFile(const SiteFile &file, SiteOptions *site, string *proble
             return false;
         }
     site->pages = file.pages;
+    site->routes = file.routes;
     site->exclude = file.exclude;
     return takeKinds(file, file.kinds, {}, site, problem) &&
            std::all_of(file.overrides.begin(), file.overrides.end(), [&](const SiteOverride &one) {
@@ -123,6 +124,7 @@ bool makeOptions(const GivenOptions &given, const string &folder, SiteOptions *s
         return false;
     append(&site->set, given.site.set);
     append(&site->safe, given.site.safe);
+    append(&site->routes, given.site.routes);
     append(&site->rules, given.site.rules);
     for (std::vector<string> *names : {&site->set, &site->safe})
         for (string &name : *names)

@@ -161,7 +161,8 @@ std::vector<Finding> checkSite(Site &site)
     checkNames(all);
     checkConstants(all);
     checkFlow(all);
-    checkHtml(all);
+    checkStructure(all);
+    checkHtml(all); // knows then what has no end
     checkIgnoreComments(all);
     gradeFindings(site, &all.findings);
     sortFindings(&all.findings);

@@ -11,6 +11,9 @@ struct Report {
     Site &site;
     std::vector<Finding> findings;
     std::map<const Template *, IgnoreComments> ignored; // where something was found
+    // Elements and comments without end, by where they begin: where reading goes on as if
+    // they had ended; 0 for a value.
+    std::map<std::pair<const Template *, uint32_t>, uint32_t> endless;
 
     size_t likened = 0; // pairs of words, to find what was meant
 
@@ -50,6 +53,7 @@ void checkNames(Report &all);
 void checkConstants(Report &all);
 void checkFlow(Report &all);
 void checkHtml(Report &all);
+void checkStructure(Report &all);
 
 /* All of them, sorted, graded as the site's options say and without what they leave out. */
 std::vector<Finding> checkSite(Site &site);

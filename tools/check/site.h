@@ -75,6 +75,7 @@ struct SiteOptions {
     std::vector<KindRule> rules;         // the last that fits counts
     std::vector<std::string> pages;      // patterns; empty for templates that no other includes
     std::vector<std::string> exclude;    // patterns of files that are not looked at
+    std::vector<std::string> routes;     // patterns of what the web program answers
     std::vector<std::string> templates;  // the pages, paths below docRoot; empty for all
     std::map<std::string, std::string> unsaved; // contents that stand for files, by path
 };

@@ -544,6 +544,8 @@ HtmlState beginOf(string_view path)
             memcpy(state.element, "script", 6);
         }
     }
+    if (endsWith(path, ".json"))
+        memcpy(state.type, "json", 4);
     if (endsWith(path, ".css")) {
         state.part = Part::RAW;
         state.content = Content::STYLE;
@@ -642,6 +644,14 @@ bool beginsAddress(const HtmlState &state)
     if (state.content != Content::ADDRESS)
         return false;
     return state.part == Part::BEFORE_VALUE || (state.part == Part::VALUE && !state.valueBegun);
+}
+
+bool isJson(const HtmlState &state)
+{
+    const string_view type(state.type, strnlen(state.type, sizeof state.type));
+    return state.part == Part::RAW && state.content == Content::SCRIPT &&
+           (type.find("json") != string_view::npos || type == "importmap" ||
+            type == "speculationrules");
 }
 
 static const char *describeScript(Script script)

@@ -78,6 +78,9 @@ bool joinStates(const HtmlState &a, const HtmlState &b, HtmlState *joined);
 /* Whether a value here would be the beginning of an address. */
 bool beginsAddress(const HtmlState &state);
 
+/* Whether the text of a script is JSON. */
+bool isJson(const HtmlState &state);
+
 /* What a reader calls that part: "the value of href in double quotes". */
 std::string describe(const HtmlState &state);
 

@@ -220,6 +220,8 @@ static constexpr Setting settings[] = {
     {"overrides", Json::Kind::ARRAY, takeOverrides},
     {"pages", Json::Kind::ARRAY,
      [](const Reader &in, const Json &list) { in.site->pages = patternsOf(in, list); }},
+    {"routes", Json::Kind::ARRAY,
+     [](const Reader &in, const Json &list) { in.site->routes = textsOf(list, "an address"); }},
     {"exclude", Json::Kind::ARRAY,
      [](const Reader &in, const Json &list) { in.site->exclude = patternsOf(in, list); }},
 };

@@ -74,6 +74,7 @@ struct SiteFile {
     std::vector<SiteKind> kinds;
     std::vector<SiteOverride> overrides;
     std::vector<std::string> pages;   // patterns; empty for all that no other template includes
+    std::vector<std::string> routes;  // patterns of addresses that the web program answers
     std::vector<std::string> exclude; // patterns of files that are not looked at
 };
 

@@ -433,9 +433,12 @@ static bool isCharacterNumber(string_view digits)
            (value < 0xd800 || value > 0xdfff);
 }
 
-// Returns the length of what stands at an "&" and is no entity although it was to be one, 0
-// when nothing is wrong. cure: out.
-static size_t wrongEntity(string_view rest, string *cure)
+std::string_view entityNames()
+{
+    return ENTITIES;
+}
+
+size_t wrongEntity(string_view rest, string *cure)
 {
     const auto isName = [](char c) { return isLetter(c) || isDigit(c); };
     const bool isNumber = at(rest, 1) == '#';

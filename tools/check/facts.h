@@ -1,0 +1,85 @@
+/* tools/check/facts.h - what a page says about itself: ids and who refers to them, fields and
+ * their labels, links and what they lead to. */
+#ifndef ORV_CHECK_FACTS_H
+#define ORV_CHECK_FACTS_H
+
+#include "faults.h"
+#include "structure.h"
+
+// An id, or an element of which a page has one.
+struct IdUse {
+    std::string id;
+    const Tag *tag;
+    Place place;
+    Outcomes when;
+    const Chain *chain;
+    bool many; // it comes once for each row, for certain
+};
+
+// An attribute that names ids.
+struct IdReference {
+    const Tag *tag;
+    const Attribute *attribute;
+    std::vector<std::string> ids;
+    Outcomes when;
+    const Chain *chain;
+};
+
+// A form's field that needs a label.
+struct LabelledField {
+    const Tag *tag;
+    std::vector<std::string> ids;
+    const Open *label; // around it, null without one
+    const Chain *chain;
+};
+
+// A link to a place of another page.
+struct FarLink {
+    std::string page;
+    std::string id;
+    Place place;
+};
+
+struct PageIds {
+    std::set<std::string> ids;
+    bool opaque = false; // it may have others
+};
+
+struct Facts {
+    Report &all;
+    Faults &faults;
+    // Of the page that is walked.
+    std::vector<IdUse> ids = {};
+    std::vector<IdUse> singles = {};
+    std::vector<IdReference> references = {};
+    std::vector<LabelledField> fields = {};
+    std::vector<std::pair<std::string, bool>> labels = {}; // what they are for; they have text
+    std::vector<std::string> lostLabels = {};              // those that are for no field
+    std::set<std::string, std::less<>> seen = {};          // elements of the document
+    const Tag *html = nullptr;
+    const Chain *htmlChain = nullptr;
+    bool usesBase = false;
+    // Of the site.
+    std::map<std::string, PageIds> pages = {};
+    std::vector<FarLink> farLinks = {};
+    std::set<std::string> checkedLinks = {};
+    std::string scripts = {}; // all of them, when first asked for
+    bool scriptsRead = false;
+
+    void beginPage(const Paths &paths);
+    void start(Paths &paths, const Tag &tag);
+    void close(const Paths &paths, const Open &open);
+    void endPage(Paths &paths);
+    void endSite();
+    /* Whether an element is read out in the place of text. */
+    bool isRead(const Tag &tag) const;
+    bool hasSeen(std::string_view name) const;
+};
+
+/* Checks where an attribute leads to. */
+void checkLink(Facts &facts, const Paths &paths, const Tag &tag, const Attribute &attribute);
+
+/* Whether a value that may have MARKs in it can be that text. */
+bool canBe(std::string_view pattern, std::string_view text);
+
+#endif

@@ -1,0 +1,76 @@
+/* tools/check/faults.cpp - who is to blame: a tag, or the page that it has come into. */
+#include "faults.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "structure.h"
+
+Suspect &suspectOf(Faults &faults, const Tag *tag, std::string_view rule, const char *kind)
+{
+    const auto [entry, isNew] = faults.suspects.try_emplace({tag, rule});
+    if (isNew) {
+        entry->second.tpl = tag->place.tpl;
+        entry->second.place = tag->place;
+        entry->second.kind = kind;
+    }
+    return entry->second;
+}
+
+Place inPage(const Chain *chain, const Place &place)
+{
+    Place at = place;
+    for (; chain; chain = chain->outer)
+        at = chain->node->place;
+    return at;
+}
+
+void acquit(Suspect &suspect, const Template *page)
+{
+    if (suspect.fine.empty() || suspect.fine.back() != page)
+        suspect.fine.push_back(page);
+}
+
+static bool isFine(const Suspect &suspect, const Template *page)
+{
+    return std::ranges::find(suspect.fine, page) != suspect.fine.end();
+}
+
+static void reportSuspect(Faults &faults, Suspect &suspect)
+{
+    std::erase_if(suspect.faults,
+                  [](const Fault &fault) { return fault.skipped && fault.skipped->crosses; });
+    if (suspect.dropped || suspect.faults.empty())
+        return;
+    const Grade grade = findKind(suspect.kind)->severity;
+    if (suspect.fine.empty()) {
+        Fault &first = suspect.faults.front();
+        reportPlace(faults.all, grade, suspect.place, suspect.kind,
+                    suspect.text.empty() ? first.plain : suspect.text, first.notes);
+        return;
+    }
+    const Template *told = nullptr;
+    for (Fault &fault : suspect.faults) {
+        if (isFine(suspect, fault.page) && fault.somewhere)
+            reportPlace(faults.all, grade, fault.there, suspect.kind, fault.text, fault.notes);
+        else if (!isFine(suspect, fault.page) && fault.page != std::exchange(told, fault.page))
+            reportPlace(faults.all, grade, fault.at, suspect.kind, fault.plain, fault.notes);
+    }
+}
+
+// Whether an element is never closed.
+static bool isUnclosed(const Faults &faults, const Tag *tag)
+{
+    const auto found = faults.suspects.find({tag, "unclosed"});
+    return found != faults.suspects.end() && found->second.fine.empty() &&
+           !found->second.faults.empty();
+}
+
+void reportFaults(Faults &faults)
+{
+    for (auto &[key, suspect] : faults.suspects)
+        suspect.dropped =
+            suspect.dropped || (suspect.because && isUnclosed(faults, suspect.because));
+    for (auto &[key, suspect] : faults.suspects)
+        reportSuspect(faults, suspect);
+}

@@ -1,0 +1,171 @@
+/* tools/check/links.cpp - where links, forms, images and scripts of a page lead to. */
+#include <algorithm>
+#include <cctype>
+#include <filesystem>
+
+#include "facts.h"
+#include "tools/common/sitefile.h"
+
+using std::string;
+using std::string_view;
+
+namespace fs = std::filesystem;
+
+static bool leads(const Tag &tag, string_view name)
+{
+    struct Row {
+        string_view attribute;
+        string_view elements;
+    };
+    static constexpr Row table[] = {
+        {"href", "a area link use image"},
+        {"xlink:href", "a use image"},
+        {"src", "script img iframe embed source audio video track input frame"},
+        {"action", "form"},
+        {"formaction", "button input"},
+        {"data", "object"},
+        {"poster", "video"},
+    };
+    return std::ranges::any_of(table, [&](const Row &row) {
+        return row.attribute == name && hasWord(row.elements, tag.name);
+    });
+}
+
+// Whether an address leads elsewhere than to a file of the site: to a scheme or a host.
+static bool isElsewhere(string_view address)
+{
+    const size_t end = address.find_first_not_of(
+        "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789+-.");
+    return address.starts_with("//") ||
+           (end != string_view::npos && end > 0 && address[end] == ':');
+}
+
+static string decoded(string_view path)
+{
+    string text;
+    for (size_t i = 0; i < path.size(); ++i) {
+        const bool isCode = path[i] == '%' && i + 2 < path.size() &&
+                            isxdigit(static_cast<unsigned char>(path[i + 1])) &&
+                            isxdigit(static_cast<unsigned char>(path[i + 2]));
+        text += isCode
+                    ? static_cast<char>(strtol(string(path.substr(i + 1, 2)).c_str(), nullptr, 16))
+                    : path[i];
+        i += isCode ? 2 : 0;
+    }
+    return text;
+}
+
+// The path below the document root that an address of a page means; empty for none.
+static string targetOf(const string &page, string_view path)
+{
+    const fs::path folder = fs::path(page).parent_path();
+    const fs::path whole =
+        path[0] == '/' ? fs::path(string(path.substr(1))) : folder / string(path);
+    const string target = whole.lexically_normal().generic_string();
+    return target.starts_with("..") || target == "." ? "" : target;
+}
+
+static string suffixOf(string_view path)
+{
+    return fs::path(path).extension().string();
+}
+
+// Whether only a file can be meant: pages of the site's own kind, and what pages are made of.
+static bool isFileName(const Site &site, const string &path)
+{
+    static constexpr string_view suffixes =
+        ".htm .html .css .js .mjs .png .jpg .jpeg .gif .svg .ico .webp .avif .bmp .woff .woff2 "
+        ".ttf .otf .mp3 .mp4 .webm .pdf .webmanifest";
+    const string suffix = suffixOf(path);
+    return !suffix.empty() &&
+           (hasWord(suffixes, suffix) || std::ranges::any_of(site.pages, [&](const string &page) {
+                return suffixOf(page) == suffix && suffix != ".json" && suffix != ".csv" &&
+                       suffix != ".xml" && suffix != ".txt";
+            }));
+}
+
+static bool isThere(const Site &site, const string &path)
+{
+    std::error_code error;
+    return std::ranges::binary_search(site.files, path) || site.templates.contains(path) ||
+           site.options.unsaved.contains(path) ||
+           fs::is_directory(fs::path(site.options.docRoot) / path, error);
+}
+
+static string_view nearestFile(const Site &site, const string &path)
+{
+    std::vector<string_view> files;
+    for (const string &file : site.files)
+        if (suffixOf(file) == suffixOf(path) && !suffixOf(path).empty())
+            files.push_back(file);
+    return nearest(path, files);
+}
+
+static void checkAddress(Facts &facts, const Paths &paths, const Attribute &attribute,
+                         string_view address)
+{
+    const size_t begin = address.find_first_not_of(" \t\r\n");
+    address.remove_prefix(std::min(begin, address.size()));
+    const string_view path = address.substr(0, address.find_first_of("?#"));
+    const size_t hash = address.find('#');
+    if (path.empty() || path.find(MARK) != string_view::npos || isElsewhere(address) ||
+        (facts.usesBase && path[0] != '/'))
+        return;
+    const Site &site = facts.all.site;
+    const string target =
+        targetOf(paths.page->path, decoded(path.substr(0, path.find_last_not_of(" \t\r\n") + 1)));
+    if (target.empty())
+        return;
+    if (isThere(site, target)) {
+        const string_view id = hash == string_view::npos ? "" : address.substr(hash + 1);
+        const bool isPlace = !id.empty() && id.find(MARK) == string_view::npos && id != "top" &&
+                             id.find_first_of("=&/!~") == string_view::npos;
+        if (isPlace)
+            facts.farLinks.push_back({target, string(id), attribute.value});
+        return;
+    }
+    const bool isRoute = fitsAny(site.options.routes, target);
+    const string_view near = nearestFile(site, target);
+    if (isRoute || (near.empty() && !isFileName(site, target)))
+        return;
+    reportPlace(facts.all, Grade::ERROR, attribute.value, "link-missing",
+                "there is no '" + target + "' below the document root" +
+                    (near.empty() ? "" : "; did you mean '" + string(near) + "'?"));
+}
+
+// The addresses in a srcset, each with a width or density behind it.
+static void checkSet(Facts &facts, const Paths &paths, const Attribute &attribute,
+                     string_view addresses)
+{
+    while (!addresses.empty()) {
+        const size_t end = std::min(addresses.find(", "), addresses.size());
+        string_view one = addresses.substr(0, end);
+        one.remove_prefix(std::min(one.find_first_not_of(" \t\r\n"), one.size()));
+        checkAddress(facts, paths, attribute, one.substr(0, one.find(' ')));
+        addresses.remove_prefix(std::min(end + 2, addresses.size()));
+    }
+}
+
+void checkLink(Facts &facts, const Paths &paths, const Tag &tag, const Attribute &attribute)
+{
+    const bool isSet = attribute.name == "srcset" && (tag.name == "img" || tag.name == "source");
+    const bool isRefresh =
+        attribute.name == "content" && tag.name == "meta" && tag.find("http-equiv");
+    if (!isSet && !isRefresh && !leads(tag, attribute.name))
+        return;
+    const string folder = fs::path(paths.page->path).parent_path().string();
+    for (const string &value : attribute.values) {
+        if (!facts.checkedLinks
+                 .insert(folder + "\n" + value + "\n" + attribute.value.tpl->path + "\n" +
+                         std::to_string(attribute.value.span.at))
+                 .second)
+            continue;
+        const size_t url = value.find("url=");
+        if (isSet)
+            checkSet(facts, paths, attribute, value);
+        else if (!isRefresh)
+            checkAddress(facts, paths, attribute, value);
+        else if (url != string::npos)
+            checkAddress(facts, paths, attribute, string_view(value).substr(url + 4));
+    }
+}

@@ -1,0 +1,691 @@
+/* tools/check/tags.cpp - HTML's tokenizer, by the states of its standard: one function for
+ * each. */
+#include "tags.h"
+
+#include <algorithm>
+#include <cctype>
+
+#include "tools/common/translation.h"
+
+using std::string;
+using std::string_view;
+
+static constexpr size_t MOST_VALUES = 8;
+
+namespace
+{
+// Text on its way.
+struct Text {
+    Reader &reader;
+    string_view text;
+    const Place &from;
+    size_t at;
+
+    Place place(size_t begin, size_t end) const
+    {
+        if (from.text)
+            return from;
+        const auto base = from.span.at;
+        return {from.tpl,
+                {base + static_cast<uint32_t>(begin), base + static_cast<uint32_t>(end)},
+                nullptr};
+    }
+    Place here(size_t length = 1) const
+    {
+        return place(at, at + length);
+    }
+};
+} // namespace
+
+static char lower(char c)
+{
+    return c >= 'A' && c <= 'Z' ? static_cast<char>(c | 0x20) : c;
+}
+
+static bool isLetter(char c)
+{
+    return lower(c) >= 'a' && lower(c) <= 'z';
+}
+
+static bool isBlank(char c)
+{
+    return c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == '\f';
+}
+
+static string lowered(string_view text)
+{
+    string copy(text);
+    std::ranges::transform(copy, copy.begin(), lower);
+    return copy;
+}
+
+const Attribute *Tag::find(string_view wanted) const
+{
+    const auto found = std::ranges::find(attributes, wanted, &Attribute::name);
+    return found == attributes.end() ? nullptr : &*found;
+}
+
+Node &addNode(Reader &reader, NodeKind kind, const Place &place)
+{
+    Node &node = reader.nodes->emplace_back();
+    node.kind = kind;
+    node.place = place;
+    return node;
+}
+
+static void addWords(Reader &reader, const Place &place)
+{
+    if (reader.nodes->empty() || reader.nodes->back().kind != NodeKind::WORDS)
+        addNode(reader, NodeKind::WORDS, place);
+}
+
+static void tell(const Text &text, const Place &place, const char *id, string words)
+{
+    reportPlace(text.reader.forest.all, findKind(id)->severity, place, id, std::move(words));
+}
+
+bool isInTag(Mode mode)
+{
+    return mode >= Mode::OPEN && mode <= Mode::BEHIND_VALUE;
+}
+
+// ---- a tag's end ----
+
+bool isJsonScript(const Tag &tag)
+{
+    const Attribute *type = tag.find("type");
+    if (!type || type->values.size() != 1)
+        return false;
+    const string value = lowered(type->values[0].substr(0, type->values[0].find(';')));
+    return value.ends_with("json") || value == "importmap" || value == "speculationrules";
+}
+
+static bool isEndless(const Forest &forest, const Place &place)
+{
+    return forest.all.endless.contains({place.tpl, place.span.at});
+}
+
+static void beginContent(Reading &now, const Tag &tag)
+{
+    const bool isText = tag.is(IS_RAW) && !(now.foreign && tag.name != "script");
+    if (!isText || tag.lost || tag.selfClosing)
+        return;
+    now.mode = Mode::RAW;
+    now.raw = tag.name;
+    now.json = tag.name == "script" && isJsonScript(tag);
+    now.from = tag.place;
+    now.matched = 0;
+}
+
+static void countForeign(Reading &now, const Tag &tag)
+{
+    if (tag.name != "svg" && tag.name != "math")
+        return;
+    if (tag.closing)
+        now.foreign = std::max(now.foreign - 1, 0);
+    else if (!tag.selfClosing)
+        ++now.foreign;
+}
+
+static void checkAttributes(const Text &text, const Tag &tag)
+{
+    if (tag.closing && !tag.attributes.empty())
+        tell(text, tag.attributes[0].place, "html-attribute", "an end tag has no attributes");
+    if (!tag.row || text.reader.now.foreign || tag.closing)
+        return;
+    for (const Attribute &attribute : tag.attributes)
+        if (const string_view meant = nearestAttribute(attribute.name); !meant.empty())
+            tell(text, attribute.place, "html-attribute",
+                 "no element has an attribute " + attribute.name + "; did you mean " +
+                     string(meant) + "?");
+}
+
+// Whether two places of a tag can both be in one page.
+static bool exclude(const Attribute &a, const Attribute &b)
+{
+    for (const Branch &first : a.within)
+        for (const Branch &second : b.within)
+            if (first.command == second.command && first.way != second.way)
+                return true;
+    return false;
+}
+
+// Whether all branches of one attribute are ones of the other.
+static bool covers(const Attribute &a, const Attribute &b)
+{
+    return std::ranges::all_of(a.within, [&](const Branch &branch) {
+        return std::ranges::any_of(b.within, [&](const Branch &other) {
+            return branch.command == other.command && branch.way == other.way;
+        });
+    });
+}
+
+static void checkTwice(const Text &text, const Tag &tag)
+{
+    for (size_t i = 1; i < tag.attributes.size(); ++i)
+        for (size_t k = 0; k < i; ++k) {
+            const Attribute &first = tag.attributes[k];
+            const Attribute &second = tag.attributes[i];
+            if (first.name != second.name || exclude(first, second) ||
+                !(covers(first, second) || covers(second, first)))
+                continue;
+            tell(text, second.place, "html-attribute",
+                 second.name + " stands in this tag twice; browsers take the first only");
+            break;
+        }
+}
+
+// The tag has been read to its ">".
+static void endTag(Text &text)
+{
+    Reader &reader = text.reader;
+    Reading &now = reader.now;
+    Tag tag = std::move(now.tag);
+    now.tag = Tag();
+    now.mode = Mode::TEXT;
+    if (tag.place.tpl == text.from.tpl && !text.from.text)
+        tag.place.span.end = text.here().span.end;
+    tag.row = findElement(tag.name);
+    tag.lost = isEndless(reader.forest, tag.place);
+    checkAttributes(text, tag);
+    checkTwice(text, tag);
+    if (!tag.closing)
+        beginContent(now, tag);
+    countForeign(now, tag);
+    Node &node = addNode(reader, NodeKind::TAG, tag.place);
+    node.tag = std::make_shared<const Tag>(std::move(tag));
+}
+
+// ---- attributes ----
+
+static void beginAttribute(Text &text)
+{
+    Attribute attribute;
+    attribute.place = text.here();
+    text.reader.now.tag.attributes.push_back(std::move(attribute));
+}
+
+static Attribute &attributeOf(Reading &now)
+{
+    return now.tag.attributes.back();
+}
+
+// What is wrong when a quote stands in an attribute's name: mostly another quote is missing.
+static void tellQuote(Text &text, char c)
+{
+    const Tag &tag = text.reader.now.tag;
+    const Attribute *before =
+        tag.attributes.size() > 1 ? &tag.attributes[tag.attributes.size() - 2] : nullptr;
+    const bool isLost = before && before->hasValue && !before->values.empty() &&
+                        before->values[0].find_first_of("<>=\n") != string::npos;
+    if (isLost)
+        tell(text, before->value, "html-attribute",
+             "the quote around the value of " + before->name +
+                 " that opens here is closed by "
+                 "the next attribute's: its own is missing");
+    else
+        tell(text, text.here(), "html-attribute",
+             string("a ") + c + " cannot stand in an attribute's name" +
+                 (c == '=' ? ": a name is missing in front of it"
+                           : ": a quote in front of it is missing, or one too many"));
+}
+
+static bool startsTag(const Text &text)
+{
+    const char next = text.at + 1 < text.text.size() ? text.text[text.at + 1] : ' ';
+    return isLetter(next) || next == '/';
+}
+
+// Another tag begins in the midst of this one.
+static void cutTag(Text &text)
+{
+    Reading &now = text.reader.now;
+    tell(text, now.tag.place, "html-tag",
+         "the tag <" + string(now.tag.closing ? "/" : "") + now.tag.name +
+             " is not closed by > in front of the next one");
+    endTag(text);
+    now.mode = Mode::TEXT;
+    --text.at; // is read once more
+}
+
+static void readBeforeName(Text &text, char c)
+{
+    Reading &now = text.reader.now;
+    if (isBlank(c))
+        return;
+    if (c == '>')
+        return endTag(text);
+    if (c == '/') {
+        now.tag.selfClosing = true;
+        return;
+    }
+    now.tag.selfClosing = false;
+    if (c == '<' && startsTag(text))
+        return cutTag(text);
+    beginAttribute(text);
+    if (c == '"' || c == '\'' || c == '<' || c == '=')
+        tellQuote(text, c);
+    attributeOf(now).name = lower(c);
+    now.mode = Mode::NAME;
+}
+
+static void endName(Text &text, Mode next)
+{
+    Reading &now = text.reader.now;
+    Attribute &attribute = attributeOf(now);
+    if (!text.from.text && attribute.place.tpl == text.from.tpl)
+        attribute.place.span.end = text.here().span.at;
+    now.mode = next;
+}
+
+static void readName(Text &text, char c)
+{
+    Reading &now = text.reader.now;
+    if (isBlank(c))
+        return endName(text, Mode::AFTER_NAME);
+    if (c == '=')
+        return endName(text, Mode::BEFORE_VALUE);
+    if (c == '>') {
+        endName(text, Mode::BEFORE_NAME);
+        return endTag(text);
+    }
+    if (c == '/') {
+        now.tag.selfClosing = true;
+        return endName(text, Mode::BEFORE_NAME);
+    }
+    const bool isWrong = c == '"' || c == '\'' || c == '<';
+    if (isWrong && attributeOf(now).name.find_first_of("\"'<=") == string::npos)
+        tellQuote(text, c);
+    attributeOf(now).name += lower(c);
+}
+
+static void readAfterName(Text &text, char c)
+{
+    if (isBlank(c))
+        return;
+    if (c == '=')
+        text.reader.now.mode = Mode::BEFORE_VALUE;
+    else
+        readBeforeName(text, c);
+    if (text.reader.now.mode == Mode::AFTER_NAME) // a "/"
+        text.reader.now.mode = Mode::BEFORE_NAME;
+}
+
+static void readBeforeValue(Text &text, char c)
+{
+    Reading &now = text.reader.now;
+    Attribute &attribute = attributeOf(now);
+    if (isBlank(c))
+        return;
+    if (c == '>') {
+        tell(text, attribute.place, "html-attribute",
+             "the value of " + attribute.name + " is missing behind =");
+        return endTag(text);
+    }
+    const bool isQuoted = c == '"' || c == '\'';
+    attribute.hasValue = true;
+    attribute.values = {isQuoted ? "" : string(1, c)};
+    attribute.value = text.here();
+    now.quote = isQuoted ? c : '\0';
+    now.mode = Mode::VALUE;
+}
+
+static void appendValue(Attribute &attribute, string_view piece)
+{
+    for (string &value : attribute.values)
+        value += piece;
+}
+
+static void readValueByte(Text &text, char c)
+{
+    Reading &now = text.reader.now;
+    Attribute &attribute = attributeOf(now);
+    if (now.quote ? c == now.quote : isBlank(c)) {
+        now.mode = now.quote ? Mode::BEHIND_VALUE : Mode::BEFORE_NAME;
+        return;
+    }
+    const bool isLost = now.quote && c == '>' && isEndless(text.reader.forest, attribute.value);
+    if ((!now.quote && c == '>') || isLost)
+        return endTag(text);
+    if (!now.quote && (c == '"' || c == '\'' || c == '<') &&
+        attribute.values[0].find_first_of("\"'<") == string::npos)
+        tell(text, text.here(), "html-attribute",
+             string("a ") + c + " stands in the value of " + attribute.name +
+                 ", which has no quotes around it");
+    appendValue(attribute, {&c, 1});
+}
+
+// Of a quote that is missing: the tag ends at the next ">" then.
+static bool isQuoteLost(const Attribute &attribute)
+{
+    const string &value = attribute.values[0];
+    const size_t end = value.find('>');
+    return end != string::npos && value.find('<', end) != string::npos &&
+           value.find('=', end) != string::npos;
+}
+
+static void readBehindValue(Text &text, char c)
+{
+    Reading &now = text.reader.now;
+    now.mode = Mode::BEFORE_NAME;
+    if (!isBlank(c) && c != '/' && c != '>') {
+        const Attribute &attribute = attributeOf(now);
+        if (isQuoteLost(attribute))
+            tellEndless(text.reader.forest, attribute.value, 0, "html-attribute",
+                        "the quote that opens here is closed by the next tag's: its own is "
+                        "missing");
+        else
+            tell(text, text.here(), "html-attribute",
+                 "a blank is missing between the value of " + attribute.name + " and what follows");
+        if (c == '"' || c == '\'') { // told by that
+            beginAttribute(text);
+            attributeOf(now).name = string(1, c);
+            now.mode = Mode::NAME;
+            return;
+        }
+    }
+    readBeforeName(text, c);
+}
+
+// ---- tags and what stands between them ----
+
+static void readOpen(Text &text, char c)
+{
+    Reading &now = text.reader.now;
+    if (isLetter(c)) {
+        now.mode = Mode::TAG_NAME;
+        now.tag.name = lower(c);
+        return;
+    }
+    if (c == '/' && !now.tag.closing) {
+        now.tag.closing = true;
+        return;
+    }
+    if (c == '!' && !now.tag.closing) {
+        now.mode = Mode::DECLARATION;
+        now.from = now.tag.place;
+        now.raw.clear();
+        return;
+    }
+    if (now.tag.closing)
+        tell(text, now.tag.place, "html-tag", "the name of the end tag must follow </ at once");
+    else if (c == '>')
+        tell(text, now.tag.place, "html-tag", "this tag has no name; write &lt;&gt; for <>");
+    const bool isComment = (now.tag.closing && c != '>') || c == '?';
+    now.mode = isComment ? Mode::DECLARATION : Mode::TEXT;
+    now.raw = isComment ? "?" : "";
+    if (!isComment && c == '<')
+        --text.at;
+    now.tag = Tag();
+}
+
+static void readTagName(Text &text, char c)
+{
+    Reading &now = text.reader.now;
+    if (isBlank(c) || c == '/' || c == '>') {
+        now.mode = Mode::BEFORE_NAME;
+        readBeforeName(text, c);
+    } else if (c == '<' && startsTag(text)) {
+        cutTag(text);
+    } else {
+        now.tag.name += lower(c);
+    }
+}
+
+static void readDeclaration(Text &text, char c)
+{
+    Reading &now = text.reader.now;
+    if (now.raw.size() < 7)
+        now.raw += lower(c);
+    if (now.raw == "--") {
+        now.mode = isEndless(text.reader.forest, now.from) ? Mode::TEXT : Mode::COMMENT;
+        now.matched = 2; // <!--> is a whole one
+        now.tag = Tag();
+    } else if (c == '>') {
+        if (now.raw == "doctype") { // is seen by who asks for it
+            Tag tag;
+            tag.name = "!doctype";
+            tag.place = now.from;
+            addNode(text.reader, NodeKind::TAG, now.from).tag =
+                std::make_shared<const Tag>(std::move(tag));
+        }
+        now.tag = Tag();
+        now.mode = Mode::TEXT;
+    }
+}
+
+static void readComment(Text &text, char c)
+{
+    Reading &now = text.reader.now;
+    if (c == '>' && now.matched >= 2)
+        now.mode = Mode::TEXT;
+    now.matched = c == '-' ? now.matched + 1 : 0;
+}
+
+// ---- text that has no tags but one ----
+
+// Whether markup in the text of an element tells that its end tag is missing.
+static bool tellsEnd(const Text &text, string_view raw)
+{
+    const string ahead = lowered(text.text.substr(text.at + 1, 8));
+    const size_t line = text.text.find_last_not_of(" \t", text.at ? text.at - 1 : 0);
+    const bool beginsLine = text.at == 0 || line == string_view::npos || text.text[line] == '\n';
+    const auto isOneOf = [&](std::initializer_list<string_view> words) {
+        return std::ranges::any_of(words, [&](string_view word) {
+            return ahead.starts_with(word) &&
+                   (ahead.size() == word.size() || !isLetter(ahead[word.size()]));
+        });
+    };
+    if (raw == "title" || raw == "style")
+        return isOneOf({"/head", "body", "meta", "link", "script", "style", "title", "/body"});
+    if (raw == "textarea")
+        return isOneOf({"/form", "/body", "/html", "textarea"});
+    return raw == "script" && beginsLine && isOneOf({"/head", "body", "/body", "script", "/html"});
+}
+
+static void addData(Text &text, size_t begin, size_t end)
+{
+    if (begin < end) {
+        Node &node = addNode(text.reader, NodeKind::DATA, text.place(begin, end));
+        node.text = text.text.substr(begin, end - begin);
+    }
+}
+
+// Reads up to the element's end tag; text.at is behind what was read.
+static void readRaw(Text &text)
+{
+    Reading &now = text.reader.now;
+    const size_t begin = text.at;
+    const string end = "</" + now.raw;
+    for (; text.at < text.text.size(); ++text.at) {
+        const char c = text.text[text.at];
+        if (now.matched == end.size() && (isBlank(c) || c == '/' || c == '>')) {
+            const size_t start = text.at >= end.size() ? text.at - end.size() : 0;
+            if (now.json)
+                addData(text, begin, std::max(begin, start));
+            if (now.raw == "title" && begin < start)
+                addWords(text.reader, text.place(begin, start));
+            now.tag = Tag();
+            now.tag.closing = true;
+            now.tag.name = now.raw;
+            now.tag.place = text.place(start, text.at);
+            now.mode = Mode::BEFORE_NAME;
+            --text.at;
+            return;
+        }
+        now.matched = now.matched < end.size() && lower(c) == end[now.matched] ? now.matched + 1
+                      : c == '<'                                               ? 1
+                                                                               : 0;
+        if (now.matched == 1 && tellsEnd(text, now.raw)) {
+            reportEndless(text.reader.forest, now);
+            now.mode = Mode::TEXT;
+            --text.at;
+            return;
+        }
+    }
+    if (now.json)
+        addData(text, begin, text.text.size());
+    if (now.raw == "title" && text.text.find_first_not_of(" \t\r\n", begin) != string_view::npos)
+        addWords(text.reader, text.place(begin, text.text.size()));
+    --text.at; // the caller's step
+}
+
+// ---- page text ----
+
+// The entity that an unknown name is a mistake of; a name that is like none may be a rare one.
+static string_view nearestEntity(string_view name)
+{
+    static const std::vector<string_view> names = [] {
+        std::vector<string_view> list;
+        const string_view all = entityNames();
+        for (size_t at = 0, end; (end = all.find(' ', at)) != string_view::npos; at = end + 1)
+            list.push_back(all.substr(at, end - at));
+        return list;
+    }();
+    const bool isKnown = std::ranges::find(names, name) != names.end();
+    return isKnown ? name : name.size() < 4 ? "" : nearest(name, names);
+}
+
+// Where a reference that is none stands in page text.
+static void checkReferences(const Text &text, size_t begin, size_t end)
+{
+    size_t at = text.text.find('&', begin);
+    for (; at < end; at = text.text.find('&', at + 1)) {
+        const string_view rest = text.text.substr(at, std::min<size_t>(end - at, 40));
+        string cure;
+        const size_t length = wrongEntity(rest, &cure);
+        const string_view name = rest.substr(1, std::min(rest.find_first_of("; ", 1), length) - 1);
+        const string_view meant = length > 1 ? nearestEntity(name) : "";
+        if (!meant.empty() && meant != name)
+            cure = "did you mean &" + string(meant) + ";?";
+        if (length > 1 && !meant.empty())
+            tell(text, text.place(at, at + length), "html-entity",
+                 string(rest.substr(0, length)) + " is no whole character reference: " + cure);
+    }
+}
+
+static void readText(Text &text)
+{
+    Reading &now = text.reader.now;
+    const size_t begin = text.at;
+    const size_t end = std::min(text.text.find('<', begin), text.text.size());
+    const size_t seen = text.text.find_first_not_of(" \t\r\n\f", begin);
+    if (seen < end)
+        addWords(text.reader, text.place(seen, end));
+    checkReferences(text, begin, end);
+    text.at = end;
+    if (end == text.text.size()) {
+        --text.at; // the caller's step
+        return;
+    }
+    now.tag = Tag();
+    now.tag.place = text.here();
+    now.mode = Mode::OPEN;
+}
+
+void readLiteral(Reader &reader, string_view literal, const Place &from)
+{
+    using Read = void (*)(Text &, char);
+    static constexpr Read table[] = {
+        nullptr,         readOpen,      readTagName,     readBeforeName,  readName,   readAfterName,
+        readBeforeValue, readValueByte, readBehindValue, readDeclaration, readComment};
+    Text text = {reader, literal, from, 0};
+    for (; text.at < literal.size(); ++text.at) {
+        switch (reader.now.mode) {
+        case Mode::TEXT:
+            readText(text);
+            break;
+        case Mode::RAW:
+            readRaw(text);
+            break;
+        case Mode::DATA:
+            addData(text, text.at, literal.size());
+            return;
+        case Mode::PLAIN:
+            return;
+        default:
+            table[static_cast<size_t>(reader.now.mode)](text, literal[text.at]);
+        }
+    }
+}
+
+// ---- values ----
+
+static void readShownInTag(Reader &reader, const Place &place)
+{
+    Reading &now = reader.now;
+    switch (now.mode) {
+    case Mode::OPEN:
+    case Mode::TAG_NAME:
+        now.tag.name += MARK;
+        now.mode = Mode::TAG_NAME;
+        break;
+    case Mode::BEFORE_VALUE:
+        attributeOf(now).hasValue = true;
+        attributeOf(now).values = {string(1, MARK)};
+        attributeOf(now).value = place;
+        now.quote = 0;
+        now.mode = Mode::VALUE;
+        break;
+    case Mode::VALUE:
+        appendValue(attributeOf(now), {&MARK, 1});
+        break;
+    default:
+        now.tag.unknown = true;
+        if (now.mode == Mode::NAME)
+            attributeOf(now).name += MARK;
+        now.mode = now.mode == Mode::NAME ? Mode::NAME : Mode::BEFORE_NAME;
+        break;
+    }
+}
+
+void readShown(Reader &reader, const Shown &shown, const Place &place)
+{
+    Reading &now = reader.now;
+    if (isInTag(now.mode))
+        return readShownInTag(reader, place);
+    const bool isSeen = now.mode == Mode::TEXT || now.mode == Mode::DATA ||
+                        (now.mode == Mode::RAW && (now.json || now.raw == "title"));
+    now.matched = 0;
+    if (!isSeen)
+        return;
+    const bool isVariable = shown.element && (shown.element->type == ELEM_GETVAR ||
+                                              shown.element->type == ELEM_GETARRAY);
+    const bool resolves = isVariable && now.mode != Mode::RAW;
+    Node &node = addNode(reader, resolves ? NodeKind::VARIABLE : NodeKind::VALUE, place);
+    node.shown = std::make_shared<const Shown>(shown);
+}
+
+// ---- branches within a tag ----
+
+// Adds the texts of the other branch to those of the attribute that both are in.
+static void joinValues(Attribute *attribute, const Attribute &other)
+{
+    for (const string &value : other.values)
+        if (std::ranges::find(attribute->values, value) == attribute->values.end())
+            attribute->values.push_back(value);
+    if (attribute->values.size() > MOST_VALUES)
+        attribute->values = {string(1, MARK)};
+    attribute->hasValue = attribute->hasValue || other.hasValue;
+}
+
+void joinTags(Reading *reading, const Reading &other, size_t before, const Branch &branch)
+{
+    Tag &tag = reading->tag;
+    Branch otherwise = branch;
+    otherwise.way = 1;
+    for (size_t i = before; i < tag.attributes.size(); ++i)
+        tag.attributes[i].within.push_back(branch);
+    if (tag.name != other.tag.name)
+        tag.name += MARK;
+    tag.unknown = tag.unknown || other.tag.unknown;
+    const bool bothInValue = reading->mode == Mode::VALUE && other.mode == Mode::VALUE;
+    for (size_t i = 0; i < std::min(before, other.tag.attributes.size()); ++i)
+        joinValues(&tag.attributes[i], other.tag.attributes[i]);
+    for (size_t i = before; i < other.tag.attributes.size(); ++i) {
+        tag.attributes.push_back(other.tag.attributes[i]);
+        tag.attributes.back().within.push_back(otherwise);
+    }
+    if (reading->mode != other.mode && !bothInValue)
+        reading->mode = Mode::BEFORE_NAME;
+}
