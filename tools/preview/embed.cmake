@@ -1,4 +1,5 @@
-# Writes the header OUT, with the bytes of each of FILES as a text: of bar.js as bar_js.
+# Writes the header OUT, with the bytes of each of FILES as a text: of bar.js as bar_js; and
+# embedded_id, which is another one when they are.
 set(header "")
 foreach(file IN LISTS FILES)
     get_filename_component(name ${file} NAME)
@@ -9,4 +10,7 @@ foreach(file IN LISTS FILES)
     string(REGEX REPLACE "(\\\\x0a)" "\\1\"\n    \"" bytes "${bytes}")
     string(APPEND header "static constexpr char ${name}[] =\n    \"${bytes}\";\n")
 endforeach()
+string(SHA256 id "${header}")
+string(SUBSTRING ${id} 0 12 id)
+string(APPEND header "static constexpr char embedded_id[] = \"${id}\";\n")
 file(WRITE ${OUT} "${header}")

@@ -38,6 +38,7 @@ struct Job {
     Request request;
     Trace trace;
     std::string headers; // further ones of the answer
+    const char *cache = "no-store";
 };
 
 /* A variable of the environment, empty without one. */
@@ -57,8 +58,8 @@ bool isTemplate(const Job &job, const std::string &path);
  * its way; what pages load, or fetch, is told by one that the tab's last page was sent with. */
 void readSwitches(Job &job);
 
-/* Each writes an answer, and returns the exit status. Nothing is kept by a cache: the files
- * change all the time. */
+/* Each writes an answer, and returns the exit status. Nothing of the site is kept by a cache:
+ * the files change all the time. */
 int answer(const Job &job, const char *status, std::string_view type, std::string_view body,
            const std::string &headers = "");
 

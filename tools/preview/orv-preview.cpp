@@ -27,6 +27,7 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <time.h>
@@ -44,7 +45,8 @@ const char programName[] = "orv-preview";
 static constexpr int DEFAULT_PORT = 8080;
 static constexpr int PORTS_TRIED = 20;
 static constexpr int QUIET_MILLISECONDS = 80; // that end a row of changes
-static constexpr size_t CHANGES_KEPT = 50;    // a page that is older is loaded whatever changed
+static constexpr int CHECKER_PRIORITY = 10;
+static constexpr size_t CHANGES_KEPT = 50; // a page that is older is loaded whatever changed
 
 namespace
 {
@@ -283,6 +285,8 @@ static void startChecker(Launcher &launcher)
         arguments.insert(arguments.end(), {"--set", name});
     launcher.checker =
         startProgram(arguments, launcher.work + "/checked", launcher.work + "/complaint");
+    if (launcher.checker > 0) // the page comes first
+        setpriority(PRIO_PROCESS, static_cast<id_t>(launcher.checker), CHECKER_PRIORITY);
 }
 
 // Has the newest files checked. What the checker finds in files that have changed since is
@@ -382,7 +386,8 @@ static void takeChanges(Launcher &launcher)
     const Change change = changeOf(launcher, changed);
     if (change.isAll)
         takeSiteFile(launcher);
-    if (!prepare(launcher) || !publish(launcher, change))
+    const bool isOfTemplates = !change.isAll && !change.isData && !change.isTexts;
+    if ((!isOfTemplates && !prepare(launcher)) || !publish(launcher, change))
         tell("Cannot write in %s: %s", launcher.work.c_str(), strerror(errno));
     tell("Changed: %s%s", changed.begin()->c_str(), changed.size() > 1 ? " and others" : "");
     checkAgain(launcher);

@@ -8,6 +8,7 @@
 #include <string.h>
 #include <algorithm>
 
+#include "embedded.h"
 #include "grammar/commands.h"
 #include "markup.h"
 
@@ -30,9 +31,9 @@ string lower(string text)
 int answer(const Job &job, const char *status, string_view type, string_view body,
            const string &headers)
 {
-    printf("Status: %s\r\nContent-Type: %.*s\r\nCache-Control: no-store\r\n"
+    printf("Status: %s\r\nContent-Type: %.*s\r\nCache-Control: %s\r\n"
            "X-Content-Type-Options: nosniff\r\n%s%s\r\n",
-           status, static_cast<int>(type.size()), type.data(), job.headers.c_str(),
+           status, static_cast<int>(type.size()), type.data(), job.cache, job.headers.c_str(),
            headers.c_str());
     if (!job.request.isHead())
         fwrite(body.data(), 1, body.size(), stdout);
@@ -182,8 +183,8 @@ int answerPage(Job &job, const char *status, const string &page, const string &f
     setting.isTrouble = isTrouble;
     setting.isPosted = job.request.method == "POST";
     setting.hasPolicy = markup.policy != string::npos;
-    const string script =
-        "<script src=\"http://" + job.request.host + ownAddress + "bar.js\"></script>";
+    const string script = "<script src=\"http://" + job.request.host + ownAddress + "bar.js?" +
+                          embedded_id + "\"></script>";
     string body = page;
     if (setting.hasPolicy)
         body.insert(markup.policy, script);
