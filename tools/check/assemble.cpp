@@ -341,6 +341,27 @@ static bool addCommand(const Assembly &assembly, std::vector<Assembled> *texts, 
     return multiply(texts, ways);
 }
 
+// Whether an element is a number, whatever happens.
+static bool isNumber(const Assembly &assembly, const Element &element, const Levels &levels)
+{
+    if (element.command)
+        return printsOf(*element.command) == Prints::NUMBER;
+    if (element.type == ELEM_NUMVAR)
+        return !holdsOfElement(assembly.site, element, levels);
+    if (element.type == ELEM_TEXT)
+        return !element.text.empty() &&
+               element.text.find_first_not_of("0123456789") == string::npos;
+    if (element.type == ELEM_CMD || assembly.depth >= DEEPEST ||
+        isFromWeb(assembly.site, keyOfRead(element)))
+        return false;
+    const Assembly inner = {assembly.site, assembly.depth + 1, {}, &assembly};
+    const auto sets = setsOf(assembly.site, keyOfRead(element));
+    return !sets.empty() && std::all_of(sets.begin(), sets.end(), [&](const VariableUse *use) {
+        return use->value && use->value->elements.size() == 1 &&
+               isNumber(inner, use->value->elements[0], *use->levels);
+    });
+}
+
 static std::vector<Assembled> assembleArgument(const Assembly &assembly, const Template &tpl,
                                                const Argument &argument, const Levels &levels)
 {
@@ -362,9 +383,8 @@ static std::vector<Assembled> assembleArgument(const Assembly &assembly, const T
         // A variable in its own value adds nothing to it.
         const bool own = element.type != ELEM_NUMVAR && assembly.isOpen(keyOfRead(element));
         const uint8_t holds = own ? uint8_t{0} : holdsOfElement(assembly.site, element, levels);
-        const bool number = element.type == ELEM_NUMVAR ||
-                            (element.command && printsOf(*element.command) == Prints::NUMBER);
-        addHole(&texts, tpl, element.span, holds, number && !holds, &element);
+        const bool number = !holds && isNumber(assembly, element, levels);
+        addHole(&texts, tpl, element.span, holds, number, &element);
     }
     return texts;
 }

@@ -208,6 +208,17 @@ static bool checkLongName(Report &all, const string &key, const VariableUse &use
     return true;
 }
 
+// Whether a form or link sends it as a part of a name that no variable has, which is told.
+static bool isInLongerName(const Site &site, string_view key)
+{
+    return std::any_of(site.fromForms.begin(), site.fromForms.end(), [&](const string &name) {
+        const size_t at = name.find(key);
+        return at != string::npos && name.find_first_of("-.") != string::npos &&
+               (at == 0 || strchr("-.", name[at - 1])) &&
+               (at + key.size() == name.size() || strchr("-.", name[at + key.size()]));
+    });
+}
+
 static void checkReads(Report &all, const string &key, const Variable &variable,
                        const std::vector<string_view> &known)
 {
@@ -223,7 +234,7 @@ static void checkReads(Report &all, const string &key, const Variable &variable,
     for (const VariableUse &use : variable.reads) {
         if (stored != index) {
             report(all, *use.tpl, use.span, "variable-index", neverMatches);
-        } else if (unset && !checkLongName(all, key, use)) {
+        } else if (unset && !checkLongName(all, key, use) && !isInLongerName(all.site, key)) {
             const string shown = computed ? key.substr(0, bracket).append("[...]") : key;
             report(all, *use.tpl, use.span, "variable-unset",
                    "$var:" + shown + " is not set anywhere" + didYouMean(all, key, known));
@@ -332,11 +343,30 @@ static bool isUsedElsewhere(const Site &site, string_view id)
                        [id](const Language &language) { return isUsed(language.used, id); });
 }
 
+// Whether a template names a text otherwise than as a field, which is told already.
+static bool isMeant(const Site &site, string_view id)
+{
+    return std::any_of(site.templates.begin(), site.templates.end(), [&](const auto &entry) {
+        const string &file = fileOf(*entry.second);
+        for (size_t at = 0; (at = file.find(id, at)) != string::npos; ++at) {
+            const size_t end = at + id.size();
+            if (at > 0 && (file[at - 1] == '{' || file[at - 1] == '?' || file[at - 1] == ' ') &&
+                (end == file.size() || !isFieldByte(file[end])))
+                return true;
+        }
+        return false;
+    });
+}
+
 static void checkUnused(Report &all)
 {
+    std::set<string_view> meant;
+    for (const auto &[id, uses] : all.site.fields) // by fields whose id is none
+        if (!std::binary_search(all.site.textIds.begin(), all.site.textIds.end(), id))
+            meant.insert(nearest(id, all.site.textIds));
     for (const string_view id : all.site.textIds) {
         if (all.site.fields.contains(id) || all.site.otherFields.contains(id) ||
-            isUsedElsewhere(all.site, id))
+            isUsedElsewhere(all.site, id) || meant.contains(id) || isMeant(all.site, id))
             continue;
         const auto language =
             std::find_if(all.site.languages.begin(), all.site.languages.end(),

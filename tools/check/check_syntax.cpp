@@ -10,10 +10,16 @@ static void checkLeftOver(Report &all, const Template &tpl)
         report(all, tpl,
                tpl.gaveUpAt < 0 ? Span{} : tpl.begun[static_cast<size_t>(tpl.gaveUpAt)].words,
                "limit", "an argument has too many pieces: the run ends there");
-    for (const uint32_t at : tpl.strayQuotes)
+    uint32_t last = 0; // of the same index, which one of two quotes around is enough to tell
+    for (const uint32_t at : tpl.strayQuotes) {
+        const bool isPair = last && tpl.source.find_first_of("]?", last) > at;
+        last = isPair ? 0 : at;
+        if (isPair)
+            continue;
         report(all, tpl, {at, at + 1}, "variable-index",
                "a quote cannot stand in an index: it goes to the standard output of the web "
                "program");
+    }
 }
 
 void checkSyntax(Report &all)

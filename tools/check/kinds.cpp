@@ -17,7 +17,8 @@ static constexpr Kind kinds[] = {
      "many arguments. Text in front of it, such as <!DOCTYPE html>, lets the rest come out.",
      "<?echo two words?>"},
     {"quote-open", WARNING,
-     "The command ends inside a quote. The interpreter takes that; mostly the ?> was meant to be "
+     "The command ends inside a quote or an index. The interpreter takes that; mostly the ?> was "
+     "meant to be "
      "text, which is not possible, or the closing quote is missing.",
      "<?echo 'x?>"},
     {"quote-inside", WARNING,

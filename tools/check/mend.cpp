@@ -7,7 +7,7 @@
 #include <string.h>
 
 #include <algorithm>
-#include <optional>
+#include <span>
 
 #include "grammar/commands.h"
 #include "hints.h"
@@ -46,11 +46,11 @@ struct Best {
 
 // ---- readings ----
 
-static std::unique_ptr<Template> readWith(const Mender &mender, const Edit *edit)
+static std::unique_ptr<Template> readWith(const Mender &mender, std::span<const Edit> changes)
 {
     std::vector<Edit> edits = mender.tpl ? mender.tpl->edits : std::vector<Edit>();
-    if (edit) {
-        const Edit moved = {inFile(*mender.tpl, edit->at), edit->removed, edit->text};
+    for (const Edit &change : changes) {
+        const Edit moved = {inFile(*mender.tpl, change.at), change.removed, change.text};
         edits.insert(std::upper_bound(edits.begin(), edits.end(), moved,
                                       [](const Edit &a, const Edit &b) { return a.at < b.at; }),
                      moved);
@@ -101,7 +101,7 @@ static size_t countFaults(const Template &tpl)
     size_t faults = tpl.complaints.size() + 2 * tpl.openComments.size() + (tpl.gaveUpAt >= 0) +
                     strayEnds(tpl).size();
     for (const Begun &begun : tpl.begun)
-        faults += static_cast<size_t>(begun.quoteOpen) + (begun.gluedAt > 0) +
+        faults += static_cast<size_t>(begun.quoteOpen) + begun.indexOpen + (begun.gluedAt > 0) +
                   hasLongerName(tpl, begun) + (begun.fate == Fate::LOST && begun.token != F_UNDEF);
     return faults;
 }
@@ -114,7 +114,7 @@ static Best tryAll(const Mender &mender, const std::vector<Trial> &trials)
     const size_t most =
         std::min(MOST_TRIALS, 4 + MOST_BYTES / std::max<size_t>(mender.file.size(), 1));
     for (size_t i = 0; i < std::min(trials.size(), most) && best.faults > 0; ++i) {
-        auto tpl = readWith(mender, &trials[i].edit);
+        auto tpl = readWith(mender, {&trials[i].edit, 1});
         const size_t faults = countFaults(*tpl);
         if (faults < best.faults)
             best = {std::move(tpl), i, faults};
@@ -168,9 +168,16 @@ static size_t trimmed(string_view source, size_t at)
 
 static constexpr string_view LEFT_OUT = "--"; // makes a comment of a command
 
-static Edit leaveOut(const Begun &begun)
+// What stands for a command in an argument: a value of which nothing is known.
+static constexpr string_view STAND_IN = "<?error found ?>";
+
+static std::vector<Edit> leaveOut(const Begun &begun)
 {
-    return {begun.words.at + 2, 0, string(LEFT_OUT)};
+    std::vector<Edit> edits;
+    if (begun.parent >= 0)
+        edits.push_back({begun.words.at, 0, string(STAND_IN)});
+    edits.push_back({begun.words.at + 2, 0, string(LEFT_OUT)});
+    return edits;
 }
 
 std::vector<Span> leftOut(const Template &tpl)
@@ -408,12 +415,22 @@ static std::vector<Trial> quoteTrials(const Template &tpl, const Begun &begun)
     for (size_t i = 0; i < begun.quoteAts.size() && trials.size() < 50; ++i) {
         const uint32_t quoteAt = begun.quoteAts[i];
         const uint32_t stop = i + 1 < begun.quoteAts.size() ? begun.quoteAts[i + 1] : end;
-        for (size_t at = quoteAt + 1; at <= stop && trials.size() < 50; ++at)
-            if (at == end || (isBlank(source[at]) && !isBlank(source[at - 1])))
+        for (size_t at = quoteAt + 1; at < stop && trials.size() < 50; ++at)
+            if (isBlank(source[at]) && !isBlank(source[at - 1]))
                 trials.push_back(insertion(at, string(1, source[quoteAt]), quoteAt));
     }
+    if (last)
+        trials.push_back(insertion(end, string(1, last), begun.quoteAt));
     trials.push_back({{end, 2, ""}, begun.quoteAt});
     return trials;
+}
+
+// The command that begins at an offset, or null.
+static const Begun *commandAt(const Template &tpl, uint32_t at)
+{
+    const auto found = std::find_if(tpl.begun.begin(), tpl.begun.end(),
+                                    [&](const Begun &begun) { return begun.words.at == at; });
+    return found == tpl.begun.end() ? nullptr : &*found;
 }
 
 // Mends a command in which a quote is missing. Returns false when none mends it.
@@ -422,9 +439,8 @@ static bool mendQuote(Mender *mender, const Begun &begun)
     const Template &tpl = *mender->tpl;
     const std::vector<Trial> trials = quoteTrials(tpl, begun);
     Best best = tryAll(*mender, trials);
-    const bool isWorse =
-        best.tpl && !tpl.complaints.empty() && best.tpl->complaints.size() >= tpl.complaints.size();
-    if (!best.tpl || isWorse)
+    const Begun *mended = best.tpl ? commandAt(*best.tpl, begun.words.at) : nullptr;
+    if (!mended || mended->fate != Fate::MADE || mended->quoteOpen || mended->gluedAt)
         return false;
     const Trial &trial = trials[best.index];
     const string words = wordsOfToken(begun.token);
@@ -495,14 +511,13 @@ static size_t findCause(const Template &tpl, size_t outer)
 static void settle(Mender *mender, const Begun &begun, const Edit &meant)
 {
     if (meant.removed || !meant.text.empty()) {
-        auto tpl = readWith(*mender, &meant);
+        auto tpl = readWith(*mender, {&meant, 1});
         if (countFaults(*tpl) < countFaults(*mender->tpl)) {
             mender->tpl = std::move(tpl);
             return;
         }
     }
-    const Edit edit = leaveOut(begun);
-    mender->tpl = readWith(*mender, &edit);
+    mender->tpl = readWith(*mender, leaveOut(begun));
 }
 
 // "repeat [1 3]" and "repeat 1 3" with white space and brackets where they belong.
@@ -655,7 +670,7 @@ static void mendComplaint(Mender *mender, const Complaint &complaint)
     }
     const bool spoils = complaint.id == Message::SURPLUS || complaint.id == Message::MALFORMED;
     const auto index = static_cast<size_t>(complaint.begun);
-    const Begun &begun = tpl.begun[spoils ? findCause(tpl, index) : index];
+    const Begun &begun = tpl.begun[findCause(tpl, index)];
     if (begun.token == F_UNDEF)
         return mendUnknown(mender, complaint, begun);
     if (mendName(mender, begun))
@@ -735,6 +750,23 @@ static const Complaint *unclosed(const Template &tpl)
     return found == tpl.complaints.end() ? nullptr : &*found;
 }
 
+// An index that is open when its command ends.
+static bool mendIndex(Mender *mender)
+{
+    const Template &tpl = *mender->tpl;
+    const auto open = std::find_if(tpl.begun.begin(), tpl.begun.end(),
+                                   [](const Begun &begun) { return begun.indexOpen; });
+    if (open == tpl.begun.end())
+        return false;
+    const uint32_t begin = std::max(open->indexAt, open->words.at); // it may be that of a set
+    const size_t word = passBlanks(tpl.source, tpl.source.find('[', begin) + 1);
+    const size_t end = std::min(tpl.source.find_first_of(" \t\r\n?\"'`", word), tpl.source.size());
+    mender->mistakes.push_back(mistakeAt(tpl, {begin, static_cast<uint32_t>(word)}, "quote-open",
+                                         "the index that opens here has no ]"));
+    settle(mender, *open, {static_cast<uint32_t>(end), 0, "]"});
+    return true;
+}
+
 // Quotes, which the interpreter does not complain of.
 static bool mendQuotes(Mender *mender)
 {
@@ -758,6 +790,8 @@ static bool mendQuotes(Mender *mender)
 static void tellGivenUp(std::vector<Mistake> *mistakes, const Template &first)
 {
     const Begun &begun = first.begun[static_cast<size_t>(first.gaveUpAt)];
+    if (!first.items.empty() && first.items[0].span.at < begun.words.at)
+        return; // it is at the page's end that nothing follows
     for (Mistake &mistake : *mistakes)
         if (mistake.span.at >= begun.words.at &&
             mistake.span.at < std::max(begun.end, begun.words.end)) {
@@ -780,8 +814,15 @@ static bool mendOne(Mender *mender)
         const Complaint copy = *complaint;
         return mendUnclosed(mender, copy);
     }
+    if (mendIndex(mender))
+        return true;
     if (!tpl.complaints.empty()) {
-        const Complaint copy = tpl.complaints.front();
+        // A command that is none is never caused by another mistake.
+        const auto unknown =
+            std::find_if(tpl.complaints.begin(), tpl.complaints.end(), [](const Complaint &c) {
+                return c.id == Message::UNKNOWN_COMMAND && c.begun >= 0;
+            });
+        const Complaint copy = unknown == tpl.complaints.end() ? tpl.complaints.front() : *unknown;
         mendComplaint(mender, copy);
         return true;
     }
@@ -817,7 +858,7 @@ Mended readMended(const string &path, const string &file, bool page)
     Mender mender = {path, file, nullptr};
     Template first; // as it is run
     readTemplate(&first, path, file, page);
-    mender.tpl = readWith(mender, nullptr);
+    mender.tpl = readWith(mender, {});
     while (mender.mistakes.size() < MOST_MISTAKES && countFaults(*mender.tpl) > 0 &&
            mendOne(&mender))
         continue;

@@ -258,6 +258,14 @@ static void collectMeant(Site *site, string_view text)
         if (text.substr(end, 2) == "?}")
             site->otherFields.insert(string(text.substr(at + 2, end - at - 2)));
     }
+    static constexpr string_view name = " name=";
+    for (size_t at = 0; (at = text.find(name, at)) != string_view::npos;) {
+        at += name.size();
+        const size_t begin = std::min(text.find_first_not_of("\"'", at), text.size());
+        const size_t end = std::min(text.find_first_of("\"'$<> `", begin), text.size());
+        if (end > begin) // also of a name that goes on with a value
+            site->formPatterns.emplace_back(text.substr(begin, end - begin), "");
+    }
 }
 
 static void collect(Site *site, const Template &tpl)

@@ -297,6 +297,7 @@ static void endCommand(Reading &reading, const observe::Match &match)
         begun->end = static_cast<uint32_t>(match.end);
         reading.closed = reading.open.back().begun;
         const bool found = reading.open.back().depth <= match.depthAfter;
+        begun->indexOpen = begun->indexOpen || (match.before == Condition::INDEX && found);
         if (inQuote(match.before) && begun->quoteAt)
             begun->quoteOpen = !strchr("\"'`", reading.tpl->marked[match.at]);
         reading.open.pop_back();
@@ -328,6 +329,8 @@ static void noteValue(Reading &reading, int token, const observe::Match &match, 
     if (token == ARG_TEXT) // a quote in front is no part of it
         span.at = span.end - static_cast<uint32_t>(strlen(static_cast<const char *>(elem->value)));
     reading.values[elem] = {span, quoteOf(match.after)};
+    if (token == ARG_GETARRAY && innermost(reading))
+        innermost(reading)->indexAt = span.at;
     if (token == ARG_GETARRAY)
         reading.arrays.push_back({zarn_lloc.first_line, span});
 }

@@ -83,6 +83,8 @@ struct Begun {
     bool quoteOpen;                    // the command ended inside that quote
     std::vector<uint32_t> argumentAts; // where an argument begins
     std::vector<uint32_t> quoteAts;    // where quotes open
+    uint32_t indexAt = 0;              // where the last array reference begins
+    bool indexOpen = false;            // the command ended inside its index
     uint32_t gluedAt = 0;              // the first quote that ends in the midst of text, 0 for none
 };
 
