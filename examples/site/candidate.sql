@@ -26,7 +26,10 @@ create temp view candidate_problem as  -- in the order of the table's rows
     union all select 'last', 'site.settings.bad.range' from candidate as first, candidate as last
         where first.name = 'first' and last.name = 'last'
           and cast(first.value as integer) > cast(last.value as integer)
-          and cast(last.value as integer) > 0;
+          and cast(last.value as integer) > 0
+    union all select 'first', 'site.settings.bad.fixed' from candidate as first, candidate as last, fixed
+        where first.name = 'first' and last.name = 'last'
+          and cast(first.value as integer) > 0 and host between cast(first.value as integer) and cast(last.value as integer);
 
 create temp view candidate_change as  -- the settings that are not so already
     select name from candidate join setting using (name) where candidate.value <> setting.value;

@@ -1,4 +1,4 @@
-/* chart.js - draws the two charts of the traffic page from its data block, and again when
+/* chart.js - draws the charts of the traffic page from its data block and table, and again when
  * the page's width or the block has changed: letters keep their size. The page's tables
  * say the same, so nothing is lost without it. */
 "use strict";
@@ -27,23 +27,36 @@
         return [chart, width];
     }
 
-    /* One pair of columns an hour: what came in and what went out. */
-    function drawHours(figure, hours) {
+    /* Lines at round numbers, with these in front. Returns the scale: pixels for one unit. */
+    function addScale(chart, width, most) {
+        const power = Math.pow(10, Math.floor(Math.log10(Math.max(1, most))));
+        const step = power * [1, 2, 5, 10].find(part => most / (part * power) <= 4);
+        const scale = 160 / (Math.ceil(most / step) * step || 1);
+        for (let value = 0; value * scale <= 160.5; value += step) {
+            const y = 180 - value * scale;
+            add(chart, "path", {class: "grid", d: "M28 " + y + "H" + width});
+            add(chart, "text", {x: 24, y: y + 4, "text-anchor": "end"}, value);
+        }
+        return scale;
+    }
+
+    /* One pair of columns an hour or a minute: what came in and what went out. label: returns
+     * the time of one; every: how many of them have it written below. */
+    function drawTimes(figure, times, label, every) {
         const names = [figure.dataset.received, figure.dataset.sent];
         const [chart, width] = addChart(figure, 220);
-        const step = width / hours.length;
-        const every = step < 18 ? 6 : 3;
-        const most = Math.max(1, ...hours.map(hour => Math.max(hour[1], hour[2])));
-        hours.forEach(function (hour, i) {
+        const scale = addScale(chart, width, Math.max(...times.flatMap(time => [time[1], time[2]])));
+        const step = (width - 32) / times.length;
+        times.forEach(function (time, i) {
             names.forEach(function (name, k) {
-                const height = 170 * hour[k + 1] / most;
-                const bar = add(chart, "rect", {class: "bar" + k, x: i * step + k * step * 0.4,
+                const height = scale * time[k + 1];
+                const bar = add(chart, "rect", {class: "bar" + k, x: 32 + i * step + k * step * 0.4,
                                                 y: 180 - height, width: step * 0.4,
                                                 height: height});
-                add(bar, "title", {}, name + ", " + hour[0] + ":00: " + hour[k + 1]);
+                add(bar, "title", {}, name + ", " + label(time[0]) + ": " + time[k + 1] + " Mbit/s");
             });
-            if (hour[0] % every === 0)
-                add(chart, "text", {x: Math.min(i * step, width - 36), y: 202}, hour[0] + ":00");
+            if (time[0] % every === 0)
+                add(chart, "text", {x: Math.min(32 + i * step, width - 36), y: 202}, label(time[0]));
         });
     }
 
@@ -65,10 +78,14 @@
 
     function draw() {
         const data = JSON.parse(document.getElementById("traffic-data").textContent);
-        const hours = document.getElementById("chart");
-        const volume = document.getElementById("volume");
-        hours.hidden = volume.hidden = false;
-        drawHours(hours, data.hours);
+        const [minutes, hours, volume] = ["minutes", "chart", "volume"].map(
+            id => document.getElementById(id));
+        const rows = [...document.querySelectorAll("#hours tbody tr")].map(
+            row => [...row.cells].map(cell => parseFloat(cell.textContent)));
+        minutes.hidden = hours.hidden = volume.hidden = false;
+        const isNarrow = hours.clientWidth < 480;
+        drawTimes(minutes, data.minutes, ago => -ago + " min", isNarrow ? 20 : 10);
+        drawTimes(hours, rows, hour => hour + ":00", isNarrow ? 6 : 3);
         drawDevices(volume, data.devices);
     }
 

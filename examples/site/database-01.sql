@@ -183,6 +183,14 @@ create trigger settings_changed after update on revision begin
     insert into event_add values ('info', 'system', 'changed', '', null);
 end;
 
+-- Addresses that always go to the same device, in the network of new devices.
+create table fixed (
+    id integer primary key,
+    mac text not null unique,
+    host integer not null unique check (host between 1 and 254)
+) strict;
+insert into fixed (mac, host) values ('02:00:5e:10:00:05', 5), ('02:00:5e:10:00:06', 6);
+
 -- The owner's password, as a hash; null until the first visit.
 create table account (id integer primary key check (id = 1), password text) strict;
 insert into account values (1, null);
@@ -226,26 +234,28 @@ create view status_now as
            memory_total * (48 + now / 60 % 9) / 100 as memory_used
     from status, clock;
 
+create view network_now as
+    select id, network.name, ifnull(setting.value, network.name) as label, prefix, wireless,
+           iif(network.name = 'Guests', (select value from setting where name = 'guests') = '1',
+               enabled) as enabled
+    from network left join setting on setting.name = 'ssid' and network.name = 'Wireless';
+
 create view device_list as
     select device.id, device.name, network.id as network_id, network.name as network,
            network.prefix || device.host as ip, network.id * 256 + device.host as ip_order,
-           device.mac, online and (device.id * 7 + span) % 12 <> 0 as online,
-           strftime('%Y-%m-%d %H:%M', iif(not online, seen,
+           device.mac, enabled and online and (device.id * 7 + span) % 12 <> 0 as online,
+           strftime('%Y-%m-%d %H:%M', iif(not online or not enabled, seen,
                iif((device.id * 7 + span) % 12 = 0, span * 600 - device.id,
                    now - device.id * 13 % 50)), 'unixepoch', 'localtime') as seen,
            cast((received + sent) * (0.1 + day_part) as integer) as volume,
            device.folded || ' ' || lower(network.name) || ' ' || network.prefix || device.host
                || ' ' || device.mac as searched
-    from device join network on network.id = device.network, clock;
+    from device join network_now as network on network.id = device.network, clock;
 
 create view network_list as
-    select network.id, ifnull(setting.value, network.name) as name,
-           network.prefix || '0/24' as address, network.wireless,
-           iif(network.name = 'Guests', (select value from setting where name = 'guests'),
-               network.enabled) as enabled,
-           count(device_list.id) as devices, total(device_list.online) as online
-    from network left join device_list on device_list.network_id = network.id
-                 left join setting on setting.name = 'ssid' and network.name = 'Wireless'
+    select network.id, network.label as name, network.prefix || '0/24' as address, network.wireless,
+           network.enabled, count(device_list.id) as devices, total(device_list.online) as online
+    from network_now as network left join device_list on device_list.network_id = network.id
     group by network.id;
 
 create view traffic_list as  -- of the last day, the oldest hour first
@@ -255,6 +265,16 @@ create view traffic_list as  -- of the last day, the oldest hour first
            round(sent * (80 + (day * 13 + traffic.hour * 29) % 40) / 100.0
                  * iif(traffic.hour = clock.hour, 0.8 + now / 60 % 7 * 0.1, 1), 1) as sent
     from traffic, clock;
+
+create view minute_list as  -- of the last hour, the oldest first
+    with recursive minute(number) as (
+        select 58 union all select number - 2 from minute where number > 0)
+    select minute.number as ago,
+           round(received * (70 + ((now / 60 - minute.number) * 37 + iif(minute.number, 0, now / 10))
+                                  % 60) / 100.0, 1) as received,
+           round(sent * (70 + ((now / 60 - minute.number) * 53 + iif(minute.number, 0, now / 10))
+                              % 60) / 100.0, 1) as sent
+    from minute, clock join traffic using (hour);
 
 create view event_list as
     select id, strftime('%Y-%m-%d %H:%M', at, 'unixepoch', 'localtime') as at, level, source,

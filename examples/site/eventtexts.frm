@@ -8,6 +8,7 @@
 ?><?setvariable var:text[devices] `{?site.source.devices?}`
 ?><?setvariable var:text[started] `{?site.event.started?}`
 ?><?setvariable var:text[reboot] `{?site.event.reboot?}`
+?><?setvariable var:text[factory] `{?site.event.factory?}`
 ?><?setvariable var:text[clock] `{?site.event.clock?}`
 ?><?setvariable var:text[changed] `{?site.event.changed?}`
 ?><?setvariable var:text[newpassword] `{?site.event.newpassword?}`

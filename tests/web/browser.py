@@ -8,7 +8,7 @@ import os, re, subprocess, sys, tempfile, time
 from chromium import *
 from visitor import *
 
-PAGES = "overview devices traffic events settings password backup reboot logout".split()
+PAGES = "overview devices addresses traffic events settings password backup reboot logout".split()
 TEXTS = {"en": {"settings": "Settings", "error": "This did not work", "saved": "have been saved"},
          "de": {"settings": "Einstellungen", "error": "Das hat nicht geklappt",
                 "saved": "sind gespeichert"},
@@ -80,6 +80,9 @@ def find_wide():
 
 def check_looks():
     """Long names, all widths, paper, the dark, and a language that begins at the right."""
+    show("login.htm")
+    if texts("#password"):
+        sign_in()
     name = "W" * 32
     sql("update setting set stored = ? where name in ('hostname', 'ssid')", name)
     sql("update device set name = ? where id = 1", name)
@@ -255,7 +258,8 @@ def check_lists():
     show("traffic.htm")
     names = sql("select name from device_list order by volume desc, id limit 6")
     check("names through the script", names, [(name,) for name in texts("#volume text.name")])
-    check("hours through the script", 48, len(texts("#chart rect")))
+    check("hours through the script", [48, 60], [len(texts("#chart rect")), len(texts("#minutes rect"))])
+    check("a scale", True, len(texts("#chart .grid")) > 2 and texts("#chart text")[0] == "0")
 
 
 def await_that(what, holds):

@@ -386,6 +386,42 @@ def check_settings(visitor):
     check("restarted", True, "0 days, 0 hours, 0 minutes" in visitor.ask("overview.htm").text)
 
 
+def check_list(visitor):
+    """The list that is edited row by row, in two windows and by second clicks; and the way back to
+    the factory's settings."""
+    mac, free = "02:00:5e:10:00:05", "02:00:5E:99:00:01 "
+    def send(**fields):
+        return visitor.post("addresses.htm", {"token": visitor.token(), "id": "", "was": "", **fields})
+    def rows():
+        return sql("select mac, host from fixed order by host")
+    before = rows()
+    number = sql("select id from fixed where mac = ?", mac)[0][0]
+    was = {"id": number, "was": mac + " 5"}
+    for fields, wrong in (({"mac": "02:00:5e:10:00", "host": "7"}, "mac"), ({"mac": "02-00-5e-10-00-05", "host": "7"}, "mac"),
+                          ({"mac": mac, "host": "7"}, "mac"), ({"mac": free, "host": "5"}, "host"), ({"mac": free}, "host"),
+                          ({"mac": free, "host": "30"}, "host"), ({"mac": free, "host": "255"}, "host"),
+                          ({**was, "mac": mac, "host": "6"}, "host"), ({**was, "mac": "02:00:5e:10:00:06", "host": "5"}, "mac"),
+                          ({**was, "was": mac + " 4", "mac": free, "host": "5"}, "changed from elsewhere"),
+                          ({**was, "id": "99", "mac": free, "host": "9"}, "changed from elsewhere")):
+        answer = send(**fields)
+        check(fields, (422, True, before), (answer.status, wrong in answer.marked() or wrong in answer.text, rows()))
+    for what, fields, left in (("add", {"mac": free, "host": "7"}, before + [(free.strip().lower(), 7)]),
+                               ("change", {**was, "mac": mac, "host": "8"}, [before[1], (free.strip().lower(), 7), (mac, 8)]),
+                               ("delete", {"delete": number}, [before[1], (free.strip().lower(), 7)])):
+        check((what, "twice"), [(303, left)] * 2, [(send(**fields).status, rows()) for _ in range(2)])
+    check("settings meet the list", ["first"], visitor.save(first="6").marked())
+    sql("update setting set stored = '0' where name = 'guests'")
+    check("no guests, none online", [(0, 0)], sql("select enabled, cast(online as integer) from network_list where name = 'Guests'"))
+    reset = {"token": visitor.token(), "factory": "1"}
+    check("no reset for nobody", ["password"], visitor.post("reboot.htm", {**reset, "password": "wrong"}).marked())
+    visitor.post("reboot.htm", {**reset, "password": PASSWORD})
+    check("as from the factory", (403, True, [(None, 0, 0)]), (
+        visitor.ask("overview.htm").status, "choose a password" in visitor.ask("").text,
+        sql("select password, (select count(*) from fixed), (select count(stored) from setting) from account")))
+    check("and begun anew", 303, visitor.login().status)
+    sql("update status set started = unixepoch()")
+
+
 def check_direct(work, secret):
     os.mkdir(work + "/root")
     with open(work + "/out.htm", "w", encoding="utf-8") as file:
@@ -521,6 +557,7 @@ with tempfile.TemporaryDirectory() as folder:
         check_requests(owner)
         check_attacks(owner)
         check_settings(owner)
+        check_list(owner)
         check_proxy(folder)
         check_load(owner)
         check_direct(folder, signed_in().cookies["zarnsession"])
