@@ -69,6 +69,8 @@ fuzz() {
         "build/test-sanitized/fuzz/${name}_fuzz" "${options[@]}" "$found/corpus" \
             "$PWD/fuzz/corpus/$name" 2>&1 | tee "$found/log"
     done
+    fuzz/sites.py build/test-sanitized/tools/orv-check $RANDOM "$1"
+    fuzz/texts.py build/test-sanitized/tools/orv-textdb $RANDOM "$1"
 }
 
 set_up() {
