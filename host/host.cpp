@@ -72,7 +72,13 @@ const char *hostOpenFile(const Host &host, const char *path, int32_t *fd)
     int opened = open(resolved, O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
     if (opened < 0)
         return strerror(errno);
-    if (fstat(opened, &status) != 0 || !S_ISREG(status.st_mode)) {
+    if (fstat(opened, &status) != 0) {
+        const int error = errno;
+        close(opened);
+        errno = error;
+        return strerror(errno);
+    }
+    if (!S_ISREG(status.st_mode)) {
         close(opened);
         return "not a regular file";
     }
@@ -85,15 +91,16 @@ static int32_t openReporting(Host &host, const Interpreter *interpreter, const c
 {
     int32_t fd = -1;
     int32_t line = 0;
+    errno = 0;
     host.openProblem = hostOpenFile(host, path, &fd);
-    if (!host.reportTemplates)
-        return fd;
-    const char *by = Orv_Interpreter_Position(interpreter, &line);
+    const bool failed = errno == EIO || errno == ENOMEM || errno == EMFILE || errno == ENFILE;
+    host.failures += fd < 0 && failed;
+    const char *by = host.reportTemplates ? Orv_Interpreter_Position(interpreter, &line) : nullptr;
     const bool isKnown = std::any_of(host.includes.begin(), host.includes.end(),
                                      [&](const HostInclude &one) { return one.path == path; });
     if (by && !isKnown)
         host.includes.push_back({path, by, line});
-    if (host.openProblem)
+    if (host.openProblem && (host.reportTemplates || failed))
         report(host, interpreter, "cannot open template", path, host.openProblem);
     return fd;
 }
@@ -147,6 +154,16 @@ static const char *bindVariables(const Host &host, sqlite3_stmt *statement)
     return nullptr;
 }
 
+// Reports why a query has no answer. code: SQLite's.
+static void reportQuery(Host &host, const Interpreter *interpreter, const char *query,
+                        const char *reason, int code)
+{
+    report(host, interpreter, "cannot answer query", query, reason);
+    for (const int failure : {SQLITE_NOMEM, SQLITE_IOERR, SQLITE_CORRUPT, SQLITE_CANTOPEN,
+                              SQLITE_NOTADB, SQLITE_FULL, SQLITE_BUSY})
+        host.failures += (code & 0xff) == failure;
+}
+
 // Returns the statement of a query, bound and owned by the caller; null after a
 // report when it is not one statement that only reads.
 static sqlite3_stmt *prepareQuery(Host &host, const Interpreter *interpreter, const char *query)
@@ -169,7 +186,8 @@ static sqlite3_stmt *prepareQuery(Host &host, const Interpreter *interpreter, co
         reason = bindVariables(host, statement);
     if (!reason)
         return statement;
-    report(host, interpreter, "cannot answer query", query, reason);
+    reportQuery(host, interpreter, query, reason,
+                host.db ? sqlite3_errcode(host.db) : SQLITE_ERROR);
     sqlite3_finalize(statement);
     return nullptr;
 }
@@ -269,8 +287,8 @@ static int32_t answerQuery(Interpreter *interpreter, int32_t mode, const char *q
         last = row;
     }
     if (status != SQLITE_DONE) {
-        report(host, interpreter, "cannot answer query", query,
-               status == SQLITE_NOMEM ? "out of memory" : sqlite3_errmsg(host.db));
+        reportQuery(host, interpreter, query,
+                    status == SQLITE_NOMEM ? "out of memory" : sqlite3_errmsg(host.db), status);
         freeRows(last);
         last = nullptr;
     }

@@ -49,6 +49,7 @@ struct Host {
     char docRoot[PATH_MAX + 1] = "";     // absolute, free of links, ends in '/'
     const char *openProblem = nullptr;   // why the last template was refused; null when not
     int32_t problems = 0;                // failed queries, and failed templates if reported
+    int32_t failures = 0; // those of them that are the machine's: a read, memory, descriptors
 
     // Answers of queries that were asked more than once, as each is that stands around an
     // include; null for those that were asked once, or cannot be kept. Owned.

@@ -16,7 +16,7 @@ printf '\n<?include inner.frm?>\n<?Echo?>' >site/outer.frm && printf '\n\n<?Echo
 printf dots >site/..a..htm &&
 ln -s ../secret.htm site/out.htm &&
 ln -s ../site-other site/other &&
-ln -s "$PWD/site/inc.htm" site/in.htm &&
+ln -s "$PWD/site/inc.htm" site/in.htm && ln -s out.htm out.link &&
 mkfifo site/fifo &&
 sqlite3 hot.db "create table num(n); create table pad(p);
     insert into num values ('old'); insert into pad values (zeroblob(100000))" &&
@@ -139,6 +139,11 @@ TEST(OrvRender, Rows)
          1},
         {"--output secret.htm x.htm || cat secret.htm", "", "secret",
          "orv-render: cannot open template 'x.htm': No such file or directory\n"},
+        {"--output secret.htm t.htm || cat secret.htm", // not the half of a page
+         "a\n<?echo " + repeated("x$$", 6000) + "?>b", "secret",
+         "orv-render: gave up at t.htm, line 2\n"},
+        {"--output out.link t.htm && cat out.htm && test -L out.link", "<?echo x?>", "x"},
+        {"--output /dev/stdout t.htm | cat", "<?echo x?>", "x"},
         {"--log --db r.db --set 'x=: WARNING - ' t.htm", "<?multiquerytext 'select 1 where 0'?>",
          "",
          "zarn - CGI-Variable set: x=: WARNING - !\n"

@@ -139,6 +139,13 @@ bool fileExists(const Site &site, const string &path)
            (staysBelow(path) && fs::is_regular_file(pathOf(site, path), error));
 }
 
+// Notes why a template that is there cannot be read, the first one's reason.
+static void noteUnread(Site *site, const string &path, const string &reason)
+{
+    if (site->problem.empty())
+        site->problem = "cannot read template " + path + ": " + reason;
+}
+
 // Returns false when the file is not there or may not be read; one that fails midway is
 // a problem of the site as well.
 static bool readFile(Site *site, const string &path, string *bytes)
@@ -151,8 +158,8 @@ static bool readFile(Site *site, const string &path, string *bytes)
     if (!fileExists(*site, path))
         return false;
     const bool done = readBytes(pathOf(*site, path).c_str(), bytes);
-    if (!done && errno != EACCES && site->problem.empty())
-        site->problem = "cannot read template " + path + ": " + strerror(errno);
+    if (!done && errno != EACCES)
+        noteUnread(site, path, strerror(errno));
     return done;
 }
 
@@ -298,6 +305,8 @@ static bool load(Site *site, const string &path, bool page)
     if (!readFile(site, path, &bytes))
         return false;
     Mended mended = readMended(path, bytes, page);
+    if (mended.tpl->unread)
+        noteUnread(site, path, UNREAD);
     const Template &read = *mended.tpl;
     site->templates[path] = std::move(mended.tpl);
     site->mistakes[path] = std::move(mended.mistakes);

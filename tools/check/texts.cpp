@@ -16,7 +16,9 @@ using std::string;
 
 namespace fs = std::filesystem;
 
-static void readPoFile(const string &path, Language *language, std::vector<TextFault> *faults)
+// Returns false, with *problem, when the file cannot be read.
+static bool readPoFile(const string &path, Language *language, std::vector<TextFault> *faults,
+                       string *problem)
 {
     std::vector<PoFault> found;
     PoFile po = readPo(path.c_str(), &found);
@@ -32,9 +34,11 @@ static void readPoFile(const string &path, Language *language, std::vector<TextF
     if (po.file)
         language->header = headerField(po, "Language");
     language->used = std::move(po.used);
+    *problem = po.unread;
     freePo(&po);
     for (const PoFault &fault : found)
         faults->push_back({path, fault.line, fault.text});
+    return problem->empty();
 }
 
 static void readDatabase(const string &path, const string &file, Language *language,
@@ -74,9 +78,8 @@ bool readLanguage(const string &path, Language *language, std::vector<TextFault>
         *problem = strerror(errno);
         return false;
     }
-    if (fs::path(path).extension() == ".db")
-        readDatabase(path, bytes, language, faults);
-    else
-        readPoFile(path, language, faults);
+    if (fs::path(path).extension() != ".db")
+        return readPoFile(path, language, faults, problem);
+    readDatabase(path, bytes, language, faults);
     return true;
 }

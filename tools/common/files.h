@@ -3,8 +3,10 @@
 #ifndef TOOLS_FILES_H
 #define TOOLS_FILES_H
 
+#include <filesystem>
 #include <string>
 #include <string_view>
+#include <system_error>
 
 /* The program's name, in front of each line that complain prints; each program
  * defines it. */
@@ -38,6 +40,15 @@ bool replaceFile(const char *path, std::string_view bytes);
 /* What tells whether a file has changed: its number, size and time; of a database also those of
  * the file beside it that has its newest rows. "-" stands for one that is not there. */
 std::string stateOfFile(const std::string &path);
+
+/* Calls take with each entry of a folder. What cannot be read of it is left out. */
+template <typename Take> void eachEntry(const std::string &path, Take take)
+{
+    std::error_code error;
+    std::filesystem::directory_iterator entry(path, error);
+    for (; !error && entry != std::filesystem::directory_iterator(); entry.increment(error))
+        take(*entry);
+}
 
 /* Whether both paths lead to one file that exists. */
 bool isSameFile(const char *a, const char *b);

@@ -67,8 +67,10 @@ static void onError(int severity, po_message_t message, const char *path, size_t
     reportPo(current->po, path && line != static_cast<size_t>(-1) ? line : 0,
              severity == PO_SEVERITY_WARNING ? Weight::WARNING : Weight::ERROR,
              message ? po_message_msgid(message) : nullptr, joined);
-    if (severity == PO_SEVERITY_FATAL_ERROR)
-        exit(EXIT_FAILURE);
+    if (severity != PO_SEVERITY_FATAL_ERROR)
+        return;
+    exit(current->po->faults ? complain(2, "cannot read %s: %s", path, joined.c_str())
+                             : EXIT_FAILURE);
 }
 
 // Returns what a digit of an octal or hexadecimal escape stands for, 16 for any
@@ -340,15 +342,24 @@ static void takeEntries(PoFile *po, const PoSource &source)
         reportPo(po, 0, Weight::ERROR, nullptr, "the file changed while it was read");
 }
 
+// Tells why a file cannot be read, in its caller's way.
+static void refuse(PoFile *po, const char *why)
+{
+    if (po->faults)
+        po->unread = why;
+    else
+        complain(0, "cannot read %s: %s", po->path.c_str(), why);
+}
+
 PoFile readPo(const char *path, std::vector<PoFault> *faults)
 {
-    PoFile po = {path, nullptr, 0, {}, "", {}, {}, faults};
+    PoFile po = {path, nullptr, 0, {}, "", {}, {}, faults, ""};
     std::string bytes;
     struct stat status;
     if (stat(path, &status) == 0 && !S_ISREG(status.st_mode))
-        complain(0, "cannot read %s: it is not a regular file, and is read twice", path);
-    else if (!readFile(path, &bytes))
-        ;
+        refuse(&po, "it is not a regular file, and is read twice");
+    else if (!readBytes(path, &bytes))
+        refuse(&po, strerror(errno));
     else if (const char *strange = strangeForm(bytes))
         reportPo(&po, 0, Weight::ERROR, nullptr, strange);
     else {
@@ -364,7 +375,7 @@ PoFile readPo(const char *path, std::vector<PoFault> *faults)
             complain(0, "%s: %zu more errors; is it a PO file?", path,
                      po.errors - MAX_SYNTAX_ERRORS);
         if (!po.file)
-            complain(0, "cannot read %s: %s", path, strerror(errno));
+            refuse(&po, strerror(errno));
         else {
             checkWhole(&po, source);
             takeEntries(&po, source);

@@ -47,6 +47,7 @@ struct PoFile {
     // them.
     std::unordered_map<po_message_t, std::set<std::string>> flags;
     std::vector<PoFault> *faults = nullptr; // borrowed; null where errors are printed
+    std::string unread = {};                // why it could not be read; empty where that is printed
 };
 
 /* Reads a file, and reports each error in it: what gettext's library complains of,
@@ -54,7 +55,7 @@ struct PoFile {
  * An entry with an error is not among the entries.
  * path: a regular file, as it is read twice.
  * faults: gets the errors, borrowed until freePo, and warnings are left out; null to have
- * both printed.
+ * both printed. Where it has them and a read fails midway, the process ends with status 2.
  *
  * To be released with freePo, whatever became of it. */
 PoFile readPo(const char *path, std::vector<PoFault> *faults = nullptr);

@@ -20,6 +20,7 @@
 #include "grammar/commands.h"
 #include "base/observe.h"
 #include "tools/common/advice.h"
+#include "tools/common/files.h"
 #include "scanner/scanner.h"
 
 namespace
@@ -503,17 +504,13 @@ namespace
 {
 struct MemoryFile {
     int fd;
+    bool isWhole;
     std::string path;
 
-    explicit MemoryFile(std::string_view text) : fd(memfd_create("template", MFD_CLOEXEC))
+    explicit MemoryFile(std::string_view text)
+        : fd(memfd_create("template", MFD_CLOEXEC)), isWhole(fd >= 0 && writeAll(fd, text)),
+          path("/proc/self/fd/" + std::to_string(fd))
     {
-        path = "/proc/self/fd/" + std::to_string(fd);
-        for (size_t out = 0; fd >= 0 && out < text.size();) {
-            const ssize_t count = write(fd, text.data() + out, text.size() - out);
-            if (count <= 0)
-                break;
-            out += static_cast<size_t>(count);
-        }
     }
     MemoryFile(const MemoryFile &) = delete;
     MemoryFile &operator=(const MemoryFile &) = delete;
@@ -574,6 +571,7 @@ static void parse(Template *tpl, bool page)
     observe::setObserver(&observer);
     const int32_t result = runUnseen(page ? file.path : around.path);
     observe::setObserver(nullptr);
+    tpl->unread = !reading.entered || !file.isWhole;
     tpl->gaveUpAt = result == ORV_RUN_GAVE_UP ? findCulprit(*tpl, reading.settled) : -1;
 }
 

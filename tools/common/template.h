@@ -104,6 +104,9 @@ struct Complaint {
     std::string text; // what the author is told
 };
 
+// Why a template whose bytes are there cannot be read.
+inline constexpr char UNREAD[] = "no memory or descriptors are left";
+
 struct Template {
     std::string path;        // below the document root
     std::string source;      // the file's bytes, with the edits: offsets elsewhere are into these
@@ -119,6 +122,7 @@ struct Template {
     std::vector<Begun> begun;           // in the order of their keywords
     std::vector<Complaint> complaints;  // in the order of the log
     std::vector<uint32_t> strayQuotes;  // in indices, where they are no part of it
+    bool unread = false;                // it could not be read, for want of what UNREAD names
     int32_t gaveUpAt = -1;              // index in begun of the command that ends the run
     bool exhausted = false;             // the parser's stack was
 

@@ -166,10 +166,11 @@ static void watchFiles(Launcher &launcher)
         watch.files.push_back(source.path);
     if (!settings.setFrom.empty())
         watch.files.push_back(settings.setFrom);
-    std::error_code ignored;
-    for (const auto &entry : fs::directory_iterator(settings.deviceRoot + "/etc", ignored))
-        if (!settings.deviceRoot.empty() && entry.path().extension() == ".db")
-            watch.files.push_back(entry.path());
+    if (!settings.deviceRoot.empty())
+        eachEntry(settings.deviceRoot + "/etc", [&](const fs::directory_entry &entry) {
+            if (entry.path().extension() == ".db")
+                watch.files.push_back(entry.path());
+        });
     if (!watchAll(watch))
         tell("Changes cannot be watched (%s): load pages again by hand.", strerror(errno));
     else if (watch.isCut)
@@ -226,7 +227,7 @@ static int start(Launcher &launcher)
     const Settings &settings = launcher.settings;
     std::error_code error;
     launcher.config.docRoot = fs::canonical(settings.folder, error);
-    if (error || !fs::is_directory(launcher.config.docRoot))
+    if (error || !fs::is_directory(launcher.config.docRoot, error))
         return complain(WRONG_USAGE, "cannot show '%s': %s", settings.folder.c_str(),
                         error ? error.message().c_str() : "it is no folder");
     launcher.config.functions = settings.functions;

@@ -12,6 +12,7 @@
 
 #include "program.h"
 #include "request.h"
+#include "tools/common/files.h"
 
 using std::string;
 
@@ -86,12 +87,11 @@ static bool placeLink(const string &target, const string &path)
 static void linkDevice(const string &deviceRoot, const string &root)
 {
     const string databases = root + "/etc/";
-    std::error_code ignored;
-    for (const auto &entry : fs::directory_iterator(deviceRoot + "/etc", ignored)) {
+    eachEntry(deviceRoot + "/etc", [&](const fs::directory_entry &entry) {
         const string name = entry.path().filename();
         if (name.starts_with("htmltext") && name.ends_with(".db"))
             placeLink(entry.path(), databases + name);
-    }
+    });
     const string chosen = deviceRoot + "/var/htmltext.db";
     if (access(chosen.c_str(), F_OK) == 0)
         placeLink(chosen, root + "/var/htmltext.db");
@@ -100,13 +100,13 @@ static void linkDevice(const string &deviceRoot, const string &root)
 static std::vector<string> languagesIn(const string &folder)
 {
     std::vector<string> languages;
-    std::error_code ignored;
-    for (const auto &entry : fs::directory_iterator(folder, ignored)) {
+    eachEntry(folder, [&](const fs::directory_entry &entry) {
         const string name = entry.path().filename();
-        if (name.starts_with("htmltext_") && fs::exists(entry.path(), ignored) &&
+        std::error_code error;
+        if (name.starts_with("htmltext_") && fs::exists(entry.path(), error) &&
             !languageOf(name).empty())
             languages.push_back(languageOf(name));
-    }
+    });
     std::sort(languages.begin(), languages.end());
     return languages;
 }

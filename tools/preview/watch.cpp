@@ -45,13 +45,14 @@ static bool watchFolder(Watch &watch, const string &folder)
 
 static void watchTree(Watch &watch, const string &folder)
 {
-    std::error_code error;
     if (!watchFolder(watch, folder))
         return;
-    for (const auto &entry : fs::directory_iterator(folder, error))
+    eachEntry(folder, [&](const fs::directory_entry &entry) {
+        std::error_code error;
         if (entry.is_directory(error) && !entry.is_symlink(error) &&
             !isForeign(entry.path().filename().string()))
             watchTree(watch, entry.path());
+    });
 }
 
 bool watchAll(Watch &watch)

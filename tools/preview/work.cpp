@@ -12,6 +12,8 @@
 #include <filesystem>
 #include <vector>
 
+#include "tools/common/files.h"
+
 using std::string;
 
 namespace fs = std::filesystem;
@@ -47,11 +49,11 @@ static bool isLeft(const string &path)
 // about to make a file in it.
 static void removeLeft(const fs::path &folder)
 {
-    std::error_code ignored;
     std::vector<string> left;
-    for (const auto &entry : fs::directory_iterator(folder, ignored))
+    eachEntry(folder, [&](const fs::directory_entry &entry) {
         if (entry.path().filename().string().starts_with(NAME) && isLeft(entry.path()))
             left.push_back(entry.path());
+    });
     for (const string &path : left) {
         const string gone = path.ends_with(GONE) ? path : path + GONE;
         if (rename(path.c_str(), gone.c_str()) == 0)

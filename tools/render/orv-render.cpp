@@ -1,8 +1,9 @@
 /* tools/render/orv-render.cpp - renders one template, for template authors and tests.
  *
  * A pipe or a terminal gets the page piece by piece. For a file it is collected in
- * memory and written at the end, so that a failed write is told and a run without
- * a page leaves the file of --output alone; that may be one of the templates. The
+ * memory and written at the end, so that a failed write is told. The file of --output is
+ * replaced in one step when the page is whole, and else left alone; that may be one of
+ * the templates. The
  * diagnostics are collected as well: they follow the page, and whether they
  * tell of errors decides on the exit status. */
 #include "tools/common/files.h"
@@ -52,14 +53,14 @@ static constexpr char helpText[] =
     "                           :NAME in a query stands for the request variable\n"
     "  --tooltips MODE          mark texts for translators: 1 as tooltips, 2 also in\n"
     "                           attributes and scripts\n"
-    "  --output FILE            write the page to FILE\n"
+    "  --output FILE            put the page into FILE when it is whole, in one step\n"
     "  --unbuffered             write each piece of the page at once, not together\n"
     "  --log                    print the diagnostics on standard error\n"
     "  --help, --version        print this text, or the version\n"
     "\n"
     "Exit status: 0 page rendered; 1 page rendered, and --log printed errors or\n"
-    "warnings; 2 wrong usage, a missing file, or the page cannot be written; 3 the\n"
-    "interpreter gave up in the middle of the page.\n";
+    "warnings; 2 wrong usage, a missing file, or something that could not be read or\n"
+    "written; 3 the interpreter gave up in the middle of the page.\n";
 
 enum OptionNumber : size_t {
     OPT_SET,
@@ -158,13 +159,11 @@ static std::string withChains(const Host &host, string_view log)
     return shown;
 }
 
-// Returns all that was written to a file in memory.
-static std::string readAll(int fd)
+// Appends all that was written to a file in memory. Returns false when that fails; errno
+// tells why.
+static bool readAll(int fd, std::string *text)
 {
-    std::string text;
-    lseek(fd, 0, SEEK_SET);
-    readOpen(fd, &text);
-    return text;
+    return lseek(fd, 0, SEEK_SET) == 0 && readOpen(fd, text);
 }
 
 // How many errors and warnings the library has reported so far.
@@ -213,22 +212,49 @@ static bool collectsPage(const CommandLine &options)
            !S_ISSOCK(status.st_mode) && !isatty(STDOUT_FILENO);
 }
 
+// Whether what a path names is to be written to as it is: a device, a pipe, an open descriptor.
+static bool isNoFile(const char *path)
+{
+    struct stat status;
+    for (const char *descriptors : {"/dev/std", "/dev/fd/", "/proc/"})
+        if (string_view(path).starts_with(descriptors))
+            return true;
+    return stat(path, &status) == 0 && !S_ISREG(status.st_mode);
+}
+
+static bool cannotWrite(const char *what)
+{
+    complain(NO_PAGE, "cannot write %s: %s", what, strerror(errno));
+    return false;
+}
+
+// Writes the page to what --output names. Returns false after a line.
+static bool writeOutput(int startDir, const char *output, const std::string &page)
+{
+    if (output[0] != '/' && fchdir(startDir) != 0)
+        return cannotWrite(output);
+    if (!isNoFile(output))
+        return replaceFile(output, page);
+    const int fd = open(output, O_WRONLY | O_TRUNC | O_CLOEXEC);
+    if (fd < 0)
+        return cannotWrite(output);
+    const bool isWritten = writeAll(fd, page);
+    const int cause = errno;
+    const bool isClosed = close(fd) == 0;
+    if (!isWritten)
+        errno = cause;
+    return (isWritten && isClosed) || cannotWrite(output);
+}
+
 // Writes the collected page to where it belongs. Returns false after a line.
 static bool writePage(int startDir, const char *output, int page)
 {
-    int fd = STDOUT_FILENO;
+    std::string text;
+    if (!readAll(page, &text))
+        return cannotWrite(output ? output : "standard output");
     if (output)
-        fd = openat(startDir, output, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
-    bool isWritten = fd >= 0 && writeAll(fd, readAll(page));
-    int cause = errno;
-    if (output && fd >= 0 && close(fd) != 0 && isWritten) {
-        isWritten = false;
-        cause = errno;
-    }
-    if (!isWritten)
-        complain(NO_PAGE, "cannot write %s: %s", output ? output : "standard output",
-                 strerror(cause));
-    return isWritten;
+        return writeOutput(startDir, output, text);
+    return writeAll(STDOUT_FILENO, text) || cannotWrite("standard output");
 }
 
 // Says why the page is missing or broken off. Returns the exit status.
@@ -240,8 +266,8 @@ static int explainResult(const Host &host, const CommandLine &options,
     const int32_t lost = Orv_Interpreter_OutputError(interpreter);
     if (lost > 0)
         return complain(NO_PAGE, "cannot write the page: %s", strerror(lost));
-    if (result == ORV_RUN_NO_TEMPLATE && logs && host.openProblem)
-        return NO_PAGE; // the log has the line
+    if (host.failures > 0 || (result == ORV_RUN_NO_TEMPLATE && logs && host.openProblem))
+        return NO_PAGE; // there is a line
     if (result == ORV_RUN_NO_TEMPLATE)
         return complain(NO_PAGE, "cannot open template '%s': %s", options.words[0],
                         host.openProblem ? host.openProblem : "it is empty or cannot be mapped");
@@ -281,10 +307,15 @@ static int renderPage(Host &host, const CommandLine &options, Interpreter *inter
         host.reportTemplates = true;
     }
     int status = runPage(host, options, interpreter, page, log);
-    if (status != NO_PAGE && collects && !writePage(startDir, options.value(OPT_OUTPUT), page))
+    const char *output = options.value(OPT_OUTPUT);
+    const bool isWanted = status == PAGE_WHOLE || (status == PAGE_BROKEN_OFF && !output);
+    if (isWanted && collects && !writePage(startDir, output, page))
         status = NO_PAGE;
     if (log >= 0) {
-        writeAll(STDERR_FILENO, withChains(host, readAll(log)));
+        std::string text;
+        if (!readAll(log, &text))
+            status = complain(NO_PAGE, "cannot read the log: %s", strerror(errno));
+        writeAll(STDERR_FILENO, withChains(host, text));
         if (status == PAGE_WHOLE && (host.problems > 0 || countProblems() > 0))
             status = PAGE_WITH_PROBLEMS;
     }

@@ -115,6 +115,8 @@ static bool printHardCoded(const char *path)
         return false;
     Template tpl;
     readTemplate(&tpl, path, std::move(bytes), true);
+    if (tpl.unread)
+        return complain(0, "cannot read %s: %s", path, UNREAD) != 0;
     const std::vector<HardCoded> found = findHardCoded(tpl);
     for (const HardCoded &words : found)
         printf("%s:%u: %s%s\n", path, placeOf(tpl, words.span.at).line,

@@ -52,11 +52,14 @@ static void findBroken(const Template &source, TemplateFields *found)
     }
 }
 
-static TemplateFields fieldsOf(const char *path, std::string bytes)
+// readable: cleared, after a complaint, when there is no memory or descriptor to read it with.
+static TemplateFields fieldsOf(const char *path, std::string bytes, bool *readable)
 {
     TemplateFields found = {path, {}, {}};
     Template source;
     readTemplate(&source, path, std::move(bytes), true);
+    if (source.unread)
+        *readable = complain(0, "cannot read %s: %s", path, UNREAD) != 0;
     for (const Field &field : source.fields)
         found.uses.push_back({std::string(field.id.substr(0, MAX_ID_LENGTH)),
                               placeOf(source, field.span.at).line,
@@ -92,7 +95,7 @@ bool readTemplates(const std::vector<const char *> &paths, std::vector<TemplateF
     for (const char *path : paths) {
         std::string bytes;
         if (readFile((folder + path).c_str(), &bytes))
-            templates->push_back(fieldsOf(path, std::move(bytes)));
+            templates->push_back(fieldsOf(path, std::move(bytes), &readable));
         else
             readable = false;
     }
