@@ -256,6 +256,8 @@ static int start(Launcher &launcher)
     }
     const string address = "http://127.0.0.1:" + std::to_string(launcher.config.port) + "/";
     tell("%s - Ctrl-C ends it.", address.c_str());
+    if (ferror(stdout)) // nobody has been told where the pages are
+        return complain(WRONG_USAGE, "cannot write standard output: %s", strerror(errno));
     if (settings.opens)
         openBrowser(address);
     return -1;

@@ -125,7 +125,7 @@ static int readPaths(const CommandLine &line, Settings &settings)
         settings.databases = {{"main", absolute(line.value(OPT_DB))}};
     if (line.has(OPT_ROOT))
         settings.deviceRoot = absolute(line.value(OPT_ROOT));
-    if (line.has(OPT_ROOT) && !fs::is_directory(settings.deviceRoot))
+    if (std::error_code error; line.has(OPT_ROOT) && !fs::is_directory(settings.deviceRoot, error))
         return complain(WRONG_USAGE, "cannot use root '%s': it is no folder", line.value(OPT_ROOT));
     if (line.has(OPT_SET_FROM))
         settings.setFrom = absolute(line.value(OPT_SET_FROM));
