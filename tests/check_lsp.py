@@ -185,6 +185,34 @@ try:
             unit = item["textEdit"]["range"]["start"]["character"]
             equal(before[unit - 1:], replaced)
 
+    # What is mended for certain, and what is left to its author.
+    for text, mended in (
+            ("<?IF  Eq 1 $1 a?>", "<?if  eq 1 $1 a?>"), ("<?ehco a?>", "<?echo a?>"), ("<?foreach a?>", None),
+            ("<?repeat [1 $var:token] `x`?>", "<?repeat [ 1 $var:token ] `x`?>"),
+            ("<?repeat[ 1 2 ]'x'?>", "<?repeat [ 1 2 ] 'x'?>"), ("<?repeat [1 2 `x`?>", None),
+            ("<?echo $var:tokne?>", "<?echo $var:token?>"), ("<?echo $var:zzz?>", None),
+            ("{?site.mneu?}", "{?site.menu?}"), ("<?include footr.frm?>", "<?include footer.frm?>"),
+            ("<?query 'select name from device where id = :tokne'?>",
+             "<?query 'select name from device where id = :token'?>"),
+            ("<script>a = '<?echo $var:token?>'</script>", "<script>a = '<?printjs $var:token?>'</script>"),
+            ("<script>a = <?echo $var:token?></script>", None),
+            ("<a onclick=\"a('<?echo $var:token?>')\">x</a>", None)):
+        before = "<!DOCTYPE html>\n<p>\U0001f388 "
+        tell("textDocument/didChange", textDocument={"uri": page}, contentChanges=[{"text": before + text}])
+        while not (found := [d for d in diagnostics(page) if d["range"]["start"]["line"] == 1]):
+            pass
+        actions = ask("textDocument/codeAction", textDocument={"uri": page}, range=found[0]["range"],
+                      context={"diagnostics": found})["result"]
+        got = None
+        for action in actions:
+            edit, = action["edit"]["changes"][page]
+            begin, behind = (edit["range"][side]["character"] - 6 for side in ("start", "end"))
+            got = text[:begin] + edit["newText"] + text[behind:]
+        equal((got, [action["diagnostics"] for action in actions]),
+              (mended, [found[:1]] if mended else []))
+        has(ask("textDocument/hover", textDocument={"uri": page}, position=found[0]["range"]["start"])
+            ["result"]["contents"]["value"], "**" + found[0]["code"] + "**: ")
+
     # Texts and the schema are read again when they have changed.
     german = os.path.join(root, "texts", "de.po")
     with open(german, encoding="utf-8") as file:

@@ -229,3 +229,13 @@ string_view nearest(string_view word, const std::vector<string_view> &candidates
     }
     return best;
 }
+
+string_view onlyNearest(string_view word, std::vector<string_view> candidates)
+{
+    const string_view near = nearest(word, candidates);
+    std::erase(candidates, near);
+    const string_view other = nearest(word, candidates);
+    const bool isOnly =
+        other.empty() || distance(word, other, LONGEST_WORD) > distance(word, near, LONGEST_WORD);
+    return isOnly ? near : string_view();
+}

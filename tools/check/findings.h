@@ -76,4 +76,7 @@ std::string kindUri(const Kind &kind);
 /* The word among candidates that was probably meant, empty when none is near. */
 std::string_view nearest(std::string_view word, const std::vector<std::string_view> &candidates);
 
+/* The same, empty also where another is as near. */
+std::string_view onlyNearest(std::string_view word, std::vector<std::string_view> candidates);
+
 #endif

@@ -17,6 +17,7 @@
 #include <filesystem>
 #include <set>
 
+#include "actions.h"
 #include "complete.h"
 #include "host/encoding.h"
 #include "lookup.h"
@@ -44,6 +45,7 @@ struct Served {
     std::unique_ptr<Site> site;     // null until it is needed
     std::unique_ptr<Site> former;   // before the last change; its texts are read again when needed
     bool changed = true;            // since the diagnostics were sent
+    std::vector<Finding> findings;  // of those
     std::map<string, string> texts; // of open documents, by absolute path
     std::map<string, string> uris;  // as the client writes them, by absolute path
     std::set<string> told;          // URIs with diagnostics
@@ -278,7 +280,8 @@ static void sendDiagnostics(const Server &server, Served &served)
     for (const auto &[path, uri] : served.uris)
         lists[uri] = Json::array();
     served.told.clear();
-    for (const Finding &finding : checkSite(*site)) {
+    served.findings = checkSite(*site);
+    for (const Finding &finding : served.findings) {
         const string uri = uriOf(served, finding.path, site->templates.contains(finding.path));
         served.told.insert(uri);
         auto [list, isNew] = lists.try_emplace(uri, Json::array());
@@ -311,6 +314,7 @@ static Json initialize(Server &server, const Json &parameters)
               {"definitionProvider", true},
               {"referencesProvider", true},
               {"documentLinkProvider", Json::object()},
+              {"codeActionProvider", {{"codeActionKinds", {"quickfix"}}}},
               {"completionProvider", {{"triggerCharacters", {"?", "$", ":", ".", "[", " ", "/"}}}},
               {"workspace",
                {{"workspaceFolders", {{"supported", true}, {"changeNotifications", true}}}}}}},
@@ -368,10 +372,34 @@ static Json locations(const Served &served, const std::vector<FilePlace> &places
     return list;
 }
 
+static Span spanOf(const Template &tpl, const Finding &finding)
+{
+    return {offsetOfUnits(tpl, finding.line - 1, finding.unit - 1),
+            offsetOfUnits(tpl, finding.endLine - 1, finding.endUnit - 1)};
+}
+
+// The findings that a piece of a template's file touches; none while they are out of date.
+static std::vector<const Finding *> findingsIn(const Request &about, Span piece)
+{
+    std::vector<const Finding *> found;
+    if (about.served->changed || !about.tpl)
+        return found;
+    for (const Finding &finding : about.served->findings) {
+        const Span span = spanOf(*about.tpl, finding);
+        if (finding.path == about.tpl->path && span.at <= piece.end && piece.at <= span.end)
+            found.push_back(&finding);
+    }
+    return found;
+}
+
 static Json hover(Server &server, const Json &parameters)
 {
     const Request about = readRequest(server, parameters);
-    const string text = about.site ? hoverText(*about.site, findAt(about)) : "";
+    string text = about.site ? hoverText(*about.site, findAt(about)) : "";
+    std::set<const Kind *> kinds;
+    for (const Finding *finding : findingsIn(about, {about.offset, about.offset}))
+        if (kinds.insert(finding->kind).second)
+            text += (text.empty() ? "" : "\n\n") + describeKind(*finding->kind);
     if (text.empty())
         return nullptr;
     return {{"contents", {{"kind", "markdown"}, {"value", text}}}};
@@ -423,6 +451,42 @@ static Json documentLink(Server &server, const Json &parameters)
         for (const FileLink &link : linksOf(*about.site, *about.tpl))
             list.push_back({{"range", range(link.line, link.unit, link.line, link.endUnit)},
                             {"target", uriOf(*about.served, link.path, true)}});
+    return list;
+}
+
+static Json actionOf(const Request &about, const Finding &finding, const Mending &mending)
+{
+    const Template &tpl = *about.tpl;
+    const LineColumn from = placeInFile(tpl, mending.span.at);
+    const LineColumn to = placeInFile(tpl, mending.span.end);
+    const Json edit = {{"range", range(from.line, unitsInFile(tpl, mending.span.at) + 1, to.line,
+                                       unitsInFile(tpl, mending.span.end) + 1)},
+                       {"newText", mending.text}};
+    Json changes = Json::object();
+    changes[uriOf(*about.served, tpl.path, true)] = Json::array({edit});
+    return {{"title", mending.title},
+            {"kind", "quickfix"},
+            {"isPreferred", true},
+            {"diagnostics", Json::array({diagnosticOf(*about.served, finding)})},
+            {"edit", {{"changes", std::move(changes)}}}};
+}
+
+static Json codeAction(Server &server, const Json &parameters)
+{
+    const Request about = readDocument(server, parameters);
+    const Json &start = parameters.at("range").at("start");
+    const Json &end = parameters.at("range").at("end");
+    Json list = Json::array();
+    if (!about.site)
+        return list;
+    const auto offset = [&](const Json &place) {
+        return offsetOfUnits(*about.tpl, place.at("line").asCount(),
+                             place.at("character").asCount());
+    };
+    for (const Finding *finding : findingsIn(about, {offset(start), offset(end)}))
+        if (const auto mending =
+                mendingOf(*about.site, *about.tpl, about.served->findings, *finding))
+            list.push_back(actionOf(about, *finding, *mending));
     return list;
 }
 
@@ -533,6 +597,7 @@ static constexpr Method requests[] = {
     {"textDocument/references", references},
     {"textDocument/completion", completion},
     {"textDocument/documentLink", documentLink},
+    {"textDocument/codeAction", codeAction},
     {"shutdown",
      [](Server &server, const Json &) -> Json {
          server.stopping = true;

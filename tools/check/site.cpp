@@ -550,6 +550,15 @@ static bool loadDatabases(Site *site, string *problem, Site *former)
     return site->database != nullptr;
 }
 
+void giveBack(Site *site, Site *former)
+{
+    former->languages = std::move(site->languages);
+    former->textIds = std::move(site->textIds);
+    former->judged = std::move(site->judged);
+    former->database = std::move(site->database);
+    former->databaseState = std::move(site->databaseState);
+}
+
 bool loadSite(SiteOptions options, Site *site, string *problem,
               const std::function<void(size_t)> &progress, Site *former)
 {

@@ -147,6 +147,9 @@ struct Site : Collected {
 bool loadSite(SiteOptions options, Site *site, std::string *problem,
               const std::function<void(size_t)> &progress = {}, Site *former = nullptr);
 
+/* Gives the languages and databases back that a site has taken over. */
+void giveBack(Site *site, Site *former);
+
 /* Adds the names that a template's forms and links send. */
 void collectNames(Site *site, const Template &tpl);
 
