@@ -263,11 +263,18 @@ static bool isScriptType(string_view type)
            isOneOf(type, {"module", "importmap", "speculationrules", "text/babel", "text/jsx"});
 }
 
+// Elements whose content is text up to their own end tag: markup in it is not looked at.
+static bool isRaw(string_view element)
+{
+    return isOneOf(
+        element, {"script", "style", "title", "textarea", "iframe", "xmp", "noembed", "noframes"});
+}
+
 static void endTag(HtmlState *state)
 {
     const string_view element = state->element;
     state->part = Part::TEXT;
-    if (!state->closing && isOneOf(element, {"script", "style", "title", "textarea"})) {
+    if (!state->closing && isRaw(element)) {
         state->part = Part::RAW;
         state->content = element == "script"  ? (isScriptType({state->type, state->typeLength})
                                                      ? Content::SCRIPT
@@ -353,6 +360,7 @@ static void followRefresh(HtmlState *state, char c)
     addToWord(state, lower(c));
 }
 
+// A value without quotes goes on up to a blank or ">": "/", "=" and quotes are part of it.
 static void followValueByte(HtmlState *state, char c)
 {
     if (state->quote ? c == state->quote : isBlank(c) || c == '>') {
@@ -382,6 +390,8 @@ static void followText(HtmlState *state, char c)
         state->part = Part::OPEN;
 }
 
+// A "<" begins a tag only in front of a letter: "a < b" and "<3" are text. Behind "</" anything
+// but a letter begins what browsers call a bogus comment; so few write that that it is text here.
 static void followOpen(HtmlState *state, char c)
 {
     if (c == '/' && state->last == '<') {
@@ -399,6 +409,7 @@ static void followOpen(HtmlState *state, char c)
     }
 }
 
+// All up to a blank, "/" or ">" is the name: "<p<b>" opens one element, of an odd name.
 static void followTagName(HtmlState *state, char c)
 {
     if (isBlank(c) || c == '/') {
@@ -411,6 +422,8 @@ static void followTagName(HtmlState *state, char c)
     }
 }
 
+// A "/" that ends no tag is passed over like a blank. A quote or "=" here begins a name, since
+// browsers take any byte for a letter of one.
 static void followTag(HtmlState *state, char c)
 {
     if (c == '>') {
@@ -422,6 +435,7 @@ static void followTag(HtmlState *state, char c)
     }
 }
 
+// Quotes and "<" inside a name are letters of it: <a it's> opens no quote.
 static void followName(HtmlState *state, char c)
 {
     if (c == '=') {
@@ -448,6 +462,7 @@ static void followAfterName(HtmlState *state, char c)
     }
 }
 
+// "<a href=>" is a tag that ends, with an empty value.
 static void followBeforeValue(HtmlState *state, char c)
 {
     if (isBlank(c))
@@ -463,6 +478,8 @@ static void followBeforeValue(HtmlState *state, char c)
     }
 }
 
+// What begins with "<!" or "<?" ends at the first ">", quotes or not. Of "<!-->" both dashes
+// count for the beginning and for the end: it is a whole comment.
 static void followDeclaration(HtmlState *state, char c)
 {
     if (state->wordLength < 2) {
@@ -480,7 +497,9 @@ static void followComment(HtmlState *state, char c)
         state->part = Part::TEXT;
 }
 
-// Whether the element's end tag has been read; typeLength counts its bytes.
+// Whether the element's end tag has been read; typeLength counts its bytes. "</scripts>" ends
+// no script: a blank, "/" or ">" has to follow the name. Neither does a quote or a comment of the
+// script keep its end tag from ending it.
 static bool endsRaw(HtmlState *state, char c)
 {
     const string_view name = state->element;
