@@ -354,6 +354,29 @@ TEST(Check, KnowsItsSite)
     EXPECT_FALSE(std::filesystem::exists("stolen"));
 }
 
+// Those that are templates; the others tell of languages' files, or of several templates.
+TEST(Check, EachExampleHasItsKind)
+{
+    writeFile("s.sql", "create table t(a text, b text);");
+    writeFile("en.po",
+              "msgid \"site.title\"\nmsgstr \"it's\"\nmsgid \"site.lang\"\nmsgstr \"en\"\n");
+    writeFile("orv-check.json", R"({"databases": {"main": "s.sql"}, "texts": ["en.po"],
+        "kinds": {"text-hard-coded": "warning"}, "variables": {"set": ["name", "user", "find",
+        "link", "color", "tag", "note", "a", "x", "picture", "part"]}})");
+    int count = 0;
+    for (const Kind &kind : allKinds()) {
+        const std::string id = kind.id;
+        writeFile(
+            "t.htm",
+            std::string(kind.example).substr(0, std::string(kind.example).find(" where the text")));
+        const bool isTemplate =
+            strchr("<{t", kind.example[0]) && id != "limit" && id != "escape-json";
+        count += isTemplate;
+        EXPECT_TRUE(!isTemplate || checkRow("").find("[" + id + "]\n") != std::string::npos) << id;
+    }
+    EXPECT_GT(count, 45);
+}
+
 TEST(Check, PrintsSarif)
 {
     writeFile("t.htm", "\xF0\x9F\x8E\x88\xC3\xA4<?print $var:user?>");

@@ -11,7 +11,7 @@ using enum Grade;
 static constexpr Kind kinds[] = {
     {"syntax", ERROR,
      "The interpreter logs this mistake when it reads the template, and drops the command.",
-     "<?if eq $var:a ?>"},
+     "<p><?if eq $var:a ?></p>"},
     {"gives-up", ERROR,
      "The run ends here and the rest of the page is lost: the page's very first command has too "
      "many arguments. Text in front of it, such as <!DOCTYPE html>, lets the rest come out.",
@@ -24,7 +24,7 @@ static constexpr Kind kinds[] = {
     {"quote-inside", WARNING,
      "A quote ends in the midst of a text, which goes on as the next argument. A text that holds "
      "the quote around it is put between others; there are three.",
-     "<?echo 'it's'?>"},
+     "<?if eq 1 1 'it's'?>"},
     {"end-in-text", WARNING,
      "A ?> in page text ends nothing and comes out. A command ends at the first ?> behind its "
      "begin that belongs to no command inside it, a comment at its first.",
