@@ -219,12 +219,14 @@ static constexpr Rule rules[] = {
     {"escape-script", proposePrintjs},
 };
 
-// Whether the site is the better for it: without that finding, and with fewer.
-static bool isBetter(Site &site, const Template &tpl, string text,
-                     const std::vector<Finding> &findings, const Finding &finding)
+// Whether the site is rid of a finding then. What stands behind it may bring others.
+static bool isGone(Site &site, const Template &tpl, const Mending &mending, const Finding &finding)
 {
     SiteOptions options = site.options;
-    options.unsaved[tpl.path] = std::move(text);
+    options.unsaved[tpl.path] = applied(fileOf(tpl), mending);
+    size_t column = finding.column; // where it would be now, on the same line
+    if (placeInFile(tpl, mending.span.end).column <= column)
+        column += mending.text.size() + mending.span.at - mending.span.end;
     Site trial;
     string problem;
     const bool isLoaded = loadSite(std::move(options), &trial, &problem, {}, &site);
@@ -232,15 +234,13 @@ static bool isBetter(Site &site, const Template &tpl, string text,
     if (isLoaded)
         left = checkSite(trial);
     giveBack(&trial, &site);
-    return isLoaded && left.size() < findings.size() &&
-           std::none_of(left.begin(), left.end(), [&](const Finding &other) {
+    return isLoaded && std::none_of(left.begin(), left.end(), [&](const Finding &other) {
                return other.path == finding.path && other.line == finding.line &&
-                      other.column == finding.column && other.kind == finding.kind;
+                      other.column == column && other.kind == finding.kind;
            });
 }
 
-std::optional<Mending> mendingOf(Site &site, const Template &tpl,
-                                 const std::vector<Finding> &findings, const Finding &finding)
+std::optional<Mending> mendingOf(Site &site, const Template &tpl, const Finding &finding)
 {
     const auto *rule = std::find_if(std::begin(rules), std::end(rules), [&](const Rule &each) {
         return strcmp(each.kind, finding.kind->id) == 0;
@@ -252,7 +252,6 @@ std::optional<Mending> mendingOf(Site &site, const Template &tpl,
     const string_view file = fileOf(tpl);
     const std::optional<Mending> mending = rule->propose({site, tpl, file, span});
     const bool isSound =
-        mending && (rule->propose == proposeSyntax ||
-                    isBetter(site, tpl, applied(file, *mending), findings, finding));
+        mending && (rule->propose == proposeSyntax || isGone(site, tpl, *mending, finding));
     return isSound ? mending : std::nullopt;
 }

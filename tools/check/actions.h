@@ -15,9 +15,7 @@ struct Mending {
 
 /* What mends a finding in a template, where there is one way and no doubt: a keyword's case,
  * a name that is nearly that of one other, printjs for echo in a script's string, the blanks
- * around repeat's brackets. It has been tried: without the finding there are fewer of them.
- * findings: all of the site. */
-std::optional<Mending> mendingOf(Site &site, const Template &tpl,
-                                 const std::vector<Finding> &findings, const Finding &finding);
+ * around repeat's brackets. It has been tried, and the finding is gone then. */
+std::optional<Mending> mendingOf(Site &site, const Template &tpl, const Finding &finding);
 
 #endif

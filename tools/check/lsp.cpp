@@ -484,8 +484,7 @@ static Json codeAction(Server &server, const Json &parameters)
                              place.at("character").asCount());
     };
     for (const Finding *finding : findingsIn(about, {offset(start), offset(end)}))
-        if (const auto mending =
-                mendingOf(*about.site, *about.tpl, about.served->findings, *finding))
+        if (const auto mending = mendingOf(*about.site, *about.tpl, *finding))
             list.push_back(actionOf(about, *finding, *mending));
     return list;
 }
