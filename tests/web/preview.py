@@ -803,7 +803,7 @@ def check_pages(preview):
     wild = """<base href="http://127.0.0.1:9/"><style>* {
 color: rgb(1, 2, 3) !important } html > * {
 display: none !important; opacity: .1; top: 0 !important }</style>"""
-    form = """<form method="post" action="form.htm"><input name="who" value="Ann"></form>
+    form = """<form method="post" action="form.htm"><input name="who" aria-label="who" value="Ann"></form>
 <p><?echo $var:who?></p>"""
     run("sessionStorage.clear()")
     pages = (("policy", POLICY, ""), ("wild", wild, ""), ("form", "", form),
@@ -814,14 +814,16 @@ display: none !important; opacity: .1; top: 0 !important }</style>"""
     preview.settle(start)
     for name, *_ in pages:
         show(f"{preview.url}{name}.htm")
-        expected = "badge warning" if name in ("text", "comment", "tag") else "badge"
+        is_open = name in ("text", "comment", "tag")
+        expected = "badge error" if is_open else "badge"
         check(name, expected, wait(BADGE, expected))
         check(f"{name}: nothing of the bar's is in the page", 0, run(
             "return document.querySelectorAll('script, #orv-preview').length"))
         visible = BAR + """const badge = bar.querySelector('.badge');
 const box = badge.getBoundingClientRect();
 return [getComputedStyle(badge).color, box.width > 50 && box.bottom > innerHeight - 50]"""
-        check(f"{name}: seen, in its own style", ["rgb(232, 235, 241)", True], run(visible))
+        check(f"{name}: seen, in its own style", [f"rgb({'255, 255, 255' if is_open else '232, 235, 241'})",
+                                                  True], run(visible))
         if name == "form":
             run("setTimeout(() => document.forms[0].submit())")
             check("a form", "Ann", wait(ANSWER, "Ann"))

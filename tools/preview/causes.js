@@ -9,7 +9,7 @@ const causes = {
     value: /^(value|query|variable|calc|repeat)-/,
     query: /^query-/,
     marks: /^text-breaks/,
-    markup: /^(quote|escape-context|html|tag|element)/
+    markup: /^(quote|escape-context|html-open)/
 };
 
 const isBefore = (a, b) => a.line < b.line || (a.line === b.line && (a.column || 0) < (b.column || 0));
