@@ -254,6 +254,7 @@ TEST(Check, PrintsAndRefuses)
         {"broken.htm", "cannot read template broken.htm: Input/output error"},
         {"b.htm", "cannot read template broken.htm: Input/output error"},
         {"--set-from nothere", "cannot read nothere: No such file or directory"},
+        {"--texts err err", "err is no template; --only prints what is found in it"},
         {"--format yaml", "--format needs text, json or sarif, not 'yaml'"},
         {"--nope", "wrong option '--nope' (--help tells all)"},
         {"--db", "option '--db' needs a value (--help tells all)"},

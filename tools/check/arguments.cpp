@@ -193,11 +193,48 @@ static string startFolder(const std::vector<const char *> &words)
 {
     std::error_code error;
     for (const char *word : words) {
-        const string folder = (fs::path(word).parent_path() / ".").string();
+        string folder = (fs::path(word).parent_path() / ".").string();
         if (fs::exists(word, error) && !findSiteFile(folder).empty())
             return folder;
     }
     return ".";
+}
+
+static string realPath(const fs::path &path)
+{
+    std::error_code error;
+    return fs::weakly_canonical(path, error);
+}
+
+// The files besides the templates that a site consists of.
+static std::set<string> otherFiles(const SiteOptions &options)
+{
+    std::set<string> files = {realPath(options.file)};
+    for (const string &path : options.texts)
+        files.insert(realPath(path));
+    for (const SiteDatabase &database : options.databases)
+        for (const string &path : databaseFiles(database))
+            files.insert(realPath(path));
+    return files;
+}
+
+// Takes the words of a command line as pages, or with --only as files. Returns false after a
+// complaint.
+static bool takeWords(const CommandLine &line, Arguments *arguments)
+{
+    SiteOptions &site = arguments->site;
+    const std::set<string> others = otherFiles(site);
+    for (const char *word : line.words) {
+        if (arguments->isOnly) {
+            arguments->only.emplace_back(word);
+        } else if (others.contains(realPath(word))) {
+            complain(0, "%s is no template; --only prints what is found in it", word);
+            return false;
+        } else {
+            site.templates.push_back(templatePath(site.docRoot, word));
+        }
+    }
+    return true;
 }
 
 int readArguments(int argc, char **argv, Arguments *arguments)
@@ -220,12 +257,7 @@ int readArguments(int argc, char **argv, Arguments *arguments)
     string problem;
     if (!makeOptions(arguments->given, startFolder(line.words), &arguments->site, &problem))
         return complain(WRONG_USAGE, "%s", problem.c_str());
-    if (arguments->isOnly)
-        arguments->only.assign(line.words.begin(), line.words.end());
-    else
-        for (const char *path : line.words)
-            arguments->site.templates.push_back(templatePath(arguments->site.docRoot, path));
-    return -1;
+    return takeWords(line, arguments) ? -1 : WRONG_USAGE;
 }
 
 // ---- a site looked at ----
@@ -247,24 +279,6 @@ static void prefixPaths(std::vector<Finding> *findings, const Site &site)
         for (Note &note : finding.notes)
             prefix(&note.path);
     }
-}
-
-static string realPath(const fs::path &path)
-{
-    std::error_code error;
-    return fs::weakly_canonical(path, error);
-}
-
-// The files besides the templates that a site consists of.
-static std::set<string> otherFiles(const SiteOptions &options)
-{
-    std::set<string> files = {realPath(options.file)};
-    for (const string &path : options.texts)
-        files.insert(realPath(path));
-    for (const SiteDatabase &database : options.databases)
-        for (const string &path : databaseFiles(database))
-            files.insert(realPath(path));
-    return files;
 }
 
 // Leaves what is found in files that are named, and finds those that are not of the site.

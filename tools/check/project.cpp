@@ -148,10 +148,10 @@ string templatePath(const string &docRoot, const string &named)
         return (fs::absolute(path, error) / "").lexically_normal().parent_path();
     };
     if (fs::exists(named, error)) {
-        const string inner = below(absolute(named), absolute(docRoot));
+        string inner = below(absolute(named), absolute(docRoot));
         if (!inner.empty())
             return inner;
-        const string real = below(fs::canonical(named, error), fs::canonical(docRoot, error));
+        string real = below(fs::canonical(named, error), fs::canonical(docRoot, error));
         if (!error && !real.empty())
             return real;
     }

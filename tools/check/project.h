@@ -23,8 +23,8 @@ bool makeOptions(const GivenOptions &given, const std::string &folder, SiteOptio
 bool readNames(const std::string &path, SiteOptions *site);
 
 /* The text of a site file for the site in the working directory, with what can be guessed of
- * it. site: what is known already, and is not guessed then. */
-std::string initialSiteFile(const SiteOptions &site);
+ * it. given: what is known already, and is not guessed then. */
+std::string initialSiteFile(const SiteOptions &given);
 
 /* The path below the document root of a template that is named by the path that leads to it,
  * or by that below the document root. */

@@ -1,7 +1,7 @@
 /* tools/common/json.cpp - JSON values, and the library that reads and writes their texts. */
 #include "tools/common/json.h"
 
-#include <cstdio>
+#include <cstdlib>
 
 #include <algorithm>
 #include <limits>
@@ -284,11 +284,14 @@ bool readJsonFile(string_view text, Json *value, string *problem)
         return true;
     }
     // "[...] parse error at line 1, column 2: what is wrong"
-    unsigned line = maker.line;
-    unsigned column = 1;
     const size_t place = maker.problem.find("at line ");
-    if (place != string::npos)
-        sscanf(maker.problem.c_str() + place, "at line %u, column %u", &line, &column);
+    const size_t comma = maker.problem.find(", column ", place);
+    const auto numberAt = [&](size_t at) {
+        return strtoul(maker.problem.c_str() + at, nullptr, 10);
+    };
+    const bool isPlaced = place != string::npos && comma != string::npos;
+    const unsigned long line = isPlaced ? numberAt(place + 8) : maker.line;
+    const unsigned long column = isPlaced ? numberAt(comma + 9) : 1;
     const string_view sign = place == string::npos ? "] " : ": ";
     const size_t what = maker.problem.find(sign, place == string::npos ? 0 : place);
     *problem = std::to_string(line) + ":" + std::to_string(column) + ": " +

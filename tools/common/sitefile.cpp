@@ -82,7 +82,7 @@ static void takeSettings(const Reader &reader, const Json &object, std::span<con
         if (row == rows.end()) {
             string names;
             for (const Setting &setting : rows)
-                names += (names.empty() ? "" : ", ") + string(setting.name);
+                names.append(names.empty() ? "" : ", ").append(setting.name);
             refuse(value.line, "there is no setting '" + key + "'" + where + ", only " + names);
         }
         row->take(reader, expect(value, row->kind, "'" + key + "'"));
