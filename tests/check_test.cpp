@@ -37,13 +37,16 @@ struct Row {
 };
 } // namespace
 
-// The sites of a document, one a heading, each with what stands in front of the first.
-static std::vector<Row> readRows(const std::string &path)
+// The sites of a document, one a heading that begins so, each with what stands in front of the
+// first.
+static std::vector<Row> readRows(const std::string &path, const std::string &front)
 {
     std::map<std::string, Block> shared;
     std::vector<Row> rows;
     for (const Block &block : readBlocks(path)) {
-        if (!block.heading.starts_with("## ")) {
+        if (block.kind.empty())
+            continue;
+        if (!block.heading.starts_with(front)) {
             shared[block.kind] = block;
             continue;
         }
@@ -163,7 +166,7 @@ TEST(Check, FindsWhatDocumentsSay)
     std::set<std::string> whole = {"include-depth", "limit"}; // which are below
     for (const std::string name : {ORV_CHECK_DOCUMENTS}) {
         const std::string path = ORV_SOURCE "/tests/" + name;
-        const std::vector<Row> rows = readRows(path);
+        const std::vector<Row> rows = readRows(path, "## ");
         EXPECT_FALSE(rows.empty()) << name;
         for (const Row &row : rows) {
             compareRow(path, row);
@@ -176,13 +179,27 @@ TEST(Check, FindsWhatDocumentsSay)
                 }
         }
     }
-    std::string document;
-    ASSERT_TRUE(readBytes(ORV_SOURCE "/docs/checking.md", &document));
-    for (const Kind &kind : allKinds()) {
+    for (const Kind &kind : allKinds())
         EXPECT_TRUE(whole.contains(kind.id)) << "no document has the words of " << kind.id;
-        EXPECT_NE(document.find("`" + std::string(kind.id) + "`"), std::string::npos)
-            << "docs/checking.md lacks " << kind.id;
+}
+
+// The list of kinds has an example of each, with what is found there.
+TEST(Check, ListsAllKinds)
+{
+    const std::string path = ORV_SOURCE "/docs/checking.md";
+    std::string document;
+    ASSERT_TRUE(readBytes(path.c_str(), &document));
+    for (const Kind &kind : allKinds()) {
+        const std::string heading = "\n### `" + std::string(kind.id) + "`\n";
+        const size_t begin = document.find(heading);
+        const size_t end = document.find("\n#", begin + heading.size());
+        ASSERT_NE(begin, std::string::npos) << path << " lacks " << kind.id;
+        const std::string section = document.substr(begin, end - begin);
+        const bool isFound = section.find("[" + std::string(kind.id) + "]\n") != std::string::npos;
+        EXPECT_EQ(isFound, section.find("```") != std::string::npos) << kind.id;
     }
+    for (const Row &row : readRows(path, "### `"))
+        compareRow(path, row);
 }
 
 TEST(Check, KnowsTheLimits)

@@ -287,8 +287,19 @@ static void flowCommand(Reader &reader, const Template &tpl, const Command &comm
 
 // ---- whole trees ----
 
+// Whether a path, that of a piece such as feed.xml.frm too, is of markup that is no HTML.
+static bool isOtherMarkup(string_view path)
+{
+    if (path.ends_with(".frm"))
+        path.remove_suffix(4);
+    return path.ends_with(".xml") || path.ends_with(".svg") || path.ends_with(".rss") ||
+           path.ends_with(".atom") || path.ends_with(".xsl");
+}
+
 Mode modeOf(const string &path)
 {
+    if (isOtherMarkup(path))
+        return Mode::PLAIN;
     if (path.ends_with(".json") || path.ends_with(".webmanifest"))
         return Mode::DATA;
     return beginOf(path).part == Part::TEXT ? Mode::TEXT : Mode::PLAIN;

@@ -43,9 +43,11 @@ static constexpr Advice table[] = {
      "An element is written $var:NAME[INDEX]; the brackets are empty."},
     {Message::SURPLUS, "Cmd ending with too many arguments",
      "The command has more arguments than it takes and was left out. A text with blanks in it "
-     "stands between quotes."},
+     "stands between quotes, and one that holds a quote between others."},
     {Message::ENDS_INSIDE, "File ends inside cmd",
-     "A command that begins near the end of the file has no ?>."},
+     "A command or a comment has no ?>, and takes what stands behind it; comments nest. It may "
+     "stand "
+     "far above the end of the file."},
     // of command records
     {Message::PARSER_NO_MEMORY, "An argument has too many pieces, and the page ends here",
      "10,000 pieces are the most; set parts of it as variables first."},
