@@ -122,7 +122,7 @@ static constexpr Foreign foreignWords[] = {
      "no other language runs here: a value is printed by <?echo $var:NAME?>"},
     {" get show display write printf out put value val text say puts output ",
      "a value is printed by <?echo $var:NAME?>"},
-    {" not unless ifnot ne isnt ", "that two values differ is asked by <?if neq A B `body`?>"},
+    {" not unless ifnot ne ", "that two values differ is asked by <?if neq A B `body`?>"},
     {" when switch case choose cond match ",
      "an if in the last argument of another chooses among several: <?if eq A B `...` `<?if eq A C "
      "`...`?>`?>"},
