@@ -22,7 +22,8 @@ and runs those.
   --device [GROUP]...
                   start the virtual device and test what runs there instead:
                   pages, switch (tooltips, power cuts), disks (full, read-only),
-                  leaks, memory (little of it), library (its tests); default: all
+                  leaks, memory (little of it), library and tools (their tests);
+                  default: all
   --help          print this text
 END
 }
@@ -93,7 +94,7 @@ case $#:${1-} in
 1:--builds) exec scripts/builds.sh ;;
 *:--device)
     for group in "${@:2}"; do
-        [[ $group =~ ^(pages|switch|disks|leaks|memory|library)$ ]] || { usage >&2 && exit 2; }
+        [[ $group =~ ^(pages|switch|disks|leaks|memory|library|tools)$ ]] || { usage >&2 && exit 2; }
     done
     exec tests/device/test.sh "${@:2}"
     ;;

@@ -256,16 +256,26 @@ def test_memory():
     check("pages afterwards", {"page": 10}, load(10))
 
 
+def run_tests(name, *options):
+    status, text = run(" ".join(("/test/unit", f"'{SOURCE}'", f"'{BUILD}/programs'", name, "--gtest_brief=1",
+                                 *options)))
+    (BUILD / f"{name}.log").write_text(text)
+    check(f"{name}: {(re.findall('PASSED.*', text) or ['none'])[-1]}", 0, status)
+
+
 def test_library():
     start()
-    for name in ("orv_tests", "tiny_tests"):
-        status, text = run(f"/test/unit '{SOURCE}' '{BUILD}/programs' {name} --gtest_brief=1")
-        (BUILD / f"{name}.log").write_text(text)
-        check(f"{name}: {(re.findall('PASSED.*', text) or ['none'])[-1]}", 0, status)
+    for name in ("orv_tests", "tiny_tests", "fault_tests"):
+        run_tests(name)
+
+
+def test_tools():
+    start()
+    run_tests("tool_tests", "--gtest_filter=-TextDbTool.FollowsTheSource")  # by gettext's programs
 
 
 GROUPS = {"pages": test_pages, "switch": test_switch, "disks": test_disks, "leaks": test_leaks,
-          "memory": test_memory, "library": test_library}
+          "memory": test_memory, "library": test_library, "tools": test_tools}
 
 
 def main():

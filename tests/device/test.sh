@@ -10,7 +10,7 @@ cd "$(dirname "$(realpath "$0")")/../.."
 
 folder=$PWD/build/device
 image=$folder/test-image
-programs=(orv_tests tiny_tests)
+programs=(tests/{orv,tiny,fault,tool}_tests tools/orv-{render,textdb,check,preview})
 
 # make_disk - the tests, what they need, and a way in for them.
 make_disk() {
@@ -23,14 +23,14 @@ make_disk() {
     cp -r tests/pages "$disk/source/tests/"
     cp -d "$folder"/programs/*.so* "$disk/build/"
     cp -d "$folder"/programs/tests/*.so* "$disk/build/tests/"
-    for name in "${programs[@]/#/tests/}"; do
+    for name in "${programs[@]}"; do
         copy_program "$folder/packages/files" "$disk/build" "$folder/programs/$name" "$(dirname "$name")"
     done
     mksquashfs "$disk" "$image/test.squashfs" -quiet -no-progress -all-root -noappend >/dev/null
 }
 
 alone need python3:python3 :lighttpd
-DEVICE_TARGETS="${programs[*]}" ./device.sh --build
+DEVICE_TARGETS="${programs[*]##*/}" ./device.sh --build
 rm -rf "$image"
 cp -r "$folder/image" "$image"
 make_disk
