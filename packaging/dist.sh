@@ -32,15 +32,5 @@ make_archive() {
     sha256sum "$name.tar.xz" | tee "$name.tar.xz.sha256"
 }
 
-case $*:$# in
-:0) ;;
---help:1)
-    usage
-    exit
-    ;;
-*)
-    usage >&2
-    exit 2
-    ;;
-esac
+choose '' "$@"
 alone make_archive

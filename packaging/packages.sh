@@ -36,16 +36,6 @@ make_packages() {
     (cd "$build" && cpack -G DEB)
 }
 
-case $*:$# in
-:0) ;;
---help:1)
-    usage
-    exit
-    ;;
-*)
-    usage >&2
-    exit 2
-    ;;
-esac
+choose '' "$@"
 alone make_packages
 lintian --fail-on error,warning "$build"/*.deb

@@ -30,11 +30,5 @@ make_site() {
     echo "The site is in build/site: open build/site/index.html"
 }
 
-case $#:${1-} in
-0:) alone make_site ;;
-1:--help) usage ;;
-*)
-    usage >&2
-    exit 2
-    ;;
-esac
+choose '' "$@"
+alone make_site

@@ -135,25 +135,12 @@ run() {
     esac
 }
 
-all=(gcc11 clang14 static musl lto libdir twice part archive)
-wanted=()
-for argument in "$@"; do
-    if [[ " ${all[*]} " == *" $argument "* ]]; then
-        wanted+=("$argument")
-    elif [[ $argument == --help ]]; then
-        usage
-        exit
-    else
-        usage >&2
-        exit 2
-    fi
-done
+choose 'gcc11 clang14 static musl lto libdir twice part archive' "$@"
 alone need cmake:cmake "$builder" bison:bison g++:g++ g++-11:g++-11 clang++-14:clang-14 \
     ld.lld:lld musl-gcc:musl-tools gtest/gtest.h:libgtest-dev pkg-config:pkg-config \
     git:git xz:xz-utils \
     sqlite3.h:libsqlite3-dev crypt.h:libcrypt-dev gettext-po.h:libgettextpo-dev \
     nlohmann/json.hpp:nlohmann-json3-dev
-[[ ${#wanted[@]} -gt 0 ]] || wanted=("${all[@]}")
 for one in "${wanted[@]}"; do
     echo "== $one"
     (run "$one")

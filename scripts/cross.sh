@@ -28,25 +28,11 @@ build_and_test() {
     ctest --test-dir "$build" --output-on-failure -j "$(nproc)" --no-tests=error
 }
 
-machines=()
-for argument in "$@"; do
-    case $argument in
-    arm | aarch64 | riscv64 | s390x) machines+=("$argument") ;;
-    --help)
-        usage
-        exit
-        ;;
-    *)
-        usage >&2
-        exit 2
-        ;;
-    esac
-done
+choose 'arm aarch64 riscv64 s390x' "$@"
 alone need cmake:cmake "$builder" bison:bison qemu-arm:qemu-user \
     arm-linux-gnueabihf-g++:g++-arm-linux-gnueabihf s390x-linux-gnu-g++:g++-s390x-linux-gnu \
     aarch64-linux-gnu-g++:g++-aarch64-linux-gnu riscv64-linux-gnu-g++:g++-riscv64-linux-gnu \
     :googletest :locales
-[[ ${#machines[@]} -gt 0 ]] || machines=(arm aarch64 riscv64 s390x)
-for machine in "${machines[@]}"; do
+for machine in "${wanted[@]}"; do
     build_and_test "$machine"
 done

@@ -23,6 +23,26 @@ alone() {
     ) 9>build/lock
 }
 
+# choose WORDS [ARGUMENT]... - for a script whose arguments are words of that list, or --help:
+# sets wanted to those that are named, to all of them where none is. For --help it calls the
+# script's usage, as for anything else, and ends it.
+choose() {
+    local argument
+    wanted=()
+    for argument in "${@:2}"; do
+        if [[ $argument == [a-z]* && $argument != *' '* && " $1 " == *" $argument "* ]]; then
+            wanted+=("$argument")
+        elif [[ $argument == --help ]]; then
+            usage
+            exit
+        else
+            usage >&2
+            exit 2
+        fi
+    done
+    [[ ${#wanted[@]} -gt 0 ]] || read -ra wanted <<<"$1"
+}
+
 # need COMMAND-OR-HEADER:PACKAGE...
 # Installs, with apt-get, the packages whose command or header is missing. Where
 # this user may not install, names them and ends the script. A header is a name
