@@ -23,7 +23,7 @@ macro(orv_package component library symbols folder)
         "${soname} ${CPACK_ORV_SOVERSION} ${name} (>= ${CPACK_PACKAGE_VERSION})\n")
     # The tool warns that the library is not in a package's folder.
     execute_process(COMMAND dpkg-shlibdeps -O -L${CPACK_ORV_PACKAGES}/shlibs
-        -l${CPACK_ORV_PACKAGES}/.. ${library}
+        -l${CPACK_ORV_PACKAGES}/.. ${foreign} ${library}
         WORKING_DIRECTORY ${CPACK_ORV_PACKAGES} OUTPUT_VARIABLE depends ERROR_VARIABLE said
         RESULT_VARIABLE status OUTPUT_STRIP_TRAILING_WHITESPACE)
     if(NOT status EQUAL 0)
@@ -32,6 +32,13 @@ macro(orv_package component library symbols folder)
     string(REPLACE "shlibs:Depends=" "" CPACK_DEBIAN_${component}_PACKAGE_DEPENDS "${depends}")
 endmacro()
 
+set(foreign)
+if(CPACK_ORV_DPKG_ADMIN)
+    set(foreign --admindir=${CPACK_ORV_DPKG_ADMIN})
+    foreach(folder lib usr/lib)
+        list(APPEND foreign -l${CPACK_ORV_DPKG_LIBRARIES}/${folder}/arm-linux-gnueabihf)
+    endforeach()
+endif()
 file(WRITE ${CPACK_ORV_PACKAGES}/triggers "activate-noawait ldconfig\n")
 file(WRITE ${CPACK_ORV_PACKAGES}/debian/control "")
 orv_package(LIBRARY ${CPACK_ORV_LIBRARY} ${CPACK_ORV_SYMBOLS} ${CPACK_ORV_PACKAGES})

@@ -3,6 +3,8 @@
 # Debian packages of it all (packaging/packages.sh does it from the beginning).
 set(ORV_MAINTAINER "The maintainers of liborvinterpreter <maintainers@orvinterpreter.example>"
     CACHE STRING "Who answers for the packages: NAME <ADDRESS>")
+set(ORV_DPKG_ADMIN "" CACHE PATH "What dpkg knows of another machine's packages (packages.sh)")
+set(ORV_DPKG_LIBRARIES "" CACHE PATH "Where those are unpacked")
 set(orv_packaging ${PROJECT_SOURCE_DIR}/packaging)
 set(orv_packages ${PROJECT_BINARY_DIR}/packaging)  # what is made for them
 set(orv_package_library liborvinterpreter${PROJECT_VERSION_MAJOR})
@@ -10,7 +12,10 @@ set(orv_package_host liborvhost${PROJECT_VERSION_MAJOR})
 set(orv_package_development liborvinterpreter-dev)
 set(orv_package_tools orvinterpreter-tools)
 set(orv_package_documentation liborvinterpreter-doc)
-set(orv_components library host development tools documentation)
+set(orv_components library host development)
+if(ORV_TOOLS)
+    list(APPEND orv_components tools documentation)
+endif()
 
 # orv_man(PAGE SOURCE...) - a manual page, made of these files by man.sh.
 function(orv_man page)
@@ -22,50 +27,54 @@ function(orv_man page)
 endfunction()
 
 if(ORV_DOCS)
-    if(NOT ORV_TOOLS OR CMAKE_CROSSCOMPILING)
-        message(FATAL_ERROR "ORV_DOCS needs ORV_TOOLS, built for this machine: it runs the programs")
+    if(ORV_TOOLS AND CMAKE_CROSSCOMPILING)
+        message(FATAL_ERROR "ORV_DOCS runs the programs: for another machine it is -DORV_TOOLS=OFF")
     endif()
-    find_program(ORV_HELP2MAN help2man REQUIRED)
+    if(ORV_TOOLS)
+        find_program(ORV_HELP2MAN help2man REQUIRED)
+    endif()
     find_program(ORV_PANDOC pandoc REQUIRED)
     set(doc ${CMAKE_INSTALL_DATADIR}/doc)
     set(man ${CMAKE_INSTALL_MANDIR})
 
     file(MAKE_DIRECTORY ${orv_packages}/man)
-    set(programs orv-render orv-textdb orv-check orv-preview)
-    foreach(program ${programs})
-        orv_man(${program}.1 $<TARGET_FILE:${program}>)
-        install(FILES ${orv_packages}/man/${program}.1.gz DESTINATION ${man}/man1 COMPONENT tools)
-    endforeach()
-    # Editors lead to it from a finding.
-    add_custom_command(OUTPUT ${orv_packages}/kinds.md DEPENDS orv-check
-                       COMMAND sh -c "$<TARGET_FILE:orv-check> --list >${orv_packages}/kinds.md"
-                       VERBATIM)
-    set_property(GLOBAL APPEND PROPERTY orv_pages ${orv_packages}/kinds.md)
-    install(FILES ${orv_packages}/kinds.md DESTINATION ${doc}/${orv_package_tools} COMPONENT tools)
-    # What completes their command lines, where each shell looks for it.
-    set(completions ${orv_packages}/completions)
-    file(MAKE_DIRECTORY ${completions})
-    set(data ${CMAKE_INSTALL_DATADIR})
-    set(zsh_functions site-functions)
-    if(CMAKE_INSTALL_PREFIX STREQUAL "/usr")
-        set(zsh_functions vendor-completions)
-    endif()
-    foreach(program ${programs})
-        add_custom_command(
-            OUTPUT ${completions}/${program} ${completions}/_${program} ${completions}/${program}.fish
-            COMMAND ${orv_packaging}/complete.py $<TARGET_FILE:${program}> ${completions}
-            DEPENDS ${orv_packaging}/complete.py ${program} VERBATIM)
-        set_property(GLOBAL APPEND PROPERTY orv_pages ${completions}/${program})
-        install(FILES ${completions}/${program} DESTINATION ${data}/bash-completion/completions
-                COMPONENT tools)
-        install(FILES ${completions}/_${program} DESTINATION ${data}/zsh/${zsh_functions}
-                COMPONENT tools)
-        install(FILES ${completions}/${program}.fish DESTINATION ${data}/fish/vendor_completions.d
-                COMPONENT tools)
-    endforeach()
+    if(ORV_TOOLS)
+        set(programs orv-render orv-textdb orv-check orv-preview)
+        foreach(program ${programs})
+            orv_man(${program}.1 $<TARGET_FILE:${program}>)
+            install(FILES ${orv_packages}/man/${program}.1.gz DESTINATION ${man}/man1 COMPONENT tools)
+        endforeach()
+        # Editors lead to it from a finding.
+        add_custom_command(OUTPUT ${orv_packages}/kinds.md DEPENDS orv-check
+                           COMMAND sh -c "$<TARGET_FILE:orv-check> --list >${orv_packages}/kinds.md"
+                           VERBATIM)
+        set_property(GLOBAL APPEND PROPERTY orv_pages ${orv_packages}/kinds.md)
+        install(FILES ${orv_packages}/kinds.md DESTINATION ${doc}/${orv_package_tools} COMPONENT tools)
+        # What completes their command lines, where each shell looks for it.
+        set(completions ${orv_packages}/completions)
+        file(MAKE_DIRECTORY ${completions})
+        set(data ${CMAKE_INSTALL_DATADIR})
+        set(zsh_functions site-functions)
+        if(CMAKE_INSTALL_PREFIX STREQUAL "/usr")
+            set(zsh_functions vendor-completions)
+        endif()
+        foreach(program ${programs})
+            add_custom_command(
+                OUTPUT ${completions}/${program} ${completions}/_${program} ${completions}/${program}.fish
+                COMMAND ${orv_packaging}/complete.py $<TARGET_FILE:${program}> ${completions}
+                DEPENDS ${orv_packaging}/complete.py ${program} VERBATIM)
+            set_property(GLOBAL APPEND PROPERTY orv_pages ${completions}/${program})
+            install(FILES ${completions}/${program} DESTINATION ${data}/bash-completion/completions
+                    COMPONENT tools)
+            install(FILES ${completions}/_${program} DESTINATION ${data}/zsh/${zsh_functions}
+                    COMPONENT tools)
+            install(FILES ${completions}/${program}.fish DESTINATION ${data}/fish/vendor_completions.d
+                    COMPONENT tools)
+        endforeach()
 
-    orv_man(orv-templates.7 ${PROJECT_SOURCE_DIR}/docs/templates.md)
-    install(FILES ${orv_packages}/man/orv-templates.7.gz DESTINATION ${man}/man7 COMPONENT tools)
+        orv_man(orv-templates.7 ${PROJECT_SOURCE_DIR}/docs/templates.md)
+        install(FILES ${orv_packages}/man/orv-templates.7.gz DESTINATION ${man}/man7 COMPONENT tools)
+    endif()
     set(header ${PROJECT_SOURCE_DIR}/interface/orvinterpreter.h)
     orv_man(orvinterpreter.3 ${PROJECT_SOURCE_DIR}/docs/embedding.md ${header})
     orv_man(orvhost.3 ${PROJECT_SOURCE_DIR}/docs/site.md ${PROJECT_SOURCE_DIR}/host/orvhost.h)
@@ -130,6 +139,13 @@ set(CPACK_DEBIAN_PACKAGE_RELEASE 1)
 set(CPACK_DEBIAN_PACKAGE_SOURCE orvinterpreter)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 set(CPACK_DEBIAN_COMPRESSION_TYPE xz)
+if(CMAKE_CROSSCOMPILING)
+    execute_process(COMMAND ${CMAKE_C_COMPILER} -dumpmachine
+        OUTPUT_VARIABLE machine OUTPUT_STRIP_TRAILING_WHITESPACE)
+    execute_process(COMMAND dpkg-architecture -f -t${machine} -qDEB_HOST_ARCH
+        OUTPUT_VARIABLE CPACK_DEBIAN_PACKAGE_ARCHITECTURE OUTPUT_STRIP_TRAILING_WHITESPACE)
+    set(CPACK_OBJCOPY_EXECUTABLE ${CMAKE_OBJCOPY})
+endif()
 foreach(component ${orv_components})
     string(TOUPPER ${component} upper)
     set(CPACK_DEBIAN_${upper}_PACKAGE_NAME ${orv_package_${component}})
@@ -190,6 +206,8 @@ set(CPACK_DEBIAN_DOCUMENTATION_PACKAGE_ARCHITECTURE all)
 set(CPACK_PROJECT_CONFIG_FILE ${orv_packaging}/cpack.cmake)
 set(CPACK_POST_BUILD_SCRIPTS ${orv_packaging}/unscript.cmake)
 set(CPACK_ORV_DOCS ${ORV_DOCS})
+set(CPACK_ORV_DPKG_ADMIN ${ORV_DPKG_ADMIN})
+set(CPACK_ORV_DPKG_LIBRARIES ${ORV_DPKG_LIBRARIES})
 set(CPACK_ORV_LIBRARY ${PROJECT_BINARY_DIR}/liborvinterpreter.so.${PROJECT_VERSION})
 set(CPACK_ORV_HOST ${PROJECT_BINARY_DIR}/host/liborvhost.so.${PROJECT_VERSION})
 set(CPACK_ORV_PACKAGES ${orv_packages})

@@ -14,7 +14,7 @@ optimized across the sources), musl (an archive for that C library), lto (-flto 
 builder's flags, with g++ and clang++, shared and static), libdir (folders that are told
 with their whole paths), twice (in two folders, with the same result), part (of another
 project), archive (of the source, without Bison; and what is said where a tool is missing
-or too old). All unless named. Builds in build/builds.
+or too old), armhf (packages for 32-bit ARM, with a program that uses them). All unless named. Builds in build/builds.
 END
 }
 
@@ -132,13 +132,28 @@ run() {
         chmod +x old
         refuse 'needs g++ 11 or newer for its C++20' -DCMAKE_CXX_COMPILER="$folder/old"
         ;;
+    armhf)
+        local deb folder=$builds/armhf
+        packaging/packages.sh armhf
+        rm -rf "$folder"
+        mkdir -p "$folder"
+        for deb in build/packages-armhf/*.deb; do
+            dpkg-deb -x "$deb" "$folder"
+        done
+        cp examples/hosts/smallest/index.htm "$folder"
+        local libraries=$folder/usr/lib/arm-linux-gnueabihf
+        arm-linux-gnueabihf-gcc examples/hosts/smallest/host.c -I"$folder/usr/include" -L"$libraries" \
+            -lorvinterpreter -o "$folder/host"
+        cd "$folder"
+        qemu-arm -L /usr/arm-linux-gnueabihf -E LD_LIBRARY_PATH="$libraries" ./host | grep -q 'for Ann'
+        ;;
     esac
 }
 
-choose 'gcc11 clang14 static musl lto libdir twice part archive' "$@"
+choose 'gcc11 clang14 static musl lto libdir twice part archive armhf' "$@"
 alone need cmake:cmake "$builder" bison:bison g++:g++ g++-11:g++-11 clang++-14:clang-14 \
     ld.lld:lld musl-gcc:musl-tools gtest/gtest.h:libgtest-dev pkg-config:pkg-config \
-    git:git xz:xz-utils \
+    git:git xz:xz-utils qemu-arm:qemu-user arm-linux-gnueabihf-g++:g++-arm-linux-gnueabihf \
     sqlite3.h:libsqlite3-dev crypt.h:libcrypt-dev gettext-po.h:libgettextpo-dev \
     nlohmann/json.hpp:nlohmann-json3-dev
 for one in "${wanted[@]}"; do
