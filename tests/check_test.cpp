@@ -122,7 +122,7 @@ static std::string checkRow(const std::string &options)
 static std::string pageKindsLeftOut(const std::string &document)
 {
     std::string options;
-    for (const char *name : {"structure.md", "pages.md", "json.md"})
+    for (const char *name : {"structure.md", "pages.md", "json.md", "checking.md"})
         if (document.ends_with(name))
             return options;
     for (const Kind &kind : allKinds())
