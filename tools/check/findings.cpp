@@ -182,16 +182,16 @@ static size_t distance(string_view a, string_view b, size_t most)
     for (size_t i = 1; i <= a.size(); ++i) {
         auto &row = rows[i % 3];
         const auto &above = rows[(i + 2) % 3];
-        size_t nearest = row[0] = i;
+        size_t least = row[0] = i;
         for (size_t j = 1; j <= b.size(); ++j) {
             row[j] =
                 std::min({above[j] + 1, row[j - 1] + 1, above[j - 1] + (a[i - 1] != b[j - 1])});
             if (i > 1 && j > 1 && a[i - 1] == b[j - 2] && a[i - 2] == b[j - 1])
                 row[j] = std::min(row[j], rows[(i + 1) % 3][j - 2] + 1);
-            nearest = std::min(nearest, row[j]);
+            least = std::min(least, row[j]);
         }
-        if (nearest > most + 1) // a swap may still save one
-            return nearest;
+        if (least > most + 1) // a swap may still save one
+            return least;
     }
     return rows[a.size() % 3][b.size()];
 }

@@ -128,7 +128,7 @@ bool makeOptions(const GivenOptions &given, const string &folder, SiteOptions *s
     append(&site->rules, given.site.rules);
     for (std::vector<string> *names : {&site->set, &site->safe})
         for (string &name : *names)
-            name = name.substr(0, name.find('=')); // a value is for the preview
+            name.resize(std::min(name.find('='), name.size())); // a value is for the preview
     return true;
 }
 
