@@ -78,7 +78,7 @@ set_up() {
     need cmake:cmake "$builder" g++:g++ clang++:clang bison:bison sqlite3.h:libsqlite3-dev \
         crypt.h:libcrypt-dev sqlite3:sqlite3 msgfmt:gettext gettext-po.h:libgettextpo-dev gtest/gtest.h:libgtest-dev \
         nlohmann/json.hpp:nlohmann-json3-dev \
-        vim:vim node:nodejs npm:npm \
+        vim:vim nvim:neovim node:nodejs npm:npm \
         :python3-polib :python3-babel po2xliff:translate-toolkit poedit:poedit xvfb-run:xvfb xauth:xauth xdotool:xdotool \
         :libclang-rt-dev :lighttpd curl:curl chromium:chromium chromedriver:chromium-driver \
         :locales tidy:tidy faketime:faketime strace:strace :python3 :lighttpd-mod-openssl openssl:openssl npm:npm \

@@ -1,7 +1,8 @@
 #!/bin/bash
-# check_vim.sh EDITORS - Vim's syntax of templates, in words: each row has a text and, for
-# the byte in brackets, the name of its highlighting.
+# check_vim.sh EDITORS ORV-CHECK - Vim's syntax of templates, in words: each row has a text and,
+# for the byte in brackets, the name of its highlighting. Then Neovim with the language server.
 set -euo pipefail
+tests=$(dirname "$(realpath "$0")")
 folder=$(mktemp -d)
 trap 'rm -rf "$folder"' EXIT
 cat >"$folder/t.frm" <<'END'
@@ -66,3 +67,16 @@ cd "$folder"
 vim -u NONE -i NONE -n -es --cmd "set runtimepath^=$1/vim" -S test.vim </dev/null || true
 cat wrong 2>/dev/null && exit 1
 [[ $(cat done) == $'orv\n<?-- %s ?>\n\n1' ]] || { echo "no filetype, or an error: $(cat done)"; exit 1; }
+
+# Neovim, with the plugin where a plugin manager puts it.
+cp -R "$1/../examples" site
+cat >site/site/try.htm <<'END'
+<!DOCTYPE html>
+<?multiquery 'select id from device' `$1 $7`?>
+<p><?echo $var:tokne?></p>
+END
+mkdir -p data/nvim/site/pack/orv/start
+ln -s "$(realpath "$1/vim")" data/nvim/site/pack/orv/start/orv
+echo "require('orv').setup({ cmd = { '$2', '--lsp' } })" >init.lua
+XDG_DATA_HOME=$folder/data XDG_STATE_HOME=$folder XDG_CACHE_HOME=$folder timeout 120 \
+    nvim --headless -n -i NONE -u init.lua site/site/try.htm -c "luafile $tests/check_nvim.lua" -c cquit!

@@ -479,6 +479,8 @@ static Json codeAction(Server &server, const Json &parameters)
     Json list = Json::array();
     if (!about.site)
         return list;
+    if (about.served->changed) // a client that has just changed something asks for now
+        sendDiagnostics(server, *about.served);
     const auto offset = [&](const Json &place) {
         return offsetOfUnits(*about.tpl, place.at("line").asCount(),
                              place.at("character").asCount());
