@@ -343,7 +343,7 @@ static void takeEntries(PoFile *po, const PoSource &source)
 }
 
 // Tells why a file cannot be read, in its caller's way.
-static void refuse(PoFile *po, const char *why)
+static void tellUnread(PoFile *po, const char *why)
 {
     if (po->faults)
         po->unread = why;
@@ -357,9 +357,9 @@ PoFile readPo(const char *path, std::vector<PoFault> *faults)
     std::string bytes;
     struct stat status;
     if (stat(path, &status) == 0 && !S_ISREG(status.st_mode))
-        refuse(&po, "it is not a regular file, and is read twice");
+        tellUnread(&po, "it is not a regular file, and is read twice");
     else if (!readBytes(path, &bytes))
-        refuse(&po, strerror(errno));
+        tellUnread(&po, strerror(errno));
     else if (const char *strange = strangeForm(bytes))
         reportPo(&po, 0, Weight::ERROR, nullptr, strange);
     else {
@@ -375,7 +375,7 @@ PoFile readPo(const char *path, std::vector<PoFault> *faults)
             complain(0, "%s: %zu more errors; is it a PO file?", path,
                      po.errors - MAX_SYNTAX_ERRORS);
         if (!po.file)
-            refuse(&po, strerror(errno));
+            tellUnread(&po, strerror(errno));
         else {
             checkWhole(&po, source);
             takeEntries(&po, source);
