@@ -18,9 +18,11 @@ make_disk() {
     rm -rf "$disk"
     cp -r tests/device/files "$disk"
     # A place for the build, whose name the programs know.
-    mkdir -p "$disk/source${folder#"$PWD"}/programs" "$disk"/build/{tests,tools,lib} "$disk/source/tests"
+    mkdir -p "$disk/source${folder#"$PWD"}/programs" "$disk"/build/{tests,tools,lib} \
+        "$disk/source"/{tests,fuzz}
     cp -r docs examples "$disk/source/"
     cp -r tests/pages "$disk/source/tests/"
+    cp fuzz/*.dict "$disk/source/fuzz/"
     cp -d "$folder"/programs/*.so* "$disk/build/"
     cp -d "$folder"/programs/tests/*.so* "$disk/build/tests/"
     for name in "${programs[@]}"; do
