@@ -267,6 +267,12 @@ try:
         file.write('{"variables": {"set": ["user"]},\n "kinds": {"escape-missing": "off"}}')
     tell("workspace/didChangeWatchedFiles", changes=[])
     equal([d["range"]["start"]["character"] for d in diagnostics(page)], [26])
+    with open(os.path.join(folder, "two", "orv-check.json"), "w", encoding="ascii") as file:
+        file.write('{\n"variabels": {}}')
+    tell("workspace/didChangeWatchedFiles", changes=[])
+    found = diagnostics(f"file://{folder}/two/orv-check.json")
+    equal([d["range"]["start"]["line"] for d in found], [1])
+    has(found[0]["message"], "there is no setting 'variabels'")
     server.kill()
 
     # A stream that has lost its frame.

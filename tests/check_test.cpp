@@ -347,6 +347,8 @@ TEST(Check, KnowsItsSite)
         {"{\n\"docroot\": 1}", "2: 'docroot' must be a text, not a number"},
         {"{\n\n \"docroot\": \"gone\"}", "3: there is no folder gone"},
         {R"({"databases": {"main": "a.db"}})", "1: there is no file a.db"},
+        {R"({"texts": ["site/en.po", "it.po"]})",
+         "1: there is no file it.po; orv-textdb sync begins it"},
         {R"({"databases": {"log": "a.db"}})", "1: one of the databases must be 'main'"},
         {R"({"docroot": "a", "docroot": "b"})", "1: 'docroot' is set twice"},
         {"{\"docroot\": \"a\",\n}", "2:1: syntax error while parsing object key - unexpected '}'; "

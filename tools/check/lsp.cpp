@@ -267,13 +267,49 @@ static Json diagnosticOf(const Served &served, const Finding &finding)
     return diagnostic;
 }
 
+// Takes the place off a problem's front, "FILE:LINE: text" or "FILE:LINE:COLUMN: text". Returns
+// false where it has none.
+static bool splitProblem(const string &problem, string *path, uint32_t *line, string *text)
+{
+    const size_t end = problem.find(": ");
+    *path = problem.substr(0, end);
+    *line = 0;
+    for (size_t colon; (colon = path->rfind(':')) != string::npos; path->resize(colon)) {
+        const auto number = static_cast<uint32_t>(strtoul(path->c_str() + colon + 1, nullptr, 10));
+        if (number == 0)
+            break;
+        *line = number;
+    }
+    *text = end == string::npos ? "" : problem.substr(end + 2);
+    return *line > 0;
+}
+
+// Shows why a site cannot be read in the file that is wrong: the site file, or a script.
+static void sendProblem(Served &served)
+{
+    constexpr uint32_t wholeLine = 1000; // or what it has
+    string path;
+    string text;
+    uint32_t line;
+    if (!splitProblem(served.problem, &path, &line, &text))
+        return;
+    const string uri = uriOf(served, path, false);
+    served.told.insert(uri);
+    const Json diagnostic = {{"range", range(line, 1, line, wholeLine)},
+                             {"severity", 1},
+                             {"source", "orv-check"},
+                             {"message", text}};
+    notify("textDocument/publishDiagnostics",
+           {{"uri", uri}, {"diagnostics", Json::array({diagnostic})}});
+}
+
 // Sends the diagnostics of all files of a site that have any, and of those that had some.
 static void sendDiagnostics(const Server &server, Served &served)
 {
     served.changed = false;
     Site *site = currentSite(server, served);
     if (!site)
-        return;
+        return sendProblem(served);
     std::map<string, Json> lists;
     for (const string &uri : served.told)
         lists[uri] = Json::array();

@@ -305,8 +305,8 @@ bool findMissing(const SiteFile &site, string *problem)
         const std::vector<string> scripts = databaseFiles(database);
         files.push_back({scripts.empty() ? database.file.path : scripts[0], database.file.line});
     }
-    std::sort(files.begin(), files.end(),
-              [](const SitePath &a, const SitePath &b) { return a.line < b.line; });
+    std::stable_sort(files.begin(), files.end(),
+                     [](const SitePath &a, const SitePath &b) { return a.line < b.line; });
     std::error_code error;
     const auto tell = [&](const SitePath &path, const char *what) {
         const string place = path.line ? site.path + ":" + std::to_string(path.line) + ": " : "";
@@ -316,8 +316,13 @@ bool findMissing(const SiteFile &site, string *problem)
     if (!fs::is_directory(site.docRoot.path, error))
         return tell(site.docRoot, "there is no folder ");
     for (const SitePath &file : files)
-        if (!fs::exists(file.path, error))
-            return tell(file, "there is no file ");
+        if (!fs::exists(file.path, error)) {
+            tell(file, "there is no file ");
+            if (file.path.ends_with(".po") && !site.texts.empty() &&
+                file.path != site.texts[0].path)
+                *problem += "; orv-textdb sync begins it";
+            return false;
+        }
     return true;
 }
 
