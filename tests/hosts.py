@@ -100,6 +100,15 @@ def check_smallest():
     check("the README's host", True, code in readme.read_text())
 
 
+def check_cgi():
+    # Memory ends in the middle of the page.
+    page = subprocess.run(["bash", "-c", "trap '' XFSZ; ulimit -f 1; exec $0", programs / "cgi"], capture_output=True,
+                          env=dict(environment, QUERY_STRING="name=" + "x" * 1000), text=True)
+    check("a page without room", ["Status: 503 Service Unavailable", "Content-Type: text/plain", "Content-Length: 18", "",
+                                      "Please try again."],
+          page.stdout.split("\n")[:-1])
+
+
 def check_server():
     if left_out(programs / "server"):
         return
@@ -156,7 +165,7 @@ for language in ("en", "de"):
                    check=True, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
 (work / "var/htmltext.db").symlink_to("../etc/htmltext_en.db")
 try:
-    for part in (check_smallest, check_server, check_lighttpd, check_nginx, check_busybox):
+    for part in (check_smallest, check_cgi, check_server, check_lighttpd, check_nginx, check_busybox):
         part()
 finally:
     for process in running:

@@ -19,16 +19,21 @@ int main(void)
     const char *path = templateOf(getenv("PATH_INFO"));
     const int32_t result =
         path ? Orv_Interpreter_Run(interpreter, path, page) : ORV_RUN_NO_TEMPLATE;
-    const off_t length = lseek(page, 0, SEEK_CUR);
-    if (result == ORV_RUN_NO_TEMPLATE)
-        dprintf(
-            1, "Status: 404 Not Found\r\nContent-Type: text/plain\r\n\r\nThere is no such page.\n");
-    else if (Orv_Interpreter_OutputError(interpreter) != 0) /* no memory for the page */
-        dprintf(1, "Status: 503 Service Unavailable\r\nContent-Type: text/plain\r\n\r\nBusy.\n");
-    else
-        dprintf(1, "Content-Type: text/html; charset=utf-8\r\nContent-Length: %lld\r\n\r\n",
-                (long long)length);
-    for (off_t at = 0; result != ORV_RUN_NO_TEMPLATE && at < length;)
+    off_t length = lseek(page, 0, SEEK_CUR);
+    const char *headers = "Content-Type: text/html; charset=utf-8";
+    const char *instead = "";
+    if (result == ORV_RUN_NO_TEMPLATE) {
+        headers = "Status: 404 Not Found\r\nContent-Type: text/plain";
+        instead = "There is no such page.\n";
+    } else if (Orv_Interpreter_OutputError(interpreter) != 0) { /* no memory for the page */
+        headers = "Status: 503 Service Unavailable\r\nContent-Type: text/plain";
+        instead = "Please try again.\n";
+    }
+    if (*instead)
+        length = 0;
+    dprintf(1, "%s\r\nContent-Length: %lld\r\n\r\n%s", headers,
+            (long long)length + (long long)strlen(instead), instead);
+    for (off_t at = 0; at < length;)
         if (sendfile(1, page, &at, (size_t)(length - at)) <= 0)
             return 1;
     Orv_Interpreter_Destroy(interpreter);
