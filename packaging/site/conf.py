@@ -1,11 +1,10 @@
 # packaging/site/conf.py - how packaging/site.sh makes the documents a site: by whom each
 # is read, and what stands above an example, whose kind is the word behind its fence.
-import re
-
 from docutils import nodes
 from pygments.lexer import DelegatingLexer, RegexLexer
-from pygments.lexers import HtmlLexer
+from pygments.lexers import HtmlLexer, find_lexer_class_by_name
 from pygments.token import Comment, Keyword, Name, Other, Text
+from pygments.util import ClassNotFound
 from sphinx.util import logging
 
 logger = logging.getLogger(__name__)
@@ -73,15 +72,22 @@ def add_navigation(_app, name, source):
         source[0] += f"\n```{{toctree}}\n:hidden:\n:caption: {reader}\n:maxdepth: 1\n\n{paths}\n```\n"
 
 
+def is_language(kind):
+    """Whether the word behind a fence is a language, and none of the tests' own words."""
+    try:
+        return bool(find_lexer_class_by_name(kind))
+    except ClassNotFound:
+        return kind in ("default", "none")
+
+
 def add_labels(_app, doctree):
     """Tells a template from its page, and names the files of an example."""
     for block in list(doctree.findall(nodes.literal_block)):
-        kind = block.get("language", "")
-        if not re.fullmatch(r"template|page|log|request|[\w-]+\.[a-z]+", kind):
+        kind = block.get("language", "text")
+        if is_language(kind):
             continue
         ending = kind.rpartition(".")[2]
-        block["language"] = {"template": "orv", "htm": "orv", "frm": "orv", "page": "html",
-                             "sql": "sql", "po": "po"}.get(ending, "text")
+        block["language"] = {"template": "orv", "htm": "orv", "frm": "orv", "page": "html"}.get(ending, ending if is_language(ending) else "text")
         label = nodes.paragraph("", kind if "." in kind else kind.capitalize(), classes=["label"])
         block.parent.insert(block.parent.index(block), label)
 
