@@ -315,7 +315,8 @@ entry.querySelector('.text').textContent, bar.querySelectorAll('.entry').length]
             tab_to("#badge")
             press(ENTER)
             got = run(first)
-            check(template, [f"{i}.htm:{place}", mark, True], [*got[:2], words in got[2]])
+            check(template, [f"{i}.htm:{place}", mark, True],
+                  [*got[:2], words in got[2] and not re.search("[cC]md", got[2])])
             check(f"told once: {template}", 1, got[3])
             press(ESCAPE)
             if "The page breaks off" in (run("return document.body.textContent") or ""):

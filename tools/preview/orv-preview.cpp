@@ -302,7 +302,7 @@ static void checkAgain(Launcher &launcher)
     startChecker(launcher);
 }
 
-static void takeFindings(Launcher &launcher)
+static void takeFindings(const Launcher &launcher)
 {
     string printed;
     string complaint;

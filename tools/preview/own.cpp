@@ -28,23 +28,20 @@ static int answerScript(const Job &job, std::initializer_list<const char *> part
     return answer(job, "200 OK", "text/javascript; charset=utf-8", script + "})();\n");
 }
 
-// The address tells which bar it is, so that it can be kept.
-static int answerBar(Job &job)
+static int answerBar(const Job &job)
 {
     const string style = "const style = " + scriptText(bar_css) + ";\n";
-    if (job.request.query == embedded_id)
-        job.cache = "max-age=31536000, immutable";
     return answerScript(job, {style.c_str(), follow_js, keep_js, reload_js, causes_js, elements_js,
                               sheets_js, bar_js});
 }
 
-static int answerWorker(Job &job)
+static int answerWorker(const Job &job)
 {
     return answerScript(job, {follow_js, worker_js});
 }
 
 // Has the launcher open a place in the author's editor.
-static int answerOpen(Job &job)
+static int answerOpen(const Job &job)
 {
     const string from = fromEnvironment("HTTP_SEC_FETCH_SITE");
     const string origin = fromEnvironment("HTTP_ORIGIN");
@@ -71,7 +68,7 @@ static bool sendEvent(const char *name, const string &data)
 }
 
 // Tells of each change for as long as the reader and the launcher are there.
-static int streamEvents(Job &job)
+static int streamEvents(const Job &job)
 {
     static constexpr int beat = 15000; // milliseconds between signs of life
     const int watch = inotify_init1(IN_CLOEXEC | IN_NONBLOCK);
@@ -110,15 +107,19 @@ int answerOwn(Job &job)
 {
     static constexpr struct {
         const char *name;
-        int (*answer)(Job &job);
+        int (*answer)(const Job &job);
     } table[] = {
         {"bar.js", answerBar},
         {"worker.js", answerWorker},
         {"events", streamEvents},
         {"open", answerOpen},
     };
-    for (const auto &row : table)
-        if (job.request.path == string(ownAddress) + row.name)
-            return row.answer(job);
+    for (const auto &row : table) {
+        if (job.request.path != string(ownAddress) + row.name)
+            continue;
+        if (job.request.query == embedded_id) // it names this very script, which can be kept
+            job.cache = "max-age=31536000, immutable";
+        return row.answer(job);
+    }
     return -1;
 }

@@ -7,6 +7,7 @@
 #include <stdlib.h>
 #include <string.h>
 #include <algorithm>
+#include <utility>
 
 #include "embedded.h"
 #include "grammar/commands.h"
@@ -198,8 +199,9 @@ int answerPage(Job &job, const char *status, const string &page, const string &f
 int answerTrouble(Job &job, const char *status, const Trouble &trouble)
 {
     Sources sources = {job.config.docRoot, {}};
-    job.trace.messages.insert(job.trace.messages.begin(),
-                              {ORV_LOG_ERROR, trouble.place, trouble.title + ". " + trouble.text,
-                               trouble.hint, trouble.topic, trouble.log});
+    TraceMessage told = {ORV_LOG_ERROR, trouble.place, trouble.title + ". " + trouble.text,
+                         trouble.hint, trouble.topic, trouble.log};
+    told.said = trouble.said;
+    job.trace.messages.insert(job.trace.messages.begin(), std::move(told));
     return answerPage(job, status, troublePage(trouble, sources), trouble.place.file, true);
 }

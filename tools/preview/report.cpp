@@ -32,6 +32,7 @@ static Json message(Sources &sources, const TraceMessage &told)
     made["times"] = told.times;
     made["hint"] = told.hint;
     made["log"] = told.log;
+    made["said"] = told.said.empty() ? told.text : told.said;
     made["lead"] = told.id == Message::UNKNOWN_COMMAND ? "Unknown command: " : "";
     made["source"] =
         linesJson(sources, told.place.file, made.value("line", 0), made.value("column", 0));

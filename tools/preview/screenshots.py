@@ -21,7 +21,7 @@ def shoot(name, page, script=""):
     while not run("return !!document.querySelector('orv-preview')"):
         time.sleep(0.05)
     run(BAR + script)
-    time.sleep(0.3)
+    time.sleep(2)  # findings come behind the page
     with open(f"{folder}/preview-{name}.png", "wb") as file:
         file.write(base64.b64decode(send("/screenshot", "GET")))
 
@@ -32,7 +32,7 @@ def shoot_all():
     shoot("queries", "overview.htm", "bar.querySelector('#badge').click();"
           "bar.getElementById('queries').click();"
           "bar.querySelectorAll('details')[4].open = true;"
-          "bar.querySelector('.sheet').scrollTop = 60; document.activeElement.blur()")
+          "bar.querySelector('.under').scrollTop = 60; document.activeElement.blur()")
     run(BAR + "bar.querySelector('.close').click()")
     edit("site/overview.htm", "<?multiquerycount 'select id from device'?>",
          "<?multiquerycount 'select id from devices'?>")

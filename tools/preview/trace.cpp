@@ -388,7 +388,7 @@ static int columnsOf(sqlite3_stmt *statement)
     return std::min(sqlite3_column_count(statement), int{ORV_MAX_COLUMNS});
 }
 
-static void noteStatement(Trace &trace, TraceQuery &query, sqlite3_stmt *statement)
+static void noteStatement(const Trace &trace, TraceQuery &query, sqlite3_stmt *statement)
 {
     for (int i = 1; i <= sqlite3_bind_parameter_count(statement); ++i)
         if (const char *name = sqlite3_bind_parameter_name(statement, i))
