@@ -200,7 +200,7 @@ int answerTrouble(Job &job, const char *status, const Trouble &trouble)
 {
     Sources sources = {job.config.docRoot, {}};
     TraceMessage told = {ORV_LOG_ERROR, trouble.place, trouble.title + ". " + trouble.text,
-                         trouble.hint, trouble.topic, trouble.log};
+                         trouble.hint,  trouble.topic, trouble.log};
     told.said = trouble.said;
     job.trace.messages.insert(job.trace.messages.begin(), std::move(told));
     return answerPage(job, status, troublePage(trouble, sources), trouble.place.file, true);
