@@ -13,7 +13,7 @@ select 'status', connected, address, gateway, uptime_minutes / 1440,
     memory_total - memory_used from status_now;
 select 'count', count(*) from device;
 select 'online', count(*) from device_list where online = 1;
-select 'network', name, address, wireless, enabled, devices, cast(online as integer)
+select 'network', name, address, wireless, enabled, devices, cast(online as integer), id
     from network_list order by id;
 select 'footer', model, firmware, serial from status;"
 }
@@ -31,10 +31,10 @@ add_card() {
     radio=
     [ "$3" != 1 ] || radio=', {?site.overview.wireless?}'
     cards="$cards<li class=\"card\">
-<h3>$1</h3>
+<h3><bdi>$1</bdi></h3>
 <p>$2$radio</p>
 <p>$(is_on "$4" enabled disabled)</p>
-<p>{?site.overview.online?}: $6 / $5</p>
+<p>{?site.overview.online?}: <a href=\"devices.htm?net=$7\">$6 / $5</a></p>
 </li>
 "
 }
@@ -42,7 +42,7 @@ add_card() {
 print_page() {
     cat <<END
 <!DOCTYPE html>
-<html lang="{?site.lang?}">
+<html lang="{?site.lang?}" dir="{?site.dir?}">
 <head>
 <meta charset="utf-8">
 <meta name="viewport" content="width=device-width, initial-scale=1">
@@ -55,7 +55,7 @@ print_page() {
 <a class="skip" href="#main">{?site.skip?}</a>
 <header>
 <div class="top">
-<p class="brand">Fjord R4 <span>$hostname</span></p>
+<p class="brand">Fjord R4 <span><bdi>$hostname</bdi></span></p>
 <nav class="languages" aria-label="{?site.languages?}">
 <form id="languages" method="get"></form>
 <button lang="en" name="lang" value="en" form="languages" formnovalidate aria-current="true">English</button>
@@ -67,6 +67,7 @@ print_page() {
 <ul>
 <li><a href="overview.htm" aria-current="page">{?site.overview.title?}</a></li>
 <li><a href="devices.htm">{?site.devices.title?}</a></li>
+<li><a href="addresses.htm">{?site.fixed.title?}</a></li>
 <li><a href="traffic.htm">{?site.traffic.title?}</a></li>
 <li><a href="events.htm">{?site.events.title?}</a></li>
 <li><a href="settings.htm">{?site.settings.title?}</a></li>
@@ -88,14 +89,15 @@ print_page() {
 <tr><th scope="row">{?site.overview.gateway?}</th><td>$gateway</td></tr>
 <tr><th scope="row">{?site.overview.uptime?}</th><td>$days {?site.overview.days?}, $hours {?site.overview.hours?}, $minutes {?site.overview.minutes?}</td></tr>
 <tr><th scope="row">{?site.overview.memory?}</th><td><meter min="0" max="$total" value="$free" aria-label="{?site.overview.memory?}">$free / $total</meter> $free / $total MiB</td></tr>
-<tr><th scope="row">{?site.overview.devices?}</th><td>$devices</td></tr>
-<tr><th scope="row">{?site.overview.online?}</th><td>$online</td></tr>
+<tr><th scope="row">{?site.overview.devices?}</th><td><a href="devices.htm">$devices</a></td></tr>
+<tr><th scope="row">{?site.overview.online?}</th><td><a href="devices.htm?sort=seen">$online</a></td></tr>
 </tbody>
 </table>
 <h2>{?site.overview.networks?}</h2>
 <ul class="cards" id="networks" data-live>
 $cards</ul>
 </main>
+<p class="error" id="stale" aria-live="assertive" hidden data-ended="{?site.live.ended?}" data-lost="{?site.live.lost?}"></p>
 <footer>
 <p>$model - {?site.firmware?} $firmware - {?site.serial?} $serial</p>
 </footer>
@@ -114,7 +116,7 @@ query | sed 's/&/\&amp;/g; s/</\&lt;/g; s/>/\&gt;/g; s/"/\&quot;/g' | {
             ;;
         count) devices=$a ;;
         online) online=$a ;;
-        network) add_card "$a" "$b" "$c" "$d" "$e" "$f" ;;
+        network) add_card "$a" "$b" "$c" "$d" "$e" "$f" "$g" ;;
         footer) model=$a firmware=$b serial=$c ;;
         esac
     done
