@@ -50,6 +50,7 @@ static constexpr struct {
     const char *id;
     const char *text;
 } commonTexts[] = {
+    {"site.apply.bad", "This has been saved, but the device does not follow yet."},
     {"site.error.fields", "Please look at the marked fields. Nothing has been saved."},
     {"site.bad.token", "Nothing has been saved: the form was too old. Please send it again."},
     {"site.bad.store", "This cannot be done at the moment, and nothing has been changed."},
@@ -151,6 +152,7 @@ static std::vector<HostVariable> pageVariables(const Exchange &x)
         {"typed", x.isTyped ? "1" : ""},
         {"flash", lookUp(x.session.flash)},
         {"told", x.session.flash},
+        {"answer", x.session.answer},
         {"port", hostPort()},
         {"wrong", x.problems.empty() ? "" : x.problems[0][0]},
         {"status", std::to_string(x.status)},

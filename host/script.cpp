@@ -92,7 +92,8 @@ UpgradeResult upgradeDatabase(sqlite3 *db, Host &host)
     int version = -1;
     bool isRead = true;
     while (runScript(db, "pragma user_version", {}, rows) == SCRIPT_ROWS) {
-        int former = std::exchange(version, atoi(rows[0][0].c_str()));
+        int former =
+            std::exchange(version, static_cast<int>(strtol(rows[0][0].c_str(), nullptr, 10)));
         string script = upgradeScript(host, version, isRead);
         if (isRead && script.empty()) {
             if (version == 0 || isOwn(versionScript(version)))

@@ -9,6 +9,7 @@
 #include <stdlib.h>
 #include <string.h>
 #include <sys/random.h>
+#include <algorithm>
 
 using std::string;
 
@@ -45,7 +46,9 @@ bool findSession(sqlite3 *db, const string &secret, bool isVisit, Session &sessi
     if (!isVisit)
         return true;
     session.isAwaited = rows[0][5] == "1";
-    session.flash = rows[0][2];
+    const string &flash = rows[0][2];
+    session.flash = flash.substr(0, flash.find('\n'));
+    session.answer = flash.substr(std::min(flash.size(), session.flash.size() + 1));
     // A disk that takes no more hides no page: the session ends sooner, that is all.
     if (!session.flash.empty() || isStale)
         runScript(db, visitSql, {{"sid", session.number}}, rows);

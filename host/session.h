@@ -11,6 +11,7 @@ struct Session {
     std::string number;     // in the database; empty when nobody is signed in
     std::string token;      // that this session's forms carry
     std::string flash;      // a text's id, to be shown once; empty for none
+    std::string answer;     // what stands behind it, of the program that carries changes out
     std::string origin;     // where it was begun from, such as https://192.0.2.1:8443
     bool isAwaited = false; // by events that have waited for a visit
 };
@@ -30,8 +31,9 @@ bool isFormerSession(sqlite3 *db, const std::string &secret);
  * when used. rows: out; empty when they cannot be read, after a line on standard error. */
 void listSessions(sqlite3 *db, std::vector<std::vector<std::string>> &rows);
 
-/* Has a text shown on the session's next page: flash, its id, empty for none. It is not shown
- * where that cannot be stored, which is told on standard error. */
+/* Has a text shown on the session's next page: flash, its id, empty for none, and behind a line
+ * end what is to stand behind it. It is not shown where that cannot be stored, which is told on
+ * standard error. */
 void setFlash(sqlite3 *db, const Session &session, const std::string &flash);
 
 /* Returns a random text of 32 hexadecimal digits; empty when there is no randomness,

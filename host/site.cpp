@@ -1,4 +1,5 @@
 /* host/site.cpp - reads a request, and decides what answers it. */
+#include "apply.h"
 #include "complain.h"
 #include "exchange.h"
 #include "private.h"
@@ -215,6 +216,34 @@ static bool isLive(const Exchange &x)
     return findSession(x.db, x.cookie, false, session) && !session.number.empty();
 }
 
+// Lets what has changed reach the device, and notes what has. changes.sql has a name and a value
+// in each row; applied.sql takes them as :name and :value. What the program answers is shown.
+static void applyChanges(Exchange &x)
+{
+    Rows changes;
+    string find;
+    string note;
+    string told;
+    string answer;
+    if (!x.site->apply || !hasScript("changes.sql") || !readScript(x.host, "changes.sql", find) ||
+        !readScript(x.host, "applied.sql", note) ||
+        runScript(x.db, find, {}, changes) != SCRIPT_ROWS)
+        return;
+    for (const std::vector<string> &row : changes)
+        told += row[0] + '=' + row[1] + '\n';
+    if (!runApply(x.site->apply, told, answer))
+        x.told = "site.apply.bad";
+    else
+        for (const std::vector<string> &row : changes) {
+            Rows none;
+            runScript(x.db, note, {{"name", row[0]}, {"value", row[1]}}, none);
+        }
+    std::replace_if(
+        answer.begin(), answer.end(), [](char c) { return c >= 0 && c < ' '; }, ' ');
+    if (!answer.empty() && isText(answer))
+        x.told += '\n' + answer;
+}
+
 static void carryOut(Exchange &x)
 {
     string secret = makeSecret();
@@ -235,6 +264,7 @@ static void carryOut(Exchange &x)
             x.session = begun;
             x.newSecret = secret;
         }
+        applyChanges(x);
         setFlash(x.db, x.session, x.told);
         x.isOut = x.page == logoutPage && !isLive(x);
         if (x.page == loginPage)
@@ -274,10 +304,11 @@ static void answerPost(Exchange &x)
 // Lets the site's script take the events that have waited. They go on waiting where it cannot.
 static void takeEvents(Exchange &x)
 {
-    Rows rows;
     string script;
-    if (hasScript("visit.sql") && readScript(x.host, "visit.sql", script))
+    if (hasScript("visit.sql") && readScript(x.host, "visit.sql", script)) {
+        Rows rows;
         runScript(x.db, script, {}, rows);
+    }
 }
 
 // Decides what the answer is to a request that was read with that status.

@@ -143,7 +143,8 @@ create table setting (
     least integer, most integer,
     factory text not null,  -- what holds until somebody stores another value
     stored text,
-    value text not null as (ifnull(stored, factory))
+    value text not null as (ifnull(stored, factory)),
+    applied text  -- what the device has, where a program carries changes out
 ) strict;
 insert into setting (name, part, kind, least, most, factory) values
     ('hostname',   'general',   'host',    1,    32,   'fjord'),

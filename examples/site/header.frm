@@ -35,5 +35,5 @@
 <?if neq $var:outside 1 `<?include menu.frm?>`?></header>
 <main id="main">
 <h1><?print $var:page[title]?></h1>
-<?if neq $var:flash '' `<p class="saved" role="status"><?echo $var:flash?><?print $var:page[told]?></p>
+<?if neq $var:flash '' `<p class="saved" role="status"><?echo $var:flash?><?if neq $var:answer '' ` <bdi><?echo $var:answer?></bdi>`?><?print $var:page[told]?></p>
 `?><?if eq <?error found ?> 1 `<?include errorbox.frm?>`?>

@@ -7,6 +7,7 @@
  *   ZARN_ROOT     put in front of the interpreter's own paths; may be missing
  *   ZARN_NAMES    names that the device has besides the one in its settings, with
  *                 blanks between; may be missing
+ *   ZARN_APPLY    the program that is told what has changed, and makes it so; may be missing
  *   ZARN_LOG      whatever it says, all diagnostics go to the error log, not only problems */
 #include "orvhost.h"
 
@@ -22,6 +23,7 @@ int main()
     site.database = getenv("ZARN_DB");
     site.sessions = getenv("ZARN_SESSIONS");
     site.names = getenv("ZARN_NAMES");
+    site.apply = getenv("ZARN_APPLY");
     site.logsAll = getenv("ZARN_LOG") != nullptr;
     site.root = getenv("ZARN_ROOT");
     return Orv_Site_Answer(&site);

@@ -128,6 +128,25 @@ def check_scripts(work):
         owner.program = program
         answer = owner.post(page, {"token": token}) if status == 503 else owner.ask(page)
         check(said, (status, True), (answer.status, said in owner.log))
+    # A save reaches the device by a program; what it does not do is told, and tried again.
+    for what, script, said in (
+            ("applied", "sed -n 's/^hostname=/name: /p'; exit 0", "have been saved. From now on the router is called <bdi>name: h0 </bdi>"),
+            ("refused", "echo '<no>'; exit 1", "does not follow them yet: <bdi>&lt;no&gt; </bdi>"),
+            ("tried again", "cat", "<bdi>hostname=h1 ssid=again </bdi>"), ("only what is new", "cat", "<bdi>channel=6 </bdi>"),
+            ("too long", "sleep 99 & echo wait; wait", "yet: <bdi>wait </bdi>"), ("none", None, "does not follow them yet")):
+        owner = Direct(ZARN, ZARN_APPLY=work + "/apply")
+        owner.login()
+        if script:
+            with open(work + "/apply", "w", encoding="utf-8") as file:
+                os.fchmod(file.fileno(), 0o700)
+                file.write("#!/bin/sh\n" + script)
+        else:
+            os.remove(work + "/apply")
+        number = {"applied": 0}.get(what, 1)
+        answer = owner.save(hostname=f"h{number}", **({"ssid": "again"} if what not in ("applied", "refused") else {}),
+                            **({"channel": "6"} if what == "only what is new" else {"lease": "5"} if what in ("too long", "none") else {}))
+        page = owner.ask("settings.htm").text
+        check(what, (303, True), (answer.status, said in page or re.findall("saved.*|yet.*", page)))
     subprocess.run(f"cp -r {site} {work}/wrong; sed -i 's/<table/<?oops?>&/' {work}/wrong/login.htm"
                    f"; for i in $(seq 99); do echo '<?oops?>'; done >>{work}/wrong/login.htm", shell=True, check=True)
     stranger = Direct(ZARN, ZARN_DOCROOT=work + "/wrong")
