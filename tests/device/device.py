@@ -151,6 +151,24 @@ def held():
             $(ls -l /proc/[0-9]*/exe 2>/dev/null | grep -c -e "->")""")[1].split()]
 
 
+def test_settings():
+    """What is saved reaches the device, at once and after a restart."""
+    start_signed_in()
+    def state():
+        return run("hostname; sed -n 's/^\\(start\\|end\\|option\\) //p' /tmp/apply/udhcpd.conf; ls -d /proc/$(cat /tmp/apply/udhcpd.pid)/fd"
+                   " >/dev/null && echo runs")[1].split("\n")[:-1]
+    hidden = owner.ask("settings.htm").hidden()
+    check("saved", 303, owner.post("settings.htm", {**FORM, **hidden, "hostname": "attic", "first": "20",
+                                                    "last": "40", "lease": "2", "dhcp": "1"}).status)
+    check("what the device says", True, "Name attic. Addresses 20 to 40." in owner.ask("settings.htm").text)
+    wanted = ["attic", "10.0.2.20", "10.0.2.40", "lease 7200", "runs"]
+    check("what the device is", wanted, state())
+    run("sync")
+    cut_power()
+    start()
+    check("after a restart", wanted, state())
+
+
 def test_leaks():
     start_signed_in()
     load(50)  # what is made once
@@ -293,8 +311,8 @@ def test_tools():
         check(name, 0, status)
 
 
-GROUPS = {"pages": test_pages, "switch": test_switch, "disks": test_disks, "leaks": test_leaks,
-          "memory": test_memory, "library": test_library, "tools": test_tools}
+GROUPS = {"settings": test_settings, "pages": test_pages, "switch": test_switch, "disks": test_disks,
+          "leaks": test_leaks, "memory": test_memory, "library": test_library, "tools": test_tools}
 
 
 def main():

@@ -1,0 +1,2 @@
+<?multiquerytext 'select name, value from setting' `$1=$2
+`?>
