@@ -336,11 +336,12 @@ TEST(Check, KnowsItsSite)
     EXPECT_EQ(runCommand(ORV_CHECK " --init"), 2);
     EXPECT_EQ(readFile("err"), "orv-check: cannot make orv-check.json: File exists\n");
     std::filesystem::remove("orv-check.json");
-    writeFile("site/s.sql", "create table t(a);");
+    for (const char *script : {"site/s-1.sql", "site/s-02.sql"})
+        writeFile(script, "create table t" + std::to_string(script[7]) + "(a);");
     writeFile("site/en.po", "msgid \"a\"\nmsgstr \"b\"\n");
     EXPECT_EQ(runCommand(ORV_CHECK " --init && " ORV_CHECK " --ignore text-unused"), 1);
     EXPECT_EQ(readFile("err"), "orv-check: 3 templates checked: 1 error\n");
-    for (const char *guessed : {R"("docroot": "site",)", R"("databases": {"main":"site/s.sql"},)",
+    for (const char *guessed : {R"("docroot": "site",)", R"("databases": {"main":"site/s-*.sql"},)",
                                 R"("texts": ["site/en.po"],)", R"(none sets them: ["x"])"})
         EXPECT_NE(readFile("orv-check.json").find(guessed), std::string::npos) << guessed;
     const std::string wrong[][2] = {

@@ -198,6 +198,20 @@ static string commonFolder(const string &a, const string &b)
     return common.substr(0, common.rfind('/') + 1);
 }
 
+// Scripts whose names differ in a number at their end make a database together: their pattern;
+// of any other the path itself.
+static string numberedScripts(const std::vector<string> &files, const string &script)
+{
+    const size_t dot = script.rfind('.');
+    const size_t last = script.find_last_not_of("0123456789", dot - 1);
+    const string begin = script.substr(0, last + 1);
+    const string pattern = begin + "*" + script.substr(dot);
+    const auto count = std::count_if(files.begin(), files.end(), [&](const string &file) {
+        return fitsPattern("/" + pattern, file);
+    });
+    return last + 1 < dot && count > 1 ? pattern : script;
+}
+
 static Guess guess()
 {
     Guess guess;
@@ -219,6 +233,8 @@ static Guess guess()
             guess.database = path;
         }
     }
+    if (guess.database.ends_with(".sql"))
+        guess.database = numberedScripts(files, guess.database);
     if (!root.empty())
         guess.docRoot = root.substr(0, root.size() - 1);
     std::stable_partition(guess.texts.begin(), guess.texts.end(),
@@ -301,6 +317,8 @@ string initialSiteFile(const SiteOptions &given)
            "other\n"
            "  // template includes:\n"
            "  // \"pages\": [\"*.htm\", \"feeds/\"],\n\n"
+           "  // Addresses that the web program answers itself:\n"
+           "  // \"routes\": [\"api/*\", \"login.cgi\"],\n\n"
            "  // Where orv-textdb sync makes the databases of texts, * for the language:\n"
            "  // \"textDatabases\": \"build/htmltext_*.db\",\n\n"
            "  // Files that are not looked at, such as copies: [\"old/\", \"*.txt\"]\n"
