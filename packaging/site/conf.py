@@ -9,6 +9,9 @@ from sphinx.util import logging
 
 logger = logging.getLogger(__name__)
 
+# What words behind a fence, and endings of files, are as languages.
+LANGUAGES = {"template": "orv", "htm": "orv", "frm": "orv", "page": "html"}
+
 # Every document has its place here; one that has none is named, and there is no site.
 navigation = {
     "Writing templates": ["preview", "templates", "security", "checking"],
@@ -87,7 +90,7 @@ def add_labels(_app, doctree):
         if is_language(kind):
             continue
         ending = kind.rpartition(".")[2]
-        block["language"] = {"template": "orv", "htm": "orv", "frm": "orv", "page": "html"}.get(ending, ending if is_language(ending) else "text")
+        block["language"] = LANGUAGES.get(ending, ending if is_language(ending) else "text")
         label = nodes.paragraph("", kind if "." in kind else kind.capitalize(), classes=["label"])
         block.parent.insert(block.parent.index(block), label)
 
