@@ -191,7 +191,7 @@ try:
             ("<?repeat [1 $var:token] `x`?>", "<?repeat [ 1 $var:token ] `x`?>"),
             ("<?repeat[ 1 2 ]'x'?>", "<?repeat [ 1 2 ] 'x'?>"), ("<?repeat [1 2 `x`?>", None),
             ("<?echo $var:tokne?>", "<?echo $var:token?>"), ("<?echo $var:zzz?>", None),
-            ("{?site.mneu?}", "{?site.menu?}"), ("<?include footr.frm?>", "<?include footer.frm?>"),
+            ("{?site.mneu?}", "{?site.menu?}"), ("<?include mneu.frm?>", "<?include menu.frm?>"),
             ("<?query 'select name from device where id = :tokne'?>",
              "<?query 'select name from device where id = :token'?>"),
             ("<script>a = '<?echo $var:token?>'</script>", "<script>a = '<?printjs $var:token?>'</script>"),

@@ -163,7 +163,8 @@ static void compareRow(const std::string &document, const Row &row)
 
 TEST(Check, FindsWhatDocumentsSay)
 {
-    std::set<std::string> whole = {"include-depth", "limit"}; // which are below
+    std::set<std::string> whole = {"include-depth", "limit", "file-bytes",
+                                   "page-empty"}; // which are below
     for (const std::string name : {ORV_CHECK_DOCUMENTS}) {
         const std::string path = ORV_SOURCE "/tests/" + name;
         const std::vector<Row> rows = readRows(path, "## ");
@@ -239,6 +240,41 @@ TEST(Check, KnowsTheLimits)
         const std::string line = firstLine(checkRow("t.htm"));
         EXPECT_TRUE(found ? line.ends_with(found) : line.empty()) << text.substr(0, 60) << line;
     }
+}
+
+TEST(Check, LooksAtBytes)
+{
+    using namespace std::string_literals;
+    const struct {
+        std::string page, part;
+        const char *found; // the end of the one line, none for nothing
+    } cases[] = {
+        {"<p>\xC3\xA9</p>", "\xEF\xBB\xBFx",
+         "b.frm:1:1: error: a byte order mark comes out where "
+         "this is included: save the file without [file-bytes]"},
+        {"\xEF\xBB\xBF<p>x</p>", "x", nullptr},
+        {"<p>\xE9</p>", "x",
+         "b.htm:1:4: error: the byte E9 is no UTF-8: the file is of another "
+         "encoding, as Latin-1; save it as UTF-8 [file-bytes]"},
+        {"<meta charset=iso-8859-1><p>\xE9</p>", "x", nullptr},
+        {"<meta charset=\"iso-8859-1\"><p>\xC3\xA9</p>", "x",
+         "b.htm:1:16: error: the page says that it is iso-8859-1, but it is UTF-8 [file-bytes]"},
+        {"<p>a\0b</p>"s, "x",
+         "b.htm:1:5: error: a zero byte: what is behind it can be lost "
+         "[file-bytes]"},
+        {"<p>x</p>", "\xFF\xFEx\0"s,
+         "b.frm:1:1: error: the file is UTF-16: save it as UTF-8 "
+         "[file-bytes]"},
+        {"", "x", "b.htm:1:1: warning: the page is empty [page-empty]"},
+    };
+    for (const auto &[page, part, found] : cases) {
+        writeFile("b.htm", page.empty() ? "" : page + "<?include b.frm?>");
+        writeFile("b.frm", part);
+        const std::string lines = checkRow("b.htm");
+        EXPECT_TRUE(found ? lines.ends_with(found + "\n"s) : lines.empty()) << lines;
+    }
+    std::filesystem::remove("b.htm");
+    std::filesystem::remove("b.frm");
 }
 
 TEST(Check, PrintsAndRefuses)

@@ -282,15 +282,6 @@ create view event_list as
            code, detail, count, row_number() over (order by event.at desc, id desc) as position
     from event;
 
--- Names for a JSON text within a script element. What would end the string or the
--- element stands as \u and a number, so printjs finds no quote left to escape: its
--- \' is no JSON.
-create view device_script as
-    select id, volume,
-           replace(replace(replace(substr(json_quote(name), 2, length(json_quote(name)) - 2),
-                                   '\"', '\u0022'), '''', '\u0027'), '<', '\u003c') as name
-    from device_list;
-
 update device set folded = (
     with recursive fold(number, text) as (
         select 0, device.name

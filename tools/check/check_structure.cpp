@@ -35,6 +35,8 @@ struct Structure final : PathVisitor {
     std::vector<Crossing> crossings;
     std::vector<std::pair<const Open *, const Tag *>> shifted; // start and end tag differ in indent
     std::vector<Stray> strays;
+    // The first tag that is told of an element's content, by what is wrong.
+    std::map<std::pair<const Open *, string>, const Tag *> misplaced;
 
     explicit Structure(Report &of) : all(of), faults(of), facts{of, faults}, json{of}
     {
@@ -374,12 +376,35 @@ static bool closeNothing(Structure &self, Paths &paths, State *state, const Tag 
     return true;
 }
 
+// An end tag that stands in a branch as its start tag does, and comes too late: another one
+// outside of them has closed that. Blames the other one.
+static bool blameEarlier(Structure &self, Paths &paths, const Tag *tag)
+{
+    for (const Crossing &crossing : self.crossings) {
+        const Outcomes &when = crossing.open->when;
+        const bool isOther = crossing.when.size() < paths.conditions.size() &&
+                             covers(when, paths.conditions) && covers(paths.conditions, when);
+        if (!isOther || crossing.open->name != tag->name)
+            continue;
+        suspectOf(self.faults, crossing.end, "stray", "html-tag").dropped = true;
+        Suspect &suspect = suspectOf(self.faults, crossing.end, "early", "html-tag");
+        suspect.faults.push_back({paths.page, crossing.end->place,
+                                  "this </" + tag->name + "> closes " +
+                                      nameOfTag(*crossing.open->tag, crossing.end->place.tpl) +
+                                      ", and is one too many: it comes in front of " +
+                                      nameOfTag(*tag, crossing.end->place.tpl)});
+        return true;
+    }
+    return false;
+}
+
 static void reportStray(Structure &self, Paths &paths, const Tag *tag,
                         const std::vector<bool> &wrong, const Open *top)
 {
     Suspect &suspect = suspectOf(self.faults, tag, "stray", "html-tag");
     Fault fault = {};
     fault.at = meetingOf(nullptr, paths.chain, tag->place);
+    suspect.dropped = suspect.dropped || blameEarlier(self, paths, tag);
     const string name =
         fault.at.tpl == tag->place.tpl ? "</" + tag->name + ">" : nameOfTag(*tag, fault.at.tpl);
     fault.plain = name + " closes nothing: no <" + tag->name + "> is open here";
@@ -396,7 +421,9 @@ static void reportStray(Structure &self, Paths &paths, const Tag *tag,
                 break;
             }
     }
-    if (top && !isOptional(*top) && top->tag->place.tpl == tag->place.tpl)
+    while (top && isOptional(*top))
+        top = top->outer;
+    if (top && top->tag->place.tpl == tag->place.tpl)
         self.strays.push_back({tag, top->tag});
     addFault(self, paths, suspect, wrong, std::move(fault), nullptr, tag);
 }
@@ -572,12 +599,14 @@ static void reportMisplaced(Structure &self, Paths &paths, const Tag *tag)
     std::vector<bool> wrong;
     string text;
     const Open *reason = nullptr;
+    const Open *inner = nullptr;
     for (const Variant &variant : paths.variants) {
         const Open *with = nullptr;
         const string problem = misplaced(variant.state, *tag, &with);
         wrong.push_back(!problem.empty());
         if (!problem.empty() && text.empty()) {
             text = problem;
+            inner = variant.state.top;
             reason = with;
         }
     }
@@ -587,13 +616,17 @@ static void reportMisplaced(Structure &self, Paths &paths, const Tag *tag)
             acquit(found->second, paths.page);
         return;
     }
-    if (reason && reason->reopened)
+    const string rule = tag->name + text.substr(0, text.find(" in "));
+    const bool isTold = reason && !self.misplaced.try_emplace({reason, rule}, tag).second &&
+                        self.misplaced[{reason, rule}] != tag;
+    if (reason && (reason->reopened || isTold))
         return;
     Suspect &suspect = suspectOf(self.faults, tag, "misplaced", "html-nesting");
     Fault fault = {};
     fault.at = meetingOf(reason ? reason->chain : nullptr, paths.chain, tag->place);
     fault.plain = text;
-    suspect.because = reason && !reason->implied ? reason->tag : nullptr;
+    suspect.because = {reason && !reason->implied ? reason->tag : nullptr,
+                       inner && !inner->implied ? inner->tag : nullptr};
     addFault(self, paths, suspect, wrong, std::move(fault), nullptr, nullptr);
 }
 
@@ -736,7 +769,7 @@ static void readPages(Forest &forest)
             const Flow *flow = flowOf(forest, *all.site.templates[path], modeOf(path));
             const Mode end = flow->end.mode;
             if (!flow->broken && end != Mode::TEXT && end != Mode::DATA && end != Mode::PLAIN)
-                reportEndless(forest, flow->end);
+                reportEndless(forest, flow->end, 0);
         }
         if (!forest.again)
             break;
@@ -765,6 +798,7 @@ void checkStructure(Report &all)
         endPage(self, paths);
         self.opens.clear();
         self.crossings.clear();
+        self.misplaced.clear();
         self.shifted.clear();
     }
     joinStrays(self);

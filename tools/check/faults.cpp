@@ -70,7 +70,9 @@ void reportFaults(Faults &faults)
 {
     for (auto &[key, suspect] : faults.suspects)
         suspect.dropped =
-            suspect.dropped || (suspect.because && isUnclosed(faults, suspect.because));
+            suspect.dropped || std::ranges::any_of(suspect.because, [&](const Tag *tag) {
+                return tag && isUnclosed(faults, tag);
+            });
     for (auto &[key, suspect] : faults.suspects)
         reportSuspect(faults, suspect);
 }

@@ -26,8 +26,8 @@ struct Suspect {
     std::string text;                   // where the tag is to blame
     std::vector<const Template *> fine; // pages in which it is sound
     std::vector<Fault> faults;
-    const Tag *because = nullptr; // what is told of that tag tells of this one, too
-    bool dropped = false;         // another one tells
+    std::vector<const Tag *> because = {}; // where one of these is not closed, that is told
+    bool dropped = false;                  // another one tells
 };
 
 struct Faults {

@@ -21,7 +21,13 @@ void reportPlace(Report &all, Grade grade, const Place &place, const char *id, s
         reportAs(all, grade, *place.tpl, place.span, id, std::move(text), std::move(notes));
         return;
     }
+    const bool isTold = std::ranges::any_of(all.findings, [&](const Finding &finding) {
+        return finding.kind == findKind("text-tags") && finding.path == place.text->path &&
+               finding.line == place.text->line;
+    });
     const size_t before = all.findings.size();
+    if (isTold && string_view(id) == "html-tag")
+        return;
     reportLine(all, place.text->path, place.text->line, id, std::move(text));
     if (all.findings.size() == before)
         return;
@@ -109,6 +115,7 @@ static void showColumn(Reader &reader, const Place &place, const Command &comman
 {
     const SqlColumn *column = columnOf(reader.forest.all.site, command, index);
     shown.json = column && column->values.isFree ? column->values.json : uint8_t{0};
+    shown.isText = column && column->isText && column->values.isFree;
     shown.isNumber = column && column->values.isNumber();
     shown.holds = escapedBy(shown.id, holdsOfColumn(column));
     shown.markup = isMarkup(column) && !(shown.id & CMDF_HTML);
@@ -185,7 +192,7 @@ static bool joinReadings(Reading *reading, const Reading &other, const Reading &
         joinTags(reading, other, isSame ? before.tag.attributes.size() : 0, branch);
         return true;
     }
-    return reading->mode == other.mode && reading->raw == other.raw;
+    return reading->mode == other.mode && (reading->mode != Mode::RAW || reading->raw == other.raw);
 }
 
 static void flowWays(Reader &reader, const Template &tpl, const Command &command, NodeKind kind,
@@ -381,15 +388,17 @@ void tellEndless(Forest &forest, const Place &place, uint32_t resume, const char
     all.findings.resize(before);
 }
 
-void reportEndless(Forest &forest, const Reading &end)
+void reportEndless(Forest &forest, const Reading &end, uint32_t resume)
 {
     const bool isValue = end.mode == Mode::VALUE && end.quote && !end.tag.attributes.empty();
     const Place place = isValue             ? end.tag.attributes.back().value
                         : isInTag(end.mode) ? end.tag.place
                                             : end.from;
-    const uint32_t resume = end.mode == Mode::COMMENT ? place.span.at + 4
-                            : end.mode == Mode::RAW   ? place.span.end
-                                                      : 0;
+    if (end.mode == Mode::COMMENT) // of one line, probably
+        resume = static_cast<uint32_t>(
+            std::min(place.tpl->source.find('\n', place.span.at), place.tpl->source.size()));
+    else if (end.mode == Mode::RAW && resume == 0)
+        resume = place.span.end;
     tellEndless(forest, place, resume, "html-open",
                 nameOfEndless(end) + ": what follows is lost in it");
 }

@@ -91,6 +91,7 @@ struct Shown {
     bool markup = false; // may be tags
     std::string name;    // as it is shown
     Levels levels;
+    bool isText = false; // a column of any texts
 };
 
 struct Node {
@@ -125,13 +126,14 @@ enum class Mode : uint8_t {
 // How far a page has been read.
 struct Reading {
     Mode mode = Mode::TEXT;
-    char quote = 0;     // of VALUE
-    bool json = false;  // RAW is JSON
-    int foreign = 0;    // svg and math elements that are open
-    size_t matched = 0; // bytes of the end of RAW, COMMENT, or of the begin of DECLARATION
-    std::string raw;    // the element whose text RAW is
-    Place from;         // the tag, comment or value that is open
-    Tag tag;            // that is being read
+    char quote = 0;      // of VALUE
+    bool json = false;   // RAW is JSON
+    int foreign = 0;     // svg and math elements that are open
+    uint32_t resume = 0; // of RAW without end: where it is taken to end
+    size_t matched = 0;  // bytes of the end of RAW, COMMENT, or of the begin of DECLARATION
+    std::string raw;     // the element whose text RAW is
+    Place from;          // the tag, comment or value that is open
+    Tag tag;             // that is being read
 };
 
 // A template, or the value of a variable.
@@ -163,8 +165,9 @@ const Flow *flowOf(Forest &forest, const Template &tpl, Mode mode);
 /* The tree of what a variable is set to. */
 const Flow *flowOf(Forest &forest, const VariableUse &use, Mode mode);
 
-/* Reports that what a page ends in has no end, and remembers it. */
-void reportEndless(Forest &forest, const Reading &end);
+/* Reports that what a page ends in has no end, and remembers it. resume: where what follows
+ * begins, in the same template; 0 when that is not known. */
+void reportEndless(Forest &forest, const Reading &end, uint32_t resume);
 
 /* Reports what has no end, and takes it as ended from now on. resume: as of Report. */
 void tellEndless(Forest &forest, const Place &place, uint32_t resume, const char *id,

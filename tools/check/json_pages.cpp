@@ -132,11 +132,15 @@ static void readWord(Scan &scan)
     const size_t end = std::min(rest.find_first_of(",:]}[{\" \t\r\n/"), rest.size());
     const string_view word = rest.substr(0, end);
     const bool isKnown = word == "true" || word == "false" || word == "null" || isNumber(word);
-    if (!isKnown && end < rest.size())
+    const auto begins = [word](string_view whole) { return whole.starts_with(word); };
+    const bool canGoOn = end == rest.size() && // a value may follow
+                         (begins("true") || begins("false") || begins("null") ||
+                          word.find_first_not_of("0123456789+-.eE") == string_view::npos);
+    if (!isKnown && !canGoOn)
         return fail(scan, "'" + string(word.substr(0, 30)) +
                               "' is no value of JSON: texts stand in double quotes");
     scan.at += end - 1;
-    scan.state.json = end < rest.size() ? AFTER : WORD; // a value may follow
+    scan.state.json = end < rest.size() ? AFTER : WORD;
 }
 
 static void readValue(Scan &scan, char c)
@@ -370,7 +374,10 @@ static void reportAgain(JsonPages &pages, const Node &node)
 
 void JsonPages::visitValue(Paths &paths, const Node &node)
 {
+    std::vector<bool> wrong;
+    const char *text = "";
     for (Variant &variant : paths.variants) {
+        wrong.push_back(false);
         uint8_t &next = variant.state.json;
         switch (next) {
         case NOWHERE:
@@ -390,11 +397,26 @@ void JsonPages::visitValue(Paths &paths, const Node &node)
             if (word == &node && paths.again) // the last row's number goes on in this one's
                 reportAgain(*this, node);
             break;
-        default: // it may be anything
+        case COLON:
+            wrong.back() = true;
+            text = "a colon is missing in front of this";
+            next = AFTER;
+            break;
+        case KEY:
+        case FIRST_KEY:
+            wrong.back() = node.shown->isNumber;
+            text = "names of JSON stand in double quotes";
             next = LOST;
+            break;
+        default: // what is no number may begin with a comma
+            wrong.back() = next == AFTER && node.shown->isNumber;
+            text = "a comma is missing in front of this";
+            next = wrong.back() ? static_cast<uint8_t>(AFTER) : static_cast<uint8_t>(LOST);
             break;
         }
     }
+    if (std::ranges::find(wrong, true) != wrong.end())
+        tell(*this, paths, wrong, node.place, text);
 }
 
 // ---- documents ----

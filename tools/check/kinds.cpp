@@ -252,6 +252,16 @@ static constexpr Kind kinds[] = {
      "A link, form, image or script leads to a file that is not below the document root. What the "
      "web program answers itself is named with --route.",
      "<a href=\"nothere.htm\">x</a>"},
+    {"file-bytes", ERROR,
+     "A file that is not UTF-8, as pages and texts are: a byte of Latin-1, UTF-16, a zero byte, a "
+     "byte order mark where a file is included or in JSON, another charset in a meta element.",
+     "<meta charset=\"iso-8859-1\"> on a site with texts"},
+    {"page-empty", WARNING, "A page without anything.", "(an empty file, index.htm)"},
+    {"escape-query", WARNING,
+     "A text column in the query part of an address. HTML escaping leaves &, #, + and % to the "
+     "address, where they end or change what is sent. Send a number that stands for it, or let a "
+     "form do it, whose fields the browser encodes.",
+     "<a href=\"show.htm?name=<?query 'select a from t'?>\">"},
     {"json-syntax", ERROR,
      "A JSON page, or a script element of JSON, is no JSON in some way through it: for no row, "
      "one row or more of them, in one branch.",

@@ -161,6 +161,7 @@ std::vector<Finding> checkSite(Site &site)
     checkNames(all);
     checkConstants(all);
     checkFlow(all);
+    checkBytes(all);
     checkStructure(all);
     checkHtml(all); // knows then what has no end
     checkIgnoreComments(all);

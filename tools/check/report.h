@@ -54,6 +54,7 @@ void checkConstants(Report &all);
 void checkFlow(Report &all);
 void checkHtml(Report &all);
 void checkStructure(Report &all);
+void checkBytes(Report &all);
 
 /* All of them, sorted, graded as the site's options say and without what they leave out. */
 std::vector<Finding> checkSite(Site &site);

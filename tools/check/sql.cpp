@@ -180,7 +180,8 @@ static void readResult(const Database &database, sqlite3_stmt *statement, const 
         const char *type = sqlite3_column_decltype(statement, static_cast<int>(i));
         const string declared = lowered(type ? type : "");
         answer->columns.push_back(
-            {name ? name : "", values[i], isNumbersType(declared) ? declared : ""});
+            {name ? name : "", values[i], isNumbersType(declared) ? declared : "",
+             declared.find("text") != string::npos || declared.find("char") != string::npos});
     }
 }
 

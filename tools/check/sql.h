@@ -19,6 +19,7 @@ struct SqlColumn {
     std::string name;
     Values values;
     std::string declared; // as which numbers a table's column is declared, or empty
+    bool isText = false;  // a table's column, declared as a text
 };
 
 // A named or numbered parameter.

@@ -105,11 +105,12 @@ static bool isEndless(const Forest &forest, const Place &place)
     return forest.all.endless.contains({place.tpl, place.span.at});
 }
 
-static void beginContent(Reading &now, const Tag &tag)
+static void beginContent(Reading &now, const Tag &tag, uint32_t resume)
 {
     const bool isText = tag.is(IS_RAW) && !(now.foreign && tag.name != "script");
-    if (!isText || tag.lost || tag.selfClosing)
+    if (!isText || tag.selfClosing || (tag.lost && resume <= tag.place.span.end))
         return;
+    now.resume = tag.lost ? resume : 0;
     now.mode = Mode::RAW;
     now.raw = tag.name;
     now.json = tag.name == "script" && isJsonScript(tag);
@@ -134,7 +135,8 @@ static void checkAttributes(const Text &text, const Tag &tag)
     if (!tag.row || text.reader.now.foreign || tag.closing)
         return;
     for (const Attribute &attribute : tag.attributes)
-        if (const string_view meant = nearestAttribute(attribute.name); !meant.empty())
+        if (const string_view meant = nearestAttribute(attribute.name);
+            !meant.empty() && attribute.name.find_first_of("\"'<") == string::npos)
             tell(text, attribute.place, "html-attribute",
                  "no element has an attribute " + attribute.name + "; did you mean " +
                      string(meant) + "?");
@@ -186,11 +188,13 @@ static void endTag(Text &text)
     if (tag.place.tpl == text.from.tpl && !text.from.text)
         tag.place.span.end = text.here().span.end;
     tag.row = findElement(tag.name);
-    tag.lost = isEndless(reader.forest, tag.place);
+    const auto &all = reader.forest.all.endless;
+    const auto endless = all.find({tag.place.tpl, tag.place.span.at});
+    tag.lost = endless != all.end();
     checkAttributes(text, tag);
     checkTwice(text, tag);
     if (!tag.closing)
-        beginContent(now, tag);
+        beginContent(now, tag, tag.lost ? endless->second : 0);
     countForeign(now, tag);
     Node &node = addNode(reader, NodeKind::TAG, tag.place);
     node.tag = std::make_shared<const Tag>(std::move(tag));
@@ -210,6 +214,13 @@ static Attribute &attributeOf(Reading &now)
     return now.tag.attributes.back();
 }
 
+// Whether the value of an attribute has ended at the quote of the next one's.
+static bool takesQuote(const Attribute &attribute)
+{
+    return !attribute.values.empty() && attribute.values[0].ends_with('=') &&
+           attribute.values[0].find(' ') != string::npos;
+}
+
 // What is wrong when a quote stands in an attribute's name: mostly another quote is missing.
 static void tellQuote(Text &text, char c)
 {
@@ -218,6 +229,8 @@ static void tellQuote(Text &text, char c)
         tag.attributes.size() > 1 ? &tag.attributes[tag.attributes.size() - 2] : nullptr;
     const bool isLost = before && before->hasValue && !before->values.empty() &&
                         before->values[0].find_first_of("<>=\n") != string::npos;
+    if (before && takesQuote(*before))
+        return; // told
     if (isLost)
         tell(text, before->value, "html-attribute",
              "the quote around the value of " + before->name +
@@ -374,6 +387,10 @@ static void readBehindValue(Text &text, char c)
             tellEndless(text.reader.forest, attribute.value, 0, "html-attribute",
                         "the quote that opens here is closed by the next tag's: its own is "
                         "missing");
+        else if (takesQuote(attribute))
+            tell(text, attribute.value, "html-attribute",
+                 "the quote around the value of " + attribute.name +
+                     " that opens here is closed by the next attribute's: its own is missing");
         else
             tell(text, text.here(), "html-attribute",
                  "a blank is missing between the value of " + attribute.name + " and what follows");
@@ -438,7 +455,7 @@ static void readDeclaration(Text &text, char c)
     if (now.raw.size() < 7)
         now.raw += lower(c);
     if (now.raw == "--") {
-        now.mode = isEndless(text.reader.forest, now.from) ? Mode::TEXT : Mode::COMMENT;
+        now.mode = Mode::COMMENT;
         now.matched = 2; // <!--> is a whole one
         now.tag = Tag();
     } else if (c == '>') {
@@ -457,7 +474,8 @@ static void readDeclaration(Text &text, char c)
 static void readComment(Text &text, char c)
 {
     Reading &now = text.reader.now;
-    if (c == '>' && now.matched >= 2)
+    const bool isLine = c == '\n' && isEndless(text.reader.forest, now.from);
+    if ((c == '>' && now.matched >= 2) || isLine)
         now.mode = Mode::TEXT;
     now.matched = c == '-' ? now.matched + 1 : 0;
 }
@@ -499,6 +517,11 @@ static void readRaw(Text &text)
     const string end = "</" + now.raw;
     for (; text.at < text.text.size(); ++text.at) {
         const char c = text.text[text.at];
+        if (now.resume && text.here().span.at == now.resume && text.from.tpl == now.from.tpl) {
+            now.mode = Mode::TEXT;
+            --text.at;
+            return;
+        }
         if (now.matched == end.size() && (isBlank(c) || c == '/' || c == '>')) {
             const size_t start = text.at >= end.size() ? text.at - end.size() : 0;
             if (now.json)
@@ -516,8 +539,9 @@ static void readRaw(Text &text)
         now.matched = now.matched < end.size() && lower(c) == end[now.matched] ? now.matched + 1
                       : c == '<'                                               ? 1
                                                                                : 0;
-        if (now.matched == 1 && tellsEnd(text, now.raw)) {
-            reportEndless(text.reader.forest, now);
+        if (now.matched == 1 && !now.resume && tellsEnd(text, now.raw)) {
+            const bool isHere = text.from.tpl == now.from.tpl && !text.from.text;
+            reportEndless(text.reader.forest, now, isHere ? text.here().span.at : 0);
             now.mode = Mode::TEXT;
             --text.at;
             return;
@@ -611,7 +635,22 @@ void readLiteral(Reader &reader, string_view literal, const Place &from)
 
 // ---- values ----
 
-static void readShownInTag(Reader &reader, const Place &place)
+// A text in the query part of an address, which no escaping here fits.
+static void checkQuery(Reader &reader, const Shown &shown, const Place &place)
+{
+    const Attribute &attribute = attributeOf(reader.now);
+    const string &value = attribute.values[0];
+    const bool isAddress = hasWord("href src action formaction data poster", attribute.name);
+    if (!shown.isText || !isAddress || value.find('?') == string::npos ||
+        value.find('#') != string::npos)
+        return;
+    reportPlace(reader.forest.all, Grade::WARNING, place, "escape-query",
+                shown.name +
+                    " is a text in the query part of an address, where its &, #, + and % "
+                    "change what is sent: send a number that stands for it, or use a form");
+}
+
+static void readShownInTag(Reader &reader, const Shown &shown, const Place &place)
 {
     Reading &now = reader.now;
     switch (now.mode) {
@@ -628,6 +667,7 @@ static void readShownInTag(Reader &reader, const Place &place)
         now.mode = Mode::VALUE;
         break;
     case Mode::VALUE:
+        checkQuery(reader, shown, place);
         appendValue(attributeOf(now), {&MARK, 1});
         break;
     default:
@@ -643,7 +683,7 @@ void readShown(Reader &reader, const Shown &shown, const Place &place)
 {
     Reading &now = reader.now;
     if (isInTag(now.mode))
-        return readShownInTag(reader, place);
+        return readShownInTag(reader, shown, place);
     const bool isSeen = now.mode == Mode::TEXT || now.mode == Mode::DATA ||
                         (now.mode == Mode::RAW && (now.json || now.raw == "title"));
     now.matched = 0;
