@@ -135,6 +135,15 @@ uint8_t holdsOfElement(Site &site, const Element &element, const Levels &levels)
     }
 }
 
+// Whether a variable that nobody sets is a finding, whose follow-ups are none.
+static bool saysUnset(const Site &site)
+{
+    const auto &rules = site.options.rules;
+    return std::none_of(rules.begin(), rules.end(), [](const KindRule &rule) {
+        return rule.kind == findKind("variable-unset") && !rule.grade;
+    });
+}
+
 uint8_t holdsOfVariable(Site &site, std::string_view key)
 {
     if (site.safe.contains(key))
@@ -142,8 +151,8 @@ uint8_t holdsOfVariable(Site &site, std::string_view key)
     if (isFromWeb(site, key))
         return VALUE_RAW;
     const auto sets = setsOf(site, key);
-    if (sets.empty())
-        return VALUE_RAW; // someone else's
+    if (sets.empty()) // someone else's, unless that is told by itself
+        return saysUnset(site) ? uint8_t{0} : uint8_t{VALUE_RAW};
     const auto [entry, isNew] = site.holds.try_emplace(string(key), uint8_t{0});
     if (!isNew)
         return entry->second; // a variable in its own value adds nothing to it

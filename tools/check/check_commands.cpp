@@ -650,7 +650,8 @@ static void visitArgument(Visit &visit, const Argument &argument)
         if (element.command)
             visitCommand(visit, *element.command);
         if (before && before->type == ELEM_GETARRAY && element.type < ELEM_GETARRAY &&
-            element.quote == ']')
+            element.quote == ']' &&
+            (element.type != ELEM_NUMVAR || wordOfValue(visit, element).empty()))
             checkIndex(visit, element);
         before = &element;
     }

@@ -37,25 +37,52 @@ static bool isRead(const Site &site, const string &key)
     return false;
 }
 
-// The variables that reads of others were probably meant for: those are told already.
-static std::set<string_view> meantByOthers(const Site &site)
+// The variables that reads of others were probably meant for, each with that other.
+static std::map<string, string> meantByOthers(const Site &site)
 {
+    constexpr size_t most = 400000; // comparisons
     std::vector<string_view> names;
-    std::set<string_view> meant;
-    for (const auto &[key, variable] : site.variables)
+    std::vector<string_view> unset;
+    std::map<string, string> meant;
+    for (const auto &[key, variable] : site.variables) {
         if (!variable.sets.empty())
             names.push_back(key);
-    for (const auto &[key, variable] : site.variables)
-        if (!variable.reads.empty() && setsOf(site, key).empty() && !isFromWeb(site, key))
-            meant.insert(nearest(key, names));
+        else if (!isFromWeb(site, key) && setsOf(site, key).empty())
+            unset.push_back(key);
+    }
+    for (const string_view key : unset)
+        if (names.size() * unset.size() < most)
+            meant.emplace(nearest(key, names), key);
     return meant;
+}
+
+// Of a name that is set and another that is read the one in fewer places is misspelt.
+std::map<string, string> misspeltSets(const Site &site)
+{
+    std::map<string, string> misspelt = meantByOthers(site);
+    std::erase_if(misspelt, [&](const auto &pair) {
+        const auto set = site.variables.find(pair.first);
+        const auto read = site.variables.find(pair.second);
+        return set == site.variables.end() || isRead(site, pair.first) ||
+               read->second.reads.size() <= set->second.sets.size();
+    });
+    return misspelt;
 }
 
 static void checkUnused(Report &all)
 {
-    const std::set<string_view> meant = meantByOthers(all.site);
+    const std::map<string, string> meant = meantByOthers(all.site);
+    const bool isWhole = all.site.options.templates.empty();
+    for (const auto &[key, read] : misspeltSets(all.site)) {
+        const VariableUse &use = all.site.variables[key].sets[0];
+        report(all, *use.tpl, use.command->nameSpan, "variable-unused",
+               key + " is set, and nothing reads it; did you mean '" + read +
+                   "', which is read and never set?",
+               {noteAt(*all.site.variables[read].reads[0].tpl,
+                       all.site.variables[read].reads[0].span.at, "it is read here")});
+    }
     for (const auto &[key, variable] : all.site.variables) {
-        if (variable.sets.empty() || key == "lang" || isFromWeb(all.site, key) ||
+        if (!isWhole || variable.sets.empty() || key == "lang" || isFromWeb(all.site, key) ||
             all.site.meant.contains(arrayOf(key)) || meant.contains(key) || isRead(all.site, key))
             continue;
         const VariableUse &first = variable.sets[0];
@@ -242,8 +269,7 @@ static void checkCounts(Report &all, const Template &tpl, const Command &command
 void checkFlow(Report &all)
 {
     const SiteOptions &options = all.site.options;
-    if (options.templates.empty())
-        checkUnused(all);
+    checkUnused(all);
     if (options.templates.empty() && options.pages.empty())
         checkPieces(all);
     checkHidden(all);

@@ -245,8 +245,11 @@ static void checkReads(Report &all, const string &key, const Variable &variable,
 void checkVariables(Report &all)
 {
     const std::vector<string_view> known = knownNames(all.site);
+    std::set<string> meant; // of sets that are misspelt, which is told there
+    for (const auto &[set, read] : misspeltSets(all.site))
+        meant.insert(read);
     for (const auto &[key, variable] : all.site.variables) {
-        if (!variable.reads.empty())
+        if (!variable.reads.empty() && !meant.contains(key))
             checkReads(all, key, variable, known);
         if (key == "lang" || !all.site.fromWeb.contains(key))
             continue;

@@ -767,23 +767,31 @@ static bool mendIndex(Mender *mender)
     return true;
 }
 
-// Quotes, which the interpreter does not complain of.
+// Mends what the interpreter does not complain of: a sign in a name, quotes.
+static bool mendSilent(Mender *mender, const Begun &begun)
+{
+    if (begun.fate != Fate::MADE)
+        return false;
+    if (mendName(mender, begun) || (begun.quoteOpen && mendQuote(mender, begun)))
+        return true;
+    if (begun.gluedAt) {
+        tellGlued(mender, begun, "quote-inside", "");
+    } else if (begun.quoteOpen) {
+        mender->mistakes.push_back(
+            mistakeAt(*mender->tpl, {begun.quoteAt, begun.quoteAt + 1}, "quote-open",
+                      wordsOfToken(begun.token) + " ends inside the quote that opens here"));
+    } else {
+        return false;
+    }
+    settle(mender, begun, {0, 0, {}});
+    return true;
+}
+
 static bool mendQuotes(Mender *mender)
 {
-    for (const Begun &begun : mender->tpl->begun) {
-        if (begun.fate != Fate::MADE)
-            continue;
-        if (mendName(mender, begun))
-            return true;
-        if (begun.quoteOpen && mendQuote(mender, begun))
-            return true;
-        if (begun.gluedAt) {
-            tellGlued(mender, begun, "quote-inside", "");
-            settle(mender, begun, {0, 0, {}});
-            return true;
-        }
-    }
-    return false;
+    const std::vector<Begun> &all = mender->tpl->begun;
+    return std::any_of(all.begin(), all.end(),
+                       [&](const Begun &begun) { return mendSilent(mender, begun); });
 }
 
 // A page's first command that is malformed ends the run.

@@ -43,6 +43,9 @@ Note noteAt(const Template &tpl, uint32_t offset, std::string text);
 /* Whether a kind is not off everywhere. */
 bool isLookedFor(const SiteOptions &options, const Kind &kind);
 
+/* Variables that are set under a name which is misspelt, each with the one that was meant. */
+std::map<std::string, std::string> misspeltSets(const Site &site);
+
 /* The rules, each for the whole site. */
 void checkSyntax(Report &all);
 void checkIncludes(Report &all);
