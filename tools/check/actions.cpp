@@ -203,7 +203,7 @@ static std::optional<Mending> proposeSyntax(const Case &about)
         return {};
     const size_t at = passBlanks(about.file, begin + 2);
     for (const auto propose : {proposeCase, proposeKeyword, proposeBrackets})
-        if (const std::optional<Mending> mending = propose(about.file, at);
+        if (std::optional<Mending> mending = propose(about.file, at);
             mending && isMade(about.tpl, applied(about.file, *mending), begin))
             return mending;
     return {};

@@ -647,6 +647,10 @@ static void walkVariable(Paths &paths, const Node &node)
         paths.opaque = paths.opaque || !isKnown;
         return paths.walker.visitWords(paths, node);
     }
+    if (!paths.reading.insert(name).second) { // it is a part of its own value
+        paths.opaque = true;
+        return;
+    }
     const std::vector<const VariableUse *> sets = held->second.sets;
     const string key = "variable|" + name + "#" + std::to_string(held->second.version);
     std::vector<const Flow *> flows;
@@ -655,6 +659,7 @@ static void walkVariable(Paths &paths, const Node &node)
         const bool fits = flows.back() && !flows.back()->broken &&
                           (flows.back()->end.mode == Mode::TEXT || isData);
         if (!fits) {
+            paths.reading.erase(name);
             paths.opaque = true;
             return;
         }
@@ -662,6 +667,7 @@ static void walkVariable(Paths &paths, const Node &node)
     std::vector<Frame> frames = std::move(paths.frames);
     paths.frames.clear();
     walkOneOf(paths, node, key, sets.size(), [&](size_t i) { walkNodes(paths, flows[i]->nodes); });
+    paths.reading.erase(name);
     paths.frames = std::move(frames);
 }
 

@@ -104,6 +104,7 @@ struct Paths {
     bool again = false; // the body runs for the second row
     size_t decided = 0; // conditions that a constant has decided
     std::set<const Template *> open;
+    std::set<std::string, std::less<>> reading; // variables whose values are being walked
 
     Paths(Forest &of, PathVisitor &by, const Template *start) : forest(of), walker(by), page(start)
     {
