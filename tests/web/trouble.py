@@ -333,7 +333,7 @@ def check_kills():
                     " (select count(*) from session join account using (password)) from account, setting where name = 'hostname'", secret)[0]
                 if page == "settings.htm":
                     one_of(what, (hostname, flash, is_in), ("old", "", True), ("new", "", True),
-                           ("new", "site.settings.saved", True))
+                           ("new", "site.settings.renamed", True))
                 elif page == "password.htm":
                     one_of(what, (password == stored, is_in), (True, True), (False, False))
                 else:
