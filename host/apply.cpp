@@ -27,13 +27,15 @@ static pid_t start(const char *path, int input, int output)
     posix_spawn_file_actions_t actions;
     posix_spawnattr_t attributes;
     char *arguments[] = {const_cast<char *>(path), nullptr};
+    char searched[] = "PATH=/usr/sbin:/usr/bin:/sbin:/bin";
+    char *environment[] = {searched, nullptr}; // nothing of a request
     posix_spawn_file_actions_init(&actions);
     posix_spawnattr_init(&attributes);
     posix_spawn_file_actions_adddup2(&actions, input, STDIN_FILENO);
     posix_spawn_file_actions_adddup2(&actions, output, STDOUT_FILENO);
     // A group of its own, so that what it has started ends with it.
     posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETPGROUP);
-    errno = posix_spawn(&child, path, &actions, &attributes, arguments, environ);
+    errno = posix_spawn(&child, path, &actions, &attributes, arguments, environment);
     if (errno != 0)
         child = -1;
     posix_spawnattr_destroy(&attributes);
