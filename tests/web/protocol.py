@@ -360,6 +360,9 @@ def check_settings(visitor):
     before = stored()
     for text in ("", "{", "[]", '"x"', '{"kind": "Fjord R3"}', json.dumps({**good, "channel": 2}),
                  json.dumps({**good, "hostname": "x", "guests": 2}),
+                 *(json.dumps({**good, "hostname": "x", "fixed": wrong}) for wrong in (
+                     ["a"], [["02:00:5e:10:00:05", "5"]], [["02:00:5e:10:00:05", 5], ["02:00:5e:10:00:06", 5]],
+                     [["02:00:5e:10:00:05", 50]], [["x", 5]])),
                  json.dumps({**good, "hostname": "x", "ssid": ["a"], "hidden": None})):
         answer = restore(text)
         check("restore " + text, (422, ["file"]), (answer.status, answer.marked()))
@@ -371,6 +374,10 @@ def check_settings(visitor):
     check("restored", (303, ["attic", "~" * 63]),
           (restore(json.dumps({**good, "hostname": "attic", "passphrase": "~" * 63})).status,
            stored("hostname", "passphrase")))
+    restore(json.dumps({**good, "fixed": good["fixed"][:1]}))
+    check("the list is restored", ([["02:00:5e:10:00:05", 5], ["02:00:5e:10:00:06", 6]], [("02:00:5e:10:00:05", 5)]),
+          (good["fixed"], sql("select mac, host from fixed")))
+    restore(json.dumps({**good, "passphrase": "~" * 63}))
     old = {name: good[name] for name in ("kind", "ssid", "first")}
     check("an older file, marked", (303, ["fjord", "30", "~" * 63, "24"]),
           (restore("\ufeff" + json.dumps({**old, "first": 30})).status, stored("hostname", "first", "passphrase", "lease")))
