@@ -684,6 +684,19 @@ def streams(preview):
     return sum(len(children(child)) for child in children(preview.process.pid))
 
 
+def is_asked(preview, page):
+    """Whether the preview's server is at a page."""
+    for server in children(preview.process.pid):
+        for pid in children(server):
+            try:
+                with open(f"/proc/{pid}/environ", encoding="utf-8", errors="replace") as file:
+                    if page in file.read():
+                        return True
+            except OSError:
+                pass  # it has ended
+    return False
+
+
 def check_many(preview):
     """Many pages at once, in frames and in tabs, take one connection of the browser's."""
     start = time.time()
@@ -727,7 +740,13 @@ def check_leaving(preview):
     write("site/link.htm", "<!DOCTYPE html><h1>v1</h1><a href='slow.htm'>slow</a>")
     preview.settle(start)
     show(preview.url + "link.htm")
-    saving = threading.Timer(0.3, edit, ("site/link.htm", "v1", "v2"))
+
+    def save():
+        deadline = time.monotonic() + 20
+        while not is_asked(preview, "slow.htm") and time.monotonic() < deadline:
+            time.sleep(0.01)
+        edit("site/link.htm", "v1", "v2")
+    saving = threading.Thread(target=save)
     saving.start()
     press(TAB + ENTER)
     check("left", "slow", wait(TITLE, "slow"))

@@ -65,7 +65,7 @@ int answer(const Job &job, const char *status, std::string_view type, std::strin
 
 /* The same with a page, and the bar behind it; what a page's script fetches comes as it is, as
  * from the device. file: its template, empty for none. */
-int answerPage(Job &job, const char *status, const std::string &page, const std::string &file,
+int answerPage(Job &job, const char *status, const std::string &html, const std::string &file,
                bool isTrouble = false);
 
 /* The same with a page that tells why there is none, which is the first of the errors that its

@@ -172,13 +172,13 @@ static bool isShown()
 
 // A page whose own policy could forbid the bar's script gets that in front of the policy, where
 // it is not in force yet; the script takes itself out of the page at once.
-int answerPage(Job &job, const char *status, const string &page, const string &file, bool isTrouble)
+int answerPage(Job &job, const char *status, const string &html, const string &file, bool isTrouble)
 {
     static constexpr char type[] = "text/html; charset=utf-8";
     sendSwitches(job);
     if (!isShown())
-        return answer(job, status, type, page);
-    const Markup markup = readMarkup(page);
+        return answer(job, status, type, html);
+    const Markup markup = readMarkup(html);
     ReportSetting setting = {job.config, job.switches, job.generation, file, "", markup.open};
     readWhole(job.work + "/findings", setting.findings);
     setting.isTrouble = isTrouble;
@@ -186,7 +186,7 @@ int answerPage(Job &job, const char *status, const string &page, const string &f
     setting.hasPolicy = markup.policy != string::npos;
     const string script = "<script src=\"http://" + job.request.host + ownAddress + "bar.js?" +
                           embedded_id + "\"></script>";
-    string body = page;
+    string body = html;
     if (setting.hasPolicy)
         body.insert(markup.policy, script);
     body += markup.closing + "<script type=\"application/json\" id=\"orv-preview\">" +
