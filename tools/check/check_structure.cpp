@@ -204,6 +204,7 @@ static void addFault(Structure &self, Paths &paths, Suspect &suspect,
     Outcome blame;
     fault.page = paths.page;
     const bool certain = isCertain(paths, wrong, suspect.tpl, &blame);
+    fault.weak = isWeak(paths, suspect.tpl, open ? open->when : paths.conditions);
     if (certain && blame.atom < paths.atoms.size()) {
         fault.somewhere = true;
         fault.there = suspect.place;

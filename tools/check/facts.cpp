@@ -138,6 +138,20 @@ static bool namesIds(const Tag &tag, const Attribute &attribute)
            !(attribute.name == "list" && tag.name != "input");
 }
 
+Use useOf(const Tag &tag, const Attribute &attribute)
+{
+    const string_view name = attribute.name;
+    if (name == "id")
+        return Use::ID;
+    if (name == "name" && (tag.name == "a" || tag.name == "map"))
+        return Use::NAME;
+    if (name == "href" || name == "xlink:href" || name == "usemap")
+        return Use::LINK;
+    return namesIds(tag, attribute)         ? Use::REFERENCE
+           : leadsSomewhere(tag, attribute) ? Use::ADDRESS
+                                            : Use::NONE;
+}
+
 static void noteReference(Facts &facts, Paths &paths, const Tag &tag, const Attribute &attribute)
 {
     if (attribute.values.size() != 1)
@@ -178,7 +192,7 @@ static void noteField(Facts &facts, const Paths &paths, const Tag &tag)
                             needed);
         return;
     }
-    LabelledField field = {&tag, {}, nullptr, paths.chain};
+    LabelledField field = {&tag, {}, nullptr, paths.chain, paths.conditions};
     if (const Attribute *id = tag.find("id"))
         field.ids = id->values;
     for (const Variant &variant : paths.variants)
@@ -227,16 +241,26 @@ void Facts::start(Paths &paths, const Tag &tag)
     for (const Attribute &attribute : tag.attributes) {
         if (attribute.values.empty())
             continue;
-        if (attribute.name == "id")
+        switch (attribute.use) {
+        case Use::ID:
             noteId(*this, paths, tag, attribute);
-        else if (attribute.name == "name" && (tag.name == "a" || tag.name == "map"))
+            break;
+        case Use::NAME:
             ids.push_back({attribute.values[0], nullptr, attribute.place, {}, nullptr, false});
-        else if (namesIds(tag, attribute))
+            break;
+        case Use::REFERENCE:
             noteReference(*this, paths, tag, attribute);
-        if (attribute.name == "href" || attribute.name == "xlink:href" ||
-            attribute.name == "usemap")
+            break;
+        case Use::LINK:
             noteFragment(*this, paths, tag, attribute);
-        checkLink(*this, paths, tag, attribute);
+            checkLink(*this, paths, tag, attribute);
+            break;
+        case Use::ADDRESS:
+            checkLink(*this, paths, tag, attribute);
+            break;
+        case Use::NONE:
+            break;
+        }
     }
 }
 
@@ -394,6 +418,7 @@ static void checkReference(Facts &facts, const Paths &paths, const IdReference &
             {paths.page, inPage(reference.chain, suspect.place),
              (isLink ? "#" + id + " leads to no place: no" : attribute.name + ": no") +
                  " element of this page has the id '" + id + "'" + nearestId(facts, id)});
+        suspect.faults.back().weak = isWeak(paths, suspect.tpl, reference.when);
         return;
     }
     acquit(suspect, paths.page);
@@ -437,6 +462,7 @@ static void checkField(Facts &facts, const Paths &paths, const LabelledField &fi
              "> has no name for those who do not see it: give it a <label>" +
              (field.ids.empty() ? ", and an id for that" : " with for=\"" + field.ids[0] + "\"") +
              ", or aria-label"});
+    suspect.faults.back().weak = isWeak(paths, suspect.tpl, field.when);
 }
 
 static void checkDocument(Facts &facts, const Paths &paths)

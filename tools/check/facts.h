@@ -31,6 +31,7 @@ struct LabelledField {
     std::vector<std::string> ids;
     const Open *label; // around it, null without one
     const Chain *chain;
+    Outcomes when;
 };
 
 // A link to a place of another page.
@@ -76,7 +77,11 @@ struct Facts {
     bool hasSeen(std::string_view name) const;
 };
 
-/* Checks where an attribute leads to. */
+/* What an attribute of a tag is looked at for. */
+Use useOf(const Tag &tag, const Attribute &attribute);
+
+/* Whether an attribute leads somewhere, and checks where to. */
+bool leadsSomewhere(const Tag &tag, const Attribute &attribute);
 void checkLink(Facts &facts, const Paths &paths, const Tag &tag, const Attribute &attribute);
 
 /* Whether a value that may have MARKs in it can be that text. */

@@ -31,6 +31,11 @@ void acquit(Suspect &suspect, const Template *page)
         suspect.fine.push_back(page);
 }
 
+bool isWeak(const Paths &paths, const Template *tpl, const Outcomes &when)
+{
+    return tpl != paths.page && !when.empty();
+}
+
 static bool isFine(const Suspect &suspect, const Template *page)
 {
     return std::ranges::find(suspect.fine, page) != suspect.fine.end();
@@ -53,7 +58,8 @@ static void reportSuspect(Faults &faults, Suspect &suspect)
     for (Fault &fault : suspect.faults) {
         if (isFine(suspect, fault.page) && fault.somewhere)
             reportPlace(faults.all, grade, fault.there, suspect.kind, fault.text, fault.notes);
-        else if (!isFine(suspect, fault.page) && fault.page != std::exchange(told, fault.page))
+        else if (!fault.weak && !isFine(suspect, fault.page) &&
+                 fault.page != std::exchange(told, fault.page))
             reportPlace(faults.all, grade, fault.at, suspect.kind, fault.plain, fault.notes);
     }
 }

@@ -12,6 +12,7 @@ struct Fault {
     Place at;          // where the page is to blame
     std::string plain; // what is wrong
     std::vector<Note> notes = {};
+    bool weak = false;      // in a branch that this page may never take
     bool somewhere = false; // in one of the ways for certain, whatever else
     Place there = {};       // what is to blame for that
     std::string text = {};  // and how
@@ -44,6 +45,10 @@ Place inPage(const Chain *chain, const Place &place);
 
 /* The suspect of a tag and a rule, which is one of this file's users' own. */
 Suspect &suspectOf(Faults &faults, const Tag *tag, std::string_view rule, const char *kind);
+
+/* Whether what stands in a template under conditions may never come into a page that includes
+ * it, which the page knows and we do not. */
+bool isWeak(const Paths &paths, const Template *tpl, const Outcomes &when);
 
 /* Notes that a tag is sound in a page. */
 void acquit(Suspect &suspect, const Template *page);

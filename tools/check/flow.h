@@ -38,11 +38,15 @@ struct Branch {
     uint8_t way;
 };
 
+// What the rules about pages look at an attribute for.
+enum class Use : uint8_t { NONE, ID, NAME, REFERENCE, LINK, ADDRESS };
+
 struct Attribute {
     std::string name; // in small letters
     Place place;      // of the name
     Place value;      // from behind its quote on
     bool hasValue = false;
+    Use use = Use::NONE;
     std::vector<std::string> values; // what it can be, with MARK for what is not known
     std::vector<Branch> within;      // of the tag's own branches
 };

@@ -146,12 +146,22 @@ static void checkSet(Facts &facts, const Paths &paths, const Attribute &attribut
     }
 }
 
-void checkLink(Facts &facts, const Paths &paths, const Tag &tag, const Attribute &attribute)
+static bool isRefreshed(const Tag &tag, const Attribute &attribute)
+{
+    return attribute.name == "content" && tag.name == "meta" && tag.find("http-equiv");
+}
+
+bool leadsSomewhere(const Tag &tag, const Attribute &attribute)
 {
     const bool isSet = attribute.name == "srcset" && (tag.name == "img" || tag.name == "source");
-    const bool isRefresh =
-        attribute.name == "content" && tag.name == "meta" && tag.find("http-equiv");
-    if (!isSet && !isRefresh && !leads(tag, attribute.name))
+    return isSet || isRefreshed(tag, attribute) || leads(tag, attribute.name);
+}
+
+void checkLink(Facts &facts, const Paths &paths, const Tag &tag, const Attribute &attribute)
+{
+    const bool isSet = attribute.name == "srcset";
+    const bool isRefresh = isRefreshed(tag, attribute);
+    if (!leadsSomewhere(tag, attribute))
         return;
     const string folder = fs::path(paths.page->path).parent_path().string();
     for (const string &value : attribute.values) {

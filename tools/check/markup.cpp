@@ -397,16 +397,17 @@ static constexpr string_view ariaAttributes[] = {"aria-activedescendant",
                                                  "aria-valuenow",
                                                  "aria-valuetext"};
 
+static_assert(std::ranges::is_sorted(attributes) && std::ranges::is_sorted(ariaAttributes));
+
 string_view nearestAttribute(string_view name)
 {
     const bool isAria = name.starts_with("aria-");
-    const std::vector<string_view> names =
-        isAria ? std::vector<string_view>(std::begin(ariaAttributes), std::end(ariaAttributes))
-               : std::vector<string_view>(std::begin(attributes), std::end(attributes));
+    const std::span<const string_view> names = isAria ? std::span<const string_view>(ariaAttributes)
+                                                      : std::span<const string_view>(attributes);
     const bool isOwn = name.find_first_of("-:@.#[(*") != string_view::npos && !isAria;
-    if (isOwn || std::ranges::find(names, name) != names.end())
+    if (isOwn || std::ranges::binary_search(names, name))
         return "";
-    return nearest(name, names);
+    return nearest(name, {names.begin(), names.end()});
 }
 
 namespace

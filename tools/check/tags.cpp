@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cctype>
 
+#include "facts.h"
 #include "tools/common/translation.h"
 
 using std::string;
@@ -191,6 +192,8 @@ static void endTag(Text &text)
     const auto &all = reader.forest.all.endless;
     const auto endless = all.find({tag.place.tpl, tag.place.span.at});
     tag.lost = endless != all.end();
+    for (Attribute &attribute : tag.attributes)
+        attribute.use = useOf(tag, attribute);
     checkAttributes(text, tag);
     checkTwice(text, tag);
     if (!tag.closing)
