@@ -17,6 +17,7 @@
 
 #include "markup.h"
 #include "report.h"
+#include "rows.h"
 
 // Where a language's text stands.
 struct TextPlace {
@@ -152,8 +153,9 @@ struct Forest {
     Report &all;
     std::map<std::pair<const void *, Mode>, std::unique_ptr<Flow>> flows;
     std::map<std::pair<const Language *, std::string>, TextPlace> places;
-    bool again = false;             // something was added to those
-    std::vector<Finding> told = {}; // of those
+    std::unordered_map<const Command *, RowBounds> bounds; // of queries, when first asked for
+    bool again = false;                                    // something was added to those
+    std::vector<Finding> told = {};                        // of those
 
     explicit Forest(Report &of) : all(of)
     {

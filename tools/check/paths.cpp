@@ -491,8 +491,12 @@ static std::optional<long> firstCounter(Paths &paths, const Template &tpl, const
 static RowBounds boundsOf(Paths &paths, const Template &tpl, const Command &command)
 {
     const bool isRepeat = command.id == ID_REPEATINCL || command.id == ID_REPEATEXCL;
-    if (!isRepeat)
-        return rowBoundsOf(paths.forest.all.site, tpl, command);
+    if (!isRepeat) {
+        const auto [entry, isNew] = paths.forest.bounds.try_emplace(&command);
+        if (isNew)
+            entry->second = rowBoundsOf(paths.forest.all.site, tpl, command);
+        return entry->second;
+    }
     const auto from = valueOf(paths, tpl, command.args[0]);
     const auto to = valueOf(paths, tpl, command.args[1]);
     const auto first = from ? numberOf(*from) : std::nullopt;
