@@ -645,7 +645,7 @@ TEST(TextDbTool, DoesTheWholeRound)
         {R"({"docroot": "no", "texts": ["en.po"]})", "orv-check.json:1: there is no folder no"},
         {"{\n\"text\": []}", "orv-check.json:2: there is no setting 'text', only $schema, docroot, "
                              "databases, functions, texts, textDatabases, variables, kinds, "
-                             "overrides, pages, exclude"},
+                             "overrides, pages, routes, exclude"},
     };
     for (const auto &[file, message] : refused) {
         writeFile("orv-check.json", file);
