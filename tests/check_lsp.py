@@ -255,7 +255,7 @@ try:
                                             for name in ("one", "none")],
             capabilities={})["result"]["capabilities"], "workspace")
     text = "<?echo $var:user?><?print $var:other?>"
-    for name, codes in (("one", ["variable-unset", "escape-missing"]),
+    for name, codes in (("one", ["variable-unset"]),
                         ("two", ["variable-unset", "escape-missing"])):
         page = f"file://{folder}/{name}/web/deep/new.page"
         tell("textDocument/didOpen", textDocument={"uri": page, "text": text})
