@@ -67,40 +67,51 @@ static bool isSame(const Template &tpl, const Command &command)
            sourceOf(tpl, command, 0) == sourceOf(tpl, command, 1);
 }
 
+// A sign that was meant to say how two values are compared. Returns whether there is one.
+static bool checkSign(Report &all, const Template &tpl, const Command &command)
+{
+    for (size_t i = 1; i < std::min<size_t>(command.args.size(), 4); ++i) {
+        if (!isForeignSign(command, i))
+            continue;
+        report(all, tpl, spanOf(command, i), "if-constant",
+               "'" + sourceOf(tpl, command, i) +
+                   "' is a text here, and no sign: the word in front says how two values are "
+                   "compared, if eq A B `then` `else`");
+        return true;
+    }
+    return false;
+}
+
+// A constant in the place of something that is true or not.
+static void tellTruth(Report &all, const Template &tpl, Span span, const string &text)
+{
+    const bool isTrue = !text.empty() && text[0] != '0';
+    report(all, tpl, span, "if-constant",
+           "'" + text + "' is always " + (isTrue ? "true" : "false") +
+               ": and, or take two values that are true or not");
+}
+
 static void checkIf(Report &all, const Template &tpl, const Command &command)
 {
     const bool isLogic = command.id == ID_IFAND || command.id == ID_IFOR;
-    if (command.args.size() < 2)
+    string a;
+    string b;
+    if (command.args.size() < 2 || checkSign(all, tpl, command))
         return;
-    for (size_t i = 1; i < std::min<size_t>(command.args.size(), 4); ++i)
-        if (isForeignSign(command, i))
-            return report(all, tpl, spanOf(command, i), "if-constant",
-                          "'" + sourceOf(tpl, command, i) +
-                              "' is a text here, and no sign: the word in front says how two "
-                              "values are compared, if eq A B `then` `else`");
-    string texts[2];
-    bool constant[2];
-    for (size_t i = 0; i < 2; ++i) {
-        constant[i] = constantText(tpl, command.args[i], &texts[i]);
-        if (constant[i] && isMeantVariable(texts[i]))
-            return;
-    }
-    if (constant[0] && constant[1])
+    const bool knowsA = constantText(tpl, command.args[0], &a);
+    const bool knowsB = constantText(tpl, command.args[1], &b);
+    if ((knowsA && isMeantVariable(a)) || (knowsB && isMeantVariable(b)))
+        return;
+    if (knowsA && knowsB)
         report(all, tpl, spanOf(command, 0), "if-constant",
-               "two constants are compared, '" + texts[0] + "' and '" + texts[1] +
+               "two constants are compared, '" + a + "' and '" + b +
                    "': it always comes out the same");
     else if (isSame(tpl, command) && !isLogic)
         report(all, tpl, spanOf(command, 0), "if-constant",
                sourceOf(tpl, command, 0) +
                    " is compared with itself: it always comes out the same");
-    else if (isLogic && (constant[0] || constant[1]))
-        report(all, tpl, spanOf(command, constant[0] ? 0 : 1), "if-constant",
-               "'" + texts[constant[0] ? 0 : 1] + "' is always " +
-                   (texts[constant[0] ? 0 : 1].substr(0, 1) == "0" ||
-                            texts[constant[0] ? 0 : 1].empty()
-                        ? "false"
-                        : "true") +
-                   ": and, or take two values that are true or not");
+    else if (isLogic && (knowsA || knowsB))
+        tellTruth(all, tpl, spanOf(command, knowsA ? 0 : 1), knowsA ? a : b);
 }
 
 // ---- numbers ----
@@ -127,45 +138,48 @@ static size_t numberLength(const string &text, double *number)
     return static_cast<size_t>(end - text.c_str());
 }
 
+// What is wrong with a text as an operand of calc; empty for a number.
+static string faultOf(const string &text, bool divides)
+{
+    double number = 0;
+    const size_t length = numberLength(text, &number);
+    if (isMeantVariable(text))
+        return "";
+    if (length == 0)
+        return "'" + text + "' is no number: nothing is printed";
+    if (text[length] == ',')
+        return "'" + text + "' counts as " + text.substr(0, length) +
+               ": the decimal sign is a full stop";
+    return divides && number == 0 ? "a division by 0 prints inf or nan" : "";
+}
+
+// Of several texts that it may come to, one that is sound is enough.
 static void checkOperand(Report &all, const Template &tpl, const Command &command, size_t index,
                          const Levels &levels)
 {
     const std::vector<string> texts = knownTexts(all, tpl, command.args[index], levels);
-    const Span span = spanOf(command, index);
     const bool divides = command.id == ID_CALCDIV && index == 1;
-    for (const string &text : texts) {
-        double number = 0;
-        const size_t length = numberLength(text, &number);
-        if (isMeantVariable(text))
-            return;
-        if (length == 0)
-            return report(all, tpl, span, "calc-number",
-                          "'" + text + "' is no number: nothing is printed");
-        if (text[length] == ',')
-            return report(all, tpl, span, "calc-number",
-                          "'" + text + "' counts as " + text.substr(0, length) +
-                              ": the decimal sign is a full stop");
-        if (divides && number == 0)
-            return report(all, tpl, span, "calc-number", "a division by 0 prints inf or nan");
-    }
+    const bool isSound = std::any_of(texts.begin(), texts.end(), [&](const string &text) {
+        return faultOf(text, divides).empty();
+    });
+    if (!texts.empty() && !isSound)
+        report(all, tpl, spanOf(command, index), "calc-number", faultOf(texts[0], divides));
 }
 
+// Reads a bound that is known. Returns false where it is not, or no number.
 static bool readBound(Report &all, const Template &tpl, const Command &command, size_t index,
                       const Levels &levels, int64_t *bound)
 {
     const std::vector<string> texts = knownTexts(all, tpl, command.args[index], levels);
-    bool known = texts.size() == 1;
-    for (const string &text : texts) {
-        char *end = nullptr;
-        *bound = std::clamp<int64_t>(strtoll(text.c_str(), &end, 10), INT32_MIN, INT32_MAX);
-        if (end == text.c_str() && !isMeantVariable(text)) {
-            report(all, tpl, spanOf(command, index), "repeat-range",
-                   "'" + text + "' is no number, and counts as 0");
-            return false;
-        }
-        known = known && end != text.c_str();
-    }
-    return known;
+    if (texts.size() != 1)
+        return false;
+    char *end = nullptr;
+    *bound = std::clamp<int64_t>(strtoll(texts[0].c_str(), &end, 10), INT32_MIN, INT32_MAX);
+    const bool isNumber = end != texts[0].c_str();
+    if (!isNumber && !isMeantVariable(texts[0]))
+        report(all, tpl, spanOf(command, index), "repeat-range",
+               "'" + texts[0] + "' is no number, and counts as 0");
+    return isNumber;
 }
 
 static void checkRepeat(Report &all, const Template &tpl, const Command &command,
