@@ -454,8 +454,8 @@ static bool checkQuotedParameters(const Visit &visit, const Command &command, co
         Span span = command.words;
         placeInText(text, piece.at, &tpl, &span);
         span.end = span.at + static_cast<uint32_t>(length);
-        const string like = string(inner[0] == '%' ? "'%' || " : "") + name +
-                            (inner.back() == '%' ? " || '%'" : "");
+        string like = inner[0] == '%' ? "'%' || " : "";
+        like.append(name).append(inner.back() == '%' ? " || '%'" : "");
         report(visit.all, *tpl, span, "query-parameter",
                "in quotes " + name + " is a text, and no parameter: write " + like,
                usedHere(visit, tpl, command));
