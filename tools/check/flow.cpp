@@ -394,6 +394,8 @@ void reportEndless(Forest &forest, const Reading &end, uint32_t resume)
     const Place place = isValue             ? end.tag.attributes.back().value
                         : isInTag(end.mode) ? end.tag.place
                                             : end.from;
+    if (!place.tpl) // a "<" at the very end, which begins nothing
+        return;
     if (end.mode == Mode::COMMENT) // of one line, probably
         resume = static_cast<uint32_t>(
             std::min(place.tpl->source.find('\n', place.span.at), place.tpl->source.size()));

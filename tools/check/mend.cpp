@@ -50,7 +50,11 @@ static std::unique_ptr<Template> readWith(const Mender &mender, std::span<const 
 {
     std::vector<Edit> edits = mender.tpl ? mender.tpl->edits : std::vector<Edit>();
     for (const Edit &change : changes) {
-        const Edit moved = {inFile(*mender.tpl, change.at), change.removed, change.text};
+        const uint32_t at = inFile(*mender.tpl, change.at);
+        const uint32_t end = inFile(*mender.tpl, change.at + change.removed);
+        const Edit moved = {at, end - at, change.text};
+        // What it removes may hold edits, which go with it.
+        std::erase_if(edits, [&](const Edit &edit) { return edit.at >= at && edit.at < end; });
         edits.insert(std::upper_bound(edits.begin(), edits.end(), moved,
                                       [](const Edit &a, const Edit &b) { return a.at < b.at; }),
                      moved);
@@ -359,7 +363,7 @@ static bool mendComment(Mender *mender)
     const string_view source = tpl.source;
     const uint32_t begin = tpl.openComments.front();
     std::vector<Trial> trials;
-    const size_t arrow = source.find("-->", begin);
+    const size_t arrow = source.find("-->", begin + 4); // not that of "<?-->"
     if (arrow != string_view::npos)
         trials.push_back({{static_cast<uint32_t>(arrow), 3, "?>"}, begin});
     size_t line = lineEnd(source, begin);

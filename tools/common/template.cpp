@@ -635,7 +635,8 @@ uint32_t inFile(const Template &tpl, uint32_t offset)
             return edit.at;
         shift += length - edit.removed;
     }
-    return static_cast<uint32_t>(offset - shift);
+    return static_cast<uint32_t>(
+        std::min(offset - shift, static_cast<int64_t>(fileOf(tpl).size())));
 }
 
 uint32_t inSource(const Template &tpl, uint32_t offset)
@@ -645,7 +646,7 @@ uint32_t inSource(const Template &tpl, uint32_t offset)
         if (edit.at < offset)
             shift += static_cast<int64_t>(edit.text.size()) -
                      std::min<int64_t>(edit.removed, offset - edit.at);
-    return static_cast<uint32_t>(offset + shift);
+    return static_cast<uint32_t>(std::min(offset + shift, static_cast<int64_t>(tpl.source.size())));
 }
 
 void readEdited(Template *tpl, std::string path, std::string file, std::vector<Edit> edits,
@@ -654,8 +655,9 @@ void readEdited(Template *tpl, std::string path, std::string file, std::vector<E
     std::string source;
     size_t from = 0;
     for (const Edit &edit : edits) {
-        source.append(file, from, edit.at - from).append(edit.text);
-        from = edit.at + edit.removed;
+        const size_t at = std::clamp<size_t>(edit.at, from, file.size());
+        source.append(file, from, at - from).append(edit.text);
+        from = std::min(at + edit.removed, file.size());
     }
     source.append(file, from);
     readTemplate(tpl, std::move(path), std::move(source), page);
