@@ -541,7 +541,8 @@ def check_room(preview):
     preview.put({"site/long.htm": f"""<!DOCTYPE html><meta name="viewport" content="width=device-width">
 <title>x</title>{lines}<p id="last">last</p>"""})
     clear = BAR + """scrollTo(0, 1e6); return document.getElementById('last').getBoundingClientRect().bottom
-<= bar.querySelector('.bar').firstElementChild.getBoundingClientRect().top"""
+<= bar.querySelector('.bar').firstElementChild.getBoundingClientRect().top
+&& document.querySelector('orv-preview').offsetHeight < innerHeight / 2"""
     for width in (360, 1280):
         resize(width, 740)
         show(preview.url + "long.htm")
@@ -709,9 +710,11 @@ def check_many(preview):
     frames = """return Array.from(frames).map(({document: page}) =>
 page.querySelector('h1')?.textContent + !!page.querySelector('orv-preview')).join()"""
     check("frames", ",".join(8 * ["v1true"]), wait(frames, ",".join(8 * ["v1true"])))
+    run("window.isSame = true")
     edit("site/one.htm", "v1", "v2")
     check("frames again", ",".join(["v1true"] + 7 * ["v2true"]),
           wait(frames, ",".join(["v1true"] + 7 * ["v2true"])))
+    check("their page stays", True, run("return window.isSame === true"))
     first, tabs = send("/window", "GET"), []
     for _ in range(10):
         tabs.append(send("/window/new", type="tab")["handle"])
