@@ -11,7 +11,7 @@ using std::string_view;
 
 static constexpr char BLANKS[] = " \t\r\n\f";
 
-bool canBe(string_view pattern, string_view text)
+bool mayMatch(string_view pattern, string_view text)
 {
     const size_t first = pattern.find(MARK);
     if (first == string_view::npos)
@@ -384,7 +384,7 @@ static bool isMadeByScript(Facts &facts, string_view id)
 static bool isThere(const Facts &facts, const IdReference &reference, const string &id)
 {
     return std::ranges::any_of(facts.ids, [&](const IdUse &use) {
-        return canBe(use.id, id) && !exclude(use.when, reference.when);
+        return mayMatch(use.id, id) && !exclude(use.when, reference.when);
     });
 }
 
@@ -433,7 +433,7 @@ static bool isNamed(const Facts &facts, const LabelledField &field)
         return true;
     return std::ranges::any_of(facts.labels, [&](const auto &label) {
         return label.second && std::ranges::any_of(field.ids, [&](const string &id) {
-                   return canBe(label.first, id) || canBe(id, label.first);
+                   return mayMatch(label.first, id) || mayMatch(id, label.first);
                });
     });
 }
@@ -444,7 +444,7 @@ static bool hasLostLabel(const Facts &facts, const LabelledField &field)
     const Attribute *name = field.tag->find("name");
     return std::ranges::any_of(facts.lostLabels, [&](const string &label) {
         const bool isName =
-            field.ids.empty() && name && !name->values.empty() && canBe(name->values[0], label);
+            field.ids.empty() && name && !name->values.empty() && mayMatch(name->values[0], label);
         return isName || std::ranges::any_of(field.ids, [&](const string &id) {
                    return !nearest(label, {id}).empty();
                });

@@ -85,6 +85,6 @@ bool leadsSomewhere(const Tag &tag, const Attribute &attribute);
 void checkLink(Facts &facts, const Paths &paths, const Tag &tag, const Attribute &attribute);
 
 /* Whether a value that may have MARKs in it can be that text. */
-bool canBe(std::string_view pattern, std::string_view text);
+bool mayMatch(std::string_view pattern, std::string_view text);
 
 #endif
