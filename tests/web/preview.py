@@ -190,6 +190,7 @@ def check_files(preview):
         ("in.css", 200, "text/css; charset=utf-8", "body"),
         ("icon.svg", 200, "image/svg+xml", "<svg"),
         ("device.htm", 404, html, ">devices.htm</a>"),
+        ("no%3Cb%3E.htm", 404, html, "There is no page no&lt;b&gt;.htm"),
         ("out.txt", 404, html, "not below the document root"),
         ("out/passwd", 404, html, "not below the document root"),
         ("out/", 404, html, "not below the document root"),
