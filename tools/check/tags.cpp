@@ -434,6 +434,7 @@ static void readOpen(Text &text, char c)
     const bool isComment = (now.tag.closing && c != '>') || c == '?';
     now.mode = isComment ? Mode::DECLARATION : Mode::TEXT;
     now.raw = isComment ? "?" : "";
+    now.from = now.tag.place;
     if (!isComment && c == '<')
         --text.at;
     now.tag = Tag();
