@@ -716,6 +716,8 @@ static void joinValues(Attribute *attribute, const Attribute &other)
 void joinTags(Reading *reading, const Reading &other, size_t before, const Branch &branch)
 {
     Tag &tag = reading->tag;
+    // A way may have ended the tag and begun another, with fewer.
+    before = std::min({before, tag.attributes.size(), other.tag.attributes.size()});
     Branch otherwise = branch;
     otherwise.way = 1;
     for (size_t i = before; i < tag.attributes.size(); ++i)
@@ -724,7 +726,7 @@ void joinTags(Reading *reading, const Reading &other, size_t before, const Branc
         tag.name += MARK;
     tag.unknown = tag.unknown || other.tag.unknown;
     const bool bothInValue = reading->mode == Mode::VALUE && other.mode == Mode::VALUE;
-    for (size_t i = 0; i < std::min(before, other.tag.attributes.size()); ++i)
+    for (size_t i = 0; i < before; ++i)
         joinValues(&tag.attributes[i], other.tag.attributes[i]);
     for (size_t i = before; i < other.tag.attributes.size(); ++i) {
         tag.attributes.push_back(other.tag.attributes[i]);
