@@ -454,10 +454,11 @@ static bool checkQuotedParameters(const Visit &visit, const Command &command, co
         Span span = command.words;
         placeInText(text, piece.at, &tpl, &span);
         span.end = span.at + static_cast<uint32_t>(length);
-        string like = inner[0] == '%' ? "'%' || " : "";
-        like.append(name).append(inner.back() == '%' ? " || '%'" : "");
-        report(visit.all, *tpl, span, "query-parameter",
-               "in quotes " + name + " is a text, and no parameter: write " + like,
+        string told = "in quotes ";
+        told.append(name).append(" is a text, and no parameter: write ");
+        told.append(inner[0] == '%' ? "'%' || " : "").append(name);
+        told.append(inner.back() == '%' ? " || '%'" : "");
+        report(visit.all, *tpl, span, "query-parameter", std::move(told),
                usedHere(visit, tpl, command));
         found = true;
     }
