@@ -119,7 +119,7 @@ static void push(Structure &self, Paths &paths, State *state, const Tag *tag, st
 }
 
 // Notes that an element ends, and what it held.
-static void closeOpen(Structure &self, Paths &paths, const Open *open)
+static void closeOpen(Structure &self, const Paths &paths, const Open *open)
 {
     const Attribute *hidden = open->tag->find("aria-hidden");
     const bool isHidden = hidden && hidden->values == std::vector<string>{"true"};
@@ -150,7 +150,7 @@ static bool stands(const Paths &paths, const Outcomes &when, Outcome blame, bool
 
 // Blames what stands in the branch that makes an element stay open: the end tag that is there,
 // or in the other branch only, or a start tag that takes the end tag of the one outside.
-static void blameForOpen(Structure &self, Paths &paths, const Open &open, Outcome blame,
+static void blameForOpen(const Structure &self, const Paths &paths, const Open &open, Outcome blame,
                          Fault *fault)
 {
     const string fork = conditionOf(paths, blame);
@@ -175,7 +175,8 @@ static void blameForOpen(Structure &self, Paths &paths, const Open &open, Outcom
 }
 
 // The same for an end tag that closes nothing.
-static void blameForEnd(Structure &self, Paths &paths, const Tag &end, Outcome blame, Fault *fault)
+static void blameForEnd(const Structure &self, const Paths &paths, const Tag &end, Outcome blame,
+                        Fault *fault)
 {
     const string fork = conditionOf(paths, blame);
     for (const Crossing &crossing : self.crossings) {
@@ -238,9 +239,8 @@ static const Tag *shiftedIn(const Structure &self, const Open &open)
     return nullptr;
 }
 
-// Elements that were skipped, of some variants; an entry of ends for each variant.
-static void reportSkipped(Structure &self, Paths &paths, const std::vector<const Break *> &skipped,
-                          const Tag *end, const Place &endPlace)
+// What was skipped in any of the variants, each tag once.
+static std::vector<const Open *> skippedIn(const std::vector<const Break *> &skipped)
 {
     std::vector<const Open *> all;
     for (const Break *one : skipped)
@@ -249,14 +249,38 @@ static void reportSkipped(Structure &self, Paths &paths, const std::vector<const
             if (!isOptional(*open) && !open->reopened &&
                 std::ranges::find(all, open->tag, &Open::tag) == all.end())
                 all.push_back(open);
-    for (const Open *open : all) {
+    return all;
+}
+
+// The texts for an element that is not closed where that is to blame.
+static void describeUnclosed(const Structure &self, const Open &open, const Tag *end,
+                             const string &closer, Suspect *suspect)
+{
+    const string lost = "</" + open.tag->name + "> is missing";
+    if (suspect->text.empty())
+        suspect->text = "<" + open.tag->name + "> is not closed in front of " +
+                        (end ? closer + "in line " + std::to_string(lineOf(end->place))
+                             : "the end of the page") +
+                        ": " + lost;
+    if (const Tag *tag = shiftedIn(self, open)) {
+        suspect->place = tag->place;
+        suspect->text = lost + ": the one that closes this <" + tag->name +
+                        "> stands where that of line " + std::to_string(lineOf(open.tag->place)) +
+                        " would";
+    }
+}
+
+// Elements that were skipped, of some variants; an entry of ends for each variant.
+static void reportSkipped(Structure &self, Paths &paths, const std::vector<const Break *> &skipped,
+                          const Tag *end, const Place &endPlace)
+{
+    for (const Open *open : skippedIn(skipped)) {
         std::vector<bool> wrong;
         const Break *first = nullptr;
         for (const Break *one : skipped) {
             wrong.push_back(one && hasOpen(one->before, one->closed, open->tag));
             first = first || !wrong.back() ? first : one;
         }
-        const Tag *tag = shiftedIn(self, *open);
         Suspect &suspect = suspectOf(self.faults, open->tag, "unclosed", "html-tag");
         const string closer =
             end ? (end->closing ? "</" : "<") + end->name + "> " : "the end of the page ";
@@ -267,17 +291,7 @@ static void reportSkipped(Structure &self, Paths &paths, const std::vector<const
         fault.skipped = first;
         if (end)
             fault.notes.push_back(noteAt(*end->place.tpl, end->place.span.at, closer + "is here"));
-        if (suspect.text.empty())
-            suspect.text = "<" + open->tag->name + "> is not closed in front of " +
-                           (end ? closer + "in line " + std::to_string(lineOf(end->place))
-                                : "the end of the page") +
-                           ": </" + open->tag->name + "> is missing";
-        if (tag) {
-            suspect.place = tag->place;
-            suspect.text = "</" + tag->name + "> is missing: the one that closes this <" +
-                           tag->name + "> stands where that of line " +
-                           std::to_string(lineOf(open->tag->place)) + " would";
-        }
+        describeUnclosed(self, *open, end, closer, &suspect);
         addFault(self, paths, suspect, wrong, std::move(fault), open, nullptr);
     }
 }
@@ -316,12 +330,12 @@ static bool isMeantFor(const Tag &end, const Open *top)
             nearestElement(end.name) == top->name);
 }
 
-// An end tag whose element is not open. Returns whether that is to be told by itself.
-static bool closeNothing(Structure &self, Paths &paths, State *state, const Tag *tag)
+// Whether a </p> is that of a paragraph which another tag has ended, which is told then.
+static bool closesEnded(Structure &self, const Paths &paths, const State &state, const Tag &tag)
 {
-    for (const Open *ended = state->ended; tag->name == "p" && ended; ended = ended->outer) {
+    for (const Open *ended = state.ended; tag.name == "p" && ended; ended = ended->outer) {
         const Open *outer = ended->paragraph->outer;
-        const Open *open = state->top;
+        const Open *open = state.top;
         while (open && open != outer)
             open = open->outer;
         if (open != outer)
@@ -334,30 +348,43 @@ static bool closeNothing(Structure &self, Paths &paths, State *state, const Tag 
                       nameOfTag(*ended->paragraph->tag, fault.at.tpl) +
                       ": browsers end that here, and its </p> closes nothing";
         suspect.faults.push_back(std::move(fault));
-        return false;
+        return true;
     }
+    return false;
+}
+
+// Whether an end tag is that of an element which the last one has skipped: the last one was
+// the wrong one then, which is told, and what it has closed is open again.
+static bool closesSkipped(Structure &self, const Paths &paths, State *state, const Tag &tag)
+{
     const Break *last = state->breaks;
-    if (last && last->closed && state->top == last->closed->outer) {
-        const Open *open = last->before;
-        while (open != last->closed && open->name != tag->name)
-            open = open->outer;
-        if (open != last->closed) { // the earlier end tag was the wrong one
-            last->crosses = true;
-            const Open *reopened = findOpen(open->outer, last->end->name);
-            if (reopened)
-                reopened->reopened = true;
-            state->top = open->outer;
-            state->breaks = last->outer;
-            acquit(suspectOf(self.faults, open->tag, "unclosed", "html-tag"), paths.page);
-            Suspect &suspect = suspectOf(self.faults, last->end, "crossing", "html-tag");
-            suspect.text = "<" + string(last->end->closing ? "/" : "") + last->end->name +
-                           "> stands where " + nameOfTag(*open->tag, last->end->place.tpl) +
-                           " is still open; its </" + string(open->name) + "> follows in line " +
-                           std::to_string(lineOf(tag->place));
-            suspect.faults.push_back({paths.page, last->end->place, suspect.text});
-            return false;
-        }
-    }
+    if (!last || !last->closed || state->top != last->closed->outer)
+        return false;
+    const Open *open = last->before;
+    while (open != last->closed && open->name != tag.name)
+        open = open->outer;
+    if (open == last->closed)
+        return false;
+    last->crosses = true;
+    if (const Open *reopened = findOpen(open->outer, last->end->name))
+        reopened->reopened = true;
+    state->top = open->outer;
+    state->breaks = last->outer;
+    acquit(suspectOf(self.faults, open->tag, "unclosed", "html-tag"), paths.page);
+    Suspect &suspect = suspectOf(self.faults, last->end, "crossing", "html-tag");
+    suspect.text = "<" + string(last->end->closing ? "/" : "") + last->end->name +
+                   "> stands where " + nameOfTag(*open->tag, last->end->place.tpl) +
+                   " is still open; its </" + string(open->name) + "> follows in line " +
+                   std::to_string(lineOf(tag.place));
+    suspect.faults.push_back({paths.page, last->end->place, suspect.text});
+    return true;
+}
+
+// An end tag whose element is not open. Returns whether that is to be told by itself.
+static bool closeNothing(Structure &self, const Paths &paths, State *state, const Tag *tag)
+{
+    if (closesEnded(self, paths, *state, *tag) || closesSkipped(self, paths, state, *tag))
+        return false;
     if ((tag->name == "html" || tag->name == "head" || tag->name == "body") &&
         !self.facts.hasSeen(tag->name))
         return false; // its start tag may be left out
@@ -664,7 +691,7 @@ static void visitStart(Structure &self, Paths &paths, const Tag *tag)
     self.facts.start(paths, *tag);
     const bool isClosed = tag->selfClosing || tag->lost || tag->is(IS_VOID);
     for (Variant &variant : paths.variants) {
-        if (variant.state.top && self.facts.isRead(*tag))
+        if (variant.state.top && Facts::isRead(*tag))
             variant.state.top->named = true;
         if (!isClosed)
             push(self, paths, &variant.state, tag, tag->name, false);

@@ -82,7 +82,7 @@ bool Facts::hasSeen(string_view name) const
     return seen.contains(name);
 }
 
-bool Facts::isRead(const Tag &tag) const
+bool Facts::isRead(const Tag &tag)
 {
     return says(tag, "aria-label") || (tag.name == "img" && says(tag, "alt")) ||
            (tag.name == "input" && says(tag, "value")) || tag.name == "object" ||
@@ -320,7 +320,9 @@ static void checkTwice(Facts &facts, const std::vector<IdUse> &uses, const char 
     for (const IdUse &use : uses)
         if (use.tag && isKnown(use.id) && !use.id.empty())
             byId[use.id].push_back(&use);
-    for (const auto &[id, same] : byId) {
+    for (const auto &entry : byId) {
+        const string_view id = entry.first;
+        const auto &same = entry.second;
         const string name = what + string(id) + (*what ? "'" : "");
         for (size_t i = 0; i < same.size(); ++i) {
             if (same[i]->many) {
@@ -414,10 +416,11 @@ static void checkReference(Facts &facts, const Paths &paths, const IdReference &
         if (attribute.name == "for")
             facts.lostLabels.push_back(id);
         suspect.place = attribute.hasValue ? attribute.value : attribute.place;
+        string text = isLink ? "#" + id + " leads to no place: no" : attribute.name + ": no";
+        text.append(" element of this page has the id '").append(id).append("'");
+        text += nearestId(facts, id);
         suspect.faults.push_back(
-            {paths.page, inPage(reference.chain, suspect.place),
-             (isLink ? "#" + id + " leads to no place: no" : attribute.name + ": no") +
-                 " element of this page has the id '" + id + "'" + nearestId(facts, id)});
+            {paths.page, inPage(reference.chain, suspect.place), std::move(text)});
         suspect.faults.back().weak = isWeak(paths, suspect.tpl, reference.when);
         return;
     }
@@ -482,7 +485,7 @@ static void checkDocument(Facts &facts, const Paths &paths)
           "<html> has no lang, by which the page is read out in its language");
 }
 
-void Facts::endPage(Paths &paths)
+void Facts::endPage(const Paths &paths)
 {
     PageIds &own = pages[paths.page->path];
     own.opaque = paths.opaque;

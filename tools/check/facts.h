@@ -70,10 +70,10 @@ struct Facts {
     void beginPage(const Paths &paths);
     void start(Paths &paths, const Tag &tag);
     void close(const Paths &paths, const Open &open);
-    void endPage(Paths &paths);
+    void endPage(const Paths &paths);
     void endSite();
     /* Whether an element is read out in the place of text. */
-    bool isRead(const Tag &tag) const;
+    static bool isRead(const Tag &tag);
     bool hasSeen(std::string_view name) const;
 };
 

@@ -49,7 +49,7 @@ static void reportSuspect(Faults &faults, Suspect &suspect)
         return;
     const Grade grade = findKind(suspect.kind)->severity;
     if (suspect.fine.empty()) {
-        Fault &first = suspect.faults.front();
+        const Fault &first = suspect.faults.front();
         reportPlace(faults.all, grade, suspect.place, suspect.kind,
                     suspect.text.empty() ? first.plain : suspect.text, first.notes);
         return;

@@ -66,17 +66,17 @@ static void flowField(Reader &reader, const Template &tpl, const Field &field)
 {
     const Place place = {&tpl, field.span, nullptr};
     Node node = {};
-    bool isMarkup = false;
+    bool hasTags = false;
     for (const Language &language : reader.forest.all.site.languages) {
         const auto text = language.texts.find(field.id);
         if (text == language.texts.end())
             continue;
-        isMarkup = isMarkup || text->second.text.find_first_of("<&") != string::npos;
+        hasTags = hasTags || text->second.text.find_first_of("<&") != string::npos;
         if (reader.now.mode == Mode::TEXT &&
             !flowText(reader, tpl, field, language, text->second, &node.ways.emplace_back()))
             return readShown(reader, {}, place); // text-breaks tells
     }
-    if (!isMarkup || reader.now.mode != Mode::TEXT)
+    if (!hasTags || reader.now.mode != Mode::TEXT)
         return readShown(reader, {}, place);
     node.kind = NodeKind::TEXTS;
     node.place = place;
@@ -204,7 +204,7 @@ static void flowWays(Reader &reader, const Template &tpl, const Command &command
     node.place = {&tpl, command.words, nullptr};
     node.command = &command;
     node.ways.resize(isIf ? 2 : 1);
-    Reading then = flowBody(reader, tpl, command, body, levels, &node.ways[0]);
+    Reading then = flowBody(reader, tpl, command, body, levels, node.ways.data());
     Reading otherwise = reader.now;
     if (isIf)
         otherwise = flowBody(reader, tpl, command, body + 1, levels, &node.ways[1]);
@@ -215,9 +215,9 @@ static void flowWays(Reader &reader, const Template &tpl, const Command &command
         reader.broken = true;
     if (isEmpty(reader.now) && node.ways[0].empty() && (!isIf || node.ways[1].empty()))
         return;
-    const bool isJson =
+    const bool inJson =
         reader.now.mode == Mode::DATA || (reader.now.mode == Mode::RAW && reader.now.json);
-    node.plain = !isJson && std::ranges::all_of(node.ways, isPlain);
+    node.plain = !inJson && std::ranges::all_of(node.ways, isPlain);
     reader.nodes->push_back(std::move(node));
 }
 

@@ -91,8 +91,6 @@ static void readMistake(Scan &scan, char c, string_view wanted)
         fail(scan, "JSON has no comments");
     else if (c == '\'' || c == '`')
         fail(scan, "names and texts of JSON stand in double quotes");
-    else if (c == ',' || c == ';')
-        fail(scan, string(wanted) + " is missing in front of this " + c);
     else if (isalnum(static_cast<unsigned char>(c)) || c == '_' || c == '$')
         fail(scan, scan.state.json == KEY || scan.state.json == FIRST_KEY
                        ? "names of JSON stand in double quotes"
@@ -262,9 +260,10 @@ static void readByte(Scan &scan, char c)
 // Leaves out the variants with a mistake, when there are others: it is told, or they cannot be.
 static void leaveOut(Paths &paths, const std::vector<bool> &wrong)
 {
+    if (std::ranges::find(wrong, false) == wrong.end())
+        return;
     size_t i = 0;
-    if (std::ranges::find(wrong, false) != wrong.end())
-        std::erase_if(paths.variants, [&](const Variant &) { return wrong[i++]; });
+    std::erase_if(paths.variants, [&](const Variant &) { return wrong[i++]; });
 }
 
 // Tells of a mistake in some variants, when it is one for certain.

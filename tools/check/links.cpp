@@ -165,10 +165,10 @@ void checkLink(Facts &facts, const Paths &paths, const Tag &tag, const Attribute
         return;
     const string folder = fs::path(paths.page->path).parent_path().string();
     for (const string &value : attribute.values) {
-        if (!facts.checkedLinks
-                 .insert(folder + "\n" + value + "\n" + attribute.value.tpl->path + "\n" +
-                         std::to_string(attribute.value.span.at))
-                 .second)
+        string key = folder;
+        key.append("\n").append(value).append("\n").append(attribute.value.tpl->path);
+        key.append("\n").append(std::to_string(attribute.value.span.at));
+        if (!facts.checkedLinks.insert(std::move(key)).second)
             continue;
         const size_t url = value.find("url=");
         if (isSet)

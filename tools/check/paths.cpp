@@ -237,7 +237,8 @@ static bool differs(const Paths &paths, Outcome a, Outcome b)
                                                              argument.elements.back().span.end -
                                                                  argument.elements.front().span.at);
     };
-    string one, other;
+    string one;
+    string other;
     return text(*paths.atoms[a.atom].tpl, first->args[0]) ==
                text(*paths.atoms[b.atom].tpl, second->args[0]) &&
            constantText(*paths.atoms[a.atom].tpl, first->args[1], &one) &&
@@ -465,7 +466,9 @@ static void walkIf(Paths &paths, const Node &node)
                     walkWay(paths, node.ways[way], constrained(paths, before, outcome), outcome));
         changes[way] = takeBack(paths, mark);
     }
-    paths.variants = after.empty() ? before : std::move(after);
+    if (after.empty())
+        after = before;
+    paths.variants = std::move(after);
     holdChanges(paths, changes);
     paths.frames.pop_back();
 }
@@ -625,7 +628,9 @@ static void walkOneOf(Paths &paths, const Node &node, const string &key, size_t 
         addVariants(paths, &after, paths.variants);
         changes.push_back(takeBack(paths, mark));
     }
-    paths.variants = after.empty() ? before : std::move(after);
+    if (after.empty())
+        after = before;
+    paths.variants = std::move(after);
     holdChanges(paths, changes);
 }
 

@@ -225,7 +225,7 @@ static bool takesQuote(const Attribute &attribute)
 }
 
 // What is wrong when a quote stands in an attribute's name: mostly another quote is missing.
-static void tellQuote(Text &text, char c)
+static void tellQuote(const Text &text, char c)
 {
     const Tag &tag = text.reader.now.tag;
     const Attribute *before =
@@ -513,48 +513,67 @@ static void addData(Text &text, size_t begin, size_t end)
     }
 }
 
+// What of an element's text the rules look at.
+static void addRaw(Text &text, size_t begin, size_t end)
+{
+    const Reading &now = text.reader.now;
+    if (begin >= end)
+        return;
+    if (now.json)
+        addData(text, begin, end);
+    const size_t seen = text.text.find_first_not_of(" \t\r\n", begin);
+    if (now.raw == "title" && seen < end)
+        addWords(text.reader, text.place(begin, end));
+}
+
+// Whether the text of an element without end is taken to end here; tells of one that is found.
+static bool endsHere(const Text &text)
+{
+    Reading &now = text.reader.now;
+    if (now.resume)
+        return text.here().span.at == now.resume && text.from.tpl == now.from.tpl;
+    if (text.text[text.at] != '<' || !tellsEnd(text, now.raw))
+        return false;
+    const bool isHere = text.from.tpl == now.from.tpl && !text.from.text;
+    reportEndless(text.reader.forest, now, isHere ? text.here().span.at : 0);
+    return true;
+}
+
+// Begins the end tag of the element, whose name has been read. length: of "</" and that.
+static void beginEndTag(const Text &text, size_t length)
+{
+    Reading &now = text.reader.now;
+    now.tag = Tag();
+    now.tag.closing = true;
+    now.tag.name = now.raw;
+    now.tag.place = text.place(text.at >= length ? text.at - length : 0, text.at);
+    now.mode = Mode::BEFORE_NAME;
+}
+
 // Reads up to the element's end tag; text.at is behind what was read.
 static void readRaw(Text &text)
 {
     Reading &now = text.reader.now;
     const size_t begin = text.at;
     const string end = "</" + now.raw;
-    for (; text.at < text.text.size(); ++text.at) {
+    size_t last = text.text.size();
+    for (; text.at < text.text.size() && now.mode == Mode::RAW; ++text.at) {
         const char c = text.text[text.at];
-        if (now.resume && text.here().span.at == now.resume && text.from.tpl == now.from.tpl) {
-            now.mode = Mode::TEXT;
-            --text.at;
-            return;
-        }
         if (now.matched == end.size() && (isBlank(c) || c == '/' || c == '>')) {
-            const size_t start = text.at >= end.size() ? text.at - end.size() : 0;
-            if (now.json)
-                addData(text, begin, std::max(begin, start));
-            if (now.raw == "title" && begin < start)
-                addWords(text.reader, text.place(begin, start));
-            now.tag = Tag();
-            now.tag.closing = true;
-            now.tag.name = now.raw;
-            now.tag.place = text.place(start, text.at);
-            now.mode = Mode::BEFORE_NAME;
-            --text.at;
-            return;
+            last = text.at >= end.size() ? text.at - end.size() : 0;
+            addRaw(text, begin, last);
+            beginEndTag(text, end.size());
+            break;
         }
-        now.matched = now.matched < end.size() && lower(c) == end[now.matched] ? now.matched + 1
-                      : c == '<'                                               ? 1
-                                                                               : 0;
-        if (now.matched == 1 && !now.resume && tellsEnd(text, now.raw)) {
-            const bool isHere = text.from.tpl == now.from.tpl && !text.from.text;
-            reportEndless(text.reader.forest, now, isHere ? text.here().span.at : 0);
+        if (endsHere(text)) {
             now.mode = Mode::TEXT;
-            --text.at;
-            return;
+            break;
         }
+        const bool fits = now.matched < end.size() && lower(c) == end[now.matched];
+        now.matched = fits ? now.matched + 1 : c == '<' ? 1 : 0;
     }
-    if (now.json)
-        addData(text, begin, text.text.size());
-    if (now.raw == "title" && text.text.find_first_not_of(" \t\r\n", begin) != string_view::npos)
-        addWords(text.reader, text.place(begin, text.text.size()));
+    if (now.mode == Mode::RAW)
+        addRaw(text, begin, last);
     --text.at; // the caller's step
 }
 

@@ -14,7 +14,7 @@ struct Reader {
 
 /* Reads text. from: where it stands, a byte for each of the text's, unless that is a
  * language's. */
-void readLiteral(Reader &reader, std::string_view text, const Place &from);
+void readLiteral(Reader &reader, std::string_view literal, const Place &from);
 
 /* Reads a value of which the text is not known. */
 void readShown(Reader &reader, const Shown &shown, const Place &place);
