@@ -199,7 +199,7 @@ static void blameForEnd(const Structure &self, const Paths &paths, const Tag &en
 }
 
 // open: that is not closed; null for an end tag that closes nothing, or what is misplaced.
-static void addFault(Structure &self, Paths &paths, Suspect &suspect,
+static void addFault(const Structure &self, Paths &paths, Suspect &suspect,
                      const std::vector<bool> &wrong, Fault fault, const Open *open, const Tag *end)
 {
     Outcome blame;
@@ -457,7 +457,7 @@ static void reportStray(Structure &self, Paths &paths, const Tag *tag,
 }
 
 // Closes what an end tag closes, in one variant. Returns what it has skipped, or null.
-static const Break *closeTo(Structure &self, Paths &paths, State *state, const Open *open,
+static const Break *closeTo(Structure &self, const Paths &paths, State *state, const Open *open,
                             const Tag *end)
 {
     const Break *skipped = nullptr;
