@@ -55,9 +55,10 @@ static bool onlyPrints(const Arg *arg)
 
 int64_t silentUntil(const Arg *body, int32_t direct)
 {
+    if (!inpr->resuming || !direct || observe::SEES_TOKENS || logfileFd >= 0)
+        return INT32_MIN;
     const int32_t level = inpr->loopTop + 1;
-    if (!inpr->resuming || !direct || observe::SEES_TOKENS || logfileFd >= 0 ||
-        level > inpr->pendingIncludes[inpr->pendingTop].bodies || !isOnTheWay(level) ||
+    if (level > inpr->pendingIncludes[inpr->pendingTop].bodies || !isOnTheWay(level) ||
         !onlyPrints(body))
         return INT32_MIN;
     return inpr->pendingBodies->counters[inpr->pendingTop][level];
