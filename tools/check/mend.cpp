@@ -378,8 +378,8 @@ static bool mendComment(Mender *mender)
                       (isXml ? "declaration" : "comment") + " that opens here; " +
                       (isArrow ? "--> ends none, ?> does" : "it ends with ?>, and comments nest"));
     const size_t nested = source.find("<?", begin + 2);
-    const bool isCommand = isKeyword(wordAt(source, passBlanks(source, nested + 2)));
-    if (nested < source.find("?>", begin) && !isArrow && !isCommand)
+    const bool opensCommand = isKeyword(wordAt(source, passBlanks(source, nested + 2)));
+    if (nested < source.find("?>", begin) && !isArrow && !opensCommand)
         note(&mistake, tpl, static_cast<uint32_t>(nested),
              "this <? begins one more, which the next ?> ends");
     mender->mistakes.push_back(std::move(mistake));
@@ -871,9 +871,9 @@ Mended readMended(const string &path, const string &file, bool page)
     Template first; // as it is run
     readTemplate(&first, path, file, page);
     mender.tpl = readWith(mender, {});
-    while (mender.mistakes.size() < MOST_MISTAKES && countFaults(*mender.tpl) > 0 &&
-           mendOne(&mender))
-        continue;
+    bool mends = true;
+    while (mends && mender.mistakes.size() < MOST_MISTAKES && countFaults(*mender.tpl) > 0)
+        mends = mendOne(&mender);
     if (first.gaveUpAt >= 0)
         tellGivenUp(&mender.mistakes, first);
     noteLogged(&mender.mistakes, first);
