@@ -3,6 +3,8 @@
 #include <string.h>
 
 #include <algorithm>
+#include <array>
+#include <utility>
 
 #include "grammar/commands.h"
 #include "base/bounds.h"
@@ -27,6 +29,8 @@ struct Visit {
     const Template &tpl;
     Levels levels;
     bool direct = true; // output goes to the page, not into an argument
+    // The first value of each level, in the body that is being visited.
+    std::array<const Element *, MOST_BODIES> values = {};
 };
 } // namespace
 
@@ -214,11 +218,13 @@ static void checkCounter(const Visit &visit, const Element &element, const Comma
                               : hintIncluded(visit, "; only repeat and the multiqueries count")));
 }
 
-static void checkValue(const Visit &visit, const Element &element)
+static void checkValue(Visit &visit, const Element &element)
 {
     Report &all = visit.all;
     const Numbered value = takeApart(element.text);
     const auto level = static_cast<size_t>(value.level);
+    if (level < visit.values.size() && !visit.values[level])
+        visit.values[level] = &element;
     const string shown = "$" + element.text;
     if (checkWord(visit, element))
         return;
@@ -675,6 +681,26 @@ static void checkSetIndex(const Visit &visit, const Command &command)
     }
 }
 
+// A body that prints a row for each of its own, and only of the rows around it: mostly a level
+// was forgotten.
+static void checkOwnRows(const Visit &visit, const Command &command)
+{
+    const size_t own = visit.levels.size();
+    if (own == 0 || own >= MOST_LEVELS || visit.values[own])
+        return;
+    for (size_t level = own; level-- > 0;) {
+        const Element *element = visit.values[level];
+        const int column = element ? takeApart(element->text).column : 0;
+        if (column == 0 || !hasColumn(rowsOf(visit.all.site, *visit.levels[level]), column) ||
+            !hasColumn(rowsOf(visit.all.site, command), column))
+            continue;
+        report(visit.all, visit.tpl, element->span, "value-outer",
+               "$" + element->text + " is of the rows around this body, which uses none of its " +
+                   "own; did you mean " + nameOf({static_cast<int>(own), column}, own) + "?");
+        return;
+    }
+}
+
 static void enterBody(Visit &visit, const Command &command, size_t body)
 {
     const bool useful = (command.id & CMDF_QUERY) || printsOf(command) == Prints::BODIES;
@@ -685,10 +711,16 @@ static void enterBody(Visit &visit, const Command &command, size_t body)
     else if (visit.levels.size() == MOST_LEVELS && useful)
         reportAs(visit.all, Grade::WARNING, visit.tpl, command.words, "limit",
                  "this body is level 10 or deeper: no value can name its columns or its counter");
+    const auto around = std::exchange(visit.values, {});
     visit.levels.push_back(&command);
     for (size_t i = body; i < command.args.size(); ++i)
         visitArgument(visit, command.args[i]);
     visit.levels.pop_back();
+    if ((command.id & CMDF_QUERY) && printsOf(command) == Prints::BODIES)
+        checkOwnRows(visit, command);
+    for (size_t level = 0; level < around.size(); ++level)
+        if (around[level])
+            visit.values[level] = around[level];
 }
 
 static void visitCommand(Visit &visit, const Command &command)

@@ -81,6 +81,9 @@ static constexpr Kind kinds[] = {
      "does "
      "not count. Each body is a level, that of an if or an echo too; the outermost is level 0.",
      "<?multiquery 'select a from t' `$11`?>"},
+    {"value-outer", WARNING,
+     "A body that runs for each row uses values of the rows around it, and none of its own.",
+     "<?multiquery 'select a from t' `<?multiquery 'select b from u' '$1'?>`?>"},
     {"value-column", ERROR,
      "A column beyond those of the query, or beyond the one column of error message.",
      "<?query 'select a from t' `$1 $2`?>"},
