@@ -218,13 +218,18 @@ static void checkCounter(const Visit &visit, const Element &element, const Comma
                               : hintIncluded(visit, "; only repeat and the multiqueries count")));
 }
 
+static void keepFirst(Visit &visit, const Element &element, size_t level)
+{
+    if (level < visit.values.size() && !visit.values[level])
+        visit.values[level] = &element;
+}
+
 static void checkValue(Visit &visit, const Element &element)
 {
     Report &all = visit.all;
     const Numbered value = takeApart(element.text);
     const auto level = static_cast<size_t>(value.level);
-    if (level < visit.values.size() && !visit.values[level])
-        visit.values[level] = &element;
+    keepFirst(visit, element, level);
     const string shown = "$" + element.text;
     if (checkWord(visit, element))
         return;

@@ -80,10 +80,11 @@ static void takeSettings(const Reader &reader, const Json &object, std::span<con
         const auto row = std::find_if(rows.begin(), rows.end(),
                                       [&](const Setting &setting) { return setting.name == key; });
         if (row == rows.end()) {
-            string names;
+            string told = "there is no setting '";
+            told.append(key).append("'").append(where).append(", only");
             for (const Setting &setting : rows)
-                names.append(names.empty() ? "" : ", ").append(setting.name);
-            refuse(value.line, "there is no setting '" + key + "'" + where + ", only " + names);
+                told.append(told.ends_with("only") ? " " : ", ").append(setting.name);
+            refuse(value.line, told);
         }
         row->take(reader, expect(value, row->kind, "'" + key + "'"));
     }
