@@ -75,9 +75,10 @@ static void checkUnused(Report &all)
     const bool isWhole = all.site.options.templates.empty();
     for (const auto &[key, read] : misspeltSets(all.site)) {
         const VariableUse &use = all.site.variables[key].sets[0];
-        report(all, *use.tpl, use.command->nameSpan, "variable-unused",
-               key + " is set, and nothing reads it; did you mean '" + read +
-                   "', which is read and never set?",
+        string told = key;
+        told.append(" is set, and nothing reads it; did you mean '").append(read);
+        told.append("', which is read and never set?");
+        report(all, *use.tpl, use.command->nameSpan, "variable-unused", std::move(told),
                {noteAt(*all.site.variables[read].reads[0].tpl,
                        all.site.variables[read].reads[0].span.at, "it is read here")});
     }
