@@ -541,9 +541,9 @@ def check_room(preview):
     lines = "".join(f"<p>{i}</p>" for i in range(60))
     preview.put({"site/long.htm": f"""<!DOCTYPE html><meta name="viewport" content="width=device-width">
 <title>x</title>{lines}<p id="last">last</p>"""})
-    clear = BAR + """scrollTo(0, 1e6); return document.getElementById('last').getBoundingClientRect().bottom
-<= bar.querySelector('.bar').firstElementChild.getBoundingClientRect().top
-&& document.querySelector('orv-preview').offsetHeight < innerHeight / 2"""
+    clear = BAR + """scrollTo(0, 1e6); const top = bar.querySelector('.bar').firstElementChild.getBoundingClientRect().top;
+return document.getElementById('last').getBoundingClientRect().bottom <= top
+&& Math.abs(document.querySelector('orv-preview').offsetHeight - (innerHeight - top)) <= 1"""
     for width in (360, 1280):
         resize(width, 740)
         show(preview.url + "long.htm")
