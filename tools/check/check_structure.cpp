@@ -31,7 +31,7 @@ struct Structure final : PathVisitor {
     Facts facts;
     JsonPages json;
     std::deque<Open> opens; // of the page that is walked
-    std::deque<Break> breaks;
+    std::deque<Breach> breaks;
     std::vector<Crossing> crossings;
     std::vector<std::pair<const Open *, const Tag *>> shifted; // start and end tag differ in indent
     std::vector<Stray> strays;
@@ -240,10 +240,10 @@ static const Tag *shiftedIn(const Structure &self, const Open &open)
 }
 
 // What was skipped in any of the variants, each tag once.
-static std::vector<const Open *> skippedIn(const std::vector<const Break *> &skipped)
+static std::vector<const Open *> skippedIn(const std::vector<const Breach *> &skipped)
 {
     std::vector<const Open *> all;
-    for (const Break *one : skipped)
+    for (const Breach *one : skipped)
         for (const Open *open = one ? one->before : nullptr; one && open != one->closed;
              open = open->outer)
             if (!isOptional(*open) && !open->reopened &&
@@ -271,13 +271,13 @@ static void describeUnclosed(const Structure &self, const Open &open, const Tag 
 }
 
 // Elements that were skipped, of some variants; an entry of ends for each variant.
-static void reportSkipped(Structure &self, Paths &paths, const std::vector<const Break *> &skipped,
+static void reportSkipped(Structure &self, Paths &paths, const std::vector<const Breach *> &skipped,
                           const Tag *end, const Place &endPlace)
 {
     for (const Open *open : skippedIn(skipped)) {
         std::vector<bool> wrong;
-        const Break *first = nullptr;
-        for (const Break *one : skipped) {
+        const Breach *first = nullptr;
+        for (const Breach *one : skipped) {
             wrong.push_back(one && hasOpen(one->before, one->closed, open->tag));
             first = first || !wrong.back() ? first : one;
         }
@@ -357,7 +357,7 @@ static bool closesEnded(Structure &self, const Paths &paths, const State &state,
 // the wrong one then, which is told, and what it has closed is open again.
 static bool closesSkipped(Structure &self, const Paths &paths, State *state, const Tag &tag)
 {
-    const Break *last = state->breaks;
+    const Breach *last = state->breaks;
     if (!last || !last->closed || state->top != last->closed->outer)
         return false;
     const Open *open = last->before;
@@ -457,10 +457,10 @@ static void reportStray(Structure &self, Paths &paths, const Tag *tag,
 }
 
 // Closes what an end tag closes, in one variant. Returns what it has skipped, or null.
-static const Break *closeTo(Structure &self, const Paths &paths, State *state, const Open *open,
-                            const Tag *end)
+static const Breach *closeTo(Structure &self, const Paths &paths, State *state, const Open *open,
+                             const Tag *end)
 {
-    const Break *skipped = nullptr;
+    const Breach *skipped = nullptr;
     bool skips = false;
     for (const Open *inner = state->top; inner != open; inner = inner->outer) {
         skips = skips || !isOptional(*inner);
@@ -477,7 +477,7 @@ static const Break *closeTo(Structure &self, const Paths &paths, State *state, c
 
 static void visitEnd(Structure &self, Paths &paths, const Tag *tag)
 {
-    std::vector<const Break *> skipped;
+    std::vector<const Breach *> skipped;
     std::vector<bool> stray;
     const Open *top = nullptr;
     if (tag->is(IS_VOID)) {
@@ -502,7 +502,7 @@ static void visitEnd(Structure &self, Paths &paths, const Tag *tag)
     }
     if (std::ranges::find(stray, true) != stray.end())
         reportStray(self, paths, tag, stray, top);
-    if (std::ranges::any_of(skipped, [](const Break *one) { return one != nullptr; }))
+    if (std::ranges::any_of(skipped, [](const Breach *one) { return one != nullptr; }))
         reportSkipped(self, paths, skipped, tag, tag->place);
 }
 
@@ -600,7 +600,7 @@ static string misplaced(const State &state, const Tag &tag, const Open **with)
 }
 
 // Ends what a start tag ends, in one variant.
-static const Break *endImplied(Structure &self, Paths &paths, State *state, const Tag *tag)
+static const Breach *endImplied(Structure &self, Paths &paths, State *state, const Tag *tag)
 {
     const Open *last = nullptr; // the outermost that is ended
     for (const Open *open = state->top; open; open = open->outer) {
@@ -677,14 +677,14 @@ static void checkName(Structure &self, const Paths &paths, const Tag &tag)
 
 static void visitStart(Structure &self, Paths &paths, const Tag *tag)
 {
-    std::vector<const Break *> skipped;
+    std::vector<const Breach *> skipped;
     for (Variant &variant : paths.variants) {
         const bool isForeign = variant.state.top && variant.state.top->foreign;
         skipped.push_back(isForeign ? nullptr : endImplied(self, paths, &variant.state, tag));
         if (tag->name == "tr" && variant.state.top && variant.state.top->name == "table")
             push(self, paths, &variant.state, tag, "tbody", true);
     }
-    if (std::ranges::any_of(skipped, [](const Break *one) { return one != nullptr; }))
+    if (std::ranges::any_of(skipped, [](const Breach *one) { return one != nullptr; }))
         reportSkipped(self, paths, skipped, tag, tag->place);
     checkName(self, paths, *tag);
     reportMisplaced(self, paths, tag);
@@ -746,7 +746,7 @@ void Structure::visitData(Paths &paths, const Node &node)
 // Pages that end with elements open.
 static void endPage(Structure &self, Paths &paths)
 {
-    std::vector<const Break *> skipped;
+    std::vector<const Breach *> skipped;
     const Template &page = *paths.page;
     const auto size = static_cast<uint32_t>(page.source.size());
     for (Variant &variant : paths.variants) {

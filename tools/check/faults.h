@@ -16,7 +16,7 @@ struct Fault {
     bool somewhere = false; // in one of the ways for certain, whatever else
     Place there = {};       // what is to blame for that
     std::string text = {};  // and how
-    const Break *skipped = nullptr;
+    const Breach *skipped = nullptr;
 };
 
 // One kind of fault of one tag.

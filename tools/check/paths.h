@@ -14,13 +14,13 @@
 #include "flow.h"
 
 struct Open;
-struct Break;
+struct Breach;
 
 // What is open on the way to a place of a page.
 struct State {
-    const Open *top = nullptr;     // elements, the innermost first
-    const Break *breaks = nullptr; // where end tags have skipped some, the last first
-    const Open *ended = nullptr;   // paragraphs that were ended by other tags, the same way
+    const Open *top = nullptr;      // elements, the innermost first
+    const Breach *breaks = nullptr; // where end tags have skipped some, the last first
+    const Open *ended = nullptr;    // paragraphs that were ended by other tags, the same way
     bool behindBody = false;
     uint8_t json = 0;           // of a JSON document: what can come next; 0 outside
     const Open *list = nullptr; // its lists and objects

@@ -19,8 +19,8 @@ struct Open {
 };
 
 // An end tag, or a start tag, that has left elements open which need an end of their own.
-struct Break {
-    const Break *outer;
+struct Breach {
+    const Breach *outer;
     const Open *before; // what was open
     const Open *closed; // what is closed; null at a page's end
     const Tag *end;

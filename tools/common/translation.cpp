@@ -236,11 +236,14 @@ static void judgeReferences(Judgement *judgement)
 
 // ---- tags ----
 
+namespace
+{
 struct Tag {
     string name; // in small letters, "/" in front of an end tag's
     std::set<string> attributes;
     bool isClosed; // its ">" is there
 };
+} // namespace
 
 static string lower(string_view text)
 {
