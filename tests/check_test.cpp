@@ -473,7 +473,8 @@ TEST(Check, FindsNothingInTheRecipes)
     for (Block block : readBlocks(path)) {
         const std::string name = block.kind.substr(0, block.kind.find('.'));
         const std::string ending = block.kind.substr(name.size());
-        block.text.pop_back();
+        if (!block.text.empty())
+            block.text.pop_back();
         if (!ending.empty())
             writeBlock(block, &none);
         if (ending == ".sql")
