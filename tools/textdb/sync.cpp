@@ -23,6 +23,7 @@ struct Round {
     bool takesFuzzy;
     bool writes;
     SiteFile site = {};
+    std::vector<string> files = {}; // the fields know their templates by these
     std::vector<TemplateFields> templates = {};
     Uses uses = {};
     PoFile source = {};
@@ -59,13 +60,12 @@ static const SitePath *sourceOf(const SiteFile &site)
 // Reads the text fields of all templates of the site, by paths below the document root.
 static bool readAllTemplates(Round *round)
 {
-    std::vector<string> files;
     std::vector<const char *> paths;
     string problem;
     const string &root = round->site.docRoot.path;
-    if (!listFiles(root, &files, &problem))
+    if (!listFiles(root, &round->files, &problem))
         return complain(0, "%s", problem.c_str());
-    for (const string &path : files)
+    for (const string &path : round->files)
         if (!fitsAny(round->site.exclude, path) &&
             (fitsAny(round->site.pages, path) || isTemplateFile(root, path)))
             paths.push_back(path.c_str());
