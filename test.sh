@@ -83,7 +83,7 @@ set_up() {
         :libclang-rt-dev :lighttpd curl:curl chromium:chromium chromedriver:chromium-driver \
         :locales tidy:tidy faketime:faketime strace:strace :python3 :lighttpd-mod-openssl openssl:openssl npm:npm \
         help2man:help2man pandoc:pandoc mandoc:mandoc dpkg-shlibdeps:dpkg-dev file:file lintian:lintian \
-        fcgiapp.h:libfcgi-dev microhttpd.h:libmicrohttpd-dev nginx:nginx-light fcgiwrap:fcgiwrap \
+        fcgiapp.h:libfcgi-dev openssl/ssl.h:libssl-dev microhttpd.h:libmicrohttpd-dev nginx:nginx-light fcgiwrap:fcgiwrap \
         busybox:busybox zsh:zsh fish:fish pkg-config:pkg-config kconfig-conf:kconfig-frontends-nox make:make
 }
 
