@@ -1,14 +1,16 @@
 #!/bin/bash
-# exports.sh LIBRARY MAP - the library exports the names of the map with their versions and no
-# others, runs nothing when it is loaded, and needs nothing but the C library (and a
-# sanitizer's runtime), and of the heap no more than every allocator has: hosts bring
-# their own.
+# exports.sh LIBRARY MAP [ARCHIVE MAP] - the library exports the names of the map with their
+# versions and no others, runs nothing when it is loaded, and needs nothing but the C library
+# (and a sanitizer's runtime), and of the heap no more than every allocator has: hosts bring
+# their own. The archive has the names of its map and no others.
 set -euo pipefail
 library=$1 map=$2
 wanted=$(awk '/^ORV_.* \{$/ { print version = $1 } /^(global|local):/ { listed = $1 == "global:" }
     listed && sub(/;$/, "") { print $1 "@@" version }' "$map" | sort)
 got=$(nm -D --defined-only "$library" | awk '{print $3}' | sort)
 diff <(echo "$wanted") <(echo "$got")
+[[ $# -lt 3 ]] || diff <(sed -n '/^global:/,/^local:/s/^ *\([A-Za-z_]*\);/\1/p' "$4") \
+    <(nm -g --defined-only "$3" | awk 'NF == 3 {print $3}')
 needed=$(readelf -d "$library" | sed -n 's/.*(NEEDED).*\[\(.*\)\]/\1/p')
 if grep -q '^lib[au].*san\.so' <<<"$needed" || nm -D "$library" | grep __asan_init >/dev/null; then
     needed=$(grep -Ev '^lib(asan|ubsan|m|gcc_s)\.so' <<<"$needed")
