@@ -63,6 +63,12 @@ DEVICE_MEMORY=59 PATH=$work/fake ./device.sh --build &>"$work/said" || got=$?
 check 'a device of too little memory' '2 1' "$got $(grep -c 'need 60 MB' "$work/said")"
 check 'nothing is installed' no "$([[ -e $work/installed ]] && echo yes || echo no)"
 
+# What a release has made of a database does not change: a script with the next number does.
+if release=$(git -C "$source" describe --tags --abbrev=0 --match 'v*' 2>/dev/null); then
+    check "scripts of $release" '' "$(git -C "$source" diff --name-only --diff-filter=a "$release" -- \
+        'examples/site/database-*.sql')"
+fi
+
 # Six at once build once and show the same page: in German, with an English text where
 # there is no German one, and without a complaint. The seventh finds all built.
 pids=()
