@@ -84,16 +84,28 @@ void writePiece(std::string_view piece)
     buffer.ends[(buffer.length - 1) / 8] |= static_cast<uint8_t>(1U << (buffer.length - 1) % 8);
 }
 
+void freeOutputBuffer(OutputBuffer *buffer)
+{
+    free(buffer->bytes);
+    free(buffer->ends);
+}
+
 int32_t Orv_Interpreter_SetOutputBuffer(Interpreter *interpreter, int32_t bytes)
 {
     if (!interpreter || inpr || bytes < 0)
         return ORV_FAILED;
-    const auto capacity = static_cast<size_t>(bytes);
-    char *block = nullptr;
-    if (capacity > 0 && !(block = static_cast<char *>(calloc(1, capacity + capacity / 8 + 1))))
-        return ORV_FAILED;
-    free(interpreter->output.bytes);
-    interpreter->output = {block, reinterpret_cast<uint8_t *>(block) + capacity, capacity, 0};
+    OutputBuffer made = {nullptr, nullptr, static_cast<size_t>(bytes), 0};
+    if (made.capacity > 0) {
+        // Two blocks: only the bits are cleared, so that a page touches no more than it fills.
+        made.bytes = static_cast<char *>(malloc(made.capacity));
+        made.ends = static_cast<uint8_t *>(calloc(made.capacity / 8 + 1, 1));
+        if (!made.bytes || !made.ends) {
+            freeOutputBuffer(&made);
+            return ORV_FAILED;
+        }
+    }
+    freeOutputBuffer(&interpreter->output);
+    interpreter->output = made;
     return ORV_OK;
 }
 

@@ -4,6 +4,8 @@
 
 #include <string_view>
 
+struct OutputBuffer;
+
 /* Writes one piece to the run's output with one call of write, or of the host's
  * function, which is continued when it is cut short or interrupted, or gathers it. After
  * an error the rest of the piece is dropped. An empty piece makes no call. */
@@ -11,5 +13,8 @@ void writePiece(std::string_view piece);
 
 /* Writes what has been gathered: before a callback, and at the end of a run. */
 void flushOutput();
+
+/* Frees what the record owns, and leaves its fields. */
+void freeOutputBuffer(OutputBuffer *buffer);
 
 #endif

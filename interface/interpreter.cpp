@@ -156,7 +156,7 @@ int32_t Orv_Interpreter_Destroy(Interpreter *interpreter)
         return 0;
     freeContents(interpreter);
     free(interpreter->callbacks);
-    free(interpreter->output.bytes);
+    freeOutputBuffer(&interpreter->output);
     free(interpreter);
     return 0;
 }
