@@ -274,38 +274,46 @@ CAUSES = [
     ("2:8", "quote that opens here", "'", "<?echo 'Ann?>\n<p>more <?echo b?>\n"),
     ("2:10", "this > has lost its ?", ">", "<?echo a >\n<p>1\n<p>2\n<p>3\n<p>4\n<p>5\n<p>6\n<?echo b?>\n"),
     ("2:1", "echo has no ?>", "<?echo ", "<?echo a\n<p>\n<?echo b?>\n"),
-    ("2:1", "Unknown command: keywords are written in lower case: echo", "<?", "<?Echo a?>\n"),
-    ("2:1", "Unknown command: did you mean 'echo'?", "<?", "<?ehco a?>\n"),
+    ("2:1", "Unknown command: keywords are written in lower case: echo", "<?Echo", "<?Echo a?>\n"),
+    ("2:1", "Unknown command: did you mean 'echo'?", "<?ehco", "<?ehco a?>\n"),
     ("2:8", "did you mean 'title'", "$var:titel", "<?echo $var:titel?><?setvariable var:title x?>\n"),
     ("2:11", "no 'part.frm'", "part.frm", "<?include part.frm?>\n"),
     ("2:1", "did you mean 'greeting'", "{?greting?}", "{?greting?}\n"),
-    ("2:17", "no such column: nmae", "nmae", "<?query 'select nmae from device' '$1'?>\n"),
+    ("2:17", "no such column: nmae; did you mean 'name'?", "nmae", "<?query 'select nmae from device' '$1'?>\n"),
     ("2:8", "$var:user", "$user", "<?echo $user?>\n"),
-    ("2:1", "<?echo $var:NAME?>", "<?", "<?= $var:user ?>\n"),
+    ("2:1", "<?echo $var:NAME?>", "<?=", "<?= $var:user ?>\n"),
     ("2:31", "text with blanks needs quotes", "no", "<?if eq $var:user Ann Lee yes no?>\n"),
-    ("2:1", "bracket must follow repeat", "<?", "<?repeat [1 3] '<i>$0</i>'?>\n"),
-    ("2:1", "if eq A B, not A == B", "<?", "<?if $var:user == Ann yes?>\n"),
-    ("2:1", "must follow if", "<?", "<?if $var:user yes?>\n"),
+    ("2:1", "bracket must follow repeat", "<?repeat", "<?repeat [1 3] '<i>$0</i>'?>\n"),
+    ("2:1", "if eq A B, not A == B", "<?if", "<?if $var:user == Ann yes?>\n"),
+    ("2:1", "must follow if", "<?if", "<?if $var:user yes?>\n"),
     ("2:32", "put between others", "'", "<?if eq $var:user Ann '<a href='x'>y</a>'?>\n"),
+    ("2:83", "did you mean $11", "$1", "<?multiquery 'select name from device' "
+     "`<?multiquery 'select id from network' '<b>$1</b>'?>`?>\n"),
     ("2:47", "$02p", "$2px", "<?query 'select id, name from device' 'width: $2px'?>\n"),
     ("2:1", "nothing closes the comment", "<?--", "<?-- note\n<p>\n<?echo c?>\n"),
-    ("2:23", "at its blank", "{?hello?}", "<?if eq $var:user Ann {?hello?}?>\n"),
-    ("2:85", ":id is NULL", ":id", "<?setvariable var:id 1?><?echo $var:id?><?query 'select name from device where id = :id'?>\n"),
+    ("2:23", "between backquotes: Good day", "{?hello?}", "<?if eq $var:user Ann {?hello?}?>\n"),
+    ("2:45", "no variable idd is set anywhere, so :idd is NULL", ":idd",
+     "<?query 'select name from device where id = :idd' '$1'?>\n"),
+    ("2:85", ":id is NULL; a number can stand in the query as $var:id", ":id", "<?setvariable var:id 1?><?echo $var:id?><?query 'select name from device where id = :id'?>\n"),
 ]
 
 
 def check_causes():
-    """Each is told once, by its cause; the log's words are behind it."""
+    """Each is told once, by its cause, and its spot is seen on a small screen; the log's words are behind it."""
     text = 'msgid ""\nmsgstr "Language: en\\nContent-Type: text/plain; charset=UTF-8\\n"\n\n'
     text += "".join(f'msgid "{name}"\nmsgstr "{value}"\n\n'
                     for name, value in (("greeting", "Hi"), ("hello", "Good day")))
     write("causes/en.po", text)
     for i, row in enumerate(CAUSES):
-        write(f"causes/{i}.htm", "<!DOCTYPE html><title>x</title>\n" + row[-1])
+        write(f"causes/{i}.htm",
+              '<!DOCTYPE html><meta name="viewport" content="width=device-width"><title>x</title>\n' + row[-1])
     first = BAR + """const entry = bar.querySelector('.entry');
-return [entry.querySelector('.place').textContent, entry.querySelector('mark')?.textContent,
+const mark = entry.querySelector('mark');
+return [entry.querySelector('.place').textContent,
+mark?.getBoundingClientRect().right < innerWidth && mark.textContent,
 entry.querySelector('.text').textContent, bar.querySelectorAll('.entry').length]"""
     run("sessionStorage.clear()")
+    resize(360, 740)
     with Preview("--port", "0", "--db", "router.db", "--texts", "causes/en.po", "--set", "user=Ann",
                  "causes") as preview:
         for i, (place, words, mark, template) in enumerate(CAUSES):
@@ -323,6 +331,7 @@ entry.querySelector('.text').textContent, bar.querySelectorAll('.entry').length]
             if "The page breaks off" in (run("return document.body.textContent") or ""):
                 check("on the page", [got[2], mark], run("return ['.what', 'mark'].map(name =>"
                                                          " document.querySelector(name).textContent)"))
+    resize(1280, 740)
 
 
 def check_marks():

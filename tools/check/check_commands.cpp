@@ -11,6 +11,7 @@
 #include "blame.h"
 #include "hints.h"
 #include "report.h"
+#include "schema.h"
 #include "tools/common/placed.h"
 #include "tools/common/translation.h"
 
@@ -52,7 +53,7 @@ static string excerpt(string_view text)
 static void checkField(Report &all, const Template &tpl, const Field &field,
                        const FieldPlace &place)
 {
-    std::map<string, std::vector<const Language *>> reasons;
+    std::map<const Break *, std::vector<const Language *>> reasons;
     for (const Language &language : all.site.languages) {
         const auto found = language.texts.find(field.id);
         if (found == language.texts.end())
@@ -66,7 +67,7 @@ static void checkField(Report &all, const Template &tpl, const Field &field,
                           meantReferences(text.text, sourceOf(all.site, language, field.id, text),
                                           flags));
         if (reason)
-            reasons[reason->what].push_back(&language);
+            reasons[reason].push_back(&language);
     }
     for (const auto &[reason, languages] : reasons) {
         string message;
@@ -76,7 +77,8 @@ static void checkField(Report &all, const Template &tpl, const Field &field,
             message.append(message.empty() ? "the text of " : ", ").append(language->code);
             notes.push_back({language->path, std::max(text.line, 1U), 1, 1, "the text is here"});
         }
-        message.append(" ").append(reason).append(": ");
+        message.append(" ").append(reason->what).append("; ");
+        message.append(reason->inTemplate[0] ? reason->inTemplate : reason->inText).append(": ");
         message += excerpt(languages[0]->texts.find(field.id)->second.text);
         report(all, tpl, field.span, "text-breaks", std::move(message), std::move(notes));
     }
@@ -350,7 +352,10 @@ static void checkParameters(const Visit &visit, const Command &command, const As
             string_view near = originOf(visit.all.site, name);
             if (near.empty())
                 near = nearest(name, parameterNames(visit.all.site));
-            const string hint = near.empty() ? "" : "; did you mean ':" + string(near) + "'?";
+            const string hint = !near.empty() ? "; did you mean ':" + string(near) + "'?"
+                                : !sets.empty()
+                                    ? "; a number can stand in the query as $var:" + string(name)
+                                    : "";
             std::vector<Note> notes;
             if (!sets.empty())
                 notes = {noteAt(*sets[0]->tpl, sets[0]->command->nameSpan.at, "it is set here")};
@@ -419,7 +424,7 @@ static void checkTextsIn(const Visit &visit, const Assembled &text)
             notes.push_back(
                 {language.path, std::max(found->second.line, 1U), 1, 1, "the text is here"});
         }
-        codes += " ends the string of the query: " + shown;
+        codes += " ends the string of the query; write two quotes for one in it: " + shown;
         if (!notes.empty())
             report(visit.all, *piece.tpl, piece.span, "text-breaks", "the text of " + codes,
                    std::move(notes));
@@ -476,6 +481,27 @@ static bool checkQuotedParameters(const Visit &visit, const Command &command, co
     return found;
 }
 
+// What was meant by a name that SQLite does not know, "no such column: d.nmae".
+static string hintName(const Site &site, const string &sql, const string &error)
+{
+    const bool isColumn = error.starts_with("no such column: ");
+    if (!isColumn && !error.starts_with("no such table: "))
+        return "";
+    const std::vector<Table> schema = readSchema(site.database->db);
+    std::vector<string_view> names;
+    if (isColumn) {
+        for (const NamedTable &named : tablesIn(sql, schema))
+            for (const TableColumn &column : named.table->columns)
+                names.push_back(column.name);
+    } else {
+        for (const Table &table : schema)
+            names.push_back(table.name);
+    }
+    const string_view name = string_view(error).substr(error.find_last_of(" .") + 1);
+    const string_view near = name.size() > 2 ? nearest(name, names) : string_view();
+    return near.empty() ? "" : "; did you mean '" + string(near) + "'?";
+}
+
 // isRound: one of several rounds of a loop, of which another is sound.
 static void checkAnswer(const Visit &visit, const Command &command, const Assembled &text,
                         bool isRound)
@@ -493,7 +519,9 @@ static void checkAnswer(const Visit &visit, const Command &command, const Assemb
     const bool isTold = checkQuotedParameters(visit, command, text) || hasInvisible(text.text);
     if (!answer.error.empty() && !hasUnknown(text) && !answer.writes && !isTold && !isRound) {
         placeInText(text, answer.errorAt, &tpl, &span);
-        report(all, *tpl, span, "query-sql", answer.error, usedHere(visit, tpl, command));
+        report(all, *tpl, span, "query-sql",
+               answer.error + hintName(all.site, text.text, answer.error),
+               usedHere(visit, tpl, command));
     }
     if (answer.columns.size() > MOST_COLUMNS) {
         placeInText(text, 0, &tpl, &span);

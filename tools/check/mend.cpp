@@ -546,6 +546,15 @@ static Edit bracketEdit(string_view source, size_t at)
             string(" ") + first + " " + inner + " " + last + " "};
 }
 
+// The "<?" and the word behind it, or the sign.
+static Span unknownWords(string_view source, const Begun &begun)
+{
+    const size_t at = passBlanks(source, begun.words.at + 2);
+    const size_t end = at + std::max<size_t>(wordAt(source, at).size(), 1);
+    return end > lineEnd(source, begun.words.at) ? begun.words
+                                                 : Span{begun.words.at, static_cast<uint32_t>(end)};
+}
+
 static void mendUnknown(Mender *mender, const Complaint &complaint, const Begun &begun)
 {
     const Template &tpl = *mender->tpl;
@@ -554,7 +563,7 @@ static void mendUnknown(Mender *mender, const Complaint &complaint, const Begun 
     if (wordAt(tpl.source, at) == "repeat")
         hint.edit = bracketEdit(tpl.source, at + 6);
     mender->mistakes.push_back(
-        mistakeAt(tpl, begun.words, "syntax",
+        mistakeAt(tpl, unknownWords(tpl.source, begun), "syntax",
                   (complaint.id == Message::UNKNOWN_COMMAND ? complaint.text : "Unknown Cmd") +
                       ": " + hint.text));
     settle(mender, begun, hint.edit);

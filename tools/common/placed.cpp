@@ -48,17 +48,23 @@ static bool beginsReference(string_view rest)
 
 static constexpr char OTHER_QUOTE[] = "use another quote, or write &#39; or &quot;";
 static constexpr char OF_TEMPLATE[] = "the template must change: tell its author";
+static constexpr char IN_BACKQUOTES[] = "put the argument between backquotes";
 
-static constexpr Break holdsField = {"holds {?, which is not replaced once more", "take it out"};
-static constexpr Break beginsCommand = {"begins a command", "write &lt; for the <"};
-static constexpr Break endsCommand = {"ends the command", "write &gt; for the >"};
-static constexpr Break beginsValue = {"begins a variable or value", "write $$ for a dollar sign"};
-static constexpr Break endsQuote = {"ends the quote that it stands in", OTHER_QUOTE};
-static constexpr Break opensQuote = {"opens a quote", OTHER_QUOTE};
+static constexpr Break holdsField = {"holds {?, which is not replaced once more", "take it out",
+                                     ""};
+static constexpr Break beginsCommand = {"begins a command", "write &lt; for the <", ""};
+static constexpr Break endsCommand = {"ends the command", "write &gt; for the >", ""};
+static constexpr Break beginsValue = {"begins a variable or value", "write $$ for a dollar sign",
+                                      ""};
+static constexpr Break endsQuote = {"ends the quote that it stands in", OTHER_QUOTE,
+                                    "put the argument between other quotes"};
+static constexpr Break opensQuote = {"opens a quote", OTHER_QUOTE, IN_BACKQUOTES};
 static constexpr Break breaksIndex = {"breaks the index that it stands in",
-                                      "leave quotes and brackets out"};
-static constexpr Break endsArgument = {"ends the argument at its blank", OF_TEMPLATE};
-static constexpr Break lengthens = {"lengthens the variable or value in front of it", OF_TEMPLATE};
+                                      "leave quotes and brackets out", ""};
+static constexpr Break endsArgument = {"ends the argument at its blank", OF_TEMPLATE,
+                                       IN_BACKQUOTES};
+static constexpr Break lengthens = {"lengthens the variable or value in front of it", OF_TEMPLATE,
+                                    "put a sign in between that is no letter or digit"};
 
 // What the byte at the front of rest does in a command; null for nothing.
 static const Break *breakOfByte(char byte, char quote)

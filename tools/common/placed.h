@@ -26,11 +26,12 @@ FieldPlace placeInPage(const Template &tpl, const Field &field);
 FieldPlace placeInArgument(const Template &tpl, const Field &field, const Element &element,
                            const Element *before);
 
-/* What a text does that it should not, "ends the quote that it stands in", and what to do
- * about it. Static. */
+/* What a text does that it should not, "ends the quote that it stands in", and what can be
+ * done about it in the text, and in the template, empty where that can do nothing. Static. */
 struct Break {
     const char *what;
-    const char *cure;
+    const char *inText;
+    const char *inTemplate;
 };
 
 /* What a text does to the command that its field stands in, or to page text; null for

@@ -157,6 +157,15 @@ const badge = () => {
 
 /* ---- The bar ---- */
 
+// Scrolls long lines of templates to the spot that is marked.
+const showMarks = (root) => root.querySelectorAll('.source mark').forEach((mark) => {
+    const lines = mark.closest('.source');
+    const {left, right} = mark.getBoundingClientRect();
+    const box = lines.getBoundingClientRect();
+    if (right > box.right)
+        lines.scrollLeft += left - box.left - box.width / 2;
+});
+
 // Where boxes of the document's own stand side by side, one more would move them.
 const makeRoom = () => {
     const {host} = page;
@@ -189,6 +198,7 @@ const show = () => {
     if (!page.isAway)
         sizes.observe(found('.bar').firstElementChild);
     makeRoom();
+    showMarks(page.host.shadowRoot);
 };
 
 const sizes = new ResizeObserver(() => page.host && makeRoom());
@@ -225,6 +235,7 @@ const showCause = () => {
         make('li', {className: line.number === first.line ? 'here' : '', value: line.number},
             make('code', {}, ...(line.number === first.line ? markedLine(line, first)
                 : [line.text])))));
+    showMarks(document.querySelector('figure'));
 };
 
 const showFindings = () => {
@@ -242,6 +253,7 @@ const showFindings = () => {
         if (tab.getAttribute('aria-selected') === 'true' && ['messages', 'site'].includes(one.id))
             found('.sheet').replaceChildren(...[one.fill()].flat());
     }
+    showMarks(page.host.shadowRoot);
 };
 
 /* ---- The page ---- */

@@ -71,7 +71,7 @@ static void judgePlaces(Building *building, const PoEntry &entry,
             tell(building, entry, Weight::WARNING, TEXT_BREAKS, what + place + ": " + cure);
     };
     if (const Break *anywhere = breakOf(entry.text, {}))
-        judge(anywhere->what, "", anywhere->cure);
+        judge(anywhere->what, "", anywhere->inText);
     const auto uses = building->uses.find(entry.id);
     if (uses == building->uses.end())
         return;

@@ -135,7 +135,7 @@ std::string breaksPlace(std::string_view text, const FieldUse &use,
                         const std::set<std::string> &meant, std::string *cure)
 {
     if (const Break *found = breakOf(text, use.place, meant)) {
-        *cure = found->cure;
+        *cure = found->inText;
         return found->what;
     }
     if (!use.isWritten || !leavesPart(text, use.state))
