@@ -276,6 +276,8 @@ TEST(TextDbTool, WarnsOfTextsThatBreakPages)
         {"why?>", "<?query 'x' '<p>{?a?}</p>'?>",
          "ends the command" + at + ": write &gt; for the >"},
         {"<b>50 %</b> & more", "<?echo '<?echo \"x{?a?}y\"?>'?>", ""},
+        {"say \\\"it\\\"", "<?echo '<?echo \"x{?a?}y\"?>'?>",
+         quote + at + ": use another quote, or write &#39; or &quot;"},
         {"it's", "<p title='{?a?}'>",
          "does not stay in an attribute in single quotes" + at +
              ": write &lt; for <, &#39; and &quot; for quotes"},
@@ -481,7 +483,12 @@ TEST(TextDbTool, TellsWhatIsLeft)
         {"--json --missing it.po en.po | grep -A9 '\"missingIds\"' | tr -d '\\n '",
          "\"missingIds\":[\"b\",\"a\"],\"fuzzyIds\":[\"c\"]},{\"file\":\"en.po\",--"
          "\"missingIds\":[],\"fuzzyIds\":[]}]=0"},
+        {"x_it.db it.po", // which lacks what the database has
+         "file     language  translated  fuzzy  missing     of  longest texts\n"
+         "x_it.db  it                 4      0        0      4  a 1, b 1, c 1\n"
+         "it.po                       1      1        2      4  c 1, d 1\n=0"},
     };
+    ASSERT_EQ(run("build -o x_it.db en.po"), "en.po: 4 of 4 texts\n=0");
     for (const auto &[arguments, told] : rows)
         EXPECT_EQ(run("status " + arguments), told) << arguments;
 }
@@ -674,9 +681,9 @@ TEST(TextDbTool, KeepsWhatTranslatorsHaveMade)
         std::string wanted;
     } rows[] = {
         {"lines that end in a backslash, blanks at the edges",
-         {entry("a", "C:\\\\\\n x\\n\\ny\\001\\\\")},
+         {entry("a", "C:\\\\\\n x\\n\\ny\\177\\\\")},
          entry("a", "a"),
-         of("C:\\\\\\n x\\n\\ny\\001\\\\") + "#. \"C:\\\\\"\n#. \" x\"\n#.\n#. \"y\\001\\\\\"\n" +
+         of("C:\\\\\\n x\\n\\ny\\177\\\\") + "#. \"C:\\\\\"\n#. \" x\"\n#.\n#. \"y\\177\\\\\"\n" +
              entry("a", "a")},
         {"a source that changes",
          {entry("x", "B")},
@@ -720,6 +727,13 @@ TEST(TextDbTool, KeepsWhatTranslatorsHaveMade)
          {entry("y", "Y"), entry("x", "A")},
          "# orv-textdb: empty\n# Not in this language.\n" + entry("x", ""),
          "# orv-textdb: empty\n# Not in this language.\n" + shown("A") + entry("x", "")},
+        {"texts that are empty and to be looked at again",
+         {entry("w", "W") + entry("x", "B") + entry("y", "Y")},
+         "#, fuzzy\n" + entry("w", "") + "# orv-textdb: empty\n" + of("A") + entry("x", "") +
+             "# orv-textdb: empty\n" + of("Y") + entry("z", ""),
+         shown("W") + entry("w", "") + "\n" + shown("B") + entry("x", "") + "\n" + shown("Y") +
+             entry("y", "") + "\n# orv-textdb: empty\n" + of("Y") +
+             "#~ msgid \"z\"\n#~ msgstr \"\"\n"},
         {"ids that are gone without a translation",
          {entry("x", "A")},
          entry("y", "") + entry("z", "z"),

@@ -138,6 +138,16 @@ static void updateFlags(Update *update, po_message_t message, const PoEntry &sou
         update->target.flags[message] = std::move(flags);
 }
 
+// Gettext has no mark at an empty text: one that is to be looked at again is missing instead.
+static void dropMarkOfNothing(po_message_t message, std::string *comments)
+{
+    if (*po_message_msgstr(message) || !po_message_is_fuzzy(message))
+        return;
+    po_message_set_fuzzy(message, 0);
+    for (const char *word : {NOTE_EMPTY, NOTE_FORMER, NOTE_MARKED})
+        setNote(comments, word, nullptr);
+}
+
 // Brings an entry in line with its source.
 static void updateEntry(Update *update, po_message_t message, const PoEntry &source)
 {
@@ -149,6 +159,7 @@ static void updateEntry(Update *update, po_message_t message, const PoEntry &sou
         markChanged(update, message, text, &comments);
     else if (!text.empty())
         takeGoneText(update, message, text, &comments);
+    dropMarkOfNothing(message, &comments);
     if (findNote(comments, NOTE_FORMER, &former)) {
         setNote(&comments, NOTE_FORMER, &former);
         dropFormerLines(&comments);
@@ -199,7 +210,8 @@ static void retireGone(Update *update, po_file_t target)
             return;
         update->gone += po_message_is_obsolete(message) ? 0 : 1;
         po_message_set_obsolete(message, 1);
-        if (isTranslated(message) && findNote(po_message_comments(message), NOTE_SOURCE, &shown))
+        if (*po_message_msgstr(message) &&
+            findNote(po_message_comments(message), NOTE_SOURCE, &shown))
             update->goneTexts[shown].push_back(message);
     });
 }
