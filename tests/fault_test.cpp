@@ -18,6 +18,7 @@
 
 #include <atomic>
 #include <fstream>
+#include <map>
 #include <random>
 #include <set>
 #include <thread>
@@ -44,14 +45,21 @@ struct Calls {
 };
 static Calls memoryCalls;
 static Calls fileCalls;
-static std::set<void *> blocks; // that the library holds
-static clock_t now;             // ticks
-static clock_t pace;            // of them between two looks at the clocks
+static std::set<void *> blocks;         // that the library holds
+static std::map<void *, size_t> mapped; // lengths, by where they are
+static clock_t now;                     // ticks
+static clock_t pace;                    // of them between two looks at the clocks
 
 template <class T> static T *keep(T *block)
 {
     blocks.insert(block);
     return block;
+}
+
+static void *keepMapping(void *at, size_t length)
+{
+    mapped[at] = length;
+    return at;
 }
 
 #define WRAP(calls, result, name, parameters, failure, ...)                                        \
@@ -71,7 +79,7 @@ WRAP(fileCalls, int, stat64, (const char *path, struct stat *status), -1, stat(p
 WRAP(fileCalls, int, fstat64, (int fd, struct stat *status), -1, fstat(fd, status))
 WRAP(fileCalls, char *, realpath, (const char *path, char *to), nullptr, realpath(path, to))
 WRAP(fileCalls, void *, mmap64, (void *at, size_t n, int access, int flags, int fd, off_t offset),
-     MAP_FAILED, mmap(at, n, access, flags, fd, offset))
+     MAP_FAILED, keepMapping(mmap(at, n, access, flags, fd, offset), n))
 
 // Each look at the clocks is a moment later; user and system time pass faster.
 clock_t __wrap_times(tms *times)
@@ -83,6 +91,7 @@ clock_t __wrap_times(tms *times)
 
 int __wrap_munmap(void *at, size_t length)
 {
+    EXPECT_EQ(mapped[at], length);
     return munmap(at, length);
 }
 

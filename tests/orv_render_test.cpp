@@ -45,8 +45,9 @@ static void expectRun(const string &arguments, const string &page, const string 
 TEST(OrvRender, Rows)
 {
     ASSERT_EQ(runCommand(siteScript), 0) << readFile("err");
+    const string absolute = folder + "/site/t.htm"; // below it, but no path from there
     const string refused[][2] = {
-        {"/etc/passwd", "cannot open template '/etc/passwd': not below the document root"},
+        {absolute, "cannot open template '" + absolute + "': not below the document root"},
         {"../site/t.htm", "cannot open template '../site/t.htm': not below the document root"},
         {"out.htm", "cannot open template 'out.htm': not below the document root"},
         {"other/x.htm", "cannot open template 'other/x.htm': not below the document root"},
@@ -77,6 +78,7 @@ TEST(OrvRender, Rows)
         {"select ?1", "only parameters of the form :name have a value"},
         {"select @net", "only parameters of the form :name have a value"},
         {"delete from device", "not authorized"},
+        {"vacuum", "the statement does not only read"},
         {"select load_extension(1)", "not authorized to use function: load_extension"},
     };
     const string failed = "zarn - ERROR in doQuery: fQuery() returned -1! (t.htm)\n";
@@ -179,14 +181,15 @@ TEST(OrvRender, MarksLeaveNoFolder)
                          " '" ORV_TEXTDB "' build -o root/etc/htmltext_en.db en.po"),
               0)
         << readFile("err");
-    writeFile("site/t.htm", "<p>{?a?}</p>");
+    writeFile("site/t.htm", "<p title='{?a?}'>{?a?}</p>");
     writeFile("site/long.htm", "<?repeat [ 1 99999999 ] '" + string(9999, 'x') + "'?>");
-    const string render = "'" ORV_RENDER "' --docroot site --tooltips 1 ";
+    const string render = "'" ORV_RENDER "' --docroot site --root root --tooltips 1 ";
+    const string shown = "<span title=\"{?a?} => t.htm Zeile 1\">Text</span></p>";
     const struct {
         string command, out;
     } rows[] = {
-        {render + "--root root --lang en t.htm",
-         "<p><span title=\"{?a?} => t.htm Zeile 1\">Text</span></p>"},
+        {render + "--lang en t.htm", "<p title='Text'>" + shown},
+        {render + "--lang en --tooltips 2 t.htm", "<p title='-=Text {?a?}=-'>" + shown},
         {render + "long.htm | head -c 1", "x"},
         {"timeout 0.3 " + render + "long.htm | sleep 1", ""},
     };
