@@ -182,8 +182,8 @@ try:
         labels = [item["label"] for item in items]
         assert (label in labels if label else not labels) and other not in labels, (text, labels)
         for item in items[:1]:
-            unit = item["textEdit"]["range"]["start"]["character"]
-            equal(before[unit - 1:], replaced)
+            begin, end = (item["textEdit"]["range"][side]["character"] - 1 for side in ("start", "end"))
+            equal((before[begin:], end), (replaced, len(before)))
 
     # What is mended for certain, and what is left to its author.
     for text, mended in (

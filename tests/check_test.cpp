@@ -242,6 +242,20 @@ TEST(Check, KnowsTheLimits)
     }
 }
 
+// Also of statements that cannot be prepared, or would change nothing of the database itself.
+TEST(Check, KnowsWordsThatWrite)
+{
+    writeFile("w.sql", "create table t(a text);");
+    for (const std::string word :
+         {"insert into", "update", "delete from", "replace into", "create", "drop", "alter",
+          "attach", "detach", "vacuum", "reindex", "begin", "commit"}) {
+        writeFile("t.htm", "<?query '" + word + " nothere'?>");
+        const std::string lines = checkRow("--db w.sql t.htm");
+        EXPECT_NE(lines.find("the statement changes the database [query-writes]"), lines.npos)
+            << word << ": " << lines;
+    }
+}
+
 TEST(Check, LooksAtBytes)
 {
     using namespace std::string_literals;

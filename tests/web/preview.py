@@ -2,7 +2,7 @@
 """tests/web/preview.py ORV-PREVIEW ORV-TEXTDB ORV-CHECK SITE NAMES AXE-FOLDER - the preview of a copy of the
 demo site, asked by its protocol and by headless Chromium, while the site's files change. NAMES is
 the list of the variables that the site's web program sets."""
-import ctypes, errno, glob, http.client, json, os, platform, re, shutil, signal, socket, sqlite3
+import ctypes, errno, glob, http.client, json, os, platform, re, select, shutil, signal, socket, sqlite3
 import struct, subprocess, sys, tempfile, threading, time, urllib.error, urllib.request
 from chromium import find_barriers, install_axe, press, resize, run, send, show, with_browser
 from visitor import check, failed, COMPLAINT
@@ -338,9 +338,11 @@ def check_marks():
     """Marks break commands in which a text stands without quotes; they are named as the cause."""
     write("causes/whole.htm", "<!DOCTYPE html><title>x</title><?echo {?greeting?}?><?Echo?>\n")
     write("causes/lost.htm", "<?echo {?greeting?}?>")
+    write("causes/failed.htm", "<p><?error message ?></p>")
     said = BAR + "return bar.querySelector('.where').textContent"
     run("sessionStorage.clear()")
-    with Preview("--port", "0", "--texts", "causes/en.po", "causes") as preview:
+    with Preview("--port", "0", "--texts", "causes/en.po", "--error", "no route", "causes") as preview:
+        check("--error", True, "<p>no route</p>" in preview.ask("failed.htm")[2])
         show(preview.url + "whole.htm")
         tab_to("#badge")
         press(ENTER)
@@ -436,8 +438,11 @@ def check_changes(preview):
     check("mended", "badge", wait(BADGE, "badge"))
     edit("site/texts/en.po", 'msgstr "Gadgets"', 'msgstr "Gadgets')
     check("a mistake in texts", "badge error", wait(BADGE, "badge error"))
-    check("its place, and the texts as they were", ("texts/en.po", "Gadgets"),
-          (preview.report("devices.htm")["messages"][0]["file"], run(TITLE)))
+    message = preview.report("devices.htm")["messages"][0]
+    with open("site/texts/en.po", encoding="utf-8") as file:
+        line = file.read().split("\n").index('msgstr "Gadgets') + 1
+    check("its place, and the texts as they were", ("texts/en.po", line, "end-of-line within string", "Gadgets"),
+          (*(message[part] for part in ("file", "line", "text")), run(TITLE)))
     edit("site/texts/en.po", 'msgstr "Gadgets', 'msgstr "Gadgets"')
     wait(BADGE, "badge")
 
@@ -889,7 +894,9 @@ def check_hardships():
         os.rename("site", "away")
         preview.until("it is shown again when it is back.")
         status, _, text = preview.ask("overview.htm")
-        check("the folder is gone", (503, True), (status, "<h1>The folder is gone</h1>" in text))
+        check("the folder is gone", (503, True, True), (status, "<h1>The folder is gone</h1>" in text,
+                                                        "When it is back, this page shows it" in text))
+        check("nothing more is told", [], select.select([preview.process.stdout], [], [], 1)[0])
         os.rename("away", "site")
         preview.until("The folder is back.")
         check("the folder is back", 200, preview.ask("overview.htm")[0])
@@ -1004,9 +1011,7 @@ with tempfile.TemporaryDirectory() as folder, tempfile.TemporaryDirectory() as t
             check_stopped(endless)
         if not only:
             with_browser(lambda: check_alone(started), "--disable-blink-features=SharedWorker")
-    if not only or "check_site_file" in only:
-        check_site_file()
-    if not only:
-        check_hardships()
-        check_ends()
+    for step in (check_site_file, check_hardships, check_ends):
+        if not only or step.__name__ in only:
+            step()
 sys.exit(bool(failed))
