@@ -11,9 +11,9 @@ inherit cmake externalsrc
 EXTERNALSRC = "${THISDIR}/../.."
 
 # orvinterpreter-native has the programs: an image makes its text databases by orv-textdb.
-# nlohmann-json is in the layer meta-oe.
+# nlohmann-json is in the layer meta-oe; libxcrypt is for liborvhost, which the demo's program has.
 BBCLASSEXTEND = "native"
-DEPENDS:append:class-native = " sqlite3-native gettext-native nlohmann-json-native"
+DEPENDS:append:class-native = " sqlite3-native gettext-native nlohmann-json-native libxcrypt-native"
 EXTRA_OECMAKE:class-native = "-DORV_TESTS=OFF"
 
 EXTRA_OECMAKE = "-DCMAKE_BUILD_TYPE=MinSizeRel -DORV_TOOLS=OFF -DORV_TESTS=OFF"

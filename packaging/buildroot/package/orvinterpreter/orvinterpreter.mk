@@ -18,8 +18,8 @@ ORVINTERPRETER_CONF_OPTS = -DCMAKE_BUILD_TYPE=MinSizeRel -DORV_TOOLS=OFF -DORV_T
 # orv-textdb on the build machine, with which an image makes its text databases:
 #   $(HOST_DIR)/bin/orv-textdb build -o $(TARGET_DIR)/etc/htmltext_de.db de.po
 # A package that does so depends on host-orvinterpreter. The header of nlohmann's JSON
-# library is the build machine's own.
-HOST_ORVINTERPRETER_DEPENDENCIES = host-bison host-sqlite host-gettext
+# library is the build machine's own. What host-gettext stands for may lack libgettextpo.
+HOST_ORVINTERPRETER_DEPENDENCIES = host-bison host-sqlite host-gettext-gnu
 HOST_ORVINTERPRETER_CONF_OPTS = -DORV_TESTS=OFF -DORV_INSTALL=OFF
 HOST_ORVINTERPRETER_BUILD_OPTS = orv-textdb
 
