@@ -300,7 +300,7 @@ static void reportSkipped(Structure &self, Paths &paths, const std::vector<const
 
 static void noteMatch(Structure &self, Paths &paths, const Open *open, const Tag *end)
 {
-    acquit(suspectOf(self.faults, open->tag, "unclosed", "html-tag"), paths.page);
+    acquit(self.faults, open->tag, "unclosed", paths.page);
     const bool apart =
         !covers(open->when, paths.conditions) || !covers(paths.conditions, open->when);
     if (apart && std::ranges::find_if(self.crossings, [&](const Crossing &crossing) {
@@ -370,7 +370,7 @@ static bool closesSkipped(Structure &self, const Paths &paths, State *state, con
         reopened->reopened = true;
     state->top = open->outer;
     state->breaks = last->outer;
-    acquit(suspectOf(self.faults, open->tag, "unclosed", "html-tag"), paths.page);
+    acquit(self.faults, open->tag, "unclosed", paths.page);
     Suspect &suspect = suspectOf(self.faults, last->end, "crossing", "html-tag");
     suspect.text = "<" + string(last->end->closing ? "/" : "") + last->end->name +
                    "> stands where " + nameOfTag(*open->tag, last->end->place.tpl) +
@@ -391,7 +391,7 @@ static bool closeNothing(Structure &self, const Paths &paths, State *state, cons
     if (tag->name == "tbody" && findOpen(state->top, "table"))
         return false;
     if (isMeantFor(*tag, state->top)) {
-        acquit(suspectOf(self.faults, state->top->tag, "unclosed", "html-tag"), paths.page);
+        acquit(self.faults, state->top->tag, "unclosed", paths.page);
         Suspect &suspect = suspectOf(self.faults, tag, "stray", "html-tag");
         suspect.text = "</" + tag->name + "> does not close " +
                        nameOfTag(*state->top->tag, tag->place.tpl) + "; did you mean </" +
@@ -496,7 +496,7 @@ static void visitEnd(Structure &self, Paths &paths, const Tag *tag)
             continue;
         }
         noteMatch(self, paths, open, tag);
-        acquit(suspectOf(self.faults, tag, "stray", "html-tag"), paths.page);
+        acquit(self.faults, tag, "stray", paths.page);
         skipped.back() = closeTo(self, paths, state, open, tag);
         state->behindBody = state->behindBody || tag->name == "body" || tag->name == "html";
     }
@@ -569,33 +569,32 @@ static string misplaced(const State &state, const Tag &tag, const Open **with)
     const Template *reader = tag.place.tpl;
     *with = top;
     if (state.behindBody && !tag.is(IS_META) && tag.row)
-        return "<" + tag.name + "> stands behind </body>";
+        return "stands behind </body>";
     if (!top || top->foreign || !tag.row)
         return "";
-    const string name = "<" + tag.name + "> ";
     if (const Open *outer = forbiddenIn(top, tag)) {
         *with = outer;
-        return name + "cannot stand in " + inOpen(*outer, reader);
+        return "cannot stand in " + inOpen(*outer, reader);
     }
     const bool isKnown = top->implied || top->tag->row;
     const string_view parents = parentsOf(tag.name);
     if (!isKnown || top->name == "template" || top->name == "noscript")
         return "";
     if (!parents.empty() && !hasWord(parents, top->name))
-        return name + "must stand in " + listOfWords(parents) + ", not in " + inOpen(*top, reader);
+        return "must stand in " + listOfWords(parents) + ", not in " + inOpen(*top, reader);
     const string_view children = childrenOf(top->name);
     if (!children.empty() && !hasWord(children, tag.name) && !isHiddenField(tag))
-        return name + "cannot stand directly in " + inOpen(*top, reader) + ", which holds " +
+        return "cannot stand directly in " + inOpen(*top, reader) + ", which holds " +
                listOfWords(children);
     if (top->name == "head" && !tag.is(IS_META))
-        return name + "cannot stand in " + inOpen(*top, reader);
+        return "cannot stand in " + inOpen(*top, reader);
     while (isTransparent(top->name) && top->outer)
         top = top->outer;
     *with = top;
     const bool isBlock = tag.is(ENDS_P) || tag.name == "li";
     if (isBlock && !top->implied && top->tag->is(HOLDS_PHRASES) &&
         !(top->name == "p" && top == state.top))
-        return name + "cannot stand in " + inOpen(*top, reader) + ", which holds no blocks";
+        return "cannot stand in " + inOpen(*top, reader) + ", which holds no blocks";
     return "";
 }
 
@@ -633,15 +632,14 @@ static void reportMisplaced(Structure &self, Paths &paths, const Tag *tag)
         const string problem = misplaced(variant.state, *tag, &with);
         wrong.push_back(!problem.empty());
         if (!problem.empty() && text.empty()) {
-            text = problem;
+            text = "<" + tag->name + "> " + problem;
             inner = variant.state.top;
             reason = with;
         }
     }
     if (text.empty()) {
-        if (auto found = self.faults.suspects.find({tag, "misplaced"});
-            found != self.faults.suspects.end())
-            acquit(found->second, paths.page);
+        if (tag->place.tpl != paths.page || findSuspect(self.faults, tag, "misplaced"))
+            acquit(self.faults, tag, "misplaced", paths.page);
         return;
     }
     const string rule = tag->name + text.substr(0, text.find(" in "));
@@ -757,8 +755,8 @@ static void endPage(Structure &self, Paths &paths)
     }
     reportSkipped(self, paths, skipped, nullptr, {&page, {size, size}, nullptr});
     if (paths.crowded) // nothing is known for certain
-        for (auto &[key, suspect] : self.faults.suspects)
-            std::erase_if(suspect.faults,
+        for (Suspect *suspect : self.faults.ofPage)
+            std::erase_if(suspect->faults,
                           [&](const Fault &fault) { return fault.page == paths.page; });
     self.json.endPage(paths);
     self.facts.endPage(paths);
@@ -768,18 +766,15 @@ static void endPage(Structure &self, Paths &paths)
 static void joinStrays(Structure &self)
 {
     for (const Stray &stray : self.strays) {
-        const auto end = self.faults.suspects.find({stray.tag, "stray"});
-        const auto start = self.faults.suspects.find({stray.open, "unclosed"});
-        const bool areBoth = end != self.faults.suspects.end() && end->second.fine.empty() &&
-                             start != self.faults.suspects.end() && start->second.fine.empty() &&
-                             !start->second.faults.empty() && !start->second.dropped;
-        if (!areBoth)
+        Suspect *end = findSuspect(self.faults, stray.tag, "stray");
+        Suspect *start = findSuspect(self.faults, stray.open, "unclosed");
+        if (!end || !end->fine.empty() || !isGuilty(start) || start->dropped)
             continue;
-        start->second.dropped = true;
-        end->second.place = stray.tag->place;
-        end->second.text = "</" + stray.tag->name + "> does not close " +
-                           nameOfTag(*stray.open, stray.tag->place.tpl) + "; write </" +
-                           stray.open->name + ">, or add what is missing of the two";
+        start->dropped = true;
+        end->place = stray.tag->place;
+        end->text = "</" + stray.tag->name + "> does not close " +
+                    nameOfTag(*stray.open, stray.tag->place.tpl) + "; write </" + stray.open->name +
+                    ">, or add what is missing of the two";
     }
 }
 
@@ -820,6 +815,7 @@ void checkStructure(Report &all)
             continue;
         Paths paths(forest, self, &page);
         paths.many = modeOf(path) == Mode::DATA;
+        self.faults.ofPage.clear();
         self.json.beginPage(paths);
         self.facts.beginPage(paths);
         walkPage(paths, *flow);
@@ -829,6 +825,7 @@ void checkStructure(Report &all)
         self.misplaced.clear();
         self.shifted.clear();
     }
+    settle(self.faults);
     joinStrays(self);
     reportFaults(self.faults);
     self.facts.endSite();

@@ -279,16 +279,16 @@ void Facts::close(const Paths &paths, const Open &open)
                        (tag.name == "title" && !open.foreign);
     if (!needs || tag.unknown || isHidden(tag))
         return;
-    Suspect &suspect =
-        suspectOf(faults, &tag, "name", tag.name == "title" ? "html-document" : "html-name");
     if (open.named || says(tag, "aria-label") || says(tag, "title") ||
         tag.find("aria-labelledby") || paths.opaque) {
-        acquit(suspect, paths.page);
+        acquit(faults, &tag, "name", paths.page);
         return;
     }
     const char *what = tag.name == "a"        ? "this link has no text"
                        : tag.name == "button" ? "this button has no text"
                                               : "<title> is empty";
+    Suspect &suspect =
+        suspectOf(faults, &tag, "name", tag.name == "title" ? "html-document" : "html-name");
     suspect.faults.push_back(
         {paths.page, tag.place,
          string(what) + (tag.name == "title" ? ": browsers show the address in its place"
@@ -406,7 +406,6 @@ static void checkReference(Facts &facts, const Paths &paths, const IdReference &
     const bool isLink = attribute.name == "href";
     if (attribute.values[0].empty() && attribute.name != "for")
         return;
-    Suspect &suspect = suspectOf(facts.faults, reference.tag, attribute.name, "html-reference");
     for (const string &id : reference.ids) {
         const bool isSure = isKnown(id) && !paths.opaque && !isThere(facts, reference, id) &&
                             !isMadeByScript(facts, id) &&
@@ -415,6 +414,7 @@ static void checkReference(Facts &facts, const Paths &paths, const IdReference &
             continue;
         if (attribute.name == "for")
             facts.lostLabels.push_back(id);
+        Suspect &suspect = suspectOf(facts.faults, reference.tag, attribute.name, "html-reference");
         suspect.place = attribute.hasValue ? attribute.value : attribute.place;
         string text = isLink ? "#" + id + " leads to no place: no" : attribute.name + ": no";
         text.append(" element of this page has the id '").append(id).append("'");
@@ -424,7 +424,7 @@ static void checkReference(Facts &facts, const Paths &paths, const IdReference &
         suspect.faults.back().weak = isWeak(paths, suspect.tpl, reference.when);
         return;
     }
-    acquit(suspect, paths.page);
+    acquit(facts.faults, reference.tag, attribute.name, paths.page);
 }
 
 // Whether something names a field.
@@ -456,9 +456,9 @@ static bool hasLostLabel(const Facts &facts, const LabelledField &field)
 
 static void checkField(Facts &facts, const Paths &paths, const LabelledField &field)
 {
-    Suspect &suspect = suspectOf(facts.faults, field.tag, "label", "html-name");
     if (paths.opaque || isNamed(facts, field) || hasLostLabel(facts, field))
-        return acquit(suspect, paths.page);
+        return acquit(facts.faults, field.tag, "label", paths.page);
+    Suspect &suspect = suspectOf(facts.faults, field.tag, "label", "html-name");
     suspect.faults.push_back(
         {paths.page, inPage(field.chain, field.tag->place),
          "this <" + field.tag->name +
@@ -473,9 +473,9 @@ static void checkDocument(Facts &facts, const Paths &paths)
     if (!facts.html)
         return;
     const auto check = [&](const char *rule, bool fine, const char *text) {
-        Suspect &suspect = suspectOf(facts.faults, facts.html, rule, "html-document");
         if (fine)
-            return acquit(suspect, paths.page);
+            return acquit(facts.faults, facts.html, rule, paths.page);
+        Suspect &suspect = suspectOf(facts.faults, facts.html, rule, "html-document");
         suspect.faults.push_back({paths.page, inPage(facts.htmlChain, facts.html->place), text});
     };
     check("title", facts.hasSeen("title") || paths.opaque, "the page has no <title>");

@@ -6,15 +6,24 @@
 
 #include "structure.h"
 
+Suspect *findSuspect(Faults &faults, const Tag *tag, std::string_view rule)
+{
+    auto [at, end] = faults.byTag.equal_range(tag);
+    while (at != end && at->second->rule != rule)
+        ++at;
+    return at == end ? nullptr : at->second;
+}
+
 Suspect &suspectOf(Faults &faults, const Tag *tag, std::string_view rule, const char *kind)
 {
-    const auto [entry, isNew] = faults.suspects.try_emplace({tag, rule});
-    if (isNew) {
-        entry->second.tpl = tag->place.tpl;
-        entry->second.place = tag->place;
-        entry->second.kind = kind;
+    Suspect *suspect = findSuspect(faults, tag, rule);
+    if (!suspect) {
+        faults.suspects.push_back({tag, rule, tag->place.tpl, tag->place, kind});
+        suspect = &faults.suspects.back();
+        faults.byTag.emplace(tag, suspect);
     }
-    return entry->second;
+    faults.ofPage.push_back(suspect);
+    return *suspect;
 }
 
 Place inPage(const Chain *chain, const Place &place)
@@ -25,10 +34,18 @@ Place inPage(const Chain *chain, const Place &place)
     return at;
 }
 
-void acquit(Suspect &suspect, const Template *page)
+void acquit(Faults &faults, const Tag *tag, std::string_view rule, const Template *page)
 {
-    if (suspect.fine.empty() || suspect.fine.back() != page)
-        suspect.fine.push_back(page);
+    faults.acquittals.push_back({tag, rule, page});
+}
+
+void settle(Faults &faults)
+{
+    for (const auto &[tag, rule, page] : faults.acquittals) {
+        Suspect *suspect = findSuspect(faults, tag, rule);
+        if (suspect && (suspect->fine.empty() || suspect->fine.back() != page))
+            suspect->fine.push_back(page);
+    }
 }
 
 bool isWeak(const Paths &paths, const Template *tpl, const Outcomes &when)
@@ -64,21 +81,18 @@ static void reportSuspect(Faults &faults, Suspect &suspect)
     }
 }
 
-// Whether an element is never closed.
-static bool isUnclosed(const Faults &faults, const Tag *tag)
+bool isGuilty(const Suspect *suspect)
 {
-    const auto found = faults.suspects.find({tag, "unclosed"});
-    return found != faults.suspects.end() && found->second.fine.empty() &&
-           !found->second.faults.empty();
+    return suspect && suspect->fine.empty() && !suspect->faults.empty();
 }
 
 void reportFaults(Faults &faults)
 {
-    for (auto &[key, suspect] : faults.suspects)
+    for (Suspect &suspect : faults.suspects)
         suspect.dropped =
             suspect.dropped || std::ranges::any_of(suspect.because, [&](const Tag *tag) {
-                return tag && isUnclosed(faults, tag);
+                return tag && isGuilty(findSuspect(faults, tag, "unclosed"));
             });
-    for (auto &[key, suspect] : faults.suspects)
+    for (Suspect &suspect : faults.suspects)
         reportSuspect(faults, suspect);
 }

@@ -29,11 +29,12 @@ struct Reader {
 // Whether the state is within the value of a field's name.
 static bool isInName(const HtmlState &state)
 {
+    if (state.part != Part::VALUE || state.closing ||
+        string_view(state.word, state.wordLength) != "name")
+        return false;
     const string_view element = state.element;
-    const bool isField = element == "input" || element == "select" || element == "textarea" ||
-                         element == "button" || element.find('-') != string_view::npos;
-    return isField && state.part == Part::VALUE && !state.closing &&
-           string_view(state.word, state.wordLength) == "name";
+    return element == "input" || element == "select" || element == "textarea" ||
+           element == "button" || element.find('-') != string_view::npos;
 }
 
 // Notes who sends a name: a field or a link of a template.

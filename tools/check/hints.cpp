@@ -83,6 +83,8 @@ static constexpr Invisible invisibles[] = {
 
 const Invisible *invisibleAt(string_view text, size_t at)
 {
+    if (static_cast<unsigned char>(text[at]) < 0x80)
+        return nullptr;
     const auto *found =
         std::find_if(std::begin(invisibles), std::end(invisibles), [&](const Invisible &character) {
             return text.compare(at, strlen(character.bytes), character.bytes) == 0;

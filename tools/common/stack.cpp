@@ -1,6 +1,7 @@
 /* tools/common/stack.cpp */
 #include "tools/common/stack.h"
 
+#include <malloc.h>
 #include <pthread.h>
 #include <signal.h>
 
@@ -33,6 +34,9 @@ int runOnDeepStack(int (*work)(int, char **), int argc, char **argv)
     pthread_attr_t attributes;
     pthread_t thread;
     bool runs = false;
+#ifdef M_ARENA_MAX
+    mallopt(M_ARENA_MAX, 1); // another thread's own heap would grow by a call for each page
+#endif
     if (pthread_attr_init(&attributes) == 0) {
         runs = pthread_attr_setstacksize(&attributes, DEEP_STACK) == 0 &&
                pthread_create(&thread, &attributes, perform, &call) == 0;
