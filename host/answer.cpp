@@ -289,7 +289,7 @@ bool sendAnswer(Exchange &x)
         refuse(x, BROKEN);
         file = makePage(x);
     }
-    hostClose(x.host);
+    hostEndReading(x.host);
     if (hasPage && file < 0)
         return false;
     if (!x.location.empty())

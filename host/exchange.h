@@ -81,8 +81,8 @@ std::string scriptName(const std::string &page);
 /* Makes x the error page with that status. */
 void refuse(Exchange &x, int status);
 
-/* Sends the answer and closes the database. Returns false when it could not be made; nothing
- * is sent then. */
+/* Sends the answer, when the database is free again. Returns false when it could not be made;
+ * nothing is sent then. */
 bool sendAnswer(Exchange &x);
 
 /* Answers where there is no site to answer with, or no texts: by the site's error.html. Returns

@@ -408,6 +408,14 @@ int32_t hostSet(Host &host, Interpreter *interpreter, const char *name, const ch
     return result;
 }
 
+void hostEndReading(Host &host)
+{
+    if (host.db && !sqlite3_get_autocommit(host.db)) {
+        sqlite3_set_authorizer(host.db, nullptr, nullptr);
+        sqlite3_exec(host.db, "rollback", nullptr, nullptr, nullptr);
+    }
+}
+
 void hostClose(Host &host)
 {
     forgetAnswers(host);

@@ -108,6 +108,10 @@ Interpreter *hostInterpreter(Host &host);
  * Returns what Orv_Interpreter_SetVariable does; not 0: nothing is set. */
 int32_t hostSet(Host &host, Interpreter *interpreter, const char *name, const char *value);
 
+/* Ends the state that queries see: the database is free for whoever saves. Its interpreters may
+ * not run any more. */
+void hostEndReading(Host &host);
+
 /* Closes the database; its interpreters may not run any more. */
 void hostClose(Host &host);
 

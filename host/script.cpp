@@ -9,7 +9,7 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <unistd.h>
-#include <sstream>
+#include <algorithm>
 #include <string_view>
 #include <utility>
 
@@ -50,11 +50,12 @@ bool readScript(Host &host, const string &name, string &script)
     string text(common ? *common : "");
     if (!common && !hostReadFile(host, name.c_str(), text))
         return false;
-    std::istringstream lines(text);
-    for (string line; std::getline(lines, line);) {
+    for (string_view rest = text; !rest.empty();) {
+        string_view line = rest.substr(0, rest.find('\n'));
+        rest.remove_prefix(std::min(rest.size(), line.size() + 1));
         if (!line.starts_with(read))
-            script += line + '\n';
-        else if (!readScript(host, line.substr(read.size()), script))
+            script.append(line) += '\n';
+        else if (!readScript(host, string(line.substr(read.size())), script))
             return false;
     }
     return true;

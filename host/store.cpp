@@ -108,7 +108,6 @@ sqlite3 *storeOpen(const string &file, const string &sessionsFile)
     // A page is a process, and half of its instructions are SQLite's.
     sqlite3_config(SQLITE_CONFIG_SINGLETHREAD);
     sqlite3_config(SQLITE_CONFIG_MEMSTATUS, 0);
-    sqlite3_config(SQLITE_CONFIG_LOOKASIDE, 1200, 200);
     if (file.empty()) { // which stands for a temporary one
         complain("no database is named");
         return nullptr;
