@@ -115,6 +115,11 @@ void observe::matchBegins()
     match.depthBefore = scanner.depth;
 }
 
+bool observe::seesTokens()
+{
+    return observer && observer->token;
+}
+
 void observe::token(int token, const ArgElem *value)
 {
     if (observer && observer->token)
@@ -162,6 +167,11 @@ void observe::ended(const Cmd *cmd, int32_t result)
 {
     if (observer && observer->ended)
         observer->ended(observer->self, cmd, result);
+}
+
+int64_t observe::repeats(int64_t lower, int64_t upper)
+{
+    return observer && observer->repeats ? observer->repeats(observer->self, lower, upper) : upper;
 }
 
 void observe::piece(std::string_view piece)

@@ -27,8 +27,6 @@ namespace observe
 {
 #ifdef ORV_OBSERVED
 
-inline constexpr bool SEES_TOKENS = true; // each token is made, also of what needs none
-
 // A place in the template on top; all of it 0 or empty while none is open.
 struct Spot {
     const char *path; // borrowed, as it was pushed
@@ -84,6 +82,8 @@ struct Observer {
     bool (*keeps)(void *self, const Cmd *cmd);         // whether a command is not to be run
     void (*begins)(void *self, const Cmd *cmd);        // it is run
     void (*ended)(void *self, const Cmd *cmd, int32_t result); // EXEC_
+    // A repeat has its bounds. Returns the upper one that it goes by, the same or a lower one.
+    int64_t (*repeats)(void *self, int64_t lower, int64_t upper);
     // A piece of the page; "at" is where it stands if the scanner has just matched it.
     void (*piece)(void *self, std::string_view piece, size_t at);
     // A template sets a variable, or with index not null an element of the array
@@ -108,6 +108,7 @@ void closed(const char *path);
 void delivered(size_t bytes);
 void substituted(size_t placed, size_t fieldLength, size_t textLength);
 void matchBegins();
+bool seesTokens(); // then each is made, also of what needs none
 void token(int token, const ArgElem *value);
 void commented();
 bool unmatched();
@@ -116,6 +117,7 @@ void made(const Cmd *cmd);
 bool keeps(const Cmd *cmd);
 void begins(const Cmd *cmd);
 void ended(const Cmd *cmd, int32_t result);
+int64_t repeats(int64_t lower, int64_t upper);
 void piece(std::string_view piece);
 void assigned(const char *name, const char *index, const char *value, bool stored);
 void read(const char *name, const char *value);
@@ -133,8 +135,6 @@ template <typename... Values> void message(Message id, const char *form, Values.
 
 #else
 
-inline constexpr bool SEES_TOKENS = false;
-
 inline void opened(const char *)
 {
 }
@@ -149,6 +149,10 @@ inline void substituted(size_t, size_t, size_t)
 }
 inline void matchBegins()
 {
+}
+inline bool seesTokens()
+{
+    return false;
 }
 inline void token(int, const ArgElem *)
 {
@@ -175,6 +179,10 @@ inline void begins(const Cmd *)
 }
 inline void ended(const Cmd *, int32_t)
 {
+}
+inline int64_t repeats(int64_t, int64_t upper)
+{
+    return upper;
 }
 inline void piece(std::string_view)
 {

@@ -61,7 +61,8 @@ static void setBounds(const Cmd *cmd, const char *lowText, const char *upText, L
     doRepeat(lowText, upText, &lower, &upper);
     const auto *upperExcluded = static_cast<const int32_t *>(cmd->extra);
     loop->lower = static_cast<int64_t>(lower) + (cmd->id == ID_REPEATEXCL);
-    loop->upper = static_cast<int64_t>(upper) - (upperExcluded && *upperExcluded == 1);
+    const int64_t last = static_cast<int64_t>(upper) - (upperExcluded && *upperExcluded == 1);
+    loop->upper = observe::repeats(loop->lower, last);
 }
 
 static void query(const Cmd *cmd, const char *text, Loop *loop, Result *result)

@@ -55,7 +55,7 @@ static bool onlyPrints(const Arg *arg)
 
 int64_t silentUntil(const Arg *body, int32_t direct)
 {
-    if (!inpr->resuming || !direct || observe::SEES_TOKENS || logfileFd >= 0)
+    if (!inpr->resuming || !direct || observe::seesTokens() || logfileFd >= 0)
         return INT32_MIN;
     const int32_t level = inpr->loopTop + 1;
     if (level > inpr->pendingIncludes[inpr->pendingTop].bodies || !isOnTheWay(level) ||

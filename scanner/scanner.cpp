@@ -341,7 +341,7 @@ static int scanCommandStart()
         setLocation();
         return F_UNDEF;
     }
-    if (!observe::SEES_TOKENS && scanner.passesText &&
+    if (!observe::seesTokens() && scanner.passesText &&
         (command->tail == Tail::VARIABLE || command->tail == Tail::TEXT))
         if (const size_t whole = matchWhole(*command, length, &scanner.value)) {
             take(whole);
