@@ -308,6 +308,7 @@ TEST(TextDbTool, WarnsOfTextsThatBreakPages)
 TEST(TextDbTool, JudgesTranslationsByTheirSource)
 {
     const std::string take = ", which the source text has not: take it out";
+    const std::string takeAll = ", which the source text has not: take them out";
     const std::string tags = ": put the source text's tags around the same words";
     const std::string entity = ", which is no entity: ";
     const struct {
@@ -342,11 +343,11 @@ TEST(TextDbTool, JudgesTranslationsByTheirSource)
          "text-reference: has {1} in the place of {0}: write it as the source text does"},
         {"no value", "kein {x} Wert", "text-reference: has {x}" + take},
         {"<b>a</b> and <i>b</i>", "<i>b</i> und <b>a</b>", ""},
-        {"a <b>word</b>", "ein Wort",
-         "text-tags: lacks <b>" + tags + "|text-tags: lacks </b>" + tags},
+        {"a <b>word</b>", "ein Wort", "text-tags: lacks <b> and </b>" + tags},
         {"a <b>word</b>", "ein <b>Wort", "text-tags: lacks </b>" + tags},
-        {"a word", "ein <em>Wort</em>",
-         "text-tags: has <em>" + take + "|text-tags: has </em>" + take},
+        {"a word", "ein <em>Wort</em>", "text-tags: has <em> and </em>" + takeAll},
+        {"<i>a</i> word", "<b>a <em>b</b>",
+         "text-tags: has <b>, <em> and </b> in the place of <i> and </i>" + tags},
         {"a <b>word</b>", "ein </b>Wort<b>",
          "text-tags: has </b> where it closes nothing: put them in the source text's order"},
         {"<b>a <i>b</i></b>", "<b>a <i>b</b></i>",
@@ -382,7 +383,7 @@ TEST(TextDbTool, JudgesTranslationsByTheirSource)
          "text-control: has the character U+FFFD, which is what a lost one becomes: write it "
          "again"},
         {"a", "ä <b>&auml;</b>",
-         "text-tags: has <b>" + take + "|text-tags: has </b>" + take +
+         "text-tags: has <b> and </b>" + takeAll +
              "|text-length: has 3 characters, and 2 are the most: shorten it",
          "#, max-length:2\n"},
         {"Is it?", "Είναι;", ""},

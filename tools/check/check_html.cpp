@@ -219,6 +219,7 @@ static void putField(Follower &follower, const Template &tpl, const Field &field
         const auto text = language.texts.find(field.id);
         if (text == language.texts.end() || follower.state.part == Part::PLAIN ||
             !leavesPart(text->second.text, follower.state) ||
+            hasWrongTags(follower.all, language.path, std::max(text->second.line, 1U)) ||
             isLeftOut(flagsOf(follower.all.site, field.id, text->second), TEXT_BREAKS))
             continue;
         codes += (codes.empty() ? "" : ", ") + language.code;

@@ -21,12 +21,9 @@ void reportPlace(Report &all, Grade grade, const Place &place, const char *id, s
         reportAs(all, grade, *place.tpl, place.span, id, std::move(text), std::move(notes));
         return;
     }
-    const bool isTold = std::ranges::any_of(all.findings, [&](const Finding &finding) {
-        return finding.kind == findKind("text-tags") && finding.path == place.text->path &&
-               finding.line == place.text->line;
-    });
     const size_t before = all.findings.size();
-    if (isTold && string_view(id) == "html-tag")
+    const bool isOfTags = string_view(id) == "html-tag" || string_view(id) == "html-nesting";
+    if (isOfTags && hasWrongTags(all, place.text->path, place.text->line))
         return;
     reportLine(all, place.text->path, place.text->line, id, std::move(text));
     if (all.findings.size() == before)

@@ -85,6 +85,14 @@ void reportLine(Report &report, const string &path, uint32_t line, const char *i
                                {}});
 }
 
+bool hasWrongTags(const Report &all, const string &path, uint32_t line)
+{
+    static const Kind *const kind = findKind("text-tags");
+    return std::ranges::any_of(all.findings, [&](const Finding &finding) {
+        return finding.kind == kind && finding.line == line && finding.path == path;
+    });
+}
+
 Note noteAt(const Template &tpl, uint32_t offset, string text)
 {
     const LineColumn place = placeOf(tpl, offset);

@@ -37,6 +37,9 @@ void reportMistake(Report &report, const Template &tpl, const Mistake &mistake);
 void reportLine(Report &report, const std::string &path, uint32_t line, const char *id,
                 std::string text);
 
+/* Whether it is told already that a language's text has other tags than its source. */
+bool hasWrongTags(const Report &all, const std::string &path, uint32_t line);
+
 /* A note about a place in a template. */
 Note noteAt(const Template &tpl, uint32_t offset, std::string text);
 

@@ -350,6 +350,27 @@ static std::vector<string> attributesOf(const std::vector<Tag> &tags)
     return all;
 }
 
+// "<b>, <i> and <u>".
+static string listTags(const std::vector<string> &names)
+{
+    string list;
+    for (size_t i = 0; i < names.size(); ++i)
+        list += (i == 0 ? "<" : i + 1 < names.size() ? ", <" : " and <") + names[i] + ">";
+    return list;
+}
+
+// What is wrong where tags are missing, or there are others.
+static string otherTags(const std::vector<string> &lost, const std::vector<string> &added)
+{
+    if (added.empty())
+        return "lacks " + listTags(lost) + ": put the source text's tags around the same words";
+    if (lost.empty())
+        return "has " + listTags(added) + ", which the source text has not: take " +
+               (added.size() == 1 ? "it" : "them") + " out";
+    return "has " + listTags(added) + " in the place of " + listTags(lost) +
+           ": put the source text's tags around the same words";
+}
+
 static void judgeTags(Judgement *judgement)
 {
     if (!judgement->source)
@@ -366,13 +387,10 @@ static void judgeTags(Judgement *judgement)
     }
     const std::vector<string> lost = without(namesOf(wanted), namesOf(had));
     const std::vector<string> added = without(namesOf(had), namesOf(wanted));
-    for (const string &name : lost)
-        add(judgement, TEXT_TAGS,
-            "lacks <" + name + ">: put the source text's tags around the same words");
-    for (const string &name : added)
-        add(judgement, TEXT_TAGS, "has <" + name + ">, which the source text has not: take it out");
-    if (!lost.empty() || !added.empty())
+    if (!lost.empty() || !added.empty()) {
+        add(judgement, TEXT_TAGS, otherTags(lost, added));
         return;
+    }
     const string order = wrongOrder(had);
     if (wrongOrder(wanted).empty() ? !order.empty() : namesOf(wanted) != namesOf(had))
         add(judgement, TEXT_TAGS,
