@@ -211,7 +211,8 @@ try:
         equal((got, [action["diagnostics"] for action in actions]),
               (mended, [found[:1]] if mended else []))
         has(ask("textDocument/hover", textDocument={"uri": page}, position=found[0]["range"]["start"])
-            ["result"]["contents"]["value"], "**" + found[0]["code"] + "**: ")
+            ["result"]["contents"]["value"].replace("\\", ""),
+            "**" + found[0]["code"] + "**: " + (found[0]["message"] if found[0]["code"] == "syntax" else ""))
 
     # Texts and the schema are read again when they have changed.
     german = os.path.join(root, "texts", "de.po")

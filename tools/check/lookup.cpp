@@ -230,12 +230,12 @@ static string describeMention(Site &site, const Mention &mention)
     }
 }
 
-// Text for Markdown, in which a "<" would begin a tag.
+// Text for Markdown, in which a "<" would begin a tag, and quotes and signs would go.
 static string asMarkdown(string_view text)
 {
     string out;
     for (const char c : text) {
-        if (c == '<')
+        if (string_view("<`*_[\\").find(c) != string_view::npos)
             out += '\\';
         out += c;
     }
@@ -245,6 +245,12 @@ static string asMarkdown(string_view text)
 string describeKind(const Kind &kind)
 {
     return "**" + string(kind.id) + "**: " + asMarkdown(kind.explanation);
+}
+
+string describeFinding(const Finding &finding)
+{
+    const string_view id = finding.kind->id;
+    return id == "syntax" ? "**syntax**: " + asMarkdown(finding.text) : describeKind(*finding.kind);
 }
 
 static string describeText(const Site &site, const string &id)

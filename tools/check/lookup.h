@@ -35,6 +35,10 @@ const char *describeCommand(uint32_t id);
 /* What a kind of finding is, in Markdown. */
 std::string describeKind(const Kind &kind);
 
+/* What there is to say of a finding: what its kind is, and of a mistake of the syntax, which are of
+ * many sorts, how this one is mended. */
+std::string describeFinding(const Finding &finding);
+
 /* What a reader wants to know about it, in Markdown; empty for nothing. */
 std::string hoverText(Site &site, const Found &found);
 

@@ -432,10 +432,10 @@ static Json hover(Server &server, const Json &parameters)
 {
     const Request about = readRequest(server, parameters);
     string text = about.site ? hoverText(*about.site, findAt(about)) : "";
-    std::set<const Kind *> kinds;
+    std::set<string> told;
     for (const Finding *finding : findingsIn(about, {about.offset, about.offset}))
-        if (kinds.insert(finding->kind).second)
-            text += (text.empty() ? "" : "\n\n") + describeKind(*finding->kind);
+        if (const string more = describeFinding(*finding); told.insert(more).second)
+            text += (text.empty() ? "" : "\n\n") + more;
     if (text.empty())
         return nullptr;
     return {{"contents", {{"kind", "markdown"}, {"value", text}}}};
