@@ -1,7 +1,7 @@
 #!/usr/bin/python3
 """tests/web/trouble.py ZARN - the web program where clocks jump and calls fail. Runs under
 scripts/serve.sh for its data; the program answers without the web server."""
-import collections, concurrent.futures, contextlib, fcntl, os, sqlite3, subprocess, sys, tempfile
+import collections, concurrent.futures, contextlib, fcntl, os, shutil, sqlite3, subprocess, sys, tempfile
 from visitor import *
 
 ZARN = sys.argv[1]
@@ -230,7 +230,8 @@ def check_versions(work):
     check("a newer one", (500, True), (lambda a: (a[0], "of version 77, of a newer program" in a[1]))(start()))
     # What is missing or locked: a page in the site's look all the same, in a language that is there.
     root = work + "/texts"
-    subprocess.run(f"mkdir -p {root}/etc; cp {os.path.dirname(DB)}/root/etc/htmltext_de.db {root}/etc", shell=True, check=True)
+    os.makedirs(root + "/etc")
+    shutil.copy(os.path.join(os.path.dirname(DB), "root", "etc", "htmltext_de.db"), root + "/etc")
     with contextlib.closing(sqlite3.connect(work + "/locked", isolation_level=None)) as locked:
         locked.execute("begin exclusive")
         for what, env, status, said in (
