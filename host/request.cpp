@@ -4,25 +4,10 @@
 #include <algorithm>
 
 #include "encoding.h"
+#include "ascii.h"
 
 using std::string;
 using std::string_view;
-
-// Not those of the C library: they ask the locale.
-static bool isDigit(char c)
-{
-    return c >= '0' && c <= '9';
-}
-
-static bool isLetter(char c)
-{
-    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
-}
-
-static char toSmall(char c)
-{
-    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-}
 
 // Cuts text in front of the first end, or takes all of it. Text becomes the rest
 // behind that end.

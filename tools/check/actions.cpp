@@ -10,6 +10,7 @@
 #include "hints.h"
 #include "lookup.h"
 #include "report.h"
+#include "host/ascii.h"
 
 using std::string;
 using std::string_view;

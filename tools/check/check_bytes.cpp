@@ -1,11 +1,11 @@
 /* tools/check/check_bytes.cpp - rules about the bytes of templates: pages are UTF-8, as the
  * texts of all languages are. */
-#include <ctype.h>
 
 #include <algorithm>
 #include <filesystem>
 
 #include "report.h"
+#include "host/ascii.h"
 
 using std::string;
 using std::string_view;
@@ -57,11 +57,9 @@ static Span charsetOf(const string &source)
     return {};
 }
 
-static bool isUtf8Name(string name)
+static bool isUtf8Name(string_view written)
 {
-    std::ranges::transform(name, name.begin(), [](char c) {
-        return static_cast<char>(tolower(static_cast<unsigned char>(c)));
-    });
+    const string name = lowered(written);
     return name == "utf-8" || name == "utf8";
 }
 

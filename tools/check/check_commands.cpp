@@ -12,6 +12,7 @@
 #include "hints.h"
 #include "report.h"
 #include "schema.h"
+#include "host/ascii.h"
 #include "tools/common/placed.h"
 #include "tools/common/translation.h"
 
@@ -149,7 +150,7 @@ static bool isDigitsMistake(const Visit &visit, const Element &element)
                       hasColumn(rowsOf(visit.all.site, *visit.levels[level]), value.column);
     const char next =
         element.span.end < visit.tpl.source.size() ? visit.tpl.source[element.span.end] : ' ';
-    const bool goesOn = isalpha(static_cast<unsigned char>(next)) || (next & 0x80);
+    const bool goesOn = isLetter(next) || (next & 0x80);
     return !fits || goesOn;
 }
 
@@ -158,10 +159,9 @@ static string_view wordOfValue(const Visit &visit, const Element &element)
 {
     const string_view source = visit.tpl.source;
     uint32_t end = element.span.end;
-    while (end < source.size() && isalnum(static_cast<unsigned char>(source[end])))
+    while (end < source.size() && isLetterOrDigit(source[end]))
         ++end;
-    const bool isWord =
-        isalpha(static_cast<unsigned char>(element.text[0])) && end > element.span.end;
+    const bool isWord = isLetter(element.text[0]) && end > element.span.end;
     return isWord ? source.substr(element.span.at + 1, end - element.span.at - 1) : string_view();
 }
 
@@ -245,8 +245,7 @@ static void checkValue(Visit &visit, const Element &element)
     }
     if (level >= visit.levels.size()) {
         string hint = suggestion(visit, value);
-        if (element.text.size() == 2 && isdigit(static_cast<unsigned char>(element.text[1])) &&
-            levelWith(visit, 1) == 0) {
+        if (element.text.size() == 2 && isDigit(element.text[1]) && levelWith(visit, 1) == 0) {
             const int column = std::stoi(element.text);
             if (column >= 10 && column <= ORV_MAX_COLUMNS)
                 hint = string("; column ") + element.text + " is $" +
@@ -447,10 +446,9 @@ static string_view quotedParameter(string_view inner)
         inner.remove_prefix(1);
     if (inner.ends_with("%"))
         inner.remove_suffix(1);
-    const bool isName =
-        inner.size() > 1 && inner[0] == ':' && isalpha(static_cast<unsigned char>(inner[1])) &&
-        std::all_of(inner.begin() + 1, inner.end(),
-                    [](char c) { return isalnum(static_cast<unsigned char>(c)) || c == '_'; });
+    const bool isName = inner.size() > 1 && inner[0] == ':' && isLetter(inner[1]) &&
+                        std::all_of(inner.begin() + 1, inner.end(),
+                                    [](char c) { return isLetterOrDigit(c) || c == '_'; });
     return isName ? inner : string_view();
 }
 
@@ -705,8 +703,7 @@ static void checkSetIndex(const Visit &visit, const Command &command)
     const auto &elements = command.args[0].elements;
     for (size_t i = 1; i < elements.size(); ++i) {
         const string &text = elements[i].text;
-        const bool isSum = text.size() > 1 && strchr("+-*/", text[0]) &&
-                           isdigit(static_cast<unsigned char>(text[1]));
+        const bool isSum = text.size() > 1 && strchr("+-*/", text[0]) && isDigit(text[1]);
         if (elements[i - 1].type != ELEM_TEXT && elements[i].type == ELEM_TEXT && isSum)
             report(visit.all, visit.tpl, elements[i].span, "variable-index",
                    "an index is no sum: '" + excerpt(text) +
@@ -791,7 +788,7 @@ static void checkPageText(Report &all, const Template &tpl, Span span)
     const string_view text = string_view(tpl.source).substr(0, span.end);
     for (size_t at = span.at; (at = text.find(begin, at)) != string_view::npos;) {
         size_t end = at + begin.size();
-        while (end < text.size() && isalnum(static_cast<unsigned char>(text[end])))
+        while (end < text.size() && isLetterOrDigit(text[end]))
             ++end;
         const size_t close = end < text.size() && text[end] == '[' ? text.find(']', end) : 0;
         if (close != string_view::npos && close > end && close - end < 40)

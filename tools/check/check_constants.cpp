@@ -8,6 +8,7 @@
 #include "hints.h"
 #include "report.h"
 #include "walk.h"
+#include "host/ascii.h"
 
 using std::string;
 using std::string_view;

@@ -1,6 +1,5 @@
 /* tools/check/check_names.cpp - what was meant as a variable or a text and is none: other
  * languages' forms, letters and signs that a name has not, characters that nobody sees. */
-#include <ctype.h>
 #include <string.h>
 
 #include <algorithm>
@@ -9,6 +8,7 @@
 #include "report.h"
 #include "tools/common/output.h"
 #include "walk.h"
+#include "host/ascii.h"
 
 using std::string;
 using std::string_view;
@@ -38,7 +38,7 @@ static constexpr Foreign foreignForms[] = {
 
 static bool isNameByte(char c)
 {
-    return isalnum(static_cast<unsigned char>(c));
+    return isLetterOrDigit(c);
 }
 
 static string_view nameAt(string_view text, size_t at)

@@ -1,6 +1,5 @@
 /* tools/check/check_site.cpp - rules about the site as a whole: includes, variables,
  * texts. */
-#include <ctype.h>
 #include <string.h>
 
 #include <algorithm>
@@ -8,6 +7,7 @@
 
 #include "grammar/commands.h"
 #include "report.h"
+#include "host/ascii.h"
 #include "tools/common/hardcoded.h"
 #include "tools/common/output.h"
 #include "tools/common/po.h"
@@ -181,8 +181,7 @@ static string behindName(const VariableUse &use)
     size_t end = use.span.end;
     if (end >= source.size() || !strchr("_-.", source[end]) || source[use.span.end - 1] == ']')
         return "";
-    while (end < source.size() &&
-           (isalnum(static_cast<unsigned char>(source[end])) || strchr("_-", source[end])))
+    while (end < source.size() && (isLetterOrDigit(source[end]) || strchr("_-", source[end])))
         ++end;
     return string(source.substr(use.span.end, end - use.span.end));
 }

@@ -2,7 +2,6 @@
  * rules are asked in turn, and the first that the place is for answers, with nothing, too. */
 #include "complete.h"
 
-#include <ctype.h>
 #include <string.h>
 
 #include <algorithm>
@@ -13,6 +12,7 @@
 #include "lookup.h"
 #include "schema.h"
 #include "typing.h"
+#include "host/ascii.h"
 
 using std::string;
 using std::string_view;
@@ -36,17 +36,17 @@ using Rule = bool (*)(const Place &place, Completions *all);
 } // namespace
 
 // The text in front of the place behind the last byte that is not of those.
-static string_view tailOf(string_view before, bool (*isOf)(unsigned char))
+static string_view tailOf(string_view before, bool (*isOf)(char))
 {
     size_t begin = before.size();
-    while (begin > 0 && isOf(static_cast<unsigned char>(before[begin - 1])))
+    while (begin > 0 && isOf(before[begin - 1]))
         --begin;
     return before.substr(begin);
 }
 
-static bool isNameByte(unsigned char c)
+static bool isNameByte(char c)
 {
-    return isalnum(c) != 0;
+    return isLetterOrDigit(c);
 }
 
 static string_view without(string_view text, size_t tail)
@@ -58,8 +58,7 @@ static string_view without(string_view text, size_t tail)
 
 static bool completeTexts(const Place &place, Completions *all)
 {
-    const string_view id =
-        tailOf(place.before, [](unsigned char c) { return isFieldByte(static_cast<char>(c)); });
+    const string_view id = tailOf(place.before, isFieldByte);
     if (!without(place.before, id.size()).ends_with("{?"))
         return false;
     std::map<string, string> ids;
@@ -83,8 +82,7 @@ static bool completeKinds(const Place &place, Completions *all)
     const size_t at = comment.find(key);
     if (at == string_view::npos || comment.find(':', at + key.size()) != string_view::npos)
         return true; // behind the kinds comes the reason
-    const string_view word =
-        tailOf(comment, [](unsigned char c) { return isalnum(c) || c == '-'; });
+    const string_view word = tailOf(comment, [](char c) { return isLetterOrDigit(c) || c == '-'; });
     all->begin = static_cast<uint32_t>(place.before.size() - word.size());
     for (const Kind &kind : allKinds())
         all->list.push_back({kind.id, kind.explanation, CompletionKind::KEYWORD});
@@ -192,7 +190,7 @@ static void addValues(const Place &place, Completions *all)
 static bool completeReference(const Place &place, Completions *all)
 {
     const string_view word =
-        tailOf(place.before, [](unsigned char c) { return isalnum(c) || c == ':'; });
+        tailOf(place.before, [](char c) { return isLetterOrDigit(c) || c == ':'; });
     const string_view front = without(place.before, word.size());
     const size_t dollars = front.size() - (front.find_last_not_of('$') + 1);
     if (!place.command() || dollars % 2 == 0) // two are one sign of text

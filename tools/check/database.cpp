@@ -1,6 +1,5 @@
 /* tools/check/database.cpp - opens the databases that answer a site's queries. Each is a file,
  * which is only read, or what a script makes in memory. */
-#include <ctype.h>
 #include <errno.h>
 #include <limits.h>
 #include <sqlite3.h>
@@ -11,6 +10,7 @@
 
 #include "host/encoding.h"
 #include "sql.h"
+#include "host/ascii.h"
 #include "tools/common/files.h"
 
 using std::string;
@@ -199,12 +199,8 @@ std::unique_ptr<Database> openDatabases(const std::vector<SiteDatabase> &databas
     }
     addFunctions(opened->db, functions);
     tellArguments(opened->db);
-    for (const SiteFunction &function : functions) {
-        string name = function.name; // SQLite shows names in small letters
-        std::transform(name.begin(), name.end(), name.begin(),
-                       [](unsigned char c) { return tolower(c); });
-        if (function.givesNumbers)
-            opened->known.numberFunctions.insert(std::move(name));
-    }
+    for (const SiteFunction &function : functions)
+        if (function.givesNumbers) // SQLite shows names in small letters
+            opened->known.numberFunctions.insert(lowered(function.name));
     return opened;
 }

@@ -2,8 +2,8 @@
 #include "facts.h"
 
 #include <algorithm>
-#include <cctype>
 
+#include "host/ascii.h"
 #include "tools/common/files.h"
 
 using std::string;
@@ -165,11 +165,11 @@ static void noteReference(Facts &facts, Paths &paths, const Tag &tag, const Attr
 static void noteFragment(Facts &facts, Paths &paths, const Tag &tag, const Attribute &attribute)
 {
     const string &value = attribute.values[0];
-    const bool isPlace = value.size() > 1 && value[0] == '#' && value != "#top" &&
-                         std::ranges::all_of(value.substr(1), [](char c) {
-                             return isalnum(static_cast<unsigned char>(c)) || c == '-' ||
-                                    c == '_' || c == '.' || c == ':' || (c & 0x80);
-                         });
+    const bool isPlace =
+        value.size() > 1 && value[0] == '#' && value != "#top" &&
+        std::ranges::all_of(value.substr(1), [](char c) {
+            return isLetterOrDigit(c) || c == '-' || c == '_' || c == '.' || c == ':' || (c & 0x80);
+        });
     if (isPlace && attribute.values.size() == 1)
         facts.references.push_back(
             {&tag, &attribute, {value.substr(1)}, whenOf(paths, attribute), paths.chain});
@@ -372,11 +372,10 @@ static bool isMadeByScript(Facts &facts, string_view id)
     const string_view scripts = scriptsOf(facts);
     for (size_t at = 0; (at = scripts.find(id, at)) != string_view::npos; ++at) {
         size_t begin = at;
-        while (begin > 0 && at - begin < 8 &&
-               !isalnum(static_cast<unsigned char>(scripts[begin - 1])))
+        while (begin > 0 && at - begin < 8 && !isLetterOrDigit(scripts[begin - 1]))
             --begin;
         const bool isId = begin >= 2 && begin < at && scripts.substr(begin - 2, 2) == "id" &&
-                          (begin == 2 || !isalnum(static_cast<unsigned char>(scripts[begin - 3])));
+                          (begin == 2 || !isLetterOrDigit(scripts[begin - 3]));
         if (isId)
             return true;
     }

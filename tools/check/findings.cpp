@@ -10,6 +10,7 @@
 #include <set>
 #include <tuple>
 
+#include "host/encoding.h"
 #include "tools/common/json.h"
 
 using std::string;
@@ -86,27 +87,9 @@ static string printJson(const std::vector<Finding> &findings)
     return writeJson(whole, 1) + "\n";
 }
 
-// A path as a URI reference: what is no letter, digit or harmless sign is encoded.
-static string uriOf(const string &path)
-{
-    static constexpr char digits[] = "0123456789ABCDEF";
-    string uri;
-    for (const char c : path) {
-        const auto byte = static_cast<unsigned char>(c);
-        if (isalnum(byte) || string_view("/._-~").find(c) != string_view::npos) {
-            uri += c;
-        } else {
-            uri += '%';
-            uri += digits[byte >> 4];
-            uri += digits[byte & 15];
-        }
-    }
-    return uri;
-}
-
 static Json sarifPlace(const string &path, uint32_t line, uint32_t column)
 {
-    return {{"artifactLocation", {{"uri", uriOf(path)}}},
+    return {{"artifactLocation", {{"uri", encodePercent(path, "/._-~")}}},
             {"region", {{"startLine", line}, {"startColumn", column}}}};
 }
 

@@ -1,12 +1,12 @@
 /* tools/check/forms.cpp - the names that the forms and links of a template send, which
  * become variables. */
-#include <ctype.h>
 #include <string.h>
 
 #include <algorithm>
 
 #include "assemble.h"
 #include "grammar/commands.h"
+#include "host/ascii.h"
 #include "tools/common/html.h"
 
 using std::string;
@@ -156,7 +156,7 @@ static void collectLinkNames(Site *site, const Template &tpl)
     const string_view source = tpl.source;
     for (size_t at = 0; (at = source.find('=', at + 1)) != string_view::npos;) {
         size_t begin = at;
-        while (begin > 0 && isalnum(static_cast<unsigned char>(source[begin - 1])))
+        while (begin > 0 && isLetterOrDigit(source[begin - 1]))
             --begin;
         if (begin == 0 || begin == at)
             continue;

@@ -2,7 +2,6 @@
  * otherwise, keywords that are nearly right, and characters that nobody sees. */
 #include "hints.h"
 
-#include <ctype.h>
 #include <string.h>
 
 #include <algorithm>
@@ -11,6 +10,7 @@
 
 #include "findings.h"
 #include "grammar/commands.h"
+#include "host/ascii.h"
 
 using std::string;
 using std::string_view;
@@ -40,19 +40,11 @@ bool isKeyword(string_view word)
     return std::binary_search(keywords().begin(), keywords().end(), word);
 }
 
-string lowered(string_view text)
-{
-    string copy(text);
-    for (char &c : copy)
-        c = static_cast<char>(tolower(static_cast<unsigned char>(c)));
-    return copy;
-}
-
 string_view wordAt(string_view source, size_t at)
 {
     size_t end = at;
-    while (end < source.size() && (isalnum(static_cast<unsigned char>(source[end])) ||
-                                   source[end] == '_' || source[end] == '-'))
+    while (end < source.size() &&
+           (isLetterOrDigit(source[end]) || source[end] == '_' || source[end] == '-'))
         ++end;
     return source.substr(std::min(at, source.size()), end - at);
 }
@@ -178,7 +170,7 @@ static Hint hintIf(string_view source, size_t at, string_view next)
         return {"keywords are written in lower case: if " + low, replace(behind, next.size(), low)};
     for (const auto &[sign, word] : comparisons) {
         const size_t length = strlen(sign);
-        const bool isWord = isalpha(static_cast<unsigned char>(*sign));
+        const bool isWord = isLetter(*sign);
         const bool inFront = isWord ? low == sign : source.compare(behind, length, sign) == 0;
         const string spaced = string(" ") + sign + " ";
         const size_t between = source.substr(0, end).find(spaced, at);
@@ -224,9 +216,8 @@ static Hint hintBehind(string_view source, size_t end, string_view word, string_
             return {text + ", without a blank behind var:", {}};
         const string_view name = wordAt(source, at);
         const size_t behind = at + name.size();
-        const bool isName = !name.empty() && std::all_of(name.begin(), name.end(), [](char c) {
-            return isalnum(static_cast<unsigned char>(c));
-        });
+        const bool isName = !name.empty() && std::all_of(name.begin(), name.end(),
+                                                         [](char c) { return isLetterOrDigit(c); });
         if (isName && source.compare(behind, 1, ":") != 0)
             return {text, replace(at, 0, "var:")};
         return {text, {}};

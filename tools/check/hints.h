@@ -29,9 +29,6 @@ bool isKeyword(std::string_view word);
 std::string_view wordAt(std::string_view source, size_t at);
 size_t passBlanks(std::string_view source, size_t at);
 
-/* A copy in small letters. */
-std::string lowered(std::string_view text);
-
 // A character that nobody sees, or that looks like a blank and is none.
 struct Invisible {
     const char *bytes; // in UTF-8

@@ -2,13 +2,13 @@
  * none, and which values it cannot hold. */
 #include "json_pages.h"
 
-#include <ctype.h>
 #include <string.h>
 
 #include <algorithm>
 
 #include "grammar/commands.h"
 #include "tags.h"
+#include "host/ascii.h"
 
 using std::string;
 using std::string_view;
@@ -44,11 +44,6 @@ struct Scan {
     bool atComma = false; // the mistake is the last comma
 };
 } // namespace
-
-static bool isBlank(char c)
-{
-    return c == ' ' || c == '\t' || c == '\n' || c == '\r';
-}
 
 static bool isIn(const State &state, char list)
 {
@@ -91,7 +86,7 @@ static void readMistake(Scan &scan, char c, string_view wanted)
         fail(scan, "JSON has no comments");
     else if (c == '\'' || c == '`')
         fail(scan, "names and texts of JSON stand in double quotes");
-    else if (isalnum(static_cast<unsigned char>(c)) || c == '_' || c == '$')
+    else if (isLetterOrDigit(c) || c == '_' || c == '$')
         fail(scan, scan.state.json == KEY || scan.state.json == FIRST_KEY
                        ? "names of JSON stand in double quotes"
                        : string(wanted) + " is missing here");
@@ -104,7 +99,7 @@ static bool isNumber(string_view word)
     size_t at = word.starts_with('-') ? 1 : 0;
     const auto digits = [&] {
         const size_t begin = at;
-        while (at < word.size() && isdigit(static_cast<unsigned char>(word[at])))
+        while (at < word.size() && isDigit(word[at]))
             ++at;
         return at - begin;
     };
@@ -154,8 +149,7 @@ static void readValue(Scan &scan, char c)
         fail(scan, "no comma may stand in front of ]");
         scan.atComma = true;
         closeList(scan, c); // as it was meant
-    } else if (isalnum(static_cast<unsigned char>(c)) || c == '-' || c == '+' || c == '.' ||
-               c == '_')
+    } else if (isLetterOrDigit(c) || c == '-' || c == '+' || c == '.' || c == '_')
         readWord(scan);
     else
         readMistake(scan, c, "a value");
@@ -187,8 +181,7 @@ static void readAfter(Scan &scan, char c)
         closeList(scan, c);
     } else if (!scan.state.list) {
         fail(scan, "the document has ended; this stands behind it");
-    } else if (c == '"' || c == '{' || c == '[' || isalnum(static_cast<unsigned char>(c)) ||
-               c == '-') {
+    } else if (c == '"' || c == '{' || c == '[' || isLetterOrDigit(c) || c == '-') {
         fail(scan, "a comma is missing in front of this");
         scan.state.json = isIn(scan.state, '{') ? KEY : VALUE;
         if (scan.state.json == KEY)
@@ -233,7 +226,7 @@ static void readByte(Scan &scan, char c)
     default:
         break;
     }
-    if (scan.state.json == WORD && !(isalnum(static_cast<unsigned char>(c)) || strchr("+-.", c)))
+    if (scan.state.json == WORD && !(isLetterOrDigit(c) || strchr("+-.", c)))
         scan.state.json = AFTER;
     if (isBlank(c))
         return;

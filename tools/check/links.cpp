@@ -1,9 +1,9 @@
 /* tools/check/links.cpp - where links, forms, images and scripts of a page lead to. */
 #include <algorithm>
-#include <cctype>
 #include <filesystem>
 
 #include "facts.h"
+#include "host/ascii.h"
 #include "tools/common/sitefile.h"
 
 using std::string;
@@ -44,9 +44,8 @@ static string decoded(string_view path)
 {
     string text;
     for (size_t i = 0; i < path.size(); ++i) {
-        const bool isCode = path[i] == '%' && i + 2 < path.size() &&
-                            isxdigit(static_cast<unsigned char>(path[i + 1])) &&
-                            isxdigit(static_cast<unsigned char>(path[i + 2]));
+        const bool isCode = path[i] == '%' && i + 2 < path.size() && isHexDigit(path[i + 1]) &&
+                            isHexDigit(path[i + 2]);
         text += isCode
                     ? static_cast<char>(strtol(string(path.substr(i + 1, 2)).c_str(), nullptr, 16))
                     : path[i];

@@ -5,7 +5,6 @@
  * server goes on; a stream that has lost its frame ends it. */
 #include "lsp.h"
 
-#include <ctype.h>
 #include <limits.h>
 #include <poll.h>
 #include <stdio.h>
@@ -22,6 +21,7 @@
 #include "host/encoding.h"
 #include "lookup.h"
 #include "report.h"
+#include "host/ascii.h"
 #include "tools/common/files.h"
 #include "tools/common/json.h"
 
@@ -107,9 +107,7 @@ static bool inputWaits(const Server &server)
 // The length that a message's header tells; none when it tells no sound one.
 static bool readLength(string_view header, size_t *length)
 {
-    string lower(header);
-    for (char &c : lower)
-        c = static_cast<char>(tolower(static_cast<unsigned char>(c)));
+    const string lower = lowered(header);
     const size_t at = lower.find("content-length:");
     if (at == string::npos)
         return false;

@@ -3,7 +3,6 @@
  * that may mend it is tried by reading the template with it. */
 #include "mend.h"
 
-#include <ctype.h>
 #include <string.h>
 
 #include <algorithm>
@@ -11,6 +10,7 @@
 
 #include "grammar/commands.h"
 #include "hints.h"
+#include "host/ascii.h"
 #include "tools/common/advice.h"
 
 using std::string;
@@ -65,11 +65,6 @@ static std::unique_ptr<Template> readWith(const Mender &mender, std::span<const 
     else
         readEdited(tpl.get(), mender.path, mender.file, std::move(edits), false);
     return tpl;
-}
-
-static bool isBlank(char c)
-{
-    return c == ' ' || c == '\t' || c == '\r' || c == '\n';
 }
 
 static bool isQuote(char c)
@@ -648,8 +643,8 @@ static bool mendName(Mender *mender, const Begun &begun)
     const string name = tpl.source.substr(colon + 1, at - colon - 1);
     size_t end = at;
     while (end < tpl.source.size() &&
-           (isalnum(static_cast<unsigned char>(tpl.source[end])) ||
-            strchr("_-.:+/", tpl.source[end]) || (tpl.source[end] & 0x80)))
+           (isLetterOrDigit(tpl.source[end]) || strchr("_-.:+/", tpl.source[end]) ||
+            (tpl.source[end] & 0x80)))
         ++end;
     const string whole = tpl.source.substr(colon + 1, end - colon - 1);
     mender->mistakes.push_back(mistakeAt(
@@ -658,7 +653,7 @@ static bool mendName(Mender *mender, const Begun &begun)
                     : "names have letters and digits: this sets " + name + ", not " + whole));
     string joined;
     for (const char c : whole)
-        if (isalnum(static_cast<unsigned char>(c)))
+        if (isLetterOrDigit(c))
             joined += c;
     const auto from = static_cast<uint32_t>(colon) + 1;
     settle(mender, begun,
@@ -708,8 +703,8 @@ static std::vector<Trial> beginTrials(const Template &tpl, uint32_t end)
     for (size_t at = from; at < end; ++at) {
         const char before = at > 0 ? source[at - 1] : ' ';
         const string_view word = wordAt(source, at);
-        const bool begins = !isalnum(static_cast<unsigned char>(before)) && before != '?' &&
-                            before != '$' && before != ':';
+        const bool begins =
+            !isLetterOrDigit(before) && before != '?' && before != '$' && before != ':';
         if (begins && isKeyword(word) && isBlank(source[at + word.size()])) {
             if (before == '<')
                 trials.push_back(insertion(at, "?", at - 1));

@@ -10,6 +10,7 @@
 #include <sstream>
 
 #include "report.h"
+#include "host/ascii.h"
 #include "tools/common/files.h"
 #include "tools/common/json.h"
 #include "tools/common/listing.h"
@@ -175,8 +176,7 @@ static size_t countTables(const string &path)
 {
     string script;
     readBytes(path.c_str(), &script);
-    std::transform(script.begin(), script.end(), script.begin(),
-                   [](unsigned char c) { return tolower(c); });
+    script = lowered(script);
     size_t count = 0;
     for (size_t at = 0; (at = script.find("create table", at)) != string::npos; ++at)
         ++count;

@@ -7,18 +7,10 @@
 
 #include "assemble.h"
 #include "grammar/commands.h"
+#include "host/ascii.h"
 
 using std::string;
 using std::string_view;
-
-static string lowered(string_view text)
-{
-    string copy(text);
-    std::ranges::transform(copy, copy.begin(), [](char c) {
-        return static_cast<char>(tolower(static_cast<unsigned char>(c)));
-    });
-    return copy;
-}
 
 // The words of a query outside of brackets, with a "(" behind those that one follows.
 static std::vector<string> wordsOf(string_view query)

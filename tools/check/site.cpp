@@ -11,6 +11,7 @@
 
 #include "assemble.h"
 #include "grammar/commands.h"
+#include "host/ascii.h"
 #include "tools/common/files.h"
 #include "tools/common/listing.h"
 
@@ -256,7 +257,7 @@ static void collectMeant(Site *site, string_view text)
     for (size_t at = 0; (at = text.find(key, at)) != string_view::npos;) {
         at += key.size();
         size_t end = at;
-        while (end < text.size() && isalnum(static_cast<unsigned char>(text[end])))
+        while (end < text.size() && isLetterOrDigit(text[end]))
             ++end;
         site->meant.insert(string(text.substr(at, end - at)));
     }

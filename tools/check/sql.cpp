@@ -1,6 +1,7 @@
 /* tools/check/sql.cpp - statements as SQLite prepares them, and the words of their text,
  * for the places that SQLite does not tell. */
 #include "sql.h"
+#include "host/ascii.h"
 
 #include <sqlite3.h>
 #include <string.h>
@@ -11,22 +12,9 @@
 using std::string;
 using std::string_view;
 
-static char lower(char c)
-{
-    return c >= 'A' && c <= 'Z' ? static_cast<char>(c | 0x20) : c;
-}
-
-static string lowered(string_view text)
-{
-    string copy(text);
-    std::transform(copy.begin(), copy.end(), copy.begin(), lower);
-    return copy;
-}
-
 static bool isWordByte(char c)
 {
-    return (lower(c) >= 'a' && lower(c) <= 'z') || (c >= '0' && c <= '9') || c == '_' || c == '$' ||
-           (c & 0x80);
+    return isLetterOrDigit(c) || c == '_' || c == '$' || (c & 0x80);
 }
 
 static bool isOneOf(string_view word, std::initializer_list<string_view> words)
@@ -67,7 +55,7 @@ static size_t passWord(string_view sql, size_t at)
 static size_t passNumber(string_view sql, size_t at)
 {
     while (at < sql.size() && (isWordByte(sql[at]) || sql[at] == '.' ||
-                               ((sql[at] == '+' || sql[at] == '-') && lower(sql[at - 1]) == 'e')))
+                               ((sql[at] == '+' || sql[at] == '-') && toSmall(sql[at - 1]) == 'e')))
         ++at;
     return at;
 }

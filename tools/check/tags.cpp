@@ -3,9 +3,9 @@
 #include "tags.h"
 
 #include <algorithm>
-#include <cctype>
 
 #include "facts.h"
+#include "host/ascii.h"
 #include "tools/common/translation.h"
 
 using std::string;
@@ -37,28 +37,6 @@ struct Text {
     }
 };
 } // namespace
-
-static char lower(char c)
-{
-    return c >= 'A' && c <= 'Z' ? static_cast<char>(c | 0x20) : c;
-}
-
-static bool isLetter(char c)
-{
-    return lower(c) >= 'a' && lower(c) <= 'z';
-}
-
-static bool isBlank(char c)
-{
-    return c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == '\f';
-}
-
-static string lowered(string_view text)
-{
-    string copy(text);
-    std::ranges::transform(copy, copy.begin(), lower);
-    return copy;
-}
 
 const Attribute *Tag::find(string_view wanted) const
 {
@@ -267,7 +245,7 @@ static void cutTag(Text &text)
 static void readBeforeName(Text &text, char c)
 {
     Reading &now = text.reader.now;
-    if (isBlank(c))
+    if (isHtmlBlank(c))
         return;
     if (c == '>')
         return endTag(text);
@@ -281,7 +259,7 @@ static void readBeforeName(Text &text, char c)
     beginAttribute(text);
     if (c == '"' || c == '\'' || c == '<' || c == '=')
         tellQuote(text, c);
-    attributeOf(now).name = lower(c);
+    attributeOf(now).name = toSmall(c);
     now.mode = Mode::NAME;
 }
 
@@ -297,7 +275,7 @@ static void endName(Text &text, Mode next)
 static void readName(Text &text, char c)
 {
     Reading &now = text.reader.now;
-    if (isBlank(c))
+    if (isHtmlBlank(c))
         return endName(text, Mode::AFTER_NAME);
     if (c == '=')
         return endName(text, Mode::BEFORE_VALUE);
@@ -312,12 +290,12 @@ static void readName(Text &text, char c)
     const bool isWrong = c == '"' || c == '\'' || c == '<';
     if (isWrong && attributeOf(now).name.find_first_of("\"'<=") == string::npos)
         tellQuote(text, c);
-    attributeOf(now).name += lower(c);
+    attributeOf(now).name += toSmall(c);
 }
 
 static void readAfterName(Text &text, char c)
 {
-    if (isBlank(c))
+    if (isHtmlBlank(c))
         return;
     if (c == '=')
         text.reader.now.mode = Mode::BEFORE_VALUE;
@@ -331,7 +309,7 @@ static void readBeforeValue(Text &text, char c)
 {
     Reading &now = text.reader.now;
     Attribute &attribute = attributeOf(now);
-    if (isBlank(c))
+    if (isHtmlBlank(c))
         return;
     if (c == '>') {
         tell(text, attribute.place, "html-attribute",
@@ -356,7 +334,7 @@ static void readValueByte(Text &text, char c)
 {
     Reading &now = text.reader.now;
     Attribute &attribute = attributeOf(now);
-    if (now.quote ? c == now.quote : isBlank(c)) {
+    if (now.quote ? c == now.quote : isHtmlBlank(c)) {
         now.mode = now.quote ? Mode::BEHIND_VALUE : Mode::BEFORE_NAME;
         return;
     }
@@ -384,7 +362,7 @@ static void readBehindValue(Text &text, char c)
 {
     Reading &now = text.reader.now;
     now.mode = Mode::BEFORE_NAME;
-    if (!isBlank(c) && c != '/' && c != '>') {
+    if (!isHtmlBlank(c) && c != '/' && c != '>') {
         const Attribute &attribute = attributeOf(now);
         if (isQuoteLost(attribute))
             tellEndless(text.reader.forest, attribute.value, 0, "html-attribute",
@@ -414,7 +392,7 @@ static void readOpen(Text &text, char c)
     Reading &now = text.reader.now;
     if (isLetter(c)) {
         now.mode = Mode::TAG_NAME;
-        now.tag.name = lower(c);
+        now.tag.name = toSmall(c);
         return;
     }
     if (c == '/' && !now.tag.closing) {
@@ -443,13 +421,13 @@ static void readOpen(Text &text, char c)
 static void readTagName(Text &text, char c)
 {
     Reading &now = text.reader.now;
-    if (isBlank(c) || c == '/' || c == '>') {
+    if (isHtmlBlank(c) || c == '/' || c == '>') {
         now.mode = Mode::BEFORE_NAME;
         readBeforeName(text, c);
     } else if (c == '<' && startsTag(text)) {
         cutTag(text);
     } else {
-        now.tag.name += lower(c);
+        now.tag.name += toSmall(c);
     }
 }
 
@@ -457,7 +435,7 @@ static void readDeclaration(Text &text, char c)
 {
     Reading &now = text.reader.now;
     if (now.raw.size() < 7)
-        now.raw += lower(c);
+        now.raw += toSmall(c);
     if (now.raw == "--") {
         now.mode = Mode::COMMENT;
         now.matched = 2; // <!--> is a whole one
@@ -559,7 +537,7 @@ static void readRaw(Text &text)
     size_t last = text.text.size();
     for (; text.at < text.text.size() && now.mode == Mode::RAW; ++text.at) {
         const char c = text.text[text.at];
-        if (now.matched == end.size() && (isBlank(c) || c == '/' || c == '>')) {
+        if (now.matched == end.size() && (isHtmlBlank(c) || c == '/' || c == '>')) {
             last = text.at >= end.size() ? text.at - end.size() : 0;
             addRaw(text, begin, last);
             beginEndTag(text, end.size());
@@ -569,7 +547,7 @@ static void readRaw(Text &text)
             now.mode = Mode::TEXT;
             break;
         }
-        const bool fits = now.matched < end.size() && lower(c) == end[now.matched];
+        const bool fits = now.matched < end.size() && toSmall(c) == end[now.matched];
         now.matched = fits ? now.matched + 1 : c == '<' ? 1 : 0;
     }
     if (now.mode == Mode::RAW)

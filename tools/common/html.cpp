@@ -1,5 +1,6 @@
 /* tools/common/html.cpp - the parts of an HTML page, byte by byte, as browsers and
  * scripts read them; one function for each part. */
+#include "host/ascii.h"
 #include "tools/common/html.h"
 
 #include <string.h>
@@ -9,24 +10,9 @@
 
 using std::string_view;
 
-static char lower(char c)
-{
-    return c >= 'A' && c <= 'Z' ? static_cast<char>(c | 0x20) : c;
-}
-
-static bool isLetter(char c)
-{
-    return lower(c) >= 'a' && lower(c) <= 'z';
-}
-
-static bool isBlank(char c)
-{
-    return c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == '\f';
-}
-
 static bool isWordByte(char c)
 {
-    return isLetter(c) || (c >= '0' && c <= '9') || c == '_' || c == '$' || (c & 0x80);
+    return isLetterOrDigit(c) || c == '_' || c == '$' || (c & 0x80);
 }
 
 static string_view wordOf(const HtmlState &state)
@@ -92,7 +78,7 @@ static void followCode(HtmlState *state, char c)
         state->regexAllowed = false;
         return;
     }
-    if (isBlank(c))
+    if (isHtmlBlank(c))
         return;
     const bool behindWord = state->wordLength > 0 && !state->regexAllowed;
     if (c == '/' && behindWord && wordAllowsRegex(wordOf(*state)))
@@ -256,7 +242,7 @@ static Content contentOfAttribute(string_view name)
 static bool isScriptType(string_view type)
 {
     type = type.substr(0, type.find(';'));
-    while (!type.empty() && isBlank(type.back()))
+    while (!type.empty() && isHtmlBlank(type.back()))
         type.remove_suffix(1);
     return type.empty() || type.find("javascript") != string_view::npos ||
            type.find("ecmascript") != string_view::npos || type.find("json") != string_view::npos ||
@@ -335,12 +321,12 @@ static void endValue(HtmlState *state)
 
 static void followAddress(HtmlState *state, char c)
 {
-    if (!state->valueBegun && isBlank(c))
+    if (!state->valueBegun && isHtmlBlank(c))
         return;
     state->valueBegun = true;
     if (state->wordLength >= HtmlState::WORD)
         return;
-    addToWord(state, lower(c));
+    addToWord(state, toSmall(c));
     if (wordOf(*state) == "javascript:") {
         state->content = Content::SCRIPT;
         beginScript(state);
@@ -353,17 +339,17 @@ static constexpr string_view addressMark = "url=";
 static void followRefresh(HtmlState *state, char c)
 {
     state->valueBegun = true;
-    if (isBlank(c) || c == '\'' || c == '"')
+    if (isHtmlBlank(c) || c == '\'' || c == '"')
         return;
     if (state->wordLength == addressMark.size())
         memmove(state->word, state->word + 1, --state->wordLength);
-    addToWord(state, lower(c));
+    addToWord(state, toSmall(c));
 }
 
 // A value without quotes goes on up to a blank or ">": "/", "=" and quotes are part of it.
 static void followValueByte(HtmlState *state, char c)
 {
-    if (state->quote ? c == state->quote : isBlank(c) || c == '>') {
+    if (state->quote ? c == state->quote : isHtmlBlank(c) || c == '>') {
         const bool endsTag = !state->quote && c == '>';
         endValue(state);
         if (endsTag)
@@ -371,7 +357,7 @@ static void followValueByte(HtmlState *state, char c)
         return;
     }
     if (state->readsType && state->typeLength < HtmlState::WORD)
-        state->type[state->typeLength++] = lower(c);
+        state->type[state->typeLength++] = toSmall(c);
     if (state->content == Content::SCRIPT)
         followScript(state, c);
     else if (state->content == Content::STYLE)
@@ -400,7 +386,7 @@ static void followOpen(HtmlState *state, char c)
         state->closing = state->last == '/';
         state->part = Part::TAG_NAME;
         clearWord(state);
-        addToWord(state, lower(c));
+        addToWord(state, toSmall(c));
     } else if (c == '!' || c == '?') {
         state->part = Part::DECLARATION;
         clearWord(state);
@@ -412,13 +398,13 @@ static void followOpen(HtmlState *state, char c)
 // All up to a blank, "/" or ">" is the name: "<p<b>" opens one element, of an odd name.
 static void followTagName(HtmlState *state, char c)
 {
-    if (isBlank(c) || c == '/') {
+    if (isHtmlBlank(c) || c == '/') {
         endTagName(state);
     } else if (c == '>') {
         endTagName(state);
         endTag(state);
     } else {
-        addToWord(state, lower(c));
+        addToWord(state, toSmall(c));
     }
 }
 
@@ -428,10 +414,10 @@ static void followTag(HtmlState *state, char c)
 {
     if (c == '>') {
         endTag(state);
-    } else if (!isBlank(c) && c != '/') {
+    } else if (!isHtmlBlank(c) && c != '/') {
         state->part = Part::NAME;
         clearWord(state);
-        addToWord(state, lower(c));
+        addToWord(state, toSmall(c));
     }
 }
 
@@ -443,12 +429,12 @@ static void followName(HtmlState *state, char c)
         state->part = Part::BEFORE_VALUE;
     } else if (c == '>') {
         endTag(state);
-    } else if (isBlank(c)) {
+    } else if (isHtmlBlank(c)) {
         state->part = Part::AFTER_NAME;
     } else if (c == '/') {
         state->part = Part::TAG;
     } else {
-        addToWord(state, lower(c));
+        addToWord(state, toSmall(c));
     }
 }
 
@@ -457,7 +443,7 @@ static void followAfterName(HtmlState *state, char c)
     if (c == '=') {
         endName(state);
         state->part = Part::BEFORE_VALUE;
-    } else if (!isBlank(c)) {
+    } else if (!isHtmlBlank(c)) {
         followTag(state, c);
     }
 }
@@ -465,7 +451,7 @@ static void followAfterName(HtmlState *state, char c)
 // "<a href=>" is a tag that ends, with an empty value.
 static void followBeforeValue(HtmlState *state, char c)
 {
-    if (isBlank(c))
+    if (isHtmlBlank(c))
         return;
     if (c == '>') {
         endValue(state);
@@ -508,11 +494,11 @@ static bool endsRaw(HtmlState *state, char c)
                           : matched == 1              ? '/'
                           : matched < name.size() + 2 ? name[matched - 2U]
                                                       : '\0';
-    if (expected && lower(c) == expected) {
+    if (expected && toSmall(c) == expected) {
         ++matched;
         return false;
     }
-    const bool complete = matched == name.size() + 2 && (isBlank(c) || c == '>' || c == '/');
+    const bool complete = matched == name.size() + 2 && (isHtmlBlank(c) || c == '>' || c == '/');
     matched = c == '<' ? 1 : 0;
     return complete;
 }

@@ -10,6 +10,7 @@
 #include <iterator>
 
 #include "grammar/commands.h"
+#include "host/ascii.h"
 #include "tools/common/fieldid.h"
 #include "tools/common/files.h"
 
@@ -40,11 +41,6 @@ bool listFiles(const string &folder, std::vector<string> *files, string *problem
         *problem = "cannot read " + folder + ": " + error.message();
     std::sort(files->begin(), files->end());
     return !error;
-}
-
-static bool isLetter(char c)
-{
-    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
 }
 
 static bool beginsWith(string_view text, string_view word)

@@ -2,10 +2,10 @@
 #include "output.h"
 
 #include <algorithm>
-#include <cctype>
 #include <cstdlib>
 
 #include "grammar/commands.h"
+#include "host/ascii.h"
 
 // A template that is being followed.
 struct Walk {
@@ -105,9 +105,8 @@ std::string_view tagAround(std::string_view source, size_t at)
     size_t start = at - first;
     do
         start = start > 0 ? source.rfind('<', start - 1) : std::string_view::npos;
-    while (
-        start != std::string_view::npos && // a command is no tag
-        !isalpha(static_cast<unsigned char>(start + 1 < source.size() ? source[start + 1] : ' ')));
+    while (start != std::string_view::npos && // a command is no tag
+           !isLetter(start + 1 < source.size() ? source[start + 1] : ' '));
     if (start == std::string_view::npos)
         return "";
     size_t end = start;
@@ -120,10 +119,10 @@ std::string_view tagAround(std::string_view source, size_t at)
 std::string_view attributeOf(std::string_view tag, std::string_view name)
 {
     static constexpr char BLANKS[] = " \t\r\n";
-    const auto isSame = [](char a, char b) { return a == tolower(static_cast<unsigned char>(b)); };
+    const auto isSame = [](char a, char b) { return a == toSmall(b); };
     for (size_t at = 1; at + name.size() < tag.size(); ++at) {
         std::string_view rest = tag.substr(at);
-        if (!isspace(static_cast<unsigned char>(tag[at - 1])) ||
+        if (!isHtmlBlank(tag[at - 1]) ||
             !std::equal(name.begin(), name.end(), rest.begin(), isSame))
             continue;
         rest.remove_prefix(name.size());

@@ -2,9 +2,8 @@
  * in the parts of a page. */
 #include "placed.h"
 
-#include <cctype>
-
 #include "translation.h"
+#include "host/ascii.h"
 
 using std::string_view;
 
@@ -31,9 +30,10 @@ FieldPlace placeInArgument(const Template &tpl, const Field &field, const Elemen
     FieldPlace place = placeInPage(tpl, field);
     place.inCommand = true;
     place.quote = element.quote;
-    const bool isOpen = before && (before->type == ELEM_GETVAR ||
-                                   (before->type == ELEM_NUMVAR && before->text.size() == 1 &&
-                                    isdigit(static_cast<unsigned char>(before->text[0]))));
+    const bool isOpen =
+        before &&
+        (before->type == ELEM_GETVAR ||
+         (before->type == ELEM_NUMVAR && before->text.size() == 1 && isDigit(before->text[0])));
     place.behindReference =
         isOpen && field.span.at == element.span.at && before->span.end == element.span.at;
     return place;
@@ -121,7 +121,7 @@ const Break *breakOf(string_view text, const FieldPlace &place, const std::set<s
             return found;
         i += isSound ? sound : 1;
     }
-    const bool goesOn = !text.empty() && isalnum(static_cast<unsigned char>(text[0]));
+    const bool goesOn = !text.empty() && isLetterOrDigit(text[0]);
     return place.behindReference && goesOn ? &lengthens : nullptr;
 }
 

@@ -12,6 +12,7 @@
 #include <utility>
 
 #include "host/encoding.h"
+#include "host/ascii.h"
 
 using std::string;
 using std::string_view;
@@ -24,24 +25,9 @@ struct Judgement {
     std::vector<TextFlaw> faults;
 };
 
-static bool isDigit(char c)
-{
-    return c >= '0' && c <= '9';
-}
-
 static bool isSmall(char c)
 {
     return c >= 'a' && c <= 'z';
-}
-
-static bool isLetter(char c)
-{
-    return isSmall(static_cast<char>(c | 0x20));
-}
-
-static bool isBlank(char c)
-{
-    return c == ' ' || c == '\t' || c == '\n' || c == '\r';
 }
 
 // Returns the byte at pos, 0 behind the end.
@@ -245,14 +231,6 @@ struct Tag {
 };
 } // namespace
 
-static string lower(string_view text)
-{
-    string small(text);
-    for (char &c : small)
-        c = c >= 'A' && c <= 'Z' ? static_cast<char>(c | 0x20) : c;
-    return small;
-}
-
 // Reads the attributes of a tag up to its end, or to where another tag begins.
 static size_t readAttributes(string_view text, size_t pos, Tag *tag)
 {
@@ -264,7 +242,7 @@ static size_t readAttributes(string_view text, size_t pos, Tag *tag)
         const size_t end = skip(text, pos + 1, [](char c) {
             return !isBlank(c) && c != '=' && c != '>' && c != '<' && c != '/';
         });
-        tag->attributes.insert(lower(text.substr(pos, end - pos)));
+        tag->attributes.insert(lowered(text.substr(pos, end - pos)));
         pos = skip(text, end, isBlank);
         if (at(text, pos) != '=')
             continue;
@@ -291,7 +269,7 @@ static std::vector<Tag> tagsOf(string_view text)
         }
         const size_t end = skip(
             text, name, [](char c) { return !isBlank(c) && c != '/' && c != '>' && c != '<'; });
-        Tag tag = {lower(text.substr(pos + 1, end - pos - 1)), {}, false};
+        Tag tag = {lowered(text.substr(pos + 1, end - pos - 1)), {}, false};
         pos = readAttributes(text, end, &tag);
         tags.push_back(std::move(tag));
     }
@@ -796,5 +774,5 @@ bool isOtherLanguage(string_view path, string_view code, string *named)
     else
         return false;
     const string_view own = code.substr(0, code.find_first_of("_-@."));
-    return !own.empty() && *named != lower(own);
+    return !own.empty() && *named != lowered(own);
 }

@@ -20,6 +20,7 @@
 #include "job.h"
 #include "own.h"
 #include "render.h"
+#include "host/ascii.h"
 
 using std::string;
 using std::string_view;
@@ -32,11 +33,11 @@ static std::vector<string> similarPages(const string &path)
     const size_t slash = path.rfind('/');
     const string folder = slash == string::npos ? "" : path.substr(0, slash + 1);
     const string stem =
-        lower(path.substr(folder.size(), path.find('.', folder.size()) - folder.size()));
+        lowered(path.substr(folder.size(), path.find('.', folder.size()) - folder.size()));
     std::vector<string> pages;
     DIR *dir = opendir(folder.empty() ? "." : folder.c_str());
     while (const dirent *entry = dir ? readdir(dir) : nullptr) {
-        const string name = lower(entry->d_name);
+        const string name = lowered(entry->d_name);
         if (name[0] != '.' && kindOfFile(name) == FolderEntry::PAGE &&
             (name.starts_with(stem.substr(0, 3)) || name.find(stem) != string::npos))
             pages.push_back(folder + entry->d_name);
@@ -205,7 +206,7 @@ int answerRequest(const string &work)
     request.method = fromEnvironment("REQUEST_METHOD");
     request.path = fromEnvironment("PATH_INFO");
     request.query = fromEnvironment("QUERY_STRING");
-    request.host = lower(fromEnvironment("HTTP_HOST"));
+    request.host = lowered(fromEnvironment("HTTP_HOST"));
     if (!isOwnHost(job.config, request.host))
         return answer(job, "403 Forbidden", "text/plain",
                       "The preview is at http://127.0.0.1 alone.\n");

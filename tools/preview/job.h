@@ -44,9 +44,6 @@ struct Job {
 /* A variable of the environment, empty without one. */
 const char *fromEnvironment(const char *name);
 
-/* A text with its Latin letters small. */
-std::string lower(std::string text);
-
 /* The type of a file of that name, as browsers are told. */
 const char *typeOf(const std::string &path);
 

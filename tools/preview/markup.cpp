@@ -1,10 +1,10 @@
 /* tools/preview/markup.cpp - follows a page as a browser does, tag by tag. */
 #include "markup.h"
 
-#include <ctype.h>
 #include <string.h>
 #include <algorithm>
 
+#include "host/ascii.h"
 #include "tools/common/html.h"
 
 using std::string;
@@ -14,7 +14,7 @@ static constexpr size_t none = string_view::npos;
 
 static bool hasIgnoringCase(string_view text, string_view piece)
 {
-    const auto isSame = [](unsigned char a, unsigned char b) { return tolower(a) == tolower(b); };
+    const auto isSame = [](char a, char b) { return toSmall(a) == toSmall(b); };
     return std::search(text.begin(), text.end(), piece.begin(), piece.end(), isSame) != text.end();
 }
 

@@ -2,7 +2,6 @@
  * switches of a tab, and the bar that stands behind each page. */
 #include "job.h"
 
-#include <ctype.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -12,6 +11,7 @@
 #include "embedded.h"
 #include "grammar/commands.h"
 #include "markup.h"
+#include "host/ascii.h"
 
 using std::string;
 using std::string_view;
@@ -20,13 +20,6 @@ const char *fromEnvironment(const char *name)
 {
     const char *value = getenv(name);
     return value ? value : "";
-}
-
-string lower(string text)
-{
-    std::transform(text.begin(), text.end(), text.begin(),
-                   [](unsigned char c) { return static_cast<char>(tolower(c)); });
-    return text;
 }
 
 int answer(const Job &job, const char *status, string_view type, string_view body,
@@ -82,7 +75,7 @@ static constexpr struct {
 
 const char *typeOf(const string &path)
 {
-    const string name = lower(path);
+    const string name = lowered(path);
     for (const auto &row : types)
         if (name.ends_with(row.ending))
             return row.type;
@@ -111,7 +104,7 @@ bool isTemplate(const Job &job, const string &path)
         return true;
     string bytes;
     for (const auto &row : types)
-        if (row.mayBeTemplate && lower(path).ends_with(row.ending))
+        if (row.mayBeTemplate && lowered(path).ends_with(row.ending))
             return !readBelow(job.trace, path, bytes) && hasCommand(bytes);
     return false;
 }

@@ -3,8 +3,8 @@
 #include "textfields.h"
 
 #include <algorithm>
-#include <cctype>
 
+#include "host/ascii.h"
 #include "tools/common/fieldid.h"
 #include "tools/common/files.h"
 #include "tools/common/output.h"
@@ -151,7 +151,7 @@ std::string looseId(std::string_view id)
 {
     std::string loose;
     for (const char c : id)
-        if (isalnum(static_cast<unsigned char>(c)))
-            loose.push_back(static_cast<char>(tolower(static_cast<unsigned char>(c))));
+        if (isLetterOrDigit(c))
+            loose.push_back(toSmall(c));
     return loose;
 }
