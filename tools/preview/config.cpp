@@ -71,7 +71,7 @@ bool writeConfig(const string &work, const Config &config)
     for (const Database &database : config.databases)
         databases.push_back({{"name", database.name}, {"path", database.path}});
     Json functions = Json::array();
-    for (const HostFunction &function : config.functions)
+    for (const SiteFunction &function : config.functions)
         functions.push_back({{"name", function.name},
                              {"arguments", function.arguments},
                              {"givesNumbers", function.givesNumbers}});

@@ -9,6 +9,8 @@
 #include <utility>
 #include <vector>
 
+#include "tools/common/sitefile.h"
+
 // A mistake in a file that is no template.
 struct FileProblem {
     std::string file;
@@ -21,17 +23,10 @@ struct Database {
     std::string path;
 };
 
-// A function that the web program adds to SQL.
-struct HostFunction {
-    std::string name;
-    int arguments; // -1 for any number
-    bool givesNumbers;
-};
-
 struct Config {
     std::string docRoot; // absolute, as are the others
     std::vector<Database> databases;
-    std::vector<HostFunction> functions;
+    std::vector<SiteFunction> functions;
     int port = 0;
     bool reloads = true;
     bool checks = false; // orv-check looks at the files

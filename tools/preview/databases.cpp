@@ -3,7 +3,6 @@
 #include "databases.h"
 
 #include <errno.h>
-#include <glob.h>
 #include <string.h>
 #include <unistd.h>
 
@@ -18,14 +17,11 @@ static bool isScript(const Database &database)
     return database.path.ends_with(".sql");
 }
 
-std::vector<string> scriptsOf(const Database &database)
+std::vector<string> filesOf(const Database &database)
 {
     std::vector<string> files;
-    glob_t found;
-    if (isScript(database) && glob(database.path.c_str(), 0, nullptr, &found) == 0) {
-        files.assign(found.gl_pathv, found.gl_pathv + found.gl_pathc);
-        globfree(&found);
-    }
+    if (isScript(database))
+        files = databaseFiles({database.name, {database.path}});
     return files.empty() ? std::vector{database.path} : files;
 }
 
@@ -56,7 +52,7 @@ void makeDatabases(const string &work, const std::vector<Database> &databases, C
         if (isScript(database)) {
             made.path = work + "/" + database.name + ".db";
             const string fresh = made.path + ".new";
-            if (runScripts(scriptsOf(database), fresh, config))
+            if (runScripts(filesOf(database), fresh, config))
                 rename(fresh.c_str(), made.path.c_str());
         }
         config.databases.push_back(std::move(made));
@@ -74,7 +70,7 @@ static void giveNull(sqlite3_context *context, int, sqlite3_value **)
 
 static void addFunctions(sqlite3 *db, const Config &config)
 {
-    for (const HostFunction &function : config.functions)
+    for (const SiteFunction &function : config.functions)
         sqlite3_create_function(db, function.name.c_str(), function.arguments, SQLITE_UTF8,
                                 function.givesNumbers ? db : nullptr, giveNull, nullptr, nullptr);
 }

@@ -9,8 +9,9 @@
 #include "config.h"
 #include "host.h"
 
-/* The files that stand behind a database: itself, or the scripts that make it. */
-std::vector<std::string> scriptsOf(const Database &database);
+/* The files that stand behind a database: itself, or the scripts that make it; its pattern where
+ * there are none. */
+std::vector<std::string> filesOf(const Database &database);
 
 /* Sets the configuration's databases to those of the site, whose scripts are run for that: each
  * makes a file in the work folder, in one step. What is wrong in a script is added to its

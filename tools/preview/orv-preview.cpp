@@ -160,7 +160,7 @@ static void watchFiles(Launcher &launcher)
     if (!settings.siteFile.empty())
         watch.files.push_back(settings.siteFile);
     for (const Database &database : settings.databases)
-        for (const string &file : scriptsOf(database))
+        for (const string &file : filesOf(database))
             watch.files.push_back(file);
     for (const TextSource &source : settings.texts)
         watch.files.push_back(source.path);
@@ -207,7 +207,7 @@ static void openBrowser(const string &address)
 static void tellWhatIsMissing(const Settings &settings)
 {
     for (const Database &database : settings.databases)
-        if (scriptsOf(database).empty() || access(scriptsOf(database)[0].c_str(), R_OK) != 0)
+        if (access(filesOf(database)[0].c_str(), R_OK) != 0)
             tell("The database %s cannot be read (%s): queries fail until it can.",
                  database.path.c_str(), strerror(errno));
     const bool hasTexts = !settings.texts.empty() || !settings.deviceRoot.empty();
@@ -353,7 +353,7 @@ static Change changeOf(const Launcher &launcher, const std::set<string> &changed
     for (const string &name : changed) {
         const string path = name.starts_with('/') ? name : launcher.config.docRoot + "/" + name;
         const auto isBehind = [&](const Database &database) {
-            const auto files = scriptsOf(database);
+            const auto files = filesOf(database);
             return std::find(files.begin(), files.end(), path) != files.end();
         };
         const bool isData = std::ranges::any_of(settings.databases, isBehind);

@@ -230,8 +230,7 @@ bool addSiteFile(const Settings &given, Settings &settings, FileProblem *problem
     if (given.databases.empty())
         for (const SiteDatabase &database : site.databases)
             settings.databases.push_back({database.name, absolute(database.file.path)});
-    for (const SiteFunction &function : site.functions)
-        settings.functions.push_back({function.name, function.arguments, function.givesNumbers});
+    settings.functions = site.functions;
     if (given.texts.empty())
         addTexts(site, settings);
     addVariables(site, settings);

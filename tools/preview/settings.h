@@ -18,7 +18,7 @@ struct Settings {
     std::string folder;   // empty for that of the site's file, or the working directory
     std::string siteFile; // orv-check.json; empty without one
     std::vector<Database> databases;
-    std::vector<HostFunction> functions;
+    std::vector<SiteFunction> functions;
     std::string deviceRoot;
     std::string setFrom;
     std::vector<TextSource> texts;

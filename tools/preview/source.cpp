@@ -10,6 +10,7 @@
 
 #include "config.h"
 #include "tools/common/files.h"
+#include "tools/common/template.h"
 
 using std::string;
 using std::string_view;
@@ -27,12 +28,12 @@ const string *textOf(Sources &sources, const string &file)
     return entry->second ? &*entry->second : nullptr;
 }
 
-LineColumn lineColumn(const string &text, size_t offset)
+static LineColumn lineColumn(const string &text, size_t offset)
 {
     const string_view before = string_view(text).substr(0, offset);
     const auto line = std::count(before.begin(), before.end(), '\n') + 1;
     const size_t start = before.rfind('\n') + 1; // 0 without one
-    return {static_cast<int32_t>(line), static_cast<int32_t>(before.size() - start) + 1};
+    return {static_cast<uint32_t>(line), static_cast<uint32_t>(before.size() - start) + 1};
 }
 
 // A line of which more than its beginning may have to be seen. The part begins and ends with

@@ -32,15 +32,6 @@ struct Sources {
  * folder, or absolute. */
 const std::string *textOf(Sources &sources, const std::string &file);
 
-// A line and a column of a text, from 1; columns count bytes.
-struct LineColumn {
-    int32_t line;
-    int32_t column;
-};
-
-/* The line and column of an offset of a text. */
-LineColumn lineColumn(const std::string &text, size_t offset);
-
 // A line as it is shown.
 struct SourceLine {
     int32_t number;   // from 1
