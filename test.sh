@@ -51,9 +51,10 @@ build_in() {
     cmake --build "build/$1" "${targets[@]}"
 }
 
+# One test more than there are processors, since those that drive a browser mostly wait.
 run_tests() {
     alone build_in "$@"
-    ctest --test-dir "build/$1" --output-on-failure -j "$(nproc)" --no-tests=error \
+    ctest --test-dir "build/$1" --output-on-failure -j "$(($(nproc) + 1))" --no-tests=error \
         "${filter[@]}"
 }
 

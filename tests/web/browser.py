@@ -201,6 +201,15 @@ def check_forms(language):
         "return [...document.querySelectorAll('[aria-invalid=true]')].map(e => e.id)"))
 
 
+def await_rest():
+    """A page may be there, and the second click's answer still to come."""
+    came, since = None, time.monotonic()
+    while time.monotonic() < since + 0.4:
+        page = run("return document.readyState === 'complete' && performance.timeOrigin")
+        if page != came:
+            came, since = page, time.monotonic()
+
+
 def check_double_clicks(width):
     """The second click sends the form again, before or while the first is answered, or meets
     the next page."""
@@ -216,7 +225,7 @@ def check_double_clicks(width):
             for name, value in fields.items():
                 run("document.getElementById(arguments[0]).value = arguments[1]", name, value)
             click(button, 2, pause)
-            time.sleep(2)  # a page may be there, and the second one's answer still to come
+            await_rest()
             # A message is shown once, which may have been on a page that nobody has seen.
             check((page, pause, width), [], [
                 text for text in texts("[role=status], [role=alert]") if said not in text])
