@@ -5,8 +5,8 @@
  * it passes registers on its way to the result, and each instruction says what becomes of
  * them, whatever the query looks like: joins, views, compounds, subqueries. The program
  * is followed with values in the place of values until nothing new comes: each stretch
- * without a jump by itself, from all that a register holds at the end of any. Instructions
- * are SQLite's own affair: one that is not listed here makes all columns free. */
+ * without a jump by itself, from all that the registers hold where it can be come from.
+ * Instructions are SQLite's own affair: one that is not listed here makes all columns free. */
 #include "columns.h"
 
 #include <sqlite3.h>
@@ -19,6 +19,9 @@ using std::string;
 using std::string_view;
 
 static constexpr size_t MOST_TEXTS = 64;
+// A longer program is followed less closely, in less time: what a register holds at the end of any
+// stretch is taken to be there at the begin of each.
+static constexpr size_t LONGEST_PROGRAM = 1000;
 static const Values ANYTHING = {true, {}};
 
 void Values::join(const Values &other)
@@ -121,11 +124,15 @@ struct Cursor {
     int same = -1;   // the cursor whose rows it shares
 };
 
+// Of those that have been set: others hold no text.
+using Registers = std::map<int, Values>;
+
 struct Machine {
     const KnownValues &known;
-    std::map<int, Values> ends;  // of registers, at the ends of stretches
-    std::map<int, Values> now;   // of those that this stretch has set
-    std::map<int, Rows> records; // of registers that hold a row as one value
+    std::map<size_t, Registers> begins; // of stretches, by the first instruction
+    Registers *begin = nullptr;         // of this one
+    Registers now;                      // those that it has set
+    std::map<int, Rows> records;        // of registers that hold a row as one value
     std::map<int, Cursor> cursors;
     Rows result;
     bool changed = false;
@@ -133,7 +140,7 @@ struct Machine {
     const Values &get(int reg)
     {
         const auto found = now.find(reg);
-        return found != now.end() ? found->second : ends[reg];
+        return found != now.end() ? found->second : (*begin)[reg];
     }
     void add(Values *to, const Values &more)
     {
@@ -156,11 +163,16 @@ struct Machine {
             number = cursors[number].same;
         return cursors[number];
     }
-    void endStretch()
+    void goTo(size_t instruction)
     {
+        Registers &there = begins[instruction];
         for (const auto &[reg, values] : now)
-            add(&ends[reg], values);
-        now.clear();
+            add(&there[reg], values);
+        if (&there == begin)
+            return;
+        for (const auto &[reg, values] : *begin)
+            if (!now.contains(reg))
+                add(&there[reg], values);
     }
 };
 } // namespace
@@ -362,8 +374,9 @@ static void takeAggregate(Machine &machine, const Instruction &in)
 
 namespace
 {
-// Where the program goes on, but for the next instruction.
-enum class Flow : uint8_t { NOWHERE, P2, P2_OR_P3, ANY };
+// Where the program goes on: with the next instruction, there or elsewhere, elsewhere, or back to
+// where a subroutine or a coroutine has been left.
+enum class Flow : uint8_t { NEXT, P2, P2_OR_P3, ANY, ONLY_P2, CALL, BACK, END };
 
 // What instructions do to values.
 struct Meaning {
@@ -376,41 +389,45 @@ struct Meaning {
 // A number or null that comes with a jump need not be told: values are never less.
 static constexpr Meaning meanings[] = {
     {Flow::P2, doNothing,
-     "DecrJumpZero ElseEq EndCoroutine Eq Filter Found Ge Gosub Goto Gt Halt IdxGE IdxGT IdxLE "
-     "IdxLT If IfNoHope IfNot IfNotZero IfNullRow IfPos Init IsNull Last Le Lt MustBeInt Ne Next "
-     "NoConflict NotExists NotFound NotNull Once Prev Return Rewind RowSetRead RowSetTest SeekGE "
-     "SeekGT SeekLE SeekLT SeekRowid SeekScan SequenceTest Sort SorterCompare SorterNext "
-     "SorterSort VFilter VNext Yield"},
+     "DecrJumpZero ElseEq Eq Filter Found Ge Gt IdxGE IdxGT IdxLE IdxLT If IfNoHope IfNot "
+     "IfNotZero "
+     "IfNullRow IfPos Init IsNull Last Le Lt MustBeInt Ne Next NoConflict NotExists NotFound "
+     "NotNull Once Prev Rewind RowSetRead RowSetTest SeekGE SeekGT SeekLE SeekLT SeekRowid "
+     "SeekScan SequenceTest Sort SorterCompare SorterNext SorterSort VFilter VNext"},
+    {Flow::ONLY_P2, doNothing, "Goto"},
+    {Flow::CALL, doNothing, "Gosub"},
+    {Flow::BACK, doNothing, "EndCoroutine Return Yield"},
+    {Flow::END, doNothing, "Halt"},
     {Flow::P2_OR_P3, doNothing, "InitCoroutine"},
     {Flow::ANY, doNothing, "Jump"},
-    {Flow::NOWHERE, doNothing,
+    {Flow::NEXT, doNothing,
      "Affinity AggFinal Close ClrSubtype Compare DeferredSeek Delete Explain FilterAdd FinishSeek "
      "IdxDelete Noop NullRow OpenAutoindex OpenEphemeral Permutation RealAffinity ReleaseReg "
      "ResetSorter RowSetAdd SeekHit SorterOpen TableLock Transaction VOpen"},
-    {Flow::NOWHERE, setNumber<&Instruction::p1>, "AddImm CollSeq MemMax SoftNull"},
-    {Flow::NOWHERE, setNumber<&Instruction::p2>,
+    {Flow::NEXT, setNumber<&Instruction::p1>, "AddImm CollSeq MemMax SoftNull"},
+    {Flow::NEXT, setNumber<&Instruction::p2>,
      "BeginSubrtn BitNot Count IdxRowid Int64 IntCopy Integer IsTrue NewRowid Not OffsetLimit "
      "Real Rowid Sequence ZeroOrNull"},
-    {Flow::NOWHERE, setNumber<&Instruction::p3>,
+    {Flow::NEXT, setNumber<&Instruction::p3>,
      "Add And BitAnd BitOr Divide Multiply Or Remainder ShiftLeft ShiftRight Subtract"},
-    {Flow::NOWHERE, setAnything<&Instruction::p2>, "Blob Variable"},
-    {Flow::NOWHERE, setAnything<&Instruction::p3>, "Concat VColumn"},
-    {Flow::NOWHERE, setNull, "Null"},
-    {Flow::NOWHERE, setText, "String8"},
-    {Flow::NOWHERE, copy<1>, "Copy SCopy"},
-    {Flow::NOWHERE, copy<0>, "Move"},
-    {Flow::NOWHERE, cast, "Cast"},
-    {Flow::NOWHERE, openStored, "OpenRead ReopenIdx"},
-    {Flow::NOWHERE, openSame, "OpenDup"},
-    {Flow::NOWHERE, openRecord, "OpenPseudo"},
-    {Flow::NOWHERE, makeRecord, "MakeRecord"},
-    {Flow::NOWHERE, insert, "IdxInsert Insert SorterInsert"},
-    {Flow::NOWHERE, takeRow, "RowData SorterData"},
-    {Flow::NOWHERE, takeColumn, "Column"},
-    {Flow::NOWHERE, giveResult, "ResultRow"},
-    {Flow::NOWHERE, call, "Function PureFunc"},
-    {Flow::NOWHERE, takeStep, "AggInverse AggStep"},
-    {Flow::NOWHERE, takeAggregate, "AggValue"},
+    {Flow::NEXT, setAnything<&Instruction::p2>, "Blob Variable"},
+    {Flow::NEXT, setAnything<&Instruction::p3>, "Concat VColumn"},
+    {Flow::NEXT, setNull, "Null"},
+    {Flow::NEXT, setText, "String8"},
+    {Flow::NEXT, copy<1>, "Copy SCopy"},
+    {Flow::NEXT, copy<0>, "Move"},
+    {Flow::NEXT, cast, "Cast"},
+    {Flow::NEXT, openStored, "OpenRead ReopenIdx"},
+    {Flow::NEXT, openSame, "OpenDup"},
+    {Flow::NEXT, openRecord, "OpenPseudo"},
+    {Flow::NEXT, makeRecord, "MakeRecord"},
+    {Flow::NEXT, insert, "IdxInsert Insert SorterInsert"},
+    {Flow::NEXT, takeRow, "RowData SorterData"},
+    {Flow::NEXT, takeColumn, "Column"},
+    {Flow::NEXT, giveResult, "ResultRow"},
+    {Flow::NEXT, call, "Function PureFunc"},
+    {Flow::NEXT, takeStep, "AggInverse AggStep"},
+    {Flow::NEXT, takeAggregate, "AggValue"},
 };
 
 // Returns false when the statement cannot be explained, or an instruction is unknown.
@@ -436,20 +453,62 @@ static bool readProgram(sqlite3 *db, const string &query, std::vector<Instructio
     return sqlite3_finalize(statement) == SQLITE_OK && known;
 }
 
-// Where a stretch may begin, besides behind a jump.
-static std::set<int> targetsOf(const std::vector<Instruction> &program)
+// The instructions that a program comes back to: behind the calls of subroutines; behind the
+// switches to coroutines, where these begin, and where they lead when they end. Which of them it is
+// stands in a register.
+static std::set<size_t> returnsOf(const std::vector<Instruction> &program)
 {
-    std::set<int> targets;
-    for (const Instruction &in : program) {
+    std::set<size_t> points;
+    for (size_t i = 0; i < program.size(); ++i) {
+        const Instruction &in = program[i];
         const Flow flow = in.meaning->flow;
-        if (flow == Flow::ANY)
-            targets.insert(in.p1);
-        if (flow != Flow::NOWHERE)
-            targets.insert(in.p2);
-        if (flow == Flow::ANY || flow == Flow::P2_OR_P3)
-            targets.insert(in.p3);
+        if (flow == Flow::CALL || flow == Flow::BACK)
+            points.insert(i + 1);
+        if (flow == Flow::BACK)
+            points.insert(static_cast<size_t>(in.p2));
+        if (flow == Flow::P2_OR_P3)
+            points.insert(static_cast<size_t>(in.p3));
     }
-    return targets;
+    return points;
+}
+
+// Where the program can go on behind an instruction.
+static std::set<size_t> waysBehind(const Instruction &in, size_t at,
+                                   const std::set<size_t> &returns)
+{
+    const auto p1 = static_cast<size_t>(in.p1);
+    const auto p2 = static_cast<size_t>(in.p2);
+    const auto p3 = static_cast<size_t>(in.p3);
+    switch (in.meaning->flow) {
+    case Flow::NEXT:
+        return {at + 1};
+    case Flow::P2:
+        return {at + 1, p2};
+    case Flow::P2_OR_P3:
+        return {at + 1, p2, p3};
+    case Flow::ANY:
+        return {p1, p2, p3};
+    case Flow::ONLY_P2:
+    case Flow::CALL:
+        return {p2};
+    case Flow::BACK:
+        return returns;
+    case Flow::END:
+        break;
+    }
+    return {};
+}
+
+// The instructions that stretches begin with.
+static std::set<size_t> beginsOf(const std::vector<std::set<size_t>> &ways)
+{
+    std::set<size_t> begins;
+    for (size_t i = 0; i < ways.size(); ++i)
+        if (ways[i] != std::set<size_t>{i + 1}) {
+            begins.insert(i + 1);
+            begins.insert(ways[i].begin(), ways[i].end());
+        }
+    return begins;
 }
 
 // Whether all that the program puts into cursors are rows that it has made.
@@ -473,16 +532,31 @@ std::vector<Values> valuesOf(sqlite3 *db, const KnownValues &known, const string
     std::vector<Instruction> program;
     if (!readProgram(db, query, &program) || !recordsAreKnown(program))
         return std::vector<Values>(count, ANYTHING);
-    const std::set<int> targets = targetsOf(program);
-    Machine machine = {known, {}, {}, {}, {}, {std::vector<Values>(count), false}, true};
+    const std::set<size_t> returns = returnsOf(program);
+    std::vector<std::set<size_t>> ways;
+    for (size_t i = 0; i < program.size(); ++i)
+        ways.push_back(waysBehind(program[i], i, returns));
+    std::set<size_t> begins = beginsOf(ways);
+    const bool isLong = program.size() > LONGEST_PROGRAM;
+    if (isLong) { // the first begin is all of them
+        begins.insert(0);
+        for (size_t i = 0; i < program.size(); ++i)
+            if (begins.contains(i + 1))
+                ways[i] = {0};
+    }
+    Machine machine = {known, {}, nullptr, {}, {}, {}, {std::vector<Values>(count), false}, true};
+    machine.begin = &machine.begins[0];
     while (machine.changed) {
         machine.changed = false;
         for (size_t i = 0; i < program.size(); ++i) {
-            if (targets.contains(static_cast<int>(i)))
-                machine.endStretch();
+            if (begins.contains(i)) {
+                machine.begin = &machine.begins[isLong ? 0 : i];
+                machine.now.clear();
+            }
             program[i].meaning->act(machine, program[i]);
-            if (program[i].meaning->flow != Flow::NOWHERE)
-                machine.endStretch();
+            for (const size_t way : ways[i])
+                if (begins.contains(way))
+                    machine.goTo(way);
         }
     }
     return machine.result.columns;
