@@ -32,7 +32,7 @@ extern "C" {
 
 /* The version of this interface (Semantic Versioning). */
 #define ORV_VERSION_MAJOR 1
-#define ORV_VERSION_MINOR 1
+#define ORV_VERSION_MINOR 2
 #define ORV_VERSION_PATCH 0
 
 /* The same as one number, 1002003 for 1.2.3. */

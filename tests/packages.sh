@@ -182,4 +182,7 @@ check 'nothing is left' "$before" "$(files)"
 check_buildroot
 check_openwrt
 check_yocto
+check 'the extension for Visual Studio Code' "$version" \
+    "$(sed -n 's/^  "version": "\(.*\)",/\1/p' "$tests/../editors/vscode/package.json")"
+check "the README's archive" "$version" "$(sed -n 's/.*orvinterpreter-\([0-9.]*\)\.tar\.xz.*/\1/p' "$tests/../README.md")"
 exit $failed

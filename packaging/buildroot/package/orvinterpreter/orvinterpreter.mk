@@ -4,7 +4,7 @@
 #
 ################################################################################
 
-ORVINTERPRETER_VERSION = 1.1.0
+ORVINTERPRETER_VERSION = 1.2.0
 # The source tree that this recipe stands in. For a release's archive: its address here,
 # another method or none, and its hash in orvinterpreter.hash, beside this file.
 ORVINTERPRETER_SITE = $(BR2_EXTERNAL_ORVINTERPRETER_PATH)/../..
