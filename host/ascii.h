@@ -42,6 +42,14 @@ inline constexpr bool isHtmlBlank(char c)
     return isBlank(c) || c == '\f';
 }
 
+/* The offset behind the bytes of a kind that stand at pos. */
+template <typename Is> size_t skip(std::string_view text, size_t pos, Is is)
+{
+    while (pos < text.size() && is(text[pos]))
+        ++pos;
+    return pos;
+}
+
 /* A copy in small letters. */
 inline std::string lowered(std::string_view text)
 {

@@ -30,4 +30,11 @@ struct Breach {
 /* Whether an element of that name is open, itself included; null for none. */
 const Open *findOpen(const Open *top, std::string_view name);
 
+/* The element as a message names it. reader: the template that the message is about. */
+std::string inOpen(const Open &open, const Template *reader);
+
+/* What is wrong with a start tag's place; empty for nothing. with: out, the element around it
+ * that is the reason. */
+std::string misplaced(const State &state, const Tag &tag, const Open **with);
+
 #endif

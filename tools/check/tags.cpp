@@ -6,7 +6,7 @@
 
 #include "facts.h"
 #include "host/ascii.h"
-#include "tools/common/translation.h"
+#include "tools/common/entities.h"
 
 using std::string;
 using std::string_view;

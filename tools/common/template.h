@@ -156,6 +156,9 @@ struct LineColumn {
 LineColumn placeOf(const Template &tpl, uint32_t offset);
 LineColumn placeInFile(const Template &tpl, uint32_t offset); // of the file
 
+/* Notes where the file's lines begin, for all of these: part of reading it. */
+void measure(Template *tpl);
+
 /* UTF-16 units between the begin of its line and an offset. */
 uint32_t unitsBefore(const Template &tpl, uint32_t offset);
 uint32_t unitsInFile(const Template &tpl, uint32_t offset); // of the file

@@ -62,13 +62,6 @@ void dropLimit(std::set<std::string> *flags);
 /* Lets flags allow no more characters than most. */
 void limitLength(std::set<std::string> *flags, size_t most);
 
-/* The length of what stands at an "&" and is no entity although it was to be one, 0 when
- * nothing is wrong. cure: out, what to write instead. */
-size_t wrongEntity(std::string_view rest, std::string *cure);
-
-/* The names of all entities that are known, a blank behind each. */
-std::string_view entityNames();
-
 /* How many characters of a text are seen: a tag is none, an entity is one. */
 size_t visibleLength(std::string_view text);
 
