@@ -163,9 +163,6 @@ void measure(Template *tpl);
 uint32_t unitsBefore(const Template &tpl, uint32_t offset);
 uint32_t unitsInFile(const Template &tpl, uint32_t offset); // of the file
 
-/* The offset of a place, at most the template's length. */
-uint32_t offsetOf(const Template &tpl, uint32_t line, uint32_t column);
-
 /* The fields within a span, as indices from first to before last. */
 struct FieldRange {
     size_t first;

@@ -86,11 +86,3 @@ uint32_t unitsBefore(const Template &tpl, uint32_t offset)
 {
     return unitsInFile(tpl, inFile(tpl, offset));
 }
-
-uint32_t offsetOf(const Template &tpl, uint32_t line, uint32_t column)
-{
-    const auto size = static_cast<uint32_t>(tpl.source.size());
-    if (line == 0 || line > tpl.lineStarts.size())
-        return size;
-    return std::min(inSource(tpl, tpl.lineStarts[line - 1] + column - 1), size);
-}

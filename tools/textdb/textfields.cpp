@@ -116,21 +116,6 @@ Uses collectUses(const std::vector<TemplateFields> &templates)
     return uses;
 }
 
-bool nextField(std::string_view text, size_t *pos, size_t *start, std::string_view *id)
-{
-    while ((*start = text.find("{?", *pos)) != std::string_view::npos) {
-        const size_t first = *start + 2;
-        const size_t end = idEnd(text, first);
-        *id = text.substr(first, end - first).substr(0, MAX_ID_LENGTH);
-        *pos = first;
-        if (text.substr(end, 2) == "?}") {
-            *pos = end + 2;
-            return true;
-        }
-    }
-    return false;
-}
-
 std::string breaksPlace(std::string_view text, const FieldUse &use,
                         const std::set<std::string> &meant, std::string *cure)
 {

@@ -57,11 +57,6 @@ using Uses = std::map<std::string, IdUses, std::less<>>;
 
 Uses collectUses(const std::vector<TemplateFields> &templates);
 
-/* Finds the next text field, "{?", an id, "?}", at *pos or later, and moves *pos
- * behind it. A "{?" that no whole field follows is text.
- * start: out, where the field begins. Returns false when there is none. */
-bool nextField(std::string_view text, size_t *pos, size_t *start, std::string_view *id);
-
 /* What a text does in the place of a field, "ends the quote that it stands in", and to its
  * page; empty for nothing. meant: references that it may have. cure: out, what to do about it. */
 std::string breaksPlace(std::string_view text, const FieldUse &use,
