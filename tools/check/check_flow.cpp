@@ -131,7 +131,8 @@ static bool mayBePage(const Site &site, const string &path)
     const auto includes = site.includes.find(path);
     const string source = lowered(site.templates.at(path)->source);
     return (includes != site.includes.end() && !includes->second.empty()) ||
-           source.find("<html") != string::npos || source.find("<!doctype") != string::npos ||
+           fitsAny(site.options.routes, path) || source.find("<html") != string::npos ||
+           source.find("<!doctype") != string::npos ||
            path.find('.') + suffixOf(path).size() != path.size(); // such as list.json.frm
 }
 

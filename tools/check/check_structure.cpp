@@ -724,7 +724,7 @@ void checkStructure(Report &all)
         if (flow->broken || modeOf(path) == Mode::PLAIN)
             continue;
         Paths paths(forest, self, &page);
-        paths.many = modeOf(path) == Mode::DATA;
+        paths.many = paths.inData = modeOf(path) == Mode::DATA;
         self.faults.ofPage.clear();
         self.json.beginPage(paths);
         self.facts.beginPage(paths);

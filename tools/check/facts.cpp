@@ -175,11 +175,19 @@ static void noteFragment(Facts &facts, Paths &paths, const Tag &tag, const Attri
             {&tag, &attribute, {value.substr(1)}, whenOf(paths, attribute), paths.chain});
 }
 
+// Whether a script fills what stands there.
+static bool inTemplate(const Paths &paths)
+{
+    return std::ranges::any_of(paths.variants, [](const Variant &variant) {
+        return findOpen(variant.state.top, "template");
+    });
+}
+
 static void noteField(Facts &facts, const Paths &paths, const Tag &tag)
 {
     const Attribute *type = tag.find("type");
     const string kind = type && type->values.size() == 1 ? type->values[0] : "";
-    if (tag.unknown || isHidden(tag) || tag.name == "keygen")
+    if (tag.unknown || isHidden(tag) || tag.name == "keygen" || inTemplate(paths))
         return;
     if (tag.name == "input" && hasWord("hidden submit reset image button", kind)) {
         const char *needed = kind == "image" ? "alt" : kind == "button" ? "value" : nullptr;
@@ -277,7 +285,7 @@ void Facts::close(const Paths &paths, const Open &open)
     }
     const bool needs = (tag.name == "a" && tag.find("href")) || tag.name == "button" ||
                        (tag.name == "title" && !open.foreign);
-    if (!needs || tag.unknown || isHidden(tag))
+    if (!needs || tag.unknown || isHidden(tag) || findOpen(open.outer, "template"))
         return;
     if (open.named || says(tag, "aria-label") || says(tag, "title") ||
         tag.find("aria-labelledby") || paths.opaque) {
@@ -489,7 +497,6 @@ void Facts::endPage(const Paths &paths)
     PageIds &own = pages[paths.page->path];
     own.opaque = paths.opaque;
     for (const IdUse &use : ids) {
-        own.opaque = own.opaque || !isKnown(use.id);
         own.ids.insert(use.id);
     }
     checkTwice(*this, ids, "the id '");
@@ -505,7 +512,9 @@ void Facts::endSite()
 {
     for (const FarLink &link : farLinks) {
         const auto page = pages.find(link.page);
-        if (page == pages.end() || page->second.opaque || page->second.ids.contains(link.id) ||
+        if (page == pages.end() || page->second.opaque ||
+            std::ranges::any_of(page->second.ids,
+                                [&](const string &id) { return mayMatch(id, link.id); }) ||
             isMadeByScript(*this, link.id) || scriptsOf(*this).find("hash") != string::npos)
             continue;
         reportPlace(all, Grade::ERROR, link.place, "html-reference",

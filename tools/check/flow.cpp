@@ -231,16 +231,22 @@ static void flowInclude(Reader &reader, const Template &tpl, const Command &comm
     const Mode mode = reader.now.mode;
     if (templates.empty() || isInTag(mode) || mode == Mode::COMMENT)
         return readShown(reader, {nullptr, 0, VALUE_RAW, false, 0, true, "", {}}, place);
-    if (mode == Mode::RAW && reader.now.json)
+    const bool inScript = mode == Mode::RAW && reader.now.json;
+    const bool isJson = std::ranges::all_of(
+        templates, [](const Template *included) { return modeOf(included->path) == Mode::DATA; });
+    if (inScript && !isJson)
         return readShown(reader, {nullptr, 0, 0, false, 0, false, "", {}}, place);
-    if (mode != Mode::TEXT && mode != Mode::DATA)
+    if (mode != Mode::TEXT && mode != Mode::DATA && !inScript)
         return;
     Node &node = addNode(reader, NodeKind::INCLUDE, place);
     node.command = &command;
     node.templates = templates;
+    node.isData = mode != Mode::TEXT;
     for (const Template *included : templates) {
-        const Flow *flow = flowOf(reader.forest, *included, mode);
+        const Flow *flow = flowOf(reader.forest, *included, node.isData ? Mode::DATA : Mode::TEXT);
         reader.broken = reader.broken || (flow && flow->broken);
+        if (inScript)
+            continue; // it is read on behind the include
         if (flow && included == templates.front())
             reader.now = flow->end;
         else if (flow && flow->end.mode != reader.now.mode)

@@ -101,7 +101,8 @@ struct Shown {
 
 struct Node {
     NodeKind kind;
-    bool plain = false; // of IF and ROWS: holds no more than words, values and sets
+    bool plain = false;  // of IF and ROWS: holds no more than words, values and sets
+    bool isData = false; // of INCLUDE: what is included is JSON
     Place place;
     const Command *command = nullptr;   // of SET, IF, ROWS, INCLUDE
     std::shared_ptr<const Tag> tag;     // of TAG

@@ -266,6 +266,10 @@ static void tell(JsonPages &pages, const Paths &paths, const std::vector<bool> &
     Outcome blame;
     if (!isCertain(paths, wrong, place.tpl, &blame))
         return;
+    // A column may tell which row is the first, or the last.
+    const bool isOfComma = text.ends_with(" ,") || text.find("comma") != string::npos;
+    if (isOfComma && dependsOnRow(paths, blame))
+        return;
     if (blame.atom < paths.atoms.size())
         text += ", " + conditionOf(paths, blame);
     else if (paths.again)

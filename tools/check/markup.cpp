@@ -2,6 +2,7 @@
 #include "markup.h"
 
 #include <algorithm>
+#include <array>
 #include <iterator>
 #include <vector>
 
@@ -169,233 +170,71 @@ string_view nearestElement(string_view name)
     return nearest(name, names);
 }
 
-// Those of any element of HTML, less data-, aria- and event handlers that are rare.
-static constexpr string_view attributes[] = {"abbr",
-                                             "accept",
-                                             "accept-charset",
-                                             "accesskey",
-                                             "action",
-                                             "align",
-                                             "allow",
-                                             "allowfullscreen",
-                                             "alt",
-                                             "as",
-                                             "async",
-                                             "autocapitalize",
-                                             "autocomplete",
-                                             "autocorrect",
-                                             "autofocus",
-                                             "autoplay",
-                                             "bgcolor",
-                                             "blocking",
-                                             "border",
-                                             "cellpadding",
-                                             "cellspacing",
-                                             "charset",
-                                             "checked",
-                                             "cite",
-                                             "class",
-                                             "color",
-                                             "cols",
-                                             "colspan",
-                                             "command",
-                                             "commandfor",
-                                             "content",
-                                             "contenteditable",
-                                             "controls",
-                                             "coords",
-                                             "crossorigin",
-                                             "data",
-                                             "datetime",
-                                             "decoding",
-                                             "default",
-                                             "defer",
-                                             "dir",
-                                             "dirname",
-                                             "disabled",
-                                             "download",
-                                             "draggable",
-                                             "enctype",
-                                             "enterkeyhint",
-                                             "face",
-                                             "fetchpriority",
-                                             "for",
-                                             "form",
-                                             "formaction",
-                                             "formenctype",
-                                             "formmethod",
-                                             "formnovalidate",
-                                             "formtarget",
-                                             "frameborder",
-                                             "headers",
-                                             "height",
-                                             "hidden",
-                                             "high",
-                                             "href",
-                                             "hreflang",
-                                             "hspace",
-                                             "http-equiv",
-                                             "id",
-                                             "imagesizes",
-                                             "imagesrcset",
-                                             "inert",
-                                             "inputmode",
-                                             "integrity",
-                                             "is",
-                                             "ismap",
-                                             "itemid",
-                                             "itemprop",
-                                             "itemref",
-                                             "itemscope",
-                                             "itemtype",
-                                             "kind",
-                                             "label",
-                                             "lang",
-                                             "language",
-                                             "link",
-                                             "list",
-                                             "loading",
-                                             "loop",
-                                             "low",
-                                             "marginheight",
-                                             "marginwidth",
-                                             "max",
-                                             "maxlength",
-                                             "media",
-                                             "method",
-                                             "min",
-                                             "minlength",
-                                             "multiple",
-                                             "muted",
-                                             "name",
-                                             "nomodule",
-                                             "nonce",
-                                             "noshade",
-                                             "novalidate",
-                                             "nowrap",
-                                             "onblur",
-                                             "onchange",
-                                             "onclick",
-                                             "onfocus",
-                                             "oninput",
-                                             "onkeydown",
-                                             "onkeyup",
-                                             "onload",
-                                             "onmouseout",
-                                             "onmouseover",
-                                             "onsubmit",
-                                             "open",
-                                             "optimum",
-                                             "part",
-                                             "pattern",
-                                             "ping",
-                                             "placeholder",
-                                             "playsinline",
-                                             "popover",
-                                             "popovertarget",
-                                             "popovertargetaction",
-                                             "poster",
-                                             "preload",
-                                             "property",
-                                             "readonly",
-                                             "referrerpolicy",
-                                             "rel",
-                                             "required",
-                                             "rev",
-                                             "reversed",
-                                             "role",
-                                             "rows",
-                                             "rowspan",
-                                             "rules",
-                                             "sandbox",
-                                             "scope",
-                                             "scrolling",
-                                             "selected",
-                                             "shape",
-                                             "size",
-                                             "sizes",
-                                             "slot",
-                                             "span",
-                                             "spellcheck",
-                                             "src",
-                                             "srcdoc",
-                                             "srclang",
-                                             "srcset",
-                                             "start",
-                                             "step",
-                                             "style",
-                                             "summary",
-                                             "tabindex",
-                                             "target",
-                                             "text",
-                                             "title",
-                                             "translate",
-                                             "type",
-                                             "typeof",
-                                             "usemap",
-                                             "valign",
-                                             "value",
-                                             "vlink",
-                                             "vspace",
-                                             "width",
-                                             "wrap",
-                                             "writingsuggestions",
-                                             "xml:lang",
-                                             "xmlns"};
+// The words of a text, as a table.
+static constexpr size_t countWords(string_view text)
+{
+    return static_cast<size_t>(std::ranges::count(text, ' ')) + 1;
+}
 
-static constexpr string_view ariaAttributes[] = {"aria-activedescendant",
-                                                 "aria-atomic",
-                                                 "aria-autocomplete",
-                                                 "aria-braillelabel",
-                                                 "aria-brailleroledescription",
-                                                 "aria-busy",
-                                                 "aria-checked",
-                                                 "aria-colcount",
-                                                 "aria-colindex",
-                                                 "aria-colindextext",
-                                                 "aria-colspan",
-                                                 "aria-controls",
-                                                 "aria-current",
-                                                 "aria-describedby",
-                                                 "aria-description",
-                                                 "aria-details",
-                                                 "aria-disabled",
-                                                 "aria-dropeffect",
-                                                 "aria-errormessage",
-                                                 "aria-expanded",
-                                                 "aria-flowto",
-                                                 "aria-grabbed",
-                                                 "aria-haspopup",
-                                                 "aria-hidden",
-                                                 "aria-invalid",
-                                                 "aria-keyshortcuts",
-                                                 "aria-label",
-                                                 "aria-labelledby",
-                                                 "aria-level",
-                                                 "aria-live",
-                                                 "aria-modal",
-                                                 "aria-multiline",
-                                                 "aria-multiselectable",
-                                                 "aria-orientation",
-                                                 "aria-owns",
-                                                 "aria-placeholder",
-                                                 "aria-posinset",
-                                                 "aria-pressed",
-                                                 "aria-readonly",
-                                                 "aria-relevant",
-                                                 "aria-required",
-                                                 "aria-roledescription",
-                                                 "aria-rowcount",
-                                                 "aria-rowindex",
-                                                 "aria-rowindextext",
-                                                 "aria-rowspan",
-                                                 "aria-selected",
-                                                 "aria-setsize",
-                                                 "aria-sort",
-                                                 "aria-valuemax",
-                                                 "aria-valuemin",
-                                                 "aria-valuenow",
-                                                 "aria-valuetext"};
+template <size_t COUNT> static constexpr auto tableOf(string_view text)
+{
+    std::array<string_view, COUNT> table;
+    for (string_view &word : table) {
+        word = text.substr(0, text.find(' '));
+        text.remove_prefix(std::min(word.size() + 1, text.size()));
+    }
+    return table;
+}
+
+// Those of any element: of HTML, its older versions, and browsers that are gone.
+static constexpr string_view attributeWords =
+    "abbr accept accept-charset accesskey action align alink allow allowfullscreen "
+    "allowtransparency alt archive as async autocapitalize autocomplete autocorrect autofocus "
+    "autoplay autosave axis background behavior bgcolor bgproperties blocking border "
+    "bordercolor bordercolordark bordercolorlight bottommargin cellpadding cellspacing char "
+    "charoff charset checked cite class classid clear code codebase codetype color cols "
+    "colspan command commandfor compact content contenteditable controls controlslist coords "
+    "crossorigin data datetime declare decoding default defer dir direction dirname disabled "
+    "disablepictureinpicture download draggable dynsrc enctype enterkeyhint event face "
+    "fetchpriority for form formaction formenctype formmethod formnovalidate formtarget frame "
+    "frameborder framespacing headers height hidden hidefocus high href hreflang hspace "
+    "http-equiv id imagesizes imagesrcset inert inputmode integrity is ismap itemid itemprop "
+    "itemref itemscope itemtype kind label lang language leftmargin link list loading "
+    "longdesc loop low lowsrc marginheight marginwidth max maxlength media method min "
+    "minlength multiple muted name nohref nomodule nonce noresize noshade novalidate nowrap "
+    "object onabort onafterprint onanimationend onanimationstart onbeforeinput onbeforeprint "
+    "onbeforeunload onblur oncancel oncanplay onchange onclick onclose oncontextmenu oncopy "
+    "oncut ondblclick ondrag ondragend ondragenter ondragleave ondragover ondragstart ondrop "
+    "onended onerror onfocus onfocusin onfocusout onformdata onhashchange oninput oninvalid "
+    "onkeydown onkeypress onkeyup onload onmessage onmousedown onmouseenter onmouseleave "
+    "onmousemove onmouseout onmouseover onmouseup onoffline ononline onpagehide onpageshow "
+    "onpaste onpause onplay onplaying onpointerdown onpointermove onpointerup onpopstate "
+    "onprogress onreset onresize onscroll onsearch onselect onstorage onsubmit ontimeupdate "
+    "ontoggle ontouchcancel ontouchend ontouchmove ontouchstart ontransitionend onunload "
+    "onvolumechange onwaiting onwheel open optimum part pattern ping placeholder playsinline "
+    "popover popovertarget popovertargetaction poster preload profile prompt property "
+    "readonly referrerpolicy rel required results rev reversed rightmargin role rows rowspan "
+    "rules sandbox scheme scope scrollamount scrolldelay scrolling selected shape size sizes "
+    "slot span spellcheck src srcdoc srclang srcset standby start step style summary tabindex "
+    "target text title topmargin translate truespeed type typeof unselectable usemap valign "
+    "value valuetype version vlink vspace webkitdirectory width wrap writingsuggestions "
+    "xlink:href xml:lang xml:space xmlns xmlns:xlink";
+
+static constexpr string_view ariaWords =
+    "aria-activedescendant aria-atomic aria-autocomplete aria-braillelabel "
+    "aria-brailleroledescription aria-busy aria-checked aria-colcount aria-colindex "
+    "aria-colindextext aria-colspan aria-controls aria-current aria-describedby "
+    "aria-description aria-details aria-disabled aria-dropeffect aria-errormessage "
+    "aria-expanded aria-flowto aria-grabbed aria-haspopup aria-hidden aria-invalid "
+    "aria-keyshortcuts aria-label aria-labelledby aria-level aria-live aria-modal "
+    "aria-multiline aria-multiselectable aria-orientation aria-owns aria-placeholder "
+    "aria-posinset aria-pressed aria-readonly aria-relevant aria-required "
+    "aria-roledescription aria-rowcount aria-rowindex aria-rowindextext aria-rowspan "
+    "aria-selected aria-setsize aria-sort aria-valuemax aria-valuemin aria-valuenow "
+    "aria-valuetext";
+
+static constexpr auto attributes = tableOf<countWords(attributeWords)>(attributeWords);
+static constexpr auto ariaAttributes = tableOf<countWords(ariaWords)>(ariaWords);
 
 static_assert(std::ranges::is_sorted(attributes) && std::ranges::is_sorted(ariaAttributes));
 
@@ -408,6 +247,25 @@ string_view nearestAttribute(string_view name)
     if (isOwn || std::ranges::binary_search(names, name))
         return "";
     return nearest(name, {names.begin(), names.end()});
+}
+
+const ChoiceRow *findChoice(string_view element, string_view attribute)
+{
+    static constexpr string_view types =
+        "text hidden search tel url email password date month week time datetime-local datetime "
+        "number range color checkbox radio file submit image reset button";
+    static constexpr ChoiceRow table[] = {
+        {"form", "method", "get post dialog", "get"},
+        {"form", "enctype", "application/x-www-form-urlencoded multipart/form-data text/plain",
+         "application/x-www-form-urlencoded"},
+        {"input button", "formmethod", "get post dialog", "get"},
+        {"input", "type", types, "text"},
+        {"button", "type", "submit reset button", "submit"},
+    };
+    const auto *row = std::ranges::find_if(table, [&](const ChoiceRow &choice) {
+        return choice.attribute == attribute && hasWord(choice.elements, element);
+    });
+    return row == std::end(table) ? nullptr : row;
 }
 
 namespace

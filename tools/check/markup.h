@@ -36,6 +36,18 @@ std::string_view nearestElement(std::string_view name);
  * some has, and when none is near. */
 std::string_view nearestAttribute(std::string_view name);
 
+// What an attribute of some elements can be, as words between blanks, and which of them browsers
+// take in the place of anything else.
+struct ChoiceRow {
+    std::string_view elements;
+    std::string_view attribute;
+    std::string_view words;
+    std::string_view instead;
+};
+
+/* The row of an element's attribute; null for one that can be anything. */
+const ChoiceRow *findChoice(std::string_view element, std::string_view attribute);
+
 /* Whether the start tag of an element ends an open one of that name, as a li ends a li. */
 bool endsOpen(std::string_view start, std::string_view open);
 

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <ranges>
 #include <utility>
 
 #include "grammar/commands.h"
@@ -315,6 +316,25 @@ bool isCertain(const Paths &paths, const std::vector<bool> &wrong, const Templat
     return false;
 }
 
+static bool readsColumn(const Argument &argument)
+{
+    return std::ranges::any_of(argument.elements, [](const Element &element) {
+        return element.command ? std::ranges::any_of(element.command->args, readsColumn)
+                               : element.type == ELEM_NUMVAR && takeApart(element.text).column != 0;
+    });
+}
+
+bool dependsOnRow(const Paths &paths, Outcome blame)
+{
+    const auto depends = [&](Outcome outcome) {
+        const Atom &atom = paths.atoms[outcome.atom];
+        return atom.kind == NodeKind::IF &&
+               std::ranges::any_of(atom.command->args | std::views::take(2), readsColumn);
+    };
+    return std::ranges::any_of(paths.conditions, depends) ||
+           (blame.atom < paths.atoms.size() && depends(blame));
+}
+
 bool exclude(const Outcomes &a, const Outcomes &b)
 {
     return std::ranges::any_of(a, [&](Outcome outcome) {
@@ -594,8 +614,7 @@ static void walkRows(Paths &paths, const Node &node)
 
 static void walkTemplate(Paths &paths, const Node &node, const Template &tpl)
 {
-    const Mode mode = modeOf(paths.page->path) == Mode::DATA ? Mode::DATA : Mode::TEXT;
-    const Flow *flow = flowOf(paths.forest, tpl, mode);
+    const Flow *flow = flowOf(paths.forest, tpl, node.isData ? Mode::DATA : Mode::TEXT);
     if (!flow || paths.open.size() >= MOST_OPEN || !paths.open.insert(&tpl).second)
         return;
     const Chain *const outer = paths.chain;
@@ -603,7 +622,9 @@ static void walkTemplate(Paths &paths, const Node &node, const Template &tpl)
     paths.chain = &paths.chains.back();
     std::vector<Frame> frames = std::move(paths.frames);
     paths.frames.clear();
+    const bool wasData = std::exchange(paths.inData, node.isData);
     walkNodes(paths, flow->nodes);
+    paths.inData = wasData;
     paths.frames = std::move(frames);
     paths.chain = outer;
     paths.open.erase(&tpl);
@@ -648,7 +669,7 @@ static void walkVariable(Paths &paths, const Node &node)
 {
     const string name = keyOfRead(*node.shown->element);
     const auto held = paths.held.find(name);
-    const bool isData = modeOf(paths.page->path) == Mode::DATA;
+    const bool isData = paths.inData;
     const bool escapes = (node.shown->id & (CMDF_HTML | CMDF_JS)) != 0;
     if (held == paths.held.end() || held->second.sets.empty() || (escapes && !isData)) {
         const bool isKnown =

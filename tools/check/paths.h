@@ -89,6 +89,7 @@ struct Paths {
     PathVisitor &walker;
     const Template *page;
     bool many = false;    // of .json: a query has one row
+    bool inData = false;  // what is walked is a template of JSON, included in a script or not
     bool opaque = false;  // something comes out of which nothing is known
     bool crowded = false; // there were too many variants
     std::vector<Variant> variants{1};
@@ -120,6 +121,9 @@ void walkPage(Paths &paths, const Flow &flow);
  * paths.atoms.size() for none. */
 bool isCertain(const Paths &paths, const std::vector<bool> &wrong, const Template *where,
                Outcome *blame);
+
+/* Whether a place, or the outcome that is to blame for it, hangs on a value of a row. */
+bool dependsOnRow(const Paths &paths, Outcome blame);
 
 /* Whether two places cannot both be in one page, by their conditions, and whether the first is
  * there whenever the other one is. */

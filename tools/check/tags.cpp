@@ -107,18 +107,34 @@ static void countForeign(Reading &now, const Tag &tag)
         ++now.foreign;
 }
 
+// A value that is none of those which an attribute can have: browsers take another one then.
+static void checkChoice(const Text &text, const Tag &tag, const Attribute &attribute)
+{
+    const ChoiceRow *row = findChoice(tag.name, attribute.name);
+    if (!row || attribute.values.size() != 1 || attribute.values[0].empty())
+        return;
+    const string value = lowered(attribute.values[0]);
+    if (value.find(MARK) != string::npos || hasWord(row->words, value))
+        return;
+    tell(text, attribute.value, "html-attribute",
+         attribute.name + " of <" + tag.name + "> cannot be '" + value + "': browsers take " +
+             string(row->instead) + " in its place");
+}
+
 static void checkAttributes(const Text &text, const Tag &tag)
 {
     if (tag.closing && !tag.attributes.empty())
         tell(text, tag.attributes[0].place, "html-attribute", "an end tag has no attributes");
     if (!tag.row || text.reader.now.foreign || tag.closing)
         return;
-    for (const Attribute &attribute : tag.attributes)
+    for (const Attribute &attribute : tag.attributes) {
         if (const string_view meant = nearestAttribute(attribute.name);
             !meant.empty() && attribute.name.find_first_of("\"'<") == string::npos)
             tell(text, attribute.place, "html-attribute",
                  "no element has an attribute " + attribute.name + "; did you mean " +
                      string(meant) + "?");
+        checkChoice(text, tag, attribute);
+    }
 }
 
 // Whether two places of a tag can both be in one page.
