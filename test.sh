@@ -60,16 +60,16 @@ run_tests() {
 
 # fuzz SECONDS - each target in turn, from its corpus and what it has found before.
 fuzz() {
-    local target name found
+    local source target found
     alone build_in test-sanitized "${sanitized[@]}"
-    for target in fuzz/*_fuzz.cpp; do
-        name=$(basename "$target" _fuzz.cpp)
-        found=$PWD/build/fuzz/$name
+    for source in fuzz/*_fuzz.cpp; do
+        target=$(basename "$source" _fuzz.cpp)
+        found=$PWD/build/fuzz/$target
         mkdir -p "$found/corpus"
         local options=(-max_total_time="$1" -timeout=20 -artifact_prefix="$found/")
-        [[ ! -e fuzz/$name.dict ]] || options+=(-dict="$PWD/fuzz/$name.dict")
-        "build/test-sanitized/fuzz/${name}_fuzz" "${options[@]}" "$found/corpus" \
-            "$PWD/fuzz/corpus/$name" 2>&1 | tee "$found/log"
+        [[ ! -e fuzz/$target.dict ]] || options+=(-dict="$PWD/fuzz/$target.dict")
+        "build/test-sanitized/fuzz/${target}_fuzz" "${options[@]}" "$found/corpus" \
+            "$PWD/fuzz/corpus/$target" 2>&1 | tee "$found/log"
     done
     fuzz/sites.py build/test-sanitized/tools/orv-check $RANDOM "$1"
     fuzz/texts.py build/test-sanitized/tools/orv-textdb $RANDOM "$1"
