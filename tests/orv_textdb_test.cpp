@@ -125,6 +125,7 @@ TEST(TextDbTool, ReplacesDatabasesOnly)
         {"-o a.po b.po", "orv-textdb: a.po is no text database, it is not replaced\n=1"},
         {"-o a.link b.po", "orv-textdb: a.link is no text database, it is not replaced\n=1"},
         {"-o ./a.link a.po", "orv-textdb: ./a.link is an input, it is not replaced\n=1"},
+        {"-o a.po --source a.po b.po", "orv-textdb: a.po is an input, it is not replaced\n=1"},
         {"-o empty b.po", "b.po: 1 of 1 texts\n=0"},
         {"-o sub/up.link a.po && " ORV_TEXTDB " get empty a", "a.po: 1 of 1 texts\nx\n=0"},
         {"-o new.link b.po", "b.po: 1 of 1 texts\n=0"},
@@ -447,6 +448,10 @@ TEST(TextDbTool, KnowsTheLimitsOfForms)
     EXPECT_EQ(run("pot t.po t.htm | grep -A1 '^#,'"),
               "#, max-length:3\nmsgid \"a\"\n--\n#, max-length:2\nmsgid \"b\"\n--\n"
               "#, max-length:1\nmsgid \"c\"\n=0");
+    writeFile("s.po", utf8Header + "#, max-length:3\n" + entry("d", "4"));
+    EXPECT_EQ(run("build -o t.db --source s.po t.po"),
+              told("8: warning: id \"c\": ", "2", "1") + told("10: warning: id \"d\": ", "4", "3") +
+                  "t.po: 4 of 4 texts\n=0");
 }
 
 // A language with accents and longer texts, in which nothing is found but what the source has.
@@ -654,11 +659,17 @@ TEST(TextDbTool, DoesTheWholeRound)
         {"{\n\"text\": []}", "orv-check.json:2: there is no setting 'text', only $schema, docroot, "
                              "databases, functions, texts, textDatabases, variables, kinds, "
                              "overrides, pages, routes, exclude"},
+        {R"({"docroot": "db", "texts": ["en.po", "db/x_en.db"], "textDatabases": "db/x_*.db"})",
+         "db/x_en.db is an input, it is not replaced"},
+        {R"({"docroot": "db", "texts": ["en.po", "db/en.po"], "textDatabases": "db/x_*.db"})",
+         "db/x_en.db would be the database of another language, too: db/en.po"},
     };
     for (const auto &[file, message] : refused) {
         writeFile("orv-check.json", file);
         EXPECT_EQ(run("sync"), "orv-textdb: " + message + "\n=1");
     }
+    writeFile("orv-check.json", R"({"docroot": "db", "texts": ["pl.po", "en.po"]})");
+    EXPECT_TRUE(run("sync").starts_with("pl.po: error: is a translation, by the notes"));
     std::filesystem::remove("orv-check.json");
     EXPECT_EQ(run("sync"), "orv-textdb: there is no orv-check.json here or in a folder above; "
                            "'orv-check --init' writes one\n=1");
