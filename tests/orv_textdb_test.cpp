@@ -342,6 +342,7 @@ TEST(TextDbTool, JudgesTranslationsByTheirSource)
         {"100% discount", "100 % de descuento", ""},
         {"{0} and {name}", "{name} und {1}",
          "text-reference: has {1} in the place of {0}: write it as the source text does"},
+        {"1 { 2", "1 kleiner 2", ""},
         {"no value", "kein {x} Wert", "text-reference: has {x}" + take},
         {"<b>a</b> and <i>b</i>", "<i>b</i> und <b>a</b>", ""},
         {"a <b>word</b>", "ein Wort", "text-tags: lacks <b> and </b>" + tags},
@@ -435,9 +436,10 @@ TEST(TextDbTool, KnowsTheLimitsOfForms)
 {
     writeFile("t.po", utf8Header + entry("a", "&auml;<b>bcd</b>") + entry("b", "two") +
                           "#, max-length:1\n" + entry("c", "c2") + entry("d", "four"));
-    writeFile("t.htm", "<input value=\"{?a?}\" class='<?echo x?>' MAXLENGTH = 3>{?a?}\n"
-                       "<input maxlength='2' placeholder='{?d?}' value='{?c?}'>"
-                       "<textarea name=x maxlength=2>\n{?b?}</textarea>{?d?}");
+    writeFile("t.htm",
+              "<input value=\"{?a?}\" class='<?echo x?>' maxlengths=9 MAXLENGTH = 3>{?a?}\n"
+              "<input maxlength='2' placeholder='{?d?}' value='{?c?}'>"
+              "<textarea name=x maxlength=2>\n{?b?}</textarea>{?d?}");
     const auto told = [](const char *place, const char *length, const char *most) {
         return std::string("t.po:") + place + "has " + length + " characters, and " + most +
                " are the most: shorten it [text-length]\n";
@@ -507,6 +509,12 @@ TEST(TextDbTool, ListsWordsThatNoFieldStandsFor)
     EXPECT_EQ(
         run("pot --hard-coded 1.htm 2.frm"),
         "1.htm:1: Hard coded\n1.htm:3: Any\n1.htm:4: value: Send\n2.frm:1: alt: A picture\n=1");
+    writeFile(
+        "1.htm",
+        "<p alt=Words title=Words placeholder=Words label=Words summary=Words aria-label=Words"
+        " aria-description=Words aria-placeholder=Words aria-roledescription=Words"
+        " aria-valuetext=Words data-x=Words>");
+    EXPECT_EQ(run("pot --hard-coded 1.htm | wc -l"), "10\n=0");
     writeFile("1.htm", "{?a?}");
     EXPECT_EQ(run("pot --hard-coded 1.htm"), "=0");
 }

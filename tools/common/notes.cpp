@@ -227,9 +227,7 @@ void setNote(std::string *comments, std::string_view word, const std::string *te
         isPlaced = true;
         pos = note.end;
     }
-    result.append(*comments, pos);
-    if (!isPlaced && !result.empty() && !result.ends_with('\n'))
-        result.push_back('\n');
+    result.append(*comments, pos); // whose last line has its end
     *comments = result + (isPlaced ? "" : lines);
 }
 
