@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <charconv>
-#include <ranges>
 #include <utility>
 
 #include "grammar/commands.h"
@@ -328,8 +327,11 @@ bool dependsOnRow(const Paths &paths, Outcome blame)
 {
     const auto depends = [&](Outcome outcome) {
         const Atom &atom = paths.atoms[outcome.atom];
-        return atom.kind == NodeKind::IF &&
-               std::ranges::any_of(atom.command->args | std::views::take(2), readsColumn);
+        if (atom.kind != NodeKind::IF)
+            return false;
+        const std::vector<Argument> &args = atom.command->args; // what is compared comes first
+        return std::any_of(args.begin(), args.begin() + std::min<ptrdiff_t>(std::ssize(args), 2),
+                           readsColumn);
     };
     return std::ranges::any_of(paths.conditions, depends) ||
            (blame.atom < paths.atoms.size() && depends(blame));
