@@ -88,6 +88,9 @@ build_hosts() {
     mkdir programs
     mv smallest/smallest cgi fastcgi server programs
     "$tests/hosts.py" . "$doc-doc/README.md" programs "$root/usr/bin/orv-textdb" || check hosts 0 $?
+    sed -n '/^```sh$/,/^```$/{/^```/!p}' "$doc-doc/docs/hosts.md" | sed "s|/usr/share|$root/usr/share|" >steps
+    check 'the examples, step by step' '<p>Good day Ann!</p>' \
+        "$(PATH=$root/usr/bin:$PATH bash -e steps 2>said | grep Good || cat said)"
     mkdir first
     cd first
     PATH=$root/usr/bin:$PATH "$tests/first_page.py" "$doc-doc/docs/first-page.md" || check 'the first page' 0 $?
