@@ -26,6 +26,8 @@ typedef struct OrvSite {
     const char *names;      /* names that the device has besides those of its script names.sql,
                                with blanks between; null for none */
     const char *apply;      /* the program that lets changes reach the device; null for none */
+    const char *figures;    /* a folder of files of lines: figure('NAME') reads them in the scripts
+                               PAGE.figures.sql; null for none */
     const char *commonText; /* the id of a text that each language has; null for pages without */
     int logsAll;            /* all diagnostics of the interpreter go to the error log, not only
                                problems */

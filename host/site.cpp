@@ -229,9 +229,13 @@ static void applyChanges(Exchange &x)
         !readScript(x.host, "applied.sql", note) ||
         runScript(x.db, find, {}, changes) != SCRIPT_ROWS)
         return;
+    // One after the other, and each with what is stored by then: the last value holds.
+    bool hasTurn = storeApplyTurn(x.db);
+    if (hasTurn && runScript(x.db, find, {}, changes) != SCRIPT_ROWS)
+        return;
     for (const std::vector<string> &row : changes)
         told += row[0] + '=' + row[1] + '\n';
-    if (!runApply(x.site->apply, told, answer))
+    if (!hasTurn || !runApply(x.site->apply, told, answer))
         x.told = "site.apply.bad";
     else
         for (const std::vector<string> &row : changes) {
@@ -343,6 +347,17 @@ static void decide(Exchange &x, int status)
         askToLogIn(x);
 }
 
+// Lets the site's script put what the device measures before the page that is shown. Returns false
+// when it cannot: what is made up is not to be shown in its place.
+static bool findFigures(Exchange &x)
+{
+    Rows rows;
+    string script;
+    string name = x.shown.substr(0, x.shown.rfind('.')) + ".figures.sql";
+    return !x.site->figures || !x.location.empty() || !hasScript(name) ||
+           (readScript(x.host, name, script) && runScript(x.db, script, {}, rows) == SCRIPT_DONE);
+}
+
 // Makes what is missing in the databases. Returns false after a line on standard error; x.reason
 // then says more.
 static bool prepareStore(Exchange &x)
@@ -365,7 +380,7 @@ static sqlite3 *openStore(const OrvSite &site)
     if (folder.empty())
         folder = string("/tmp/") + site.name + '-' + std::to_string(geteuid());
     bool isReady = privateFile(folder, "sessions.db", file);
-    return isReady ? storeOpen(textOf(site.database), file) : nullptr;
+    return isReady ? storeOpen(textOf(site.database), file, site.figures) : nullptr;
 }
 
 // Opens what the site names and answers. Returns false when it cannot.
@@ -383,7 +398,7 @@ static bool run(Exchange &x)
     bool hasStore = x.db && prepareStore(x);
     if (hasStore)
         decide(x, status);
-    else
+    if (!hasStore || !findFigures(x))
         refuse(x, BROKEN);
     return (!hasStore || hostTakeDatabase(x.host, x.db)) && sendAnswer(x);
 }

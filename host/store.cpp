@@ -1,6 +1,7 @@
 /* host/store.cpp - runs the web program's own statements. */
 #include "store.h"
 #include "complain.h"
+#include "figures.h"
 
 #include <crypt.h>
 #include <errno.h>
@@ -18,6 +19,9 @@ static constexpr int BUSY_MILLISECONDS = 5000;
 
 // How many passwords are looked at at a time: each hash takes 16 MiB and a processor.
 static constexpr int TURNS = 2;
+
+// How long changes wait for others that are being applied: longer than those may take.
+static constexpr int APPLY_MILLISECONDS = 25000;
 
 // yescrypt, at the library's own cost; its salt comes from the system.
 static constexpr char hashPrefix[] = "$y$";
@@ -68,29 +72,50 @@ static void passwordFits(sqlite3_context *context, int, sqlite3_value **argument
         resultOfHash(context, password, stored, stored);
 }
 
-// Waits for one of the turns, the locked bytes of a file, which the process then has until it
-// ends, whatever ends it.
-static void passwordTurn(sqlite3_context *context, int, sqlite3_value **)
+// Waits for one of some turns, the locked bytes of a file beside the sessions, which the process
+// then has until it ends, whatever ends it.
+// first, count: of the bytes. problem: why none is left.
+//
+// Returns null, or why it has none.
+static const char *takeTurn(sqlite3 *db, int first, int count, int milliseconds,
+                            const char *problem)
 {
     static constexpr int STEP_MILLISECONDS = 20;
-    const char *path = static_cast<const char *>(sqlite3_user_data(context));
-    int fd = open(path, O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600);
-    for (int waited = 0; fd >= 0 && waited < BUSY_MILLISECONDS; waited += STEP_MILLISECONDS) {
-        for (int turn = 0; turn < TURNS; ++turn) {
+    string path = string(sqlite3_db_filename(db, "sessions")) + "-turns";
+    int fd = open(path.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600);
+    if (fd < 0)
+        return strerror(errno);
+    for (int waited = 0; waited < milliseconds; waited += STEP_MILLISECONDS) {
+        for (int turn = first; turn < first + count; ++turn) {
             struct flock lock = {};
             lock.l_type = F_WRLCK;
             lock.l_whence = SEEK_SET;
             lock.l_start = turn;
             lock.l_len = 1;
             if (fcntl(fd, F_OFD_SETLK, &lock) == 0)
-                return sqlite3_result_int(context, turn);
+                return nullptr;
         }
         sqlite3_sleep(STEP_MILLISECONDS);
     }
-    sqlite3_result_error(context, fd < 0 ? strerror(errno) : "too many passwords are looked at",
-                         -1);
-    if (fd >= 0)
-        close(fd);
+    close(fd);
+    return problem;
+}
+
+static void passwordTurn(sqlite3_context *context, int, sqlite3_value **)
+{
+    const char *problem = takeTurn(sqlite3_context_db_handle(context), 0, TURNS, BUSY_MILLISECONDS,
+                                   "too many passwords are looked at");
+    if (problem)
+        sqlite3_result_error(context, problem, -1);
+}
+
+bool storeApplyTurn(sqlite3 *db)
+{
+    const char *problem =
+        takeTurn(db, TURNS, 1, APPLY_MILLISECONDS, "others are applied, and for too long");
+    if (problem)
+        complain("changes are not applied: %s", problem);
+    return !problem;
 }
 
 // Attaches a database. Returns what SQLite does.
@@ -102,7 +127,7 @@ static int attach(sqlite3 *db, const char *file, const char *name)
     return status;
 }
 
-sqlite3 *storeOpen(const string &file, const string &sessionsFile)
+sqlite3 *storeOpen(const string &file, const string &sessionsFile, const char *figures)
 {
     sqlite3 *db = nullptr;
     // A page is a process, and half of its instructions are SQLite's.
@@ -132,9 +157,10 @@ sqlite3 *storeOpen(const string &file, const string &sessionsFile)
         status = sqlite3_create_function(db, "password_fits", 2, SQLITE_UTF8, nullptr, passwordFits,
                                          nullptr, nullptr);
     if (status == SQLITE_OK)
-        status = sqlite3_create_function_v2(db, "password_turn", 0, SQLITE_UTF8,
-                                            sqlite3_mprintf("%s-turns", sessionsFile.c_str()),
-                                            passwordTurn, nullptr, nullptr, sqlite3_free);
+        status = sqlite3_create_function(db, "password_turn", 0, SQLITE_UTF8, nullptr, passwordTurn,
+                                         nullptr, nullptr);
+    if (status == SQLITE_OK && figures)
+        status = addFigures(db, figures);
     if (status == SQLITE_OK)
         return db;
     complain("cannot use the database: %s", sqlite3_errmsg(db));

@@ -19,9 +19,15 @@ using Rows = std::vector<std::vector<std::string>>;
  *   password_turn()                waits until fewer than two other programs have a turn
  * The first two are slow on purpose, NULL for a NULL argument, and fail when it cannot be
  * told. A turn lasts until the program ends; where there is none in 5 seconds the last fails.
+ * figures: a folder of files that queries read (figures.h), borrowed; null for none.
  *
  * Returns null after a line on standard error; else the caller's, for a host to take. */
-sqlite3 *storeOpen(const std::string &file, const std::string &sessionsFile);
+sqlite3 *storeOpen(const std::string &file, const std::string &sessionsFile, const char *figures);
+
+/* Waits until no other program applies changes. The turn lasts until the program ends.
+ *
+ * Returns false after a line on standard error. */
+bool storeApplyTurn(sqlite3 *db);
 
 /* Whether the database of the sessions has its tables. */
 bool storeHasSessions(sqlite3 *db);

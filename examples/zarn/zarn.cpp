@@ -8,6 +8,7 @@
  *   ZARN_NAMES    names that the device has besides the one in its settings, with
  *                 blanks between; may be missing
  *   ZARN_APPLY    the program that is told what has changed, and makes it so; may be missing
+ *   ZARN_FIGURES  the folder of what the device measures; without it that is made up
  *   ZARN_LOG      whatever it says, all diagnostics go to the error log, not only problems */
 #include "orvhost.h"
 
@@ -24,6 +25,7 @@ int main()
     site.sessions = getenv("ZARN_SESSIONS");
     site.names = getenv("ZARN_NAMES");
     site.apply = getenv("ZARN_APPLY");
+    site.figures = getenv("ZARN_FIGURES");
     site.logsAll = getenv("ZARN_LOG") != nullptr;
     site.root = getenv("ZARN_ROOT");
     return Orv_Site_Answer(&site);
