@@ -3,6 +3,9 @@
 # texts. FOLDER/bin has sqlite3, FOLDER/page has texts.sed.
 folder=$1 database=$2
 cards=
+interfaces=
+devices=0
+online=0
 
 # The columns of a row, each after a word for the row's kind.
 query() {
@@ -10,11 +13,10 @@ query() {
 select 'host', value from setting where name = 'hostname';
 select 'status', connected, address, gateway, uptime_minutes / 1440,
     uptime_minutes / 60 % 24, uptime_minutes % 60, memory_total,
-    memory_total - memory_used from status_now;
-select 'count', count(*) from device;
-select 'online', count(*) from device_list where online = 1;
+    memory_total - memory_used, load from status_now;
 select 'network', name, address, wireless, enabled, devices, cast(online as integer), id
     from network_list order by id;
+select 'interface', name, received, sent, errors from interface_list;
 select 'footer', model, firmware, serial from status;"
 }
 
@@ -36,6 +38,12 @@ add_card() {
 <p>$(is_on "$4" enabled disabled)</p>
 <p>{?site.overview.online?}: <a href=\"devices.htm?net=$7\">$6 / $5</a></p>
 </li>
+"
+}
+
+add_interface() {
+    interfaces="$interfaces<tr><th scope=\"row\">$1</th><td class=\"number\" data-label=\"{?site.traffic.received?} (MiB)\">$2</td>
+<td class=\"number\" data-label=\"{?site.traffic.sent?} (MiB)\">$3</td><td class=\"number\" data-label=\"{?site.overview.errors?}\">$4</td></tr>
 "
 }
 
@@ -89,13 +97,31 @@ print_page() {
 <tr><th scope="row">{?site.overview.gateway?}</th><td>$gateway</td></tr>
 <tr><th scope="row">{?site.overview.uptime?}</th><td>$days {?site.overview.days?}, $hours {?site.overview.hours?}, $minutes {?site.overview.minutes?}</td></tr>
 <tr><th scope="row">{?site.overview.memory?}</th><td><meter min="0" max="$total" value="$free" aria-label="{?site.overview.memory?}">$free / $total</meter> $free / $total MiB</td></tr>
-<tr><th scope="row">{?site.overview.devices?}</th><td><a href="devices.htm">$devices</a></td></tr>
-<tr><th scope="row">{?site.overview.online?}</th><td><a href="devices.htm?sort=seen">$online</a></td></tr>
+<tr><th scope="row">{?site.overview.load?}</th><td>$load</td></tr>
 </tbody>
 </table>
 <h2>{?site.overview.networks?}</h2>
 <ul class="cards" id="networks" data-live>
 $cards</ul>
+<table class="status" id="devices" data-live>
+<tbody>
+<tr><th scope="row">{?site.overview.devices?}</th><td><a href="devices.htm">$devices</a></td></tr>
+<tr><th scope="row">{?site.overview.online?}</th><td><a href="devices.htm?sort=seen">$online</a></td></tr>
+</tbody>
+</table>
+<table class="wide" id="interfaces" data-live>
+<caption>{?site.overview.interfaces?}</caption>
+<thead>
+<tr>
+<th scope="col">{?site.devices.name?}</th>
+<th scope="col" class="number">{?site.traffic.received?} (MiB)</th>
+<th scope="col" class="number">{?site.traffic.sent?} (MiB)</th>
+<th scope="col" class="number">{?site.overview.errors?}</th>
+</tr>
+</thead>
+<tbody>
+$interfaces</tbody>
+</table>
 </main>
 <p class="error" id="stale" aria-live="assertive" hidden data-ended="{?site.live.ended?}" data-lost="{?site.live.lost?}"></p>
 <footer>
@@ -108,15 +134,17 @@ END
 }
 
 query | sed 's/&/\&amp;/g; s/</\&lt;/g; s/>/\&gt;/g; s/"/\&quot;/g' | {
-    while IFS="	" read -r kind a b c d e f g h; do
+    while IFS="	" read -r kind a b c d e f g h i; do
         case $kind in
         host) hostname=$a ;;
         status)
-            connected=$a address=$b gateway=$c days=$d hours=$e minutes=$f total=$g free=$h
+            connected=$a address=$b gateway=$c days=$d hours=$e minutes=$f total=$g free=$h load=$i
             ;;
-        count) devices=$a ;;
-        online) online=$a ;;
-        network) add_card "$a" "$b" "$c" "$d" "$e" "$f" "$g" ;;
+        network)
+            devices=$((devices + e)) online=$((online + f))
+            add_card "$a" "$b" "$c" "$d" "$e" "$f" "$g"
+            ;;
+        interface) add_interface "$a" "$b" "$c" "$d" ;;
         footer) model=$a firmware=$b serial=$c ;;
         esac
     done

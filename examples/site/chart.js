@@ -43,6 +43,8 @@
     /* One pair of columns an hour or a minute: what came in and what went out. label: returns
      * the time of one; every: how many of them have it written below. */
     function drawTimes(figure, times, label, every) {
+        if (times.length === 0) // of a device that has just started
+            return void (figure.hidden = true);
         const names = [figure.dataset.received, figure.dataset.sent];
         const [chart, width] = addChart(figure, 220);
         const scale = addScale(chart, width, Math.max(...times.flatMap(time => [time[1], time[2]])));
@@ -62,6 +64,8 @@
 
     /* One line a device, its name above where there is no room beside it. */
     function drawDevices(figure, devices) {
+        if (devices.length === 0)
+            return void (figure.hidden = true);
         const isNarrow = figure.clientWidth < 480;
         const line = isNarrow ? 46 : 28;
         const left = isNarrow ? 0 : 180;

@@ -1,0 +1,2 @@
+-- overview.figures.sql - the overview's figures on a device.
+.read figures.sql
