@@ -44,6 +44,7 @@ copy_site() {
     rm -r "$root/usr/share/zarn/texts"
     cp "$data/root"/etc/htmltext*.db "$root/etc/"
     ln -s /data/zarn/htmltext.db "$root/var/htmltext.db"
+    ln -s /data/shadow "$root/etc/shadow"
     mkdir "$root/usr/share/zarn/factory"
     cp "$data/router.db" "$root/usr/share/zarn/factory/"
     ln -s /etc/htmltext_en.db "$root/usr/share/zarn/factory/htmltext.db"
@@ -64,6 +65,9 @@ make_root() {
     make_applets "$root"
     copy_program "$packages/files" "$root" "$programs/examples/zarn/zarn" /usr/bin
     copy_program "$packages/files" "$root" "$programs/tools/orv-render" /usr/bin
+    # BusyBox does not know the hashes of passwords that zarn makes.
+    rm "$root/sbin/sulogin"
+    copy_program "$packages/files" "$root" "$packages/files/sbin/sulogin" /sbin
     arm-linux-gnueabihf-strip -o "$root/lib/liborvinterpreter.so.1" "$programs/liborvinterpreter.so"
     ln -s /data/log "$root/var/log"
     copy_site "$root"

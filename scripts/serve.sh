@@ -6,7 +6,7 @@
 # Without COMMAND it prints the address and goes on until Ctrl-C. With one it runs
 # that and ends with its status. The command finds the address in SITE_URL, the
 # database in SITE_DB, that of its sessions in SITE_SESSIONS, the web server's error log in
-# SITE_LOG.
+# SITE_LOG. Where SITE_FIGURES is set it is the folder of what the device measures.
 set -euo pipefail
 build=$(realpath "$1")
 port=$2
@@ -28,6 +28,8 @@ trap 'exit 143' TERM HUP
 
 # What is no static file is a page, or a name that zarn refuses.
 write_configuration() {
+    local figures=
+    [[ -z ${SITE_FIGURES-} ]] || figures=", \"ZARN_FIGURES\" => \"$SITE_FIGURES\""
     cat <<END
 server.modules = ("mod_setenv", "mod_alias", "mod_rewrite", "mod_cgi")
 server.bind = "127.0.0.1"
@@ -51,7 +53,7 @@ connect-src 'self'; img-src data:; form-action 'self'; base-uri 'none'; frame-an
     cgi.assign = ("" => "")
     setenv.add-environment = ("ZARN_DOCROOT" => "$site",
         "ZARN_DB" => "$work/data/router.db", "ZARN_ROOT" => "$work/data/root",
-        "ZARN_SESSIONS" => "$work/sessions")
+        "ZARN_SESSIONS" => "$work/sessions"$figures)
 } else {
     setenv.add-response-header = ("Cache-Control" => "max-age=600")
 }

@@ -2,7 +2,7 @@
 """tests/device/device.py IMAGE [GROUP]... - starts the virtual device, several times, and tests
 what runs there, beside the demo site that scripts/serve.sh runs on this machine. GROUPS, at the
 end, has the names; without one all are tested."""
-import base64, collections, concurrent.futures, contextlib, http.client, pathlib, random, re, shutil, signal
+import base64, collections, concurrent.futures, contextlib, http.client, os, pathlib, random, re, shutil, signal
 import socket, sqlite3, subprocess, sys, threading, time, urllib.request
 import visitor
 from visitor import DB, FORM, SESSIONS, Visitor
@@ -24,7 +24,7 @@ def free_port():
         return probe.getsockname()[1]
 
 
-WEB, SHELL = free_port(), free_port()
+WEB, SHELL, CONSOLE, DHCP = (free_port() for _ in range(4))
 Visitor.timeout = 120  # the device is emulated, and may be busy
 here = visitor.signed_in()
 there = Visitor(f"http://127.0.0.1:{WEB}")
@@ -41,12 +41,14 @@ def check(what, expected, got):
 def start(options="", memory=128):
     """Starts the device with these kernel options; returns when it answers."""
     global machine
-    forwards = f",hostfwd=tcp:127.0.0.1:{WEB}-:80,hostfwd=tcp:127.0.0.1:{SHELL}-:81"
+    forwards = f",hostfwd=tcp:127.0.0.1:{WEB}-:80,hostfwd=tcp:127.0.0.1:{SHELL}-:81" \
+               f",hostfwd=udp:127.0.0.1:{DHCP}-:67"
     arguments = subprocess.run(
         ["bash", "-c", '. device/machine.sh; machine_arguments "$@"', "bash", IMAGE,
          str(memory), options, forwards], cwd=SOURCE, stdout=subprocess.PIPE, text=True, check=True)
     machine = subprocess.Popen(["qemu-system-arm", *arguments.stdout.splitlines(), "-serial",
-                                f"file:{BUILD}/console.log"], stdin=subprocess.DEVNULL)
+                                "chardev:console", "-chardev", f"socket,id=console,host=127.0.0.1,port={CONSOLE},"
+                                f"server=on,wait=off,logfile={BUILD}/console.log"], stdin=subprocess.DEVNULL)
     end = time.monotonic() + 180
     while True:
         try:
@@ -80,6 +82,19 @@ def share_database():
             f"chown www:www {place}; sync")
 
 
+def share_figures():
+    """This machine gets what the device measures, which stands still from then on."""
+    run("""mkdir /tmp/still && cp -L /tmp/figures/* /tmp/still/ && cd /tmp/still || exit
+        printf '%-18s%-16s%-20s%s\n' 02:00:5e:00:00:07 10.0.2.31 '<lamp>' 1900000000 >>leases
+        awk '{ print $1 + 3600, $2 + 9000000, $3 + 70000 }' minutes >hours; cat hours >>minutes
+        mount -o bind . /tmp/figures; mount -o remount,ro,bind /tmp/figures""")
+    folder = pathlib.Path(os.environ["SITE_FIGURES"])
+    shutil.rmtree(folder, ignore_errors=True)
+    folder.mkdir()
+    for name in run("ls /tmp/figures")[1].split():
+        (folder / name).write_text(run(f"cat /tmp/figures/{name}")[1])
+
+
 def start_signed_in(*arguments):
     start(*arguments)
     share_database()
@@ -101,6 +116,8 @@ def check_pages(mode):
     command_line.parent.mkdir(exist_ok=True)
     command_line.write_text(mode + "\n")
     share_database()
+    share_figures()
+    check("a device of the figures", True, "&lt;lamp&gt;" in here.ask("devices.htm").text)
     pages = [f"{page}?lang={language}" for page in PAGES for language in LANGUAGES]
     check(f"{len(pages)} pages are the same here and there, {mode or 'no switch'}", [],
           [page for page in pages if not is_same(page)])
@@ -151,6 +168,83 @@ def held():
             $(ls -l /proc/[0-9]*/exe 2>/dev/null | grep -c -e "->")""")[1].split()]
 
 
+def console(password):
+    """Types Enter and a password at the device's console. Returns the user's number in its shell, or
+    what is said instead of one."""
+    with socket.create_connection(("127.0.0.1", CONSOLE), timeout=60) as line:
+        for text, answer in (("\n", r"continue\): "), (password + "\n", "# |incorrect"), ("id -u; exit\n", r"(?s)\n[0-9]+\s.*activate")):
+            time.sleep(1)  # what is typed before a prompt is thrown away
+            line.sendall(text.encode())
+            said = ""
+            while not re.search(answer, said):
+                said += line.recv(100).decode()
+            if answer.endswith("incorrect") and "incorrect" in said:
+                return "incorrect"
+    return re.search(r"\n([0-9]+)\s", said)[1]
+
+
+def ask_for_address(mac, name, address):
+    """As a device does that has come into the network, by the protocol DHCP (RFC 2131)."""
+    with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as client:
+        for kind, server in ((1, b""), (3, bytes([54, 4, 10, 0, 2, 15]))):  # discover, request
+            options = bytes([53, 1, kind, 50, 4, *address, 12, len(name)]) + name + server + b"\xff"
+            client.sendto(bytes([1, 1, 6, 0, 7, 7, 7, 7]) + bytes(20) + mac + bytes(202) + b"\x63\x82\x53\x63" + options,
+                          ("127.0.0.1", DHCP))
+            time.sleep(1)
+
+
+def rows_of(page):
+    """The rows of the page's tables, as text."""
+    return [" ".join(re.sub("<[^>]*>", " ", row).split()) for row in re.findall("<tr>(.*?)</tr>", owner.ask(page).text, re.S)]
+
+
+def await_row(page, wanted):
+    """What a collector finds out is there after some seconds."""
+    for _ in range(60):
+        found = [row for row in rows_of(page) if re.search(wanted, row)]
+        if found:
+            return found
+        time.sleep(1)
+    return rows_of(page)
+
+
+def check_figures():
+    """The pages have what the device measures, and say what they do not know."""
+    uptime, total, load, bytes_in = run("""cut -d. -f1 /proc/uptime; sed -n 's/MemTotal: *\\([0-9]*\\) .*/\\1/p' /proc/meminfo
+        cut -d' ' -f1 /proc/loadavg; sed -n 's/ *eth0: *\\([0-9]*\\) .*/\\1/p' /proc/net/dev""")[1].split()
+    page = rows_of("overview.htm")
+    def row(name):
+        return next((row for row in page if row.startswith(name)), "none")
+    minutes = int(row("Running for").split()[-2])
+    check(f"uptime: {row('Running')}", True, int(uptime) // 60 <= minutes <= int(uptime) // 60 + 2)
+    check(f"memory: {row('Free')}", True, f"/ {int(total) // 1024} MiB" in row("Free"))
+    check(f"load: {row('Load')}, {load}", True, abs(float(row("Load").split()[5][:-1]) - float(load)) < 1)
+    check("the way out", ["Internet connected", "Address 10.0.2.15", "Gateway 10.0.2.2"],
+          [row(name) for name in ("Internet", "Address", "Gateway")])
+    check(f"counters: {row('eth0')}", True, 0 <= float(row("eth0").split()[1]) - int(bytes_in) / 2**20 < 1)
+    ask_for_address(bytes([2, 0, 0x5e, 0, 0, 7]), b"<i>lamp", [10, 0, 2, 25])
+    check("a device has an address", [".i.lamp Home 10.0.2.25 02:00:5e:00:00:07 offline"],
+          [row.partition(" 20")[0] for row in await_row("devices.htm", "10.0.2.25")])
+    check("it is counted", ["Known devices 1", "Devices online 0"],
+          [row for row in rows_of("overview.htm") if "evices" in row][-2:])
+    run("rm /tmp/figures/loadavg")
+    check("what is not there is unknown", ["Load (1, 5, 15 minutes) unknown"], await_row("overview.htm", "Load"))
+
+
+def check_password():
+    """The console's password is that of the pages, and nobody else learns even its hash."""
+    new = "heron-birch-8"
+    change = {"old": visitor.PASSWORD, "password": new, "repeat": new, "token": owner.token()}
+    check("at the console", ("0", "incorrect"), (console(visitor.PASSWORD), console(new)))
+    check("changed", 303, owner.post("password.htm", change).status)
+    check("what the device says", True, "Password of the console." in owner.ask("password.htm").text)
+    check("at the console", ("incorrect", "0"), (console(visitor.PASSWORD), console(new)))
+    check("nobody else sees it", (0, "600 0\n0\n"), run(
+        "stat -Lc '%a %u' /etc/shadow; (logread; cat /data/log/* /proc/[0-9]*/environ) 2>/dev/null | grep -c -F '$y$'; true"))
+    check("back", 303, owner.post("password.htm", {**change, "old": new, "token": owner.token(), "password": visitor.PASSWORD,
+                                                   "repeat": visitor.PASSWORD}).status)
+
+
 def test_settings():
     """What is saved reaches the device, at once and after a restart."""
     start_signed_in()
@@ -163,10 +257,12 @@ def test_settings():
     check("what the device says", True, "Name attic. Addresses 20 to 40." in owner.ask("settings.htm").text)
     wanted = ["attic", "10.0.2.20", "10.0.2.40", "lease 7200", "runs"]
     check("what the device is", wanted, state())
+    check_password()
+    check_figures()
     run("sync")
     cut_power()
     start()
-    check("after a restart", wanted, state())
+    check("after a restart", (wanted, "0"), (state(), console(visitor.PASSWORD)))
 
 
 def test_leaks():

@@ -36,5 +36,6 @@ DEVICE_TARGETS="${programs[*]##*/}" ./device.sh --build
 rm -rf "$image"
 cp -r "$folder/image" "$image"
 make_disk
+export SITE_FIGURES=$folder/figures
 export TZ=UTC PYTHONPATH=tests/web PYTHONDONTWRITEBYTECODE=1 # the device has no other zone
 exec scripts/serve.sh build/demo 0 tests/device/device.py "$image" "$@"

@@ -1,7 +1,7 @@
 #!/usr/bin/python3
 """tests/web/trouble.py ZARN - the web program where clocks jump and calls fail. Runs under
 scripts/serve.sh for its data; the program answers without the web server."""
-import collections, concurrent.futures, contextlib, fcntl, os, shutil, sqlite3, subprocess, sys, tempfile
+import collections, concurrent.futures, contextlib, fcntl, os, shutil, sqlite3, subprocess, sys, tempfile, time
 from visitor import *
 
 ZARN = sys.argv[1]
@@ -147,6 +147,25 @@ def check_scripts(work):
                             **({"channel": "6"} if what == "only what is new" else {"lease": "5"} if what in ("too long", "none") else {}))
         page = owner.ask("settings.htm").text
         check(what, (303, True), (answer.status, said in page or re.findall("saved.*|yet.*", page)))
+    # So does a password, as its hash, which stands in no argument and no environment; once, at a second click.
+    with open(work + "/apply", "w", encoding="utf-8") as file:
+        file.write(f"#!/bin/sh\nsleep 0.5; echo $# $(env | grep -c -F '$y$') >>{work}/runs; cat >>{work}/runs")
+    os.chmod(work + "/apply", 0o700)
+    owner = Direct(ZARN, ZARN_APPLY=work + "/apply")
+    owner.login()
+    os.truncate(work + "/runs", 0)  # of what the removed program has left
+    changed = "select sum(count) from event where code = 'newpassword'"
+    before = sql(changed)[0][0]
+    change = {"old": PASSWORD, "password": "new-password", "repeat": "new-password", "token": owner.token()}
+    second = Direct(ZARN, ZARN_APPLY=work + "/apply")
+    second.cookies.update(owner.cookies)
+    with concurrent.futures.ThreadPoolExecutor(2) as pool:
+        check("two clicks", [303] * 2, [*pool.map(lambda click: click.post("password.htm", change).status, (owner, second))])
+    stored_hash, applied = sql("select password, applied from account")[0]
+    with open(work + "/runs", encoding="utf-8") as file:
+        check("the password's hash", f"0 0\npassword={stored_hash}\n", file.read())
+    check("applied", (stored_hash, before + 1), (applied, sql(changed)[0][0]))
+    owner.post("password.htm", {**change, "old": "new-password", "password": PASSWORD, "repeat": PASSWORD, "token": owner.token()})
     subprocess.run(f"cp -r {site} {work}/wrong; sed -i 's/<table/<?oops?>&/' {work}/wrong/login.htm"
                    f"; for i in $(seq 99); do echo '<?oops?>'; done >>{work}/wrong/login.htm", shell=True, check=True)
     stranger = Direct(ZARN, ZARN_DOCROOT=work + "/wrong")
@@ -348,12 +367,66 @@ def check_kills():
     sql("update account set password = ?", stored)
 
 
+FIGURES = {
+    "uptime": "93784.01 7.5\n", "loadavg": "0.07 0.50 1.25 1/99 7\n", "meminfo": "MemTotal: 65536 kB\nMemFree: 1 kB\nMemAvailable: 40960 kB\n",
+    "dev": "Inter-| Receive\n face |bytes\n    lo: 9 9 0 0 0 0 0 0 9 9 0 0 0 0 0 0\n  eth0: 3145728 7 2 0 0 0 0 0 1572864 5 1 0 0 0 0 0\n  odd0: 1 2\n",
+    "arp": "IP address HW type\n192.0.2.9 0x1 0x2 02:00:5e:00:00:09 * eth0\n",
+    "routes": "default via 192.0.2.1 dev eth0 \n192.0.2.0/24 dev eth0 scope link  src 192.0.2.2 \n",
+    "leases": f"{'Mac Address':18}{'IP Address':16}{'Host Name':20}Expires at\n" + "".join(
+        f"02:00:5e:00:00:{int(address[8:]):02x} {address:16}{name:20}{ends}\n" for address, name, ends in (
+            ("192.0.2.9", "<b>\udcff\x1b", 1e9), ("192.0.2.10", "", "expired"))),
+    "minutes": "1000 0 0\n1120 30000000 15000000\n1240 0 0\n", "hours": "3600 0 0\n7200 450000000 45000000\n"}
+
+
+def check_figures(work):
+    """What a device measures, from made files. Each file in turn is not there, is empty, has other
+    words, is a fifo, or a folder: its figures are unknown then and not 0, and the others stay."""
+    os.mkdir(work + "/figures")
+    owner = Direct(ZARN, ZARN_FIGURES=work + "/figures")
+    owner.login()
+    def write(name, text):
+        subprocess.run(["rm", "-rf", f"{work}/figures/{name}"], check=True)
+        with open(f"{work}/figures/{name}", "w", encoding="utf-8", errors="surrogateescape") as file:
+            file.write(text)
+    def figures():
+        """The cells of the pages, those that are numbered by the clock left out."""
+        pages = [owner.ask(page) for page in ("overview.htm", "devices.htm", "traffic.htm")]
+        check("status", ({200}, ""), ({page.status for page in pages}, owner.log))
+        text = re.sub(r"<option.*?</option>|<legend.*?</legend>|\[[0-9]+, ", " ", "".join(page.text[page.text.index("<h1>"):] for page in pages))
+        return re.sub("<[^>]*>", " ", re.sub("</t[dh]>", "|", text)).split("\n")
+    def lines(*marks):
+        return [" ".join(line.replace("|", " ").split()) for line in figures() if any(mark in line for mark in marks)]
+    for name, text in FIGURES.items():
+        write(name, text)
+    for mark, wanted in (
+            ("Running", "Running for 1 days, 2 hours, 3 minutes"), ("Free", "Free memory 40 / 64 40 / 64 MiB"),
+            ("Load", "Load (1, 5, 15 minutes) 0.07, 0.50, 1.25"), ("Gateway", "Gateway 192.0.2.1"), ("Address", "Address 192.0.2.2"),
+            ("Internet", "Internet connected"), ("eth0", "eth0 3.0"), ("0/24", "192.0.2.0/24"), ("Known", "Known devices 2"),
+            ("Devices online: ", "Devices online: 1 / 2"), ("&lt;b", "&lt;b&gt;?? Home 192.0.2.9"), (":0a|", "02:00:5e:00:00:0a offline"),
+            ("2.0,", "2.0, 1.0]"), (time.strftime("%H:00|", time.localtime(3600)), time.strftime("%H:00 1.0 0.1", time.localtime(3600)))):
+        check(mark, wanted, next(iter(lines(mark)), ""))
+    whole, marks = figures(), {"uptime": "Running", "loadavg": "Load", "meminfo": "Free", "routes": "Gateway", "leases": "Known"}
+    for name in FIGURES:
+        for spoil in ("", "x y\n", "mkfifo", "mkdir", "none"):
+            write(name, spoil)
+            if spoil in ("mkfifo", "mkdir", "none"):
+                os.remove(f"{work}/figures/{name}")
+                subprocess.run(["true" if spoil == "none" else spoil, f"{work}/figures/{name}"], check=True)
+            if name in marks and not (spoil == "x y\n" and name in ("loadavg", "routes", "leases")):
+                check((name, spoil), True, lines(marks[name])[0].endswith(" unknown"))
+            others = [line for mark in marks.values() if mark != marks.get(name) for line in lines(mark)]
+            check((name, spoil, "others"), False, any("unknown" in line for line in others))
+        write(name, FIGURES[name])
+    check("as before", whole, figures())
+
+
 Direct(ZARN).login()  # the first visit
 check_waits()
 check_clocks()
 check_hashes()
 check_turns()
 with tempfile.TemporaryDirectory() as folder:
+    check_figures(folder)
     check_scripts(folder)
     check_folders(folder)
     check_versions(folder)

@@ -1,2 +1,3 @@
-<?multiquerytext 'select name, value from setting' `$1=$2
+<?multiquerytext "select name, value from setting
+    union all select 'password', ifnull(password, '') from account" `$1=$2
 `?>
