@@ -167,6 +167,7 @@ try:
             ("<?repeat ¦ 1 3 ] `x`?>", "[ ", "", None), ("<?error f¦", "found ", "f", "echo "),
             ("<?repeat [ 1 3 ¦", "] ", "", None), ("<?setvariable var:pa¦", "page[title]", "pa", None),
             (rows + "<p>$¦</p>`?>", "$2", "$", "$3"), (rows + "<?if eq $¦ ?>`?>", "$0", "$", "$10"),
+            (rows + "<?query 'select value from setting' \"$¦", "$11", "$", "$12"),
             (rows + "<?if eq $var:to¦", "$var:token", "$var:to", None), ("$¦", None, "", None),
             ("<?echo $var:page[¦]?>", "title", "", "token"), ("<?echo $$¦?>", None, "", None),
             ("<?query 'select na¦ from device'?>", "name", "na", "device"),
@@ -174,7 +175,8 @@ try:
             ("<?query 'select 1 from de¦", "device", "de", "name"),
             ("<?query 'select 1 from device where id = :¦'?>", "token", "", "name"),
             ("<?query 'select \"¦'?>", None, "", None),
-            ("<?-- orv-check: ignore escape-¦ ?>", "escape-missing", "escape-", None)):
+            ("<?echo $var:addr¦", "$var:address[", "$var:addr", "$var:address[]"),
+            ("<?-- orv-check: ignore syntax: so ?><?-- orv-check: ignore escape-¦ ?>", "escape-missing", "escape-", None)):
         before, behind = ("<p>\U0001f388" + text).split("¦")
         tell("textDocument/didChange", textDocument={"uri": page},
              contentChanges=[{"text": before + behind}])

@@ -400,6 +400,7 @@ TEST(Check, KnowsItsSite)
         {R"({"databases": {"main": "a.db"}})", "1: there is no file a.db"},
         {R"({"texts": ["site/en.po", "it.po"]})",
          "1: there is no file it.po; orv-textdb sync begins it"},
+        {"[]", "1: orv-check.json must be an object, not a list"},
         {R"({"databases": {"log": "a.db"}})", "1: one of the databases must be 'main'"},
         {R"({"docroot": "a", "docroot": "b"})", "1: 'docroot' is set twice"},
         {"{\"docroot\": \"a\",\n}", "2:1: syntax error while parsing object key - unexpected '}'; "
