@@ -526,26 +526,33 @@ static bool recordsAreKnown(const std::vector<Instruction> &program)
     });
 }
 
+// Where each instruction can lead. begins: out, the instructions that stretches begin with.
+// isLong: the first begin is that of all of them.
+static std::vector<std::set<size_t>> findWays(const std::vector<Instruction> &program, bool isLong,
+                                              std::set<size_t> *begins)
+{
+    const std::set<size_t> returns = returnsOf(program);
+    std::vector<std::set<size_t>> ways;
+    for (size_t i = 0; i < program.size(); ++i)
+        ways.push_back(waysBehind(program[i], i, returns));
+    *begins = beginsOf(ways);
+    begins->insert(0);
+    for (size_t i = 0; isLong && i < program.size(); ++i)
+        if (begins->contains(i + 1))
+            ways[i] = {0};
+    return ways;
+}
+
 std::vector<Values> valuesOf(sqlite3 *db, const KnownValues &known, const string &query,
                              size_t count)
 {
     std::vector<Instruction> program;
     if (!readProgram(db, query, &program) || !recordsAreKnown(program))
         return std::vector<Values>(count, ANYTHING);
-    const std::set<size_t> returns = returnsOf(program);
-    std::vector<std::set<size_t>> ways;
-    for (size_t i = 0; i < program.size(); ++i)
-        ways.push_back(waysBehind(program[i], i, returns));
-    std::set<size_t> begins = beginsOf(ways);
     const bool isLong = program.size() > LONGEST_PROGRAM;
-    if (isLong) { // the first begin is all of them
-        begins.insert(0);
-        for (size_t i = 0; i < program.size(); ++i)
-            if (begins.contains(i + 1))
-                ways[i] = {0};
-    }
+    std::set<size_t> begins;
+    const std::vector<std::set<size_t>> ways = findWays(program, isLong, &begins);
     Machine machine = {known, {}, nullptr, {}, {}, {}, {std::vector<Values>(count), false}, true};
-    machine.begin = &machine.begins[0];
     while (machine.changed) {
         machine.changed = false;
         for (size_t i = 0; i < program.size(); ++i) {
