@@ -60,7 +60,7 @@ static constexpr Break endsQuote = {"ends the quote that it stands in", OTHER_QU
                                     "put the argument between other quotes"};
 static constexpr Break opensQuote = {"opens a quote", OTHER_QUOTE, IN_BACKQUOTES};
 static constexpr Break breaksIndex = {"breaks the index that it stands in",
-                                      "leave quotes and brackets out", ""};
+                                      "leave quotes, brackets and blanks out", ""};
 static constexpr Break endsArgument = {"ends the argument at its blank", OF_TEMPLATE,
                                        IN_BACKQUOTES};
 static constexpr Break lengthens = {"lengthens the variable or value in front of it", OF_TEMPLATE,
@@ -70,14 +70,11 @@ static constexpr Break lengthens = {"lengthens the variable or value in front of
 static const Break *breakOfByte(char byte, char quote)
 {
     const bool isQuote = byte == '"' || byte == '\'' || byte == '`';
-    const bool isBlank = byte == ' ' || byte == '\t' || byte == '\r' || byte == '\n';
-    if (quote && quote != ']' && byte == quote)
-        return &endsQuote;
-    if (!quote && isQuote)
-        return &opensQuote;
-    if (quote == ']' && (isQuote || byte == ']'))
-        return &breaksIndex;
-    return (!quote || quote == ']') && isBlank ? &endsArgument : nullptr;
+    if (quote == ']')
+        return isQuote || byte == ']' || isBlank(byte) ? &breaksIndex : nullptr;
+    if (quote)
+        return byte == quote ? &endsQuote : nullptr;
+    return isQuote ? &opensQuote : isBlank(byte) ? &endsArgument : nullptr;
 }
 
 // What the text does at whole[i]; null for nothing.
