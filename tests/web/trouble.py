@@ -127,11 +127,12 @@ def check_scripts(work):
             (f"sh {work}/full", "devices.htm", 0, "devices.htm was not sent whole: No space")):
         owner.program = program
         answer = owner.post(page, {"token": token}) if status == 503 else owner.ask(page)
-        check(said, (status, True), (answer.status, said in owner.log))
+        check(said, (status, True, True), (answer.status, said in owner.log,
+                                           status != 500 or "cannot make this page" in answer.text))
     # A save reaches the device by a program; what it does not do is told, and tried again.
     for what, script, said in (
             ("applied", "sed -n 's/^hostname=/name: /p'; exit 0", "have been saved. From now on the router is called <bdi>name: h0 </bdi>"),
-            ("refused", "echo '<no>'; exit 1", "does not follow them yet: <bdi>&lt;no&gt; </bdi>"),
+            ("refused", "printf '<no>\\0more\\n'; exit 1", "does not follow them yet: <bdi>&lt;no&gt; more </bdi>"),
             ("tried again", "cat", "<bdi>hostname=h1 ssid=again </bdi>"), ("only what is new", "cat", "<bdi>channel=6 </bdi>"),
             ("too long", "sleep 99 & echo wait; wait", "yet: <bdi>wait </bdi>"), ("none", None, "does not follow them yet")):
         owner = Direct(ZARN, ZARN_APPLY=work + "/apply")
@@ -145,6 +146,8 @@ def check_scripts(work):
         number = {"applied": 0}.get(what, 1)
         answer = owner.save(hostname=f"h{number}", **({"ssid": "again"} if what not in ("applied", "refused") else {}),
                             **({"channel": "6"} if what == "only what is new" else {"lease": "5"} if what in ("too long", "none") else {}))
+        check(what + ", in the log", what in ("refused", "too long"),
+              re.search("apply has failed, or took longer than [0-9]+ seconds: ", owner.log) is not None)
         page = owner.ask("settings.htm").text
         check(what, (303, True), (answer.status, said in page or re.findall("saved.*|yet.*", page)))
     # So does a password, as its hash, which stands in no argument and no environment; once, at a second click.
