@@ -229,7 +229,8 @@ TEST(TextDbTool, ComparesWithTemplates)
     writeFile("t.po", "# orv-check: used b:1, c.*: a program\n" + readFile("t.po") +
                           entry("b:1", "x") + entry("c.1", "x"));
     writeFile("1.htm", "{?a?}\n<a title='{?a.b_c:d?}{?{?no?}'>\n{??}{?z");
-    writeFile("2.htm", "{?A.B_C:d?}{?a-b_c:d?}\n{?a?}{?z}{? z ?}{?x(y)?}<script>if({?1:2}) {?}\n}");
+    writeFile("2.htm",
+              "{?A.B_C:d?}{?a-b_c:d?}\n{?a?}{?z}{? z ?}{?x(y)?}<script>if({?1:2}) {?}\n}{?half\n");
     const std::string broken =
         "2.htm:1: A.B_C:d (there is a.b_c:d)\n"
         "2.htm:1: {?a-b_c:d?} is no text field: a field names only letters, digits, '.', '_' and "
@@ -673,6 +674,8 @@ TEST(TextDbTool, DoesTheWholeRound)
          "db/x_en.db is an input, it is not replaced"},
         {R"({"docroot": "db", "texts": ["en.po", "db/en.po"], "textDatabases": "db/x_*.db"})",
          "db/x_en.db would be the database of another language, too: db/en.po"},
+        {R"({"docroot": "db", "texts": ["en.po"], "textDatabases": "en.po/*.db"})",
+         "cannot write en.po/en.db: Not a directory"},
     };
     for (const auto &[file, message] : refused) {
         writeFile("orv-check.json", file);
