@@ -234,7 +234,7 @@ static void flowInclude(Reader &reader, const Template &tpl, const Command &comm
     const bool inScript = mode == Mode::RAW && reader.now.json;
     const bool isJson = std::ranges::all_of(
         templates, [](const Template *included) { return modeOf(included->path) == Mode::DATA; });
-    if (inScript && !isJson)
+    if (inScript && !areJson)
         return readShown(reader, {nullptr, 0, 0, false, 0, false, "", {}}, place);
     if (mode != Mode::TEXT && mode != Mode::DATA && !inScript)
         return;
