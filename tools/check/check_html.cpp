@@ -230,8 +230,8 @@ static void putField(Follower &follower, const Template &tpl, const Field &field
         for (Note &note : includedFrom(follower))
             notes.push_back(std::move(note));
         report(follower.all, tpl, field.span, "text-breaks",
-               "the text of " + codes + " does not stay in " + describe(follower.state) + ": " +
-                   shown->substr(0, 40),
+               "the text of " + codes + " does not stay in " + describe(follower.state) + "; " +
+                   cureOf(follower.state) + ": " + shown->substr(0, 40),
                std::move(notes));
     }
     followValue(&follower.state);

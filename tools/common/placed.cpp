@@ -147,3 +147,10 @@ bool leavesPart(string_view text, const HtmlState &state)
     HtmlState joined;
     return !text.empty() && !inside && !joinStates(expected, reached, &joined);
 }
+
+const char *cureOf(const HtmlState &state)
+{
+    const bool hasStrings = state.content == Content::SCRIPT || state.content == Content::STYLE;
+    return hasStrings ? "use another quote, or write a backslash in front of it"
+                      : "write &lt; for <, &#39; and &quot; for quotes";
+}

@@ -43,4 +43,7 @@ const Break *breakOf(std::string_view text, const FieldPlace &place,
  * not: a tag, an attribute, a string of a script or a style. */
 bool leavesPart(std::string_view text, const HtmlState &state);
 
+/* What to do in such a text about it. Static. */
+const char *cureOf(const HtmlState &state);
+
 #endif

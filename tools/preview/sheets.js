@@ -47,7 +47,7 @@ const marksOf = (query) => {
 const queryOf = (query) => make('details', {className: query.problem ? 'error' : ''},
     make('summary', {}, code(query.text, 'query'),
         ...marksOf(query).map(([text, why]) => span('marked', text, why)),
-        span('soft', textOf(query.place)),
+        span('soft at', textOf(query.place)),
         span('', query.problem ? 'failed' : plural(query.rows, 'row', 'rows')),
         span('soft', time(query.microseconds))),
     paragraph('hint', placeOf(query.place)), parametersOf(query), rowsOf(query));

@@ -125,10 +125,7 @@ std::string breaksPlace(std::string_view text, const FieldUse &use,
     }
     if (!use.isWritten || !leavesPart(text, use.state))
         return "";
-    const bool isScript =
-        use.state.content == Content::SCRIPT || use.state.content == Content::STYLE;
-    *cure = isScript ? "use another quote, or write a backslash in front of it"
-                     : "write &lt; for <, &#39; and &quot; for quotes";
+    *cure = cureOf(use.state);
     return "does not stay in " + describe(use.state);
 }
 
