@@ -232,7 +232,7 @@ static void flowInclude(Reader &reader, const Template &tpl, const Command &comm
     if (templates.empty() || isInTag(mode) || mode == Mode::COMMENT)
         return readShown(reader, {nullptr, 0, VALUE_RAW, false, 0, true, "", {}}, place);
     const bool inScript = mode == Mode::RAW && reader.now.json;
-    const bool isJson = std::ranges::all_of(
+    const bool areJson = std::ranges::all_of(
         templates, [](const Template *included) { return modeOf(included->path) == Mode::DATA; });
     if (inScript && !areJson)
         return readShown(reader, {nullptr, 0, 0, false, 0, false, "", {}}, place);
