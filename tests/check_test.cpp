@@ -444,7 +444,8 @@ TEST(Check, EachExampleHasItsKind)
         const bool isTemplate =
             strchr("<{t", kind.example[0]) && id != "limit" && id != "escape-json";
         count += isTemplate;
-        EXPECT_TRUE(!isTemplate || checkRow("--also " + id).find("[" + id + "]\n") != std::string::npos)
+        EXPECT_TRUE(!isTemplate ||
+                    checkRow("--also " + id).find("[" + id + "]\n") != std::string::npos)
             << id;
     }
     EXPECT_GT(count, 45);

@@ -209,7 +209,7 @@ static bool checkQuotedParameters(const Visit &visit, const Command &command, co
     return found;
 }
 
-// What was meant by a name that SQLite does not know, "no such column: d.nmae".
+// What was meant by a name that SQLite does not know, "no such column: d.n".
 static string hintName(const Site &site, const string &sql, const string &error)
 {
     const bool isColumn = error.starts_with("no such column: ");
