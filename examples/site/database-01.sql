@@ -152,7 +152,7 @@ insert into setting (name, part, kind, least, most, factory) values
     ('dhcp',       'addresses', 'box',     null, null, '1'),
     ('first',      'addresses', 'number',  1,    254,  '30'),
     ('last',       'addresses', 'number',  1,    254,  '199'),
-    ('network',    'addresses', 'choice',  null, null, '2'),  -- where new devices go
+    ('network',    'addresses', 'choice',  null, null, '1'),  -- where new devices go
     ('ssid',       'wireless',  'text',    1,    32,   'Fjord "upstairs"'),
     ('channel',    'wireless',  'choice',  null, null, '11'),
     ('security',   'wireless',  'choice',  null, null, 'mixed'),

@@ -73,7 +73,7 @@ def sign_in(password=PASSWORD):
 def find_wide():
     return run(
         "return [...document.querySelectorAll('body *')].filter(e => e.getBoundingClientRect()"
-        ".right > innerWidth + 1 || e.getBoundingClientRect().left < -1 || e.clientWidth > 1 && e.scrollWidth > e.clientWidth + 1"
+        ".right > document.documentElement.clientWidth + 1 || e.getBoundingClientRect().left < -1 || e.clientWidth > 1 && e.scrollWidth > e.clientWidth + 1"
         " && getComputedStyle(e).overflowX !== 'visible' && e.tagName !== 'INPUT')"
         ".map(e => e.outerHTML.slice(0, 80))")
 

@@ -408,7 +408,7 @@ def check_figures(work):
             ("Devices online: ", "Devices online: 1 / 2"), ("&lt;b", "&lt;b&gt;?? Home 192.0.2.9"), (":0a|", "02:00:5e:00:00:0a offline"),
             ("2.0,", "2.0, 1.0]"), (time.strftime("%H:00|", time.localtime(3600)), time.strftime("%H:00 1.0 0.1", time.localtime(3600)))):
         check(mark, wanted, next(iter(lines(mark)), ""))
-    whole, marks = figures(), {"uptime": "Running", "loadavg": "Load", "meminfo": "Free", "routes": "Gateway", "leases": "Known"}
+    whole, marks = figures(), {"uptime": "Running", "loadavg": "Load", "meminfo": "Free", "routes": "Gateway", "leases": "found:"}
     for name in FIGURES:
         for spoil in ("", "x y\n", "mkfifo", "mkdir", "none"):
             write(name, spoil)
