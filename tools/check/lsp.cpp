@@ -113,7 +113,7 @@ static bool readLength(string_view header, size_t *length)
         return false;
     char *end;
     const unsigned long long value = strtoull(lower.c_str() + at + 15, &end, 10);
-    *length = value;
+    *length = static_cast<size_t>(std::min<unsigned long long>(value, LONGEST_MESSAGE));
     return end != lower.c_str() + at + 15 && value <= LONGEST_MESSAGE;
 }
 
