@@ -172,13 +172,13 @@ def console(password):
     """Types Enter and a password at the device's console. Returns the user's number in its shell, or
     what is said instead of one."""
     with socket.create_connection(("127.0.0.1", CONSOLE), timeout=60) as line:
-        for text, answer in (("\n", r"continue\): "), (password + "\n", "# |incorrect"), ("id -u; exit\n", r"(?s)\n[0-9]+\s.*activate")):
+        for text, answer in (("\n", r"continue\): "), (password + "\n", r"(?s)# |incorrect.*continue\): "), ("id -u; exit\n", r"(?s)\n[0-9]+\s.*activate")):
             time.sleep(1)  # what is typed before a prompt is thrown away
             line.sendall(text.encode())
             said = ""
             while not re.search(answer, said):
                 said += line.recv(100).decode()
-            if answer.endswith("incorrect") and "incorrect" in said:
+            if "incorrect" in answer and "incorrect" in said:
                 return "incorrect"
     return re.search(r"\n([0-9]+)\s", said)[1]
 
