@@ -27,7 +27,7 @@ LEFT, UP, RIGHT, DOWN, BACKSPACE = "\ue012", "\ue013", "\ue014", "\ue015", "\ue0
 def wait(script, expected, *args):
     """The result of a script, or of a function of ours, once it is the expected one, or what it
     is after a while. A page may be on its way out, and fail."""
-    deadline = time.monotonic() + 20
+    deadline = time.monotonic() + 60  # sanitizers and other work take their time
     while True:
         try:
             got = script(*args) if callable(script) else run(script, *args)
