@@ -218,15 +218,28 @@ static void flowWays(Reader &reader, const Template &tpl, const Command &command
     reader.nodes->push_back(std::move(node));
 }
 
-static void flowInclude(Reader &reader, const Template &tpl, const Command &command)
+// The site's templates that the command includes.
+static std::vector<const Template *> includedBy(const Site &site, const Template &tpl,
+                                                const Command &command)
 {
-    Site &site = reader.forest.all.site;
     std::vector<const Template *> templates;
     const auto uses = site.includes.find(tpl.path);
-    for (const PathUse &use : uses == site.includes.end() ? std::vector<PathUse>() : uses->second)
-        for (const string &path : use.command == &command ? use.paths : std::vector<string>())
+    if (uses == site.includes.end())
+        return templates;
+    for (const PathUse &use : uses->second) {
+        if (use.command != &command)
+            continue;
+        for (const string &path : use.paths)
             if (const auto found = site.templates.find(path); found != site.templates.end())
                 templates.push_back(found->second.get());
+    }
+    return templates;
+}
+
+static void flowInclude(Reader &reader, const Template &tpl, const Command &command)
+{
+    const std::vector<const Template *> templates =
+        includedBy(reader.forest.all.site, tpl, command);
     const Place place = {&tpl, command.span, nullptr};
     const Mode mode = reader.now.mode;
     if (templates.empty() || isInTag(mode) || mode == Mode::COMMENT)
