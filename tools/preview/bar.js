@@ -179,7 +179,9 @@ const makeRoom = () => {
 const show = () => {
     if (!page.host)
         return;
+    const places = () => [...page.host.shadowRoot.querySelectorAll('.place')];
     const focused = page.host.shadowRoot.activeElement;
+    const index = places().indexOf(focused);
     const {open, tab} = recall();
     const chosen = sheets.find((one) => one.id === tab) || sheets[0];
     const scrolled = found('.under');
@@ -192,8 +194,8 @@ const show = () => {
         under.dataset.id = chosen.id;
         under.scrollTop = top;
     }
-    if (focused && focused.id)
-        found(`#${focused.id}`)?.focus();
+    if (focused)
+        (focused.id ? found(`#${focused.id}`) : places()[index])?.focus();
     sizes.disconnect();
     if (!page.isAway)
         sizes.observe(found('.bar').firstElementChild);
