@@ -50,12 +50,14 @@ static FigureCursor &cursorOf(sqlite3_vtab_cursor *cursor)
 static int connect(sqlite3 *db, void *folder, int, const char *const *, sqlite3_vtab **table,
                    char **)
 {
+    if (const int result = sqlite3_declare_vtab(db, declaration); result != SQLITE_OK)
+        return result;
     FigureTable *made = static_cast<FigureTable *>(calloc(1, sizeof *made));
     if (!made)
         return SQLITE_NOMEM;
     made->folder = static_cast<const char *>(folder);
     *table = &made->base;
-    return sqlite3_declare_vtab(db, declaration);
+    return SQLITE_OK;
 }
 
 static int disconnect(sqlite3_vtab *table)
