@@ -118,8 +118,11 @@ static string readFile(const string &path)
 // asks for an address calls itself stands in such files, too.
 static void cleanText(string &text)
 {
-    for (size_t at; (at = findStrange(text)) != string::npos;)
+    size_t at = 0;
+    for (size_t sound; (sound = findStrange(string_view(text).substr(at))) != string::npos;) {
+        at += sound;
         text[at] = '?';
+    }
     std::replace_if(
         text.begin(), text.end(),
         [](char c) { return (c >= 0 && c < ' ' && c != '\n' && c != '\t') || c == '\x7f'; }, '?');

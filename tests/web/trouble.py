@@ -421,6 +421,9 @@ def check_figures(work):
             check((name, spoil, "others"), False, any("unknown" in line for line in others))
         write(name, FIGURES[name])
     check("as before", whole, figures())
+    write("leases", "\udcff" * 65536)
+    owner.program = f"prlimit --cpu=1 {ZARN}"  # seconds
+    check("strange bytes take no time", 200, owner.ask("devices.htm").status)
 
 
 Direct(ZARN).login()  # the first visit
