@@ -695,6 +695,11 @@ TEST(Internal, BadCallsAreRefused)
         EXPECT_EQ(escapeToHtml("<", 1), 0);
         EXPECT_EQ(expandArg(nullptr, 0, 1), -1);
         EXPECT_EQ(pushStr(&inpr->args, nullptr), -1);
+        EXPECT_EQ(pushStr(&inpr->args, "longer"), 0);
+        inpr->args.argLen = 0; // the bytes stay, and a shorter text ends before theirs
+        EXPECT_EQ(pushStr(&inpr->args, "sho"), 0);
+        EXPECT_STREQ(inpr->args.argBuf, "sho");
+        inpr->args.argLen = 0;
         EXPECT_EQ(copyQueryRows(nullptr), nullptr);
         Cmd *incomplete = createCmd(ID_INCLUDE, nullptr, nullptr, nullptr, nullptr, nullptr);
         EXPECT_EQ(executeCmd(incomplete, 1), EXEC_BAD_COMMAND);

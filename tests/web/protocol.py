@@ -249,11 +249,13 @@ def check_settings(visitor):
              ("nameserver", "1.2.3"), ("nameserver", "1.2.3.256"), ("nameserver", "1.2.3.04"),
              ("passphrase", "1234567"), ("passphrase", "passwörter")]
     before = stored()
+    box = ('role="alert">\n<h2>This did not work</h2>\n'
+           "<p>Please look at the marked fields. Nothing has been saved.</p>\n</div>")
     for field, value in wrong:
         answer = visitor.save(**{field: value})
         check((field, value), (422, [field], value, True),
               (answer.status, answer.marked(), value if field in ("network", "channel", "security")
-               else answer.value(field), "<title>This did not work" in answer.text))
+               else answer.value(field), box in answer.text and "<title>This did not work" in answer.text))
     check("nothing was stored", before, stored())
     events = sql("select count(*) from event")[0][0]
     version = revision()
