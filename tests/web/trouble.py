@@ -136,13 +136,13 @@ def check_scripts(work):
             ("tried again", "cat", "<bdi>hostname=h1 ssid=again </bdi>"), ("only what is new", "cat", "<bdi>channel=6 </bdi>"),
             ("too long", "sleep 99 & echo wait; wait", "yet: <bdi>wait </bdi>"), ("none", None, "does not follow them yet")):
         owner = Direct(ZARN, ZARN_APPLY=work + "/apply")
-        owner.login()
+        if not script:
+            os.remove(work + "/apply")
+        owner.login()  # which tries again what is left to do
         if script:
             with open(work + "/apply", "w", encoding="utf-8") as file:
                 os.fchmod(file.fileno(), 0o700)
                 file.write("#!/bin/sh\n" + script)
-        else:
-            os.remove(work + "/apply")
         number = {"applied": 0}.get(what, 1)
         answer = owner.save(hostname=f"h{number}", **({"ssid": "again"} if what not in ("applied", "refused") else {}),
                             **({"channel": "6"} if what == "only what is new" else {"lease": "5"} if what in ("too long", "none") else {}))
