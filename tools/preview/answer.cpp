@@ -223,13 +223,8 @@ int answerRequest(const string &work)
         return ownStatus;
     if (!traceOpen(job.trace, job.config, &why))
         return answerTrouble(job, "503 Service Unavailable",
-                             {"The folder is gone",
-                              job.config.docRoot + ": " + why,
-                              "When it is back, this page shows it again.",
-                              {},
-                              {},
-                              "",
-                              {}});
+                             {"The folder is gone", job.config.docRoot + ": " + why,
+                              "When it is back, this page shows it again."});
     const int status =
         problem ? answerTrouble(job, "400 Bad Request", {"The request is refused", *problem})
                 : answerSite(job);

@@ -47,8 +47,6 @@ const addMessage = (entry, message) => {
         entry.severity = message.severity;
     if (message.log)
         entry.logs.push(message.log);
-    if (entry.text.startsWith(`${message.said}: `)) // the log's words, which are behind it
-        entry.text = message.lead + entry.text.slice(message.said.length + 2);
 };
 
 const isUsed = (finding) => page.data.templates.some((one) => one.file === finding.file);

@@ -20,7 +20,6 @@ struct Trouble {
     Place place = {};                    // in a template, if its file is not empty
     Topic topic = {};                    // what its cause is about
     std::string log = {};                // and the log's line of that
-    std::string said = {};               // and what is told of that elsewhere
     std::string page = {};               // what the page had so far
     std::vector<std::string> links = {}; // paths that may have been meant
 };

@@ -40,7 +40,6 @@ static bool takeMessage(Trace &trace, Message id, Trouble &trouble)
         return false;
     trouble.place = found->place;
     trouble.log = found->log;
-    trouble.said = found->text;
     trace.messages.erase(found);
     return true;
 }
@@ -77,7 +76,6 @@ static Trouble brokenOff(Job &job, const string &made)
         trouble.hint = last->hint;
         trouble.place = last->place;
         trouble.log = last->log;
-        trouble.said = last->text;
         told.erase(std::next(last).base());
     } else {
         trouble.text = "The interpreter gave up here, and the rest of the page is lost.";

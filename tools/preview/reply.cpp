@@ -192,9 +192,8 @@ int answerPage(Job &job, const char *status, const string &html, const string &f
 int answerTrouble(Job &job, const char *status, const Trouble &trouble)
 {
     Sources sources = {job.config.docRoot, {}};
-    TraceMessage told = {ORV_LOG_ERROR, trouble.place, trouble.title + ". " + trouble.text,
-                         trouble.hint,  trouble.topic, trouble.log};
-    told.said = trouble.said;
-    job.trace.messages.insert(job.trace.messages.begin(), std::move(told));
+    job.trace.messages.insert(job.trace.messages.begin(),
+                              {ORV_LOG_ERROR, trouble.place, trouble.title + ". " + trouble.text,
+                               trouble.hint, trouble.topic, trouble.log});
     return answerPage(job, status, troublePage(trouble, sources), trouble.place.file, true);
 }

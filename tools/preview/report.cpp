@@ -10,8 +10,10 @@
 
 #include "editor.h"
 #include "source.h"
+#include "tools/common/advice.h"
 
 using std::string;
+using std::string_view;
 
 namespace fs = std::filesystem;
 
@@ -32,8 +34,6 @@ static Json message(Sources &sources, const TraceMessage &told)
     made["times"] = told.times;
     made["hint"] = told.hint;
     made["log"] = told.log;
-    made["said"] = told.said.empty() ? told.text : told.said;
-    made["lead"] = told.id == Message::UNKNOWN_COMMAND ? "Unknown command: " : "";
     made["source"] =
         linesJson(sources, told.place.file, made.value("line", 0), made.value("column", 0));
     return made;
@@ -210,6 +210,27 @@ string reportJson(const Trace &trace, const ReportSetting &setting)
     return withoutTags(dump(report));
 }
 
+// What a finding tells of a mistake of the syntax, without the words that the log has for it:
+// orv-check puts them in front for those that search one.
+static string causeIn(const string &text)
+{
+    static constexpr Message ofGrammar[] = {Message::UNKNOWN_COMMAND, Message::LACKS_ARGUMENT,
+                                            Message::MALFORMED,       Message::EMPTY_INDEX,
+                                            Message::SURPLUS,         Message::ENDS_INSIDE};
+    const size_t end = text.find(": ");
+    const string_view logged = string_view(text).substr(0, end);
+    for (const Message id : ofGrammar) {
+        const string_view words = adviceOn(id).told;
+        const size_t value = words.find('%');
+        const string_view start = words.substr(0, value);
+        if (end != string::npos &&
+            (value == string::npos ? logged == words : logged.starts_with(start)))
+            return (id == Message::UNKNOWN_COMMAND ? "Unknown command: " : "") +
+                   text.substr(end + 2);
+    }
+    return text;
+}
+
 // Names a file from the site's folder, if it is below that.
 static void nameFromSite(Json &finding, const string &docRoot)
 {
@@ -229,6 +250,7 @@ string readFindings(const string &printed, const string &complaint, const string
     Json findings = Json::array();
     for (Json finding : isRead ? read.value("findings", Json::array()) : Json::array()) {
         nameFromSite(finding, docRoot);
+        finding["text"] = causeIn(finding.value("text", ""));
         for (Json &note : finding["notes"].items)
             nameFromSite(note, docRoot);
         finding["source"] = linesJson(sources, finding.value("file", ""), finding.value("line", 0),

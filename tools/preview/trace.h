@@ -29,7 +29,6 @@ struct TraceMessage {
     std::string log = {};           // the log's line, empty where the library has not told it
     std::optional<Message> id = {}; // of a message of the library
     int32_t times = 1;
-    std::string said = {}; // what is told of that, where text says more
 };
 
 // A parameter of a query, and the variable of the request that it stands for.
