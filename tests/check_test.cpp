@@ -297,12 +297,14 @@ TEST(Check, PrintsAndRefuses)
     writeFile("site/sub/x.frm", "<?print $var:user?>");
     writeFile("site/alone.frm", "no command");
     std::filesystem::create_directory("empty");
-    EXPECT_EQ(runCommand(ORV_CHECK " --docroot site --set user"), 1);
-    EXPECT_EQ(
-        readFile("out"),
-        "site/sub/x.frm:1:9: error: $var:user comes out as it is, in page text: print does not "
-        "escape; use echo [escape-missing]\n"
-        "site/a.htm:2:1: note: included from here\n");
+    for (const std::string site : {"--docroot site", "site", "site/sub/../"}) {
+        EXPECT_EQ(runCommand(ORV_CHECK " --set user " + site), 1);
+        EXPECT_EQ(
+            readFile("out"),
+            "site/sub/x.frm:1:9: error: $var:user comes out as it is, in page text: print does not "
+            "escape; use echo [escape-missing]\n"
+            "site/a.htm:2:1: note: included from here\n");
+    }
     EXPECT_EQ(runCommand(ORV_CHECK " --docroot site --set user --ignore escape-missing a.htm"), 0)
         << readFile("out");
     writeFile("site/b.htm", "<?include broken.htm?>");
@@ -312,6 +314,9 @@ TEST(Check, PrintsAndRefuses)
         {"--ignore escape", "--ignore: there is no kind 'escape' (--list tells all)"},
         {"nothere.htm", "cannot read template nothere.htm"},
         {"--docroot nothere", "no folder: nothere"},
+        {"empty",
+         "empty is no folder of the site below site; --docroot empty is a site of its own"},
+        {"a.htm site", "site is no template; --only prints what is found in it"},
         {"--docroot empty", "there is no template below empty"},
         {"--set-from site", "cannot read site: Is a directory"},
         {"--db nothere.db", "cannot read database nothere.db: No such file or directory"},
@@ -369,6 +374,10 @@ TEST(Check, KnowsItsSite)
         {"site/deep", "c.page", "", "1 template checked, nothing found\n"},
         {"site", "--only deep/c.page a.htm", "", "3 templates checked, nothing found\n"},
         {"site", "--only --quiet", "", ""},
+        {"site", "--only deep", "deep/b.frm:1:8" + unset, "3 templates checked: 1 error\n"},
+        {".", "site/deep", "site/deep/b.frm:1:8" + unset, "3 templates checked: 1 error\n"},
+        {"/", root + "/site " + root + "/site/deep", root + "/site/deep/b.frm:1:8" + unset,
+         "3 templates checked: 1 error\n"},
         {".", "--only deep/b.frm", "site/deep/b.frm:1:8" + unset, "3 templates checked: 1 error\n"},
         {"/", "--only " + root + "/site/deep/b.frm", root + "/site/deep/b.frm:1:8" + unset,
          "3 templates checked: 1 error\n"},

@@ -25,7 +25,8 @@ static constexpr char helpText[] =
     "the site stands in orv-check.json, in the working directory or the nearest folder\n"
     "above that has one; options win over it. Each TEMPLATE is a page, by a path that\n"
     "leads to it or a path below the document root. Without any, all files there that\n"
-    "hold a command or a text field are looked at.\n"
+    "hold a command or a text field are looked at. A folder stands for the site in it,\n"
+    "or for the part of a site that lies below it.\n"
     "\n"
     "  --init           write an orv-check.json for the site in the working directory,\n"
     "                   with what can be guessed of it\n"
@@ -47,7 +48,8 @@ static constexpr char helpText[] =
     "                   <?-- orv-check: ignore ID: reason ?> does it for the command\n"
     "                   behind it\n"
     "  --also ID        find that kind, too, which is off otherwise: text-hard-coded\n"
-    "  --only FILE...   check the whole site, and print what is found in these files\n"
+    "  --only FILE...   check the whole site, and print what is found in these files, or\n"
+    "                   below these folders\n"
     "  --quiet          do not say on standard error how much was checked and found\n"
     "  --format FORM    text (default), json, or sarif (2.1.0)\n"
     "  --lsp            speak the Language Server Protocol on standard input and output\n"
@@ -187,13 +189,20 @@ static int answerOption(const CommandLine &line)
     return line.has(OPT_EXPLAIN) ? explain(line) : -1;
 }
 
+static bool isFolder(const char *path)
+{
+    std::error_code error;
+    return fs::is_directory(path, error);
+}
+
 // Where the site file is looked for: from the first file that is named and has one above it, or
 // else from the working directory.
 static string startFolder(const std::vector<const char *> &words)
 {
     std::error_code error;
     for (const char *word : words) {
-        string folder = (fs::path(word).parent_path() / ".").string();
+        const fs::path path = word;
+        string folder = ((isFolder(word) ? path : path.parent_path()) / ".").string();
         if (fs::exists(word, error) && !findSiteFile(folder).empty())
             return folder;
     }
@@ -218,16 +227,41 @@ static std::set<string> otherFiles(const SiteOptions &options)
     return files;
 }
 
+// Takes words that are all folders: of parts of the site only those are printed, any other is
+// the site. Returns false after a complaint.
+static bool takeFolders(const CommandLine &line, Arguments *arguments)
+{
+    const string &root = arguments->site.docRoot;
+    std::error_code error;
+    bool isWhole = false;
+    for (const char *word : line.words) {
+        const fs::path inner = fs::relative(word, root, error);
+        const bool isSite = std::ranges::all_of(
+            inner, [](const fs::path &name) { return name == "." || name == ".."; });
+        if (!isSite && *inner.begin() == "..") {
+            complain(0, "%s is no folder of the site below %s; --docroot %s is a site of its own",
+                     word, root.c_str(), word);
+            return false;
+        }
+        isWhole = isWhole || isSite;
+    }
+    arguments->isOnly = !isWhole;
+    arguments->only.assign(line.words.begin(), line.words.end());
+    return true;
+}
+
 // Takes the words of a command line as pages, or with --only as files. Returns false after a
 // complaint.
 static bool takeWords(const CommandLine &line, Arguments *arguments)
 {
     SiteOptions &site = arguments->site;
     const std::set<string> others = otherFiles(site);
+    if (!arguments->isOnly && !line.words.empty() && std::ranges::all_of(line.words, isFolder))
+        return takeFolders(line, arguments);
     for (const char *word : line.words) {
         if (arguments->isOnly) {
             arguments->only.emplace_back(word);
-        } else if (others.contains(realPath(word))) {
+        } else if (isFolder(word) || others.contains(realPath(word))) {
             complain(0, "%s is no template; --only prints what is found in it", word);
             return false;
         } else {
@@ -255,6 +289,11 @@ int readArguments(int argc, char **argv, Arguments *arguments)
     if (arguments->serves)
         return -1;
     string problem;
+    string &root = arguments->given.site.docRoot;
+    const bool isOne = line.words.size() == 1 && !arguments->isOnly && isFolder(line.words[0]);
+    if (isOne && root.empty() && arguments->given.config.empty() &&
+        findSiteFile(line.words[0]).empty())
+        root = line.words[0];
     if (!makeOptions(arguments->given, startFolder(line.words), &arguments->site, &problem))
         return complain(WRONG_USAGE, "%s", problem.c_str());
     return takeWords(line, arguments) ? -1 : WRONG_USAGE;
@@ -281,7 +320,17 @@ static void prefixPaths(std::vector<Finding> *findings, const Site &site)
     }
 }
 
-// Leaves what is found in files that are named, and finds those that are not of the site.
+// Whether a path is that of one that is named, or below it.
+static bool isKept(const std::set<string> &kept, fs::path path)
+{
+    for (; path != path.parent_path(); path = path.parent_path())
+        if (kept.contains(path.string()))
+            return true;
+    return false;
+}
+
+// Leaves what is found in files and below folders that are named, and finds those that are not
+// of the site.
 static void keepOnly(const SiteOptions &options, const std::vector<string> &named, Looked *looked)
 {
     const std::set<string> others = otherFiles(options);
@@ -290,15 +339,15 @@ static void keepOnly(const SiteOptions &options, const std::vector<string> &name
     for (const string &name : named) {
         const string inner = templatePath(options.docRoot, name);
         const fs::path below = fs::path(options.docRoot) / inner;
-        const bool isBelow =
-            !inner.starts_with("..") && inner[0] != '/' && fs::is_regular_file(below, error);
+        const bool isBelow = !inner.starts_with("..") && inner[0] != '/' &&
+                             (fs::is_regular_file(below, error) || fs::is_directory(below, error));
         const string real = realPath(isBelow ? below : fs::path(name));
         if (!isBelow && !others.contains(real))
             looked->strangers.push_back(name);
         kept.insert(real);
     }
     std::erase_if(looked->findings,
-                  [&](const Finding &finding) { return !kept.contains(realPath(finding.path)); });
+                  [&](const Finding &finding) { return !isKept(kept, realPath(finding.path)); });
 }
 
 bool lookAt(const Arguments &arguments, Looked *looked, string *problem,
