@@ -42,6 +42,7 @@ struct Scan {
     string problem; // empty for none
     size_t wrongAt = 0;
     bool atComma = false; // the mistake is the last comma
+    size_t keyAt = 0;     // where the name that is being read begins, behind its quote
 };
 } // namespace
 
@@ -160,6 +161,7 @@ static void readKey(Scan &scan, char c)
     const bool isFirst = scan.state.json == FIRST_KEY;
     if (c == '"') {
         scan.state.json = KEY_TEXT;
+        scan.keyAt = scan.at + 1;
     } else if (c == '}' && isFirst) {
         closeList(scan, c);
     } else if (c == '}') {
@@ -193,9 +195,36 @@ static void readAfter(Scan &scan, char c)
     }
 }
 
+// Tells of a name that its object has twice; one that is not written out whole may be any.
+static void noteName(Scan &scan)
+{
+    const string name = scan.node.text.substr(scan.keyAt, scan.at - scan.keyAt);
+    const Paths &paths = scan.paths;
+    Place place = scan.node.place;
+    if (scan.keyAt == 0 || name.find('\\') != string::npos || paths.again)
+        return;
+    if (!place.text)
+        place.span = {place.span.at + static_cast<uint32_t>(scan.keyAt),
+                      place.span.at + static_cast<uint32_t>(scan.at)};
+    std::vector<JsonName> &uses = scan.pages.names[{scan.state.list, name}];
+    for (const JsonName &use : uses) {
+        const bool isSame = use.place.tpl == place.tpl && use.place.span.at == place.span.at;
+        if (isSame || exclude(use.when, paths.conditions) ||
+            !(covers(use.when, paths.conditions) || covers(paths.conditions, use.when)))
+            continue;
+        reportPlace(scan.pages.all, Grade::WARNING, place, "json-syntax",
+                    "the name '" + name + "' stands in this object twice; programs take the last",
+                    {noteAt(*use.place.tpl, use.place.span.at, "the other one is here")});
+        return;
+    }
+    uses.push_back({place, paths.conditions});
+}
+
 static void readText(Scan &scan, char c)
 {
     const bool isKey = scan.state.json == KEY_TEXT;
+    if (c == '"' && isKey)
+        noteName(scan);
     if (c == '"')
         scan.state.json = isKey ? COLON : AFTER;
     else if (c == '\\')
@@ -420,6 +449,7 @@ void JsonPages::visitValue(Paths &paths, const Node &node)
 void JsonPages::beginPage(Paths &paths)
 {
     lists.clear();
+    names.clear();
     comma = {};
     if (modeOf(paths.page->path) == Mode::DATA) {
         paths.variants[0].state.json = VALUE;

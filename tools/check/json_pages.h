@@ -5,12 +5,19 @@
 
 #include "structure.h"
 
+// Where an object has a name.
+struct JsonName {
+    Place place;
+    Outcomes when;
+};
+
 struct JsonPages {
     Report &all;
     std::deque<Open> lists = {};
-    std::set<std::pair<const Template *, uint32_t>> told = {}; // where
-    Place comma = {};                                          // the last one
-    const Node *word = nullptr;                                // that a number has begun with
+    std::set<std::pair<const Template *, uint32_t>> told = {};                        // where
+    std::map<std::pair<const Open *, std::string>, std::vector<JsonName>> names = {}; // of the page
+    Place comma = {};           // the last one
+    const Node *word = nullptr; // that a number has begun with
 
     void beginPage(Paths &paths);
     void visitTag(Paths &paths, const Tag &tag);
