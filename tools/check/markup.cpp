@@ -282,6 +282,24 @@ static string_view wordsFor(std::span<const Words> table, string_view name)
     return row == table.end() ? "" : row->words;
 }
 
+bool takesNumber(string_view element, string_view attribute)
+{
+    static constexpr Words table[] = {
+        {"td", "colspan rowspan"},
+        {"th", "colspan rowspan"},
+        {"col", "span"},
+        {"colgroup", "span"},
+        {"input", "maxlength minlength size"},
+        {"textarea", "maxlength minlength rows cols"},
+        {"select", "size"},
+        {"ol", "start"},
+        {"li", "value"},
+        {"meter", "value min max low high optimum"},
+        {"progress", "value max"},
+    };
+    return attribute == "tabindex" || hasWord(wordsFor(table, element), attribute);
+}
+
 bool endsOpen(string_view start, string_view open)
 {
     static constexpr Words table[] = {

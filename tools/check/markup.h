@@ -48,6 +48,9 @@ struct ChoiceRow {
 /* The row of an element's attribute; null for one that can be anything. */
 const ChoiceRow *findChoice(std::string_view element, std::string_view attribute);
 
+/* Whether browsers read a number from the begin of an element's attribute. */
+bool takesNumber(std::string_view element, std::string_view attribute);
+
 /* Whether the start tag of an element ends an open one of that name, as a li ends a li. */
 bool endsOpen(std::string_view start, std::string_view open);
 

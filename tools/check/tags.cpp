@@ -121,6 +121,40 @@ static void checkChoice(const Text &text, const Tag &tag, const Attribute &attri
              string(row->instead) + " in its place");
 }
 
+// Whether a field holds a number, by its type.
+static bool isNumberField(const Tag &tag)
+{
+    const Attribute *type = tag.find("type");
+    return tag.name == "input" && type && type->values.size() == 1 &&
+           hasWord("number range", lowered(type->values[0]));
+}
+
+// Whether an attribute's value is one from which browsers read no number. Behind most numbers
+// anything may stand, but a field takes whole ones only.
+static bool lacksNumber(const Tag &tag, const Attribute &attribute, string_view value)
+{
+    const bool isWhole = isNumberField(tag) && hasWord("value min max step", attribute.name);
+    if (value.empty() || value.find(MARK) != string_view::npos ||
+        (isWhole && attribute.name == "step" && lowered(value) == "any"))
+        return false;
+    if (isWhole)
+        return value.find_first_not_of("0123456789+-.eE") != string_view::npos;
+    const size_t digit = value.find_first_not_of(" \t\r\n\f+-.");
+    return takesNumber(tag.name, attribute.name) &&
+           (digit == string_view::npos || !isDigit(value[digit]));
+}
+
+static void checkNumber(const Text &text, const Tag &tag, const Attribute &attribute)
+{
+    const auto wrong = std::ranges::find_if(
+        attribute.values, [&](string_view value) { return lacksNumber(tag, attribute, value); });
+    if (wrong != attribute.values.end())
+        tell(text, attribute.value, "html-attribute",
+             attribute.name + " of <" + tag.name + "> cannot be '" + *wrong +
+                 "': browsers leave out what is no number" +
+                 (wrong->find(',') == string::npos ? "" : ", as one with a comma"));
+}
+
 static void checkAttributes(const Text &text, const Tag &tag)
 {
     if (tag.closing && !tag.attributes.empty())
@@ -134,6 +168,7 @@ static void checkAttributes(const Text &text, const Tag &tag)
                  "no element has an attribute " + attribute.name + "; did you mean " +
                      string(meant) + "?");
         checkChoice(text, tag, attribute);
+        checkNumber(text, tag, attribute);
     }
 }
 
