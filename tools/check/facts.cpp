@@ -154,11 +154,11 @@ Use useOf(const Tag &tag, const Attribute &attribute)
 
 static void noteReference(Facts &facts, Paths &paths, const Tag &tag, const Attribute &attribute)
 {
-    if (attribute.values.size() != 1)
-        return;
-    std::vector<string> ids = wordsOf(attribute.values[0]);
+    std::vector<std::vector<string>> ways;
+    for (const string &value : attribute.values)
+        ways.push_back(wordsOf(value));
     facts.references.push_back(
-        {&tag, &attribute, std::move(ids), whenOf(paths, attribute), paths.chain});
+        {&tag, &attribute, std::move(ways), whenOf(paths, attribute), paths.chain});
 }
 
 // Of a link within the page.
@@ -172,7 +172,7 @@ static void noteFragment(Facts &facts, Paths &paths, const Tag &tag, const Attri
         });
     if (isPlace && attribute.values.size() == 1)
         facts.references.push_back(
-            {&tag, &attribute, {value.substr(1)}, whenOf(paths, attribute), paths.chain});
+            {&tag, &attribute, {{value.substr(1)}}, whenOf(paths, attribute), paths.chain});
 }
 
 // Whether a script fills what stands there.
@@ -237,6 +237,21 @@ static void noteTag(Facts &facts, Paths &paths, const Tag &tag)
                     "<iframe> has no title, which tells what is in it");
 }
 
+// Names of frames, and what opens in them.
+static void noteFrames(Facts &facts, const Tag &tag)
+{
+    for (const Attribute &attribute : tag.attributes) {
+        const bool isTarget = attribute.name == "target" || attribute.name == "formtarget";
+        const bool isFrame = attribute.name == "name" && hasWord("iframe frame object", tag.name);
+        for (const string &value : attribute.values) {
+            if (isFrame)
+                facts.frames.insert(value);
+            if (isTarget)
+                facts.targets.push_back({value, attribute.value});
+        }
+    }
+}
+
 void Facts::start(Paths &paths, const Tag &tag)
 {
     if (tag.name == "!doctype") {
@@ -244,6 +259,7 @@ void Facts::start(Paths &paths, const Tag &tag)
         return;
     }
     noteTag(*this, paths, tag);
+    noteFrames(*this, tag);
     if (tag.is(IS_FIELD))
         noteField(*this, paths, tag);
     for (const Attribute &attribute : tag.attributes) {
@@ -352,8 +368,7 @@ static void checkTwice(Facts &facts, const std::vector<IdUse> &uses, const char 
     }
 }
 
-// All scripts of the site: the files, and those in templates.
-static const string &scriptsOf(Facts &facts)
+const string &scriptsOf(Facts &facts)
 {
     if (facts.scriptsRead)
         return facts.scripts;
@@ -374,8 +389,8 @@ static const string &scriptsOf(Facts &facts)
     return facts.scripts;
 }
 
-// Whether a script makes an element of that id: ".id = 'x'", "id=\"x\"".
-static bool isMadeByScript(Facts &facts, string_view id)
+// As in ".id = 'x'" and "id=\"x\"".
+bool isMadeByScript(Facts &facts, string_view id)
 {
     const string_view scripts = scriptsOf(facts);
     for (size_t at = 0; (at = scripts.find(id, at)) != string_view::npos; ++at) {
@@ -397,41 +412,55 @@ static bool isThere(const Facts &facts, const IdReference &reference, const stri
     });
 }
 
+string didYouMean(string_view id, const std::vector<string_view> &known)
+{
+    const string_view near = nearest(id, known);
+    return near.empty() ? "" : "; did you mean '" + string(near) + "'?";
+}
+
 static string nearestId(const Facts &facts, string_view id)
 {
     std::vector<string_view> known;
     for (const IdUse &use : facts.ids)
         if (isKnown(use.id))
             known.push_back(use.id);
-    const string_view near = nearest(id, known);
-    return near.empty() ? "" : "; did you mean '" + string(near) + "'?";
+    return didYouMean(id, known);
 }
 
+// The first id of a way that no element of the page has; empty for none.
+static string lostOf(Facts &facts, const Paths &paths, const IdReference &reference,
+                     const std::vector<string> &ids)
+{
+    const bool isLink = reference.attribute->name == "href";
+    const auto lost = std::ranges::find_if(ids, [&](const string &id) {
+        return isKnown(id) && !paths.opaque && !isThere(facts, reference, id) &&
+               !isMadeByScript(facts, id) &&
+               !(isLink && scriptsOf(facts).find("hash") != string::npos);
+    });
+    return lost == ids.end() ? "" : *lost;
+}
+
+// Of an attribute with several values one may be that of this page: all have to be lost.
 static void checkReference(Facts &facts, const Paths &paths, const IdReference &reference)
 {
     const Attribute &attribute = *reference.attribute;
     const bool isLink = attribute.name == "href";
-    if (attribute.values[0].empty() && attribute.name != "for")
-        return;
-    for (const string &id : reference.ids) {
-        const bool isSure = isKnown(id) && !paths.opaque && !isThere(facts, reference, id) &&
-                            !isMadeByScript(facts, id) &&
-                            !(isLink && scriptsOf(facts).find("hash") != string::npos);
-        if (!isSure)
-            continue;
-        if (attribute.name == "for")
-            facts.lostLabels.push_back(id);
-        Suspect &suspect = suspectOf(facts.faults, reference.tag, attribute.name, "html-reference");
-        suspect.place = attribute.hasValue ? attribute.value : attribute.place;
-        string text = isLink ? "#" + id + " leads to no place: no" : attribute.name + ": no";
-        text.append(" element of this page has the id '").append(id).append("'");
-        text += nearestId(facts, id);
-        suspect.faults.push_back(
-            {paths.page, inPage(reference.chain, suspect.place), std::move(text)});
-        suspect.faults.back().weak = isWeak(paths, suspect.tpl, reference.when);
-        return;
+    string id;
+    for (const std::vector<string> &way : reference.ways) {
+        const string lost = lostOf(facts, paths, reference, way);
+        if (lost.empty())
+            return acquit(facts.faults, reference.tag, attribute.name, paths.page);
+        id = id.empty() ? lost : id;
     }
-    acquit(facts.faults, reference.tag, attribute.name, paths.page);
+    if (attribute.name == "for")
+        facts.lostLabels.push_back(id);
+    Suspect &suspect = suspectOf(facts.faults, reference.tag, attribute.name, "html-reference");
+    suspect.place = attribute.hasValue ? attribute.value : attribute.place;
+    string text = isLink ? "#" + id + " leads to no place: no" : attribute.name + ": no";
+    text.append(" element of this page has the id '").append(id).append("'");
+    text += nearestId(facts, id);
+    suspect.faults.push_back({paths.page, inPage(reference.chain, suspect.place), std::move(text)});
+    suspect.faults.back().weak = isWeak(paths, suspect.tpl, reference.when);
 }
 
 // Whether something names a field.
@@ -508,8 +537,36 @@ void Facts::endPage(const Paths &paths)
     checkDocument(*this, paths);
 }
 
+// A window of any name can be opened: told is what was meant for a frame, or for one of the four
+// words of HTML.
+static void checkTarget(Facts &facts, const Target &target)
+{
+    static constexpr string_view words = "_blank _self _parent _top";
+    const string name = lowered(target.name);
+    const bool isWord = name.starts_with('_');
+    if (name.empty() || hasWord(words, name) || !isKnown(name) ||
+        std::ranges::any_of(facts.frames,
+                            [&](const string &frame) { return mayMatch(frame, target.name); }))
+        return;
+    const string word = "_" + name.substr(isWord);
+    string near(isWord ? nearest(name, {"_blank", "_self", "_parent", "_top"})
+                       : nearest(name, {facts.frames.begin(), facts.frames.end()}));
+    if (hasWord(words, word))
+        near = word;
+    if (!isWord && (near.empty() || scriptsOf(facts).find(target.name) != string::npos))
+        return;
+    reportPlace(facts.all, isWord ? Grade::ERROR : Grade::WARNING, target.place, "html-reference",
+                near.empty()
+                    ? "no frame can be called '" + target.name +
+                          "': with _ begin _blank, _self, _parent and _top alone"
+                    : "no frame is called '" + target.name + "'; did you mean '" + near + "'?");
+}
+
 void Facts::endSite()
 {
+    for (const Target &target : targets)
+        checkTarget(*this, target);
+    checkResources(*this);
     for (const FarLink &link : farLinks) {
         const auto page = pages.find(link.page);
         if (page == pages.end() || page->second.opaque ||

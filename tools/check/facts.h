@@ -20,7 +20,7 @@ struct IdUse {
 struct IdReference {
     const Tag *tag;
     const Attribute *attribute;
-    std::vector<std::string> ids;
+    std::vector<std::vector<std::string>> ways; // the ids of each of its values
     Outcomes when;
     const Chain *chain;
 };
@@ -38,6 +38,12 @@ struct LabelledField {
 struct FarLink {
     std::string page;
     std::string id;
+    Place place;
+};
+
+// The name of a frame that a link or form opens in.
+struct Target {
+    std::string name;
     Place place;
 };
 
@@ -63,6 +69,9 @@ struct Facts {
     // Of the site.
     std::map<std::string, PageIds> pages = {};
     std::vector<FarLink> farLinks = {};
+    std::set<std::string> frames = {}; // their names
+    std::vector<Target> targets = {};
+    std::set<std::string> manifests = {};
     std::set<std::string> checkedLinks = {};
     std::string scripts = {}; // all of them, when first asked for
     bool scriptsRead = false;
@@ -83,6 +92,24 @@ Use useOf(const Tag &tag, const Attribute &attribute);
 /* Whether an attribute leads somewhere, and checks where to. */
 bool leadsSomewhere(const Tag &tag, const Attribute &attribute);
 void checkLink(Facts &facts, const Paths &paths, const Tag &tag, const Attribute &attribute);
+
+/* The path below the document root that an address in a file means, empty where it leads
+ * elsewhere or is not known; and why that is a mistake, empty where it is none. isFile: whether
+ * it has to be a file, whatever its ending. */
+std::string targetFile(const std::string &from, std::string_view address);
+std::string whyMissing(const Site &site, const std::string &file, bool isFile);
+
+/* Whether a script makes an element of that id. */
+bool isMadeByScript(Facts &facts, std::string_view id);
+
+/* All scripts of the site, the files and those in templates; borrowed. */
+const std::string &scriptsOf(Facts &facts);
+
+/* The id among those that was probably meant, as the end of a message; empty for none. */
+std::string didYouMean(std::string_view id, const std::vector<std::string_view> &known);
+
+/* Checks what the site's scripts, styles and manifests name, when all pages are known. */
+void checkResources(Facts &facts);
 
 /* Whether a value that may have MARKs in it can be that text. */
 bool mayMatch(std::string_view pattern, std::string_view text);

@@ -225,7 +225,8 @@ static constexpr Kind kinds[] = {
      "<div><p>text</p>"},
     {"html-attribute", ERROR,
      "An attribute that browsers read in another way than it looks: a quote or a blank is "
-     "missing, it stands in the tag twice, its name is misspelt.",
+     "missing, it stands in the tag twice, its name is misspelt, its value is none that it can "
+     "have.",
      "<a href=\"x.htm\"class=\"b\">"},
     {"html-open", ERROR,
      "A comment, script, style, title or tag that has no end: all that follows is lost in it.",
@@ -240,7 +241,8 @@ static constexpr Kind kinds[] = {
      "<p id=\"a\"></p><p id=\"a\"></p>"},
     {"html-reference", ERROR,
      "An attribute names an id that no element of the page has, whatever its branches: for of a "
-     "label, aria-labelledby and the like, form, list, a link to #id.",
+     "label, aria-labelledby and the like, form, list, a link to #id; a script's getElementById, "
+     "of all pages; target, a frame that there is not (warnings, unless it begins with _).",
      "<label for=\"nothere\">Name</label>"},
     {"html-name", WARNING,
      "What those who do not see the page are told nothing of: a field without a label, an image "
@@ -252,8 +254,9 @@ static constexpr Kind kinds[] = {
     {"html-entity", WARNING, "A character reference that is misspelt or has no semicolon.",
      "<p>a&nbps;b</p>"},
     {"link-missing", ERROR,
-     "A link, form, image or script leads to a file that is not below the document root. What the "
-     "web program answers itself is named with --route.",
+     "A link, form, image or script leads to a file that is not below the document root; or what "
+     "a style sheet, a script's import or a manifest names. What the web program answers itself "
+     "is named with --route.",
      "<a href=\"nothere.htm\">x</a>"},
     {"file-bytes", ERROR,
      "A file that is not UTF-8, as pages and texts are: a byte of Latin-1, UTF-16, a zero byte, a "
@@ -267,7 +270,7 @@ static constexpr Kind kinds[] = {
      "<a href=\"show.htm?name=<?query 'select a from t'?>\">"},
     {"json-syntax", ERROR,
      "A JSON page, or a script element of JSON, is no JSON in some way through it: for no row, "
-     "one row or more of them, in one branch.",
+     "one row or more of them, in one branch; or an object has a name twice (a warning).",
      "[<?multiquery 'select n from t' '$1,'?>] in a .json page"},
     {"escape-json", ERROR,
      "A value in JSON that is not escaped for it. HTML and script escaping make no JSON: let "

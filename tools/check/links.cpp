@@ -1,4 +1,5 @@
-/* tools/check/links.cpp - where links, forms, images and scripts of a page lead to. */
+/* tools/check/links.cpp - where addresses lead to: those of links, forms, images and scripts of a
+ * page, and those that the site's other files name. */
 #include <algorithm>
 #include <filesystem>
 
@@ -54,10 +55,10 @@ static string decoded(string_view path)
     return text;
 }
 
-// The path below the document root that an address of a page means; empty for none.
-static string targetOf(const string &page, string_view path)
+// The path below the document root that an address of a file means; empty for none.
+static string targetOf(const string &from, string_view path)
 {
-    const fs::path folder = fs::path(page).parent_path();
+    const fs::path folder = fs::path(from).parent_path();
     const fs::path whole =
         path[0] == '/' ? fs::path(string(path.substr(1))) : folder / string(path);
     const string target = whole.lexically_normal().generic_string();
@@ -74,7 +75,7 @@ static bool isFileName(const Site &site, const string &path)
 {
     static constexpr string_view suffixes =
         ".htm .html .css .js .mjs .png .jpg .jpeg .gif .svg .ico .webp .avif .bmp .woff .woff2 "
-        ".ttf .otf .mp3 .mp4 .webm .pdf .webmanifest";
+        ".ttf .otf .eot .cur .mp3 .mp4 .webm .ogg .wav .vtt .pdf .webmanifest";
     const string suffix = suffixOf(path);
     return !suffix.empty() &&
            (hasWord(suffixes, suffix) || std::ranges::any_of(site.pages, [&](const string &page) {
@@ -94,53 +95,73 @@ static bool isThere(const Site &site, const string &path)
 static string_view nearestFile(const Site &site, const string &path)
 {
     std::vector<string_view> files;
+    const string suffix = suffixOf(path);
     for (const string &file : site.files)
-        if (suffixOf(file) == suffixOf(path) && !suffixOf(path).empty())
+        if (!suffix.empty() && file.ends_with(suffix))
             files.push_back(file);
     return nearest(path, files);
 }
 
-static void checkAddress(Facts &facts, const Paths &paths, const Attribute &attribute,
-                         string_view address)
+string targetFile(const string &from, string_view address)
 {
     const size_t begin = address.find_first_not_of(" \t\r\n");
     address.remove_prefix(std::min(begin, address.size()));
     const string_view path = address.substr(0, address.find_first_of("?#"));
+    if (path.empty() || path.find(MARK) != string_view::npos || isElsewhere(address))
+        return "";
+    return targetOf(from, decoded(path.substr(0, path.find_last_not_of(" \t\r\n") + 1)));
+}
+
+string whyMissing(const Site &site, const string &file, bool isFile)
+{
+    if (file.empty() || isThere(site, file) || fitsAny(site.options.routes, file))
+        return "";
+    const string_view near = nearestFile(site, file);
+    if (near.empty() && !isFile && !isFileName(site, file))
+        return "";
+    return "there is no '" + file + "' below the document root" +
+           (near.empty() ? "" : "; did you mean '" + string(near) + "'?");
+}
+
+// Notes that a link leads to a place of another page.
+static void noteFarLink(Facts &facts, const Attribute &attribute, const string &target,
+                        string_view address)
+{
     const size_t hash = address.find('#');
-    if (path.empty() || path.find(MARK) != string_view::npos || isElsewhere(address) ||
-        (facts.usesBase && path[0] != '/'))
+    const string_view id = hash == string_view::npos ? "" : address.substr(hash + 1);
+    const bool isPlace = !id.empty() && id.find(MARK) == string_view::npos && id != "top" &&
+                         id.find_first_of("=&/!~") == string_view::npos;
+    if (isPlace)
+        facts.farLinks.push_back({target, string(id), attribute.value});
+}
+
+static void checkAddress(Facts &facts, const Paths &paths, const Tag &tag,
+                         const Attribute &attribute, string_view address)
+{
+    const string target = targetFile(paths.page->path, address);
+    const Attribute *rel = tag.find("rel");
+    const bool isManifest = rel && rel->values == std::vector<string>{"manifest"};
+    if (target.empty() || (facts.usesBase && !address.starts_with('/')))
         return;
-    const Site &site = facts.all.site;
-    const string target =
-        targetOf(paths.page->path, decoded(path.substr(0, path.find_last_not_of(" \t\r\n") + 1)));
-    if (target.empty())
-        return;
-    if (isThere(site, target)) {
-        const string_view id = hash == string_view::npos ? "" : address.substr(hash + 1);
-        const bool isPlace = !id.empty() && id.find(MARK) == string_view::npos && id != "top" &&
-                             id.find_first_of("=&/!~") == string_view::npos;
-        if (isPlace)
-            facts.farLinks.push_back({target, string(id), attribute.value});
-        return;
+    if (isThere(facts.all.site, target)) {
+        if (isManifest)
+            facts.manifests.insert(target);
+        return noteFarLink(facts, attribute, target, address);
     }
-    const bool isRoute = fitsAny(site.options.routes, target);
-    const string_view near = nearestFile(site, target);
-    if (isRoute || (near.empty() && !isFileName(site, target)))
-        return;
-    reportPlace(facts.all, Grade::ERROR, attribute.value, "link-missing",
-                "there is no '" + target + "' below the document root" +
-                    (near.empty() ? "" : "; did you mean '" + string(near) + "'?"));
+    string text = whyMissing(facts.all.site, target, isManifest);
+    if (!text.empty())
+        reportPlace(facts.all, Grade::ERROR, attribute.value, "link-missing", std::move(text));
 }
 
 // The addresses in a srcset, each with a width or density behind it.
-static void checkSet(Facts &facts, const Paths &paths, const Attribute &attribute,
+static void checkSet(Facts &facts, const Paths &paths, const Tag &tag, const Attribute &attribute,
                      string_view addresses)
 {
     while (!addresses.empty()) {
         const size_t end = std::min(addresses.find(", "), addresses.size());
         string_view one = addresses.substr(0, end);
         one.remove_prefix(std::min(one.find_first_not_of(" \t\r\n"), one.size()));
-        checkAddress(facts, paths, attribute, one.substr(0, one.find(' ')));
+        checkAddress(facts, paths, tag, attribute, one.substr(0, one.find(' ')));
         addresses.remove_prefix(std::min(end + 2, addresses.size()));
     }
 }
@@ -171,10 +192,10 @@ void checkLink(Facts &facts, const Paths &paths, const Tag &tag, const Attribute
             continue;
         const size_t url = value.find("url=");
         if (isSet)
-            checkSet(facts, paths, attribute, value);
+            checkSet(facts, paths, tag, attribute, value);
         else if (!isRefresh)
-            checkAddress(facts, paths, attribute, value);
+            checkAddress(facts, paths, tag, attribute, value);
         else if (url != string::npos)
-            checkAddress(facts, paths, attribute, string_view(value).substr(url + 4));
+            checkAddress(facts, paths, tag, attribute, string_view(value).substr(url + 4));
     }
 }
