@@ -27,19 +27,24 @@ using std::string_view;
 
 // ---- Other files, and folders ----
 
+// A file's name up to its ending, small.
+static string stemOf(const string &name)
+{
+    return lowered(name.substr(0, name.find('.')));
+}
+
 // Pages of the same folder that have much of the name.
 static std::vector<string> similarPages(const string &path)
 {
     const size_t slash = path.rfind('/');
     const string folder = slash == string::npos ? "" : path.substr(0, slash + 1);
-    const string stem =
-        lowered(path.substr(folder.size(), path.find('.', folder.size()) - folder.size()));
+    const string wanted = stemOf(path.substr(folder.size()));
     std::vector<string> pages;
-    DIR *dir = opendir(folder.empty() ? "." : folder.c_str());
+    DIR *dir = wanted.empty() ? nullptr : opendir(folder.empty() ? "." : folder.c_str());
     while (const dirent *entry = dir ? readdir(dir) : nullptr) {
-        const string name = lowered(entry->d_name);
-        if (name[0] != '.' && kindOfFile(name) == FolderEntry::PAGE &&
-            (name.starts_with(stem.substr(0, 3)) || name.find(stem) != string::npos))
+        const string stem = stemOf(entry->d_name);
+        if (!stem.empty() && kindOfFile(entry->d_name) == FolderEntry::PAGE &&
+            (stem.starts_with(wanted.substr(0, 3)) || stem.find(wanted) != string::npos))
             pages.push_back(folder + entry->d_name);
     }
     if (dir)
