@@ -758,6 +758,8 @@ static void joinValues(Attribute *attribute, const Attribute &other)
             attribute->values.push_back(value);
     if (attribute->values.size() > MOST_VALUES)
         attribute->values = {string(1, MARK)};
+    if (!attribute->hasValue && other.hasValue)
+        attribute->value = other.value;
     attribute->hasValue = attribute->hasValue || other.hasValue;
 }
 
