@@ -113,23 +113,13 @@ static void checkTemplate(Report &all, const Template &tpl, bool isPage, bool is
              " is no UTF-8: the file is of another encoding, as Latin-1; save it as UTF-8");
 }
 
-// Pages without anything, also those that hold no command and are no templates therefore.
+// Pages without anything.
 static void checkEmpty(Report &all)
 {
     Site &site = all.site;
     for (const auto &[path, tpl] : site.templates)
         if (tpl->source.empty() && std::ranges::binary_search(site.pages, path))
             report(all, *tpl, {0, 0}, "page-empty", "the page is empty");
-    if (!site.options.templates.empty())
-        return;
-    for (const string &path : site.files) {
-        const string whole =
-            (std::filesystem::path(site.options.docRoot) / path).lexically_normal();
-        std::error_code error;
-        if ((path.ends_with(".htm") || path.ends_with(".html")) && !site.templates.contains(path) &&
-            std::filesystem::file_size(whole, error) == 0 && !error)
-            reportLine(all, whole, 1, "page-empty", "the page is empty");
-    }
 }
 
 void checkBytes(Report &all)
