@@ -294,18 +294,25 @@ TEST(Check, LooksAtBytes)
 TEST(Check, PrintsAndRefuses)
 {
     writeFile("site/a.htm", "<p>\n<?include sub/x.frm?></p>");
-    writeFile("site/sub/x.frm", "<?print $var:user?>");
+    writeFile("site/sub/x.frm", "<a href=\"<?print $var:user?>\">x</a>");
     writeFile("site/alone.frm", "no command");
     std::filesystem::create_directory("empty");
     for (const std::string site : {"--docroot site", "site", "site/sub/../"}) {
         EXPECT_EQ(runCommand(ORV_CHECK " --set user " + site), 1);
         EXPECT_EQ(
             readFile("out"),
-            "site/sub/x.frm:1:9: error: $var:user comes out as it is, in page text: print does not "
-            "escape; use echo [escape-missing]\n"
+            "site/sub/x.frm:1:18: error: $var:user comes out as it is, in an attribute in double "
+            "quotes: print does not escape; use echo [escape-missing]\n"
+            "site/a.htm:2:1: note: included from here\n"
+            "site/sub/x.frm:1:18: error: $var:user is the beginning of an address, and can be "
+            "javascript: or any other site; write what the address begins with in the template "
+            "[escape-url]\n"
             "site/a.htm:2:1: note: included from here\n");
     }
-    EXPECT_EQ(runCommand(ORV_CHECK " --docroot site --set user --ignore escape-missing a.htm"), 0)
+    EXPECT_EQ(
+        runCommand(ORV_CHECK
+                   " --docroot site --set user --ignore escape-missing --ignore escape-url a.htm"),
+        0)
         << readFile("out");
     writeFile("site/b.htm", "<?include broken.htm?>");
     for (const char *name : {"broken.db", "site/broken.htm"}) // a file whose reading fails
@@ -313,6 +320,7 @@ TEST(Check, PrintsAndRefuses)
     const std::string refused[][2] = {
         {"--ignore escape", "--ignore: there is no kind 'escape' (--list tells all)"},
         {"nothere.htm", "cannot read template nothere.htm"},
+        {"", "cannot read template broken.htm: Input/output error"},
         {"--docroot nothere", "no folder: nothere"},
         {"empty",
          "empty is no folder of the site below site; --docroot empty is a site of its own"},
@@ -397,6 +405,7 @@ TEST(Check, KnowsItsSite)
     std::filesystem::remove("orv-check.json");
     for (const char *script : {"site/s-1.sql", "site/s-02.sql"})
         writeFile(script, "create table t" + std::to_string(script[7]) + "(a);");
+    writeFile("site/z.sql", "create table z(a);"); // has no more tables
     writeFile("site/en.po", "msgid \"a\"\nmsgstr \"b\"\n");
     EXPECT_EQ(runCommand(ORV_CHECK " --init && " ORV_CHECK " --ignore text-unused"), 1);
     EXPECT_EQ(readFile("err"), "orv-check: 3 templates checked: 1 error\n");
