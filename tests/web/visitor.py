@@ -116,7 +116,7 @@ class Visitor:
 
 
 class Direct(Visitor):
-    """A visitor whom the program answers without a web server; log is what it reported."""
+    """A visitor whom the program answers without a web server; log is what it reported, code how it ended."""
     def __init__(self, program, **env):
         super().__init__("http://localhost")
         self.program, self.env, self.log = program, env, ""
@@ -125,11 +125,12 @@ class Direct(Visitor):
         page, _, query = path.partition("?")
         body = body.encode() if isinstance(body, str) else body or b""
         sent = {"HTTP_" + name.upper().replace("-", "_"): value for name, value in headers.items()}
-        text, log = run_zarn(self.program, body, PATH_INFO="/" + page, QUERY_STRING=query,
-                             REQUEST_METHOD=method, **sent, **self.env).communicate(body)
+        process = run_zarn(self.program, body, PATH_INFO="/" + page, QUERY_STRING=query,
+                           REQUEST_METHOD=method, **sent, **self.env)
+        text, log = process.communicate(body)
         head, _, rest = text.partition(b"\r\n\r\n")
         fields = http.client.parse_headers(io.BytesIO(head + b"\r\n\r\n"))
-        self.log = log.decode()
+        self.log, self.code = log.decode(), process.returncode
         return Answer(int(fields.get("Status", "0").split()[0]), fields, rest)
 
 
