@@ -116,7 +116,8 @@ static std::pair<size_t, size_t> held()
 // Every command, array, kind of query, text field, include and many messages.
 static const Texts busyFiles = {
     {"t.htm",
-     "<html>{?hi?}{?gone?}{?old?}<?-- c ?><?setvariable var:l[5] five?>"
+     "<html>{?hi?}<?setvariable var:w 'longer than any word of a token'?>{?gone?}{?old?}<?-- c ?>"
+     "<?setvariable var:l[5] five?>"
      "<?setvariable var:l[12] twelve?><?setvariableonce var:l[x] ex?><?setvariable var:ab 1?>"
      "<?setvariable var:abc '<2>'?><?setvariable var:a 3?><?setvariable var:ab 4?>"
      "<?setvariableonce var:abd $var:none[$var:a]?><?setvariable var:kilo '{?kilo?}'?>"
