@@ -236,6 +236,7 @@ static int makePage(Exchange &x)
     int32_t former = countProblems();
     string error = errorText(x);
     x.host.error = error.empty() ? nullptr : error.c_str();
+    x.host.failures = 0;
     bool isReady = interpreter && file >= 0 &&
                    Orv_Interpreter_SetOutputBuffer(interpreter, OUTPUT_BUFFER) == 0;
     if (isReady)
@@ -244,7 +245,8 @@ static int makePage(Exchange &x)
                 hostSet(x.host, interpreter, variable.name.c_str(), variable.value.c_str()) == 0;
     isReady = isReady && Orv_Interpreter_SetLog(log) == 0;
     int32_t result = isReady ? Orv_Interpreter_Run(interpreter, x.shown.c_str(), file) : -1;
-    if (result != ORV_RUN_DONE || Orv_Interpreter_OutputError(interpreter) != 0) {
+    if (result != ORV_RUN_DONE || Orv_Interpreter_OutputError(interpreter) != 0 ||
+        x.host.failures > 0) {
         complain("the page %s cannot be made (%d)", x.shown.c_str(), result);
         close(file);
         file = -1;

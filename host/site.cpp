@@ -47,8 +47,11 @@ static int readBody(Exchange &x)
     if (length > MAX_FORM)
         return TOO_LARGE;
     string body(length, '\0');
-    if (fread(body.data(), 1, length, stdin) != length)
+    if (fread(body.data(), 1, length, stdin) != length) {
+        if (ferror(stdin))
+            complain("cannot read the form: %s", strerror(errno));
         return BAD_REQUEST;
+    }
     FormResult result =
         boundary.empty() ? decodeForm(body, x.fields) : decodeMultipart(body, boundary, x.fields);
     return result == FORM_DONE ? OK : result == FORM_BAD ? BAD_REQUEST : TOO_LARGE;

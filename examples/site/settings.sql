@@ -13,7 +13,9 @@ union all select 'version', 'site.settings.bad.version' from revision
     where number <> cast(ifnull(:version, 0) as integer) and exists (select 1 from candidate_change)
 union all select 'again', null where :lang is not null or :reveal is not null;  -- not saved yet
 create temp table renamed as select name from candidate_change where name = 'hostname';
+begin;  -- behind its end nothing is read that could fail: what is stored is said to be
 update revision set number = number + 1
     where number = cast(:version as integer) and exists (select 1 from candidate_change);
 select 'version', 'site.settings.bad.version' from candidate_change;
+commit;
 select 'done', iif(exists (select 1 from renamed), 'site.settings.renamed', 'site.settings.saved');

@@ -177,6 +177,42 @@ def check_scripts(work):
         "zarn: login.htm, line " in stranger.log, "Real Time" in stranger.log, len(stranger.log) < 4096))
 
 
+def check_calls(work):
+    """Each call of a page and of a save fails in turn. Nothing crashes; what is not as without the
+    failure is told in the log; a page is whole, and what is said to be saved is, and nothing else."""
+    owner, met = Direct(ZARN), collections.Counter()
+    owner.login()
+    token = owner.token()
+    def ask(saves, call=""):
+        sql("update setting set stored = 'old' where name = 'hostname'")
+        sql("update session set flash = ''")
+        owner.program = f"strace -o {work}/trace {call} {ZARN}"
+        answer = (owner.post("settings.htm", {**FORM, "token": token, "version": revision()}) if saves
+                  else owner.ask("devices.htm"))
+        return answer.status, re.sub('[0-9]+|base64,[^"]*', "", answer.text), stored("hostname")[0]
+    for saves in (False, True):
+        ask(saves)
+        expected = ask(saves)
+        with open(work + "/trace", encoding="utf-8", errors="replace") as trace:
+            made = [line.partition("(")[0] for line in trace]
+        loaded = made[:made.index("prlimit64")]  # the loader's own
+        for calls, error in (("openat", "EMFILE"), ("memfd_create", "EMFILE"), ("read", "EIO"), ("pread64", "EIO"),
+                             ("write", "ENOSPC"), ("pwrite64", "ENOSPC"), ("fdatasync", "EIO"), ("brk,mmap", "ENOMEM+")):
+            first, behind = (sum(all_.count(call) for call in calls.split(",")) + 1 for all_ in (loaded, made))
+            for nth in range(first, behind):
+                got = ask(saves, f"-einject={calls}:error={error.strip('+')}:when={nth}{'+' * error.endswith('+')}")
+                met[calls] += 1
+                # Of headers alone a web server makes its 500; a template that is not mapped is the log's.
+                cut = re.search("not sent whole|mmap[(][)] on file", owner.log)
+                # Where no page can be made, and where the folder is not synced, no more can be known.
+                sound = ["new"] if got[0] == 303 else ["old"] + ["new"] * (got[0] in (0, 500) or calls == "fdatasync")
+                check((saves, calls, nth), (True, True, True, True), (
+                    owner.code in (0, 1), got == expected or "zarn: " in owner.log,
+                    got[0] != 200 or got[1] == expected[1] or cut is not None, got[2] in sound))
+    sql("update setting set stored = 'old' where name = 'hostname'")
+    check("calls", True, len(met) == 8 and sum(met.values()) > 150)
+
+
 def check_folders(work):
     """The sessions are in a folder that nobody else has a hand in, or nowhere. What is made of
     the folders out/in, and what the log says of it."""
@@ -434,6 +470,7 @@ check_turns()
 with tempfile.TemporaryDirectory() as folder:
     check_figures(folder)
     check_scripts(folder)
+    check_calls(folder)
     check_folders(folder)
     check_versions(folder)
     check_disks(folder)
