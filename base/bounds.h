@@ -34,9 +34,10 @@ constexpr size_t MARK_CAPACITY = 384;     // a text in its translators' mark
 constexpr size_t FIELD_ID_CAPACITY = 129; // a text field's id
 constexpr size_t CALC_CAPACITY = 17;      // a result of calc
 
-// ---- of commands that are run without the parser: longer ones go the long way ----
+// ---- of a command that is run without the parser: a longer one goes the long way ----
 
-constexpr size_t WHOLE_CAPACITY = 128; // the argument
+constexpr size_t MAX_WHOLE_ARGS = 4;
+constexpr size_t WHOLE_CAPACITY = 256; // its arguments
 
 // ---- of small templates: larger ones are read where they are mapped ----
 

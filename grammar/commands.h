@@ -62,9 +62,6 @@ enum : uint32_t {
 // What follows a command's words in a template.
 enum class Tail : uint8_t {
     BLANK,    // white space
-    VARIABLE, // white space; with a variable as its argument a command is run as a whole,
-              // without records of the heap and without the parser: the commonest ones
-    TEXT,     // the same with a text that needs no quotes
     OPERATOR, // an operator, each side of it with or without a quote, and white space
     NAME,     // var: and a name, white space or not
     ELEMENT,  // var:, a name and "[", white space or not: an index follows
@@ -80,6 +77,12 @@ enum class Prints : uint8_t {
     BRANCH,   // one of its bodies; without any, 1 or 0
 };
 
+// Numbers of arguments, a bit for each.
+enum : uint8_t {
+    ONE_ARGUMENT = 1U << 1,
+    TWO_TO_FOUR = 1U << 2 | 1U << 3 | 1U << 4,
+};
+
 struct CommandDef {
     char words[16]; // as templates write them, " " for any white space; a leading "if " may
                     // be left out. Here and not elsewhere: the table needs no relocation
@@ -88,22 +91,25 @@ struct CommandDef {
     Prints prints;
     int token;
     uint32_t id;
-    char stop[3]; // behind "Syntax error" in the log when the arguments do not fit: people
-                  // search for it, and it differs. Empty where the grammar has no error
-                  // point for the command
+    char stop[3];      // behind "Syntax error" in the log when the arguments do not fit: people
+                       // search for it, and it differs. Empty where the grammar has no error
+                       // point for the command
+    uint8_t whole = 0; // with so many arguments, variables and texts, it is run without records
+                       // of the heap and without the parser where it stands in page text: the
+                       // commonest ones
 };
 
 /* In token order. */
 inline constexpr CommandDef commandTable[] = {
-    // words, tail, sign, what it prints, token, id, stop
+    // words, tail, sign, what it prints, token, id, stop, as a whole
     {"setvariable", Tail::NAME, 0, Prints::NOTHING, F_SETVARIABLE, ID_SETVARIABLE, ""},
     {"setvariableonce", Tail::NAME, 0, Prints::NOTHING, F_SETVARIABLEONCE, ID_SETVARIABLEONCE, ""},
     {"setvariable", Tail::ELEMENT, 0, Prints::NOTHING, F_SETARRAY, ID_SETARRAY, ": "},
     {"setvariableonce", Tail::ELEMENT, 0, Prints::NOTHING, F_SETARRAYONCE, ID_SETARRAYONCE, ": "},
-    {"echo", Tail::VARIABLE, 0, Prints::BODY, F_ECHO, ID_ECHO, ""},
-    {"print", Tail::VARIABLE, 0, Prints::BODY, F_PRINT, ID_PRINT, ""},
-    {"printjs", Tail::VARIABLE, 0, Prints::BODY, F_PRINTJS, ID_PRINTJS, ""},
-    {"include", Tail::TEXT, 0, Prints::NOTHING, F_INCLUDE, ID_INCLUDE, ""},
+    {"echo", Tail::BLANK, 0, Prints::BODY, F_ECHO, ID_ECHO, "", ONE_ARGUMENT},
+    {"print", Tail::BLANK, 0, Prints::BODY, F_PRINT, ID_PRINT, "", ONE_ARGUMENT},
+    {"printjs", Tail::BLANK, 0, Prints::BODY, F_PRINTJS, ID_PRINTJS, "", ONE_ARGUMENT},
+    {"include", Tail::BLANK, 0, Prints::NOTHING, F_INCLUDE, ID_INCLUDE, "", ONE_ARGUMENT},
     {"query", Tail::BLANK, 0, Prints::BODY, F_QUERY, ID_QUERY, ""},
     {"querytext", Tail::BLANK, 0, Prints::BODY, F_QUERYTEXT, ID_QUERYTEXT, ""},
     {"queryjs", Tail::BLANK, 0, Prints::BODY, F_QUERYJS, ID_QUERYJS, ""},
@@ -113,14 +119,14 @@ inline constexpr CommandDef commandTable[] = {
     {"multiquerycount", Tail::BLANK, 0, Prints::NUMBER, F_MULTIQUERYCOUNT, ID_MULTIQUERYCOUNT, ""},
     {"repeat [", Tail::BLANK, 0, Prints::BODIES, F_REPEATINCL, ID_REPEATINCL, ": "},
     {"repeat ]", Tail::BLANK, 0, Prints::BODIES, F_REPEATEXCL, ID_REPEATEXCL, ": "},
-    {"if eq", Tail::BLANK, 0, Prints::BRANCH, F_IFEQ, ID_IFEQ, ": "},
-    {"if neq", Tail::BLANK, 0, Prints::BRANCH, F_IFNEQ, ID_IFNEQ, ": "},
-    {"if gt", Tail::BLANK, 0, Prints::BRANCH, F_IFGT, ID_IFGT, ": "},
-    {"if gte", Tail::BLANK, 0, Prints::BRANCH, F_IFGTE, ID_IFGTE, ": "},
-    {"if lt", Tail::BLANK, 0, Prints::BRANCH, F_IFLT, ID_IFLT, ". "},
-    {"if lte", Tail::BLANK, 0, Prints::BRANCH, F_IFLTE, ID_IFLTE, ": "},
-    {"if and", Tail::BLANK, 0, Prints::BRANCH, F_IFAND, ID_IFAND, ": "},
-    {"if or", Tail::BLANK, 0, Prints::BRANCH, F_IFOR, ID_IFOR, ": "},
+    {"if eq", Tail::BLANK, 0, Prints::BRANCH, F_IFEQ, ID_IFEQ, ": ", TWO_TO_FOUR},
+    {"if neq", Tail::BLANK, 0, Prints::BRANCH, F_IFNEQ, ID_IFNEQ, ": ", TWO_TO_FOUR},
+    {"if gt", Tail::BLANK, 0, Prints::BRANCH, F_IFGT, ID_IFGT, ": ", TWO_TO_FOUR},
+    {"if gte", Tail::BLANK, 0, Prints::BRANCH, F_IFGTE, ID_IFGTE, ": ", TWO_TO_FOUR},
+    {"if lt", Tail::BLANK, 0, Prints::BRANCH, F_IFLT, ID_IFLT, ". ", TWO_TO_FOUR},
+    {"if lte", Tail::BLANK, 0, Prints::BRANCH, F_IFLTE, ID_IFLTE, ": ", TWO_TO_FOUR},
+    {"if and", Tail::BLANK, 0, Prints::BRANCH, F_IFAND, ID_IFAND, ": ", TWO_TO_FOUR},
+    {"if or", Tail::BLANK, 0, Prints::BRANCH, F_IFOR, ID_IFOR, ": ", TWO_TO_FOUR},
     {"calc", Tail::OPERATOR, '+', Prints::NUMBER, F_CALCPLUS, ID_CALCPLUS, ": "},
     {"calc", Tail::OPERATOR, '-', Prints::NUMBER, F_CALCMIN, ID_CALCMIN, ": "},
     {"calc", Tail::OPERATOR, '*', Prints::NUMBER, F_CALCMULT, ID_CALCMULT, ": "},

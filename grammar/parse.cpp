@@ -43,15 +43,24 @@ bool makeValue(int token)
     return true;
 }
 
-// Runs a command whose one argument is the text, as the parser would have it.
-static void runWhole(const CommandDef &row, std::string_view text)
+// Runs a command of the scanner's arguments, as the parser would have it.
+static void runWhole(const CommandDef &row)
 {
-    char copy[WHOLE_CAPACITY];
-    memcpy(copy, text.data(), text.size());
-    copy[text.size()] = '\0';
-    ArgElem elem = {row.tail == Tail::VARIABLE ? ELEM_GETVAR : ELEM_TEXT, copy, nullptr};
-    Arg arg = {&elem, nullptr};
-    Cmd cmd = {&arg, row.id, nullptr};
+    char copies[WHOLE_CAPACITY];
+    char *copy = copies;
+    ArgElem elems[MAX_WHOLE_ARGS];
+    Arg args[MAX_WHOLE_ARGS];
+    Arg *next = nullptr;
+    for (size_t i = scanner.argCount; i-- > 0;) {
+        const auto &[isVariable, text] = scanner.args[i];
+        memcpy(copy, text.data(), text.size());
+        copy[text.size()] = '\0';
+        elems[i] = {isVariable ? ELEM_GETVAR : ELEM_TEXT, copy, nullptr};
+        args[i] = {&elems[i], next};
+        next = &args[i];
+        copy += text.size() + 1;
+    }
+    Cmd cmd = {next, row.id, nullptr};
     executeCmd(&cmd, 1);
 }
 
@@ -62,7 +71,7 @@ int zarn_lex()
     int token = nextToken();
     while (token < 0 || !makeValue(token)) {
         if (token < 0)
-            runWhole(commandOf(-token), scanner.value);
+            runWhole(commandOf(-token));
         token = nextToken();
     }
     observe::token(token, token >= ARG_TEXT && token <= ARG_MAXARRAY ? zarn_lval.elem : nullptr);

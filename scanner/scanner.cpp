@@ -251,8 +251,6 @@ static size_t matchRow(size_t row, size_t offset)
         return 0;
     switch (commandTable[row].tail) {
     case Tail::BLANK:
-    case Tail::VARIABLE:
-    case Tail::TEXT:
         return matchBlanks(offset);
     case Tail::OPERATOR:
         return matchOperator(offset, commandTable[row].sign);
@@ -306,20 +304,47 @@ static bool hasRead(size_t offset, string_view text)
            memcmp(matchStart() + offset, text.data(), text.size()) == 0;
 }
 
-// Offset behind a whole command whose keyword ends at offset, of which all has been read,
-// else 0. argument: out.
-static size_t matchWhole(const CommandDef &row, size_t offset, string_view *argument)
+static ByteSet textInside(char quote)
 {
-    const bool named = row.tail == Tail::VARIABLE;
-    if (named && !hasRead(offset, "$var:"))
-        return 0;
-    const size_t from = offset + (named ? strlen("$var:") : 0);
-    const size_t end = skipRead(from, named ? NAME : ARGUMENT_TEXT);
+    return quote == '"' ? DQUOTED_TEXT : quote == '\'' ? SQUOTED_TEXT : BQUOTED_TEXT;
+}
+
+// Offset behind an argument of a whole command and the white space around it, of which all
+// has been read, else 0.
+static size_t matchWholeArg(size_t offset, WholeArg *arg)
+{
+    const char *match = matchStart();
+    const char first = match[offset];
+    const bool quoted = isIn(static_cast<unsigned char>(first), QUOTE);
+    arg->isVariable = first == '$' && hasRead(offset, "$var:");
+    offset += arg->isVariable ? strlen("$var:") : quoted;
+    const size_t end = skipRead(offset, quoted            ? textInside(first)
+                                        : arg->isVariable ? NAME
+                                                          : ARGUMENT_TEXT);
+    arg->text = {match + offset, end - offset};
+    if (quoted)
+        return end < bytesRead() && match[end] == first ? skipRead(end + 1, BLANK) : 0;
     const size_t behind = skipRead(end, BLANK);
-    if (end == from || end - from >= WHOLE_CAPACITY || !hasRead(behind, "?>"))
-        return 0;
-    *argument = {matchStart() + from, end - from};
-    return behind + 2;
+    return end > offset && (behind > end || hasRead(end, "?>")) ? behind : 0;
+}
+
+// Offset behind a whole command whose keyword ends at offset, of which all has been read,
+// else 0; its arguments are the scanner's then.
+static size_t matchWhole(const CommandDef &row, size_t offset)
+{
+    size_t count = 0;
+    size_t room = WHOLE_CAPACITY;
+    while (!hasRead(offset, "?>")) {
+        if (count == MAX_WHOLE_ARGS || offset >= bytesRead())
+            return 0;
+        WholeArg &arg = scanner.args[count++];
+        offset = matchWholeArg(offset, &arg);
+        if (offset == 0 || arg.text.size() >= room)
+            return 0;
+        room -= arg.text.size() + 1;
+    }
+    scanner.argCount = count;
+    return row.whole >> count & 1 ? offset + 2 : 0;
 }
 
 // At "<?", in every condition but comments.
@@ -341,9 +366,8 @@ static int scanCommandStart()
         setLocation();
         return F_UNDEF;
     }
-    if (!observe::seesTokens() && scanner.passesText &&
-        (command->tail == Tail::VARIABLE || command->tail == Tail::TEXT))
-        if (const size_t whole = matchWhole(*command, length, &scanner.value)) {
+    if (!observe::seesTokens() && scanner.passesText && command->whole != 0)
+        if (const size_t whole = matchWhole(*command, length)) {
             take(whole);
             setLocation();
             return -command->token;
@@ -556,11 +580,6 @@ static size_t quotedRun(size_t offset, char quote, ByteSet text)
             return offset;
         ++offset;
     }
-}
-
-static ByteSet textInside(char quote)
-{
-    return quote == '"' ? DQUOTED_TEXT : quote == '\'' ? SQUOTED_TEXT : BQUOTED_TEXT;
 }
 
 static int openQuote(char quote)

@@ -35,6 +35,12 @@ struct ScanBuffer {
     size_t capacity; // bytes that may be unread; doubled for a longer match, 0 before the first
 };
 
+// An argument of a whole command.
+struct WholeArg {
+    bool isVariable;       // the text is its name
+    std::string_view text; // bytes of the buffer, until the next token
+};
+
 struct Scanner {
     ScanBuffer buffer;                   // of the template on top
     ScanBuffer saved[MAX_INCLUDE_DEPTH]; // of those beneath, by their index
@@ -42,12 +48,14 @@ struct Scanner {
     Condition *stack; // owned, conditions to go back to
     size_t depth;     // of them in use
     size_t stackRoom;
-    int32_t line;           // the newlines in front of counted
-    const char *counted;    // where the bytes of pos lie, pos or before it; see scannedLine
-    std::string_view value; // of an argument's token: bytes of the buffer, until the next
-    bool passesText;        // the page text in front of the next token is only written
-    int32_t ended;          // index of a nested template whose end the parser was told; 0 when
-                            // it has closed it
+    int32_t line;                  // the newlines in front of counted
+    const char *counted;           // where the bytes of pos lie, pos or before it; see scannedLine
+    std::string_view value;        // of an argument's token: bytes of the buffer, until the next
+    WholeArg args[MAX_WHOLE_ARGS]; // of a whole command, argCount of them
+    size_t argCount;
+    bool passesText; // the page text in front of the next token is only written
+    int32_t ended;   // index of a nested template whose end the parser was told; 0 when
+                     // it has closed it
 };
 
 extern Scanner scanner;
@@ -56,7 +64,7 @@ extern Scanner scanner;
  * for ARG_TEXT to ARG_MAXARRAY, of which the parser's side makes arguments. EOF_TAG is
  * the end of a nested template, and comes again until that is closed; 0 the end of
  * the run's own. Where page text needs no token, a whole command may be one: the number
- * of its keyword's token is negative then, and scanner.value its argument. */
+ * of its keyword's token is negative then, and scanner.args its arguments. */
 int nextToken();
 
 /* Tells whether the page text in front of the next token needs no token of its own, and
