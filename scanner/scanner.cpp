@@ -304,6 +304,13 @@ static bool hasRead(size_t offset, string_view text)
            memcmp(matchStart() + offset, text.data(), text.size()) == 0;
 }
 
+// Whether "?>" stands at offset of what has been read.
+static bool hasReadEnd(size_t offset)
+{
+    const char *match = matchStart() + offset;
+    return offset + 1 < bytesRead() && match[0] == '?' && match[1] == '>';
+}
+
 static ByteSet textInside(char quote)
 {
     return quote == '"' ? DQUOTED_TEXT : quote == '\'' ? SQUOTED_TEXT : BQUOTED_TEXT;
@@ -325,7 +332,7 @@ static size_t matchWholeArg(size_t offset, WholeArg *arg)
     if (quoted)
         return end < bytesRead() && match[end] == first ? skipRead(end + 1, BLANK) : 0;
     const size_t behind = skipRead(end, BLANK);
-    return end > offset && (behind > end || hasRead(end, "?>")) ? behind : 0;
+    return end > offset && (behind > end || hasReadEnd(end)) ? behind : 0;
 }
 
 // Offset behind a whole command whose keyword ends at offset, of which all has been read,
@@ -334,7 +341,7 @@ static size_t matchWhole(const CommandDef &row, size_t offset)
 {
     size_t count = 0;
     size_t room = WHOLE_CAPACITY;
-    while (!hasRead(offset, "?>")) {
+    do {
         if (count == MAX_WHOLE_ARGS || offset >= bytesRead())
             return 0;
         WholeArg &arg = scanner.args[count++];
@@ -342,7 +349,7 @@ static size_t matchWhole(const CommandDef &row, size_t offset)
         if (offset == 0 || arg.text.size() >= room)
             return 0;
         room -= arg.text.size() + 1;
-    }
+    } while (!hasReadEnd(offset));
     scanner.argCount = count;
     return row.whole >> count & 1 ? offset + 2 : 0;
 }
