@@ -160,8 +160,10 @@ static Place commandAt(const Trace &trace, const observe::Spot &spot)
 // Where a message's mistake stands.
 static Place placeOf(const Trace &trace, const observe::Told &told)
 {
-    if (told.id == Message::ENDS_INSIDE && !trace.unclosed.empty())
-        return trace.unclosed.front().place;
+    if (told.id == Message::ENDS_INSIDE)
+        for (const TraceCommand &command : trace.unclosed)
+            if (command.isKnown)
+                return command.place;
     if (told.id >= Message::BODIES_TOO_DEEP && told.id <= Message::QUERY_EMPTY)
         return tracePlace(trace);
     return commandAt(trace, told.spot);
@@ -276,7 +278,8 @@ static void noteToken(void *self, int token, const observe::Match &match, const 
     auto &unclosed = trace.unclosed;
     if (isCommand(token) || token == F_UNDEF) {
         const string file = currentTemplate();
-        unclosed.push_back({level, match.depthBefore, {file, zarn_lloc.first_line, match.at}});
+        unclosed.push_back(
+            {level, match.depthBefore, {file, zarn_lloc.first_line, match.at}, token != F_UNDEF});
     } else if (token == CMD_END || token == EOF_TAG) {
         for (bool found = false; !found && !unclosed.empty() && unclosed.back().level == level;) {
             found = token == EOF_TAG || unclosed.back().depth <= match.depthAfter;

@@ -80,6 +80,7 @@ struct TraceCommand {
     size_t level; // templates that are open
     size_t depth; // of the scanner's conditions in front of it
     Place place;
+    bool isKnown = true; // else what it was to be comes out as text, and nothing is open
 };
 
 struct Trace : Host {
