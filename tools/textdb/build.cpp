@@ -157,16 +157,14 @@ bool mayReplace(const char *output, const std::vector<const char *> &inputs)
 static bool makeDatabase(Building *building, Built *built)
 {
     const std::vector<TextEntry> &texts = building->texts;
-    if (texts.empty() && !building->order.mayBeEmpty) {
-        reportPo(&building->po, 0, Weight::ERROR, nullptr,
-                 "has no text; --empty makes a database without any");
-        return false;
-    }
-    size_t culprit;
-    const char *problem = buildTextDb(texts, &built->bytes, &culprit);
+    size_t culprit = 0;
+    const char *problem = texts.empty() && !building->order.mayBeEmpty
+                              ? "has no text; --empty makes a database without any"
+                              : buildTextDb(texts, &built->bytes, &culprit);
     if (problem) {
-        reportPo(&building->po, texts[culprit].line, Weight::ERROR, texts[culprit].id.data(),
-                 problem);
+        const TextEntry *text = texts.empty() ? nullptr : &texts[culprit];
+        reportPo(&building->po, text ? text->line : 0, Weight::ERROR,
+                 text ? text->id.data() : nullptr, problem);
         return false;
     }
     built->entries = building->po.entries.size();
