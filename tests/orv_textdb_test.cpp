@@ -218,6 +218,12 @@ TEST(TextDbTool, NamesEveryFault)
     EXPECT_EQ(run("check t.db"),
               "orv-textdb: t.db: warning: the header counts 5 records, but 4 are in use\n"
               "t.db: 4 records, 2 texts, no fault\n=0");
+    std::string padded = good; // zeros in front of the strings
+    padded.insert(48, 8, '\0');
+    for (const size_t label : {20, 28, 36, 44})
+        padded[label] = static_cast<char>(padded[label] + 8);
+    writeFile("t.db", padded);
+    EXPECT_EQ(run("check t.db"), "t.db: 4 records, 2 texts, no fault\n=0");
     writeFile("t.db", good.substr(0, 23));
     EXPECT_EQ(run("check t.db"), "t.db: offset 23: the file ends before its first record does\n=1");
 }
@@ -384,6 +390,8 @@ TEST(TextDbTool, JudgesTranslationsByTheirSource)
         {"a\\tb", "a\\vb\\302\\205\u200d",
          "text-control: has the character U+000B, which is none that is seen: take it out|"
          "text-control: has the character U+0085, which is none that is seen: take it out"},
+        {"a", "b\\177c",
+         "text-control: has the character U+007F, which is none that is seen: take it out"},
         {"a", "\ufffd",
          "text-control: has the character U+FFFD, which is what a lost one becomes: write it "
          "again"},
@@ -628,9 +636,12 @@ TEST(TextDbTool, FollowsTheSource)
         run("status --json it.po")
             .find("\"translated\": 3,\n    \"fuzzy\": 0,\n    \"missing\": 0,\n    \"of\": 3"),
         std::string::npos);
-    writeFile("en.po", en + entry("b", "Two\\nlines"));
-    EXPECT_EQ(run("update en.po it.po; grep -c '^#~ msgid ' it.po"),
-              "it.po: 1 texts, 0 new, 0 changed, 2 gone\n2\n=0");
+    writeFile("en.po", en + "#. Stands in a comparison: templates compare it with other texts.\n" +
+                           entry("b", "Two\\nlines"));
+    EXPECT_EQ(run("update en.po it.po; grep -c '^#~ msgid \\|^#. Stands in a comp' it.po"),
+              "it.po: 1 texts, 0 new, 0 changed, 2 gone\n4\n=0");
+    writeFile("notes.po", "# A note.\n");
+    EXPECT_EQ(run("update en.po notes.po"), "notes.po: 1 texts, 1 new, 0 changed, 0 gone\n=0");
 }
 
 // What a PO file holds behind its header when update has followed the sources one by one.
@@ -661,6 +672,7 @@ TEST(TextDbTool, DoesTheWholeRound)
     EXPECT_EQ(run("sync"), "orv-textdb: sub/a.page:2: en.po has no text for c\n"
                            "de.po: comments and places; no text is translated yet\n"
                            "pl.po: comments and places\n=1");
+    EXPECT_EQ(readFile("de.po").find("max-length"), std::string::npos);
     writeFile("de.po", "x");
     EXPECT_EQ(run("sync").substr(50, 16), "de.po:1: error: ");
     const std::string refused[][2] = {
@@ -827,6 +839,10 @@ TEST(TextDbTool, SaysWhyItDoesNothing)
         {"get . a", "cannot read .: Is a directory\n=1"},
         {"dump none", missing + "=1"},
         {"check none", missing + "=1"},
+        {"pot --hard-coded none", missing + "=1"},
+        {"status none.db",
+         missing.substr(0, 16) + ".db" + missing.substr(16) +
+             "file  language  translated  fuzzy  missing     of  longest texts\n=1"},
         {"fields --unused t.db none 2.htm", missing + "2.htm:1: no\n=1"},
         {"build t.po", "the option -o is missing" + build},
         {"build -o t.db none", missing + "orv-textdb: t.db is not written\n=1"},
