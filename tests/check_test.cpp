@@ -350,6 +350,10 @@ TEST(Check, PrintsAndRefuses)
     writeFile("big.htm", std::string(32 << 20, '<'));
     EXPECT_EQ(runCommand("ulimit -v 50000; " ORV_CHECK " big.htm"), 2);
     EXPECT_EQ(readFile("err"), "orv-check: out of memory\n");
+    for (const auto &[blanks, status] : {std::pair((16 << 20) - 10, 0), {(16 << 20) - 9, 2}}) {
+        writeFile("large/a.page", "<?echo 1?>" + std::string(static_cast<size_t>(blanks), ' '));
+        EXPECT_EQ(runCommand(ORV_CHECK " large"), status);
+    }
     std::string many; // of what once took a time that was the square of it
     for (int i = 0; i < 4000; ++i)
         many += "<?setvariable var:vname" + std::to_string(i) + " x?><?echo $var:nothere" +
@@ -370,8 +374,6 @@ TEST(Check, KnowsItsSite)
     writeFile("site/deep/b.frm", "<?echo $var:x?>");
     writeFile("site/deep/c.page", "<?echo 1?>");
     writeFile("site/image.png", std::string("<?echo $var:x?>\0", 16));
-    writeFile("site/log.txt", "<?echo $var:x?>");
-    std::filesystem::resize_file("site/log.txt", (16 << 20) + 1);
     for (const auto &[to, from] : {std::pair("..", "loop"), {"deep/b.frm", "link.frm"}})
         std::filesystem::create_symlink(to, std::string("site/") + from);
     const struct {
