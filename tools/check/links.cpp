@@ -123,6 +123,30 @@ string whyMissing(const Site &site, const string &file, bool isFile)
            (near.empty() ? "" : "; did you mean '" + string(near) + "'?");
 }
 
+// The same for a page's address of which a part of the name is computed: a mistake when no file's
+// name begins and ends so.
+static string whyNoPage(const Site &site, const string &from, string_view address)
+{
+    const string_view path = address.substr(0, address.find_first_of("?#"));
+    const size_t mark = path.find(MARK);
+    const size_t slash = path.rfind('/');
+    const bool isName = mark != string_view::npos && mark > 0 && path[mark - 1] != '/' &&
+                        (slash == string_view::npos || slash < mark);
+    if (!isName || isElsewhere(path))
+        return "";
+    string target = targetOf(from, path);
+    const string suffix = suffixOf(target);
+    const auto fits = [&](const string &file) { return mayMatch(target, file); };
+    const bool isPage = !suffix.empty() && std::ranges::any_of(site.pages, [&](const string &page) {
+        return suffixOf(page) == suffix;
+    });
+    if (!isPage || std::ranges::any_of(site.files, fits) || std::ranges::any_of(site.pages, fits) ||
+        fitsAny(site.options.routes, target))
+        return "";
+    std::ranges::replace(target, MARK, '*');
+    return "there is no '" + target + "' below the document root";
+}
+
 // Notes that a link leads to a place of another page.
 static void noteFarLink(Facts &facts, const Attribute &attribute, const string &target,
                         string_view address)
@@ -141,14 +165,16 @@ static void checkAddress(Facts &facts, const Paths &paths, const Tag &tag,
     const string target = targetFile(paths.page->path, address);
     const Attribute *rel = tag.find("rel");
     const bool isManifest = rel && rel->values == std::vector<string>{"manifest"};
-    if (target.empty() || (facts.usesBase && !address.starts_with('/')))
+    const Site &site = facts.all.site;
+    if (facts.usesBase && !address.starts_with('/'))
         return;
-    if (isThere(facts.all.site, target)) {
+    if (!target.empty() && isThere(site, target)) {
         if (isManifest)
             facts.manifests.insert(target);
         return noteFarLink(facts, attribute, target, address);
     }
-    string text = whyMissing(facts.all.site, target, isManifest);
+    string text = target.empty() ? whyNoPage(site, paths.page->path, address)
+                                 : whyMissing(site, target, isManifest);
     if (!text.empty())
         reportPlace(facts.all, Grade::ERROR, attribute.value, "link-missing", std::move(text));
 }

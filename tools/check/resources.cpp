@@ -75,18 +75,32 @@ static std::vector<string> basesOf(const Source &source)
     return pages;
 }
 
-static string problemOfFile(const Source &source, string_view name)
+// Why an address leads to no file from any of these.
+static string problemFrom(const Source &source, const std::vector<string> &bases, string_view name)
 {
-    const Site &site = source.all.facts.all.site;
     string text;
     if (source.all.hasBase && !name.starts_with('/'))
         return "";
-    for (const string &base : basesOf(source)) {
-        text = whyMissing(site, targetFile(base, name), false);
+    for (const string &base : bases) {
+        text = whyMissing(source.all.facts.all.site, targetFile(base, name), false);
         if (text.empty())
             break;
     }
     return text;
+}
+
+static string problemOfFile(const Source &source, string_view name)
+{
+    return problemFrom(source, basesOf(source), name);
+}
+
+// What a script opens begins at the page that it runs in.
+static string problemOfAddress(const Source &source, string_view name)
+{
+    const Site &site = source.all.facts.all.site;
+    const bool isPage = std::ranges::binary_search(site.pages, source.path);
+    const std::vector<string> bases = isPage ? std::vector<string>{source.path} : site.pages;
+    return problemFrom(source, bases, name);
 }
 
 // Other names of modules are mapped to addresses.
@@ -169,6 +183,9 @@ static string problemOfSelector(const Source &source, string_view selector)
 static constexpr Naming namings[] = {
     {"document.getElementById(", Content::SCRIPT, "html-reference", problemOfId},
     {"document.querySelector(", Content::SCRIPT, "html-reference", problemOfSelector},
+    {"window.open(", Content::SCRIPT, "link-missing", problemOfAddress},
+    {"location.href =", Content::SCRIPT, "link-missing", problemOfAddress},
+    {"location.replace(", Content::SCRIPT, "link-missing", problemOfAddress},
     {"from", Content::SCRIPT, "link-missing", problemOfModule},
     {"import", Content::SCRIPT, "link-missing", problemOfModule},
     {"import(", Content::SCRIPT, "link-missing", problemOfModule},
