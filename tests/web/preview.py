@@ -293,6 +293,7 @@ CAUSES = [
     ("2:8", "quote that opens here", "'", "<?echo 'Ann?>\n<p>more <?echo b?>\n"),
     ("2:10", "this > has lost its ?", ">", "<?echo a >\n<p>1\n<p>2\n<p>3\n<p>4\n<p>5\n<p>6\n<?echo b?>\n"),
     ("2:1", "echo has no ?>", "<?echo ", "<?echo a\n<p>\n<?echo b?>\n"),
+    ("3:15", "if eq has no ?>, which belongs here", "", "<?if eq $var:user Ann\n  '<b>Ann</b>'\n<p>more\n<?echo c?>\n"),
     ("2:1", "Unknown command: keywords are written in lower case: echo", "<?Echo", "<?Echo a?>\n"),
     ("2:1", "Unknown command: did you mean 'echo'?", "<?ehco", "<?ehco a?>\n"),
     ("2:8", "did you mean 'title'", "$var:titel", "<?echo $var:titel?><?setvariable var:title x?>\n"),
@@ -329,7 +330,7 @@ def check_causes():
     first = BAR + """const entry = bar.querySelector('.entry');
 const mark = entry.querySelector('mark');
 return [entry.querySelector('.place').textContent,
-mark?.getBoundingClientRect().right < innerWidth && mark.textContent,
+mark?.getBoundingClientRect().right < innerWidth && mark.offsetWidth > 2 && mark.textContent,
 entry.querySelector('.text').textContent, bar.querySelectorAll('.entry').length]"""
     run("sessionStorage.clear()")
     resize(360, 740)

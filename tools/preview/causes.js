@@ -20,14 +20,19 @@ const isInside = (finding, message) => message.endLine
         && isBefore(finding, {line: message.endLine, column: message.endColumn})
     : finding.line === message.line;
 
+const isAt = (place, message) => place.file === message.file && place.line === message.line
+    && place.column === message.column;
+
 const best = (findings) => findings.find((one) => one.severity === 'error') || findings[0];
 
 /* The finding that tells the cause of a message, undefined for none. Of syntax, the effect of a
- * mistake can show far behind it, so that the nearest mistake in front is the cause. */
+ * mistake can show far behind it, so that the nearest mistake in front is the cause; but what has
+ * no end is reported where it begins, which the finding notes. */
 const causeOf = (message, findings) => {
     const fitting = findings.filter((one) => one.file === message.file
         && causes[message.topic]?.test(one.id));
-    const there = fitting.find((one) => one.line === message.line && one.column === message.column);
+    const there = fitting.find((one) => isAt(one, message)) || (message.topic === 'syntax'
+        && fitting.find((one) => one.notes.some((note) => isAt(note, message))));
     const inside = there || best(fitting.filter((one) => isInside(one, message)));
     if (message.topic === 'markup') // what is open at the end may have been opened anywhere
         return best(fitting);
