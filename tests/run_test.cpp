@@ -244,6 +244,10 @@ TEST(Page, IsGatheredOnDemand)
         std::string lost = whole;
         EXPECT_EQ(render(host).page, lost.erase(failing, failing % 3 == 0 ? 2 : 1));
     }
+    writes = {100, {0, EIO}}; // no end of a piece that has gone out before is one of the lost piece
+    gatheredBytes = 8;
+    host.files = {{"t.htm", "<?repeat [ 1 4 ] 'ab'?>abcdefgh<?echo 'z'?>"}};
+    EXPECT_EQ(render(host).page, "ababababz");
     writes = {};
     gatheredBytes = 0;
     Interpreter *interpreter = Orv_Interpreter_Create(&hostCallbacks);
