@@ -129,8 +129,11 @@ TEST(OrvRender, Rows)
          "old\nold\nnew\n"},
         {"t.htm", "<?multiquerycount 'select\n1'?>", "-1",
          "orv-render: t.htm, line 2: cannot answer query 'select 1': there is no database\n"},
-        {"--log t.htm", include, "ab",
-         "orv-render: t.htm, line 1: cannot open template '../secret.htm': not below the document "
+        {"--set x t.htm", "", "", "orv-render: --set needs NAME=VALUE, not 'x'\n", 2},
+        {"--set =x t.htm", "", "", "orv-render: --set needs NAME=VALUE, not '=x'\n", 2},
+        {"--log t.htm", "<?Foo?>\n" + include, "<?Foo?>\nab",
+         "t.htm, line 1: Syntax error: Unknown Cmd\n"
+         "orv-render: t.htm, line 2: cannot open template '../secret.htm': not below the document "
          "root\n",
          1},
         {"--log t.htm", "<?include outer.frm?>\n", "\n\n\n<?Echo?>\n<?Echo?>\n",
