@@ -11,7 +11,8 @@ using std::string_view;
 
 static OpenCommand openedBy(const Template &front, const Begun &begun)
 {
-    const bool isQuoted = begun.quoteAt && begun.quoteAt >= begun.argumentAts.back();
+    const bool isQuoted =
+        begun.quoteAt && !begun.argumentAts.empty() && begun.quoteAt >= begun.argumentAts.back();
     return {begun.token,
             begun.words.at,
             {begun.argumentAts.begin(), begun.argumentAts.end()},

@@ -137,7 +137,7 @@ size_t mostArguments(int token)
 
 bool hasSurplus(const Begun &begun)
 {
-    return begun.token == F_ERRORFOUND || begun.argumentAts.size() > mostArguments(begun.token);
+    return begun.argumentAts.size() > mostArguments(begun.token);
 }
 
 static Begun &begunAt(const Reading &reading, int32_t index)
@@ -286,7 +286,11 @@ static void beginCommand(Reading &reading, int token, const observe::Match &matc
     tpl.begun.push_back(
         {token, zarn_lloc.first_line, words, 0, parent, Fate::LOST, 0, false, {}, {}});
     if (token != F_UNDEF) {
-        tpl.begun.back().argumentAts.push_back(words.end);
+        const size_t next = tpl.marked.find_first_not_of(" \t\r\n", words.end);
+        const bool takesNone = token == F_ERRORFOUND && next != std::string::npos &&
+                               tpl.marked.compare(next, 2, "?>") == 0;
+        if (!takesNone)
+            tpl.begun.back().argumentAts.push_back(words.end);
         reading.open.push_back({match.depthBefore, index});
     }
 }
