@@ -10,6 +10,7 @@
 #include "tools/common/files.h"
 #include "tools/common/html.h"
 #include "tools/common/json.h"
+#include "tools/common/sitefile.h"
 
 using std::string;
 using std::string_view;
@@ -336,7 +337,7 @@ void checkResources(Facts &facts)
         const bool isRead = path.ends_with(".css") || path.ends_with(".js") ||
                             path.ends_with(".mjs") || facts.manifests.contains(path);
         string bytes;
-        if (!isRead || site.templates.contains(path) ||
+        if (!isRead || site.templates.contains(path) || fitsAny(site.options.exclude, path) ||
             !readBytes(wholePath(site, path).c_str(), &bytes))
             continue;
         const Source source = {all, path, nullptr, bytes};
