@@ -459,9 +459,11 @@ def check_changes(preview):
     check("template", True, wait("return !!document.querySelector('[data-edited]')", True))
     edit("site/texts/en.po", '"Devices"', '"Gadgets"')
     check("text", "Gadgets", wait(TITLE, "Gadgets"))
+    run("window.isSame = true")
     sql("update device set name = 'AAA' where id = 1")
     name = "return document.querySelector('tbody').textContent.includes('AAA')"
     check("database", True, wait(name, True))
+    check("by a new page, not by the site's own script", False, run("return window.isSame === true"))
     check("scroll position", 150, wait("return scrollY", 150))
     check("nothing is wrong", "badge", run(BADGE))
     edit("site/devices.htm", "<table data-edited", "<?echo?><table")
@@ -628,7 +630,7 @@ def check_findings(preview):
                  "<!DOCTYPE html>\n<?include ./piece.frm?><?if eq $var:lang xx `<?echo $var:xyzzy?>`?>\n"})
     show(preview.url + "misspelt.htm")
     check("counted", "2 errors", wait(SAID + ".slice(0, 8)", "2 errors"))
-    check("its badge", "badge error", run(BADGE))
+    check("its badge", ("badge error", "Show"), (run(BADGE), run(BAR + "return bar.querySelector('.more').textContent")))
     tab_to("#badge")
     press(ENTER)
     check("told", ["misspelt.htm:2:53 $var:xyzzy is not set anywhere",
@@ -928,6 +930,7 @@ def check_typing():
         press("no ")
         write("bin/names", "other")
         check("findings come late again", "2", wait(number, "2"))
+        check("the open sheet has them", "orv-check finds nothing wrong in what this page does not use.", run(sheet))
         press("route" + ENTER)
         error = BAR + "return bar.querySelector('#error').value"
         check("typed before and after", "no route", wait(error, "no route"))
@@ -1023,6 +1026,9 @@ def check_hardships():
         def first():
             return preview.messages("overview.htm")[0][2].split(": ", 1)[-1]
         check("a missing database", "No such file or directory", first())
+        os.mkdir("later.db")
+        check("a folder", "unable to open database file", first())
+        os.rmdir("later.db")
         shutil.copy("router.db", "later.db")
         preview.until("later.db")
         check("it has come", 0, len([m for m in preview.messages("overview.htm") if m[0] == "error"
