@@ -220,7 +220,7 @@ TEST(TextDbTool, NamesEveryFault)
               "t.db: 4 records, 2 texts, no fault\n=0");
     std::string padded = good; // zeros in front of the strings
     padded.insert(48, 8, '\0');
-    for (const size_t label : {20, 28, 36, 44})
+    for (const size_t label : {20U, 28U, 36U, 44U})
         padded[label] = static_cast<char>(padded[label] + 8);
     writeFile("t.db", padded);
     EXPECT_EQ(run("check t.db"), "t.db: 4 records, 2 texts, no fault\n=0");
