@@ -722,7 +722,7 @@ SHEETS = [  # what each says whole, but for its times
      "Template Included in Time, with its own includes plain.htm the page T"),
     ("variables", "11", "Variable Value Set by user Ann --set lang de the language switch lang de the address id 3 the "
      "address void empty the address a 1 t.htm:1:40 a 2 t.htm:1:63 (it kept its former value) c[1] <b> u.frm:1:2 b empty "
-     "t.htm:2:62 c[1] <b> u.frm:1:2 c[1] <b> u.frm:1:2", "Variable Value Set by user Ann --set lang de the language switch"),
+     "t.htm:2:62 c[1] <b> u.frm:1:2 c[1] <b> u.frm:1:2", "Variable Value Set by user Ann --set"),
     ("texts", "2", "4 text fields, 2 texts that the language lacks: Text Used in What the page shows {?nowhere?} t.htm:2:51 "
      "nothing: no language has it {?greeting?} t.frm:1:1 the text of the fallback", "This page has no text fields."),
     ("site", "0", "orv-check finds nothing wrong in what this page does not use.", None),
@@ -745,8 +745,9 @@ def check_sheets():
             show(preview.url + page)
             if own:
                 wait(SAID + ".slice(0, 5)", "7 err")
-                tab_to("#badge")
-                press(ENTER + RIGHT)
+            tab_to("#badge")
+            press(ENTER + HOME + RIGHT)
+            if own:
                 tab_to("summary")
                 press(ENTER)
                 check("opened", 1, run(BAR + "return bar.querySelectorAll('details[open]').length"))
@@ -768,7 +769,8 @@ bar.querySelector('.source div')); return [style.whiteSpace, style.fontFamily.in
                 press(RIGHT)
             if own:
                 check("all of it", "t.htm: 128 bytes in 63 write calls, T", run(said.replace("sheet", "second .soft")))
-        press(ESCAPE)
+            press(ESCAPE)
+            run("sessionStorage.clear()")
 
 
 def check_fetch(preview):
