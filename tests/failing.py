@@ -87,7 +87,7 @@ def judge(job, target, expected, got):
     prepare()
     before = files()
     for name in after.keys() | before.keys():
-        new = [before.get(name)] + [expected[3][name]] * (name == target)
+        new = [before.get(name)] + [expected[3].get(name)] * (name == target)
         if after.get(name) not in new:
             wrong.append("file " + name)
     return wrong
