@@ -329,6 +329,7 @@ TEST(Check, PrintsAndRefuses)
         {"--docroot empty", "there is no template below empty"},
         {"--set-from site", "cannot read site: Is a directory"},
         {"--db nothere.db", "cannot read database nothere.db: No such file or directory"},
+        {"--db nothere.sql", "cannot read nothere.sql: No such file or directory"},
         {"--texts broken.db", "cannot read texts broken.db: Input/output error"},
         {"--db broken.db", "cannot read database broken.db: disk I/O error"},
         {"--texts site", "cannot read texts site: not a regular file"},
