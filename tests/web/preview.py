@@ -891,6 +891,36 @@ def check_leaving(preview):
     saving.join()
 
 
+def check_waiting(preview):
+    """What is done on a page while it is loaded again, which takes long, is not lost; nor is it begun anew."""
+    slow = "with recursive c(i) as (select 1 union all select i + 1 from c where i < 1000000) select 1 from c where i < 0"
+    preview.put({"site/wait.htm": f"<?query '{slow}' x?><!DOCTYPE html><title>x</title><h1>v1</h1><form><input></form>"})
+    show(preview.url + "wait.htm")
+    tab_to("#badge")
+    press(ENTER + HOME)
+    run("document.querySelector('input').focus()")
+    press("x")
+
+    def save():
+        edit("site/wait.htm", "v1", "v2")
+        while not (pid := asked_by(preview, "wait.htm")):
+            time.sleep(0.01)
+        os.kill(pid, signal.SIGSTOP)
+        time.sleep(7)
+        os.kill(pid, signal.SIGCONT)
+    saving = threading.Thread(target=save)
+    saving.start()
+    keys = [{"type": kind, "value": key} for key in "yz" + TAB * 2 + RIGHT + TAB * 3 + "a" for kind in ("keyDown", "keyUp")]
+    send("/actions", actions=[{"type": "key", "id": "keys", "actions": [{"type": "pause", "duration": 2000}, *keys]}])
+    check("it comes", ("v2", False), (wait(TITLE, "v2"), saving.is_alive()))
+    left = BAR + """return [document.querySelector('input').value, bar.activeElement?.id,
+bar.querySelector('[aria-selected=true]').id, bar.querySelector('#marks').value]"""
+    check("as it was left", ["xyz", "marks", "queries", "1"], wait(left, ["xyz", "marks", "queries", "1"]))
+    press("o")
+    wait(left, ["xyz", "marks", "queries", "0"])
+    press(ESCAPE)
+
+
 def check_alone(preview):
     """In a browser without shared workers."""
     start = time.time()
@@ -1150,7 +1180,7 @@ with tempfile.TemporaryDirectory() as folder, tempfile.TemporaryDirectory() as t
         def browse():
             for step in (check_changes, check_reload, check_keys, check_room, check_barriers,
                          check_findings, check_troubles, check_fetch, check_pages,
-                         check_leaving):
+                         check_leaving, check_waiting):
                 if not only or step.__name__ in only:
                     step(started)
             for step in (check_causes, check_sheets, check_marks, check_editor, check_typing):

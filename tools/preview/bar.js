@@ -13,7 +13,7 @@ const found = (selector) => page.host.shadowRoot.querySelector(selector);
 /* ---- The switches ---- */
 
 const change = (name, value) => {
-    remember({switches: {...recall().switches, [name]: value}});
+    remember({switches: {...recall().switches, [name]: value}, isSwitched: true});
     reload();
 };
 
@@ -274,15 +274,20 @@ const begin = () => {
         page.data = JSON.parse(report.textContent);
         report.remove();
         page.known = page.data.generation;
-        takeSwitches();
+        const isLate = takeSwitches();
         showSwitches();
         makeHost();
         show();
         showCause();
-        restoreScroll();
-        const focused = restore();
-        if (focused)
-            found(`#${focused}`)?.focus({preventScroll: true});
+        const kept = takeKept();
+        if (kept) {
+            const focused = restore(kept);
+            if (focused)
+                found(`#${focused}`)?.focus({preventScroll: true});
+            addEventListener('load', () => restoreScroll(kept));
+        }
+        if (isLate)
+            reload();
     }
     page.isThere = true;
     if (page.state)
@@ -295,12 +300,8 @@ if (document.getElementById('orv-preview') || document.readyState !== 'loading')
     begin();
 else
     addEventListener('DOMContentLoaded', begin);
-addEventListener('load', () => {
-    restoreScroll();
-    forget();
-});
 addEventListener('beforeunload', onLeaving);
-addEventListener('pagehide', stopListening);
+addEventListener('pagehide', onLeft);
 addEventListener('pageshow', (event) => event.persisted && listen());
 for (const sign of ['focus', 'keydown', 'pointerdown']) // that this is the tab in use
     addEventListener(sign, showSwitches, true);

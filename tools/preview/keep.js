@@ -14,7 +14,8 @@ const page = {
     wholeOf: null,   // generation of which all findings have come
     isOver: false,   // the preview has ended
     isStale: false,  // the page is to be loaded again
-    isLeaving: false // another page is on its way
+    isAgain: false,  // it has asked for that itself
+    isLeaving: false // another page is on its way, or this one anew
 };
 
 const storeKey = 'orv-preview';
@@ -51,10 +52,15 @@ const sendSwitches = () => {
     if (switches)
         setCookie('tab', switches, 10);
 };
+// Returns whether something was switched while the page was on its way, and is not in it yet.
 const takeSwitches = () => {
     const {language, marks, error} = page.data;
-    remember({switches: {language, marks, error}});
+    const shown = {language, marks: String(marks), error};
+    const {switches, isSwitched} = recall();
+    const isLate = isSwitched && Object.keys(shown).some((name) => switches[name] !== shown[name]);
+    remember({switches: isLate ? switches : shown, isSwitched: false});
     setCookie('tab', {}, 0);
+    return isLate;
 };
 const showSwitches = () => page.data && setCookie('page', recall().switches || {}, null);
 
@@ -103,6 +109,7 @@ const caretOf = (field) => {
     }
 };
 
+// Called when the page gives way: until then it is used.
 const keep = () => {
     const named = namedFields();
     const focused = named.find(([, field]) => field === document.activeElement);
@@ -116,25 +123,23 @@ const keep = () => {
     }}});
 };
 
-// Of this page; pages in frames keep theirs.
-const keptOfPage = () => recall().kept?.[address()];
-const forget = () => {
+// What was kept of this page, which is forgotten; pages in frames keep theirs.
+const takeKept = () => {
     const {kept} = recall();
-    delete kept?.[address()];
-    remember({kept});
+    const own = kept?.[address()];
+    if (own) {
+        delete kept[address()];
+        remember({kept});
+    }
+    return own;
 };
 
-const restoreScroll = () => {
-    const kept = keptOfPage();
-    if (kept)
-        scrollTo({left: kept.scroll[0], top: kept.scroll[1], behavior: 'instant'});
-};
+const restoreScroll = ({scroll}) =>
+    scrollTo({left: scroll[0], top: scroll[1], behavior: 'instant'});
 
-// Also returns the id of the bar's element that had the focus.
-const restore = () => {
-    const kept = keptOfPage();
-    if (!kept)
-        return null;
+// Puts all of that back. Returns the id of the bar's element that had the focus; null for none.
+const restore = (kept) => {
+    restoreScroll(kept);
     const fields = new Map(namedFields());
     for (const [name, value] of kept.values)
         if (fields.has(name))

@@ -9,7 +9,7 @@ const reload = () => {
     page.isStale = true;
     if (document.hidden || page.isLeaving)
         return;
-    keep();
+    page.isAgain = true;
     sendSwitches();
     if (page.data && page.data.posted)
         location.replace(address()); // the form is not sent again
@@ -19,14 +19,21 @@ const reload = () => {
 
 const reloadIfStale = () => page.isStale && reload();
 
-// What the link leads to may be no page.
+// What the link leads to may be no page. A reload that takes long is not begun once more.
 const onLeaving = () => {
     sendSwitches();
     page.isLeaving = true;
     setTimeout(() => {
         page.isLeaving = false;
-        reloadIfStale();
+        if (!page.isAgain)
+            reloadIfStale();
     }, 5000);
+};
+
+const onLeft = () => {
+    if (page.isAgain && page.data)
+        keep();
+    stopListening();
 };
 
 /* ---- What a page is made of ---- */
