@@ -23,9 +23,10 @@ const char programName[] = "check_tests";
 
 namespace
 {
-// What the line "^ text" says.
+// What the line "^ text" says, or "^~~ text".
 struct Mark {
     std::string place; // FILE:LINE:COLUMN
+    size_t length;     // of what is marked; 1 is any
     std::string text;
     int line; // of the document
 };
@@ -66,10 +67,12 @@ static void writeBlock(const Block &block, std::vector<Mark> *marks)
     int at = block.line;
     for (std::string line; std::getline(lines, line); ++at) {
         const size_t column = line.find_first_not_of(' ');
-        if (column != std::string::npos && line.compare(column, 2, "^ ") == 0) {
+        const size_t end = line.find_first_not_of('~', column + 1);
+        if (column != std::string::npos && line[column] == '^' && end < line.size() &&
+            line[end] == ' ') {
             marks->push_back(
                 {block.kind + ":" + std::to_string(number) + ":" + std::to_string(column + 1),
-                 line.substr(column + 2), at});
+                 end - column, line.substr(end + 1), at});
             continue;
         }
         content += (number > 0 ? "\n" : "") + line;
@@ -88,11 +91,13 @@ static void makeDatabase(const std::string &script)
     sqlite3_close(db);
 }
 
-// Takes the mark that a printed line fits off the list. Returns whether there was one.
-static bool takeMark(const std::string &line, std::vector<Mark> *marks)
+// Takes the mark that a printed line of a finding fits off the list. Returns whether there was one.
+static bool takeMark(const std::string &line, const Finding &finding, std::vector<Mark> *marks)
 {
     const auto found = std::find_if(marks->begin(), marks->end(), [&](const Mark &mark) {
-        return line.starts_with(mark.place + ": ") && line.ends_with(mark.text);
+        const bool isLong = mark.length == 1 || (finding.endLine == finding.line &&
+                                                 finding.endColumn - finding.column == mark.length);
+        return line.starts_with(mark.place + ": ") && line.ends_with(mark.text) && isLong;
     });
     if (found == marks->end())
         return false;
@@ -101,7 +106,7 @@ static bool takeMark(const std::string &line, std::vector<Mark> *marks)
 }
 
 // Checks a site as the program would, in the working directory.
-static std::string checkRow(const std::string &options)
+static std::vector<Finding> checkSiteOf(const std::string &options)
 {
     std::istringstream stream(options);
     std::vector<std::string> words = {"orv-check"};
@@ -115,7 +120,12 @@ static std::string checkRow(const std::string &options)
     std::string problem;
     EXPECT_EQ(readArguments(static_cast<int>(words.size()), argv.data(), &arguments), -1);
     EXPECT_TRUE(lookAt(arguments, &looked, &problem)) << problem;
-    return printFindings(looked.findings, Form::TEXT);
+    return looked.findings;
+}
+
+static std::string checkRow(const std::string &options)
+{
+    return printFindings(checkSiteOf(options), Form::TEXT);
 }
 
 // Rows of most documents are pieces of pages: what whole pages have to have is left out there.
@@ -149,11 +159,15 @@ static void compareRow(const std::string &document, const Row &row)
         if (name.ends_with(".sql") && !row.files.contains(SITE_FILE))
             makeDatabase(name);
     }
-    std::istringstream lines(checkRow(pageKindsLeftOut(document) + row.files.at("options").text));
-    for (std::string line; std::getline(lines, line);) {
-        const bool isNote = line.find(": note: ") != std::string::npos;
-        if (!takeMark(line, &marks) && !isNote)
-            ADD_FAILURE_AT(document.c_str(), row.line) << row.heading << ": not expected: " << line;
+    for (const Finding &finding :
+         checkSiteOf(pageKindsLeftOut(document) + row.files.at("options").text)) {
+        std::istringstream lines(printFindings({finding}, Form::TEXT));
+        for (std::string line; std::getline(lines, line);) {
+            const bool isNote = line.find(": note: ") != std::string::npos;
+            if (!takeMark(line, finding, &marks) && !isNote)
+                ADD_FAILURE_AT(document.c_str(), row.line)
+                    << row.heading << ": not expected: " << line << " up to " << finding.endColumn;
+        }
     }
     for (const Mark &mark : marks)
         ADD_FAILURE_AT(document.c_str(), mark.line)
@@ -174,8 +188,9 @@ TEST(Check, FindsWhatDocumentsSay)
             for (const auto &[file, block] : row.files)
                 for (const Kind &kind : allKinds()) {
                     const size_t end = block.text.find("[" + std::string(kind.id) + "]\n");
-                    const size_t begin = block.text.rfind("^ ", end);
-                    if (end != std::string::npos && block.text[begin + 2] != '[')
+                    const size_t begin = block.text.find('^', block.text.rfind('\n', end));
+                    if (end != std::string::npos &&
+                        block.text[block.text.find(' ', begin) + 1] != '[')
                         whole.insert(kind.id);
                 }
         }
