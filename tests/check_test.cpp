@@ -287,6 +287,7 @@ TEST(Check, LooksAtBytes)
          "b.htm:1:4: error: the byte E9 is no UTF-8: the file is of another "
          "encoding, as Latin-1; save it as UTF-8 [file-bytes]"},
         {"<meta charset=iso-8859-1><p>\xE9</p>", "x", nullptr},
+        {"<meta content='text/html; charset=utf-8;'><p>\xC3\xA9</p>", "x", nullptr},
         {"<meta charset=\"iso-8859-1\"><p>\xC3\xA9</p>", "x",
          "b.htm:1:16: error: the page says that it is iso-8859-1, but it is UTF-8 [file-bytes]"},
         {"<p>a\0b</p>"s, "x",
