@@ -22,7 +22,7 @@ def start(*options):
     return subprocess.Popen(
         [checker, "--lsp", "--db", database, "--texts", texts[0], "--texts", texts[1],
          "--set-from", os.path.join(site, "../zarn/variables.txt"), *options],
-        stdin=subprocess.PIPE, stdout=subprocess.PIPE)
+        stdin=subprocess.PIPE, stdout=subprocess.PIPE, cwd=root)
 
 
 server = start()
@@ -236,11 +236,13 @@ try:
     tell("exit")
     equal(server.wait(timeout=10), 0)
 
-    # Kinds that are left out, and a language with a mistake.
+    # Kinds that are left out, a language with a mistake, and a client that names no folder.
     with open(german, "ab") as file:
         file.write(b'\nmsgid "site.new\n')
     server = start("--ignore", "escape-missing")
-    ask("initialize", rootUri=base.rstrip("/"), capabilities={})
+    ask("initialize", rootUri=None, capabilities={})
+    tell("textDocument/didOpen", textDocument={"uri": base + "clean.htm", "text": "<?setvariable var:page[title] x?>"})
+    equal(diagnostics(base + "clean.htm"), [])
     page = base + "new.htm"
     text = "<p><?print $var:token?> {?site.menu?}</p><?echo $var:nothere?>"
     tell("textDocument/didOpen", textDocument={"uri": page, "text": text})
