@@ -491,20 +491,38 @@ TEST(Check, EachExampleHasItsKind)
     EXPECT_GT(count, 45);
 }
 
-TEST(Check, PrintsSarif)
+// Of something with a note; one counts in bytes, the other in UTF-16 units, of which 2, 1 and 8
+// stand in front.
+TEST(Check, PrintsJsonAndSarif)
 {
-    writeFile("t.htm", "\xF0\x9F\x8E\x88\xC3\xA4<?print $var:user?>");
+    writeFile("t.htm", "\xF0\x9F\x8E\x88 <?include 'a b.frm'?>");
+    writeFile("a b.frm", "\n\xF0\x9F\x8E\x88\xC3\xA4<?print $var:user?>");
+    const std::string text =
+        "$var:user comes out as it is, in page text: print does not escape; use echo";
+    EXPECT_EQ(runCommand(ORV_CHECK " --set user --format json t.htm"), 1);
+    EXPECT_EQ(
+        json::parse(readFile("out"), nullptr, false), json::parse(R"({"version": 1, "findings": [
+        {"file": "a b.frm", "line": 2, "column": 15, "endLine": 2, "endColumn": 24, "severity": "error",
+         "id": "escape-missing", "text": ")" + text + R"(",
+         "notes": [{"file": "t.htm", "line": 1, "column": 6, "text": "included from here"}]}]})"));
     EXPECT_EQ(runCommand(ORV_CHECK " --set user --format sarif t.htm"), 1);
     const json log = json::parse(readFile("out"), nullptr, false);
     ASSERT_EQ(log["version"], "2.1.0");
     const json &run = log["runs"][0];
-    const json &result = run["results"][0];
-    EXPECT_EQ(result["ruleId"], "escape-missing");
-    EXPECT_EQ(run["tool"]["driver"]["rules"][result["ruleIndex"].get<size_t>()]["id"],
-              "escape-missing");
-    const json &place = result["locations"][0]["physicalLocation"];
-    EXPECT_EQ(place["artifactLocation"]["uri"], "t.htm");
-    EXPECT_EQ(place["region"]["startColumn"], 12); // in UTF-16 units: 2, 1 and 8 stand in front
+    EXPECT_EQ(run["columnKind"], "utf16CodeUnits");
+    json result = run["results"][0];
+    const json &rule = run["tool"]["driver"]["rules"][result["ruleIndex"].get<size_t>()];
+    EXPECT_EQ(rule["id"], "escape-missing");
+    EXPECT_EQ(rule["defaultConfiguration"]["level"], "error");
+    result.erase("ruleIndex");
+    EXPECT_EQ(
+        result,
+        json::parse(R"({"ruleId": "escape-missing", "level": "error", "message": {"text": ")" +
+                    text + R"("},
+        "locations": [{"physicalLocation": {"artifactLocation": {"uri": "a%20b.frm"},
+            "region": {"startLine": 2, "startColumn": 12, "endLine": 2, "endColumn": 21}}}],
+        "relatedLocations": [{"message": {"text": "included from here"}, "physicalLocation":
+            {"artifactLocation": {"uri": "t.htm"}, "region": {"startLine": 1, "startColumn": 4}}}]})"));
 }
 
 // The options of orv-render for the variables of an address, behind its "?".
