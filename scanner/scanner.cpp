@@ -408,82 +408,113 @@ static bool endsText(const char *at)
 }
 
 // findTextEnd looks at STEP bytes exactly (endInStep: the index of the first that ends page
-// text together with the byte behind it, STEP if none does), or passes LEAP bytes that
-// cannot (mayEnd: whether one does, or seems to).
+// text together with the byte behind it, STEP if none does), or passes LEAP bytes that cannot
+// (mayEnd: whether one does, or seems to). marksOf marks the bytes of a block that, with those
+// behind them, seem to: all bits of "<", when the last two of the byte behind do not count.
 #if defined(__SSE2__)
-constexpr size_t STEP = sizeof(__m128i);
-constexpr size_t LEAP = 4 * STEP;
+using Block = __m128i;
 
-static __m128i vectorAt(const char *at)
+static Block blockAt(const char *at)
 {
-    return _mm_loadu_si128(reinterpret_cast<const __m128i *>(at));
+    return _mm_loadu_si128(reinterpret_cast<const Block *>(at));
 }
 
-static __m128i opensIn(const char *at)
+[[gnu::always_inline]] static inline Block marksOf(Block block, Block behind)
 {
-    return _mm_cmpeq_epi8(vectorAt(at), _mm_set1_epi8('<'));
+    const Block common = _mm_and_si128(_mm_or_si128(behind, _mm_set1_epi8('<' ^ '?')), block);
+    return _mm_cmpeq_epi8(common, _mm_set1_epi8('<'));
 }
+
+static bool isMarked(Block marks)
+{
+    return _mm_movemask_epi8(marks) != 0;
+}
+
+constexpr size_t STEP = sizeof(Block);
 
 static size_t endInStep(const char *at)
 {
-    const __m128i behind = vectorAt(at + 1);
-    const __m128i follows = _mm_or_si128(_mm_cmpeq_epi8(behind, _mm_set1_epi8('<')),
-                                         _mm_cmpeq_epi8(behind, _mm_set1_epi8('?')));
-    const int ends = _mm_movemask_epi8(_mm_and_si128(opensIn(at), follows));
+    const Block behind = blockAt(at + 1);
+    const Block follows = _mm_or_si128(_mm_cmpeq_epi8(behind, _mm_set1_epi8('<')),
+                                       _mm_cmpeq_epi8(behind, _mm_set1_epi8('?')));
+    const Block opens = _mm_cmpeq_epi8(blockAt(at), _mm_set1_epi8('<'));
+    const int ends = _mm_movemask_epi8(_mm_and_si128(opens, follows));
     return static_cast<size_t>(std::countr_zero(1U << STEP | static_cast<unsigned>(ends)));
 }
-
-// The same, but that any of <=>? may follow.
-static __m128i seemsToEnd(const char *at)
-{
-    const __m128i behind = _mm_or_si128(vectorAt(at + 1), _mm_set1_epi8(3));
-    return _mm_and_si128(opensIn(at), _mm_cmpeq_epi8(behind, _mm_set1_epi8('?')));
-}
-
-static bool mayEnd(const char *at)
-{
-    const __m128i front = _mm_or_si128(seemsToEnd(at), seemsToEnd(at + STEP));
-    const __m128i back = _mm_or_si128(seemsToEnd(at + 2 * STEP), seemsToEnd(at + 3 * STEP));
-    return _mm_movemask_epi8(_mm_or_si128(front, back)) != 0;
-}
 #else
-constexpr size_t STEP = sizeof(size_t);
-constexpr size_t LEAP = STEP;
+using Block [[gnu::may_alias]] = size_t;
+constexpr Block ONES = SIZE_MAX / 0xFF; // 1 in each byte
+
+static Block blockAt(const char *at)
+{
+    Block block;
+    memcpy(&block, at, sizeof block);
+    return block;
+}
+
+[[gnu::always_inline]] static inline Block marksOf(Block block, Block behind)
+{
+    const Block common = (behind | ONES * ('<' ^ '?')) & block & ONES * 0x7F;
+    return (common ^ ONES * '<') - ONES; // takes a bit from above if a byte is 0
+}
+
+static bool isMarked(Block marks)
+{
+    return marks & ONES * 0x80;
+}
+
+constexpr size_t STEP = sizeof(Block);
 
 static size_t endInStep(const char *at)
 {
-    size_t index = 0;
+    size_t index = isMarked(marksOf(blockAt(at), blockAt(at + 1))) ? 0 : STEP;
     while (index < STEP && !endsText(at + index))
         ++index;
     return index;
 }
+#endif
+
+constexpr size_t LEAP = 8 * STEP;
+constexpr size_t SHORT = 16; // bytes of a text in which no leap is worth while: most have fewer
+
+// The marks of the block there, whose address is aligned.
+[[gnu::always_inline]] static inline Block marksAt(const char *at)
+{
+    return marksOf(*reinterpret_cast<const Block *>(at), blockAt(at + 1));
+}
 
 static bool mayEnd(const char *at)
 {
-    constexpr size_t ones = SIZE_MAX / 0xFF; // 1 in each byte
-    size_t word;
-    memcpy(&word, at, sizeof word);
-    word ^= ones * '<';
-    return (word - ones) & ~word & ones * 0x80; // a byte is 0
+    const Block front =
+        (marksAt(at) | marksAt(at + STEP)) | (marksAt(at + 2 * STEP) | marksAt(at + 3 * STEP));
+    const Block back = (marksAt(at + 4 * STEP) | marksAt(at + 5 * STEP)) |
+                       (marksAt(at + 6 * STEP) | marksAt(at + 7 * STEP));
+    return isMarked(front | back);
 }
-#endif
 
 // Offset of the first of length bytes that ends a run of page text together with
 // the byte behind it; length if none does.
-static size_t findTextEnd(const char *at, size_t length)
+static size_t findTextEnd(const char *text, size_t length)
 {
-    size_t offset = 0;
-    while (length - offset >= STEP) { // most texts are short
-        const size_t index = endInStep(at + offset);
+    const char *const end = text + length;
+    const char *at = text;
+    size_t exact = SHORT; // to be looked at before the next leap
+    while (static_cast<size_t>(end - at) >= STEP) {
+        const size_t index = endInStep(at);
+        at += index;
         if (index < STEP)
-            return offset + index;
-        offset += STEP;
-        while (length - offset >= LEAP && !mayEnd(at + offset))
-            offset += LEAP;
+            return static_cast<size_t>(at - text);
+        exact -= STEP;
+        if (exact == 0) {
+            at -= reinterpret_cast<uintptr_t>(at) % STEP;
+            while (static_cast<size_t>(end - at) >= LEAP && !mayEnd(at))
+                at += LEAP;
+            exact = LEAP;
+        }
     }
-    while (offset < length && !endsText(at + offset))
-        ++offset;
-    return offset;
+    while (at < end && !endsText(at))
+        ++at;
+    return static_cast<size_t>(at - text);
 }
 
 // Length of the run of page text: it ends before "<?", before a "<" that another
@@ -504,10 +535,9 @@ static size_t textRun()
 // Apart, so that the other tokens do not save the registers that this one needs.
 [[gnu::noinline]] static int scanText()
 {
-    const size_t length = textRun();
-    if (length == 0 && peek(1) == '?')
+    if (byteAt(0) == '<' && byteAt(1) == '?')
         return scanCommandStart();
-    writePiece(take(std::max<size_t>(length, 1)));
+    writePiece(take(std::max<size_t>(textRun(), 1)));
     return scanner.passesText ? SCAN_ON : HTML_TEXT;
 }
 
