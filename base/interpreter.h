@@ -72,7 +72,7 @@ constexpr uint32_t CONTEXT_STYLE = 8;
 // Pieces of the page that wait to be written together.
 struct OutputBuffer {
     char *bytes;   // owned, null while each piece is written at once
-    uint8_t *ends; // owned likewise, a bit for each byte that ends a piece
+    uint8_t *ends; // owned likewise, a bit for each length at which a piece has ended
     size_t capacity;
     size_t length;
 };

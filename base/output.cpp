@@ -28,29 +28,46 @@ static ssize_t handOver(int, const void *bytes, size_t length)
     return std::min(taken, most);
 }
 
-// Writes bytes until they are out or an error comes. Returns how many are out.
-static size_t writeOut(std::string_view bytes)
+static ssize_t offer(const Interpreter *run, std::string_view bytes)
 {
-    size_t out = 0;
-    while (out < bytes.size()) {
-        const ssize_t written = inpr->take(inpr->outputFd, bytes.data() + out, bytes.size() - out);
-        if (written > 0)
-            out += static_cast<size_t>(written);
-        else if (written == 0 || errno != EINTR) {
-            if (inpr->outputError == 0)
-                inpr->outputError = written == 0 ? EIO : errno;
+    return run->take(run->outputFd, bytes.data(), bytes.size());
+}
+
+// Goes on with bytes, of which the first call has written so many, or none if that is not
+// above 0. Apart, since it is rarely needed.
+[[gnu::noinline]] static size_t writeRest(Interpreter *run, std::string_view bytes, ssize_t written)
+{
+    std::string_view rest = bytes;
+    for (;;) {
+        if (written > 0) {
+            rest.remove_prefix(static_cast<size_t>(written));
+        } else if (written == 0 || errno != EINTR) {
+            if (run->outputError == 0)
+                run->outputError = written == 0 ? EIO : errno;
             break;
         }
+        if (rest.empty())
+            break;
+        written = offer(run, rest);
     }
-    return out;
+    return bytes.size() - rest.size();
+}
+
+// Writes bytes, one or more, until they are out or an error comes. Returns how many are out.
+static size_t writeOut(Interpreter *run, std::string_view bytes)
+{
+    const ssize_t written = offer(run, bytes);
+    const bool whole = written == static_cast<ssize_t>(bytes.size());
+    return whole ? bytes.size() : writeRest(run, bytes, written);
 }
 
 // Offset behind the piece that the byte at offset belongs to.
 static size_t pieceEnd(const OutputBuffer &buffer, size_t offset)
 {
-    while (!(buffer.ends[offset / 8] >> offset % 8 & 1))
+    do
         ++offset;
-    return offset + 1;
+    while (!(buffer.ends[offset / 8] >> offset % 8 & 1));
+    return offset;
 }
 
 void flushOutput()
@@ -58,7 +75,7 @@ void flushOutput()
     OutputBuffer &buffer = inpr->output;
     size_t out = 0;
     while (out < buffer.length) {
-        out += writeOut({buffer.bytes + out, buffer.length - out});
+        out += writeOut(inpr, {buffer.bytes + out, buffer.length - out});
         if (out < buffer.length)
             out = pieceEnd(buffer, out); // an error loses the rest of a piece, not those behind
     }
@@ -67,21 +84,30 @@ void flushOutput()
     buffer.length = 0;
 }
 
+// A piece that the buffer has no room for even when it is empty: every one, without a buffer.
+static void writeAlone(Interpreter *run, std::string_view piece)
+{
+    if (run->output.length > 0)
+        flushOutput();
+    writeOut(run, piece);
+}
+
+static void gather(OutputBuffer *buffer, std::string_view piece)
+{
+    if (piece.size() > buffer->capacity - buffer->length)
+        flushOutput();
+    memcpy(buffer->bytes + buffer->length, piece.data(), piece.size());
+    buffer->length += piece.size();
+    buffer->ends[buffer->length / 8] |= static_cast<uint8_t>(1U << buffer->length % 8);
+}
+
 void writePiece(std::string_view piece)
 {
-    OutputBuffer &buffer = inpr->output;
     observe::piece(piece);
-    if (piece.size() > buffer.capacity - buffer.length && buffer.length > 0)
-        flushOutput();
-    if (piece.size() > buffer.capacity) {
-        writeOut(piece);
-        return;
-    }
-    if (piece.empty())
-        return;
-    memcpy(buffer.bytes + buffer.length, piece.data(), piece.size());
-    buffer.length += piece.size();
-    buffer.ends[(buffer.length - 1) / 8] |= static_cast<uint8_t>(1U << (buffer.length - 1) % 8);
+    if (piece.size() > inpr->output.capacity)
+        writeAlone(inpr, piece);
+    else if (!piece.empty())
+        gather(&inpr->output, piece);
 }
 
 void freeOutputBuffer(OutputBuffer *buffer)
