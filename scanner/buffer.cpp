@@ -132,6 +132,7 @@ void switchBuffer(const ScanBuffer &buffer, int32_t line)
 {
     scanner.buffer = buffer;
     scanner.counted = buffer.pos;
+    scanner.located = nullptr;
     scanner.line = line;
 }
 

@@ -139,10 +139,25 @@ static int32_t countLines(const char *at, const char *end)
     return lines;
 }
 
+static void countTo(const char *at)
+{
+    scanner.line += countLines(scanner.counted, at);
+    scanner.counted = at;
+}
+
+static void settleLocation()
+{
+    if (!scanner.located)
+        return;
+    countTo(scanner.located);
+    scanner.located = nullptr;
+    zarn_lloc.first_line = scanner.line;
+}
+
 int32_t scannedLine()
 {
-    scanner.line += countLines(scanner.counted, matchStart());
-    scanner.counted = matchStart();
+    settleLocation();
+    countTo(matchStart());
     return scanner.line;
 }
 
@@ -189,7 +204,7 @@ static int textToken(size_t length)
 
 static void setLocation()
 {
-    zarn_lloc.first_line = scannedLine();
+    scanner.located = matchStart();
 }
 
 // ---- commands ----
@@ -730,6 +745,8 @@ int nextToken()
         observe::matchBegins();
         token = scanOnce();
     } while (token == SCAN_ON);
+    if (token >= 0) // behind a whole command the next one's location may do
+        settleLocation();
     scanner.passesText &= token < 0; // as before behind a whole command
     return token;
 }

@@ -48,9 +48,10 @@ struct Scanner {
     Condition *stack; // owned, conditions to go back to
     size_t depth;     // of them in use
     size_t stackRoom;
-    int32_t line;                  // the newlines in front of counted
-    const char *counted;           // where the bytes of pos lie, pos or before it; see scannedLine
-    std::string_view value;        // of an argument's token: bytes of the buffer, until the next
+    int32_t line;           // the newlines in front of counted
+    const char *counted;    // where the bytes of pos lie, pos or before it; see scannedLine
+    const char *located;    // likewise, where zarn_lloc's line is still to be counted; or null
+    std::string_view value; // of an argument's token: bytes of the buffer, until the next
     WholeArg args[MAX_WHOLE_ARGS]; // of a whole command, argCount of them
     size_t argCount;
     bool passesText; // the page text in front of the next token is only written
