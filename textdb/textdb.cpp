@@ -34,7 +34,9 @@ static Mapping *mappings; // every mapped text database
 static constexpr size_t HEADER_SIZE = 16;
 static constexpr size_t NODE_SIZE = 8;
 
-// Of a record's second word.
+// Of a record's first word, and of its second.
+static constexpr uint32_t CHILD_BITS = 0xFFFFF;
+static constexpr uint32_t VALUE_SHIFT = 20;
 static constexpr uint32_t LABEL_BITS = 0x3FFFFFFF;
 static constexpr uint32_t SIBLING_BIT = 0x40000000; // the next record is the next sibling
 static constexpr uint32_t ATTRIBUTE_BIT = 0x80000000;
@@ -43,12 +45,26 @@ using std::string_view;
 
 namespace
 {
-// A node record, taken apart.
+// A node record as it stands in the file.
 struct Node {
-    uint32_t firstChild;  // index, 0 for none
-    uint32_t valueOffset; // from the label's first byte, 0 for no value
-    uint32_t label;       // offset of the label
-    bool attribute;
+    uint32_t links;
+    uint32_t strings;
+
+    // Index of the first child, 0 for none.
+    uint32_t firstChild() const
+    {
+        return links & CHILD_BITS;
+    }
+    // From the label's first byte, 0 for no value.
+    uint32_t valueOffset() const
+    {
+        return links >> VALUE_SHIFT;
+    }
+    // Offset of the label.
+    uint32_t label() const
+    {
+        return strings & LABEL_BITS;
+    }
 };
 
 // The bytes of one mapping behind the header.
@@ -85,39 +101,29 @@ static bool holdsNode(const Image &image, size_t index)
     return index < image.length / NODE_SIZE;
 }
 
-// Takes the record of that index apart, which lies in the image.
+// The record of that index, which lies in the image.
 static Node readNode(const Image &image, size_t index)
 {
     const char *record = image.bytes + index * NODE_SIZE;
-    const uint32_t links = readWord(record);
-    const uint32_t strings = readWord(record + 4);
-    return {links & 0xFFFFF, links >> 20, strings & LABEL_BITS, (strings & ATTRIBUTE_BIT) != 0};
+    return {readWord(record), readWord(record + 4)};
 }
 
-// The last of the siblings from first on whose label does not begin with a byte
-// above c. Returns false when there is none, or a record or label on the way lies
+// Index of the last of the siblings from first on whose label does not begin with a byte
+// above c; 0, which is no child's, when there is none, or a record or label on the way lies
 // outside the image.
-static bool chooseChild(const Image &image, size_t first, int c, Node *chosen)
+static size_t chooseChild(const Image &image, size_t first, int c)
 {
-    size_t index = first;
-    for (;; ++index) {
-        if (!holdsNode(image, index))
-            return false;
-        const uint32_t strings = readWord(image.bytes + index * NODE_SIZE + 4);
+    for (size_t index = first; holdsNode(image, index); ++index) {
+        const uint32_t strings = readNode(image, index).strings;
         const int start = image.at(strings & LABEL_BITS);
         if (start < 0)
-            return false;
-        if (start > c) {
-            if (index == first)
-                return false;
-            --index;
-            break;
-        }
+            return 0;
+        if (start > c)
+            return index == first ? 0 : index - 1;
         if (!(strings & SIBLING_BIT))
-            break;
+            return index;
     }
-    *chosen = readNode(image, index);
-    return true;
+    return 0;
 }
 
 // Moves key behind the label at offset. False when key does not begin with it, or
@@ -125,18 +131,22 @@ static bool chooseChild(const Image &image, size_t first, int c, Node *chosen)
 static bool passLabel(const Image &image, size_t offset, const char **key)
 {
     const char *at = *key;
-    for (int c; (c = image.at(offset)) > 0; ++offset, ++at)
-        if (static_cast<unsigned char>(*at) != c)
+    int c = image.at(offset);
+    if (c <= 0)
+        return false;
+    do {
+        if (static_cast<unsigned char>(*at++) != c)
             return false;
-    const bool passed = at > *key && image.at(offset) == 0;
+        c = image.at(++offset);
+    } while (c > 0);
     *key = at;
-    return passed;
+    return c == 0;
 }
 
 // The value of a node, if it ends within the image.
 static string_view valueOf(const Image &image, const Node &node)
 {
-    const size_t offset = static_cast<size_t>(node.label) + node.valueOffset;
+    const size_t offset = static_cast<size_t>(node.label()) + node.valueOffset();
     if (offset >= image.length)
         return {};
     const char *text = image.bytes + offset;
@@ -155,14 +165,18 @@ string_view findText(const char *image, const char *key, int32_t *attribute)
     if (!holdsNode(whole, 0))
         return {};
     Node node = readNode(whole, 0);
-    while (node.valueOffset == 0 || *key) {
-        if (node.firstChild == 0 ||
-            !chooseChild(whole, node.firstChild, static_cast<unsigned char>(*key), &node) ||
-            !passLabel(whole, node.label, &key))
+    while (node.valueOffset() == 0 || *key) {
+        const size_t first = node.firstChild();
+        const size_t child =
+            first ? chooseChild(whole, first, static_cast<unsigned char>(*key)) : 0;
+        if (child == 0)
+            return {};
+        node = readNode(whole, child);
+        if (!passLabel(whole, node.label(), &key))
             return {};
     }
     if (attribute)
-        *attribute = node.attribute;
+        *attribute = (node.strings & ATTRIBUTE_BIT) != 0;
     return valueOf(whole, node);
 }
 
