@@ -10,7 +10,7 @@
 
 namespace bytes
 {
-constexpr int END_OF_INPUT = -1;
+constexpr int END_OF_INPUT = 256; // behind all bytes
 constexpr char BLANKS[] = " \t\n\r";
 
 // Sets of bytes, a bit each.
@@ -27,13 +27,14 @@ constexpr ByteSet SQUOTED_TEXT = 256;
 constexpr ByteSet BQUOTED_TEXT = 512;
 constexpr ByteSet FIELD_ID = 1024;
 
-// The sets that each byte belongs to; behind END_OF_INPUT, which is in none.
-inline constexpr auto setsOf = [] {
+// The sets that each byte belongs to; END_OF_INPUT is in none. Of the library's
+// sources one alone looks into it, which so finds it without the linker's table of addresses.
+static constexpr auto setsOf = [] {
     std::array<ByteSet, 257> table = {};
     const auto add = [&table](ByteSet set, std::string_view members, bool inside) {
         for (int byte = 0; byte < 256; ++byte)
             if ((members.find(static_cast<char>(byte)) != std::string_view::npos) == inside)
-                table[static_cast<size_t>(byte - END_OF_INPUT)] |= set;
+                table[static_cast<size_t>(byte)] |= set;
     };
     add(BLANK, BLANKS, true);
     add(DIGIT, "0123456789", true);
@@ -51,8 +52,12 @@ inline constexpr auto setsOf = [] {
 
 [[gnu::always_inline]] inline bool isIn(int byte, ByteSet set)
 {
-    return setsOf[static_cast<size_t>(byte - END_OF_INPUT)] & set;
+    return setsOf[static_cast<size_t>(byte)] & set;
 }
+
+/* The first byte from at on that no text field's id has; end if all in front of that may
+ * belong to one. */
+const char *behindFieldId(const char *at, const char *end);
 } // namespace bytes
 
 #endif

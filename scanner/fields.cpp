@@ -103,14 +103,9 @@ static void followContext(const Refill &refill)
 // The end of the field that begins at scanPos, behind its "?}"; null when it is none.
 static const char *fieldEnd(const Refill &refill)
 {
-    const string_view rest(refill.scanPos + 2,
-                           static_cast<size_t>(refill.limit - refill.scanPos) - 2);
-    size_t length = 0;
-    while (length < rest.size() &&
-           bytes::isIn(static_cast<unsigned char>(rest[length]), bytes::FIELD_ID))
-        ++length;
-    const bool closed = rest.size() - length >= 2 && rest[length] == '?' && rest[length + 1] == '}';
-    return closed ? rest.data() + length + 2 : nullptr;
+    const char *end = bytes::behindFieldId(refill.scanPos + 2, refill.limit);
+    const bool closed = refill.limit - end >= 2 && end[0] == '?' && end[1] == '}';
+    return closed ? end + 2 : nullptr;
 }
 
 static size_t fileSize(const IncludeEntry &entry)

@@ -69,12 +69,21 @@ static constexpr RowSet rowsTakingIf = [] {
 static constexpr auto rowsByFirst = rowsByLetter(0);
 static constexpr auto rowsBySecond = rowsByLetter(1);
 
+const char *bytes::behindFieldId(const char *at, const char *end)
+{
+    while (at < end && isIn(static_cast<unsigned char>(*at), FIELD_ID))
+        ++at;
+    return at;
+}
+
 static inline size_t skipRead(size_t offset, ByteSet set)
 {
     const char *match = matchStart();
     const size_t read = bytesRead();
-    while (offset < read && isIn(static_cast<unsigned char>(match[offset]), set))
-        ++offset;
+    if (offset >= read)
+        return offset;
+    while (isIn(static_cast<unsigned char>(match[offset]), set) && ++offset < read)
+        ;
     return offset;
 }
 
@@ -120,6 +129,15 @@ static size_t matchText(size_t offset, const char *text)
 static inline size_t matchWord(size_t offset, const char *text)
 {
     return byteAt(offset) == *text ? matchText(offset, text) : 0;
+}
+
+// As memcmp would tell: for a short text the call would cost more.
+static bool startsWith(const char *at, string_view text)
+{
+    for (const char c : text)
+        if (*at++ != c)
+            return false;
+    return true;
 }
 
 static string_view without(string_view text, size_t length)
@@ -254,7 +272,7 @@ static size_t matchWords(size_t row, size_t offset)
     const size_t length = wordLengths[row];
     if (length == 0 || bytesRead() - offset < length)
         return matchText(offset + known, words);
-    return memcmp(matchStart() + offset + known, words, length - known) == 0 ? offset + length : 0;
+    return startsWith(matchStart() + offset + known, {words, length - known}) ? offset + length : 0;
 }
 
 // Length of the match if the command of that row, whose first two letters do, stands at
@@ -292,7 +310,7 @@ static const CommandDef *findCommand(size_t offset, size_t *length)
     }
     candidates &= rowsWith(byteAt(offset), rowsByFirst);
     if (candidates)
-        candidates &= rowsWith(peek(offset + 1), rowsBySecond);
+        candidates &= rowsWith(byteAt(offset + 1), rowsBySecond);
     const CommandDef *found = nullptr;
     for (*length = 0; candidates; candidates &= candidates - 1) {
         const auto row = static_cast<size_t>(std::countr_zero(candidates));
@@ -312,11 +330,15 @@ static string_view nameIn(string_view match)
     return {name.data(), std::min(name.find_first_of(BLANKS), name.size())};
 }
 
-// Whether text stands at offset of what has been read.
-static bool hasRead(size_t offset, string_view text)
+// Whether "var:" stands at offset of what has been read: a word, compared as one.
+static bool hasReadVar(size_t offset)
 {
-    return bytesRead() - offset >= text.size() &&
-           memcmp(matchStart() + offset, text.data(), text.size()) == 0;
+    constexpr auto expected = std::bit_cast<uint32_t>(std::array{'v', 'a', 'r', ':'});
+    uint32_t word;
+    if (bytesRead() - offset < sizeof word)
+        return false;
+    memcpy(&word, matchStart() + offset, sizeof word);
+    return word == expected;
 }
 
 // Whether "?>" stands at offset of what has been read.
@@ -338,7 +360,7 @@ static size_t matchWholeArg(size_t offset, WholeArg *arg)
     const char *match = matchStart();
     const char first = match[offset];
     const bool quoted = isIn(static_cast<unsigned char>(first), QUOTE);
-    arg->isVariable = first == '$' && hasRead(offset, "$var:");
+    arg->isVariable = first == '$' && hasReadVar(offset + 1);
     offset += arg->isVariable ? strlen("$var:") : quoted;
     const size_t end = skipRead(offset, quoted            ? textInside(first)
                                         : arg->isVariable ? NAME
