@@ -43,9 +43,39 @@ bool makeValue(int token)
     return true;
 }
 
-// Runs a command of the scanner's arguments, as the parser would have it.
-static void runWhole(const CommandDef &row)
+// Puts a copy of text, with a zero byte behind it, at place. Returns where the next may go.
+static char *placeText(char *place, std::string_view text)
 {
+    memcpy(place, text.data(), text.size());
+    place[text.size()] = '\0';
+    return place + text.size() + 1;
+}
+
+// Whether a command prints its one argument and does nothing else.
+static bool isPrint(uint32_t id)
+{
+    return id == ID_ECHO || id == ID_PRINT || id == ID_PRINTJS;
+}
+
+// What executeCmd comes to for such a command that stands in nothing else.
+static void printWhole(uint32_t id)
+{
+    char copy[WHOLE_CAPACITY];
+    const auto &[isVariable, text] = scanner.args[0];
+    placeText(copy, text);
+    if (isVariable)
+        lookupVar(copy, id, 1);
+    else
+        emitPiece(copy, 1);
+}
+
+// Runs a command of the scanner's arguments, as the parser would have it.
+static void runWhole(uint32_t id)
+{
+    if (isPrint(id)) {
+        printWhole(id);
+        return;
+    }
     char copies[WHOLE_CAPACITY];
     char *copy = copies;
     ArgElem elems[MAX_WHOLE_ARGS];
@@ -53,14 +83,12 @@ static void runWhole(const CommandDef &row)
     Arg *next = nullptr;
     for (size_t i = scanner.argCount; i-- > 0;) {
         const auto &[isVariable, text] = scanner.args[i];
-        memcpy(copy, text.data(), text.size());
-        copy[text.size()] = '\0';
         elems[i] = {isVariable ? ELEM_GETVAR : ELEM_TEXT, copy, nullptr};
         args[i] = {&elems[i], next};
         next = &args[i];
-        copy += text.size() + 1;
+        copy = placeText(copy, text);
     }
-    Cmd cmd = {next, row.id, nullptr};
+    Cmd cmd = {next, id, nullptr};
     executeCmd(&cmd, 1);
 }
 
@@ -71,7 +99,7 @@ int zarn_lex()
     int token = nextToken();
     while (token < 0 || !makeValue(token)) {
         if (token < 0)
-            runWhole(commandOf(-token));
+            runWhole(commandOf(-token).id);
         token = nextToken();
     }
     observe::token(token, token >= ARG_TEXT && token <= ARG_MAXARRAY ? zarn_lval.elem : nullptr);
