@@ -15,6 +15,7 @@
 #include <array>
 #include <bit>
 #include <string_view>
+#include <type_traits>
 
 #if defined(__SSE2__)
 #include <emmintrin.h>
@@ -37,8 +38,8 @@ static constexpr int SCAN_ON = -1; // the match made no token; no token has that
 
 // Sets of rows of the command table, a bit each, by the first and by the second
 // letter of their words; an "if" in front of those does not count.
-using RowSet = uint64_t;
-static_assert(MAX_COMMANDS == sizeof(RowSet) * 8);
+using RowSet = std::conditional_t<COMMAND_COUNT <= 32, uint32_t, uint64_t>;
+static_assert(MAX_COMMANDS == sizeof(uint64_t) * 8);
 static_assert(COMMAND_COUNT <= MAX_COMMANDS, "widen RowSet, and MAX_COMMANDS with it");
 static constexpr char optionalWord[] = "if ";
 static constexpr size_t LETTERS = 26;
@@ -126,7 +127,7 @@ static size_t matchText(size_t offset, const char *text)
 }
 
 // The same for a text that begins with a letter or sign, which decides mostly.
-static inline size_t matchWord(size_t offset, const char *text)
+[[gnu::always_inline]] static inline size_t matchWord(size_t offset, const char *text)
 {
     return byteAt(offset) == *text ? matchText(offset, text) : 0;
 }
@@ -253,12 +254,22 @@ static size_t matchName(size_t offset, bool bracket)
     return skip(behind + bracket, BLANK);
 }
 
-// Lengths of the words that hold no blank, else 0.
-static constexpr auto wordLengths = [] {
-    std::array<uint8_t, COMMAND_COUNT> table = {};
+namespace
+{
+// A row's words behind an "if".
+struct Words {
+    uint8_t start;
+    uint8_t length; // 0 when they hold a blank
+};
+} // namespace
+
+static constexpr auto wordsOfRow = [] {
+    std::array<Words, COMMAND_COUNT> table = {};
     for (size_t row = 0; row < COMMAND_COUNT; ++row) {
         const string_view words = wordsOf(commandTable[row]);
-        table[row] = words.find(' ') == string_view::npos ? static_cast<uint8_t>(words.size()) : 0;
+        const bool single = words.find(' ') == string_view::npos;
+        table[row] = {static_cast<uint8_t>(words.data() - commandTable[row].words),
+                      static_cast<uint8_t>(single ? words.size() : 0)};
     }
     return table;
 }();
@@ -268,8 +279,8 @@ static constexpr auto wordLengths = [] {
 static size_t matchWords(size_t row, size_t offset)
 {
     constexpr size_t known = 2;
-    const char *words = wordsOf(commandTable[row]) + known;
-    const size_t length = wordLengths[row];
+    const auto [start, length] = wordsOfRow[row];
+    const char *words = commandTable[row].words + start + known;
     if (length == 0 || bytesRead() - offset < length)
         return matchText(offset + known, words);
     return startsWith(matchStart() + offset + known, {words, length - known}) ? offset + length : 0;
