@@ -18,11 +18,11 @@ using std::string_view;
 static constexpr uint32_t UNINDEXED = 8; // entries that are found fast enough without
 
 // FNV-1a.
-static uint32_t hashOf(string_view name)
+static uint32_t hashOf(const char *name)
 {
     uint32_t hash = 2166136261U;
-    for (const char c : name)
-        hash = (hash ^ static_cast<unsigned char>(c)) * 16777619U;
+    for (; *name; ++name)
+        hash = (hash ^ static_cast<unsigned char>(*name)) * 16777619U;
     return hash;
 }
 
@@ -90,10 +90,11 @@ static LocalVar *newEntry(string_view name, string_view value, LocalVar *next)
         return nullptr;
     char *texts = textsOf(entry);
     const bool joins = next && isOurs(next);
-    *entry = {texts,        texts + name.size() + 1,      next,    joins ? next->rest : next,
-              hashOf(name), joins ? next->count + 1 : 1U, nullptr, 0};
+    *entry = {texts, texts + name.size() + 1,      next,    joins ? next->rest : next,
+              0,     joins ? next->count + 1 : 1U, nullptr, 0};
     memcpy(entry->name, name.data(), name.size());
     entry->name[name.size()] = '\0';
+    entry->hash = hashOf(entry->name);
     memcpy(entry->value, value.data(), value.size());
     entry->value[value.size()] = '\0';
     return entry;
