@@ -353,7 +353,7 @@ static bool hasReadVar(size_t offset)
 }
 
 // Whether "?>" stands at offset of what has been read.
-static bool hasReadEnd(size_t offset)
+[[gnu::always_inline]] static inline bool hasReadEnd(size_t offset)
 {
     const char *match = matchStart() + offset;
     return offset + 1 < bytesRead() && match[0] == '?' && match[1] == '>';
