@@ -9,6 +9,7 @@
 #include <stdint.h>
 #include <sys/times.h>
 
+#include <algorithm>
 #include <string_view>
 
 #include "grammar/records.h"
@@ -157,6 +158,9 @@ void keepRows(QueryRow **rows);
 void dropPending();
 
 /* A row's columns, within the room that it has. */
-int32_t columnCount(const QueryRow *row);
+inline int32_t columnCount(const QueryRow *row)
+{
+    return std::clamp<int32_t>(row->count, 0, ORV_MAX_COLUMNS);
+}
 
 #endif

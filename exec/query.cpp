@@ -28,11 +28,6 @@ struct QueryTimes {
 
 static QueryTimes queryTimes; // during one query
 
-int32_t columnCount(const QueryRow *row)
-{
-    return std::clamp<int32_t>(row->count, 0, ORV_MAX_COLUMNS);
-}
-
 QueryRow *createQueryRow(const char *text)
 {
     auto *row = static_cast<QueryRow *>(calloc(1, sizeof(QueryRow)));
