@@ -7,7 +7,9 @@
  * engine's page is compared with the expected one before it is timed. Then they
  * take turns: in every round each writes a batch of pages into /dev/null and one
  * into a pipe that another process drains. What is printed is the least of the
- * rounds. The exit status is 1 when a page was wrong or an engine failed. */
+ * rounds, which are those of several processes of each engine: where the memory of
+ * one comes to lie costs or saves its pages up to a tenth, and the next one's lies
+ * elsewhere. The exit status is 1 when a page was wrong or an engine failed. */
 #include <algorithm>
 #include <array>
 #include <cstdio>
@@ -31,6 +33,7 @@ using std::string;
 using std::vector;
 
 static constexpr int ROUNDS = 60;
+static constexpr int LIVES = 5;                // processes of one engine that share the rounds
 static constexpr int SLOW_ROUNDS = 7;          // of an engine that takes longer than
 static constexpr double SLOW_SECONDS = 0.05;   // this for a page
 static constexpr double BATCH_SECONDS = 0.003; // of one engine in one round
@@ -68,6 +71,7 @@ struct Result {
     long writes = -1;
 
     double time(size_t sink) const;
+    bool isSlow(size_t sink) const;
     double memory() const;
     double relative(const Result &other, size_t sink) const;
 };
@@ -140,6 +144,10 @@ static double least(const vector<double> &values)
 double Result::time(size_t sink) const
 {
     return least(seconds[sink]);
+}
+bool Result::isSlow(size_t sink) const
+{
+    return time(sink) >= SLOW_SECONDS;
 }
 double Result::memory() const
 {
@@ -354,26 +362,47 @@ static vector<Result> chooseRows(const string &page, bool process)
 
 // ---- Timing ----
 
+// Starts a worker for each sink, and takes it so far that its next batch may be timed.
+static void startWorkers(Result &result, const string &page)
+{
+    for (size_t sink = 0; sink < SINKS; ++sink) {
+        const Worker worker = start(commandFor(*result.row, page), sinks[sink]);
+        ask(worker, 1);
+        const double one = ask(worker, 1);
+        result.batch[sink] = std::clamp(static_cast<int>(BATCH_SECONDS / one), 1, MAX_BATCH);
+        ask(worker, result.batch[sink]);
+        result.workers[sink] = worker;
+    }
+}
+
+static void timeRound(vector<Result *> &results)
+{
+    for (size_t sink = 0; sink < SINKS; ++sink)
+        for (Result *result : results)
+            result->seconds[sink].push_back(ask(result->workers[sink], result->batch[sink]) /
+                                            result->batch[sink]);
+}
+
+// Slow engines have one life, and fewer rounds in it.
 static void timePages(vector<Result> &results, const string &page)
 {
-    for (Result &result : results) {
-        for (size_t sink = 0; sink < SINKS; ++sink) {
-            result.workers[sink] = start(commandFor(*result.row, page), sinks[sink]);
-            ask(result.workers[sink], 1);
-            const double one = ask(result.workers[sink], 1);
-            result.batch[sink] = std::clamp(static_cast<int>(BATCH_SECONDS / one), 1, MAX_BATCH);
-            ask(result.workers[sink], result.batch[sink]);
+    for (int life = 0; life < LIVES; ++life) {
+        vector<Result *> living;
+        for (Result &result : results)
+            if (life == 0 || !result.isSlow(0))
+                living.push_back(&result);
+        for (Result *result : living)
+            startWorkers(*result, page);
+        vector<Result *> timed = living;
+        for (int round = 0; round < ROUNDS / LIVES; ++round) {
+            if (round == SLOW_ROUNDS)
+                std::erase_if(timed, [](const Result *result) { return result->isSlow(0); });
+            timeRound(timed);
         }
+        for (Result *result : living)
+            for (Worker &worker : result->workers)
+                failed |= finish(worker) != 0;
     }
-    for (int round = 0; round < ROUNDS; ++round)
-        for (size_t sink = 0; sink < SINKS; ++sink)
-            for (Result &result : results)
-                if (round < SLOW_ROUNDS || result.time(0) < SLOW_SECONDS)
-                    result.seconds[sink].push_back(ask(result.workers[sink], result.batch[sink]) /
-                                                   result.batch[sink]);
-    for (Result &result : results)
-        for (Worker &worker : result.workers)
-            failed |= finish(worker) != 0;
 }
 
 // One round of launches: every time and every peak.
@@ -397,7 +426,7 @@ static void timeProcesses(vector<Result> &results, const string &page)
     for (int round = 0; round < ROUNDS; ++round)
         for (size_t sink = 0; sink < SINKS; ++sink)
             for (Result &result : results)
-                if (round < SLOW_ROUNDS || result.time(sink) < SLOW_SECONDS)
+                if (round < SLOW_ROUNDS || !result.isSlow(sink))
                     launch(launchCommand(*result.row, page, 1), sinks[sink], result.seconds[sink],
                            result.kilobytes);
 }
