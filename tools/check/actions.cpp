@@ -212,7 +212,7 @@ static std::optional<Mending> proposeSyntax(const Case &about)
 
 // ---- the whole ----
 
-static constexpr Rule rules[] = {
+static constexpr Rule actionRules[] = {
     {"syntax", proposeSyntax},           {"gives-up", proposeSyntax},
     {"variable-unset", proposeVariable}, {"query-parameter", proposeParameter},
     {"text-missing", proposeText},       {"include-missing", proposePath},
@@ -243,10 +243,10 @@ static bool isGone(Site &site, const Template &tpl, const Mending &mending, cons
 
 std::optional<Mending> mendingOf(Site &site, const Template &tpl, const Finding &finding)
 {
-    const auto *rule = std::find_if(std::begin(rules), std::end(rules), [&](const Rule &each) {
-        return strcmp(each.kind, finding.kind->id) == 0;
-    });
-    if (rule == std::end(rules))
+    const auto *rule =
+        std::find_if(std::begin(actionRules), std::end(actionRules),
+                     [&](const Rule &each) { return strcmp(each.kind, finding.kind->id) == 0; });
+    if (rule == std::end(actionRules))
         return {};
     const Span span = {offsetOfUnits(tpl, finding.line - 1, finding.unit - 1),
                        offsetOfUnits(tpl, finding.endLine - 1, finding.endUnit - 1)};

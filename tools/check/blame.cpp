@@ -6,7 +6,7 @@
 using std::string;
 using std::string_view;
 
-static constexpr size_t MOST_PLACES = 8;
+static constexpr size_t MOST_ORIGINS = 8;
 
 namespace
 {
@@ -43,7 +43,7 @@ static void follow(Blame *blame, string_view key)
     for (const VariableUse *use : setsOf(blame->site, key)) {
         const uint8_t holds = holdsOf(blame, *use);
         if (!holds || (blame->rawOnly && !(holds & VALUE_RAW)) ||
-            blame->notes.size() >= MOST_PLACES)
+            blame->notes.size() >= MOST_ORIGINS)
             continue;
         blame->notes.push_back(
             noteAt(*use->tpl, use->span.at,

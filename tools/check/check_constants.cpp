@@ -21,7 +21,7 @@ static uint32_t endOf(const Element &element)
     return element.index.empty() ? element.span.end : endOf(element.index.back()) + 1;
 }
 
-static Span spanOf(const Command &command, size_t index)
+static Span operandSpan(const Command &command, size_t index)
 {
     const auto &elements = command.args[index].elements;
     return elements.empty() ? command.words
@@ -30,7 +30,7 @@ static Span spanOf(const Command &command, size_t index)
 
 static string sourceOf(const Template &tpl, const Command &command, size_t index)
 {
-    const Span span = spanOf(command, index);
+    const Span span = operandSpan(command, index);
     return tpl.source.substr(span.at, span.end - span.at);
 }
 
@@ -74,7 +74,7 @@ static bool checkSign(Report &all, const Template &tpl, const Command &command)
     for (size_t i = 1; i < std::min<size_t>(command.args.size(), 4); ++i) {
         if (!isForeignSign(command, i))
             continue;
-        report(all, tpl, spanOf(command, i), "if-constant",
+        report(all, tpl, operandSpan(command, i), "if-constant",
                "'" + sourceOf(tpl, command, i) +
                    "' is a text here, and no sign: the word in front says how two values are "
                    "compared, if eq A B `then` `else`");
@@ -104,15 +104,15 @@ static void checkIf(Report &all, const Template &tpl, const Command &command)
     if ((knowsA && isMeantVariable(a)) || (knowsB && isMeantVariable(b)))
         return;
     if (knowsA && knowsB)
-        report(all, tpl, spanOf(command, 0), "if-constant",
+        report(all, tpl, operandSpan(command, 0), "if-constant",
                "two constants are compared, '" + a + "' and '" + b +
                    "': it always comes out the same");
     else if (isSame(tpl, command) && !isLogic)
-        report(all, tpl, spanOf(command, 0), "if-constant",
+        report(all, tpl, operandSpan(command, 0), "if-constant",
                sourceOf(tpl, command, 0) +
                    " is compared with itself: it always comes out the same");
     else if (isLogic && (knowsA || knowsB))
-        tellTruth(all, tpl, spanOf(command, knowsA ? 0 : 1), knowsA ? a : b);
+        tellTruth(all, tpl, operandSpan(command, knowsA ? 0 : 1), knowsA ? a : b);
 }
 
 // ---- numbers ----
@@ -164,7 +164,7 @@ static void checkOperand(Report &all, const Template &tpl, const Command &comman
         return faultOf(text, divides).empty();
     });
     if (!texts.empty() && !isSound)
-        report(all, tpl, spanOf(command, index), "calc-number", faultOf(texts[0], divides));
+        report(all, tpl, operandSpan(command, index), "calc-number", faultOf(texts[0], divides));
 }
 
 // Reads a bound that is known. Returns false where it is not, or no number.
@@ -178,7 +178,7 @@ static bool readBound(Report &all, const Template &tpl, const Command &command, 
     *bound = std::clamp<int64_t>(strtoll(texts[0].c_str(), &end, 10), INT32_MIN, INT32_MAX);
     const bool isNumber = end != texts[0].c_str();
     if (!isNumber && !isMeantVariable(texts[0]))
-        report(all, tpl, spanOf(command, index), "repeat-range",
+        report(all, tpl, operandSpan(command, index), "repeat-range",
                "'" + texts[0] + "' is no number, and counts as 0");
     return isNumber;
 }
@@ -195,7 +195,7 @@ static void checkRepeat(Report &all, const Template &tpl, const Command &command
         return;
     from += command.id == ID_REPEATEXCL;
     to -= command.upperExcluded;
-    const Span span = {spanOf(command, 0).at, spanOf(command, 1).end};
+    const Span span = {operandSpan(command, 0).at, operandSpan(command, 1).end};
     if (knowsFrom && to < from)
         report(all, tpl, span, "repeat-range",
                "the range is empty, and nothing is printed: repeat counts upwards only");

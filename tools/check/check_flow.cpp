@@ -13,11 +13,6 @@ using std::string_view;
 
 static constexpr size_t MOST_PLACES = 3;
 
-static string_view arrayOf(string_view key)
-{
-    return key.substr(0, key.find('['));
-}
-
 // ---- set and never read ----
 
 // Whether any read may see an element of an array.
@@ -70,7 +65,7 @@ std::map<string, string> misspeltSets(const Site &site)
     return misspelt;
 }
 
-static void checkUnused(Report &all)
+static void checkUnread(Report &all)
 {
     const std::map<string, string> meant = meantByOthers(all.site);
     const bool isWhole = all.site.options.templates.empty();
@@ -101,12 +96,6 @@ static void checkUnused(Report &all)
 }
 
 // ---- pieces that no page includes ----
-
-static string suffixOf(const string &path)
-{
-    const size_t dot = path.rfind('.');
-    return dot == string::npos ? "" : path.substr(dot);
-}
 
 // Whether any include takes its path from a value that nobody knows here.
 static bool includesAnything(const Site &site)
@@ -272,7 +261,7 @@ static void checkCounts(Report &all, const Template &tpl, const Command &command
 void checkFlow(Report &all)
 {
     const SiteOptions &options = all.site.options;
-    checkUnused(all);
+    checkUnread(all);
     if (options.templates.empty() && options.pages.empty())
         checkPieces(all);
     checkHidden(all);

@@ -26,14 +26,14 @@ struct Known {
 };
 
 // How other languages put a value into a page.
-struct Foreign {
+struct ForeignForm {
     string_view begin;
     string_view end;
     bool isName; // only a name stands in it
 };
 } // namespace
 
-static constexpr Foreign foreignForms[] = {
+static constexpr ForeignForm foreignForms[] = {
     {"{{", "}}", true}, {"${", "}", true}, {"<%", "%>", false}, {"{%", "%}", false}};
 
 static bool isNameByte(char c)
@@ -106,7 +106,7 @@ static bool isCode(const HtmlState &state)
 }
 
 static void checkForeign(Report &all, const Template &tpl, const Known &known, uint32_t at,
-                         const Foreign &form)
+                         const ForeignForm &form)
 {
     constexpr size_t longest = 200;
     const string_view rest = string_view(tpl.source).substr(at + form.begin.size(), longest);
@@ -155,7 +155,7 @@ static void checkLiteral(Report &all, const Template &tpl, const Known &known, S
         done = place;
         if (isCode(state))
             continue;
-        for (const Foreign &form : foreignForms)
+        for (const ForeignForm &form : foreignForms)
             if (source.compare(at, form.begin.size(), form.begin) == 0)
                 checkForeign(all, tpl, known, place, form);
         if (source[at] == '$' && (at == 0 || source[at - 1] != '$'))

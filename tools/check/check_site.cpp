@@ -16,7 +16,7 @@
 using std::string;
 using std::string_view;
 
-static string quoted(string_view text)
+static string inQuotes(string_view text)
 {
     return "'" + string(text) + "'";
 }
@@ -28,7 +28,7 @@ static string didYouMean(Report &all, string_view word, const std::vector<string
     constexpr size_t most = 1000000; // pairs of words
     all.likened += candidates.size();
     const string_view near = all.likened > most ? "" : nearest(word, candidates);
-    return near.empty() ? "" : "; did you mean " + quoted(near) + "?";
+    return near.empty() ? "" : "; did you mean " + inQuotes(near) + "?";
 }
 
 static Span argumentSpan(const Command &command, size_t index)
@@ -40,8 +40,6 @@ static Span argumentSpan(const Command &command, size_t index)
 }
 
 // ---- includes ----
-
-static constexpr size_t MOST_OPEN = 20; // templates
 
 namespace
 {
@@ -71,8 +69,8 @@ static void checkPath(Report &all, const PathUse &use)
             continue;
         const char *fault = read ? " is empty, which is left out" : " cannot be read";
         report(all, *use.tpl, span, include ? "include-missing" : "base64-missing",
-               exists ? quoted(path) + fault
-                      : "there is no " + quoted(path) + " below the document root" +
+               exists ? inQuotes(path) + fault
+                      : "there is no " + inQuotes(path) + " below the document root" +
                             didYouMean(all, path, files));
     }
 }
@@ -90,8 +88,8 @@ static void visitIncludes(Includes &includes, const string &path)
             if (includes.marks[next] == Mark::OPEN) {
                 reportAs(includes.all, use.conditional ? Grade::WARNING : Grade::ERROR, *use.tpl,
                          argumentSpan(*use.command, 0), "include-cycle",
-                         next == path ? quoted(next) + " includes itself"
-                                      : quoted(next) + " includes this template in turn");
+                         next == path ? inQuotes(next) + " includes itself"
+                                      : inQuotes(next) + " includes this template in turn");
                 continue;
             }
             height = std::max(height, includes.heights[next]);
@@ -121,7 +119,7 @@ static void reportDepth(Includes &includes, const string &page)
         if (open == MOST_OPEN) {
             std::reverse(notes.begin(), notes.end());
             report(includes.all, *deepest->tpl, argumentSpan(*deepest->command, 0), "include-depth",
-                   quoted(*next) + " would be the 21st open template, and 20 are the most",
+                   inQuotes(*next) + " would be the 21st open template, and 20 are the most",
                    std::move(notes));
             return;
         }
@@ -284,15 +282,8 @@ static void checkMissing(Report &all, const string &id, const std::vector<FieldU
     for (const FieldUse &use : uses)
         reportAs(all, everywhere ? Grade::ERROR : Grade::WARNING, *use.tpl,
                  use.tpl->fields[use.field].span, "text-missing",
-                 "no text " + quoted(id) + " in " + listOf(missing) +
+                 "no text " + inQuotes(id) + " in " + listOf(missing) +
                      (everywhere ? didYouMean(all, id, ids) : ""));
-}
-
-static bool inComment(const Template &tpl, size_t at)
-{
-    return std::any_of(tpl.comments.begin(), tpl.comments.end(), [&](const Span &comment) {
-        return comment.contains(static_cast<uint32_t>(at));
-    });
 }
 
 // What was probably meant by a "{?" that begins no field.
@@ -322,7 +313,7 @@ static void checkMalformed(Report &all, const Template &tpl, const std::set<stri
     for (size_t at = 0; (at = source.find('{', at)) != string::npos; ++at) {
         const auto offset = static_cast<uint32_t>(at);
         if (source.compare(at, 2, "{?") == 0) {
-            if (fieldsIn(tpl, {offset, offset + 1}).empty() && !inComment(tpl, at))
+            if (fieldsIn(tpl, {offset, offset + 1}).empty() && !inComment(tpl, offset))
                 report(all, tpl, {offset, offset + 2}, "text-malformed",
                        "this begins no text field" + hintMalformed(source, at));
             continue;
@@ -332,7 +323,7 @@ static void checkMalformed(Report &all, const Template &tpl, const std::set<stri
         const string_view id = string_view(source).substr(at + 1, end - at - 1);
         const bool closed = source.compare(end, 2, "?}") == 0 ||
                             (source.compare(end, 1, "}") == 0 && id.find('.') != string_view::npos);
-        if (closed && ids.contains(id) && !inComment(tpl, at))
+        if (closed && ids.contains(id) && !inComment(tpl, offset))
             report(all, tpl, {offset, static_cast<uint32_t>(end)}, "text-malformed",
                    "did you mean {?" + string(id) + "?}?");
     }
@@ -374,7 +365,7 @@ static void checkUnused(Report &all)
             std::find_if(all.site.languages.begin(), all.site.languages.end(),
                          [&](const Language &each) { return each.texts.contains(id); });
         reportLine(all, language->path, language->texts.find(id)->second.line, "text-unused",
-                   "no template uses the text " + quoted(id));
+                   "no template uses the text " + inQuotes(id));
     }
 }
 
@@ -428,7 +419,7 @@ static void judgeTranslation(const Site &site, size_t language, const string &id
     const string *source = sourceOf(site, site.languages[language], id, text);
     for (const TextFlaw &flaw : judgeText(text.text, source, flags))
         judged->judgements.push_back(
-            {language, text.line, flaw.kind, "the text " + quoted(id) + " " + flaw.problem});
+            {language, text.line, flaw.kind, "the text " + inQuotes(id) + " " + flaw.problem});
 }
 
 // Judges all texts, unless that has been done and no field's limit is another now.
@@ -465,7 +456,7 @@ static void checkHardCoded(Report &all)
         for (const HardCoded &words : findHardCoded(*tpl))
             report(all, *tpl, words.span, "text-hard-coded",
                    (words.attribute.empty() ? "" : "in " + words.attribute + ": ") +
-                       quoted(words.text.substr(0, 40)) +
+                       inQuotes(words.text.substr(0, 40)) +
                        " stands in the template: put a text field in its place");
 }
 

@@ -6,6 +6,7 @@
 #include "faults.h"
 #include "json_pages.h"
 #include "structure.h"
+#include "tools/common/words.h"
 
 using std::string;
 using std::string_view;

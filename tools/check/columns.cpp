@@ -15,10 +15,12 @@
 #include <algorithm>
 #include <string_view>
 
+#include "tools/common/words.h"
+
 using std::string;
 using std::string_view;
 
-static constexpr size_t MOST_TEXTS = 64;
+static constexpr size_t MOST_HELD = 64;
 // A longer program is followed less closely, in less time: what a register holds at the end of any
 // stretch is taken to be there at the begin of each.
 static constexpr size_t LONGEST_PROGRAM = 1000;
@@ -29,7 +31,7 @@ void Values::join(const Values &other)
     json = isFree && other.isFree ? std::min(json, other.json) : isFree ? json : other.json;
     isFree = isFree || other.isFree;
     texts.insert(other.texts.begin(), other.texts.end());
-    if (texts.size() > MOST_TEXTS) {
+    if (texts.size() > MOST_HELD) {
         isFree = true;
         json = 0;
     }
@@ -303,16 +305,6 @@ static constexpr FunctionRow functionRows[] = {
     {Returns::REPLACED, "", "replace"},
 };
 
-// Whether a list of words has this one.
-static bool hasWord(string_view list, string_view word)
-{
-    for (size_t at = 0; (at = list.find(word, at)) != string_view::npos; ++at)
-        if ((at == 0 || list[at - 1] == ' ') &&
-            (at + word.size() == list.size() || list[at + word.size()] == ' '))
-            return true;
-    return false;
-}
-
 // JSON stays what it is without its <, which a script element cannot hold.
 static Values replaced(Machine &machine, const Instruction &in)
 {
@@ -376,11 +368,11 @@ namespace
 {
 // Where the program goes on: with the next instruction, there or elsewhere, elsewhere, or back to
 // where a subroutine or a coroutine has been left.
-enum class Flow : uint8_t { NEXT, P2, P2_OR_P3, ANY, ONLY_P2, CALL, BACK, END };
+enum class Jump : uint8_t { NEXT, P2, P2_OR_P3, ANY, ONLY_P2, CALL, BACK, END };
 
 // What instructions do to values.
 struct Meaning {
-    Flow flow;
+    Jump jump;
     void (*act)(Machine &, const Instruction &);
     const char *names;
 };
@@ -388,46 +380,46 @@ struct Meaning {
 
 // A number or null that comes with a jump need not be told: values are never less.
 static constexpr Meaning meanings[] = {
-    {Flow::P2, doNothing,
+    {Jump::P2, doNothing,
      "DecrJumpZero ElseEq Eq Filter Found Ge Gt IdxGE IdxGT IdxLE IdxLT If IfNoHope IfNot "
      "IfNotZero "
      "IfNullRow IfPos Init IsNull Last Le Lt MustBeInt Ne Next NoConflict NotExists NotFound "
      "NotNull Once Prev Rewind RowSetRead RowSetTest SeekGE SeekGT SeekLE SeekLT SeekRowid "
      "SeekScan SequenceTest Sort SorterCompare SorterNext SorterSort VFilter VNext"},
-    {Flow::ONLY_P2, doNothing, "Goto"},
-    {Flow::CALL, doNothing, "Gosub"},
-    {Flow::BACK, doNothing, "EndCoroutine Return Yield"},
-    {Flow::END, doNothing, "Halt"},
-    {Flow::P2_OR_P3, doNothing, "InitCoroutine"},
-    {Flow::ANY, doNothing, "Jump"},
-    {Flow::NEXT, doNothing,
+    {Jump::ONLY_P2, doNothing, "Goto"},
+    {Jump::CALL, doNothing, "Gosub"},
+    {Jump::BACK, doNothing, "EndCoroutine Return Yield"},
+    {Jump::END, doNothing, "Halt"},
+    {Jump::P2_OR_P3, doNothing, "InitCoroutine"},
+    {Jump::ANY, doNothing, "Jump"},
+    {Jump::NEXT, doNothing,
      "Affinity AggFinal Close ClrSubtype Compare DeferredSeek Delete Explain FilterAdd FinishSeek "
      "IdxDelete Noop NullRow OpenAutoindex OpenEphemeral Permutation RealAffinity ReleaseReg "
      "ResetSorter RowSetAdd SeekHit SorterOpen TableLock Transaction VOpen"},
-    {Flow::NEXT, setNumber<&Instruction::p1>, "AddImm CollSeq MemMax SoftNull"},
-    {Flow::NEXT, setNumber<&Instruction::p2>,
+    {Jump::NEXT, setNumber<&Instruction::p1>, "AddImm CollSeq MemMax SoftNull"},
+    {Jump::NEXT, setNumber<&Instruction::p2>,
      "BeginSubrtn BitNot Count IdxRowid Int64 IntCopy Integer IsTrue NewRowid Not OffsetLimit "
      "Real Rowid Sequence ZeroOrNull"},
-    {Flow::NEXT, setNumber<&Instruction::p3>,
+    {Jump::NEXT, setNumber<&Instruction::p3>,
      "Add And BitAnd BitOr Divide Multiply Or Remainder ShiftLeft ShiftRight Subtract"},
-    {Flow::NEXT, setAnything<&Instruction::p2>, "Blob Variable"},
-    {Flow::NEXT, setAnything<&Instruction::p3>, "Concat VColumn"},
-    {Flow::NEXT, setNull, "Null"},
-    {Flow::NEXT, setText, "String8"},
-    {Flow::NEXT, copy<1>, "Copy SCopy"},
-    {Flow::NEXT, copy<0>, "Move"},
-    {Flow::NEXT, cast, "Cast"},
-    {Flow::NEXT, openStored, "OpenRead ReopenIdx"},
-    {Flow::NEXT, openSame, "OpenDup"},
-    {Flow::NEXT, openRecord, "OpenPseudo"},
-    {Flow::NEXT, makeRecord, "MakeRecord"},
-    {Flow::NEXT, insert, "IdxInsert Insert SorterInsert"},
-    {Flow::NEXT, takeRow, "RowData SorterData"},
-    {Flow::NEXT, takeColumn, "Column"},
-    {Flow::NEXT, giveResult, "ResultRow"},
-    {Flow::NEXT, call, "Function PureFunc"},
-    {Flow::NEXT, takeStep, "AggInverse AggStep"},
-    {Flow::NEXT, takeAggregate, "AggValue"},
+    {Jump::NEXT, setAnything<&Instruction::p2>, "Blob Variable"},
+    {Jump::NEXT, setAnything<&Instruction::p3>, "Concat VColumn"},
+    {Jump::NEXT, setNull, "Null"},
+    {Jump::NEXT, setText, "String8"},
+    {Jump::NEXT, copy<1>, "Copy SCopy"},
+    {Jump::NEXT, copy<0>, "Move"},
+    {Jump::NEXT, cast, "Cast"},
+    {Jump::NEXT, openStored, "OpenRead ReopenIdx"},
+    {Jump::NEXT, openSame, "OpenDup"},
+    {Jump::NEXT, openRecord, "OpenPseudo"},
+    {Jump::NEXT, makeRecord, "MakeRecord"},
+    {Jump::NEXT, insert, "IdxInsert Insert SorterInsert"},
+    {Jump::NEXT, takeRow, "RowData SorterData"},
+    {Jump::NEXT, takeColumn, "Column"},
+    {Jump::NEXT, giveResult, "ResultRow"},
+    {Jump::NEXT, call, "Function PureFunc"},
+    {Jump::NEXT, takeStep, "AggInverse AggStep"},
+    {Jump::NEXT, takeAggregate, "AggValue"},
 };
 
 // Returns false when the statement cannot be explained, or an instruction is unknown.
@@ -461,12 +453,12 @@ static std::set<size_t> returnsOf(const std::vector<Instruction> &program)
     std::set<size_t> points;
     for (size_t i = 0; i < program.size(); ++i) {
         const Instruction &in = program[i];
-        const Flow flow = in.meaning->flow;
-        if (flow == Flow::CALL || flow == Flow::BACK)
+        const Jump jump = in.meaning->jump;
+        if (jump == Jump::CALL || jump == Jump::BACK)
             points.insert(i + 1);
-        if (flow == Flow::BACK)
+        if (jump == Jump::BACK)
             points.insert(static_cast<size_t>(in.p2));
-        if (flow == Flow::P2_OR_P3)
+        if (jump == Jump::P2_OR_P3)
             points.insert(static_cast<size_t>(in.p3));
     }
     return points;
@@ -479,21 +471,21 @@ static std::set<size_t> waysBehind(const Instruction &in, size_t at,
     const auto p1 = static_cast<size_t>(in.p1);
     const auto p2 = static_cast<size_t>(in.p2);
     const auto p3 = static_cast<size_t>(in.p3);
-    switch (in.meaning->flow) {
-    case Flow::NEXT:
+    switch (in.meaning->jump) {
+    case Jump::NEXT:
         return {at + 1};
-    case Flow::P2:
+    case Jump::P2:
         return {at + 1, p2};
-    case Flow::P2_OR_P3:
+    case Jump::P2_OR_P3:
         return {at + 1, p2, p3};
-    case Flow::ANY:
+    case Jump::ANY:
         return {p1, p2, p3};
-    case Flow::ONLY_P2:
-    case Flow::CALL:
+    case Jump::ONLY_P2:
+    case Jump::CALL:
         return {p2};
-    case Flow::BACK:
+    case Jump::BACK:
         return returns;
-    case Flow::END:
+    case Jump::END:
         break;
     }
     return {};

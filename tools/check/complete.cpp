@@ -19,7 +19,7 @@ using std::string_view;
 
 namespace
 {
-struct Place {
+struct TypingPlace {
     Site &site;
     const Template &tpl;
     string_view before; // the file up to the place
@@ -32,7 +32,7 @@ struct Place {
 };
 
 // A rule returns false where it is not for the place.
-using Rule = bool (*)(const Place &place, Completions *all);
+using Completer = bool (*)(const TypingPlace &place, Completions *all);
 } // namespace
 
 // The text in front of the place behind the last byte that is not of those.
@@ -44,11 +44,6 @@ static string_view tailOf(string_view before, bool (*isOf)(char))
     return before.substr(begin);
 }
 
-static bool isNameByte(char c)
-{
-    return isLetterOrDigit(c);
-}
-
 static string_view without(string_view text, size_t tail)
 {
     return text.substr(0, text.size() - tail);
@@ -56,7 +51,7 @@ static string_view without(string_view text, size_t tail)
 
 // ---- texts ----
 
-static bool completeTexts(const Place &place, Completions *all)
+static bool completeTexts(const TypingPlace &place, Completions *all)
 {
     const string_view id = tailOf(place.before, isFieldByte);
     if (!without(place.before, id.size()).ends_with("{?"))
@@ -73,7 +68,7 @@ static bool completeTexts(const Place &place, Completions *all)
 
 // ---- comments ----
 
-static bool completeKinds(const Place &place, Completions *all)
+static bool completeKinds(const TypingPlace &place, Completions *all)
 {
     static constexpr string_view key = "orv-check: ignore ";
     if (!place.typing.inComment)
@@ -91,7 +86,7 @@ static bool completeKinds(const Place &place, Completions *all)
 
 // ---- variables and values ----
 
-static string originOf(const Site &site, const string &key)
+static string whereFrom(const Site &site, const string &key)
 {
     if (site.fromWeb.contains(key))
         return "set by the web program";
@@ -115,19 +110,19 @@ static void addVariables(const Site &site, const string &prefix, Completions *al
     for (const string &key : knownKeys(site)) {
         const bool isArray = key.ends_with("[]"); // of which all elements are set
         all->list.push_back({prefix + (isArray ? key.substr(0, key.size() - 1) : key),
-                             originOf(site, key), CompletionKind::VARIABLE});
+                             whereFrom(site, key), CompletionKind::VARIABLE});
     }
 }
 
 // The indices of an array, and for a reference its bounds.
-static bool completeIndex(const Place &place, Completions *all)
+static bool completeIndex(const TypingPlace &place, Completions *all)
 {
-    const string_view index = tailOf(place.before, isNameByte);
+    const string_view index = tailOf(place.before, isLetterOrDigit);
     string_view front = without(place.before, index.size());
     if (!place.command() || !front.ends_with("["))
         return false;
     front.remove_suffix(1);
-    const string_view array = tailOf(front, isNameByte);
+    const string_view array = tailOf(front, isLetterOrDigit);
     front.remove_suffix(array.size());
     if (array.empty() || !front.ends_with("var:"))
         return false;
@@ -136,7 +131,7 @@ static bool completeIndex(const Place &place, Completions *all)
     for (const string &key : knownKeys(place.site))
         if (key.starts_with(prefix) && key.size() > prefix.size() + 1)
             all->list.push_back({key.substr(prefix.size(), key.size() - prefix.size() - 1),
-                                 originOf(place.site, key), CompletionKind::VARIABLE});
+                                 whereFrom(place.site, key), CompletionKind::VARIABLE});
     if (front.ends_with("$var:"))
         for (const char *bound : {"min", "max"})
             all->list.push_back(
@@ -171,7 +166,7 @@ struct BorrowedQueries {
 };
 } // namespace
 
-static void addValues(const Place &place, Completions *all)
+static void addValues(const TypingPlace &place, Completions *all)
 {
     const BorrowedQueries borrowed(place.site, place.typing);
     const Levels &levels = place.typing.levels;
@@ -187,7 +182,7 @@ static void addValues(const Place &place, Completions *all)
     }
 }
 
-static bool completeReference(const Place &place, Completions *all)
+static bool completeReference(const TypingPlace &place, Completions *all)
 {
     const string_view word =
         tailOf(place.before, [](char c) { return isLetterOrDigit(c) || c == ':'; });
@@ -202,14 +197,14 @@ static bool completeReference(const Place &place, Completions *all)
 }
 
 // The name behind setvariable.
-static bool completeName(const Place &place, Completions *all)
+static bool completeName(const TypingPlace &place, Completions *all)
 {
-    const string_view name = tailOf(place.before, isNameByte);
+    const string_view name = tailOf(place.before, isLetterOrDigit);
     string_view front = without(place.before, name.size());
     if (!front.ends_with("var:"))
         return false;
     front = tailOf(front.substr(0, front.find_last_not_of(" \t\r\n", front.size() - 5) + 1),
-                   isNameByte);
+                   isLetterOrDigit);
     if (front != "setvariable" && front != "setvariableonce")
         return false;
     all->begin = static_cast<uint32_t>(place.before.size() - name.size());
@@ -237,7 +232,7 @@ static string inOneBlank(string_view text)
     return out;
 }
 
-static bool completeKeywords(const Place &place, Completions *all)
+static bool completeKeywords(const TypingPlace &place, Completions *all)
 {
     const size_t start = place.before.rfind("<?");
     if (start == string_view::npos)
@@ -257,7 +252,7 @@ static bool completeKeywords(const Place &place, Completions *all)
 }
 
 // The bracket in front of repeat's body.
-static bool completeBracket(const Place &place, Completions *all)
+static bool completeBracket(const TypingPlace &place, Completions *all)
 {
     const OpenCommand *command = place.command();
     if (!command || (command->token != F_REPEATINCL && command->token != F_REPEATEXCL) ||
@@ -271,7 +266,7 @@ static bool completeBracket(const Place &place, Completions *all)
 
 // ---- files ----
 
-static bool completePath(const Place &place, Completions *all)
+static bool completePath(const TypingPlace &place, Completions *all)
 {
     const OpenCommand *command = place.command();
     if (!command || command->argument() != 0 ||
@@ -291,7 +286,7 @@ static bool completePath(const Place &place, Completions *all)
 // ---- SQL ----
 
 // The whole text of the argument that is being typed, the rest of it as far as it goes.
-static string_view wholeText(const Place &place, const OpenCommand &command)
+static string_view wholeText(const TypingPlace &place, const OpenCommand &command)
 {
     const string_view file = fileOf(place.tpl);
     const size_t at = place.before.size();
@@ -306,7 +301,7 @@ static void addParameters(const Site &site, Completions *all)
     for (const string &key : knownKeys(site))
         if ((site.fromWeb.contains(key) || site.fromForms.contains(key)) &&
             key.find('[') == string::npos)
-            all->list.push_back({key, originOf(site, key), CompletionKind::PARAMETER});
+            all->list.push_back({key, whereFrom(site, key), CompletionKind::PARAMETER});
 }
 
 static void addTables(const std::vector<Table> &schema, const string &owner, Completions *all)
@@ -337,7 +332,7 @@ static void addColumns(const std::vector<Table> &schema, string_view sql, const 
     }
 }
 
-static bool completeSql(const Place &place, Completions *all)
+static bool completeSql(const TypingPlace &place, Completions *all)
 {
     const OpenCommand *command = place.command();
     if (!command)
@@ -364,15 +359,15 @@ static bool completeSql(const Place &place, Completions *all)
 
 Completions completionsAt(Site &site, const Template &tpl, uint32_t offset)
 {
-    static constexpr Rule rules[] = {
+    static constexpr Completer rules[] = {
         completeTexts,     completeKinds, completeKeywords, completeName, completeIndex,
         completeReference, completePath,  completeBracket,  completeSql,
     };
     Typing typing;
     readTyping(tpl, offset, &typing);
-    const Place place = {site, tpl, string_view(fileOf(tpl)).substr(0, offset), typing};
+    const TypingPlace place = {site, tpl, string_view(fileOf(tpl)).substr(0, offset), typing};
     Completions all;
-    for (const Rule rule : rules)
+    for (const Completer rule : rules)
         if (rule(place, &all))
             break;
     return all;

@@ -5,11 +5,12 @@
 
 #include "host/ascii.h"
 #include "tools/common/files.h"
+#include "tools/common/words.h"
 
 using std::string;
 using std::string_view;
 
-static constexpr char BLANKS[] = " \t\r\n\f";
+static constexpr char HTML_BLANKS[] = " \t\r\n\f";
 
 bool mayMatch(string_view pattern, string_view text)
 {
@@ -29,10 +30,10 @@ bool mayMatch(string_view pattern, string_view text)
 static std::vector<string> wordsOf(string_view text)
 {
     std::vector<string> words;
-    for (size_t at = text.find_first_not_of(BLANKS); at != string_view::npos;) {
-        const size_t end = std::min(text.find_first_of(BLANKS, at), text.size());
+    for (size_t at = text.find_first_not_of(HTML_BLANKS); at != string_view::npos;) {
+        const size_t end = std::min(text.find_first_of(HTML_BLANKS, at), text.size());
         words.emplace_back(text.substr(at, end - at));
-        at = text.find_first_not_of(BLANKS, end);
+        at = text.find_first_not_of(HTML_BLANKS, end);
     }
     return words;
 }
@@ -47,7 +48,7 @@ static bool says(const Tag &tag, string_view name)
 {
     const Attribute *attribute = tag.find(name);
     return attribute && std::ranges::any_of(attribute->values, [](const string &value) {
-               return value.find_first_not_of(BLANKS) != string::npos;
+               return value.find_first_not_of(HTML_BLANKS) != string::npos;
            });
 }
 
@@ -117,7 +118,7 @@ static void noteId(Facts &facts, Paths &paths, const Tag &tag, const Attribute &
     const bool many = comesOften(paths) && attribute.within.empty();
     for (const string &value : attribute.values) {
         const bool isWrong =
-            isKnown(value) && (value.empty() || value.find_first_of(BLANKS) != string::npos);
+            isKnown(value) && (value.empty() || value.find_first_of(HTML_BLANKS) != string::npos);
         if (isWrong)
             reportPlace(facts.all, Grade::ERROR, attribute.place, "html-id",
                         value.empty() ? "an id cannot be empty"

@@ -15,7 +15,7 @@ using std::string_view;
 namespace
 {
 // Follows a template, bodies and branches included, and reads the names in its fields' tags.
-struct Reader {
+struct FormReader {
     Site *site;
     const Template &tpl;
     HtmlState state = {};
@@ -44,7 +44,7 @@ static void noteSender(Site *site, const Template &tpl, const string &name, size
     site->senders[name].push_back({&tpl, {static_cast<uint32_t>(at), static_cast<uint32_t>(end)}});
 }
 
-static void endName(Reader *reader)
+static void endName(FormReader *reader)
 {
     for (const string &name : reader->names) {
         const size_t first = name.find(MARK);
@@ -57,7 +57,7 @@ static void endName(Reader *reader)
     reader->names.clear();
 }
 
-static void append(Reader *reader, const std::vector<string> &pieces)
+static void append(FormReader *reader, const std::vector<string> &pieces)
 {
     constexpr size_t most = 64;
     std::vector<string> longer;
@@ -69,7 +69,7 @@ static void append(Reader *reader, const std::vector<string> &pieces)
     reader->names = std::move(longer);
 }
 
-static void readByte(Reader *reader, HtmlState *state, char c)
+static void readByte(FormReader *reader, HtmlState *state, char c)
 {
     const bool was = isInName(*state);
     follow(state, {&c, 1});
@@ -85,7 +85,7 @@ static void readByte(Reader *reader, HtmlState *state, char c)
 }
 
 // at: where the text stands.
-static void readText(Reader *reader, string_view text, uint32_t at)
+static void readText(FormReader *reader, string_view text, uint32_t at)
 {
     for (size_t i = 0; i < text.size(); ++i) {
         if (reader->state.part == Part::TEXT) { // most of a page
@@ -107,7 +107,7 @@ static void readText(Reader *reader, string_view text, uint32_t at)
 }
 
 // Output of a command or a value: one of the texts.
-static void readValue(Reader *reader, const std::vector<string> &texts = {string(1, MARK)})
+static void readValue(FormReader *reader, const std::vector<string> &texts = {string(1, MARK)})
 {
     const bool inScript = isInName(reader->inScript);
     if (inScript || isInName(reader->state))
@@ -115,9 +115,9 @@ static void readValue(Reader *reader, const std::vector<string> &texts = {string
     followValue(inScript ? &reader->inScript : &reader->state);
 }
 
-static void readCommand(Reader *reader, const Command &command);
+static void readCommand(FormReader *reader, const Command &command);
 
-static void readArgument(Reader *reader, const Argument &argument)
+static void readArgument(FormReader *reader, const Argument &argument)
 {
     for (const Element &element : argument.elements) {
         if (element.type == ELEM_TEXT)
@@ -129,7 +129,7 @@ static void readArgument(Reader *reader, const Argument &argument)
     }
 }
 
-static void readCommand(Reader *reader, const Command &command)
+static void readCommand(FormReader *reader, const Command &command)
 {
     const int body = bodyIndex(command);
     std::vector<string> texts;
@@ -140,7 +140,8 @@ static void readCommand(Reader *reader, const Command &command)
         return readValue(reader, texts);
     for (size_t i = 0; i < command.args.size(); ++i) {
         const bool goesOn = body >= 0 && i >= static_cast<size_t>(body);
-        Reader apart = {reader->site, reader->tpl}; // of a variable's value, which may be markup
+        FormReader apart = {reader->site,
+                            reader->tpl}; // of a variable's value, which may be markup
         const HtmlState before = reader->state;
         readArgument(goesOn ? reader : &apart, command.args[i]);
         if (goesOn && i + 1 < command.args.size())
@@ -171,7 +172,7 @@ static void collectLinkNames(Site *site, const Template &tpl)
 
 void collectNames(Site *site, const Template &tpl)
 {
-    Reader reader = {site, tpl};
+    FormReader reader = {site, tpl};
     for (const Item &item : tpl.items) {
         if (item.command)
             readCommand(&reader, *item.command);

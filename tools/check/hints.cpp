@@ -93,14 +93,14 @@ string describe(const Invisible &character)
 
 namespace
 {
-struct Foreign {
+struct ForeignWord {
     const char *words; // with a blank on each side
     const char *text;
 };
 } // namespace
 
 // Behind "<?".
-static constexpr Foreign foreignWords[] = {
+static constexpr ForeignWord foreignWords[] = {
     {" else otherwise ",
      "the other branch is the last argument of if: <?if eq A B `then` `else`?>"},
     {" elseif elsif elif ",
@@ -144,12 +144,12 @@ static constexpr struct {
                    {"&&", "and"}, {"||", "or"},   {"ne", "neq"}, {"ge", "gte"}, {"le", "lte"},
                    {"is", "eq"},  {"not", "neq"}};
 
-static const Foreign *findForeign(string_view word)
+static const ForeignWord *findForeign(string_view word)
 {
     const string key = " " + lowered(word) + " ";
     const auto *found =
         std::find_if(std::begin(foreignWords), std::end(foreignWords),
-                     [&](const Foreign &f) { return strstr(f.words, key.c_str()); });
+                     [&](const ForeignWord &f) { return strstr(f.words, key.c_str()); });
     return word.empty() || found == std::end(foreignWords) ? nullptr : found;
 }
 
@@ -261,7 +261,7 @@ Hint hintUnknown(const Template &tpl, const Begun &begun)
         return {"a value is printed by <?echo $var:NAME?>", replace(at, 0, "echo ")};
     if (at < source.size() && string_view("#/!*").find(source[at]) != string_view::npos)
         return {"a comment is <?-- ... ?>", {}};
-    if (const Foreign *foreign = findForeign(word))
+    if (const ForeignWord *foreign = findForeign(word))
         return {foreign->text, {}};
     const string joined = low + lowered(next);
     if (!next.empty() && isKeyword(joined))

@@ -13,7 +13,7 @@ static constexpr string_view FORM = "write <?-- orv-check: ignore KIND: reason ?
 namespace
 {
 // A comment that is being read, from the name of the checker on.
-struct Reader {
+struct CommentReader {
     string_view text;
     uint32_t at; // of the text in the template's source
 
@@ -24,14 +24,14 @@ struct Reader {
 };
 } // namespace
 
-static size_t skip(string_view text, size_t at, string_view bytes)
+static size_t skipAnyOf(string_view text, size_t at, string_view bytes)
 {
     return std::min(text.find_first_not_of(bytes, at), text.size());
 }
 
 static size_t wordEnd(string_view text, size_t at)
 {
-    return skip(text, at, "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789-_");
+    return skipAnyOf(text, at, "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789-_");
 }
 
 static string noKind(string_view word)
@@ -44,7 +44,7 @@ static string noKind(string_view word)
 
 // Reads the kinds that stand at begin, up to a colon, or to the first word that is none: a reason
 // needs no colon.
-static void readKinds(const Reader &reader, size_t begin, IgnoreRange *range,
+static void readKinds(const CommentReader &reader, size_t begin, IgnoreRange *range,
                       std::vector<IgnoreFault> *faults)
 {
     const string_view text = reader.text;
@@ -52,7 +52,7 @@ static void readKinds(const Reader &reader, size_t begin, IgnoreRange *range,
     const bool isList = colon != string_view::npos &&
                         text.substr(begin, colon - begin).find_first_of(".;") == string_view::npos;
     for (size_t at = begin;;) {
-        at = skip(text, at, " \t\r\n,");
+        at = skipAnyOf(text, at, " \t\r\n,");
         const size_t end = wordEnd(text, at);
         if (end == at)
             break;
@@ -73,12 +73,13 @@ static void readKinds(const Reader &reader, size_t begin, IgnoreRange *range,
 
 // Reads a comment that begins with the checker's name, or has it behind other words. Returns
 // whether it leaves anything out.
-static bool readComment(const Reader &reader, IgnoreRange *range, std::vector<IgnoreFault> *faults)
+static bool readComment(const CommentReader &reader, IgnoreRange *range,
+                        std::vector<IgnoreFault> *faults)
 {
     const string_view text = reader.text;
-    const size_t colon = skip(text, NAME.size(), BLANKS);
+    const size_t colon = skipAnyOf(text, NAME.size(), BLANKS);
     const bool hasColon = colon < text.size() && text[colon] == ':';
-    const size_t begin = skip(text, hasColon ? colon + 1 : colon, BLANKS);
+    const size_t begin = skipAnyOf(text, hasColon ? colon + 1 : colon, BLANKS);
     const size_t end = wordEnd(text, begin);
     const string_view verb = text.substr(begin, end - begin);
     const bool isIgnore = verb == "ignore" || nearest(verb, {"ignore"}) == "ignore";
@@ -100,7 +101,7 @@ static void findHtmlComments(const Template &tpl, std::vector<IgnoreFault> *faul
 {
     const string_view source = tpl.source;
     for (size_t at = 0; (at = source.find("<!--", at)) != string_view::npos; at += 4) {
-        const size_t begin = skip(source, at + 4, BLANKS);
+        const size_t begin = skipAnyOf(source, at + 4, BLANKS);
         if (source.substr(begin).starts_with("orv-check: ignore"))
             faults->push_back(
                 {{static_cast<uint32_t>(at), static_cast<uint32_t>(begin + NAME.size())},
@@ -127,7 +128,7 @@ IgnoreComments readIgnoreComments(const Template &tpl)
         const size_t name = text.find(NAME);
         if (name == string_view::npos)
             continue;
-        const Reader reader = {text.substr(name), comment.at + static_cast<uint32_t>(name)};
+        const CommentReader reader = {text.substr(name), comment.at + static_cast<uint32_t>(name)};
         IgnoreRange range = {{comment.at, endOfRange(tpl, comment)}, {}};
         if (readComment(reader, &range, &comments.faults))
             comments.ranges.push_back(std::move(range));

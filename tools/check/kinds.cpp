@@ -8,7 +8,7 @@
 
 using enum Grade;
 
-static constexpr Kind kinds[] = {
+static constexpr Kind kindTable[] = {
     {"syntax", ERROR,
      "The interpreter logs this mistake when it reads the template, and drops the command.",
      "<p><?if eq $var:a ?></p>"},
@@ -285,20 +285,20 @@ static constexpr Kind kinds[] = {
 
 std::span<const Kind> allKinds()
 {
-    return kinds;
+    return kindTable;
 }
 
 const Kind *findKind(std::string_view id)
 {
-    const auto *found =
-        std::find_if(std::begin(kinds), std::end(kinds), [&](const Kind &k) { return k.id == id; });
-    return found == std::end(kinds) ? nullptr : found;
+    const auto *found = std::find_if(std::begin(kindTable), std::end(kindTable),
+                                     [&](const Kind &k) { return k.id == id; });
+    return found == std::end(kindTable) ? nullptr : found;
 }
 
 std::vector<std::string_view> kindIds()
 {
     std::vector<std::string_view> ids;
-    for (const Kind &kind : kinds)
+    for (const Kind &kind : kindTable)
         ids.emplace_back(kind.id);
     return ids;
 }
@@ -332,7 +332,7 @@ std::string explainKind(const Kind &kind)
 std::string listKinds()
 {
     std::string out;
-    for (const Kind &kind : kinds)
+    for (const Kind &kind : kindTable)
         out += (out.empty() ? "" : "\n") + explainKind(kind);
     return out;
 }

@@ -6,6 +6,7 @@
 #include "facts.h"
 #include "host/ascii.h"
 #include "tools/common/sitefile.h"
+#include "tools/common/words.h"
 
 using std::string;
 using std::string_view;
@@ -63,11 +64,6 @@ static string targetOf(const string &from, string_view path)
         path[0] == '/' ? fs::path(string(path.substr(1))) : folder / string(path);
     const string target = whole.lexically_normal().generic_string();
     return target.starts_with("..") || target == "." ? "" : target;
-}
-
-static string suffixOf(string_view path)
-{
-    return fs::path(path).extension().string();
 }
 
 // Whether only a file can be meant: pages of the site's own kind, and what pages are made of.

@@ -7,13 +7,14 @@
 #include <vector>
 
 #include "findings.h"
+#include "tools/common/words.h"
 
 using std::string_view;
 
 static constexpr uint16_t BLOCK = ENDS_P | IS_SCOPE;
 
 // Ascending by name.
-static constexpr ElementRow elements[] = {
+static constexpr ElementRow elementRows[] = {
     {"a", IS_NAMED},
     {"abbr", HOLDS_PHRASES},
     {"acronym", HOLDS_PHRASES},
@@ -154,18 +155,18 @@ static constexpr ElementRow elements[] = {
     {"wbr", IS_VOID},
     {"xmp", ENDS_P | IS_RAW},
 };
-static_assert(std::ranges::is_sorted(elements, {}, &ElementRow::name));
+static_assert(std::ranges::is_sorted(elementRows, {}, &ElementRow::name));
 
 const ElementRow *findElement(string_view name)
 {
-    const auto *row = std::ranges::lower_bound(elements, name, {}, &ElementRow::name);
-    return row != std::end(elements) && row->name == name ? row : nullptr;
+    const auto *row = std::ranges::lower_bound(elementRows, name, {}, &ElementRow::name);
+    return row != std::end(elementRows) && row->name == name ? row : nullptr;
 }
 
 string_view nearestElement(string_view name)
 {
     std::vector<string_view> names;
-    for (const ElementRow &row : elements)
+    for (const ElementRow &row : elementRows)
         names.push_back(row.name);
     return nearest(name, names);
 }
@@ -364,14 +365,4 @@ string_view parentsOf(string_view child)
         {"track", "video audio"},
     };
     return wordsFor(table, child);
-}
-
-bool hasWord(string_view words, string_view word)
-{
-    for (size_t at = words.find(word); at != string_view::npos; at = words.find(word, at + 1)) {
-        const size_t end = at + word.size();
-        if ((at == 0 || words[at - 1] == ' ') && (end == words.size() || words[end] == ' '))
-            return !word.empty();
-    }
-    return false;
 }

@@ -61,7 +61,4 @@ std::string_view childrenOf(std::string_view parent);
 /* In which elements alone one may stand directly, the same way. */
 std::string_view parentsOf(std::string_view child);
 
-/* Whether a list of words between blanks has a word. */
-bool hasWord(std::string_view words, std::string_view word);
-
 #endif

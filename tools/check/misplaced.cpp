@@ -1,6 +1,7 @@
 /* tools/check/misplaced.cpp - what may stand in what, as HTML's content models say. */
 #include "facts.h"
 #include "structure.h"
+#include "tools/common/words.h"
 
 using std::string;
 using std::string_view;

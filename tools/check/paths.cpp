@@ -12,7 +12,6 @@ using std::string;
 using std::string_view;
 
 static constexpr size_t MOST_VARIANTS = 24;
-static constexpr size_t MOST_OPEN = 20; // templates
 static constexpr size_t MOST_SETS = 8;
 static constexpr long TOO_LARGE = 100000; // to be calculated with
 

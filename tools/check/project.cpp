@@ -258,7 +258,7 @@ static std::vector<string> unsetNames(const SiteOptions &options)
     return names;
 }
 
-static string listOf(const std::vector<string> &texts)
+static string jsonListOf(const std::vector<string> &texts)
 {
     return writeJson(Json(texts), -1);
 }
@@ -296,15 +296,15 @@ string initialSiteFile(const SiteOptions &given)
         "  \"functions\": {},\n\n"
         "  // The texts, a file for each language, that of the source texts first.\n"
         "  \"texts\": " +
-        listOf(site.texts) +
+        jsonListOf(site.texts) +
         ",\n\n"
         "  // What the web program sets, besides the fields of forms and links. safe: what is "
         "safe\n"
         "  // in any part of a page. from: files with a name a line.\n";
     if (!unset.empty())
-        text += "  // Templates read these, and none sets them: " + listOf(unset) + "\n";
-    return text + "  \"variables\": {\"set\": " + listOf(site.set) +
-           ", \"safe\": " + listOf(site.safe) +
+        text += "  // Templates read these, and none sets them: " + jsonListOf(unset) + "\n";
+    return text + "  \"variables\": {\"set\": " + jsonListOf(site.set) +
+           ", \"safe\": " + jsonListOf(site.safe) +
            ", \"from\": []},\n\n"
            "  // Kinds of findings that are taken otherwise, as \"off\", \"hint\", \"warning\" or "
            "\"error\";\n"

@@ -13,7 +13,7 @@ using std::string;
 using std::string_view;
 
 // The words of a query outside of brackets, with a "(" behind those that one follows.
-static std::vector<string> wordsOf(string_view query)
+static std::vector<string> sqlWordsOf(string_view query)
 {
     std::vector<string> words;
     int depth = 0;
@@ -109,7 +109,7 @@ static RowBounds boundsOfQuery(sqlite3 *db, const string &query)
                                               "having", "limit",     "values("};
     static constexpr string_view sources[] = {"from", "where"};
     static constexpr string_view wheres[] = {"where"};
-    const std::vector<string> words = wordsOf(query);
+    const std::vector<string> words = sqlWordsOf(query);
     if (words.empty() || words[0] == "with")
         return {0, 2, false};
     const auto limit = std::ranges::find(words, "limit");

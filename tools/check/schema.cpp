@@ -16,7 +16,7 @@ bool isSameName(string_view a, string_view b)
     return a.size() == b.size() && strncasecmp(a.data(), b.data(), a.size()) == 0;
 }
 
-static bool isOneOf(string_view word, std::initializer_list<string_view> words)
+static bool isAnyName(string_view word, std::initializer_list<string_view> words)
 {
     return std::any_of(words.begin(), words.end(),
                        [&](string_view each) { return isSameName(word, each); });
@@ -114,11 +114,11 @@ static bool wantsTable(string_view sql, const std::vector<SqlPiece> &pieces)
     for (size_t i = pieces.size(); i-- > 0;) {
         const string_view word = nameOf(sql, pieces[i]);
         const bool isLast = i + 1 == pieces.size();
-        if (isOneOf(word, {"from", "join", "into", "update"}))
+        if (isAnyName(word, {"from", "join", "into", "update"}))
             return isLast || nameOf(sql, pieces.back()) == ",";
         if (word == "(" || word == ")" ||
-            isOneOf(word,
-                    {"select", "where", "on", "by", "having", "set", "values", "limit", "using"}))
+            isAnyName(word,
+                      {"select", "where", "on", "by", "having", "set", "values", "limit", "using"}))
             return false;
     }
     return false;

@@ -242,7 +242,7 @@ static void collectCommand(const Collector &collector, const Command &command,
     }
 }
 
-static bool inComment(const Template &tpl, uint32_t offset)
+bool inComment(const Template &tpl, uint32_t offset)
 {
     const auto after =
         std::upper_bound(tpl.comments.begin(), tpl.comments.end(), offset,
@@ -581,7 +581,12 @@ bool loadSite(SiteOptions options, Site *site, string *problem,
 
 // ---- who sets what ----
 
-static string_view arrayOf(string_view key)
+string suffixOf(string_view path)
+{
+    return fs::path(path).extension().string();
+}
+
+string_view arrayOf(string_view key)
 {
     return key.substr(0, key.find('['));
 }

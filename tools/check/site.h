@@ -16,12 +16,16 @@
 #include <unordered_map>
 #include <vector>
 
+#include "base/bounds.h"
 #include "findings.h"
 #include "grammar/commands.h"
 #include "mend.h"
 #include "sql.h"
 #include "tools/common/template.h"
 #include "texts.h"
+
+// How many templates a page may have open at a time.
+constexpr size_t MOST_OPEN = MAX_INCLUDE_DEPTH;
 
 // The commands in whose bodies a place stands, the outermost first.
 using Levels = std::vector<const Command *>;
@@ -164,6 +168,15 @@ size_t countSets(const Site &site, std::string_view key);
 /* The key of a variable or array element that a command sets or an element reads. */
 std::string keyOfSet(const Command &command);
 std::string keyOfRead(const Element &element);
+
+/* The name of an element's array, or of the variable itself. A part of the key. */
+std::string_view arrayOf(std::string_view key);
+
+/* Whether an offset of a template's file stands in a comment. */
+bool inComment(const Template &tpl, uint32_t offset);
+
+/* What a file's name ends with from its last dot on, such as ".htm"; empty without one. */
+std::string suffixOf(std::string_view path);
 
 /* The text of an argument that consists of text only, without fields. */
 bool constantText(const Template &tpl, const Argument &argument, std::string *text);

@@ -2,6 +2,7 @@
  * for the places that SQLite does not tell. */
 #include "sql.h"
 #include "host/ascii.h"
+#include "tools/common/words.h"
 
 #include <sqlite3.h>
 #include <string.h>
@@ -15,11 +16,6 @@ using std::string_view;
 static bool isWordByte(char c)
 {
     return isLetterOrDigit(c) || c == '_' || c == '$' || (c & 0x80);
-}
-
-static bool isOneOf(string_view word, std::initializer_list<string_view> words)
-{
-    return std::find(words.begin(), words.end(), word) != words.end();
 }
 
 // ---- words and signs ----

@@ -7,6 +7,7 @@
 #include "facts.h"
 #include "host/ascii.h"
 #include "tools/common/entities.h"
+#include "tools/common/words.h"
 
 using std::string;
 using std::string_view;

@@ -7,7 +7,7 @@
 static constexpr char noMemory[] = "Memory ran out";
 static constexpr char noMemoryMending[] = "Other programs have taken the memory; load again.";
 
-static constexpr Advice table[] = {
+static constexpr Advice adviceTable[] = {
     // of the public calls
     {Message::CREATE_BAD_CALLBACKS, "", ""},
     {Message::CREATE_NO_MEMORY, noMemory, noMemoryMending},
@@ -101,15 +101,15 @@ static constexpr Advice table[] = {
 static constexpr bool tableHolds()
 {
     for (size_t i = 0; i < MESSAGE_COUNT; ++i)
-        if (table[i].id != static_cast<Message>(i))
+        if (adviceTable[i].id != static_cast<Message>(i))
             return false;
-    return sizeof table / sizeof table[0] == MESSAGE_COUNT;
+    return sizeof adviceTable / sizeof adviceTable[0] == MESSAGE_COUNT;
 }
 static_assert(tableHolds(), "each message has its row, in the order of Message");
 
 const Advice &adviceOn(Message id)
 {
-    return table[static_cast<size_t>(id)];
+    return adviceTable[static_cast<size_t>(id)];
 }
 
 static std::string textOf(const observe::Value &value)

@@ -5,6 +5,7 @@
 
 #include "output.h"
 #include "host/encoding.h"
+#include "tools/common/words.h"
 
 using std::string;
 using std::string_view;
@@ -15,11 +16,6 @@ struct Search {
     string attribute; // whose value is being followed, or was last
     std::vector<HardCoded> found;
 };
-
-static bool isOneOf(string_view word, std::initializer_list<string_view> words)
-{
-    return std::find(words.begin(), words.end(), word) != words.end();
-}
 
 // Whether people read the value of an attribute, in the tag that its place stands in.
 static bool isRead(const string &name, string_view element, string_view tag)

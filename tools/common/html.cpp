@@ -2,6 +2,7 @@
  * scripts read them; one function for each part. */
 #include "host/ascii.h"
 #include "tools/common/html.h"
+#include "tools/common/words.h"
 
 #include <string.h>
 
@@ -30,11 +31,6 @@ static void clearWord(HtmlState *state)
 {
     memset(state->word, 0, sizeof state->word);
     state->wordLength = 0;
-}
-
-static bool isOneOf(string_view word, std::initializer_list<string_view> words)
-{
-    return std::find(words.begin(), words.end(), word) != words.end();
 }
 
 // ---- scripts ----

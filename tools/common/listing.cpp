@@ -50,7 +50,7 @@ static bool beginsWith(string_view text, string_view word)
 }
 
 // Whether the first word of a command, with or without its if, or a comment begins a text.
-static bool beginsCommand(string_view text)
+static bool looksLikeCommand(string_view text)
 {
     return text.starts_with("--") ||
            std::any_of(std::begin(commandTable), std::end(commandTable),
@@ -66,7 +66,7 @@ bool holdsCommand(string_view text)
     for (size_t at = text.find('?'); at != string_view::npos; at = text.find('?', at + 1)) {
         const char before = at > 0 ? text[at - 1] : '\0';
         const size_t end = before == '{' ? idEnd(text, at + 1) : 0;
-        if ((before == '<' && beginsCommand(text.substr(at + 1))) ||
+        if ((before == '<' && looksLikeCommand(text.substr(at + 1))) ||
             (end > at + 1 && text.substr(end, 2) == "?}"))
             return true;
     }

@@ -164,7 +164,7 @@ bool findNote(std::string_view comments, std::string_view word, std::string *tex
     return true;
 }
 
-static std::string withoutBlanks(std::string_view text)
+static std::string withoutSpaces(std::string_view text)
 {
     std::string rest(text);
     std::erase_if(rest, [](char c) { return c == ' '; });
@@ -176,7 +176,7 @@ bool isNoted(std::string_view comments, std::string_view word, std::string_view 
     Note note;
     if (!noteOf(comments, word, &note))
         return false;
-    return note.isWrapped ? withoutBlanks(note.text) == withoutBlanks(text) : note.text == text;
+    return note.isWrapped ? withoutSpaces(note.text) == withoutSpaces(text) : note.text == text;
 }
 
 // Returns how many bytes of a text a line of that width takes, in quotes: up to a blank where

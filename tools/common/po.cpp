@@ -30,7 +30,7 @@ struct PoSource {
 namespace
 {
 // A reading in progress.
-struct Reading {
+struct PoReading {
     PoFile *po;
     std::string_view bytes;
     const PoSource *source;
@@ -38,7 +38,7 @@ struct Reading {
 } // namespace
 
 // The functions that gettext's library calls carry no pointer of ours.
-static Reading *current;
+static PoReading *current;
 
 // So many errors of gettext's library are told: one leads to others, and in a file that is
 // no PO file each word is one.
@@ -226,7 +226,7 @@ static std::string_view takeLine(std::string_view *text)
 }
 
 // Returns the line where an id stands first, 0 when it cannot be told.
-static size_t firstLineOf(const Reading &reading, std::string_view id)
+static size_t firstLineOf(const PoReading &reading, std::string_view id)
 {
     const std::string wanted = quotePo(id);
     std::string_view rest = reading.bytes;
@@ -366,7 +366,7 @@ PoFile readPo(const char *path, std::vector<PoFault> *faults)
         const PoSource source = scanPo(bytes);
         po.tail = tailOf(bytes);
         po.used = usedIn(bytes);
-        Reading state = {&po, bytes, &source};
+        PoReading state = {&po, bytes, &source};
         static const po_xerror_handler handler = {onError, onError2};
         current = &state;
         takePoBytes();

@@ -17,22 +17,22 @@
 
 // Takes messages of gettext's library, when it prints what it was given or reads what it has
 // printed: the comparison tells. May not return from a fatal one.
-static void onError(int severity, po_message_t /*message*/, const char * /*path*/, size_t /*line*/,
-                    size_t /*column*/, int /*multiline*/, const char *text)
+static void onPrintError(int severity, po_message_t /*message*/, const char * /*path*/,
+                         size_t /*line*/, size_t /*column*/, int /*multiline*/, const char *text)
 {
     if (severity == PO_SEVERITY_FATAL_ERROR)
         exit(complain(EXIT_FAILURE, "cannot print a PO file: %s", text));
 }
 
-static void onError2(int severity, po_message_t message, const char *path, size_t line,
-                     size_t column, int multiline, const char *text, po_message_t /*message2*/,
-                     const char * /*path2*/, size_t /*line2*/, size_t /*column2*/,
-                     int /*multiline2*/, const char * /*text2*/)
+static void onPrintError2(int severity, po_message_t message, const char *path, size_t line,
+                          size_t column, int multiline, const char *text, po_message_t /*message2*/,
+                          const char * /*path2*/, size_t /*line2*/, size_t /*column2*/,
+                          int /*multiline2*/, const char * /*text2*/)
 {
-    onError(severity, message, path, line, column, multiline, text);
+    onPrintError(severity, message, path, line, column, multiline, text);
 }
 
-static constexpr po_xerror_handler handler = {onError, onError2};
+static constexpr po_xerror_handler handler = {onPrintError, onPrintError2};
 
 // Stands for the empty text of an obsolete entry while that is printed: the library would leave
 // out the entry.

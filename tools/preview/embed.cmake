@@ -1,6 +1,6 @@
 # Writes the header OUT, with the bytes of each of FILES as a text: of bar.js as bar_js; and
 # embedded_id, which is another one when they are.
-set(header "")
+set(header "#pragma once\n")
 foreach(file IN LISTS FILES)
     get_filename_component(name ${file} NAME)
     string(MAKE_C_IDENTIFIER ${name} name)

@@ -10,7 +10,7 @@
 using std::string;
 using std::string_view;
 
-static constexpr size_t none = string_view::npos;
+static constexpr size_t NONE = string_view::npos;
 
 static bool hasIgnoringCase(string_view text, string_view piece)
 {
@@ -63,7 +63,7 @@ Markup readMarkup(string_view page)
         if (state.part == Part::TEXT)
             tagAt = at;
         follow(&state, page.substr(at, end - at));
-        if (wasInTag && !isInTag(state) && markup.policy == none &&
+        if (wasInTag && !isInTag(state) && markup.policy == NONE &&
             isPolicy(state, page.substr(tagAt, end - tagAt)))
             markup.policy = tagAt;
     }

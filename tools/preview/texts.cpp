@@ -30,7 +30,7 @@ string languageOf(const string &path)
 }
 
 // Takes one line of orv-textdb apart: "orv-textdb: FILE:LINE: TEXT".
-static FileProblem problemOf(string line, const string &path)
+static FileProblem textProblemOf(string line, const string &path)
 {
     for (const string &prefix : {string("orv-textdb: "), path + ":"})
         if (line.starts_with(prefix))
@@ -70,7 +70,7 @@ static void buildTexts(const TextSource &source, const string &work, const strin
     for (size_t at = 0; at < complaints.size();) {
         const size_t end = std::min(complaints.find('\n', at), complaints.size());
         if (complaints.find(made, at) >= end) // else of the file that is not written
-            problems.push_back(problemOf(complaints.substr(at, end - at), source.path));
+            problems.push_back(textProblemOf(complaints.substr(at, end - at), source.path));
         at = end + 1;
     }
     if (problems.size() == known)

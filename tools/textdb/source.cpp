@@ -10,7 +10,7 @@
 static constexpr struct {
     uint8_t bit;
     std::string_view sentence;
-} places[] = {
+} placeSentences[] = {
     {STANDS_IN_ATTRIBUTE, "Stands in an attribute: no tags, and not the quote around it."},
     {STANDS_IN_SCRIPT, "Stands in a script: not the quote around it, no line end."},
     {STANDS_IN_COMPARISON, "Stands in a comparison: templates compare it with other texts."},
@@ -26,7 +26,7 @@ static void appendLines(std::string *comments, std::string_view lines)
 
 static bool tellsOfPlace(std::string_view line)
 {
-    return std::any_of(std::begin(places), std::end(places),
+    return std::any_of(std::begin(placeSentences), std::end(placeSentences),
                        [line](const auto &place) { return place.sentence == line; });
 }
 
@@ -55,7 +55,7 @@ static uint8_t placesOf(std::string_view comments)
 {
     uint8_t stands = 0;
     while (!comments.empty()) {
-        for (const auto &[bit, sentence] : places) {
+        for (const auto &[bit, sentence] : placeSentences) {
             std::string start(comments.substr(0, sentence.size()));
             std::replace(start.begin(), start.end(), '\n', ' ');
             if (start == sentence &&
@@ -119,7 +119,7 @@ void showSource(po_message_t target, const PoEntry &source, uint8_t stands, bool
     stands |= placesOf(extracted);
     if (keepsPlaces && !stands)
         stands = placesOf(old);
-    for (const auto &place : places)
+    for (const auto &place : placeSentences)
         if (stands & place.bit)
             appendLines(&comments, place.sentence);
     if (comments != old)
