@@ -26,17 +26,22 @@ static constexpr size_t MOST_HELD = 64;
 static constexpr size_t LONGEST_PROGRAM = 1000;
 static const Values ANYTHING = {true, {}};
 
-void Values::join(const Values &other)
+bool Values::join(const Values &other)
 {
+    const bool wasFree = isFree;
+    const uint8_t jsonBefore = json;
+    const size_t countBefore = texts.size();
     json = isFree && other.isFree ? std::min(json, other.json) : isFree ? json : other.json;
     isFree = isFree || other.isFree;
-    texts.insert(other.texts.begin(), other.texts.end());
+    if (!isFree)
+        texts.insert(other.texts.begin(), other.texts.end());
     if (texts.size() > MOST_HELD) {
         isFree = true;
         json = 0;
     }
     if (isFree)
         texts.clear();
+    return isFree != wasFree || json != jsonBefore || texts.size() != countBefore;
 }
 
 // ---- what is stored ----
@@ -146,9 +151,7 @@ struct Machine {
     }
     void add(Values *to, const Values &more)
     {
-        const Values before = *to;
-        to->join(more);
-        changed = changed || !(*to == before);
+        changed = to->join(more) || changed;
     }
     void add(Rows *to, const Rows &more)
     {
@@ -169,11 +172,12 @@ struct Machine {
     {
         Registers &there = begins[instruction];
         for (const auto &[reg, values] : now)
-            add(&there[reg], values);
+            if (!values.isNumber())
+                add(&there[reg], values);
         if (&there == begin)
             return;
         for (const auto &[reg, values] : *begin)
-            if (!now.contains(reg))
+            if (!values.isNumber() && !now.contains(reg))
                 add(&there[reg], values);
     }
 };

@@ -25,9 +25,8 @@ struct Values {
     {
         return !isFree && texts.empty();
     }
-    /* Adds what the other can be. */
-    void join(const Values &other);
-    bool operator==(const Values &) const = default;
+    /* Adds what the other can be. Returns whether that is more. */
+    bool join(const Values &other);
 };
 
 // What is known of the values that programs read.
