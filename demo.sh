@@ -45,7 +45,8 @@ build() {
         build >"$log" 2>&1 || { cat "$log" >&2; exit 1; }
         return
     fi
-    cmake -S . -B "$build" -G "$generator" -DCMAKE_BUILD_TYPE=Release -DORV_TOOLS=ON -DORV_TESTS=OFF >&2 &&
+    cmake -S . -B "$build" -G "$generator" -DCMAKE_BUILD_TYPE=Release -DORV_TOOLS=ON -DORV_TESTS=OFF \
+        "${together[@]}" >&2 &&
         cmake --build "$build" --target orv-render orv-textdb zarn ${previews:+orv-preview orv-check} >&2
 }
 

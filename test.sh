@@ -33,15 +33,16 @@ sanitized=(-DCMAKE_CXX_COMPILER=clang++ -DCMAKE_C_COMPILER=clang -DORV_FUZZ=ON
     -DORV_SANITIZE=fuzzer-no-link,address,undefined)
 export UBSAN_OPTIONS=print_stacktrace=1
 export LSAN_OPTIONS=suppressions=$PWD/tests/leaks.txt:print_suppressions=0
-name=     # of the tests that are wanted, empty for all
-filter=() # the same for ctest
+name= # of the tests that are wanted, empty for all
+# The same for ctest. What takes a minute of a browser is not done in both builds.
+filter=(-LE sanitized)
 
 # build_in FOLDER OPTION... - configures and builds in build/FOLDER; with a name, what the
 # tests need that have it. Where none is known by that name, it may be one of those that
 # only a program that is built tells.
 build_in() {
     local lines targets=()
-    cmake -S . -B "build/$1" -G "$generator" -DORV_WERROR=ON "${@:2}"
+    cmake -S . -B "build/$1" -G "$generator" -DORV_WERROR=ON "${together[@]}" "${@:2}"
     lines=$(awk -v expression="${name//\\/\\\\}" '$1 ~ expression' "build/$1/tests/needs.txt")
     if [[ -n $name && -n $lines ]]; then
         mapfile -t targets < <(awk '{ for (i = 2; i <= NF; ++i) print $i }' <<<"$lines" | sort -u)
@@ -51,10 +52,10 @@ build_in() {
     cmake --build "build/$1" "${targets[@]}"
 }
 
-# One test more than there are processors, since those that drive a browser mostly wait.
+# More tests than there are processors, since those that drive a browser mostly wait.
 run_tests() {
     alone build_in "$@"
-    ctest --test-dir "build/$1" --output-on-failure -j "$(($(nproc) + 1))" --no-tests=error \
+    ctest --test-dir "build/$1" --output-on-failure -j "$(($(nproc) + 2))" --no-tests=error \
         "${filter[@]}"
 }
 
