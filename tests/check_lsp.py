@@ -194,6 +194,7 @@ try:
             ("<?repeat [1 $var:token] `x`?>", "<?repeat [ 1 $var:token ] `x`?>"),
             ("<?repeat[ 1 2 ]'x'?>", "<?repeat [ 1 2 ] 'x'?>"), ("<?repeat [1 2 `x`?>", None),
             ("<?echo $var:tokne?>", "<?echo $var:token?>"), ("<?echo $var:zzz?>", None),
+            ("<?echo $var:token[1]?>", "<?echo $var:token?>"),
             ("<?setvariable var:shade 1?><?echo $var:shade$var:shaed?>",
              "<?setvariable var:shade 1?><?echo $var:shade$var:shade?>"),
             ("{?site.mneu?}", "{?site.menu?}"), ("<?include mneu.frm?>", "<?include menu.frm?>"),
@@ -228,8 +229,8 @@ try:
     subprocess.run(["sqlite3", database, "alter table device add column color text"], check=True)
     text = "<p>{?site.menu?}<?query 'select  from device'?>"
     tell("textDocument/didChange", textDocument={"uri": page}, contentChanges=[{"text": text}])
-    has(ask("textDocument/hover", **at(text, 0, "site.menu"))["result"]["contents"]["value"],
-        "de: Karte")
+    equal(ask("textDocument/hover", **at(text, 0, "site.menu"))["result"]["contents"]["value"],
+          "`{?site.menu?}`\n\n- en: Menu\n- de: Karte")
     has([item["label"] for item in ask("textDocument/completion", **at(text, 0, " from"))["result"]],
         "color")
     equal(ask("shutdown")["result"], None)

@@ -15,17 +15,11 @@ using std::string_view;
 
 static constexpr int64_t MOST_NUMBERS = 1000000; // of one repeat, which a page waits for
 
-// Where an element ends, with its index.
-static uint32_t endOf(const Element &element)
-{
-    return element.index.empty() ? element.span.end : endOf(element.index.back()) + 1;
-}
-
 static Span operandSpan(const Command &command, size_t index)
 {
     const auto &elements = command.args[index].elements;
     return elements.empty() ? command.words
-                            : Span{elements.front().span.at, endOf(elements.back())};
+                            : Span{elements.front().span.at, elements.back().span.end};
 }
 
 static string sourceOf(const Template &tpl, const Command &command, size_t index)

@@ -17,14 +17,11 @@ static void findInElement(const Element &element, uint32_t offset, Levels *level
 {
     if (element.command && findInCommand(*element.command, offset, levels, found))
         return;
-    bool onIndex = false;
-    for (const Element &index : element.index) {
-        findInElement(index, offset, levels, found);
-        onIndex |= index.type == ELEM_TEXT && index.span.contains(offset);
-    }
     const bool isReference = element.type != ELEM_TEXT && element.type != ELEM_CMD;
-    if ((isReference && element.span.contains(offset)) || onIndex)
+    if (isReference && element.span.contains(offset))
         found->element = &element;
+    for (const Element &index : element.index) // which may be one itself
+        findInElement(index, offset, levels, found);
 }
 
 static bool isTextAt(const Argument &argument, uint32_t offset)

@@ -99,9 +99,10 @@ static std::optional<string> valueOf(Paths &paths, const Template &tpl, const Ar
 // ---- conditions ----
 
 // What an argument reads that need not be the same the next time it is read, as text.
-static void addReads(Paths &paths, const Argument &argument, string *key)
+static void addReads(Paths &paths, std::span<const Element> elements, string *key)
 {
-    for (const Element &element : argument.elements) {
+    for (const Element &element : elements) {
+        addReads(paths, element.index, key);
         if (element.type == ELEM_NUMVAR) {
             const Frame *frame = frameOf(paths, element);
             *key += "#" + std::to_string(frame ? frame->instance : 0);
@@ -109,7 +110,7 @@ static void addReads(Paths &paths, const Argument &argument, string *key)
             if (element.command->id == ID_ERRORFOUND || element.command->id == ID_ERRORMESSAGE)
                 *key += "#" + std::to_string(++paths.counted); // another query may be between
             for (const Argument &inner : element.command->args)
-                addReads(paths, inner, key);
+                addReads(paths, inner.elements, key);
         } else if (element.type != ELEM_TEXT) {
             const auto found = paths.held.find(keyOfRead(element));
             if (found != paths.held.end())
@@ -123,7 +124,7 @@ static void addArgument(Paths &paths, const Template &tpl, const Argument &argum
     *key += "|";
     for (const Element &element : argument.elements)
         *key += tpl.source.substr(element.span.at, element.span.end - element.span.at);
-    addReads(paths, argument, key);
+    addReads(paths, argument.elements, key);
 }
 
 static uint32_t atomOf(Paths &paths, const string &key, NodeKind kind, const Template &tpl,

@@ -411,6 +411,15 @@ static Element copyElement(Reading &reading, const ArgElem *elem)
     return copy;
 }
 
+// Gives an array's element its index, and the place of it all.
+static void takeIndex(const Reading &reading, Element index, Element *element)
+{
+    const uint32_t end = index.span.end;
+    const bool isClosed = end < reading.tpl->marked.size() && reading.tpl->marked[end] == ']';
+    element->span.end = std::max(element->span.end, end + isClosed);
+    element->index.push_back(std::move(index));
+}
+
 static Argument copyArgument(Reading &reading, const Arg *arg)
 {
     Argument copy;
@@ -418,7 +427,7 @@ static Argument copyArgument(Reading &reading, const Arg *arg)
         Element element = copyElement(reading, elem);
         if (element.type == ELEM_GETARRAY && elem->next) {
             elem = elem->next;
-            element.index.push_back(copyElement(reading, elem));
+            takeIndex(reading, copyElement(reading, elem), &element);
         }
         copy.elements.push_back(std::move(element));
     }

@@ -35,7 +35,7 @@ struct Command;
 // its bracket; a numbered value's digits.
 struct Element {
     int32_t type = ELEM_TEXT; // an ELEM_ number
-    Span span;                // of a text: its content, without a quote in front
+    Span span;                // with its index; of a text: its content, without a quote in front
     char quote = 0;           // the quote that it stands in, ']' in an index
     std::string text;
     std::unique_ptr<Command> command; // of ELEM_CMD; null for one that was dropped
