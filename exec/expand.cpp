@@ -161,10 +161,11 @@ static int32_t appendCommand(Cmd *cmd)
 static bool expandElement(const ArgElem *elem, uint32_t id, int32_t direct)
 {
     const auto *text = static_cast<const char *>(elem->value);
-    switch (elem->type) {
-    case ELEM_TEXT:
+    if (elem->type == ELEM_TEXT) { // most are
         emitPiece(text ? text : "", direct);
         return true;
+    }
+    switch (elem->type) {
     case ELEM_GETVAR:
         lookupVar(text, id, direct);
         return true;
