@@ -28,37 +28,37 @@ static ssize_t handOver(int, const void *bytes, size_t length)
     return std::min(taken, most);
 }
 
-static ssize_t offer(const Interpreter *run, std::string_view bytes)
+static ssize_t offer(const Interpreter *run, const char *bytes, size_t length)
 {
-    return run->take(run->outputFd, bytes.data(), bytes.size());
+    return run->take(run->outputFd, bytes, length);
 }
 
 // Goes on with bytes, of which the first call has written so many, or none if that is not
 // above 0. Apart, since it is rarely needed.
-[[gnu::noinline]] static size_t writeRest(Interpreter *run, std::string_view bytes, ssize_t written)
+[[gnu::noinline]] static size_t writeRest(Interpreter *run, const char *bytes, size_t length,
+                                          ssize_t written)
 {
-    std::string_view rest = bytes;
+    size_t out = 0;
     for (;;) {
         if (written > 0) {
-            rest.remove_prefix(static_cast<size_t>(written));
+            out += static_cast<size_t>(written);
         } else if (written == 0 || errno != EINTR) {
             if (run->outputError == 0)
                 run->outputError = written == 0 ? EIO : errno;
-            break;
+            return out;
         }
-        if (rest.empty())
-            break;
-        written = offer(run, rest);
+        if (out == length)
+            return out;
+        written = offer(run, bytes + out, length - out);
     }
-    return bytes.size() - rest.size();
 }
 
 // Writes bytes, one or more, until they are out or an error comes. Returns how many are out.
-static size_t writeOut(Interpreter *run, std::string_view bytes)
+static size_t writeOut(Interpreter *run, const char *bytes, size_t length)
 {
-    const ssize_t written = offer(run, bytes);
-    const bool whole = written == static_cast<ssize_t>(bytes.size());
-    return whole ? bytes.size() : writeRest(run, bytes, written);
+    const ssize_t written = offer(run, bytes, length);
+    return written == static_cast<ssize_t>(length) ? length
+                                                   : writeRest(run, bytes, length, written);
 }
 
 // Offset behind the piece that the byte at offset belongs to.
@@ -75,7 +75,7 @@ void flushOutput()
     OutputBuffer &buffer = inpr->output;
     size_t out = 0;
     while (out < buffer.length) {
-        out += writeOut(inpr, {buffer.bytes + out, buffer.length - out});
+        out += writeOut(inpr, buffer.bytes + out, buffer.length - out);
         if (out < buffer.length)
             out = pieceEnd(buffer, out); // an error loses the rest of a piece, not those behind
     }
@@ -85,29 +85,29 @@ void flushOutput()
 }
 
 // A piece that the buffer has no room for even when it is empty: every one, without a buffer.
-static void writeAlone(Interpreter *run, std::string_view piece)
+static void writeAlone(Interpreter *run, const char *piece, size_t length)
 {
     if (run->output.length > 0)
         flushOutput();
-    writeOut(run, piece);
+    writeOut(run, piece, length);
 }
 
-static void gather(OutputBuffer *buffer, std::string_view piece)
+static void gather(OutputBuffer *buffer, const char *piece, size_t length)
 {
-    if (piece.size() > buffer->capacity - buffer->length)
+    if (length > buffer->capacity - buffer->length)
         flushOutput();
-    memcpy(buffer->bytes + buffer->length, piece.data(), piece.size());
-    buffer->length += piece.size();
+    memcpy(buffer->bytes + buffer->length, piece, length);
+    buffer->length += length;
     buffer->ends[buffer->length / 8] |= static_cast<uint8_t>(1U << buffer->length % 8);
 }
 
-void writePiece(std::string_view piece)
+void writeBytes(const char *piece, size_t length)
 {
-    observe::piece(piece);
-    if (piece.size() > inpr->output.capacity)
-        writeAlone(inpr, piece);
-    else if (!piece.empty())
-        gather(&inpr->output, piece);
+    observe::piece({piece, length});
+    if (length > inpr->output.capacity)
+        writeAlone(inpr, piece, length);
+    else if (length > 0)
+        gather(&inpr->output, piece, length);
 }
 
 void freeOutputBuffer(OutputBuffer *buffer)

@@ -116,7 +116,12 @@ ORV_API extern const char *const firstColumnNames[MAX_CMD_DEPTH];
 
 /* Writes to the page, unless a command that runs again has not reached its
  * include, or appends to the argument buffer. */
-void emitPiece(std::string_view piece, int32_t direct);
+void emitBytes(const char *piece, size_t length, int32_t direct);
+
+inline void emitPiece(std::string_view piece, int32_t direct)
+{
+    emitBytes(piece.data(), piece.size(), direct);
+}
 
 /* As pushStr, for a piece of a text. */
 int32_t appendPiece(ArgBuffer *buffer, std::string_view piece);

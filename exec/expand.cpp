@@ -53,12 +53,12 @@ int32_t pushStr(ArgBuffer *buffer, const char *text)
     return text ? appendPiece(buffer, text) : -1;
 }
 
-void emitPiece(std::string_view piece, int32_t direct)
+void emitBytes(const char *piece, size_t length, int32_t direct)
 {
     if (!direct)
-        appendPiece(&inpr->args, piece);
+        appendPiece(&inpr->args, {piece, length});
     else if (!inpr->resuming)
-        writePiece(piece);
+        writeBytes(piece, length);
 }
 
 const char *argText(int32_t offset)
