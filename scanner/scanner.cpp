@@ -164,6 +164,7 @@ static void countTo(const char *at)
     scanner.counted = at;
 }
 
+// Gives zarn_lloc the line that is still to be counted for it.
 static void settleLocation()
 {
     if (!scanner.located)
@@ -524,6 +525,7 @@ static size_t endInStep(const char *at)
 
 constexpr size_t LEAP = 8 * STEP;
 constexpr size_t SHORT = 16; // bytes of a text in which no leap is worth while: most have fewer
+static_assert(SHORT % STEP == 0);
 
 // The marks of the block there, whose address is aligned.
 [[gnu::always_inline]] static inline Block marksAt(const char *at)
@@ -554,7 +556,7 @@ static size_t findTextEnd(const char *text, size_t length)
             return static_cast<size_t>(at - text);
         exact -= STEP;
         if (exact == 0) {
-            at -= reinterpret_cast<uintptr_t>(at) % STEP;
+            at -= reinterpret_cast<uintptr_t>(at) % STEP; // back to a block's address
             while (static_cast<size_t>(end - at) >= LEAP && !mayEnd(at))
                 at += LEAP;
             exact = LEAP;
