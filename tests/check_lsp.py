@@ -251,10 +251,11 @@ try:
     equal([d["code"] for d in found], ["variable-unset", "texts-broken"])
     has(ask("textDocument/hover", **at(text, 0, "{?site.menu", 2))["result"]["contents"]["value"],
         "en: Menu")
-    server.kill()
+    equal(ask("shutdown")["result"], None)
+    server.stdin.close()
+    equal(server.wait(timeout=10), 0)
 
     # Each document belongs to the site of the nearest file above it, one server to them all.
-    server.wait()
     server = subprocess.Popen([checker, "--lsp"], stdin=subprocess.PIPE, stdout=subprocess.PIPE)
     for name, variable in (("one", "user"), ("two", "other")):
         os.makedirs(os.path.join(folder, name, "web", "deep"))

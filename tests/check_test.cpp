@@ -434,6 +434,9 @@ TEST(Check, KnowsItsSite)
     for (const char *guessed : {R"("docroot": "site",)", R"("databases": {"main":"site/s-*.sql"},)",
                                 R"("texts": ["site/en.po"],)", R"(none sets them: ["x"])"})
         EXPECT_NE(readFile("orv-check.json").find(guessed), std::string::npos) << guessed;
+    writeFile("site/de.po", "msgid \"c\"\nmsgstr \"d\"\n"); // given, it takes the place of all
+    EXPECT_EQ(runCommand(ORV_CHECK " --texts site/de.po"), 1);
+    EXPECT_EQ(readFile("out").find("en.po"), std::string::npos) << readFile("out");
     const std::string wrong[][2] = {
         {"{\n\"docroot\": 1}", "2: 'docroot' must be a text, not a number"},
         {"{\n\n \"docroot\": \"gone\"}", "3: there is no folder gone"},
