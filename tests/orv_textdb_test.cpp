@@ -879,10 +879,14 @@ TEST(TextDbTool, SaysWhyItDoesNothing)
 TEST(TextDbFile, KeepsTheLimitsOfTheFormat)
 {
     const size_t count = (1 << 20) - 1; // with the root as many records as can be numbered
-    std::vector<std::string> ids;
-    for (size_t i = 0; i <= count; ++i) // each a child of an earlier one or of the root
-        ids.push_back((i < 255 ? "" : ids[i / 255 - 1]) + static_cast<char>(i % 255 + 1));
-    std::sort(ids.begin(), ids.end());
+    std::vector<std::string> ids;       // ascending
+    const auto add = [&](auto &addMore, std::string front, size_t first) -> void {
+        for (size_t i = first; i < first + 255 && i <= count; ++i) {
+            ids.push_back(front + static_cast<char>(i - first + 1));
+            addMore(addMore, ids.back(), (i + 1) * 255);
+        }
+    };
+    add(add, "", 0);
     std::vector<TextEntry> entries;
     for (const std::string &id : ids)
         entries.push_back({id, "", 0});
