@@ -27,6 +27,7 @@
 #include "exec/exec.h"
 #include "textdb/language.h"
 #include "tests/harness.h"
+#include "tests/process.h"
 #include "vars/locals.h"
 #include "vars/tree.h"
 
@@ -100,12 +101,6 @@ void __wrap_free(void *block)
     blocks.erase(block);
     free(block);
 }
-}
-
-static std::string contents(const std::string &path)
-{
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
 }
 
 static std::pair<size_t, size_t> held()
@@ -186,7 +181,7 @@ static int liveTwice(Calls *calls, long step, bool onward)
     EXPECT_EQ(clean.result, ORV_RUN_DONE);
     if (step == 0)
         writeFile("page", clean.page);
-    EXPECT_EQ(difference(contents("page"), clean.page), "");
+    EXPECT_EQ(difference(readFile("page"), clean.page), "");
     return testing::Test::HasFailure() ? 1 : met ? 0 : 3;
 }
 
@@ -204,7 +199,7 @@ static int liveInChild(Calls *calls, long step, bool onward)
     int status = -1;
     EXPECT_EQ(waitpid(child, &status, 0), child);
     const int code = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    EXPECT_EQ(contents("errors"), code == 2 ? "zarn - scanner: out of memory\n" : "");
+    EXPECT_EQ(readFile("errors"), code == 2 ? "zarn - scanner: out of memory\n" : "");
     return code;
 }
 
@@ -236,8 +231,8 @@ static long sweep(Calls *calls, bool onward)
     writeFile("seen", "");
     long step = 0;
     int code = liveInChild(calls, step, onward);
-    EXPECT_TRUE(contents("page").starts_with("<html>hellofallback&lt;2&gt;512five<v <v$it"));
-    EXPECT_TRUE(contents("page").ends_with("iYg==b&lt;vhalloend"));
+    EXPECT_TRUE(readFile("page").starts_with("<html>hellofallback&lt;2&gt;512five<v <v$it"));
+    EXPECT_TRUE(readFile("page").ends_with("iYg==b&lt;vhalloend"));
     while (code == 0 || code == 2)
         code = liveInChild(calls, ++step, onward);
     EXPECT_EQ(code, 3) << "step " << step;
@@ -249,7 +244,7 @@ TEST(Faults, AnyAllocationMayFail)
 {
     EXPECT_GT(sweep(&memoryCalls, true), 150);
     EXPECT_GT(sweep(&memoryCalls, false), 150);
-    const std::string seen = contents("seen");
+    const std::string seen = readFile("seen");
     for (const std::string message :
          {"Orv_Interpreter_Create: NO MEMORY!", "Orv_Interpreter_SetVariable: NO MEMORY!",
           "dataToToken: NO MEMORY! (t.htm)", "addArgElem: NO MEMORY! (a.htm)",
@@ -287,7 +282,7 @@ TEST(Faults, GatheredPiecesAreNotLostWithTheProcess)
             int status = -1;
             EXPECT_EQ(waitpid(child, &status, 0), child);
             ended += WIFEXITED(status) && WEXITSTATUS(status) == 2;
-            pages[bytes != 0] = contents("page");
+            pages[bytes != 0] = readFile("page");
         }
         EXPECT_EQ(pages[0], pages[1]) << step;
     }
@@ -506,7 +501,7 @@ static void empty(const char *path)
 
 static void overwrite(const char *path)
 {
-    const std::string other(contents(path).size(), '#');
+    const std::string other(readFile(path).size(), '#');
     FILE *file = fopen(path, "r+");
     EXPECT_EQ(fwrite(other.data(), 1, other.size(), file), other.size());
     fclose(file);

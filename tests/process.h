@@ -5,13 +5,15 @@
 #include <stdlib.h>
 #include <sys/wait.h>
 #include <fstream>
-#include <iterator>
+#include <sstream>
 #include <string>
 
 inline std::string readFile(const std::string &path)
 {
     std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
+    std::ostringstream bytes;
+    bytes << file.rdbuf();
+    return bytes.str();
 }
 
 /* Leaves what the command printed in the files out and err. Returns its exit
