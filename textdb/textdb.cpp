@@ -165,16 +165,18 @@ string_view findText(const char *image, const char *key, int32_t *attribute)
     if (!holdsNode(whole, 0))
         return {};
     Node node = readNode(whole, 0);
-    while (node.valueOffset() == 0 || *key) {
+    while (*key) {
         const size_t first = node.firstChild();
-        const size_t child =
-            first ? chooseChild(whole, first, static_cast<unsigned char>(*key)) : 0;
+        const auto c = static_cast<unsigned char>(*key);
+        const size_t child = first ? chooseChild(whole, first, c) : 0;
         if (child == 0)
             return {};
         node = readNode(whole, child);
         if (!passLabel(whole, node.label(), &key))
             return {};
     }
+    if (node.valueOffset() == 0)
+        return {};
     if (attribute)
         *attribute = (node.strings & ATTRIBUTE_BIT) != 0;
     return valueOf(whole, node);
