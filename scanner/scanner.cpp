@@ -77,7 +77,7 @@ const char *bytes::behindFieldId(const char *at, const char *end)
     return at;
 }
 
-static inline size_t skipRead(size_t offset, ByteSet set)
+[[gnu::always_inline]] static inline size_t skipRead(size_t offset, ByteSet set)
 {
     const char *match = matchStart();
     const size_t read = bytesRead();
