@@ -54,7 +54,8 @@ static ssize_t offer(const Interpreter *run, const char *bytes, size_t length)
 }
 
 // Writes bytes, one or more, until they are out or an error comes. Returns how many are out.
-static size_t writeOut(Interpreter *run, const char *bytes, size_t length)
+[[gnu::always_inline]] static inline size_t writeOut(Interpreter *run, const char *bytes,
+                                                     size_t length)
 {
     const ssize_t written = offer(run, bytes, length);
     return written == static_cast<ssize_t>(length) ? length
