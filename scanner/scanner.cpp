@@ -181,13 +181,19 @@ int32_t scannedLine()
     return scanner.line;
 }
 
-// Ends the match after length bytes and moves on.
-static string_view take(size_t length)
+// Ends the match after length bytes and moves on. Returns where it began.
+[[gnu::always_inline]] static inline const char *pass(size_t length)
 {
-    const string_view match(matchStart(), length);
+    const char *match = matchStart();
     scanner.buffer.pos += length;
     scanner.buffer.read -= length;
     return match;
+}
+
+// Does that, and returns the match.
+static string_view take(size_t length)
+{
+    return {pass(length), length};
 }
 
 void logNoValue()
@@ -410,7 +416,7 @@ static int scanCommandStart()
     if (length == 0)
         length = matchWord(2, "xml");
     if (length > 0) {
-        take(length);
+        pass(length);
         enterCondition(Condition::COMMENT);
         observe::commented();
         return SCAN_ON;
@@ -424,7 +430,7 @@ static int scanCommandStart()
     }
     if (!observe::seesTokens() && scanner.passesText && command->whole != 0)
         if (const size_t whole = matchWhole(*command, length)) {
-            take(whole);
+            pass(whole);
             setLocation();
             return -command->token;
         }
@@ -441,7 +447,7 @@ static int scanCommandStart()
 // At the "?>" that ends the match: back to where the command's keyword stood.
 static int endCommand(size_t length)
 {
-    take(length);
+    pass(length);
     while (scanner.condition != Condition::ARGS)
         leaveCondition();
     leaveCondition();
@@ -587,7 +593,8 @@ static size_t textRun()
 {
     if (byteAt(0) == '<' && byteAt(1) == '?')
         return scanCommandStart();
-    writePiece(take(std::max<size_t>(textRun(), 1)));
+    const size_t length = std::max<size_t>(textRun(), 1);
+    writeBytes(pass(length), length);
     return scanner.passesText ? SCAN_ON : HTML_TEXT;
 }
 
@@ -603,7 +610,7 @@ static size_t textRun()
         ++length;
     }
     if (length > 0) {
-        take(length);
+        pass(length);
     } else if (take(2)[0] == '<') {
         enterCondition(Condition::COMMENT);
         observe::commented();
@@ -696,7 +703,7 @@ static int scanQuoted(char quote)
         if (endsCommandAt(end))
             return endCommand(end + 2);
         if (closes) {
-            take(end);
+            pass(end);
             leaveCondition();
             return ARG_END;
         }
@@ -717,19 +724,19 @@ static int scanArguments(bool index)
             return openQuote(static_cast<char>(first));
         if (!observe::unmatched())
             putchar(first); // no rule for it here
-        take(1);
+        pass(1);
         return SCAN_ON;
     }
     const size_t end = skip(0, BLANK);
     if (index && byteAt(end) == ']') {
-        take(end + 1);
+        pass(end + 1);
         leaveCondition();
         return SCAN_ON;
     }
     if (endsCommandAt(end))
         return endCommand(end + 2);
     if (end > 0) {
-        take(end);
+        pass(end);
         return ARG_END;
     }
     return textToken(std::max<size_t>(skip(0, ARGUMENT_TEXT), 1));
