@@ -283,6 +283,10 @@ try:
     found = diagnostics(f"file://{folder}/two/orv-check.json")
     equal([d["range"]["start"]["line"] for d in found], [1])
     has(found[0]["message"], "there is no setting 'variabels'")
+    with open(os.path.join(folder, "two", "web", "deep", "orv-check.json"), "w", encoding="ascii") as file:
+        file.write('{"variables": {"set": ["other"]}, "kinds": {"escape-missing": "off"}}')
+    tell("workspace/didChangeWatchedFiles", changes=[])  # the document is another site's now
+    equal([d["range"]["start"]["character"] for d in diagnostics(page)], [7])
     server.kill()
 
     # A stream that has lost its frame.
