@@ -50,7 +50,7 @@ static constexpr auto setsOf = [] {
     return table;
 }();
 
-[[gnu::always_inline]] inline bool isIn(int byte, ByteSet set)
+[[gnu::always_inline]] static inline bool isIn(int byte, ByteSet set)
 {
     return setsOf[static_cast<size_t>(byte)] & set;
 }

@@ -12,13 +12,13 @@
 static constexpr size_t MAX_ID_LENGTH = FIELD_ID_CAPACITY - 1;
 
 /* Whether a character can stand in an id. */
-inline bool isFieldByte(char c)
+static inline bool isFieldByte(char c)
 {
     return bytes::isIn(static_cast<unsigned char>(c), bytes::FIELD_ID);
 }
 
 /* Offset behind the characters of an id that stand at from. */
-inline size_t idEnd(std::string_view text, size_t from)
+static inline size_t idEnd(std::string_view text, size_t from)
 {
     while (from < text.size() && isFieldByte(text[from]))
         ++from;
@@ -26,7 +26,7 @@ inline size_t idEnd(std::string_view text, size_t from)
 }
 
 /* Whether an id may stand in a text field. */
-inline bool isFieldId(std::string_view id)
+static inline bool isFieldId(std::string_view id)
 {
     return !id.empty() && idEnd(id, 0) == id.size();
 }
