@@ -112,7 +112,8 @@ static uint8_t holdsOfBound(Site &site, const string &array)
         return entry->second;
     uint8_t holds = 0;
     for (const VariableUse &use : computed->second.sets)
-        holds |= holdsOfArgument(site, use.command->args[0], 0, *use.levels);
+        if (!use.command->args.empty()) // else its index is missing, and it sets nothing
+            holds |= holdsOfArgument(site, use.command->args[0], 0, *use.levels);
     entry->second = holds;
     return holds;
 }

@@ -8,6 +8,7 @@
 
 #include "grammar/commands.h"
 #include "base/bounds.h"
+#include "hints.h"
 #include "visit.h"
 #include "host/ascii.h"
 #include "tools/common/placed.h"
@@ -213,11 +214,21 @@ static void visitArgument(Visit &visit, const Argument &argument)
     }
 }
 
+// A set whose brackets are empty is refused when it runs.
+static void checkEmptyIndex(const Visit &visit, const Command &command)
+{
+    const Span name = command.nameSpan;
+    const size_t end = passBlanks(visit.tpl.source, name.end + 1);
+    if (end < visit.tpl.source.size() && visit.tpl.source[end] == ']')
+        report(visit.all, visit.tpl, {name.at, static_cast<uint32_t>(end) + 1}, "variable-index",
+               "the index is missing, and nothing is set: write var:" + command.name + "[INDEX]");
+}
+
 // "$0+1" as the index of an element that is set: a text.
 static void checkSetIndex(const Visit &visit, const Command &command)
 {
     if (command.args.empty())
-        return;
+        return checkEmptyIndex(visit, command);
     const auto &elements = command.args[0].elements;
     for (size_t i = 1; i < elements.size(); ++i) {
         const string &text = elements[i].text;
