@@ -1,7 +1,8 @@
 #!/usr/bin/env python3
 """sites.py ORV-CHECK FIRST [SECONDS] - random sites for the checker: in a sound one nothing may
-be found, and a mistake in it must be found on its line. Tells each site that fails, by its number
-and with what was found."""
+be found, a mistake in it must be found on its line, and whatever stands there, the checker goes on.
+Tells each site that fails, by its number and with what was found."""
+import glob
 import json
 import os
 import random
@@ -181,12 +182,32 @@ def plant(site, kind, rng):
     return name, text.count("\n", 0, match.start()) + 1
 
 
+def rows():
+    """The templates of the tests, without what is found in them."""
+    found = []
+    for path in sorted(glob.glob(os.path.dirname(os.path.abspath(__file__)) + "/../tests/check/*.md")):
+        with open(path, encoding="utf-8") as file:
+            found += re.findall(r"^```\S+\.(?:htm|frm|page|json)\n(.+?)^```$", re.sub(r"\n *\^~* .*", "", file.read()), re.M | re.S)
+    return found
+
+
+def garble(site, rng, texts):
+    """Adds templates of the tests to a site, cut and joined."""
+    for i in range(30):
+        text = rng.choice(texts)
+        for _ in range(rng.randint(0, 3)):
+            other, at = rng.choice(texts), rng.randrange(len(text) + 1)
+            begin = rng.randrange(len(other))
+            text = text[:at] + other[begin:begin + rng.randint(0, 20)] + text[at + rng.randint(0, 3):]
+        site.files[f"row{i}." + rng.choice(["htm", "htm", "frm", "json"])] = text
+
+
 def check(site):
     site.write("site")
     done = subprocess.run([orv_check, "--format", "json", "--docroot", ".", "--db", "t.db", "--texts", "en.po",
                            "--set", "user"], cwd="site", capture_output=True, text=True)
     if done.returncode not in (0, 1):
-        sys.exit(f"status {done.returncode}: {done.stderr}")
+        sys.exit(f"site {number}: status {done.returncode}: {done.stderr}")
     return json.loads(done.stdout)["findings"]
 
 
@@ -209,6 +230,9 @@ def try_site(number, most):
             found = check(site)
             if not any((f["file"], f["line"]) == place for f in found) or len(found) > 3:
                 faults += tell(f"site {number}, {kind} at {place[0]}:{place[1]}:", found)
+    site = Site(number)
+    garble(site, rng, rows())
+    check(site)
     return faults
 
 
