@@ -532,6 +532,19 @@ static const Breach *endImplied(Structure &self, Paths &paths, State *state, con
     return nullptr;
 }
 
+// The elements whose missing end is told in the place of what stands wrong in open: that, and where
+// its end may be left out, those around it up to one that has to have it.
+static void addCulprits(const Open *open, std::vector<const Tag *> *culprits)
+{
+    for (; open; open = open->outer) {
+        if (open->implied)
+            continue;
+        culprits->push_back(open->tag);
+        if (!isOptional(*open))
+            return;
+    }
+}
+
 static void reportMisplaced(Structure &self, Paths &paths, const Tag *tag)
 {
     std::vector<bool> wrong;
@@ -562,8 +575,9 @@ static void reportMisplaced(Structure &self, Paths &paths, const Tag *tag)
     Fault fault = {};
     fault.at = meetingOf(reason ? reason->chain : nullptr, paths.chain, tag->place);
     fault.plain = text;
-    suspect.because = {reason && !reason->implied ? reason->tag : nullptr,
-                       inner && !inner->implied ? inner->tag : nullptr};
+    suspect.because.clear();
+    addCulprits(reason, &suspect.because);
+    addCulprits(inner, &suspect.because);
     addFault(self, paths, suspect, wrong, std::move(fault), nullptr, nullptr);
 }
 

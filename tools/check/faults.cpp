@@ -91,7 +91,7 @@ void reportFaults(Faults &faults)
     for (Suspect &suspect : faults.suspects)
         suspect.dropped =
             suspect.dropped || std::ranges::any_of(suspect.because, [&](const Tag *tag) {
-                return tag && isGuilty(findSuspect(faults, tag, "unclosed"));
+                return isGuilty(findSuspect(faults, tag, "unclosed"));
             });
     for (Suspect &suspect : faults.suspects)
         reportSuspect(faults, suspect);
