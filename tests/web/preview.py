@@ -893,7 +893,7 @@ def check_leaving(preview):
 
 def check_waiting(preview):
     """What is done on a page while it is loaded again, which takes long, is not lost; nor is it begun anew."""
-    slow = "with recursive c(i) as (select 1 union all select i + 1 from c where i < 1000000) select 1 from c where i < 0"
+    slow = "with recursive c(i) as (select 1 union all select i + 1 from c where i < 2000000) select 1 from c where i < 0"
     preview.put({"site/wait.htm": f"<?query '{slow}' x?><!DOCTYPE html><title>x</title><h1>v1</h1><form><input></form>"})
     show(preview.url + "wait.htm")
     tab_to("#badge")
@@ -903,7 +903,8 @@ def check_waiting(preview):
 
     def save():
         edit("site/wait.htm", "v1", "v2")
-        while not (pid := asked_by(preview, "wait.htm")):
+        deadline = time.monotonic() + 20
+        while not (pid := asked_by(preview, "wait.htm")) and time.monotonic() < deadline:
             time.sleep(0.01)
         os.kill(pid, signal.SIGSTOP)
         time.sleep(7)
