@@ -1,7 +1,7 @@
 #!/usr/bin/python3
-"""tests/web/preview.py ORV-PREVIEW ORV-TEXTDB ORV-CHECK SITE NAMES AXE-FOLDER - the preview of a copy of the
-demo site, asked by its protocol and by headless Chromium, while the site's files change. NAMES is
-the list of the variables that the site's web program sets."""
+"""tests/web/preview.py ORV-PREVIEW ORV-TEXTDB ORV-CHECK SITE NAMES AXE-FOLDER one|others - the preview of a copy of
+the demo site, asked by its protocol and by headless Chromium, while the site's files change; or those
+of other sites. NAMES is the list of the variables that the site's web program sets."""
 import ctypes, errno, glob, html, http.client, http.server, json, os, platform, re, select, shutil, signal, socket, sqlite3
 import struct, subprocess, sys, tempfile, threading, time, urllib.error, urllib.request
 from chromium import device, find_barriers, install_axe, press, resize, run, send, show, with_browser
@@ -1158,9 +1158,51 @@ def check_ends():
         check("nobody serves", False, is_served(preview))
 
 
+def is_wanted(step):
+    return not only or step.__name__ in only
+
+
+def browse(started):
+    """On one preview, while its site changes; the last step counts streams, when no page is at work
+    any more."""
+    for step in (check_changes, check_reload, check_keys, check_room, check_barriers, check_findings,
+                 check_troubles, check_fetch, check_pages, check_leaving, check_waiting, check_many):
+        if is_wanted(step):
+            step(started)
+
+
+def browse_others():
+    """Each on a preview of its own."""
+    for step in (check_causes, check_sheets, check_marks, check_editor, check_typing):
+        if is_wanted(step):
+            step()
+
+
+def preview_one():
+    with Preview("--port", "0", "--db", "router.db", "--texts", "site/texts/en.po",
+                 "--texts", "site/texts/de.po", "--set-from", names, "site") as started:
+        check("all is watched", [], [line for line in started.lines if "by hand" in line])
+        endless = Stopped(started) if is_wanted(check_stopped) else None
+        check_files(started)
+        check_mistakes(started)
+        with_browser(lambda: browse(started))
+        if endless:
+            check_stopped(endless)
+        if is_wanted(check_alone):
+            with_browser(lambda: check_alone(started), "--disable-blink-features=SharedWorker")
+
+
+def preview_others():
+    check_refusals()
+    with_browser(browse_others)
+    for step in (check_site_file, check_hardships, check_ends):
+        if is_wanted(step):
+            step()
+
+
 only = os.environ.get("STEPS", "").split()
 programs = [os.path.realpath(path) for path in sys.argv[1:4]]
-site, names, axe = (os.path.realpath(path) for path in sys.argv[4:])
+site, names, axe = (os.path.realpath(path) for path in sys.argv[4:7])
 install_axe(axe)
 with tempfile.TemporaryDirectory() as folder, tempfile.TemporaryDirectory() as tempfile.tempdir:
     os.environ["TMPDIR"] = tempfile.tempdir
@@ -1171,30 +1213,5 @@ with tempfile.TemporaryDirectory() as folder, tempfile.TemporaryDirectory() as t
         os.symlink(program, "bin/" + os.path.basename(program))
     shutil.copytree(site, "site")
     subprocess.run("cat site/database-*.sql | sqlite3 router.db", shell=True, check=True)
-    check_refusals()
-    with Preview("--port", "0", "--db", "router.db", "--texts", "site/texts/en.po",
-                 "--texts", "site/texts/de.po", "--set-from", names, "site") as started:
-        check("all is watched", [], [line for line in started.lines if "by hand" in line])
-        endless = Stopped(started) if not only or "check_stopped" in only else None
-        check_files(started)
-        check_mistakes(started)
-        def browse():
-            for step in (check_changes, check_reload, check_keys, check_room, check_barriers,
-                         check_findings, check_troubles, check_fetch, check_pages,
-                         check_leaving, check_waiting):
-                if not only or step.__name__ in only:
-                    step(started)
-            for step in (check_causes, check_sheets, check_marks, check_editor, check_typing):
-                if not only or step.__name__ in only:
-                    step()
-            if not only or "check_many" in only:
-                check_many(started)  # which counts streams, when no page is at work any more
-        with_browser(browse)
-        if endless:
-            check_stopped(endless)
-        if not only or "check_alone" in only:
-            with_browser(lambda: check_alone(started), "--disable-blink-features=SharedWorker")
-    for step in (check_site_file, check_hardships, check_ends):
-        if not only or step.__name__ in only:
-            step()
+    {"one": preview_one, "others": preview_others}[sys.argv[7]]()
 sys.exit(bool(failed))
