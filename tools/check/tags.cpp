@@ -522,17 +522,17 @@ static bool tellsEnd(const Text &text, string_view raw)
     const string ahead = lowered(text.text.substr(text.at + 1, 8));
     const size_t line = text.text.find_last_not_of(" \t", text.at ? text.at - 1 : 0);
     const bool beginsLine = text.at == 0 || line == string_view::npos || text.text[line] == '\n';
-    const auto isOneOf = [&](std::initializer_list<string_view> words) {
+    const auto isAhead = [&](std::initializer_list<string_view> words) {
         return std::ranges::any_of(words, [&](string_view word) {
             return ahead.starts_with(word) &&
                    (ahead.size() == word.size() || !isLetter(ahead[word.size()]));
         });
     };
     if (raw == "title" || raw == "style")
-        return isOneOf({"/head", "body", "meta", "link", "script", "style", "title", "/body"});
+        return isAhead({"/head", "body", "meta", "link", "script", "style", "title", "/body"});
     if (raw == "textarea")
-        return isOneOf({"/form", "/body", "/html", "textarea"});
-    return raw == "script" && beginsLine && isOneOf({"/head", "body", "/body", "script", "/html"});
+        return isAhead({"/form", "/body", "/html", "textarea"});
+    return raw == "script" && beginsLine && isAhead({"/head", "body", "/body", "script", "/html"});
 }
 
 static void addData(Text &text, size_t begin, size_t end)
