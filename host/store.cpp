@@ -15,7 +15,7 @@
 using std::string;
 
 // How long a statement waits for another program that is writing.
-static constexpr int TURN_MILLISECONDS = 5000;
+static constexpr int WAIT_MILLISECONDS = 5000;
 
 // How many passwords are looked at at a time: each hash takes 16 MiB and a processor.
 static constexpr int TURNS = 2;
@@ -103,7 +103,7 @@ static const char *takeTurn(sqlite3 *db, int first, int count, int milliseconds,
 
 static void passwordTurn(sqlite3_context *context, int, sqlite3_value **)
 {
-    const char *problem = takeTurn(sqlite3_context_db_handle(context), 0, TURNS, TURN_MILLISECONDS,
+    const char *problem = takeTurn(sqlite3_context_db_handle(context), 0, TURNS, WAIT_MILLISECONDS,
                                    "too many passwords are looked at");
     if (problem)
         sqlite3_result_error(context, problem, -1);
@@ -140,7 +140,7 @@ sqlite3 *storeOpen(const string &file, const string &sessionsFile, const char *f
     int status =
         sqlite3_open_v2(file.c_str(), &db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr);
     if (status == SQLITE_OK) // first: "pragma synchronous" reads the database
-        status = sqlite3_busy_timeout(db, TURN_MILLISECONDS);
+        status = sqlite3_busy_timeout(db, WAIT_MILLISECONDS);
     if (status == SQLITE_OK)
         // "extra": what was saved is still there when the power fails right afterwards. What
         // is temporary must find room on a full disk, too.

@@ -108,13 +108,6 @@ static size_t leastLength(const Template &tpl, const Argument &argument)
     return length;
 }
 
-static Span spanOf(const Command &command, size_t index)
-{
-    const auto &elements = command.args[index].elements;
-    return elements.empty() ? command.words
-                            : Span{elements.front().span.at, elements.back().span.end};
-}
-
 static void checkOperand(const Visit &visit, const Argument &operand)
 {
     for (const Element &element : operand.elements) {
@@ -277,7 +270,7 @@ static void visitCommand(Visit &visit, const Command &command)
     }
     visit.direct = direct;
     if (length > MOST_ARGUMENT)
-        report(visit.all, visit.tpl, spanOf(command, 0), "limit",
+        report(visit.all, visit.tpl, argumentSpan(command, 0), "limit",
                "the arguments have " + std::to_string(length) + " bytes at least, and " +
                    std::to_string(MOST_ARGUMENT) + " are the most");
     if (command.id == ID_SETARRAY || command.id == ID_SETARRAYONCE)

@@ -15,16 +15,9 @@ using std::string_view;
 
 static constexpr int64_t MOST_NUMBERS = 1000000; // of one repeat, which a page waits for
 
-static Span operandSpan(const Command &command, size_t index)
-{
-    const auto &elements = command.args[index].elements;
-    return elements.empty() ? command.words
-                            : Span{elements.front().span.at, elements.back().span.end};
-}
-
 static string sourceOf(const Template &tpl, const Command &command, size_t index)
 {
-    const Span span = operandSpan(command, index);
+    const Span span = argumentSpan(command, index);
     return tpl.source.substr(span.at, span.end - span.at);
 }
 
@@ -68,7 +61,7 @@ static bool checkSign(Report &all, const Template &tpl, const Command &command)
     for (size_t i = 1; i < std::min<size_t>(command.args.size(), 4); ++i) {
         if (!isForeignSign(command, i))
             continue;
-        report(all, tpl, operandSpan(command, i), "if-constant",
+        report(all, tpl, argumentSpan(command, i), "if-constant",
                "'" + sourceOf(tpl, command, i) +
                    "' is a text here, and no sign: the word in front says how two values are "
                    "compared, if eq A B `then` `else`");
@@ -98,15 +91,15 @@ static void checkIf(Report &all, const Template &tpl, const Command &command)
     if ((knowsA && isMeantVariable(a)) || (knowsB && isMeantVariable(b)))
         return;
     if (knowsA && knowsB)
-        report(all, tpl, operandSpan(command, 0), "if-constant",
+        report(all, tpl, argumentSpan(command, 0), "if-constant",
                "two constants are compared, '" + a + "' and '" + b +
                    "': it always comes out the same");
     else if (isSame(tpl, command) && !isLogic)
-        report(all, tpl, operandSpan(command, 0), "if-constant",
+        report(all, tpl, argumentSpan(command, 0), "if-constant",
                sourceOf(tpl, command, 0) +
                    " is compared with itself: it always comes out the same");
     else if (isLogic && (knowsA || knowsB))
-        tellTruth(all, tpl, operandSpan(command, knowsA ? 0 : 1), knowsA ? a : b);
+        tellTruth(all, tpl, argumentSpan(command, knowsA ? 0 : 1), knowsA ? a : b);
 }
 
 // ---- numbers ----
@@ -158,7 +151,7 @@ static void checkOperand(Report &all, const Template &tpl, const Command &comman
         return faultOf(text, divides).empty();
     });
     if (!texts.empty() && !isSound)
-        report(all, tpl, operandSpan(command, index), "calc-number", faultOf(texts[0], divides));
+        report(all, tpl, argumentSpan(command, index), "calc-number", faultOf(texts[0], divides));
 }
 
 // Reads a bound that is known. Returns false where it is not, or no number.
@@ -172,7 +165,7 @@ static bool readBound(Report &all, const Template &tpl, const Command &command, 
     *bound = std::clamp<int64_t>(strtoll(texts[0].c_str(), &end, 10), INT32_MIN, INT32_MAX);
     const bool isNumber = end != texts[0].c_str();
     if (!isNumber && !isMeantVariable(texts[0]))
-        report(all, tpl, operandSpan(command, index), "repeat-range",
+        report(all, tpl, argumentSpan(command, index), "repeat-range",
                "'" + texts[0] + "' is no number, and counts as 0");
     return isNumber;
 }
@@ -189,7 +182,7 @@ static void checkRepeat(Report &all, const Template &tpl, const Command &command
         return;
     from += command.id == ID_REPEATEXCL;
     to -= command.upperExcluded;
-    const Span span = {operandSpan(command, 0).at, operandSpan(command, 1).end};
+    const Span span = {argumentSpan(command, 0).at, argumentSpan(command, 1).end};
     if (knowsFrom && to < from)
         report(all, tpl, span, "repeat-range",
                "the range is empty, and nothing is printed: repeat counts upwards only");

@@ -31,14 +31,6 @@ static string didYouMean(Report &all, string_view word, const std::vector<string
     return near.empty() ? "" : "; did you mean " + inQuotes(near) + "?";
 }
 
-static Span argumentSpan(const Command &command, size_t index)
-{
-    if (index >= command.args.size() || command.args[index].elements.empty())
-        return command.words;
-    const auto &elements = command.args[index].elements;
-    return {elements.front().span.at, elements.back().span.end};
-}
-
 // ---- includes ----
 
 namespace

@@ -177,3 +177,11 @@ std::vector<Finding> checkSite(Site &site)
     sortFindings(&all.findings);
     return std::move(all.findings);
 }
+
+Span argumentSpan(const Command &command, size_t index)
+{
+    if (index >= command.args.size() || command.args[index].elements.empty())
+        return command.words;
+    const auto &elements = command.args[index].elements;
+    return {elements.front().span.at, elements.back().span.end};
+}

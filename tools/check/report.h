@@ -65,4 +65,7 @@ void checkBytes(Report &all);
 /* All of them, sorted, graded as the site's options say and without what they leave out. */
 std::vector<Finding> checkSite(Site &site);
 
+/* Where an argument stands, with its indices; where a command has no such one, its words. */
+Span argumentSpan(const Command &command, size_t index);
+
 #endif

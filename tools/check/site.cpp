@@ -119,6 +119,11 @@ string keyOfRead(const Element &element)
 
 // ---- files ----
 
+string suffixOf(string_view path)
+{
+    return fs::path(path).extension().string();
+}
+
 static fs::path pathOf(const Site &site, const string &path)
 {
     return fs::path(site.options.docRoot) / path;
@@ -580,11 +585,6 @@ bool loadSite(SiteOptions options, Site *site, string *problem,
 }
 
 // ---- who sets what ----
-
-string suffixOf(string_view path)
-{
-    return fs::path(path).extension().string();
-}
 
 string_view arrayOf(string_view key)
 {
