@@ -14,7 +14,7 @@ if [[ $PWD == *\'* ]]; then
 fi
 
 # The programs' sources are compiled a dozen at a time: half of the time. Those of the library
-# are not.
+# are not, unless they are sanitized.
 # shellcheck disable=SC2034
 together=(-DCMAKE_UNITY_BUILD=ON -DCMAKE_UNITY_BUILD_BATCH_SIZE=12)
 
