@@ -946,7 +946,7 @@ def check_typing():
     """Findings that come while the bar is used: the check waits for its list until then."""
     os.mkfifo("bin/names")
     os.symlink("bin/names", "names")
-    write("typed/t.htm", "<!DOCTYPE html><title>x</title><h1>v1</h1><?echo $var:nope?>")
+    write("typed/t.htm", "<!DOCTYPE html><title>x</title><h1>v1</h1><p><?error found ?></p><?echo $var:nope?>")
     number = BAR + "return bar.querySelector('#messages .number').textContent"
     sheet = BAR + "return bar.querySelector('.sheet').textContent"
     with Preview("--port", "0", "--set-from", "names", "typed") as preview:
@@ -961,15 +961,16 @@ def check_typing():
         press(END)
         check("at work", "orv-check is at work.", run(sheet))
         tab_to("#error")
-        press("no ")
+        press("no rout")
         write("bin/names", "other")
         check("findings come late again", "2", wait(number, "2"))
         check("the open sheet has them", "orv-check finds nothing wrong in what this page does not use.", run(sheet))
-        press("route" + ENTER)
-        error = BAR + "return bar.querySelector('#error').value"
-        check("typed before and after", "no route", wait(error, "no route"))
+        press("e")
         edit("typed/t.htm", "v2", "v3")
         wait(TITLE, "v3")
+        press(ENTER)
+        typed = BAR + "return document.querySelector('p').textContent + bar.querySelector('#error').value"
+        check("typed before and after", "1no route", wait(typed, "1no route"))
         while len(children(preview.process.pid)) < 2:
             time.sleep(0.01)
         os.kill(int(children(preview.process.pid)[-1]), signal.SIGKILL)

@@ -22,6 +22,15 @@ const choice = (name, title, options, chosen) => make('label', {}, title,
         options.map(([value, text]) =>
             make('option', {value, selected: value === chosen}, text))));
 
+// What is switched counts, also while its page is still on its way.
+const errorOf = () => (recall().switches || page.data).error;
+
+// Of what was typed before a reload the browser tells no change.
+const takeError = ({target: {value}}) => {
+    if (value !== errorOf())
+        change('error', value);
+};
+
 const switches = () => {
     const {languages, language, marks, error} = page.data;
     return make('div', {className: 'switches'},
@@ -31,7 +40,11 @@ const switches = () => {
             String(marks)),
         make('label', {}, 'Error', make('input', {value: error, placeholder: 'none', id: 'error',
             title: 'What the page\'s error commands find. Enter shows it.',
-            onchange: (event) => change('error', event.target.value)})));
+            onblur: takeError,
+            onkeydown: (event) => {
+                if (event.key === 'Enter' && !event.isComposing)
+                    takeError(event);
+            }})));
 };
 
 /* ---- The panel ---- */
@@ -46,7 +59,7 @@ const close = () => {
 const onKey = (event) => {
     if (event.key !== 'Escape' || event.isComposing)
         return;
-    found('#error').value = page.data.error;
+    found('#error').value = errorOf();
     close();
 };
 

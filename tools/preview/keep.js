@@ -69,16 +69,19 @@ const showSwitches = () => page.data && setCookie('page', recall().switches || {
 const touched = new Set(); // fields that the visitor has changed
 addEventListener('input', (event) => event.isTrusted && touched.add(event.composedPath()[0]), true);
 
-// A field's name that holds for the next page: which form, name, id, of several the number.
+// A field's name that holds for the next page: which form, name, id, of several the number. The
+// bar has one field of text.
 const namedFields = () => {
     const counts = {};
     const forms = [...document.forms];
-    return [...document.querySelectorAll('input, textarea, select')].map((field) => {
+    const named = [...document.querySelectorAll('input, textarea, select')].map((field) => {
         const choice = ['radio', 'checkbox'].includes(field.type) ? field.value : '';
         const name = [forms.indexOf(field.form), field.name, field.id, choice].join(' ');
         counts[name] = (counts[name] || 0) + 1;
         return [`${name} ${counts[name]}`, field];
     });
+    const ofBar = page.host?.shadowRoot.querySelector('#error');
+    return ofBar ? [...named, ['bar', ofBar]] : named;
 };
 
 const isChecked = (field) => ['radio', 'checkbox'].includes(field.type);
@@ -112,14 +115,15 @@ const caretOf = (field) => {
 // Called when the page gives way: until then it is used.
 const keep = () => {
     const named = namedFields();
-    const focused = named.find(([, field]) => field === document.activeElement);
+    const barFocused = page.host?.shadowRoot.activeElement;
+    const focused = named.find(([, field]) => field === (barFocused || document.activeElement));
     remember({kept: {...recall().kept, [address()]: {
         scroll: [scrollX, scrollY],
         values: named.filter(([, field]) => touched.has(field))
             .map(([name, field]) => [name, valueOf(field)]),
         focused: focused ? focused[0] : null,
         caret: focused ? caretOf(focused[1]) : null,
-        barFocus: page.host?.shadowRoot.activeElement?.id
+        barFocus: barFocused?.id
     }}});
 };
 
