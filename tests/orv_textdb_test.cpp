@@ -526,8 +526,10 @@ TEST(TextDbTool, ListsWordsThatNoFieldStandsFor)
         " aria-description=Words aria-placeholder=Words aria-roledescription=Words"
         " aria-valuetext=Words data-x=Words>");
     EXPECT_EQ(run("pot --hard-coded 1.htm | wc -l"), "10\n=0");
-    writeFile("1.htm", "{?a?}");
+    writeFile("1.htm", "\xEF\xBB\xBF{?a?} \u2714\uFE0F \uE001");
     EXPECT_EQ(run("pot --hard-coded 1.htm"), "=0");
+    EXPECT_EQ(runCommand("exec 3>&- 4>&- 5>&-; ulimit -n 6; " ORV_TEXTDB " pot --hard-coded 1.htm"),
+              1);
 }
 
 // The language of a file, by its header and its name.

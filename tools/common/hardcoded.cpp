@@ -31,11 +31,15 @@ static bool isRead(const string &name, string_view element, string_view tag)
 // Whether a character is a letter of another alphabet than the Latin one.
 static bool isForeignLetter(unsigned number)
 {
-    const bool isSign = number < 0xc0 || number == 0xd7 || number == 0xf7 ||
-                        (number >= 0x2000 && number < 0x2c00) ||
-                        (number >= 0x3000 && number < 0x3040) ||
-                        (number >= 0xff00 && number < 0xff20) || number >= 0x1f000;
-    return !isSign;
+    // Blocks without letters: also icons, which fonts have in the private ones, the variants of
+    // signs, and the byte order mark.
+    static constexpr unsigned signs[][2] = {
+        {0, 0xbf},        {0xd7, 0xd7},         {0xf7, 0xf7},     {0x2000, 0x2bff},
+        {0x3000, 0x303f}, {0xe000, 0xf8ff},     {0xfe00, 0xfe0f}, {0xfeff, 0xfeff},
+        {0xff00, 0xff1f}, {0x1f000, UINT32_MAX}};
+    return std::none_of(std::begin(signs), std::end(signs), [number](const auto &block) {
+        return number >= block[0] && number <= block[1];
+    });
 }
 
 // Whether a text has a word: two letters side by side, or one of another alphabet. Entities are
