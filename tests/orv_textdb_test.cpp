@@ -50,8 +50,7 @@ TEST(TextDbTool, RefusesWhatADatabaseCannotHold)
          "id \"a\": duplicate message definition, it stands in line 3 already"},
         {utf8Header + "# msgid\n#| msgid \"o\"\nmsgctxt \"c\"\n" + entry("a", "x"), ":6",
          "id \"a\": has a context (msgctxt): a field has an id only, give each context an id of "
-         "its "
-         "own"},
+         "its own"},
         {utf8Header +
              "#~ msgid \"o\"\n#~ msgstr \"\"\nmsgid \"a\"\nmsgid_plural \"b\"\nmsgstr[0] \"\"\n",
          ":5",
@@ -334,8 +333,8 @@ TEST(TextDbTool, JudgesTranslationsByTheirSource)
          "text-reference: has $3 in the place of $2: write it as the source text does"},
         {"$1 of $2 files", "$1 Dateien", "", "#, no-text-reference\n"},
         {"$1 of $2 files", "$1 Dateien", "", "# orv-textdb: no-text-reference\n"},
-        {"for $var:user", "für $var:nutzer",
-         "text-reference: has $var:nutzer in the place of $var:user: write it as the source text "
+        {"for $var:user", "für $var:wen",
+         "text-reference: has $var:wen in the place of $var:user: write it as the source text "
          "does"},
         {"of $var:l[1] ", "$var:l[2] ",
          "text-reference: has $var:l[2] in the place of $var:l[1]: "
@@ -520,11 +519,10 @@ TEST(TextDbTool, ListsWordsThatNoFieldStandsFor)
     EXPECT_EQ(
         run("pot --hard-coded 1.htm 2.frm"),
         "1.htm:1: Hard coded\n1.htm:3: Any\n1.htm:4: value: Send\n2.frm:1: alt: A picture\n=1");
-    writeFile(
-        "1.htm",
-        "<p alt=Words title=Words placeholder=Words label=Words summary=Words aria-label=Words"
-        " aria-description=Words aria-placeholder=Words aria-roledescription=Words"
-        " aria-valuetext=Words data-x=Words>");
+    writeFile("1.htm",
+              "<p alt=Ab title=Ab placeholder=Ab label=Ab summary=Ab aria-label=Ab data-x=Ab"
+              " aria-description=Ab aria-placeholder=Ab aria-roledescription=Ab"
+              " aria-valuetext=Ab>");
     EXPECT_EQ(run("pot --hard-coded 1.htm | wc -l"), "10\n=0");
     writeFile("1.htm", "\xEF\xBB\xBF{?a?} \u2714\uFE0F \uE001");
     EXPECT_EQ(run("pot --hard-coded 1.htm"), "=0");

@@ -298,13 +298,16 @@ TEST(TextDatabase, TellsTheAttributeAndNeedsLabels)
     std::string file = database({{"a", "x"}, {"b", "y"}});
     char *records = file.data() + 16; // root, "a", "b"
     records[2 * 8 + 7] |= '\x80';
-    for (const int labelMoves : {0, 1}) { // to its end, where it is empty
-        records[8 + 4] += static_cast<char>(labelMoves);
+    for (const int change : {0, 1, 2}) {
+        if (change == 1) // the label moves to its end: it is empty
+            ++records[8 + 4];
+        if (change == 2) // "a" is to have a sibling behind the file's end
+            file = std::string("0123456789abcdef\1\0\0\0a\0X\0\0\0\x20\0\4\0\0\x40", 32);
         writeFile("odd.db", file);
         const char *image;
         const int32_t fd = loadMmapTree("odd.db", &image);
         for (const auto &[id, expected] :
-             {std::pair("a", labelMoves ? -1 : 0), {"b", 1}, {"", -1}}) {
+             {std::pair("a", change ? -1 : 0), {"b", change < 2 ? 1 : -1}, {"", -1}}) {
             int32_t attribute = -1;
             EXPECT_EQ(findMmapVar(image, id, &attribute) != nullptr, expected >= 0) << id;
             EXPECT_EQ(attribute, expected);

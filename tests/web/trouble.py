@@ -128,7 +128,8 @@ def check_scripts(work):
         owner.program = program
         answer = owner.post(page, {"token": token}) if status == 503 else owner.ask(page)
         check(said, (status, True, True), (answer.status, said in owner.log,
-                                           status != 500 or "cannot make this page" in answer.text))
+                                           status != 500 or "cannot make this page" in answer.text
+                                           and "the page events.htm cannot be made (" in owner.log))
     # A save reaches the device by a program; what it does not do is told, and tried again.
     for what, script, said in (
             ("applied", "sed -n 's/^hostname=/name: /p'; exit 0", "have been saved. From now on the router is called <bdi>name: h0 </bdi>"),
