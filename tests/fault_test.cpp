@@ -524,7 +524,7 @@ TEST(Faults, CallbacksChangeOpenTemplates)
         {{"t.htm", "a<?echo 'b<?query t $1?>c<?query t $1?>d'?>\ne{?hi?}<?foo\n?>f<<"}},
         {{"t.htm", "a<?error found ?>b<?error message ?>c{?"}},
         {{"t.htm", "a<?repeat [ 1 3 ] '$0<?query t $1?>b'?>c{?hi?}<?if eq $var:a '' d?>"}},
-        {{"t.htm", "a{?hi?}b<?include b.htm?>\nc<?foo?>d"}, {"b.htm", "(<?query t b?>\n)<?foo?>"}},
+        {{"t.htm", "a{?hi?}b<?include b.htm?>\nc<?foo?>d"}, {"b.htm", "(<?query b?>\n)<?foo?>"}},
         {{"t.htm", "a<?include c.htm?>b\n<?foo?>"},
          {"c.htm", "(<?include b.htm?>)"},
          {"b.htm", "b"}},

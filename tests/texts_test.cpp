@@ -35,7 +35,7 @@ protected:
                                          longText},
                             {"incl", "<?include b.htm?>" + longText + "<?echo y?>"},
                             {"wide", std::string(400, 'w')},
-                            {"refill", std::string(8192, 'r')},
+                            {"refill", std::string(8188, 'r') + "<?ec"},
                             {std::string(128, 'i'), "128"}}));
         writeFile("device/etc/htmltext_de.db", database({{"hi", "hallo"}, {"long", "lang"}}));
         writeFile("device/etc/htmltext_xx.db", "");
@@ -61,7 +61,6 @@ TEST_F(TextFields, FieldsAreReplaced)
          "zarn - Fallback for DB-Field {?old?}\n"},
         {"{?a-b?}{?hi}{? hi?}{{?hi?}}{", "{?a-b?}{?hi}{? hi?}{hello}{", ""},
         {"{?hi", "{?hi", ""},
-        {"{?hi?", "{?hi?", ""},
         {"{?", "{?", ""},
         {"[{?gone?}]", "[]",
          "zarn - Fallback for DB-Field {?gone?}\n"
@@ -69,7 +68,7 @@ TEST_F(TextFields, FieldsAreReplaced)
         {"{?cmd?}", "1{?hi?}", ""},
         {"<?echo '{?hi?}'?>", "hello", ""},
         {"{?" + std::string(129, 'i') + "?}", "128", ""},
-        {"{?refill?}{?hi?}", std::string(8192, 'r') + "hello", ""},
+        {"{?refill?}ho {?hi?}?>", std::string(8188, 'r') + "hello", ""},
         {"{?hi?} {?long?}|{?hi?}", "hello " + longText + "{?hi?}|hallo", ""},
         {"{?quit?}", "", // before the end of a text whose rest is kept
          "zarn - ERROR in pushStr: NO MEMORY while parsing t.htm with Bison!\n"},
