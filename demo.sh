@@ -46,7 +46,7 @@ build() {
         return
     fi
     cmake -S . -B "$build" -G "$generator" -DCMAKE_BUILD_TYPE=Release -DORV_TOOLS=ON -DORV_TESTS=OFF \
-        "${together[@]}" >&2 &&
+        -DORV_INSTALL=OFF "${together[@]}" >&2 &&
         cmake --build "$build" --target orv-render orv-textdb zarn ${previews:+orv-preview orv-check} >&2
 }
 

@@ -13,10 +13,10 @@ if [[ $PWD == *\'* ]]; then
     export CMAKE_BUILD_PARALLEL_LEVEL
 fi
 
-# The programs' sources are compiled a dozen at a time: half of the time. Those of the library
-# are not, unless they are sanitized.
+# Sources are compiled two dozen at a time: half of the time. Those of the libraries are not, where
+# they may be shipped.
 # shellcheck disable=SC2034
-together=(-DCMAKE_UNITY_BUILD=ON -DCMAKE_UNITY_BUILD_BATCH_SIZE=12)
+together=(-DCMAKE_UNITY_BUILD=ON -DCMAKE_UNITY_BUILD_BATCH_SIZE=24)
 
 # alone COMMAND [ARGUMENT]... - runs it while no other script of this source tree runs
 # one in this way: two would build in one folder, or install at once.

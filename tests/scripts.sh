@@ -17,7 +17,7 @@ check() {
 
 mkdir -p "$copy" "$work/fake" "$work/links/"{scripts,packaging}
 tar c -C "$source" --exclude=./build --exclude=./.git . | tar x -C "$copy"
-sed -i s/=Release/=Debug/ "$copy/demo.sh" # sooner built, and the same pages
+sed -i s/=Release/=None/ "$copy/demo.sh" # sooner built, and the same pages
 export CDPATH=$work
 cd "$work/links"
 

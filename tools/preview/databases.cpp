@@ -10,7 +10,7 @@
 
 using std::string;
 
-static constexpr int BUSY_MILLISECONDS = 2000;
+static constexpr int LOCK_MILLISECONDS = 2000;
 
 static bool isScript(const Database &database)
 {
@@ -93,7 +93,7 @@ static string openAll(sqlite3 **db, const Config &config)
         return databases[0].path + ": " + strerror(errno);
     if (sqlite3_open_v2(path, db, SQLITE_OPEN_READWRITE, nullptr) != SQLITE_OK)
         return databases[0].path + ": " + sqlite3_errmsg(*db);
-    sqlite3_busy_timeout(*db, BUSY_MILLISECONDS);
+    sqlite3_busy_timeout(*db, LOCK_MILLISECONDS);
     if (sqlite3_exec(*db, "select 1 from sqlite_master", nullptr, nullptr, nullptr) != SQLITE_OK)
         return databases[0].path + ": " + sqlite3_errmsg(*db);
     for (size_t i = 1; i < databases.size(); ++i)
