@@ -1,7 +1,7 @@
 #!/bin/bash
 # test.sh - builds with warnings as errors and runs all tests, twice: plain with
 # g++, and with clang++ under the address, undefined-behaviour and leak sanitizers.
-# The fuzz targets run over their corpora in both.
+# The fuzz targets run over their corpora in the second.
 set -euo pipefail
 cd "$(dirname "$(realpath "$0")")"
 # shellcheck source=scripts/setup.sh
@@ -34,8 +34,7 @@ sanitized=(-DCMAKE_CXX_COMPILER=clang++ -DCMAKE_C_COMPILER=clang -DORV_FUZZ=ON
 export UBSAN_OPTIONS=print_stacktrace=1
 export LSAN_OPTIONS=suppressions=$PWD/tests/leaks.txt:print_suppressions=0
 name= # of the tests that are wanted, empty for all
-# The same for ctest. What takes a minute of a browser is not done in both builds.
-filter=(-LE sanitized)
+filter=() # the same for ctest
 
 # build_in FOLDER OPTION... - configures and builds in build/FOLDER; with a name, what the
 # tests need that have it. Where none is known by that name, it may be one of those that
@@ -52,9 +51,11 @@ build_in() {
     cmake --build "build/$1" "${targets[@]}"
 }
 
+# run_tests FOLDER OPTION... - what takes long has a label, of the build in which alone it is run.
 # More tests than there are processors, since those that drive a browser mostly wait.
 run_tests() {
     alone build_in "$@"
+    [[ -n $name ]] || filter=(-LE "$([[ $1 == test ]] && echo sanitized || echo plain)")
     ctest --test-dir "build/$1" --output-on-failure -j "$(($(nproc) + 2))" --no-tests=error \
         "${filter[@]}"
 }
@@ -115,7 +116,7 @@ if [[ ${1-} == --fuzz ]]; then
     fuzz "$2"
 else
     # As packages are built: a test installs them.
-    run_tests test -DCMAKE_CXX_COMPILER=g++ -DCMAKE_C_COMPILER=gcc -DORV_FUZZ=ON \
+    run_tests test -DCMAKE_CXX_COMPILER=g++ -DCMAKE_C_COMPILER=gcc -DORV_FUZZ=${name:+ON} \
         -DCMAKE_INSTALL_PREFIX=/usr -DORV_DOCS=ON
     [[ -n $name ]] || run_tests test-sanitized "${sanitized[@]}"
 fi

@@ -318,12 +318,19 @@ CAUSES = [
 ]
 
 
+TEXTS = """msgid ""
+msgstr "Language: en\\nContent-Type: text/plain; charset=UTF-8\\n"
+
+msgid "greeting"
+msgstr "Hi"
+
+msgid "hello"
+msgstr "Good day"
+"""
+
+
 def check_causes():
     """Each is told once, by its cause, and its spot is seen on a small screen; the log's words are behind it."""
-    text = 'msgid ""\nmsgstr "Language: en\\nContent-Type: text/plain; charset=UTF-8\\n"\n\n'
-    text += "".join(f'msgid "{name}"\nmsgstr "{value}"\n\n'
-                    for name, value in (("greeting", "Hi"), ("hello", "Good day")))
-    write("causes/en.po", text)
     for i, row in enumerate(CAUSES):
         write(f"causes/{i}.htm",
               '<!DOCTYPE html><meta name="viewport" content="width=device-width"><title>x</title>\n' + row[-1])
@@ -1202,8 +1209,12 @@ def preview_one():
 
 
 def preview_others():
-    check_refusals()
     with_browser(browse_others)
+
+
+def preview_hardships():
+    """Without a browser."""
+    check_refusals()
     for step in (check_site_file, check_hardships, check_ends):
         if is_wanted(step):
             step()
@@ -1222,5 +1233,7 @@ with tempfile.TemporaryDirectory() as folder, tempfile.TemporaryDirectory() as t
         os.symlink(program, "bin/" + os.path.basename(program))
     shutil.copytree(site, "site")
     subprocess.run("cat site/database-*.sql | sqlite3 router.db", shell=True, check=True)
-    {"one": preview_one, "others": preview_others}[sys.argv[7]]()
+    write("causes/en.po", TEXTS)
+    {"one": preview_one, "others": preview_others,
+     "hardships": preview_hardships}[sys.argv[7]]()
 sys.exit(bool(failed))
