@@ -4,8 +4,11 @@
 
 #include <fcntl.h>
 #include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
 #include <unistd.h>
 
+#include "host/ascii.h"
 #include "tools/common/files.h"
 #include "tools/common/json.h"
 
@@ -26,6 +29,24 @@ bool readWhole(const string &path, string &bytes)
 {
     bytes.clear();
     return readBytes(path.c_str(), &bytes);
+}
+
+FileProblem problemOf(const string &path, const string &told)
+{
+    FileProblem problem = {path, 0, told};
+    string &text = problem.text;
+    for (const string &prefix : {string("orv-textdb: "), path + ":"})
+        if (text.starts_with(prefix))
+            text.erase(0, prefix.size());
+    for (size_t end; end = skip(text, 0, isDigit), end > 0 && text[end] == ':';) {
+        if (problem.line == 0)
+            problem.line = static_cast<int32_t>(strtol(text.c_str(), nullptr, 10));
+        text.erase(0, end + 1);
+    }
+    text.erase(0, skip(text, 0, isBlank));
+    if (text.starts_with("error: "))
+        text.erase(0, strlen("error: "));
+    return problem;
 }
 
 static Json readObject(const string &path)

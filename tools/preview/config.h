@@ -18,6 +18,10 @@ struct FileProblem {
     std::string text;
 };
 
+/* Takes a line apart in which a program tells of the file at path:
+ * "PROGRAM: FILE:LINE:COLUMN: TEXT", where all but TEXT may be missing. */
+FileProblem problemOf(const std::string &path, const std::string &told);
+
 struct Database {
     std::string name; // under which it is attached, "main" of the first
     std::string path;

@@ -6,7 +6,6 @@
 #include <stdlib.h>
 #include <string.h>
 #include <unistd.h>
-#include <algorithm>
 #include <filesystem>
 
 #include "tools/common/files.h"
@@ -174,18 +173,6 @@ int readSettings(int argc, char **argv, Settings &settings)
 }
 
 // ---- The site's file ----
-
-// Puts "FILE:LINE: TEXT" into its parts.
-static FileProblem problemOf(const string &path, const string &told)
-{
-    string text = told.starts_with(path + ":") ? told.substr(path.size() + 1) : told;
-    char *end;
-    const long line = strtol(text.c_str(), &end, 10);
-    if (line > 0 && *end == ':')
-        text = text.substr(std::min(
-            text.find_first_not_of(": ", static_cast<size_t>(end - text.c_str())), text.size()));
-    return {path, static_cast<int32_t>(line), text};
-}
 
 static void addTexts(const SiteFile &site, Settings &settings)
 {

@@ -3,7 +3,6 @@
 #include "texts.h"
 
 #include <errno.h>
-#include <stdlib.h>
 #include <string.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -27,22 +26,6 @@ string languageOf(const string &path)
         name.erase(0, strlen("htmltext_"));
     const bool isKnown = name.ends_with(".po") || name.ends_with(".db");
     return isKnown && name.size() == 5 && isLanguage(name.substr(0, 2)) ? name.substr(0, 2) : "";
-}
-
-// Takes one line of orv-textdb apart: "orv-textdb: FILE:LINE: TEXT".
-static FileProblem textProblemOf(string line, const string &path)
-{
-    for (const string &prefix : {string("orv-textdb: "), path + ":"})
-        if (line.starts_with(prefix))
-            line.erase(0, prefix.size());
-    char *end;
-    const long number = strtol(line.c_str(), &end, 10);
-    string text = line;
-    if (*end == ':')
-        text = line.substr(std::min(line.find_first_not_of(": 0123456789"), line.size()));
-    if (text.starts_with("error: "))
-        text.erase(0, strlen("error: "));
-    return {path, *end == ':' ? static_cast<int32_t>(number) : 0, text};
 }
 
 // Builds the database of a PO file, beside the target first: a file with mistakes leaves
@@ -70,7 +53,7 @@ static void buildTexts(const TextSource &source, const string &work, const strin
     for (size_t at = 0; at < complaints.size();) {
         const size_t end = std::min(complaints.find('\n', at), complaints.size());
         if (complaints.find(made, at) >= end) // else of the file that is not written
-            problems.push_back(textProblemOf(complaints.substr(at, end - at), source.path));
+            problems.push_back(problemOf(source.path, complaints.substr(at, end - at)));
         at = end + 1;
     }
     if (problems.size() == known)
