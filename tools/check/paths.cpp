@@ -688,11 +688,11 @@ static void walkVariable(Paths &paths, const Node &node)
     std::vector<const Flow *> flows;
     for (const VariableUse *use : sets) {
         flows.push_back(flowOf(paths.forest, *use, isData ? Mode::DATA : Mode::TEXT));
-        const bool fits = flows.back() && !flows.back()->broken &&
-                          (flows.back()->end.mode == Mode::TEXT || isData);
-        if (!fits) {
+        const bool isHalf = flows.back() && !isData && flows.back()->end.mode != Mode::TEXT;
+        if (isHalf || !flows.back() || flows.back()->broken) {
             paths.reading.erase(name);
             paths.opaque = true;
+            paths.crowded = paths.crowded || isHalf; // a tag that goes on in the page
             return;
         }
     }

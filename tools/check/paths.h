@@ -91,7 +91,7 @@ struct Paths {
     bool many = false;    // of .json: a query has one row
     bool inData = false;  // what is walked is a template of JSON, included in a script or not
     bool opaque = false;  // something comes out of which nothing is known
-    bool crowded = false; // there were too many variants
+    bool crowded = false; // and of no structure: there were too many variants, or half a tag
     std::vector<Variant> variants{1};
     Outcomes conditions;       // around the place
     std::vector<Frame> frames; // bodies around it, in its template
