@@ -4,6 +4,7 @@
 #include <string.h>
 
 #include <algorithm>
+#include <cmath>
 
 #include "exec/exec.h"
 #include "grammar/commands.h"
@@ -51,7 +52,8 @@ static bool compute(uint32_t id, double a, double b, double *result)
 // whole number, rounded, when precision is 0.
 static void format(char *text, double value, size_t precision)
 {
-    snprintf(text, CALC_CAPACITY, precision ? "%f" : "%.0f", value);
+    const double shown = std::isnan(value) ? NAN : value; // some machines give 0 / 0 a sign
+    snprintf(text, CALC_CAPACITY, precision ? "%f" : "%.0f", shown);
     char *stop = precision ? strchr(text, '.') : nullptr;
     if (stop && strlen(stop) > precision)
         stop[precision] = '\0';
