@@ -255,8 +255,8 @@ static constexpr Kind kindTable[] = {
      "<p>a&nbps;b</p>"},
     {"link-missing", ERROR,
      "A link, form, image or script leads to a file that is not below the document root; or what "
-     "a style sheet, a script's import or a manifest names. What the web program answers itself "
-     "is named with --route.",
+     "a style sheet, a script's import, fetch or location, or a manifest names. What the web "
+     "program answers itself is named with --route.",
      "<a href=\"nothere.htm\">x</a>"},
     {"file-bytes", ERROR,
      "A file that is not UTF-8, as pages and texts are: a byte of Latin-1, UTF-16, a zero byte, a "
