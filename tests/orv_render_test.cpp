@@ -188,9 +188,7 @@ TEST(OrvRender, MarksLeaveNoFolder)
     writeFile("site/long.htm", "<?repeat [ 1 99999999 ] '" + string(9999, 'x') + "'?>");
     const string render = "'" ORV_RENDER "' --docroot site --root root --tooltips 1 ";
     const string shown = "<span title=\"{?a?} => t.htm Zeile 1\">Text</span></p>";
-    const struct {
-        string command, out;
-    } rows[] = {
+    const string rows[][2] = {
         {render + "--lang en t.htm", "<p title='Text'>" + shown},
         {render + "--lang en --tooltips 2 t.htm", "<p title='-=Text {?a?}=-'>" + shown},
         {render + "long.htm | head -c 1", "x"},

@@ -321,8 +321,7 @@ TEST(TextDbTool, JudgesTranslationsByTheirSource)
     const std::string tags = ": put the source text's tags around the same words";
     const std::string entity = ", which is no entity: ";
     const struct {
-        std::string source;
-        std::string text;
+        std::string source, text;
         std::string told; // the kind, ": " and what is said
         std::string flags = "";
     } rows[] = {
@@ -716,8 +715,7 @@ TEST(TextDbTool, KeepsWhatTranslatorsHaveMade)
     const struct {
         const char *what;
         std::vector<std::string> sources;
-        std::string target;
-        std::string wanted;
+        std::string target, wanted;
     } rows[] = {
         {"lines that end in a backslash, blanks at the edges",
          {entry("a", "C:\\\\\\n x\\n\\ny\\177\\\\")},

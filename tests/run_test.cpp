@@ -24,6 +24,7 @@
 #include "scanner/input.h"
 #include "scanner/scanner.h"
 #include "tests/harness.h"
+#include "tests/process.h"
 
 namespace
 {
@@ -213,10 +214,7 @@ TEST(Page, SurvivesBadFunctions)
     static int calls;
     Host host = withFiles({{"t.htm", "first<?echo second?>third"}});
     useHost(&host);
-    const struct {
-        FWrite fWrite;
-        int32_t error;
-    } rows[] = {
+    const std::pair<FWrite, int32_t> rows[] = {
         {[](Interpreter *, const char *, size_t) { return ++calls, INT32_MAX; }, 0},
         {[](Interpreter *, const char *, size_t) { return ++calls, INT32_MIN; }, EIO},
         {[](Interpreter *, const char *, size_t) { return ++calls, 0; }, EIO},
@@ -227,12 +225,12 @@ TEST(Page, SurvivesBadFunctions)
          EIO},
     };
     Interpreter *handle = Orv_Interpreter_Create(&hostCallbacks);
-    for (const auto &row : rows) {
+    for (const auto &[fWrite, error] : rows) {
         calls = 0;
-        EXPECT_EQ(Orv_Interpreter_SetOutput(handle, row.fWrite), ORV_OK);
+        EXPECT_EQ(Orv_Interpreter_SetOutput(handle, fWrite), ORV_OK);
         EXPECT_EQ(Orv_Interpreter_Reset(handle), ORV_OK); // the function stays
         EXPECT_EQ(Orv_Interpreter_Run(handle, "t.htm", -1), ORV_RUN_DONE);
-        EXPECT_EQ(Orv_Interpreter_OutputError(handle), row.error);
+        EXPECT_EQ(Orv_Interpreter_OutputError(handle), error);
         EXPECT_EQ(calls, 3);
     }
     EXPECT_EQ(Orv_Interpreter_SetOutput(nullptr, nullptr), ORV_FAILED);
@@ -387,23 +385,20 @@ TEST(Handle, KeepsItsVariables)
 
 TEST(Log, IsOpenedByTheSwitch)
 {
-    struct {
-        std::string cmdline;
-        int32_t mode;
-    } const cases[] = {{"", -1},
-                       {"quiet", -1},
-                       {"a tooltip=2 b", 2},
-                       {"xtooltip=12", 1},
-                       {"tooltip=7 x", 0},
-                       {"tooltip=x", 0},
-                       {"tooltip=", 0},
-                       {"tooltip=0", 0},
-                       {std::string(1014, 'x') + "tooltip=2", 2},
-                       {std::string(1015, 'x') + "tooltip=2", 0}};
+    const std::pair<std::string, int32_t> cases[] = {{"", -1},
+                                                     {"quiet", -1},
+                                                     {"a tooltip=2 b", 2},
+                                                     {"xtooltip=12", 1},
+                                                     {"tooltip=7 x", 0},
+                                                     {"tooltip=x", 0},
+                                                     {"tooltip=", 0},
+                                                     {"tooltip=0", 0},
+                                                     {std::string(1014, 'x') + "tooltip=2", 2},
+                                                     {std::string(1015, 'x') + "tooltip=2", 0}};
     const std::string path = folder + "/device/var/log/zarn_interpreter.log";
-    for (const auto &row : cases) {
-        writeFile(folder + "/device/proc/cmdline", row.cmdline);
-        EXPECT_EQ(getTooltipVar(), row.mode) << row.cmdline;
+    for (const auto &[cmdline, mode] : cases) {
+        writeFile(folder + "/device/proc/cmdline", cmdline);
+        EXPECT_EQ(getTooltipVar(), mode) << cmdline;
     }
     const size_t descriptors = openDescriptors(true);
     const std::string cut = folder + "/device/proc/cmdline"; // is not to be taken for the whole
@@ -425,16 +420,12 @@ TEST(Log, IsOpenedByTheSwitch)
     Orv_Interpreter_SetVariable(first, "b", "lost");
     Orv_Interpreter_Destroy(first);
     unlink((folder + "/device/proc/cmdline").c_str());
-    FILE *file = fopen(path.c_str(), "r");
-    char text[2000];
-    const std::string log(text, fread(text, 1, sizeof text, file));
-    fclose(file);
-    EXPECT_EQ(log, "zarn - $HTML_TOOLTIPS is set to 0\n"
-                   "zarn - $HTML_TOOLTIPS is set to illegal value 9, "
-                   "resetting to 0 (no tooltips)\n"
-                   "zarn - $HTML_TOOLTIPS is set to 0\n"
-                   "zarn - CGI-Variable set: a=" +
-                       std::string(472, 'x'));
+    EXPECT_EQ(readFile(path),
+              "zarn - $HTML_TOOLTIPS is set to 0\n"
+              "zarn - $HTML_TOOLTIPS is set to illegal value 9, resetting to 0 (no tooltips)\n"
+              "zarn - $HTML_TOOLTIPS is set to 0\n"
+              "zarn - CGI-Variable set: a=" +
+                  std::string(472, 'x'));
 }
 
 TEST(Limits, NestedBodies)

@@ -52,9 +52,7 @@ protected:
 
 TEST_F(TextFields, FieldsAreReplaced)
 {
-    const struct {
-        std::string text, page, log;
-    } rows[] = {
+    const std::string rows[][3] = {
         {"{?hi?}{?a.b_c:d?}{??}[{?none?}]{?old?}", "helloallempty[]fallback",
          "zarn - Language entries not found for current language. "
          "Fallback database (/etc/htmltext.db) successfully opened\n"
@@ -74,13 +72,13 @@ TEST_F(TextFields, FieldsAreReplaced)
          "zarn - ERROR in pushStr: NO MEMORY while parsing t.htm with Bison!\n"},
         {"{?incl?}|{?hi?}", "(hello)" + longText + "y|hello", ""},
     };
-    for (const auto &row : rows) {
+    for (const auto &[text, page, log] : rows) {
         Host host;
-        host.files = {{"t.htm", row.text}, {"b.htm", "({?hi?})"}};
+        host.files = {{"t.htm", text}, {"b.htm", "({?hi?})"}};
         Orv_Interpreter_SetLanguage("en");
         const Outcome got = render(host);
-        EXPECT_EQ(difference(row.page, got.page), "") << row.text.substr(0, 60);
-        EXPECT_EQ(difference(row.log, got.log), "") << row.text.substr(0, 60);
+        EXPECT_EQ(difference(page, got.page), "") << text.substr(0, 60);
+        EXPECT_EQ(difference(log, got.log), "") << text.substr(0, 60);
     }
 }
 
@@ -91,9 +89,7 @@ TEST_F(TextFields, AreMarkedForTranslators)
     for (const int mode : {1, 2}) {
         writeFile("device/proc/cmdline", "tooltip=" + std::to_string(mode));
         const std::string mark = mode == 1 ? "hello" : "-=hello {?hi?}=-";
-        const struct {
-            std::string name, text, page;
-        } rows[] = {
+        const std::string rows[][3] = {
             {"t.htm", "<p>{?hi?}</p>", "<p>" + span + "</p>"},
             {"t.htm", "<a b='{?hi?}'>c</a>", "<a b='" + mark + "'>c</a>"},
             {"t.htm", "<SCRIPT>'{?hi?}'</Script>{?hi?}<style >{?hi?}</style>|",
@@ -106,10 +102,10 @@ TEST_F(TextFields, AreMarkedForTranslators)
             {"t.htm", "{?hi?}<{?x?}", span + "<" + (mode == 1 ? "ex" : "-=ex {?x?}=-")},
             {"t.htm", "{?hi?}</p >{?hi?}<a<b>", span + "</p >" + span + "<a<b>"},
         };
-        for (const auto &row : rows) {
+        for (const auto &[name, text, page] : rows) {
             Host host;
-            host.files = {{row.name, row.text}};
-            EXPECT_EQ(render(host, row.name).page, row.page) << row.text;
+            host.files = {{name, text}};
+            EXPECT_EQ(render(host, name).page, page) << text;
         }
     }
     EXPECT_STREQ(Orv_Interpreter_LookupDBField("hi"), "-=hello {?hi?}=-");
