@@ -4,7 +4,6 @@
 #include <string.h>
 
 #include <algorithm>
-#include <cmath>
 
 #include "exec/exec.h"
 #include "grammar/commands.h"
@@ -52,8 +51,7 @@ static bool compute(uint32_t id, double a, double b, double *result)
 // whole number, rounded, when precision is 0.
 static void format(char *text, double value, size_t precision)
 {
-    const double shown = std::isnan(value) ? NAN : value; // some machines give 0 / 0 a sign
-    snprintf(text, CALC_CAPACITY, precision ? "%f" : "%.0f", shown);
+    snprintf(text, CALC_CAPACITY, precision ? "%f" : "%.0f", value);
     char *stop = precision ? strchr(text, '.') : nullptr;
     if (stop && strlen(stop) > precision)
         stop[precision] = '\0';
