@@ -386,7 +386,10 @@ static void followLoop(Follower &follower, const Template &tpl, const Command &c
     followArgument(follower, tpl, command.args[body], command.id, levels);
     const HtmlState after = follower.state;
     if (!joinStates(before, after, &follower.state)) {
-        differ(follower, tpl, command, before, after, "no iteration of the body and one");
+        if (printsOf(command) == Prints::BODIES)
+            differ(follower, tpl, command, before, after, "no iteration of the body and one");
+        else
+            differ(follower, tpl, command, after, before, "the body and the page without it");
         follower.state = before;
     }
 }
@@ -454,7 +457,7 @@ static void followCommand(Follower &follower, const Template &tpl, const Command
     levels.push_back(&command);
     if (prints == Prints::BRANCH)
         followIf(follower, tpl, command, levels);
-    else if (prints == Prints::BODIES)
+    else if (prints == Prints::BODIES || command.id & (CMDF_QUERY | CMDF_ERROR))
         followLoop(follower, tpl, command, static_cast<size_t>(body), levels);
     else
         followArgument(follower, tpl, command.args[static_cast<size_t>(body)], command.id, levels);

@@ -58,11 +58,11 @@ static string wholePath(const Site &site, const string &path)
     return site.options.docRoot + "/" + path;
 }
 
-static void tellLine(const Source &source, uint32_t line, string text)
+static void tellLine(const Source &source, const char *kind, uint32_t line, string text)
 {
     const string path = wholePath(source.all.facts.all.site, source.path);
     reportLine(source.all.facts.all, std::filesystem::path(path).lexically_normal().string(), line,
-               "link-missing", std::move(text));
+               kind, std::move(text));
 }
 
 // The files from which an address in this one may begin: itself, and for what pages include, any
@@ -162,10 +162,11 @@ static string problemOfId(const Source &source, string_view id)
         all.ids.contains(id) || std::ranges::any_of(all.patterns, [&](const string &pattern) {
             return mayMatch(pattern, id);
         });
-    if (isThere || !source.tpl || !all.idsKnown)
+    if (isThere || !all.idsKnown)
         return "";
     const string meant = didYouMean(id, {all.ids.begin(), all.ids.end()});
-    if ((meant.empty() && all.addsMarkup) || isMadeByScript(all.facts, id))
+    const bool isGuess = all.addsMarkup || !source.tpl; // a script may be for other pages, too
+    if ((meant.empty() && isGuess) || isMadeByScript(all.facts, id))
         return "";
     return "no element of any page has the id '" + string(id) + "'" + meant;
 }
@@ -246,13 +247,14 @@ static void tell(const Source &source, const Hit &hit)
     const auto at = static_cast<uint32_t>(hit.name.data() - source.bytes.data());
     const Span span = {at, at + static_cast<uint32_t>(hit.name.size())};
     const bool isFile = string_view(hit.naming->kind) == "link-missing";
+    const Grade grade = isFile ? Grade::ERROR : Grade::WARNING;
     if (source.tpl)
-        reportAs(source.all.facts.all, isFile ? Grade::ERROR : Grade::WARNING, *source.tpl, span,
-                 hit.naming->kind, hit.problem);
-    else
-        tellLine(source,
-                 1 + static_cast<uint32_t>(std::ranges::count(source.bytes.substr(0, at), '\n')),
-                 hit.problem);
+        return reportAs(source.all.facts.all, grade, *source.tpl, span, hit.naming->kind,
+                        hit.problem);
+    tellLine(source, hit.naming->kind,
+             1 + static_cast<uint32_t>(std::ranges::count(source.bytes.substr(0, at), '\n')),
+             hit.problem);
+    source.all.facts.all.findings.back().severity = grade;
 }
 
 // Follows a piece of text that comes out as it is, and tells the hits in it that stand in code.
@@ -300,7 +302,7 @@ static void checkManifest(const Source &source)
         string text =
             whyMissing(source.all.facts.all.site, targetFile(source.path, address->text), isFile);
         if (!text.empty())
-            tellLine(source, address->line, std::move(text));
+            tellLine(source, "link-missing", address->line, std::move(text));
     };
     check(manifest.find("start_url"), false);
     for (const char *list : {"icons", "screenshots", "shortcuts"})
