@@ -218,9 +218,12 @@ def check_files(preview):
     for path, *expected, part in rows:
         status, kind, text = preview.ask(path)
         check(path, (*expected, True), (status, kind, part in text or part in words(text)))
-    for form, said in ((b"a=1&b=%FF", "The field 'b' has a value that is no text in UTF-8."),
-                       (b"a=1&" * 70, "There are too many fields, or a name or a value is too long.")):
-        check(said, True, f"|The request is refused|{said}{refused}" in words(preview.ask("overview.htm", form)[2]))
+    for form, kind, said in (
+            (b"a=1&b=%FF", "x-www-form-urlencoded", "The field 'b' has a value that is no text in UTF-8." + refused),
+            (b"a=1&" * 70, "x-www-form-urlencoded", "There are too many fields, or a name or a value is too long." + refused),
+            (b"a=1", "json", "What was sent is in none of the encodings of a form.|" + mend)):
+        text = words(preview.ask("overview.htm", form, Content_Type="application/" + kind)[2])
+        check(said, True, f"|The request is refused|{said}" in text)
     check("another site's name for this machine", 403, preview.ask("", Host="evil.example")[0])
     for headers in ({"Sec_Fetch_Site": "cross-site"}, {"Origin": "http://evil.example"}):
         check("another site opens no file", 403,
@@ -363,12 +366,13 @@ entry.querySelector('.text').textContent, bar.querySelectorAll('.entry').length]
 
 def check_marks():
     """Marks break commands in which a text stands without quotes; they are named as the cause."""
-    write("causes/whole.htm", "<!DOCTYPE html><title>x</title><?echo {?greeting?}?><?Echo?>\n")
+    write("causes/whole.htm", "<!DOCTYPE html><title>x</title><?echo {?greeting?}?><?Echo?><?if eq $var:part own `<?include own.frm?>`?>\n")
+    write("causes/own.frm", "\n<?Echo?>")
     write("causes/lost.htm", "<?echo {?greeting?}?>")
     write("causes/failed.htm", "<p><?error message ?></p>")
     said = BAR + "return bar.querySelector('.where').textContent"
     run("sessionStorage.clear()")
-    with Preview("--port", "0", "--texts", "causes/en.po", "--error", "no route", "causes") as preview:
+    with Preview("--port", "0", "--texts", "causes/en.po", "--error", "no route", "--set", "part=own", "causes") as preview:
         check("--error", True, "<p>no route</p>" in preview.ask("failed.htm")[2])
         show(preview.url + "whole.htm")
         tab_to("#badge")
@@ -376,9 +380,9 @@ def check_marks():
         run("window.isFormer = true")
         tab_to("#marks")
         press("e")
-        wait("if (window.isFormer) return 0;" + BAR + "return bar.querySelectorAll('.entry').length", 2)
-        check("the mistake of its own", ["whole.htm:1:53"], [
-            entry.split(" ")[0] for entry in run(ENTRIES) if "marks" not in entry])
+        check("each is told once", 3, wait("if (window.isFormer) return 0;" + BAR + "return bar.querySelectorAll('.entry').length", 3))
+        check("the mistakes of its own", ["own.frm:2:1", "whole.htm:1:53"], sorted(
+            entry.split(" ")[0] for entry in run(ENTRIES) if "marks" not in entry))
         press(ESCAPE)
         for page, expected in (
                 ("whole", "whole.htm:1:32 The marks for translators break this command"),
@@ -780,8 +784,8 @@ bar.querySelector('.source div')); return [style.whiteSpace, style.fontFamily.in
                 if own:
                     check(f"tab of {sheet}", number, run(BAR + f"return bar.querySelector('#{sheet}').textContent"))
                 press(RIGHT)
-            if own:
-                check("all of it", "t.htm: 128 bytes in 63 write calls, T", run(said.replace("sheet", "second .soft")))
+            check("all of it", "t.htm: 128 bytes in 63 write calls, T" if own else "plain.htm: 31 bytes in 1 write call, T",
+                  run(said.replace("sheet", "second .soft")))
             press(ESCAPE)
             run("sessionStorage.clear()")
 
@@ -1083,9 +1087,11 @@ def check_hardships():
         preview.until("later.db")
         check("it has come", 0, len([m for m in preview.messages("overview.htm") if m[0] == "error"
                                      and not re.search("htmltext|second language", m[2])]))
-        with sqlite3.connect("later.db", isolation_level=None) as db:
+        with sqlite3.connect("later.db", isolation_level=None, check_same_thread=False) as db:
             db.execute("begin exclusive")
             check("it is locked", "database is locked", first())
+            threading.Timer(0.2, db.execute, ["rollback"]).start()
+            check("not for long", False, first() == "database is locked")
         os.rename("site", "away")
         preview.until("it is shown again when it is back.")
         status, _, text = preview.ask("overview.htm")
@@ -1100,6 +1106,8 @@ def check_hardships():
         preview.settle(start)
         write("site/new/deep/new.htm", "new")
         preview.until("Changed: new/deep/new.htm")
+        open_files = [os.readlink(path) for path in glob.glob(f"/proc/{preview.process.pid}/fd/*")]
+        check("one watch", 1, open_files.count("anon_inode:inotify"))
         events = urllib.request.urlopen(preview.url + ".orv-preview/events", timeout=20)
     try:
         events.read()
