@@ -733,8 +733,8 @@ SHEETS = [  # what each says whole, but for its times
      + " with recursive c(i) as (select 1 union all select i + 1 from c where i < 1500000) select max(i) from c slow 1 row T "
      "t.htm:8:1 $0 $1 max(i) 0 1500000",
      "This page asks for no data."),
-    ("templates", "Includes6", "Template Included in Time, with its own includes t.htm the page T └ t.frm t.htm:2:1 T └ u.frm "
-     "t.frm:1:13 T └ nothere.frm t.htm:2:18 No such file or directory └ u.frm t.htm:7:53 T └ u.frm t.htm:7:53 T",
+    ("templates", "Includes6", "Template Included in Time, with its own includes t.htm the page T .└ t.frm t.htm:2:1 T ..└ u.frm "
+     "t.frm:1:13 T .└ nothere.frm t.htm:2:18 No such file or directory .└ u.frm t.htm:7:53 T .└ u.frm t.htm:7:53 T",
      "Template Included in Time, with its own includes plain.htm the page T"),
     ("variables", "Variables11", "Variable Value Set by user Ann --set lang de the language switch lang de the address id 3 the "
      "address void empty the address a 1 t.htm:1:40 a 2 t.htm:1:63 (it kept its former value) c[1] <b> u.frm:1:2 b empty "
@@ -753,7 +753,7 @@ def check_sheets():
         write("sheets/" + path, text)
     with open("causes/en.po", encoding="utf-8") as file:
         write("causes/de.po", file.read().replace(": en", ": de").replace("greeting", "other"))
-    said = BAR + """return bar.querySelector('.sheet').innerText.replace(/(?<![0-9.])([0-9]{1,3} µs|[0-9][.][0-9] ms|[0-9]{2,} ms)/g, 'T').replace(/\\s+/g, ' ')"""
+    said = BAR + """return bar.querySelector('.sheet').innerText.replace(/(?<![0-9.])([0-9]{1,3} µs|[0-9][.][0-9] ms|[0-9]{2,} ms)/g, 'T').replace(/\\u00a0{4}/g, '.').replace(/\\s+/g, ' ')"""
     run("sessionStorage.clear()")
     with Preview("--port", "0", "--db", "router.db", "--texts", "causes/en.po", "--texts", "causes/de.po", "--set", "user=Ann",
                  "sheets") as preview:
