@@ -147,8 +147,7 @@ def check_refusals():
             (["a", "b"], "one folder at a time, see --help"),
         ]
         for args, message in rows:
-            done = subprocess.run(["bin/orv-preview", *args], capture_output=True, text=True,
-                                  timeout=20, check=False)
+            done = subprocess.run(["bin/orv-preview", *args], capture_output=True, text=True, timeout=20, check=False)
             check(args, (2, f"orv-preview: {message}\n"), (done.returncode, done.stderr))
 
 
@@ -430,8 +429,7 @@ def check_site_file():
                       (shown in preview.ask("p.htm")[2], [told[0][:2] if told else None]))
                 check(f"{new} is told", True, not message or message in told[0][2])
     with Preview("--port", "0", "causes") as preview:
-        check("how to add them", [
-            "A database and texts are not given: add --db FILE and --texts en.po, or say it in "
+        check("how to add them", ["A database and texts are not given: add --db FILE and --texts en.po, or say it in "
             "orv-check.json, which orv-check --init writes."], [line for line in preview.lines if "given" in line])
     # A device's own texts; and a preview that has neither of the other programs beside it.
     for path in "device/etc", "device/var", "alone":
@@ -459,8 +457,7 @@ def check_stopped(stopped):
                                            for said in (text, report["messages"][0]["text"])))
     check("the query's sheet", ("It was not done when the page was stopped.", True),
           (report["queries"][0]["problem"], report["queries"][0]["microseconds"] > 19e6))
-    check("its place", ("forever.htm", 2, 1), tuple(
-        report["messages"][0][key] for key in ("file", "line", "column")))
+    check("its place", ("forever.htm", 2, 1), tuple(report["messages"][0][key] for key in ("file", "line", "column")))
 
 
 def check_changes(preview):
@@ -584,8 +581,7 @@ bar.querySelector('#grip').ariaValueNow].map(Math.round)"""
     tab_to("#error")
     press("<b>no route</b>" + ENTER)
     alert = "return document.querySelector('[role=alert]:not([hidden])')?.textContent.trim()"
-    check("error text", "This did not work\n<b>no route</b>",
-          wait(alert, "This did not work\n<b>no route</b>"))
+    check("error text", "This did not work\n<b>no route</b>", wait(alert, "This did not work\n<b>no route</b>"))
     tab_to("#error")
     press(END + 20 * BACKSPACE + ENTER)
     check("no error text", None, wait(alert, None))
@@ -795,8 +791,7 @@ def check_fetch(preview):
     write("site/status.htm",
           '{"names": [<?multiquery "select id from network where id < 3" \'"$1",\'?>0]}')
     show(preview.url + "overview.htm")
-    check("as JSON", {"names": ["1", "2", 0]},
-          run("return fetch('status.htm').then(answer => answer.json())"))
+    check("as JSON", {"names": ["1", "2", 0]}, run("return fetch('status.htm').then(answer => answer.json())"))
     check("a missing one, by the older call", False, run("""const request = new XMLHttpRequest();
 request.open('GET', 'nothere.htm', false);
 request.send();
@@ -855,8 +850,7 @@ page.querySelector('h1')?.textContent + !!page.querySelector('orv-preview')).joi
     check("frames", ",".join(8 * ["v1true"]), wait(frames, ",".join(8 * ["v1true"])))
     run("window.isSame = true")
     edit("site/one.htm", "v1", "v2")
-    check("frames again", ",".join(["v1true"] + 7 * ["v2true"]),
-          wait(frames, ",".join(["v1true"] + 7 * ["v2true"])))
+    check("frames again", ",".join(["v1true"] + 7 * ["v2true"]), wait(frames, ",".join(["v1true"] + 7 * ["v2true"])))
     check("their page stays", True, run("return window.isSame === true"))
     first, tabs = send("/window", "GET"), []
     for _ in range(10):
@@ -968,28 +962,35 @@ def check_typing():
     write("typed/t.htm", "<!DOCTYPE html><title>x</title><h1>v1</h1><p><?error found ?></p><?echo $var:nope?>")
     number = BAR + "return bar.querySelector('#messages .number').textContent"
     sheet = BAR + "return bar.querySelector('.sheet').textContent"
-    with Preview("--port", "0", "--set-from", "names", "typed") as preview:
+    with Preview("--port", "0", "--set-from", "names", "--editor", "edit://{file}", "typed") as preview:
         show(preview.url + "t.htm")
         tab_to("#badge")
         write("bin/names", "other")
         check("findings come late", "1 error", wait(SAID + ".slice(0, 7)", "1 error"))
         press(ENTER)
         check("the badge has kept the focus", True, run(OPEN))
-        edit("typed/t.htm", "v1</h1>", "v2</h1><?echo $var:never?>")
-        check("none of the former file", ("v2", "0"), (wait(TITLE, "v2"), wait(number, "0")))
-        press(END)
-        check("at work", "orv-check is at work.", run(sheet))
-        tab_to("#error")
-        press("no rout")
+        edit("typed/t.htm", "v1</h1>", "v2</h1><?ehco a?>")
+        check("none of the former file", ("v2", "1"), (wait(TITLE, "v2"), wait(number, "1")))
+        tab_to("a.place")
+        place = run(BAR + "return bar.activeElement.textContent")
         write("bin/names", "other")
         check("findings come late again", "2", wait(number, "2"))
-        check("the open sheet has them", "orv-check finds nothing wrong in what this page does not use.", run(sheet))
-        press("e")
+        check("its place has kept the focus", place, run(BAR + "return bar.activeElement?.textContent"))
+        tab_to("#messages")
+        press(END)
+        tab_to("#error")
+        press("no route")
         edit("typed/t.htm", "v2", "v3")
         wait(TITLE, "v3")
+        check("at work", "orv-check is at work.", run(sheet))
+        write("bin/names", "other")
+        done = "orv-check finds nothing wrong in what this page does not use."
+        check("the open sheet has them", done, wait(sheet, done))
         press(ENTER)
         typed = BAR + "return document.querySelector('p').textContent + bar.querySelector('#error').value"
         check("typed before and after", "1no route", wait(typed, "1no route"))
+        edit("typed/t.htm", "v3</h1><?ehco a?>", "v4</h1>")
+        wait(TITLE, "v4")
         while len(children(preview.process.pid)) < 2:
             time.sleep(0.01)
         os.kill(int(children(preview.process.pid)[-1]), signal.SIGKILL)
@@ -1000,11 +1001,11 @@ def check_typing():
     check("the page outlives it", "Preview has ended", wait(STATUS, "Preview has ended"))
     press(ESCAPE)
     check("and so does its badge", "Preview has ended", wait(SAID, "Preview has ended"))
-    edit("typed/t.htm", "v3", "v4")
+    edit("typed/t.htm", "v4", "v5")
     with http.server.HTTPServer(("127.0.0.1", preview.port), Other) as other:
         other.handle_request()  # a stream that is refused ends; it is tried again
     with Preview("--port", str(preview.port), "typed"):
-        check("and finds the next one", "v4", wait(TITLE, "v4"))
+        check("and finds the next one", "v5", wait(TITLE, "v5"))
 
 
 class Other(http.server.BaseHTTPRequestHandler):
@@ -1174,8 +1175,7 @@ def check_ends():
             preview.process.send_signal(number)
         else:
             os.kill(int(children(preview.process.pid)[0]), signal.SIGTERM)
-        check(f"{program} is ended by {number}", (status, left),
-              (preview.process.wait(10), folders()))
+        check(f"{program} is ended by {number}", (status, left), (preview.process.wait(10), folders()))
         deadline = time.monotonic() + 10
         while is_served(preview) and time.monotonic() < deadline:
             time.sleep(0.05)

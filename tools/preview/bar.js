@@ -189,17 +189,27 @@ const makeRoom = () => {
         innerHeight - shown.getBoundingClientRect().top)}px` : '0px');
 };
 
+// Puts other elements into one of the bar's, and gives the focus back to what has the same id
+// or tells the same place.
+const refill = (element, ...children) => {
+    const root = page.host.shadowRoot;
+    const former = root.activeElement;
+    element.replaceChildren(...children);
+    if (!former || former.isConnected)
+        return;
+    const isSame = (place) => place.textContent === former.textContent;
+    (former.id ? found(`#${former.id}`)
+        : [...root.querySelectorAll('.place')].find(isSame) || found('#sheet'))?.focus();
+};
+
 const show = () => {
     if (!page.host)
         return;
-    const places = () => [...page.host.shadowRoot.querySelectorAll('.place')];
-    const focused = page.host.shadowRoot.activeElement;
-    const index = places().indexOf(focused);
     const {open, tab} = recall();
     const chosen = sheets.find((one) => one.id === tab) || sheets[0];
     const scrolled = found('.under');
     const top = scrolled && scrolled.dataset.id === chosen.id ? scrolled.scrollTop : 0;
-    page.host.shadowRoot.replaceChildren(make('div', {className: 'bar'},
+    refill(page.host.shadowRoot, make('div', {className: 'bar'},
         page.isAway ? null : open ? panel(chosen) : badge()));
     const under = found('.under');
     if (under) {
@@ -207,8 +217,6 @@ const show = () => {
         under.dataset.id = chosen.id;
         under.scrollTop = top;
     }
-    if (focused)
-        (focused.id ? found(`#${focused.id}`) : places()[index])?.focus();
     sizes.disconnect();
     if (!page.isAway)
         sizes.observe(found('.bar').firstElementChild);
@@ -266,7 +274,7 @@ const showFindings = () => {
         const tab = found(`#${one.id}`);
         tab.lastChild.replaceWith(numberOf(one));
         if (tab.getAttribute('aria-selected') === 'true' && ['messages', 'site'].includes(one.id))
-            found('.sheet').replaceChildren(...[one.fill()].flat());
+            refill(found('.sheet'), ...[one.fill()].flat());
     }
     showMarks(page.host.shadowRoot);
 };
