@@ -431,6 +431,18 @@ static void followColumn(Follower &follower, const Template &tpl, const Command 
                command.id & CMDF_QUERY ? "column 1" : "the error's text"});
 }
 
+// What prints 1 or 0, in the page or in a tag.
+static void followTruth(Follower &follower, const Template &tpl, const Command &command)
+{
+    const Part part = follower.state.part;
+    if (part == Part::TAG || part == Part::AFTER_NAME)
+        report(follower.all, tpl, command.words, "html-attribute",
+               "1 or 0 is no attribute: what is printed where the condition holds is missing "
+               "behind its two values",
+               includedFrom(follower));
+    followValue(&follower.state);
+}
+
 // A command whose output is no body.
 static void followWithoutBody(Follower &follower, const Template &tpl, const Command &command,
                               Levels &levels)
@@ -441,7 +453,9 @@ static void followWithoutBody(Follower &follower, const Template &tpl, const Com
     else if (prints == Prints::ARGUMENT)
         for (const Argument &argument : command.args)
             followArgument(follower, tpl, argument, command.id, levels);
-    else if (prints == Prints::NUMBER || prints == Prints::BRANCH)
+    else if (prints == Prints::BRANCH)
+        followTruth(follower, tpl, command);
+    else if (prints == Prints::NUMBER)
         followValue(&follower.state);
     else if (command.id & (CMDF_QUERY | CMDF_ERROR))
         followColumn(follower, tpl, command);
