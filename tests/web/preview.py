@@ -193,7 +193,7 @@ def check_files(preview):
     rows = [
         ("list.csv", 200, "text/csv; charset=utf-8", '"1","2",'),
         ("plain.csv", 200, "text/csv; charset=utf-8", "<?xml ?><?echoes"),
-        ("", 200, page, ">overview.htm</a>"),
+        ("", 200, page, "|traffic.htm|Folders|out/|texts/|two words?%/|Pieces of pages|error.frm|"),
         ("texts/", 200, page, "|Other files|de.po|el.po|en.po|"),
         ("texts", 200, page, ">de.po</a>"),  # led there
         ("overview.htm", 200, page, "<h1>Overview</h1>"),
