@@ -233,10 +233,8 @@ TEST(Check, KnowsTheLimits)
         writeFile("d" + std::to_string(i) + ".frm",
                   i == 19 ? "last" : "<?include d" + std::to_string(i + 1) + ".frm?>");
     const std::string id(128, 'i');
-    const struct {
-        std::string text;
-        const char *found; // the end of the one line, none for nothing
-    } cases[] = {
+    // The template, and the end of the one line, none for nothing.
+    const std::pair<std::string, const char *> cases[] = {
         {nested(64), nullptr},
         {nested(65), "64 bodies are around this one, and no more run: it is dropped [limit]"},
         {argument(66559), nullptr},
@@ -275,10 +273,8 @@ TEST(Check, KnowsWordsThatWrite)
 TEST(Check, LooksAtBytes)
 {
     using namespace std::string_literals;
-    const struct {
-        std::string page, part;
-        const char *found; // the end of the one line, none for nothing
-    } cases[] = {
+    // A page, its part and the end of the one line, none for nothing.
+    const std::tuple<std::string, std::string, const char *> cases[] = {
         {"<p>\xC3\xA9</p>", "\xEF\xBB\xBFx",
          "b.frm:1:1: error: a byte order mark comes out where "
          "this is included: save the file without [file-bytes]"},
@@ -396,9 +392,7 @@ TEST(Check, KnowsItsSite)
     writeFile("site/image.png", std::string("<?echo $var:x?>\0", 16));
     for (const auto &[to, from] : {std::pair("..", "loop"), {"deep/b.frm", "link.frm"}})
         std::filesystem::create_symlink(to, std::string("site/") + from);
-    const struct {
-        std::string from, arguments, out, err;
-    } rows[] = {
+    const std::string rows[][4] = {
         {".", "", "site/deep/b.frm:1:8" + unset, "3 templates checked: 1 error\n"},
         {"site/deep", "--only b.frm", "b.frm:1:8" + unset, "3 templates checked: 1 error\n"},
         {"site/deep", "c.page", "", "1 template checked, nothing found\n"},

@@ -32,10 +32,12 @@ extern "C" ssize_t write(int fd, const void *data, size_t size)
     if (fd != PAGE_FD)
         return syscall(SYS_write, fd, data, size);
     if (!writes.failures.empty()) {
-        errno = writes.failures.front();
+        const int failure = writes.failures.front();
         writes.failures.erase(writes.failures.begin());
-        if (errno != 0)
-            return errno == WRITES_NOTHING ? 0 : -1;
+        if (failure != WRITES_NOTHING)
+            errno = failure;
+        if (failure != 0)
+            return failure == WRITES_NOTHING ? 0 : -1;
     }
     if (writes.most > 0)
         size = std::min(size, writes.most);

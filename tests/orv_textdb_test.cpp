@@ -543,10 +543,7 @@ TEST(TextDbTool, ComparesTheLanguageWithNames)
         return file + ": warning: its header says Language: " + language + ", but the name of " +
                path + " says " + name + ": correct one of them [text-language]\n";
     };
-    const struct {
-        const char *language, *file, *database;
-        std::string told;
-    } rows[] = {
+    const std::string rows[][4] = {
         {"de", "de.po", "htmltext_de.db", ""},
         {"pt_BR", "pt_BR.po", "htmltext_pt.db", ""},
         {"de", "texts.po", "x.db", ""},
@@ -556,8 +553,8 @@ TEST(TextDbTool, ComparesTheLanguageWithNames)
     };
     for (const auto &[language, file, database, told] : rows) {
         writeFile(file, of(language));
-        EXPECT_EQ(run(std::string("build -o ") + database + " " + file),
-                  told + file + ": 1 of 1 texts\n=0");
+        const std::string built = file + ": 1 of 1 texts\n=0";
+        EXPECT_EQ(run("build -o " + database + " " + file), told + built);
     }
 }
 

@@ -15,13 +15,9 @@ namespace
 {
 using Example = std::map<std::string, Block>; // by kind: template, page, log, or a file's name
 
-struct Row {
-    const char *name;
-    std::string text, page, log;
-};
-
 constexpr char ended[] = "t.htm: Syntax error: File ends inside cmd\n";
-const Row rows[] = {
+const std::string rows[][4] = {
+    // name, template, page, log
     {"text passes", "a<b>\r\n\v{? {x} ?> %s", "a<b>\r\n\v{? {x} ?> %s", ""},
     {"zero bytes pass", std::string("a\0b<?echo x?>", 13), std::string("a\0bx", 4), ""},
     {"blanks", "<? \n\techo\r\nx\t?><?echo\vx?>.", "x<?echo\vx?>.",
@@ -161,10 +157,10 @@ INSTANTIATE_TEST_SUITE_P(Documents, Examples, testing::Values(ORV_PAGES), [](con
 
 TEST_F(Examples, OfOddBytes)
 {
-    for (const Row &row : rows) {
-        host.files = {{"t.htm", row.text}, {"m.htm", "\xEF\xBB\xBFx"}, {"o.htm", "\xEF\xBB\xBF"}};
+    for (const auto &[name, text, page, log] : rows) {
+        host.files = {{"t.htm", text}, {"m.htm", "\xEF\xBB\xBFx"}, {"o.htm", "\xEF\xBB\xBF"}};
         const Outcome got = render(host);
-        EXPECT_EQ(difference(row.page, got.page), "") << row.name;
-        EXPECT_EQ(difference(row.log, got.log), "") << row.name;
+        EXPECT_EQ(difference(page, got.page), "") << name;
+        EXPECT_EQ(difference(log, got.log), "") << name;
     }
 }

@@ -198,7 +198,7 @@ TEST(Page, SurvivesBadWrites)
         for (const auto &onWrite : {decltype(host.onWrite)(), {[](Interpreter *) {}}}) {
             host.onWrite = onWrite;
             if (failure)
-                writes = {2, {EINTR, 0, 0, 0, EINTR, 0, failure, ENOSPC}};
+                writes = {2, {EINTR, 0, 0, 0, 0, EINTR, failure, ENOSPC}};
             const Outcome got = runHandle(handle);
             EXPECT_EQ(got.page, failure ? "firstse" : "firstsecondthird");
             EXPECT_EQ(got.result, ORV_RUN_DONE);
