@@ -225,8 +225,7 @@ def check_files(preview):
         check(said, True, f"|The request is refused|{said}" in text)
     check("another site's name for this machine", 403, preview.ask("", Host="evil.example")[0])
     for headers in ({"Sec_Fetch_Site": "cross-site"}, {"Origin": "http://evil.example"}):
-        check("another site opens no file", 403,
-              preview.ask(".orv-preview/open", b"file=style.css&line=1", **headers)[0])
+        check("another site opens no file", 403, preview.ask(".orv-preview/open", b"file=style.css&line=1", **headers)[0])
 
 
 MISTAKES = {
@@ -277,8 +276,7 @@ def check_mistakes(preview):
     check("variables", [("name", "Ann", "the form", False), ("a[1]", "x", "", False),
                         ("a[1]", "y", "", True)],
           [(v["name"], v["value"], v["by"], v["kept"]) for v in report["variables"][:3]])
-    check("texts", [("missing.text", 9, True)],
-          [(t["id"], t["place"]["line"], t["missing"]) for t in report["texts"]])
+    check("texts", [("missing.text", 9, True)], [(t["id"], t["place"]["line"], t["missing"]) for t in report["texts"]])
     for path, said in (
             ("first", "The page breaks off|The interpreter gave up here, and the rest of the page is lost.|broken/first.htm, "
              "line 1, column 1|<?echo a b?>lost|A command with too many arguments breaks the page off where it is the first thing "
@@ -343,8 +341,7 @@ mark?.getBoundingClientRect().right < innerWidth && mark.offsetWidth > 2 && mark
 entry.querySelector('.text').textContent, bar.querySelectorAll('.entry').length]"""
     run("sessionStorage.clear()")
     resize(360, 740)
-    with Preview("--port", "0", "--db", "router.db", "--texts", "causes/en.po", "--set", "user=Ann",
-                 "causes") as preview:
+    with Preview("--port", "0", "--db", "router.db", "--texts", "causes/en.po", "--set", "user=Ann", "causes") as preview:
         for i, (place, words, mark, template) in enumerate(CAUSES):
             show(f"{preview.url}{i}.htm")
             start = f"{i}.htm:{place} "
@@ -497,8 +494,7 @@ def check_reload(preview):
 <h1>v1</h1><?include own/piece.frm?><img src="i.svg"><form><input id="a"><textarea name="b"></textarea>
 <select name="c"><option>1<option>2</select><label><input type="checkbox" name="d">d</label></form>""",
                  "site/own/piece.frm": "<p>p1", "site/own/s.css": "h1 { color: rgb(1, 2, 3) }",
-                 "site/own/i.svg": '<svg xmlns="http://www.w3.org/2000/svg"/>',
-                 "site/own/other.htm": "<p>other"})
+                 "site/own/i.svg": '<svg xmlns="http://www.w3.org/2000/svg"/>', "site/own/other.htm": "<p>other"})
     show(preview.url + "own/page.htm")
     run("window.isSame = true")
     press(TAB + "typed" + TAB + "more" + TAB + "2" + TAB + " ")
@@ -645,8 +641,7 @@ def check_findings(preview):
     check("its badge", ("badge error", "Show"), (run(BADGE), run(BAR + "return bar.querySelector('.more').textContent")))
     tab_to("#badge")
     press(ENTER)
-    check("told", ["misspelt.htm:2:53 $var:xyzzy is not set anywhere",
-                   "piece.frm:1:8 $var:hostnmae is not set anywhere"],
+    check("told", ["misspelt.htm:2:53 $var:xyzzy is not set anywhere", "piece.frm:1:8 $var:hostnmae is not set anywhere"],
           sorted(entry.split(";")[0] for entry in run(ENTRIES)))
     check("included", "Included at misspelt.htm:2:1", run(BAR + """return [...bar.querySelectorAll('.hint')]
 .map(hint => hint.textContent).find(text => text.startsWith('Included'))"""))
@@ -727,8 +722,7 @@ SHEETS = [  # what each says whole, but for its times
      + " ".join(f"{i} {i + 1}" for i in range(20)) + " and 2 more rows select id from network where id < 3 2 rows T "
      "t.htm:7:1 $0 $1 id 0 1 1 2" + " select id from network where id < 3 again 2 rows T t.htm:7:1 $0 $1 id 0 1 1 2" * 2
      + " with recursive c(i) as (select 1 union all select i + 1 from c where i < 1500000) select max(i) from c slow 1 row T "
-     "t.htm:8:1 $0 $1 max(i) 0 1500000",
-     "This page asks for no data."),
+     "t.htm:8:1 $0 $1 max(i) 0 1500000", "This page asks for no data."),
     ("templates", "Includes6", "Template Included in Time, with its own includes t.htm the page T .└ t.frm t.htm:2:1 T ..└ u.frm "
      "t.frm:1:13 T .└ nothere.frm t.htm:2:18 No such file or directory .└ u.frm t.htm:7:53 T .└ u.frm t.htm:7:53 T",
      "Template Included in Time, with its own includes plain.htm the page T"),
@@ -788,8 +782,7 @@ bar.querySelector('.source div')); return [style.whiteSpace, style.fontFamily.in
 
 def check_fetch(preview):
     """What a page's script fetches is what the device sends."""
-    write("site/status.htm",
-          '{"names": [<?multiquery "select id from network where id < 3" \'"$1",\'?>0]}')
+    write("site/status.htm", '{"names": [<?multiquery "select id from network where id < 3" \'"$1",\'?>0]}')
     show(preview.url + "overview.htm")
     check("as JSON", {"names": ["1", "2", 0]}, run("return fetch('status.htm').then(answer => answer.json())"))
     check("a missing one, by the older call", False, run("""const request = new XMLHttpRequest();
@@ -838,12 +831,10 @@ def processor_time(pid):
 
 def check_many(preview):
     """Many pages at once, in frames and in tabs, take one connection of the browser's."""
-    start = time.time()
-    write("site/many.htm", """<!DOCTYPE html><title>x</title><h1>many</h1>
-<?repeat [ 1 8 ] `<iframe src="<?if eq $0 1 policy?><?if neq $0 1 one?>.htm"></iframe>`?>""")
-    write("site/one.htm", "<!DOCTYPE html><title>x</title><h1>v1</h1>")
-    write("site/policy.htm", f"<!DOCTYPE html><title>x</title>{POLICY}<h1>v1</h1>")
-    preview.settle(start)
+    preview.put({"site/many.htm": """<!DOCTYPE html><title>x</title><h1>many</h1>
+<?repeat [ 1 8 ] `<iframe src="<?if eq $0 1 policy?><?if neq $0 1 one?>.htm"></iframe>`?>""",
+                 "site/one.htm": "<!DOCTYPE html><title>x</title><h1>v1</h1>",
+                 "site/policy.htm": f"<!DOCTYPE html><title>x</title>{POLICY}<h1>v1</h1>"})
     show(preview.url + "many.htm")
     frames = """return Array.from(frames).map(({document: page}) =>
 page.querySelector('h1')?.textContent + !!page.querySelector('orv-preview')).join()"""
@@ -883,10 +874,8 @@ page.querySelector('h1')?.textContent + !!page.querySelector('orv-preview')).joi
 def check_leaving(preview):
     """A file that is saved while a link's page is made does not hold up the link."""
     slow = "with recursive c(i) as (select 1 union all select i + 1 from c where i < 2000000)"
-    start = time.time()
-    write("site/slow.htm", f"<h1>slow</h1><?querytext '{slow} select max(i) from c'?>")
-    write("site/link.htm", "<!DOCTYPE html><h1>v1</h1><a href='slow.htm'>slow</a>")
-    preview.settle(start)
+    preview.put({"site/slow.htm": f"<h1>slow</h1><?querytext '{slow} select max(i) from c'?>",
+                 "site/link.htm": "<!DOCTYPE html><h1>v1</h1><a href='slow.htm'>slow</a>"})
     show(preview.url + "link.htm")
 
     def save():
@@ -1242,6 +1231,5 @@ with tempfile.TemporaryDirectory() as folder, tempfile.TemporaryDirectory() as t
     shutil.copytree(site, "site")
     subprocess.run("cat site/database-*.sql | sqlite3 router.db", shell=True, check=True)
     write("causes/en.po", TEXTS)
-    {"one": preview_one, "others": preview_others,
-     "hardships": preview_hardships}[sys.argv[7]]()
+    {"one": preview_one, "others": preview_others, "hardships": preview_hardships}[sys.argv[7]]()
 sys.exit(bool(failed))
