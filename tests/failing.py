@@ -45,7 +45,7 @@ def files():
 def run(job, *options):
     """Returns status, output, messages and the files afterwards; the trace is in ../trace."""
     prepare()
-    threads = [] if "preview" in job else ["-f"]
+    threads = [] if "preview" in job else ["-f", "--seccomp-bpf"]
     command = ["timeout", "60", "strace", *threads, "-o", "../trace", *options, *f"{PROGRAMS}/{job}".split()]
     with subprocess.Popen(command, stdout=subprocess.PIPE, stderr=subprocess.PIPE) as process:
         # The preview goes on until it is ended.
@@ -105,8 +105,9 @@ def sweep(job, target):
         step = 4 if "preview" in job and behind - first > 12 else 1  # each starts a web server
         for nth in range(first, behind, step):
             onward = "+" if len(calls) > 1 else ""
-            got = run(job, f"-einject={names}:error={error}:when={nth}{onward}")
+            got = run(job, f"-etrace={names}", f"-einject={names}:error={error}:when={nth}{onward}")
             wrong = judge(job, target, expected, got)
+            wrong += ["left"] * any(not left.endswith(".gone") for left in os.listdir(tempfile.gettempdir()))
             if names == "fsync" and got[0] == expected[0] and "preview" not in job:
                 wrong.append("not told")  # though the file is there
             counts[bool(wrong)] += 1
@@ -121,6 +122,8 @@ with tempfile.TemporaryDirectory() as folder:
     kept = folder + "/kept"
     os.makedirs(kept + "/etc")
     os.mkdir(folder + "/work")
+    os.mkdir(folder + "/tmp")
+    os.environ["TMPDIR"] = tempfile.tempdir = folder + "/tmp"
     os.chdir(folder + "/work")
     with sqlite3.connect(kept + "/r.db") as db:
         db.executescript("create table d(name); insert into d values ('a'), ('b')")

@@ -45,8 +45,6 @@ static bool isLeft(const string &path)
     return isFree;
 }
 
-// Each gets another name first: a program that its launcher has just started may still be
-// about to make a file in it.
 static void removeLeft(const fs::path &folder)
 {
     std::vector<string> left;
@@ -54,11 +52,8 @@ static void removeLeft(const fs::path &folder)
         if (entry.path().filename().string().starts_with(NAME) && isLeft(entry.path()))
             left.push_back(entry.path());
     });
-    for (const string &path : left) {
-        const string gone = path.ends_with(GONE) ? path : path + GONE;
-        if (rename(path.c_str(), gone.c_str()) == 0)
-            removeWork(gone);
-    }
+    for (const string &path : left)
+        removeWork(path);
 }
 
 string makeWork()
@@ -79,9 +74,14 @@ string makeWork()
     return path;
 }
 
+// It gets another name first: a program that its launcher has just started may still be about to
+// make a file in it. By that name the next start removes what cannot be removed now.
 void removeWork(const string &path)
 {
     std::error_code ignored;
-    if (!path.empty())
-        fs::remove_all(path, ignored);
+    if (path.empty())
+        return;
+    const string gone = path.ends_with(GONE) ? path : path + GONE;
+    const bool isRenamed = rename(path.c_str(), gone.c_str()) == 0;
+    fs::remove_all(isRenamed ? gone : path, ignored);
 }
