@@ -7,8 +7,9 @@ document = pathlib.Path(sys.argv[1]).read_text()
 with socket.socket() as free:
     free.bind(("127.0.0.1", 0))
     document = document.replace("8080", str(free.getsockname()[1]))
-# The web server goes on by itself; here it ends with the tests.
-document = document.replace("busybox httpd", "timeout 60 busybox httpd -f").replace("-h www\n", "-h www & sleep 1\n")
+# The web server goes on by itself; here it ends with its commands, for who waits for its output.
+document = document.replace("busybox httpd", "busybox httpd -f").replace(
+    "-h www\n", "-h www & trap 'kill %1' EXIT; sleep 1\n")
 printed = None
 checks = 0
 for file, kind, text in re.findall(r"(?:into\s+`([\w.]+)`[^`]*:\n\n)?^```(\w+)\n(.*?)^```$", document, re.M | re.S):
