@@ -59,6 +59,7 @@ TEST_F(TextFields, FieldsAreReplaced)
          "zarn - Fallback for DB-Field {?old?}\n"},
         {"{?a-b?}{?hi}{? hi?}{{?hi?}}{", "{?a-b?}{?hi}{? hi?}{hello}{", ""},
         {"{?hi", "{?hi", ""},
+        {"{?hi?", "{?hi?", ""},
         {"{?", "{?", ""},
         {"[{?gone?}]", "[]",
          "zarn - Fallback for DB-Field {?gone?}\n"

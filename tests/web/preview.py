@@ -1,7 +1,7 @@
 #!/usr/bin/python3
-"""tests/web/preview.py ORV-PREVIEW ORV-TEXTDB ORV-CHECK SITE NAMES AXE-FOLDER one|others - the preview of a copy of
-the demo site, asked by its protocol and by headless Chromium, while the site's files change; or those
-of other sites. NAMES is the list of the variables that the site's web program sets."""
+"""tests/web/preview.py ORV-PREVIEW ORV-TEXTDB ORV-CHECK SITE NAMES AXE-FOLDER one|others|hardships - the preview of a
+copy of the demo site, asked by its protocol and by headless Chromium, while the site's files change; of other sites;
+or what needs no browser. NAMES is the list of the variables that the site's web program sets."""
 import ctypes, errno, glob, html, http.client, http.server, json, os, platform, re, select, shutil, signal, socket, sqlite3
 import struct, subprocess, sys, tempfile, threading, time, urllib.error, urllib.request
 from chromium import device, find_barriers, install_axe, press, resize, run, send, show, with_browser
