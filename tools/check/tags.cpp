@@ -156,6 +156,28 @@ static void checkNumber(const Text &text, const Tag &tag, const Attribute &attri
                  (wrong->find(',') == string::npos ? "" : ", as one with a comma"));
 }
 
+// Whether a value that was meant for a language's tag is none. One begins with a code of two or
+// three letters, as de-AT, or with x-; en_US is written so elsewhere.
+static bool isNoLanguage(string_view value)
+{
+    constexpr size_t longest = 3;
+    const bool isWord = std::ranges::all_of(
+        value, [](char c) { return isLetterOrDigit(c) || c == '-' || c == '_'; });
+    const size_t length = std::min(value.find('-'), value.size());
+    const bool isTag = length <= longest && (length > 1 || value.starts_with('x')) &&
+                       value.find('_') == string_view::npos;
+    return !value.empty() && isWord && !isTag;
+}
+
+static void checkLanguage(const Text &text, const Tag &tag, const Attribute &attribute)
+{
+    const auto wrong = std::ranges::find_if(attribute.values, isNoLanguage);
+    if (hasWord("lang hreflang", attribute.name) && wrong != attribute.values.end())
+        tell(text, attribute.value, "html-attribute",
+             attribute.name + " of <" + tag.name + "> cannot be '" + *wrong +
+                 "': it takes a language's code, such as en or de-AT");
+}
+
 static void checkAttributes(const Text &text, const Tag &tag)
 {
     if (tag.closing && !tag.attributes.empty())
@@ -170,6 +192,7 @@ static void checkAttributes(const Text &text, const Tag &tag)
                      string(meant) + "?");
         checkChoice(text, tag, attribute);
         checkNumber(text, tag, attribute);
+        checkLanguage(text, tag, attribute);
     }
 }
 
