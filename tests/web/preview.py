@@ -180,8 +180,8 @@ class Stopped(threading.Thread):
 
 def check_files(preview):
     """What is sent and what is not."""
-    os.symlink("/etc/passwd", "site/out.txt")
-    os.symlink("/etc", "site/out")
+    for path in "site/out.txt", "site/some-device.htm", "site/out":
+        os.symlink("/etc" if path == "site/out" else "/etc/passwd", path)
     os.symlink("style.css", "site/in.css")
     write("site/.hidden", "secret")
     os.mkdir("site/two words?%")
@@ -193,7 +193,7 @@ def check_files(preview):
     rows = [
         ("list.csv", 200, "text/csv; charset=utf-8", '"1","2",'),
         ("plain.csv", 200, "text/csv; charset=utf-8", "<?xml ?><?echoes"),
-        ("", 200, page, "|traffic.htm|Folders|out/|texts/|two words?%/|Pieces of pages|error.frm|"),
+        ("", 200, page, "|settings.htm|traffic.htm|Folders|texts/|two words?%/|Pieces of pages|error.frm|"),
         ("texts/", 200, page, "|Other files|de.po|el.po|en.po|"),
         ("texts", 200, page, ">de.po</a>"),  # led there
         ("overview.htm", 200, page, "<h1>Overview</h1>"),

@@ -33,8 +33,29 @@ static string stemOf(const string &name)
     return lowered(name.substr(0, name.find('.')));
 }
 
+// Whether path is a folder below the site's, or that itself.
+static bool isFolder(const Job &job, const string &path)
+{
+    char resolved[PATH_MAX + 1];
+    struct stat status;
+    if (!realpath(path.empty() ? "." : path.c_str(), resolved))
+        return false;
+    return stat(resolved, &status) == 0 && S_ISDIR(status.st_mode) &&
+           (string(resolved) + "/").starts_with(job.trace.docRoot);
+}
+
+// Whether a file is sent when it is asked for.
+static bool isSent(const Job &job, const string &path)
+{
+    int32_t fd = -1;
+    if (hostOpenFile(job.trace, path.c_str(), &fd))
+        return false;
+    close(fd);
+    return true;
+}
+
 // Pages of the same folder that have much of the name.
-static std::vector<string> similarPages(const string &path)
+static std::vector<string> similarPages(const Job &job, const string &path)
 {
     const size_t slash = path.rfind('/');
     const string folder = slash == string::npos ? "" : path.substr(0, slash + 1);
@@ -44,7 +65,8 @@ static std::vector<string> similarPages(const string &path)
     while (const dirent *entry = dir ? readdir(dir) : nullptr) {
         const string stem = stemOf(entry->d_name);
         if (!stem.empty() && kindOfFile(entry->d_name) == FolderEntry::PAGE &&
-            (stem.starts_with(wanted.substr(0, 3)) || stem.find(wanted) != string::npos))
+            (stem.starts_with(wanted.substr(0, 3)) || stem.find(wanted) != string::npos) &&
+            isSent(job, folder + entry->d_name))
             pages.push_back(folder + entry->d_name);
     }
     if (dir)
@@ -61,7 +83,7 @@ static int answerMissing(Job &job, const string &path, const string &why)
     trouble.text = why;
     trouble.hint = "The folder that is shown is " + job.config.docRoot + ".";
     if (why.find("document root") == string::npos)
-        trouble.links = similarPages(path);
+        trouble.links = similarPages(job, path);
     return answerTrouble(job, "404 Not Found", trouble);
 }
 
@@ -80,12 +102,10 @@ static int answerFolder(Job &job, const string &path)
     if (!dir)
         return answerMissing(job, path, strerror(errno));
     while (const dirent *entry = readdir(dir)) {
-        struct stat status;
-        if (entry->d_name[0] == '.' || stat((path + entry->d_name).c_str(), &status) != 0)
-            continue;
-        entries.push_back(
-            {S_ISDIR(status.st_mode) ? FolderEntry::FOLDER : kindOfFile(entry->d_name),
-             entry->d_name});
+        const bool isBelow = isFolder(job, path + entry->d_name);
+        if (entry->d_name[0] != '.' && (isBelow || isSent(job, path + entry->d_name)))
+            entries.push_back(
+                {isBelow ? FolderEntry::FOLDER : kindOfFile(entry->d_name), entry->d_name});
     }
     closedir(dir);
     std::sort(entries.begin(), entries.end(),
@@ -97,17 +117,6 @@ static int answerFolder(Job &job, const string &path)
 static bool hasHiddenStep(string_view path)
 {
     return path.starts_with('.') || path.find("/.") != string_view::npos;
-}
-
-// Whether path is a folder below the site's, or that itself.
-static bool isFolder(const Job &job, const string &path)
-{
-    char resolved[PATH_MAX + 1];
-    struct stat status;
-    if (!realpath(path.empty() ? "." : path.c_str(), resolved))
-        return false;
-    return stat(resolved, &status) == 0 && S_ISDIR(status.st_mode) &&
-           (string(resolved) + "/").starts_with(job.trace.docRoot);
 }
 
 static int answerSite(Job &job)
