@@ -223,6 +223,8 @@ def check_files(preview):
             (b"a=1", "json", "What was sent is in none of the encodings of a form.|" + mend)):
         text = words(preview.ask("overview.htm", form, Content_Type="application/" + kind)[2])
         check(said, True, f"|The request is refused|{said}" in text)
+    asked = urllib.request.Request(preview.url + "style.css", None, {"Cookie": f"orvtab{preview.port}=marks=0", "Sec-Fetch-Dest": "document"})
+    check("an answer to the tab takes its cookie", f"orvtab{preview.port}=; Path=/; Max-Age=0", urllib.request.urlopen(asked).headers["set-cookie"])
     check("another site's name for this machine", 403, preview.ask("", Host="evil.example")[0])
     for headers in ({"Sec_Fetch_Site": "cross-site"}, {"Origin": "http://evil.example"}):
         check("another site opens no file", 403, preview.ask(".orv-preview/open", b"file=style.css&line=1", **headers)[0])
@@ -556,6 +558,9 @@ bar.querySelector('#grip').ariaValueNow].map(Math.round)"""
     check("language", "de", wait(language, "de"))
     check("the focus stays", "language", wait(FOCUS, "language"))
     check("the height stays", [95, 95], run(height))
+    run("addEventListener('beforeunload', () => { document.cookie = `orvtab${location.port}=; path=/; max-age=0`; })")
+    send("/refresh")
+    check("what is switched outlives its cookie", "de", wait(language, "de"))
     first = send("/window", "GET")
     send("/window", handle=send("/window/new", type="tab")["handle"])
     show(preview.url + "devices.htm")
@@ -689,9 +694,9 @@ mv {os.getcwd()}/told.new {os.getcwd()}/told
             press(ESCAPE)
     check("nothing else is opened", False, os.path.exists("told"))
     for editor, said, link in (
-            ("vscode://file{file}:{line}:{column}", [], f"vscode://file{path}:2:17".replace(" ", "%20")),
             ("vim", ["'vim' needs the window of a terminal"], None),
-            ("nothere", ["'nothere' is not installed"], None)):
+            ("nothere", ["'nothere' is not installed"], None),
+            ("vscode://file{file}:{line}:{column}", [], f"vscode://file{path}:2:17".replace(" ", "%20"))):
         with Preview("--port", "0", "--editor", editor, "edited", env=env) as preview:
             check(editor, said, [part for line in preview.lines for part in said if part in line])
             show(preview.url + "a%20b.htm")
@@ -699,6 +704,11 @@ mv {os.getcwd()}/told.new {os.getcwd()}/told
             tab_to("#badge")
             press(ENTER)
             check(editor, link, run(BAR + "return bar.querySelector('a.place')?.href"))
+            if link:
+                tab_to("a.place")
+                press(ENTER)  # the last key: a question of the browser's takes others
+                edit("edited/a b.htm", "<title>x", "<title>y")
+                check("what is saved there is shown", "y", wait("return document.title", "y"))
             press(ESCAPE)
 
 
@@ -871,48 +881,48 @@ page.querySelector('h1')?.textContent + !!page.querySelector('orv-preview')).joi
     send("/window", handle=first)
 
 
+SLOW = "with recursive c(i) as (select 1 union all select i + 1 from c where i < 2000000) select 1 from c where i < 0"
+
+
+def hold(preview, page, change=None):
+    """A thread that holds a page up for seven seconds more once it is made; something changes meanwhile."""
+    def act():
+        deadline = time.monotonic() + 20
+        while not (pid := asked_by(preview, page)) and time.monotonic() < deadline:
+            time.sleep(0.01)
+        os.kill(pid, signal.SIGSTOP)
+        if change:
+            edit(*change)
+        time.sleep(7)
+        os.kill(pid, signal.SIGCONT)
+    holding = threading.Thread(target=act)
+    holding.start()
+    return holding
+
+
 def check_leaving(preview):
     """A file that is saved while a link's page is made does not hold up the link."""
-    slow = "with recursive c(i) as (select 1 union all select i + 1 from c where i < 2000000)"
-    preview.put({"site/slow.htm": f"<h1>slow</h1><?querytext '{slow} select max(i) from c'?>",
+    preview.put({"site/slow.htm": f"<h1>slow</h1><?query '{SLOW}' x?>",
                  "site/link.htm": "<!DOCTYPE html><h1>v1</h1><a href='slow.htm'>slow</a>"})
     show(preview.url + "link.htm")
-
-    def save():
-        deadline = time.monotonic() + 20
-        while not asked_by(preview, "slow.htm") and time.monotonic() < deadline:
-            time.sleep(0.01)
-        edit("site/link.htm", "v1", "v2")
-    saving = threading.Thread(target=save)
-    saving.start()
+    holding = hold(preview, "slow.htm", ("site/link.htm", "v1", "v2"))
     press(TAB + ENTER)
-    check("left", "slow", wait(TITLE, "slow"))
-    saving.join()
+    check("left", ("slow", False), (wait(TITLE, "slow"), holding.is_alive()))
 
 
 def check_waiting(preview):
     """What is done on a page while it is loaded again, which takes long, is not lost; nor is it begun anew."""
-    slow = "with recursive c(i) as (select 1 union all select i + 1 from c where i < 2000000) select 1 from c where i < 0"
-    preview.put({"site/wait.htm": f"<?query '{slow}' x?><!DOCTYPE html><title>x</title><h1>v1</h1><form><input></form>"})
+    preview.put({"site/wait.htm": f"<?query '{SLOW}' x?><!DOCTYPE html><title>x</title><h1>v1</h1><form><input></form>"})
     show(preview.url + "wait.htm")
     tab_to("#badge")
     press(ENTER + HOME)
     run("document.querySelector('input').focus()")
     press("x")
-
-    def save():
-        edit("site/wait.htm", "v1", "v2")
-        deadline = time.monotonic() + 20
-        while not (pid := asked_by(preview, "wait.htm")) and time.monotonic() < deadline:
-            time.sleep(0.01)
-        os.kill(pid, signal.SIGSTOP)
-        time.sleep(7)
-        os.kill(pid, signal.SIGCONT)
-    saving = threading.Thread(target=save)
-    saving.start()
+    holding = hold(preview, "wait.htm")
+    edit("site/wait.htm", "v1", "v2")
     keys = [{"type": kind, "value": key} for key in "yz" + TAB * 2 + RIGHT + TAB * 3 + "a" for kind in ("keyDown", "keyUp")]
     send("/actions", actions=[{"type": "key", "id": "keys", "actions": [{"type": "pause", "duration": 2000}, *keys]}])
-    check("it comes", ("v2", False), (wait(TITLE, "v2"), saving.is_alive()))
+    check("it comes", ("v2", False), (wait(TITLE, "v2"), holding.is_alive()))
     left = BAR + """return [document.querySelector('input').value, bar.activeElement?.id,
 bar.querySelector('[aria-selected=true]').id, bar.querySelector('#marks').value]"""
     check("as it was left", ["xyz", "marks", "queries", "1"], wait(left, ["xyz", "marks", "queries", "1"]))
@@ -1186,7 +1196,7 @@ def browse(started):
 
 def browse_others():
     """Each on a preview of its own."""
-    for step in (check_causes, check_sheets, check_marks, check_editor, check_typing):
+    for step in (check_causes, check_sheets, check_marks, check_typing, check_editor):
         if is_wanted(step):
             step()
 

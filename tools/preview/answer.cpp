@@ -127,6 +127,7 @@ static int answerSite(Job &job)
     if (isFolder(job, path)) {
         if (path.empty() || path.ends_with('/'))
             return answerFolder(job, path);
+        job.headers.clear(); // the tab's cookie is for where it is led to
         return answer(job, "302 Found", "text/plain", "",
                       "Location: " + addressOf(path.substr(path.rfind('/') + 1)) + "/\r\n");
     }

@@ -13,7 +13,7 @@ const found = (selector) => page.host.shadowRoot.querySelector(selector);
 /* ---- The switches ---- */
 
 const change = (name, value) => {
-    remember({switches: {...recall().switches, [name]: value}, isSwitched: true});
+    remember({switches: {...recall().switches, [name]: value}, tries: 0});
     reload();
 };
 

@@ -46,6 +46,7 @@ struct Switches {
     std::string language; // empty for the device's own
     int marks = 0;        // for translators: 1 as tooltips, 2 everywhere
     std::string error;    // what error commands find, empty for none
+    std::string told;     // the cookie that has chosen this, empty for none
 };
 
 /* Read and replace a file of the work folder. Reading what is missing or broken gives the

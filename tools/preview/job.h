@@ -51,8 +51,9 @@ const char *typeOf(const std::string &path);
  * tables to keep: these are told by what stands in them. */
 bool isTemplate(const Job &job, const std::string &path);
 
-/* Reads what the tab has chosen. Its bar sets a cookie for as long as another page of it is on
- * its way; what pages load, or fetch, is told by one that the tab's last page was sent with. */
+/* Reads what the tab has chosen. Its bar sets a cookie when another page of it is asked for, and
+ * the answer removes that; what pages load, or fetch, is told by one that the tab's last page was
+ * sent with. */
 void readSwitches(Job &job);
 
 /* Each writes an answer, and returns the exit status. Nothing of the site is kept by a cache:

@@ -38,10 +38,12 @@ const address = () => location.pathname + location.search;
 /* ---- Switches ---- */
 
 // The server is told by cookies: by "tab" what the tab's next page is to be like, for as long as
-// that is on its way; by "page" what the page is like that asks for more.
+// that is on its way, since the answer removes it; by "page" what the page is like that asks for
+// more.
+const cookieName = (kind) => `orv${kind}${location.port || 80}=`;
 const setCookie = (kind, switches, seconds) => {
     try {
-        document.cookie = `orv${kind}${location.port || 80}=${new URLSearchParams(switches)}`
+        document.cookie = `${cookieName(kind)}${new URLSearchParams(switches)}`
             + `; path=/; samesite=strict${seconds === null ? '' : `; max-age=${seconds}`}`;
     } catch {
         // A frame without an origin has no cookies.
@@ -50,15 +52,27 @@ const setCookie = (kind, switches, seconds) => {
 const sendSwitches = () => {
     const {switches} = recall();
     if (switches)
-        setCookie('tab', switches, 10);
+        setCookie('tab', switches, 60);
 };
-// Returns whether something was switched while the page was on its way, and is not in it yet.
+const isOnItsWay = () => {
+    try {
+        return document.cookie.includes(cookieName('tab'));
+    } catch {
+        return false;
+    }
+};
+// Returns whether the page was told something else than what is switched, and may be told once
+// more: that was switched while it was on its way; or another tab has taken the cookie, or it was
+// behind the request, as happens in a browser that is busy. A frame is as it was told.
 const takeSwitches = () => {
-    const {language, marks, error} = page.data;
-    const shown = {language, marks: String(marks), error};
-    const {switches, isSwitched} = recall();
-    const isLate = isSwitched && Object.keys(shown).some((name) => switches[name] !== shown[name]);
-    remember({switches: isLate ? switches : shown, isSwitched: false});
+    const {language, marks, error, told} = page.data;
+    const {switches, tries = 0} = recall();
+    const isTold = switches && told === String(new URLSearchParams(switches));
+    if (parent !== window && !isTold)
+        return false;
+    const isLate = switches && !isTold && tries < 2;
+    remember(isLate ? {tries: tries + 1}
+        : {switches: {language, marks: String(marks), error}, tries: 0});
     setCookie('tab', {}, 0);
     return isLate;
 };

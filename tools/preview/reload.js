@@ -19,15 +19,31 @@ const reload = () => {
 
 const reloadIfStale = () => page.isStale && reload();
 
-// What the link leads to may be no page. A reload that takes long is not begun once more.
+// Whether the link that was used last is another program's, such as the author's editor.
+let isToProgram = false;
+addEventListener('click', (event) => {
+    isToProgram = event.composedPath().some(({protocol}) => protocol && !/^http/.test(protocol));
+}, true);
+
+// What the link leads to may be no page: then this one is still there a while after the answer. A
+// reload that takes long is not begun once more.
 const onLeaving = () => {
+    if (isToProgram) {
+        isToProgram = false;
+        return;
+    }
     sendSwitches();
     page.isLeaving = true;
-    setTimeout(() => {
+    const look = (isAnswered) => setTimeout(() => {
+        if (!isAnswered) {
+            look(!isOnItsWay());
+            return;
+        }
         page.isLeaving = false;
         if (!page.isAgain)
             reloadIfStale();
-    }, 5000);
+    }, 2500);
+    look(false);
 };
 
 const onLeft = () => {

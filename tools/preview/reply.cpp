@@ -129,6 +129,9 @@ void readSwitches(Job &job)
     string_view chosen = findCookie(cookies, cookieName(job, "tab"));
     if (chosen.empty() && !isTab())
         chosen = findCookie(cookies, cookieName(job, "page"));
+    else if (isTab()) // what is asked for is on its way no more
+        job.headers = "Set-Cookie: " + cookieName(job, "tab") + "=; Path=/; Max-Age=0\r\n";
+    job.switches.told = chosen;
     job.switches.error = job.config.error;
     std::vector<FormField> fields;
     if (chosen.empty() || decodeForm(chosen, fields) != FORM_DONE)

@@ -192,6 +192,7 @@ string reportJson(const Trace &trace, const ReportSetting &setting)
         {"language", setting.switches.language},
         {"marks", setting.switches.marks},
         {"error", setting.switches.error},
+        {"told", setting.switches.told},
         {"messages", messages(sources, trace, setting)},
         {"queries", queries(sources, trace)},
         {"templates", templates(sources, trace)},
