@@ -254,6 +254,7 @@ TEST(Check, KnowsTheLimits)
         const std::string line = firstLine(checkRow("t.htm"));
         EXPECT_TRUE(found ? line.ends_with(found) : line.empty()) << text.substr(0, 60) << line;
     }
+    EXPECT_NE(checkRow("t.htm").find("\nt.htm:1:1: note: included from here\n"), id.npos);
 }
 
 // Also of statements that cannot be prepared, or would change nothing of the database itself.

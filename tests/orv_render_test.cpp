@@ -10,7 +10,7 @@ using std::string;
 
 static const char siteScript[] = R"SH(
 mkdir -p site site-other &&
-printf secret | tee secret.htm >site-other/x.htm &&
+printf secret | tee secret.htm held >site-other/x.htm && ln held same &&
 printf inc >site/inc.htm &&
 printf '\n<?include inner.frm?>\n<?Echo?>' >site/outer.frm && printf '\n\n<?Echo?>' >site/inner.frm &&
 printf dots >site/..a..htm &&
@@ -149,6 +149,7 @@ TEST(OrvRender, Rows)
          "orv-render: gave up at t.htm, line 2\n"},
         {"--output out.link t.htm && cat out.htm && test -L out.link", "<?echo x?>", "x"},
         {"--output /dev/stdout t.htm | cat", "<?echo x?>", "x"},
+        {"--output /dev/fd/3 t.htm 3>>held && cat same", "<?echo x?>", "x"},
         {"--log --db r.db --set 'x=: WARNING - ' t.htm", "<?multiquerytext 'select 1 where 0'?>",
          "",
          "zarn - CGI-Variable set: x=: WARNING - !\n"
@@ -160,8 +161,8 @@ TEST(OrvRender, Rows)
         {"t.htm", "a\n<?echo " + repeated("x$$", 6000) + "?>b", "a\n",
          "orv-render: gave up at t.htm, line 2\n", 3},
         {"- <site/t.htm", "<?echo a?><?include inc.htm?>", "ainc"},
-        {"- </dev/null", "", "",
-         "orv-render: cannot open template '-': it is empty or cannot be mapped\n", 2},
+        {"- <&-", "", "", "orv-render: cannot open template '-': it is empty or cannot be mapped\n",
+         2},
         {"t.htm <site/t.htm", "<?include /dev/stdin?>", ""}, // not asked for
         {"--log - <site/t.htm", "x\n<?if eq a ?>y", "x\ny",
          "/dev/stdin, line 2: Syntax error: Too few arguments in <? if eq\n", 1},
