@@ -207,16 +207,10 @@ const show = () => {
         return;
     const {open, tab} = recall();
     const chosen = sheets.find((one) => one.id === tab) || sheets[0];
-    const scrolled = found('.under');
-    const top = scrolled && scrolled.dataset.id === chosen.id ? scrolled.scrollTop : 0;
     refill(page.host.shadowRoot, make('div', {className: 'bar'},
         page.isAway ? null : open ? panel(chosen) : badge()));
-    const under = found('.under');
-    if (under) {
+    if (isPanel())
         found('.panel').style.height = `${heightOf()}vh`;
-        under.dataset.id = chosen.id;
-        under.scrollTop = top;
-    }
     sizes.disconnect();
     if (!page.isAway)
         sizes.observe(found('.bar').firstElementChild);
