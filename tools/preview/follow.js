@@ -18,7 +18,8 @@ const follow = (address, take) => {
             source.addEventListener(name, (event) =>
                 change({[name]: JSON.parse(event.data), isOver: false}));
         source.addEventListener('error', () => {
-            change({isOver: state.changes !== undefined});
+            // Where a stream was refused, somebody answers.
+            change({isOver: state.changes !== undefined || source.readyState !== EventSource.CLOSED});
             if (source.readyState === EventSource.CLOSED)
                 timer = setTimeout(open, pause);
         });
