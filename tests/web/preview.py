@@ -392,7 +392,8 @@ def check_marks():
         run("window.isFormer = true")
         tab_to("#marks")
         press("e")
-        check("each is told once", 3, wait("if (window.isFormer) return 0;" + BAR + "return bar.querySelectorAll('.entry').length", 3))
+        check("each is told once", "3no route", wait("if (window.isFormer) return 0;" + BAR + """return bar.querySelectorAll('.entry').length
++ bar.querySelector('#error').value""", "3no route"))
         check("the mistakes of its own", ["own.frm:2:1", "whole.htm:1:53"], sorted(
             entry.split(" ")[0] for entry in run(ENTRIES) if "marks" not in entry))
         press(ESCAPE)
@@ -1039,8 +1040,8 @@ def check_troubles(preview):
                        ("overview.htm?a%5Bb%5D=1", "The request is refused.")):
         show(preview.url + path)
         expected = ["badge error", said]  # once the checker has had its say
-        check(path, expected, wait(BAR + f"""return [bar.querySelector('.badge').className,
-bar.querySelector('.where').textContent.slice(0, {len(said)})]""", expected))
+        check(path, (expected, []), (wait(BAR + f"""return [bar.querySelector('.badge').className,
+bar.querySelector('.where').textContent.slice(0, {len(said)})]""", expected), run(SOUND)))
 
 
 def check_pages(preview):
