@@ -84,8 +84,8 @@ def has(whole, piece):
 
 try:
     equal(ask("textDocument/hover")["error"]["code"], -32002)
-    has(ask("initialize", rootUri=base.rstrip("/"), capabilities={})["result"]["capabilities"],
-        "completionProvider")
+    has(ask("initialize", rootUri=base.rstrip("/"), capabilities={})["result"]["capabilities"]
+        ["completionProvider"]["triggerCharacters"], "$")
     tell("initialized")
 
     # What is wrong follows the text as it changes, with places that belong to it.
@@ -287,6 +287,12 @@ try:
         file.write('{"variables": {"set": ["other"]}, "kinds": {"escape-missing": "off"}}')
     tell("workspace/didChangeWatchedFiles", changes=[])  # the document is another site's now
     equal([d["range"]["start"]["character"] for d in diagnostics(page)], [7])
+    os.mkdir(os.path.join(folder, "none"))  # a folder without such a file, while it is open
+    page = f"file://{folder}/none/new.htm"
+    tell("textDocument/didOpen", textDocument={"uri": page, "text": "<?echo $var:user?>"})
+    equal([d["code"] for d in diagnostics(page)], ["variable-unset"])
+    tell("workspace/didChangeWorkspaceFolders", event={"removed": [{"uri": f"file://{folder}/none"}]})
+    equal(diagnostics(page), [])
     server.kill()
 
     # A stream that has lost its frame.

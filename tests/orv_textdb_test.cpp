@@ -60,6 +60,8 @@ TEST(TextDbTool, RefusesWhatADatabaseCannotHold)
          "begins with a byte order mark; save it as UTF-8 without one"},
         {std::string("m\0s\0g\0", 6), "",
          "is UTF-16, but must be UTF-8 (iconv -f UTF-16 -t UTF-8 converts)"},
+        {std::string("\0m\0s", 4), "",
+         "is UTF-16, but must be UTF-8 (iconv -f UTF-16 -t UTF-8 converts)"},
         {utf8Header + entry("a", "") + "#~ msgid \"o\"\n#~ msgstr \"o\"\n", "", // or a cut file
          "has no text; --empty makes a database without any"},
         {utf8Header + entry("a", "\\\\0") + entry("b", "x\\400y"), ":6",
@@ -217,7 +219,7 @@ TEST(TextDbTool, NamesEveryFault)
     EXPECT_EQ(run("check t.db"),
               "orv-textdb: t.db: warning: the header counts 5 records, but 4 are in use\n"
               "t.db: 4 records, 2 texts, no fault\n=0");
-    std::string padded = good; // zeros in front of the strings
+    std::string padded = "orvtext" + good.substr(7); // zeros in front of the strings
     padded.insert(48, 8, '\0');
     for (const size_t label : {20U, 28U, 36U, 44U})
         padded[label] = static_cast<char>(padded[label] + 8);
@@ -384,6 +386,7 @@ TEST(TextDbTool, JudgesTranslationsByTheirSource)
          "text-blank: begins with a blank, which the source text does not: take it out"},
         {"Name: ", "名前：", ""},
         {" of ", "&nbsp;von\u00a0", ""},
+        {"<!-- a --> <b>a</b>", "<!-- a --> ä", "text-tags: lacks <b> and </b>" + tags},
         {"a", " ", "text-blank: has nothing but blanks: translate it, or note it as empty"},
         {"a\\tb", "a\\vb\\302\\205\u200d",
          "text-control: has the character U+000B, which is none that is seen: take it out|"
@@ -445,10 +448,10 @@ TEST(TextDbTool, KnowsTheLimitsOfForms)
 {
     writeFile("t.po", utf8Header + entry("a", "&auml;<b>bcd</b>") + entry("b", "two") +
                           "#, max-length:1\n" + entry("c", "c2") + entry("d", "four"));
-    writeFile("t.htm",
-              "<input value=\"{?a?}\" class='<?echo x?>' maxlengths=9 MAXLENGTH = 3>{?a?}\n"
-              "<input maxlength='2' placeholder='{?d?}' value='{?c?}'>"
-              "<textarea name=x maxlength=2>\n{?b?}</textarea>{?d?}");
+    writeFile("t.htm", "<input value=\"{?a?}\" class='<?echo x?>' maxlengths=9 "
+                       "MAXLENGTH = 3>{?a?}\n"
+                       "<input maxlength='2' placeholder='{?d?}' value='{?c?}'>"
+                       "<textarea name=x maxlength=2>\n{?b?}</textarea>{?d?}");
     const auto told = [](const char *place, const char *length, const char *most) {
         return std::string("t.po:") + place + "has " + length + " characters, and " + most +
                " are the most: shorten it [text-length]\n";
@@ -652,7 +655,7 @@ TEST(TextDbTool, DoesTheWholeRound)
     writeFile("en.po", utf8Header + entry("a", "one") + entry("b", "two"));
     writeFile("pl.po", utf8Header + entry("a", "jeden"));
     writeFile("orv-check.json",
-              R"({"docroot": "web", "exclude": ["old"], "databases": {"main": "no.db"},
+              R"({"docroot": "web", "exclude": ["**/old"], "databases": {"main": "no.db"},
         "texts": ["en.po", "de.po", "pl.po"], "textDatabases": "db/x_*.db"})");
     const std::string done = "en.po: db/x_en.db: 2 of 2 texts\n"
                              "de.po: 2 new, 0 changed, 0 gone; no text is translated yet\n"
@@ -710,7 +713,7 @@ TEST(TextDbTool, KeepsWhatTranslatorsHaveMade)
     const std::string former = "# orv-textdb: former \"A\"\n";
     const std::string attribute =
         "#. Stands in an attribute: no tags, and not the quote around it.\n";
-    const std::string words = "A text of some words, so many that its note has to go on somewhere";
+    const std::string words = "A text of  some words, so many that its note has to go on somewhere";
     const struct {
         const char *what;
         std::vector<std::string> sources;
@@ -779,7 +782,7 @@ TEST(TextDbTool, KeepsWhatTranslatorsHaveMade)
          "# orv-textdb: source \"A text of\n# some words, so many that its note has\n"
          "# to go on somewhere\"\n# Mine.\n" +
              entry("x", "a"),
-         "# orv-textdb: source \"A text of some words, so many that its note has \"\n"
+         "# orv-textdb: source \"A text of  some words, so many that its note has \"\n"
          "# orv-textdb: source.2 \"to go on somewhere\"\n# Mine.\n#. " +
              words + "\n" + entry("x", "a")},
         {"flags that gettext does not know",
