@@ -740,8 +740,8 @@ TOLD = {"t.htm": """<!DOCTYPE html><title>{?hello?}</title><?setvariable var:a 1
 <?querytext 'with recursive c(i) as (select 1 union all select i + 1 from c where i < 1500000) select max(i) from c'?>
 """, "t.frm": "{?greeting?}<?include u.frm?><?repeat [ 1 3 ] `<?calc + x 1?>`?>", "u.frm": "u<?setvariable var:c[1] <b>?>",
         "plain.htm": "<!DOCTYPE html><title>x</title>"}
-HEAD = ("orv-preview|Drag, or press the arrow keys: makes the panel taller or lower|Height of the panel|Sheets|Close (Escape)|"
-        "Close|Each piece of a page is a write call of its own, unless the web program gathers them.|Language|default|de|en|"
+HEAD = ("section orv-preview|Drag, or press the arrow keys: makes the panel taller or lower|div Height of the panel|div Sheets|"
+        "Close (Escape)|button Close|Each piece of a page is a write call of its own, unless the web program gathers them.|Language|default|de|en|"
         "Marks|off|as tooltips|everywhere|Error|What the page's error commands find. Enter shows it.|none")
 SHEETS = [  # what each says whole, but for its times
     ("queries", "Queries11", "11 queries in T. Open one to see its rows. select 1 as one, null as none, \"\" as empty 1 row T "
@@ -788,7 +788,7 @@ def check_sheets():
                 tab_to("summary")
                 press(ENTER)
                 check("words of its head", HEAD, run(BAR + """return [...bar.querySelectorAll('.bar *')].filter(one => !one.closest(
-'.sheet')).flatMap(one => [one.title, one.ariaLabel, one.placeholder, one.matches('option, label') && one.firstChild.data])
+'.sheet')).flatMap(one => [one.title, one.ariaLabel && `${one.localName} ${one.ariaLabel}`, one.placeholder, one.matches('option, label') && one.firstChild.data])
 .filter(Boolean).join('|')"""))
                 check("opened", [1, "italic"], run(BAR + """return [bar.querySelectorAll('details[open]').length,
 getComputedStyle(bar.querySelector('.null')).fontStyle]"""))
