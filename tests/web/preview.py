@@ -14,7 +14,8 @@ SOUND = BAR + r"""const box = bar.querySelector('.bar').firstElementChild, rect 
 const say = (what, one) => bad.push(`${what}: ${one.className} ${one.textContent}`), {left, right, top, bottom} = rect(box);
 const isOpaque = one => !/, 0\)/.test(getComputedStyle(one).backgroundColor);
 const floors = [innerHeight, document.documentElement.clientHeight]; // with a scroll bar, and without
-if (!isOpaque(box) || left < 0 || right > innerWidth || top < 0 || bottom < Math.min(...floors) - 12 || bottom > Math.max(...floors)
+if (!isOpaque(box) || left < 0 || right > innerWidth || top < 0 || bottom < Math.min(...floors) - 12
+|| Math.max(bottom, rect(box.lastElementChild).bottom - 1) > Math.max(...floors)
 || document.elementFromPoint((left + right) / 2, (top + bottom) / 2) !== bar.host) say('hidden', box);
 const {outlineStyle, outlineWidth} = bar.activeElement ? getComputedStyle(bar.activeElement) : {};
 if (bar.activeElement && (outlineStyle !== 'solid' || outlineWidth < '2')) say('no focus', bar.activeElement);
@@ -618,12 +619,12 @@ def check_room(preview):
     """Nothing of the page is covered for good, at any width; the head of the panel takes one row."""
     lines = "".join(f"<p>{i}</p>" for i in range(60))
     preview.put({"site/long.htm": f"""<!DOCTYPE html><meta name="viewport" content="width=device-width">
-<title>x</title>{lines}<p id="last">last</p>"""})
+<title>x</title>{lines}<p id="last">last</p><p style="position: fixed; inset: 0; z-index: 9">over all</p>"""})
     clear = BAR + """scrollTo(0, 1e6); const top = bar.querySelector('.bar').firstElementChild.getBoundingClientRect().top;
 return document.getElementById('last').getBoundingClientRect().bottom <= top
 && Math.abs(document.querySelector('orv-preview').offsetHeight - (innerHeight - top)) <= 1"""
-    for width in (360, 1280):
-        resize(width, 740)
+    for width, height in ((320, 400), (1280, 740)):
+        resize(width, height)
         show(preview.url + "long.htm")
         wait(BADGE, "badge")
         check(f"badge at {width}", (True, []), (run(clear), run(SOUND)))
