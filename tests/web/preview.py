@@ -634,8 +634,8 @@ return document.getElementById('last').getBoundingClientRect().bottom <= top
         tab_to("#badge")
         press(ENTER)
         check(f"panel at {width}", True, wait(clear, True))
-        check(f"its head at {width}", (True, width < 600, []), (*run(BAR + """return [bar.querySelector('.top').offsetHeight < 50,
-bar.querySelector('.second').offsetHeight > 50]"""), run(SOUND)))
+        check(f"its head at {width}", (True, width < 600, True, []), (*run(BAR + """return [bar.querySelector('.top').offsetHeight < 50,
+bar.querySelector('.second').offsetHeight > 50, bar.querySelector('#close').getBoundingClientRect().right > innerWidth - 30]"""), run(SOUND)))
         press(ESCAPE + TAB + ENTER)
         check(f"put away at {width}", [0, 0], run(BAR + """return [bar.querySelector('.bar').childElementCount,
 document.querySelector('orv-preview').offsetHeight]"""))
@@ -1191,30 +1191,22 @@ def is_wanted(step):
     return not only or step.__name__ in only
 
 
-def browse(started):
-    """On one preview, while its site changes; the last step counts streams, when no page is at work
-    any more."""
-    for step in (check_changes, check_reload, check_keys, check_room, check_barriers, check_findings,
-                 check_troubles, check_fetch, check_pages, check_leaving, check_waiting, check_many):
-        if is_wanted(step):
-            step(started)
-
-
-def browse_others():
-    """Each on a preview of its own."""
-    for step in (check_causes, check_sheets, check_marks, check_typing, check_editor):
-        if is_wanted(step):
-            step()
+def take(*steps, given=()):
+    for step in filter(is_wanted, steps):
+        step(*given)
 
 
 def preview_one():
+    """On one preview, while its site changes."""
     with Preview("--port", "0", "--db", "router.db", "--texts", "site/texts/en.po",
                  "--texts", "site/texts/de.po", "--set-from", names, "site") as started:
         check("all is watched", [], [line for line in started.lines if "by hand" in line])
         endless = Stopped(started) if is_wanted(check_stopped) else None
         check_files(started)
         check_mistakes(started)
-        with_browser(lambda: browse(started))
+        with_browser(lambda: take(check_changes, check_reload, check_keys, check_room, check_barriers, check_findings,
+                                  check_troubles, check_fetch, check_pages, check_leaving, check_waiting,
+                                  check_many, given=[started]))  # counts streams: no page is at work any more
         if endless:
             check_stopped(endless)
         if is_wanted(check_alone):
@@ -1222,15 +1214,14 @@ def preview_one():
 
 
 def preview_others():
-    with_browser(browse_others)
+    """Each on a preview of its own."""
+    with_browser(lambda: take(check_causes, check_sheets, check_marks, check_typing, check_editor))
 
 
 def preview_hardships():
     """Without a browser."""
     check_refusals()
-    for step in (check_site_file, check_hardships, check_ends):
-        if is_wanted(step):
-            step()
+    take(check_site_file, check_hardships, check_ends)
 
 
 only = os.environ.get("STEPS", "").split()
