@@ -136,7 +136,7 @@ try:
     equal(receive()["error"]["code"], -32600)
     for nested in (b"[" * 200000, b'{"method": "x", "id": ' + b"[" * 50000 + b"]" * 50000 + b"}"):
         send(nested)
-        equal(receive()["error"]["code"], -32700)
+        equal(receive()["error"], {"code": -32700, "message": "values are too deep"})
     equal(ask("textDocument/nothing")["error"]["code"], -32601)
     equal(ask("textDocument/hover", textDocument=7)["error"]["code"], -32602)
     has(ask("textDocument/hover", textDocument={"uri": page},  # taken as the document's end
