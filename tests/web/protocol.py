@@ -146,7 +146,7 @@ def check_login():
     check("cookie", True, bool(re.fullmatch(
         "zarnsession=[0-9a-f]{32}; Path=/; HttpOnly; SameSite=Strict",
         answer.headers["Set-Cookie"])))
-    check("hash", True, sql("select password from account")[0][0].startswith("$y$j9T$"))
+    check("hash", True, sql("select password from account")[0][0].startswith("$y$"))
     for back in ("//evil.example/", "http://evil.example/a.htm", "../x.htm", "header.frm"):
         check("back " + back, "overview.htm", Visitor().login(back=back).headers["Location"])
 
