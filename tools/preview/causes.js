@@ -55,15 +55,16 @@ const addMessage = (entry, message) => {
 };
 
 const isUsed = (finding) => page.data.templates.some((one) => one.file === finding.file);
-const allFindings = () => page.data?.findings?.findings || [];
+// A hint of orv-check's is called a notice in the bar.
+const allFindings = () => (page.data?.findings?.findings || []).map((finding) =>
+    ({...finding, severity: finding.severity === 'hint' ? 'notice' : finding.severity}));
 
 /* The entries of the page, the gravest first: {severity, file, line, column, text, hint, times,
  * logs, notes, id, source, isMet}. The first of a page that breaks off tells why. */
 const entries = () => {
     const {messages, trouble} = page.data;
-    const found = allFindings().filter(isUsed).map((finding) => ({
-        ...finding, severity: finding.severity === 'hint' ? 'notice' : finding.severity,
-        hint: '', times: 1, logs: []}));
+    const found = allFindings().filter(isUsed).map((finding) =>
+        ({...finding, hint: '', times: 1, logs: []}));
     const alone = [];
     messages.forEach((message, i) => {
         const cause = causeOf(message, found);
