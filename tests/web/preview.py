@@ -13,6 +13,7 @@ BAR = "const bar = document.querySelector('orv-preview').shadowRoot;"
 SOUND = BAR + r"""const box = bar.querySelector('.bar').firstElementChild, rect = one => one.getBoundingClientRect(), bad = [];
 const say = (what, one) => bad.push(`${what}: ${one.className} ${one.textContent}`), {left, right, top, bottom} = rect(box);
 const isOpaque = one => !/, 0\)/.test(getComputedStyle(one).backgroundColor);
+const light = color => color.match(/[0-9.]+/g).slice(0, 3).reduce((sum, one, i) => sum + [.21, .72, .07][i] * (one / 255) ** 2.2, .05);
 const floors = [innerHeight, document.documentElement.clientHeight]; // with a scroll bar, and without
 if (!isOpaque(box) || left < 0 || right > innerWidth || top < 0 || bottom < Math.min(...floors) - 12
 || Math.max(bottom, rect(box.lastElementChild).bottom - 1) > Math.max(...floors)
@@ -31,7 +32,8 @@ for (const walk = document.createTreeWalker(bar, NodeFilter.SHOW_TEXT); walk.nex
   let ground = one;
   while (ground !== box && !isOpaque(ground)) ground = ground.parentElement;
   const isOut = now.left < rect(ground).left + ground.clientLeft + 3 || now.top < rect(ground).top || end > innerWidth;
-  if (size < 11 || size > 15 || !scroller && isOut || isCut && style.textOverflow !== 'ellipsis') say('text', one);
+  const shades = [style.color, getComputedStyle(ground).backgroundColor].map(light).sort((a, b) => b - a);
+  if (shades[0] / shades[1] < 4.5 || size < 11 || size > 15 || !scroller && isOut || isCut && style.textOverflow !== 'ellipsis') say('text', one);
   if (one !== former.one && !one.closest('.source, .hint, .log') && now.top < former.bottom && former.top < now.bottom
   && (now.left < former.end + 3 && /^\S/.test(text.data)
   || Math.abs(now.top + now.bottom - former.top - former.bottom) > 8)) say('beside', one);
@@ -742,8 +744,8 @@ TOLD = {"t.htm": """<!DOCTYPE html><title>{?hello?}</title><?setvariable var:a 1
 """, "t.frm": "{?greeting?}<?include u.frm?><?repeat [ 1 3 ] `<?calc + x 1?>`?>", "u.frm": "u<?setvariable var:c[1] <b>?>",
         "plain.htm": "<!DOCTYPE html><title>x</title>"}
 HEAD = ("section orv-preview|Drag, or press the arrow keys: makes the panel taller or lower|div Height of the panel|div Sheets|"
-        "Close (Escape)|button Close|Each piece of a page is a write call of its own, unless the web program gathers them.|Language|default|de|en|"
-        "Marks|off|as tooltips|everywhere|Error|What the page's error commands find. Enter shows it.|none")
+        "Close (Escape)|button Close|Each piece of a page is a write call of its own, unless the web program gathers them.|Language|default|de|de|en|en|"
+        "Marks|off|0|as tooltips|1|everywhere|2|Error|What the page's error commands find. Enter shows it.|none")
 SHEETS = [  # what each says whole, but for its times
     ("queries", "Queries11", "11 queries in T. Open one to see its rows. select 1 as one, null as none, \"\" as empty 1 row T "
      "t.htm:3:1 $0 $1 one $2 none $3 empty 0 1 NULL select 2 where 2 = :id or 2 = :a or 2 = :no or 2 = :void 0 rows T "
@@ -789,7 +791,7 @@ def check_sheets():
                 tab_to("summary")
                 press(ENTER)
                 check("words of its head", HEAD, run(BAR + """return [...bar.querySelectorAll('.bar *')].filter(one => !one.closest(
-'.sheet')).flatMap(one => [one.title, one.ariaLabel && `${one.localName} ${one.ariaLabel}`, one.placeholder, one.matches('option, label') && one.firstChild.data])
+'.sheet')).flatMap(one => [one.title, one.ariaLabel && `${one.localName} ${one.ariaLabel}`, one.placeholder, one.matches('option, label') && one.firstChild.data, one.index >= 0 && one.value])
 .filter(Boolean).join('|')"""))
                 check("opened", [1, "italic"], run(BAR + """return [bar.querySelectorAll('details[open]').length,
 getComputedStyle(bar.querySelector('.null')).fontStyle]"""))
