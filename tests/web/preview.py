@@ -581,8 +581,12 @@ bar.querySelector('#grip').ariaValueNow, scrollY].map(Math.round)"""
     check("language", "de", wait(language, "de"))
     check("the focus stays", "language", wait(FOCUS, "language"))
     check("the height stays", [95, 95], run(height)[:2])
-    run("addEventListener('beforeunload', () => { document.cookie = `orvtab${location.port}=; path=/; max-age=0`; })")
-    send("/refresh")
+    lose = "addEventListener('beforeunload', () => { document.cookie = `orvtab${location.port}=; path=/; max-age=0`; });"
+    for act, shown in (("location.reload()", "detrue"), ("document.body.innerHTML = '<form method=post>'; document.forms[0].submit()", "entrue")):
+        run(f"window.isFormer = true; {lose} setTimeout(() => {{ {act} }})")
+        bar = "return !window.isFormer && document.documentElement.lang + !!document.querySelector('orv-preview')"
+        check(f"without its cookie: {act}", (shown, shown), (wait(bar, shown), press(TAB) or run(bar)))
+    show(preview.url + "devices.htm")
     check("what is switched outlives its cookie", "de", wait(language, "de"))
     first = send("/window", "GET")
     send("/window", handle=send("/window/new", type="tab")["handle"])

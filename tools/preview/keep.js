@@ -61,20 +61,22 @@ const isOnItsWay = () => {
         return false;
     }
 };
-// Returns whether the page was told something else than what is switched, and may be told once
-// more: that was switched while it was on its way; or another tab has taken the cookie, or it was
-// behind the request, as happens in a browser that is busy. A frame is as it was told.
+// Returns whether the page is to be asked for again, at most twice: it is not as was switched, and
+// was not told so. That was switched while it was on its way; or another tab has taken the cookie,
+// or it was behind the request, as happens in a browser that is busy. What a form has led to is
+// shown as it is, and a frame is as it was told.
 const takeSwitches = () => {
-    const {language, marks, error, told} = page.data;
+    const {language, marks, error, told, posted} = page.data;
     const {switches, tries = 0} = recall();
-    const isTold = switches && told === String(new URLSearchParams(switches));
+    const shown = {language, marks: String(marks), error};
+    const [wanted, had] = [switches, shown].map((one) => String(new URLSearchParams(one)));
+    const isTold = switches && told === wanted;
     if (parent !== window && !isTold)
         return false;
-    const isLate = switches && !isTold && tries < 2;
-    remember(isLate ? {tries: tries + 1}
-        : {switches: {language, marks: String(marks), error}, tries: 0});
+    const isLate = switches && !isTold && had !== wanted && tries < 2;
+    remember(isLate ? {tries: tries + 1} : {switches: shown, tries: 0});
     setCookie('tab', {}, 0);
-    return isLate;
+    return isLate && !posted;
 };
 const showSwitches = () => page.data && setCookie('page', recall().switches || {}, null);
 
