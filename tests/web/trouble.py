@@ -203,7 +203,7 @@ def check_calls(work):
                              ("write", "ENOSPC"), ("pwrite64", "ENOSPC"), ("fdatasync", "EIO"), ("brk,mmap", "ENOMEM+")):
             first, behind = (sum(all_.count(call) for call in calls.split(",")) + 1 for all_ in (loaded, made))
             for nth in range(first, behind):
-                got = ask(saves, f"-einject={calls}:error={error.strip('+')}:when={nth}{'+' * error.endswith('+')}")
+                got = ask(saves, f"-f --seccomp-bpf -etrace={calls} -einject={calls}:error={error.strip('+')}:when={nth}{'+' * error.endswith('+')}")
                 met[calls] += 1
                 # Of headers alone a web server makes its 500; a template that is not mapped is the log's.
                 cut = re.search("not sent whole|mmap[(][)] on file", owner.log)
