@@ -52,10 +52,15 @@ build_in() {
     cmake --build "build/$1" "${targets[@]}"
 }
 
-# run_tests FOLDER OPTION... - what takes long has a label, of the build in which alone it is run.
+# build_behind FOLDER OPTION... - in the time that others leave.
+build_behind() {
+    renice -n 19 "$BASHPID" >/dev/null
+    alone build_in "$@" &>"build/$1.log"
+}
+
+# run_tests FOLDER - what takes long has a label, of the build in which alone it is run.
 # More tests than there are processors, since those that drive a browser mostly wait.
 run_tests() {
-    alone build_in "$@"
     [[ -n $name ]] || filter=(-LE "$([[ $1 == test ]] && echo sanitized || echo plain)")
     ctest --test-dir "build/$1" --output-on-failure -j "$(($(nproc) + 2))" --no-tests=error \
         "${filter[@]}"
@@ -117,7 +122,17 @@ if [[ ${1-} == --fuzz ]]; then
     fuzz "$2"
 else
     # As packages are built: a test installs them.
-    run_tests test -DCMAKE_CXX_COMPILER=g++ -DCMAKE_C_COMPILER=gcc -DORV_FUZZ=${name:+ON} \
+    alone build_in test -DCMAKE_CXX_COMPILER=g++ -DCMAKE_C_COMPILER=gcc -DORV_FUZZ=${name:+ON} \
         -DCMAKE_INSTALL_PREFIX=/usr -DORV_DOCS=ON
-    [[ -n $name ]] || run_tests test-sanitized "${sanitized[@]}"
+    if [[ -z $name ]]; then
+        set -m # a group of its own, which ends with this script
+        build_behind test-sanitized "${sanitized[@]}" &
+        trap 'kill -- -$! 2>/dev/null || :' EXIT
+        set +m
+    fi
+    run_tests test
+    if [[ -z $name ]]; then
+        wait $! || { cat build/test-sanitized.log >&2 && exit 1; }
+        run_tests test-sanitized
+    fi
 fi
