@@ -1,7 +1,7 @@
 #!/usr/bin/python3
-"""tests/web/preview.py ORV-PREVIEW ORV-TEXTDB ORV-CHECK SITE NAMES AXE-FOLDER one|others|hardships - the preview of a
-copy of the demo site, asked by its protocol and by headless Chromium, while the site's files change; of other sites;
-or what needs no browser. NAMES is the list of the variables that the site's web program sets."""
+"""tests/web/preview.py ORV-PREVIEW ORV-TEXTDB ORV-CHECK SITE NAMES AXE-FOLDER one|keys|others|hardships - the preview of
+a copy of the demo site, asked by its protocol and by headless Chromium, while the site's files change; its bar by keys
+alone; of other sites; or what needs no browser. NAMES is the list of the variables that the site's web program sets."""
 import ctypes, errno, glob, html, http.client, http.server, json, os, platform, re, select, shutil, signal, socket, sqlite3
 import struct, subprocess, sys, tempfile, threading, time, urllib.error, urllib.request
 from chromium import device, find_barriers, install_axe, press, resize, run, send, show, with_browser
@@ -1202,17 +1202,26 @@ def take(*steps, given=()):
         step(*given)
 
 
+def of_demo_site():
+    return Preview("--port", "0", "--db", "router.db", "--texts", "site/texts/en.po", "--texts", "site/texts/de.po",
+                   "--set-from", names, "site")
+
+
+def preview_keys():
+    with of_demo_site() as started:
+        check_mistakes(started)
+        with_browser(lambda: take(check_keys, check_room, check_barriers, check_findings, given=[started]))
+
+
 def preview_one():
     """On one preview, while its site changes."""
-    with Preview("--port", "0", "--db", "router.db", "--texts", "site/texts/en.po",
-                 "--texts", "site/texts/de.po", "--set-from", names, "site") as started:
+    with of_demo_site() as started:
         check("all is watched", [], [line for line in started.lines if "by hand" in line])
         endless = Stopped(started) if is_wanted(check_stopped) else None
         check_files(started)
         check_mistakes(started)
-        with_browser(lambda: take(check_changes, check_reload, check_keys, check_room, check_barriers, check_findings,
-                                  check_troubles, check_fetch, check_pages, check_leaving, check_waiting,
-                                  check_many, given=[started]))  # counts streams: no page is at work any more
+        with_browser(lambda: take(check_changes, check_reload, check_troubles, check_fetch, check_pages,
+                                  check_leaving, check_waiting, check_many, given=[started]))  # counts streams: no page is at work any more
         if endless:
             check_stopped(endless)
         if is_wanted(check_alone):
@@ -1244,5 +1253,5 @@ with tempfile.TemporaryDirectory() as folder, tempfile.TemporaryDirectory() as t
     shutil.copytree(site, "site")
     subprocess.run("cat site/database-*.sql | sqlite3 router.db", shell=True, check=True)
     write("causes/en.po", TEXTS)
-    {"one": preview_one, "others": preview_others, "hardships": preview_hardships}[sys.argv[7]]()
+    {"one": preview_one, "keys": preview_keys, "others": preview_others, "hardships": preview_hardships}[sys.argv[7]]()
 sys.exit(bool(failed))
