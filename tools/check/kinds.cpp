@@ -262,7 +262,10 @@ static constexpr Kind kindTable[] = {
      "A file that is not UTF-8, as pages and texts are: a byte of Latin-1, UTF-16, a zero byte, a "
      "byte order mark where a file is included or in JSON, another charset in a meta element.",
      "<meta charset=\"iso-8859-1\"> on a site with texts"},
-    {"page-empty", WARNING, "A page without anything.", "(an empty file, index.htm)"},
+    {"page-empty", WARNING,
+     "A page without anything: an empty file whose name ends in .htm or .html, or one that is "
+     "named as a page.",
+     "(an empty file, index.htm)"},
     {"escape-query", WARNING,
      "A text column in the query part of an address. HTML escaping leaves &, #, + and % to the "
      "address, where they end or change what is sent. Send a number that stands for it, or let a "
