@@ -83,7 +83,7 @@ def has(whole, piece):
 
 
 try:
-    equal(ask("textDocument/hover")["error"]["code"], -32002)
+    equal(ask("textDocument/hover")["error"], {"code": -32002, "message": "initialize comes first"})
     has(ask("initialize", rootUri=base.rstrip("/"), capabilities={})["result"]["capabilities"]
         ["completionProvider"]["triggerCharacters"], "$")
     tell("initialized")
@@ -133,7 +133,7 @@ try:
     send(b"{nonsense")
     equal(receive()["error"]["code"], -32700)
     send([])
-    equal(receive()["error"]["code"], -32600)
+    equal(receive()["error"], {"code": -32600, "message": "no request"})
     for nested in (b"[" * 200000, b'{"method": "x", "id": ' + b"[" * 50000 + b"]" * 50000 + b"}"):
         send(nested)
         equal(receive()["error"], {"code": -32700, "message": "values are too deep"})
