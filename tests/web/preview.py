@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""tests/web/preview.py ORV-PREVIEW ORV-TEXTDB ORV-CHECK SITE NAMES AXE-FOLDER one|keys|others|hardships - the preview of
+"""tests/web/preview.py ORV-PREVIEW ORV-TEXTDB ORV-CHECK SITE NAMES AXE-FOLDER one|slow|keys|others|hardships - the preview of
 a copy of the demo site, asked by its protocol and by headless Chromium, while the site's files change; its bar by keys
 alone; of other sites; or what needs no browser. NAMES is the list of the variables that the site's web program sets."""
 import ctypes, errno, glob, html, http.client, http.server, json, os, platform, re, select, shutil, signal, socket, sqlite3
@@ -1221,11 +1221,16 @@ def preview_one():
         check_files(started)
         check_mistakes(started)
         with_browser(lambda: take(check_changes, check_reload, check_troubles, check_fetch, check_pages,
-                                  check_leaving, check_waiting, check_many, given=[started]))  # counts streams: no page is at work any more
+                                  check_many, given=[started]))  # counts streams: no page is at work any more
         if endless:
             check_stopped(endless)
-        if is_wanted(check_alone):
-            with_browser(lambda: check_alone(started), "--disable-blink-features=SharedWorker")
+
+
+def preview_slow():
+    """Pages that take long, and others in a browser without shared workers."""
+    with of_demo_site() as started:
+        with_browser(lambda: take(check_leaving, check_waiting, given=[started]))
+        with_browser(lambda: take(check_alone, given=[started]), "--disable-blink-features=SharedWorker")
 
 
 def preview_others():
@@ -1253,5 +1258,5 @@ with tempfile.TemporaryDirectory() as folder, tempfile.TemporaryDirectory() as t
     shutil.copytree(site, "site")
     subprocess.run("cat site/database-*.sql | sqlite3 router.db", shell=True, check=True)
     write("causes/en.po", TEXTS)
-    {"one": preview_one, "keys": preview_keys, "others": preview_others, "hardships": preview_hardships}[sys.argv[7]]()
+    globals()["preview_" + sys.argv[7]]()
 sys.exit(bool(failed))
