@@ -328,7 +328,7 @@ for (const name of ['setTimeout', 'setInterval']) {
 
 def check_site():
     for width, language, script in ((360, "en", True), (1280, "de", True), (360, "el", True),
-                                    (1280, "en", False)):
+                                    (1280, "en", False), (360, "de", False)):
         if language not in LANGUAGES:
             continue
         device("setScriptExecutionDisabled", value=False)

@@ -380,7 +380,7 @@ def check_kills():
     for what, page, fields in (("save", "settings.htm", FORM), ("change", "password.htm", change),
                                ("first visit", "login.htm", {"password": PASSWORD, "repeat": PASSWORD})):
         for call in ("openat", "pwrite64", "fdatasync", "unlink"):
-            for number in range(1, 99, 5 if call in ("openat", "pwrite64") else 1):
+            for number in range(1, 99, 3 if call in ("openat", "pwrite64") else 1):
                 sql("delete from session")
                 sql("delete from waiting_event")
                 sql("update account set password = ?", stored)
