@@ -11,7 +11,7 @@ using enum Grade;
 static constexpr Kind kindTable[] = {
     {"syntax", ERROR,
      "The interpreter logs this mistake when it reads the template, and drops the command.",
-     "<p><?if eq $var:a ?></p>"},
+     "<p>Hello <?ehco $var:user?></p>"},
     {"gives-up", ERROR,
      "The run ends here and the rest of the page is lost: the page's very first command has too "
      "many arguments. Text in front of it, such as <!DOCTYPE html>, lets the rest come out.",
@@ -20,99 +20,99 @@ static constexpr Kind kindTable[] = {
      "The command ends inside a quote or an index. The interpreter takes that; mostly the ?> was "
      "meant to be "
      "text, which is not possible, or the closing quote is missing.",
-     "<?echo 'x?>"},
+     "<p><?echo 'Hello $var:user?></p>"},
     {"quote-inside", WARNING,
      "A quote ends in the midst of a text, which goes on as the next argument. A text that holds "
      "the quote around it is put between others; there are three.",
-     "<?if eq 1 1 'it's'?>"},
+     "<?if eq $var:user Ann '<p class='a'>you</p>'?>"},
     {"end-in-text", WARNING,
      "A ?> in page text ends nothing and comes out. A command ends at the first ?> behind its "
      "begin that belongs to no command inside it, a comment at its first.",
-     "<?echo a?>?>"},
+     "<p><?echo $var:user?>?></p>"},
     {"character-invisible", WARNING,
      "A character that nobody sees, or that looks like a blank and is none for the interpreter, in "
      "an argument without quotes or in SQL.",
-     "<?echo $var:a\xC2\xA0?>"},
+     "<p><?if eq $var:user\u00A0Ann `you`?></p>"},
     {"ignore-comment", WARNING,
      "A comment that is to leave findings out, but is in another form, names no kind, or hits "
      "nothing up to the end of the command behind it.",
-     "<?-- orv-check: ignore escape-mising: it is a number ?>"},
+     "<p><?-- orv-check: ignore escape-mising: it is a number ?><?echo $var:user?></p>"},
     {"include-counts", WARNING,
      "A variable that is counted up, or added to, in a body with an include: behind the include "
      "the "
      "command around it runs again from its begin, so the page counts too far.",
-     "<?multiquery 'select a from t' `<?setvariable var:n <?calc + $var:n 1?>?><?include "
-     "part.frm?>`?>"},
+     "<?multiquery 'select n from t limit 9' `<?setvariable var:sum <?calc + $var:sum "
+     "$1?>?><?include part.frm?>`?>"},
     {"include-missing", ERROR, "The template does not exist below the document root, or is empty.",
-     "<?include nothere.frm?>"},
+     "<?include prat.frm?>"},
     {"include-cycle", ERROR,
      "The template includes itself, by way of others or directly. The interpreter stops at 20 open "
      "templates. Inside a body, where a condition may end it, this is a warning.",
-     "<?include t.htm?>"},
+     "<p>part</p><?include part.frm?>"},
     {"include-depth", ERROR, "More than 20 templates would be open at once.",
      "(a page that includes a template, which includes another, and so on, 20 times)"},
     {"include-in-argument", ERROR,
      "An include in an argument that is computed. Inside a running body it is refused; at top "
      "level "
      "(a warning) the template's text goes to the page, not into the argument.",
-     "<?echo `<?setvariable var:x <?include part.frm?>?>`?>"},
+     "<p><?echo `<?setvariable var:x <?include part.frm?>?><?echo $var:x?>`?></p>"},
     {"include-dynamic", WARNING,
      "The path is not written in the template, so nobody can tell which template is included.",
-     "<?include $var:part?>"},
+     "<?include $var:user?>"},
     {"include-rows", HINT,
      "Each include of a row has its command run again from the start, with its queries. A limit "
      "bounds that; so does the piece's text in the body, or in the query.",
-     "<?multiquery 'select a from t' `<?include part.frm?>`?>"},
+     "<?multiquery 'select a from t' `<p>$1</p><?include part.frm?>`?>"},
     {"template-unused", WARNING,
      "A piece that no page includes: its suffix is one that pieces have.",
      "(a file old.frm beside others that pages include)"},
     {"base64-missing", ERROR,
      "The file does not exist below the document root; nothing is printed.",
-     "<?base64 nothere.png?>"},
+     "<img alt=\"\" src=\"data:image/png;base64,<?base64 none.png?>\">"},
     {"base64-dynamic", ERROR,
      "The path comes from a value that others may choose. base64 opens any file of the device.",
-     "<?base64 $var:picture?>"},
+     "<img alt=\"\" src=\"data:image/png;base64,<?base64 $var:user?>\">"},
     {"value-outside", ERROR,
      "A numbered value where there is no row: outside of bodies, or of a body whose command has "
      "none. A $ that is meant as text is written $$.",
-     "<?setvariable var:price $5?>"},
+     "<?setvariable var:price $5?><p><?echo $var:price?></p>"},
     {"value-level", ERROR,
      "A value of a level that is deeper than the bodies around it, or a counter of a body that "
      "does "
      "not count. Each body is a level, that of an if or an echo too; the outermost is level 0.",
-     "<?multiquery 'select a from t' `$11`?>"},
+     "<?if neq $var:user '' `<?multiquery 'select a from t' '<p>$1</p>'?>`?>"},
     {"value-outer", WARNING,
      "A body that runs for each row uses values of the rows around it, and none of its own.",
-     "<?multiquery 'select a from t' `<?multiquery 'select b from u' '$1'?>`?>"},
+     "<?multiquery 'select a from t' `<ul><?multiquery 'select n from t' '<li>$1</li>'?></ul>`?>"},
     {"value-column", ERROR,
      "A column beyond those of the query, or beyond the one column of error message.",
-     "<?query 'select a from t' `$1 $2`?>"},
+     "<?multiquery 'select a, n from t' `<p>$1 $3</p>`?>"},
     {"value-digits", ERROR,
      "A digit and a letter are read as level and column: $1px is column 25 of level 1. Write "
      "$01px.",
-     "<?query 'select a from t' `width: $1px`?>"},
+     "<?multiquery 'select a, n from t' `<p title=\"$2px\">$1</p>`?>"},
     {"if-constant", WARNING,
      "A comparison that always comes out the same: of two constants, of a value with itself, or "
      "with a sign that was meant to say how.",
-     "<?if eq 1 1 `x`?>"},
+     "<p><?if eq user Ann `you`?></p>"},
     {"repeat-range", WARNING,
      "A range that is empty, or longer than anybody waits for; a bound that is no number counts as "
      "0.",
-     "<?repeat [ 4 1 ] `$0`?>"},
+     "<p><?repeat [ 4 1 ] `$0`?></p>"},
     {"calc-number", WARNING, "A sum of what is no number, a decimal comma, or a division by 0.",
-     "<?calc / 7 0?>"},
+     "<p><?calc + 1,5 2?></p>"},
     {"query-sql", ERROR, "The database does not take the query.",
-     "<?query 'select nothere from t'?>"},
+     "<?multiquery 'select nothere from t' `<p>$1</p>`?>"},
     {"query-injection", ERROR,
      "A variable or a value is a piece of SQL, and can be anything. For what the web program sets "
      "write a parameter, :NAME, which stands for the variable of that name. No parameter stands "
      "for columns and for what templates set: join the queries in one, or make numbers of them "
      "where they come from, cast(... as integer).",
-     "<?query \"select a from t where b = '$var:find'\"?>"},
+     "<?multiquery \"select n from t where a = '$var:find'\" `<p>$1</p>`?>"},
     {"query-parameter", ERROR,
      "The web program sets no variable of the parameter's name, so it is NULL. What templates set "
      "is no parameter.",
-     "<?query 'select a from t where b = :nothere'?>"},
+     "<?multiquery \"select n from t where a = ':find'\" `<p>$1</p>`?>"},
     {"query-writes", ERROR, "The statement changes the database; pages only read.",
      "<?query 'delete from t'?>"},
     {"texts-broken", ERROR,
@@ -121,11 +121,11 @@ static constexpr Kind kindTable[] = {
     {"text-missing", ERROR,
      "Languages without a text of that id. A warning where only some lack it: they show the "
      "fallback language.",
-     "{?site.nothere?}"},
+     "<p>{?titel?}</p>"},
     {"text-malformed", WARNING,
      "A {? that begins no text field, or a field that lacks its first ?. Ids consist of letters, "
      "digits, full stops, underscores and colons.",
-     "{?site-title?}"},
+     "<p>{?title}</p>"},
     {"text-unused", WARNING, "No template of the site uses this text.",
      "msgid \"site.old\" in a language's texts"},
     {"text-breaks", ERROR,
@@ -136,7 +136,7 @@ static constexpr Kind kindTable[] = {
     {"text-compared", WARNING,
      "A text field in a comparison. Another language, or the marks for translators, change how it "
      "ends.",
-     "<?if eq {?site.lang?} en `x`?>"},
+     "<p><?if eq {?title?} Title `x`?></p>"},
     {"text-reference", ERROR,
      "A reference or placeholder of the source text, $1, $var:name, %d or {0}, is lost, added or "
      "changed; or those that take their values in turn stand in another order.",
@@ -168,96 +168,97 @@ static constexpr Kind kindTable[] = {
     {"text-hard-coded", WARNING,
      "Words that people read stand in the template itself, in page text or in an attribute such as "
      "alt, so that no language can have its own. Scripts are left out.",
-     "<h1>Hard coded</h1>", true},
+     "<p>Hard coded</p>", true},
     {"variable-unset", ERROR,
      "The variable is read, but neither a template nor the web program (--set, or a field of a "
      "form) sets it.",
-     "<?echo $var:nothere?>"},
+     "<?setvariable var:color red?><p><?echo $var:colour?> <?echo $var:color?></p>"},
     {"variable-in-text", WARNING,
      "A variable in page text, outside of commands, comes out as it is written.",
-     "<p>Hello $var:name</p>"},
+     "<p>$var:user, <?if eq var:user Ann `you`?>, {{user}}</p>"},
     {"variable-unused", WARNING, "A variable that templates set, and that nothing reads.",
      "<?setvariable var:old 1?>"},
     {"variable-hidden", WARNING,
      "The template sets a variable that the web program sets too, or that a form's field or a link "
      "sends: that value hides it.",
-     "<?setvariable var:user Ann?> with --set user"},
+     "<a href=\"?page=2\">2</a><?setvariable var:page 1?><p><?echo $var:page?></p>"},
     {"variable-index", ERROR,
      "An index that no element can have. A whole number is an index of its value, so [07] is "
      "stored "
      "as [7]; quotes cannot stand in an index.",
-     "<?echo $var:port[07]?>"},
+     "<p><?repeat [ 1 3 ] `<?echo $var:port[$0+1]?>`?></p>"},
     {"variable-name", ERROR,
      "A name has letters and digits only; what stands behind them is the value, or text.",
-     "<?setvariable var:first_name Ann?>"},
+     "x<?setvariable var:first_name Ann?>"},
     {"escape-missing", ERROR,
      "A value that can hold anything comes out as it is, in page text or an attribute. echo, query "
      "and multiquery escape what stands in their bodies directly; the bodies of if and repeat are "
      "bodies of their own, without escaping.",
-     "<p><?print $var:name?></p>"},
+     "<p><?print $var:user?></p>"},
     {"escape-attribute", ERROR,
      "HTML escaping leaves ' and blanks alone: between ' or without quotes, a value can end the "
      "attribute.",
-     "<a title='<?echo $var:name?>'>"},
+     "<a title='<?echo $var:user?>'>x</a>"},
     {"escape-script", ERROR,
      "A value in a script outside of a string, or in a string without script escaping (printjs, "
      "queryjs, multiqueryjs).",
-     "<script>var n = '<?echo $var:name?>'</script>"},
+     "<script>var name = '<?echo $var:user?>'</script>"},
     {"escape-url", ERROR,
      "A value is the beginning of an address: javascript: would run in the page.",
-     "<a href=\"<?echo $var:link?>\">"},
+     "<a href=\"<?echo $var:user?>\">x</a>"},
     {"escape-style", ERROR, "A value in a style; no escaping makes it safe there.",
-     "<p style=\"color: <?echo $var:color?>\">"},
-    {"escape-name", ERROR, "A value as the name of a tag or an attribute.", "<<?echo $var:tag?>>"},
+     "<p style=\"color: <?echo $var:user?>\">x</p>"},
+    {"escape-name", ERROR, "A value as the name of a tag or an attribute.",
+     "<p <?echo $var:user?>>x</p>"},
     {"escape-document", ERROR,
      "A value in srcdoc. The attribute is read as a page of its own, so its escaping is undone "
      "before that page begins.",
-     "<iframe srcdoc=\"<?echo $var:note?>\"></iframe>"},
+     "<iframe title=\"x\" srcdoc=\"<?echo $var:user?>\"></iframe>"},
     {"escape-context", ERROR,
      "The branches of an if, or the iterations of a body, end in different parts of HTML, so what "
      "follows is read in one way or another.",
-     "<p title=\"<?if eq $var:a 1 `x\">`?>"},
+     "<p title=\"<?if eq $var:user Ann `x\">`?>text</p>"},
     {"html-tag", ERROR,
      "Tags that do not belong together: an end tag that closes nothing, an element that is never "
      "closed, an end tag in front of that of an element inside, a name that HTML does not have. "
      "The page is looked at as a whole, through includes, branches and bodies; what any way "
      "through it makes right is right. End tags that HTML lets go, as </li>, may be left out.",
-     "<div><p>text</p>"},
+     "<p><b>bold</i></p>"},
     {"html-attribute", ERROR,
      "An attribute that browsers read in another way than it looks: a quote or a blank is "
      "missing, it stands in the tag twice, its name is misspelt, its value is none that it can "
      "have.",
-     "<a href=\"x.htm\"class=\"b\">"},
+     "<p class=\"a\" class=\"b\">x</p>"},
     {"html-open", ERROR,
      "A comment, script, style, title or tag that has no end: all that follows is lost in it.",
-     "<style>p { color: red }"},
+     "<p title=\"x>text</p>"},
     {"html-nesting", ERROR,
      "An element where HTML has no place for it, so that browsers put it elsewhere: a block in a "
      "paragraph, a form in a form, a link in a link, a row outside of its table.",
-     "<p>text <div>block</div></p>"},
+     "<a href=\"#\">one <a href=\"#\">two</a></a>"},
     {"html-id", ERROR,
      "An id that two elements of one page have, in one of its ways at least, or each row of a "
      "body; or one with blanks. Of html, head, body, main and title a page has one, too.",
-     "<p id=\"a\"></p><p id=\"a\"></p>"},
+     "<p id=\"a\">x</p><p id=\"a\">y</p>"},
     {"html-reference", ERROR,
      "An attribute names an id that no element of the page has, whatever its branches: for of a "
      "label, aria-labelledby and the like, form, list, a link to #id; a script's getElementById, "
      "of all pages; target, a frame that there is not (warnings, unless it begins with _).",
-     "<label for=\"nothere\">Name</label>"},
+     "<label for=\"name\">Name</label>"},
     {"html-name", WARNING,
      "What those who do not see the page are told nothing of: a field without a label, an image "
      "without alt, a link or button without text.",
-     "<img src=\"icon.svg\">"},
+     "<img src=\"data:,\">"},
     {"html-document", WARNING,
      "A whole page, with <html>, lacks its title, its lang or <!DOCTYPE html>.",
-     "<!DOCTYPE html><html lang=\"en\"><body></body></html>"},
+     "<html><body><p>x</p></body></html>"},
     {"html-entity", WARNING, "A character reference that is misspelt or has no semicolon.",
      "<p>a&nbps;b</p>"},
     {"link-missing", ERROR,
      "A link, form, image or script leads to a file that is not below the document root; or what "
      "a style sheet, a script's import, fetch or location, or a manifest names. What the web "
      "program answers itself is named with --route.",
-     "<a href=\"nothere.htm\">x</a>"},
+     "<a href=\"none.htm\">x</a>"},
     {"file-bytes", ERROR,
      "A file that is not UTF-8, as pages and texts are: a byte of Latin-1, UTF-16, a zero byte, a "
      "byte order mark where a file is included or in JSON, another charset in a meta element.",
@@ -270,7 +271,7 @@ static constexpr Kind kindTable[] = {
      "A text column in the query part of an address. HTML escaping leaves &, #, + and % to the "
      "address, where they end or change what is sent. Send a number that stands for it, or let a "
      "form do it, whose fields the browser encodes.",
-     "<a href=\"show.htm?name=<?query 'select a from t'?>\">"},
+     "<?multiquery 'select name from t' `<a href=\"?name=$1\">$1</a>`?>"},
     {"json-syntax", ERROR,
      "A JSON page, or a script element of JSON, is no JSON in some way through it: for no row, "
      "one row or more of them, in one branch; or an object has a name twice (a warning).",
