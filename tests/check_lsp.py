@@ -84,8 +84,12 @@ def has(whole, piece):
 
 try:
     equal(ask("textDocument/hover")["error"], {"code": -32002, "message": "initialize comes first"})
-    has(ask("initialize", rootUri=base.rstrip("/"), capabilities={})["result"]["capabilities"]
-        ["completionProvider"]["triggerCharacters"], "$")
+    equal(ask("initialize", rootUri=base.rstrip("/"), capabilities={})["result"]["capabilities"], {
+        "textDocumentSync": {"openClose": True, "change": 1, "save": True}, "hoverProvider": True,
+        "definitionProvider": True, "referencesProvider": True, "documentLinkProvider": {},
+        "codeActionProvider": {"codeActionKinds": ["quickfix"]},
+        "completionProvider": {"triggerCharacters": list("?$:.[ /")},
+        "workspace": {"workspaceFolders": {"supported": True, "changeNotifications": True}}})
     tell("initialized")
 
     # What is wrong follows the text as it changes, with places that belong to it.
@@ -100,20 +104,28 @@ try:
             "<input name=token><?-- orv-check: ignore text-compared ?>\n<?inc")
     tell("textDocument/didChange", textDocument={"uri": page}, contentChanges=[{"text": text}])
     found = [d for d in diagnostics(page) if d["code"] == "value-column"]
-    equal(found[0]["relatedInformation"][0]["location"],
-          {"uri": page, "range": {"start": {"line": 2, "character": 14},
-                                  "end": {"line": 2, "character": 14}}})
+    here = {"line": 2, "character": 14}
+    equal(found, [{"range": {"start": {"line": 2, "character": 53}, "end": {"line": 2, "character": 55}},
+                   "severity": 1, "code": "value-column", "source": "orv-check",
+                   "message": "$3 is column 3, but the query has 2", "relatedInformation": [
+                       {"location": {"uri": page, "range": {"start": here, "end": here}},
+                        "message": "the column list is here"}]}])
 
     # What stands there.
-    for line, piece, known in ((2, "multiquery", "for each row"), (2, "$2", "**name**"),
-                               (2, "$var:token", "set by the web program"),
-                               (1, "{?site.menu", "de: Menü"), (1, "page[title]", "set in new.htm:2"),
-                               (3, "title", "set in new.htm:2"), (1, "title", "`$var:page[title]`"),
-                               (4, ":token", "set by the web program"), (4, "device", "CREATE TABLE"),
-                               (4, "name", "`device.name`"), (4, "token>", "sent by new.htm:5"),
-                               (4, "text-compared", "A text field in a comparison")):
-        has(ask("textDocument/hover", **at(text, line, piece, 1))["result"]["contents"]["value"],
-            known)
+    for line, piece, known in (
+            (2, "multiquery", "`multiquery QUERY BODY` prints its body for each row; values are escaped for HTML."),
+            (2, "$2", "`$2`: column 2, **name** of level 0, the body of multiquery."),
+            (2, "$var:token", "`$var:token`\n\n- set by the web program\n- sent by addresses.htm:21\n"),
+            (1, "{?site.menu", "`{?site.menu?}`\n\n- en: Menu\n- de: Menü"), (3, "title", "- set in new.htm:2"),
+            (1, "page[title]", "`$var:page[title]`\n\n- set in addresses.htm:1\n"), (1, "title", "- set in new.htm:2"),
+            (4, ":token", "`:token`\n\n- set by the web program\n- sent by addresses.htm:21\n"),
+            (4, "device", "```sql\nCREATE TABLE device (\n"), (4, "device", ") strict\n```"),
+            (4, "name", "`device.name`: TEXT"), (4, "token>", "- sent by new.htm:5"),
+            (4, "text-compared", "**text-compared**: A text field in a comparison. Another language, or the marks for "
+             "translators, change how it ends.\n\n**ignore-comment**: A comment")):
+        told = ask("textDocument/hover", **at(text, line, piece, 1))["result"]["contents"]
+        equal(told["kind"], "markdown")
+        assert told["value"].startswith(known) or told["value"].endswith(known), (known, told["value"])
     equal(ask("textDocument/hover", **at(text, 0, "DOCTYPE"))["result"], None)
     for line, piece, uri in ((1, "footer", "footer.frm"), (1, "{?site.menu", "texts/en.po"),
                              (3, "page[title]", "new.htm"), (3, "title", "overview.htm"),
@@ -122,6 +134,8 @@ try:
             base + uri)
     places = ask("textDocument/references", **at(text, 1, "{?site.menu", 2))["result"]
     equal(sorted(p["uri"] for p in places), [base + "menu.frm", page])
+    places = ask("textDocument/references", context={"includeDeclaration": True}, **at(text, 1, "{?site.menu", 2))["result"]
+    equal(len(places), 4)
     for line, piece, uri in ((3, "page[title]", base + "header.frm"), (4, "token>", page)):
         places = ask("textDocument/references", **at(text, line, piece))["result"]
         has([p["uri"] for p in places], uri)
@@ -131,14 +145,16 @@ try:
 
     # What a client may not send.
     send(b"{nonsense")
-    equal(receive()["error"]["code"], -32700)
+    equal(receive()["error"], {"code": -32700, "message": "no JSON"})
     send([])
     equal(receive()["error"], {"code": -32600, "message": "no request"})
+    send({"method": "x", "id": []})
+    equal(receive()["error"], {"code": -32600, "message": "an id is a number or a text"})
     for nested in (b"[" * 200000, b'{"method": "x", "id": ' + b"[" * 50000 + b"]" * 50000 + b"}"):
         send(nested)
         equal(receive()["error"], {"code": -32700, "message": "values are too deep"})
-    equal(ask("textDocument/nothing")["error"]["code"], -32601)
-    equal(ask("textDocument/hover", textDocument=7)["error"]["code"], -32602)
+    equal(ask("textDocument/nothing")["error"], {"code": -32601, "message": "there is no textDocument/nothing"})
+    equal(ask("textDocument/hover", textDocument=7)["error"], {"code": -32602, "message": "there is no 'uri'"})
     has(ask("textDocument/hover", textDocument={"uri": page},  # taken as the document's end
             position={"line": 99999, "character": 99999})["result"]["contents"]["value"], "**syntax**")
     tell("textDocument/didChange", textDocument={"uri": page}, contentChanges=[{}])
@@ -160,33 +176,41 @@ try:
 
     # What can be typed at the sign: one of it, what it replaces, and one that it is not.
     rows = "<?multiquery 'select id, name from device' `"
-    for text, label, replaced, other in (
-            ("<?inc¦", "include ", "inc", "echo "), ("{?site.¦", "site.lang", "site.", None),
-            ("<?include foot¦er.frm?>", "footer.frm", "foot", "style.css"),
-            ("<?if ¦", "neq ", "", "echo "), ("<?calc ¦?>", "* ", "", "eq "),
-            ("<?repeat ¦ 1 3 ] `x`?>", "[ ", "", None), ("<?error f¦", "found ", "f", "echo "),
-            ("<?repeat [ 1 3 ¦", "] ", "", None), ("<?setvariable var:pa¦", "page[title]", "pa", None),
-            (rows + "<p>$¦</p>`?>", "$2", "$", "$3"), (rows + "<?if eq $¦ ?>`?>", "$0", "$", "$10"),
-            (rows + "<?query 'select value from setting' \"$¦", "$11", "$", "$12"),
-            (rows + "<?if eq $var:to¦", "$var:token", "$var:to", None), ("$¦", None, "", None),
-            ("<?echo $var:page[¦]?>", "title", "", "token"), ("<?echo $$¦?>", None, "", None),
-            ("<?query 'select na¦ from device'?>", "name", "na", "device"),
-            ("<?query 'select ¦ from \"device\"'?>", "name", "", "value"),
-            ("<?query 'select d.¦ from device d, setting s'?>", "id", "", "value"),
-            ("<?query 'select 1 from de¦", "device", "de", "name"),
-            ("<?query 'select 1 from device where id = :¦'?>", "token", "", "name"),
-            ("<?query 'select \"¦'?>", None, "", None),
-            ("<?echo $var:addr¦", "$var:address[", "$var:addr", "$var:address[]"),
-            ("<?-- orv-check: ignore syntax: so ?><?-- orv-check: ignore escape-¦ ?>", "escape-missing", "escape-", None)):
+    for text, label, replaced, other, kind, detail in (
+            ("<?inc¦", "include ", "inc", "echo ", 14, "`include PATH` puts another template in its place."),
+            ("{?site.¦", "site.lang", "site.", None, 1, "en"),
+            ("<?include foot¦er.frm?>", "footer.frm", "foot", "style.css", 17, ""),
+            ("<?calc ¦?>", "* ", "", "eq ", 24, "`calc OPERATOR A B` prints the result, with the operands' decimals."),
+            ("<?if ¦", "neq ", "", "echo ", 24, None), ("<?repeat ¦ 1 3 ] `x`?>", "[ ", "", None, 24, None),
+            ("<?error f¦", "found ", "f", "echo ", 24, None),
+            ("<?repeat [ 1 3 ¦", "] ", "", None, 24, "the last number is among them"),
+            ("<?repeat [ 1 3 ¦", "[ ", "", None, 24, "the last number is left out"),
+            ("<?setvariable var:pa¦", "page[title]", "pa", None, 6, "set in addresses.htm"),
+            (rows + "<p>$¦</p>`?>", "$2", "$", "$3", 5, "name of multiquery"),
+            (rows + "<?if eq $¦ ?>`?>", "$0", "$", "$10", 5, "the counter of multiquery"),
+            (rows + "<?query 'select value from setting' \"$¦", "$11", "$", "$12", 5, "value of query"),
+            (rows + "<?if eq $var:to¦", "$var:token", "$var:to", None, 6, "set by the web program"),
+            ("<?echo $var:page[¦]?>", "title", "", "token", 6, "set in addresses.htm"),
+            ("<?echo $var:page[¦]?>", "max", "", None, 14, "the array's max index"), ("$¦", None, "", None, 0, ""),
+            ("<?echo $¦<form><input name=mine></form>", "$var:mine", "$", None, 6, "sent by a form or a link"),
+            ("<?query 'select na¦ from device'?>", "name", "na", "device", 5, "TEXT of device"),
+            ("<?query 'select ¦ from \"device\"'?>", "name", "", "value", 5, "TEXT of device"),
+            ("<?query 'select d.¦ from device d, setting s'?>", "id", "", "value", 5, "INTEGER of device"),
+            ("<?query 'select 1 from de¦", "device", "de", "name", 22, ""), ("<?echo $$¦?>", None, "", None, 0, ""),
+            ("<?query 'select 1 from device where id = :¦'?>", "token", "", "name", 21, "set by the web program"),
+            ("<?query 'select \"¦'?>", None, "", None, 0, ""),
+            ("<?echo $var:addr¦", "$var:address[", "$var:addr", "$var:address[]", 6, "set by the web program"),
+            ("<?-- orv-check: ignore syntax: so ?><?-- orv-check: ignore escape-¦ ?>", "escape-missing", "escape-", None, 14, None)):
         before, behind = ("<p>\U0001f388" + text).split("¦")
         tell("textDocument/didChange", textDocument={"uri": page},
              contentChanges=[{"text": before + behind}])
         items = ask("textDocument/completion", **at(before, 0, before, len(before)))["result"]
         labels = [item["label"] for item in items]
         assert (label in labels if label else not labels) and other not in labels, (text, labels)
-        for item in items[:1]:
+        for item in [item for item in items if item["label"] == label]:
             begin, end = (item["textEdit"]["range"][side]["character"] - 1 for side in ("start", "end"))
-            equal((before[begin:], end), (replaced, len(before)))
+            equal((before[begin:], end, item["textEdit"]["newText"]), (replaced, len(before), label))
+            equal((item["kind"], detail and item["detail"]), (kind, detail))
 
     # What is mended for certain, and what is left to its author.
     for text, mended in (
@@ -212,6 +236,8 @@ try:
         got = None
         for action in actions:
             edit, = action["edit"]["changes"][page]
+            equal((action["title"], action["kind"], action["isPreferred"]), ("Put blanks around the brackets" if " [ " in
+                  edit["newText"] else "Replace by " + edit["newText"], "quickfix", True))
             begin, behind = (edit["range"][side]["character"] - 6 for side in ("start", "end"))
             got = text[:begin] + edit["newText"] + text[behind:]
         equal((got, [action["diagnostics"] for action in actions]),
@@ -280,9 +306,14 @@ try:
     with open(os.path.join(folder, "two", "orv-check.json"), "w", encoding="ascii") as file:
         file.write('{\n"variabels": {}}')
     tell("workspace/didChangeWatchedFiles", changes=[])
-    found = diagnostics(f"file://{folder}/two/orv-check.json")
-    equal([d["range"]["start"]["line"] for d in found], [1])
-    has(found[0]["message"], "there is no setting 'variabels'")
+    problem = ("there is no setting 'variabels', only $schema, docroot, databases, functions, texts, textDatabases, "
+               "variables, kinds, overrides, pages, routes, exclude")
+    while (told := receive())["method"] != "window/showMessage":
+        pass
+    equal(told["params"], {"type": 1, "message": f"orv-check: {folder}/two/orv-check.json:2: {problem}"})
+    equal(diagnostics(f"file://{folder}/two/orv-check.json"),
+          [{"range": {"start": {"line": 1, "character": 0}, "end": {"line": 1, "character": 999}},
+            "severity": 1, "source": "orv-check", "message": problem}])
     with open(os.path.join(folder, "two", "web", "deep", "orv-check.json"), "w", encoding="ascii") as file:
         file.write('{"variables": {"set": ["other"]}, "kinds": {"escape-missing": "off"}}')
     tell("workspace/didChangeWatchedFiles", changes=[])  # the document is another site's now
