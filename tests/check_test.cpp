@@ -209,14 +209,23 @@ static void compareEach(const std::string &document, const Row &row)
 {
     compareRow(document, row);
     const auto each = row.files.find("each");
-    std::istringstream lists(each == row.files.end() ? "" : each->second.text);
+    std::string text = each == row.files.end() ? "" : each->second.text;
+    for (size_t end; (end = text.find("\n ")) != text.npos;) // a line that goes on
+        text.erase(end, 1);
+    std::istringstream lists(text);
     for (std::string list; std::getline(lists, list);) {
-        std::istringstream words(list);
-        std::string first, other;
-        for (words >> first; words >> other;) {
+        std::istringstream stream(list);
+        std::vector<std::string> words{std::istream_iterator<std::string>(stream), {}};
+        for (std::string &word : words)
+            if (list.find('~') != list.npos)
+                std::replace(word.begin(), word.end(), '_', ' ');
+        for (const std::string &other : words) {
             Row changed = row;
-            for (auto &[name, block] : changed.files)
-                block.text = withWord(block.text, first, other);
+            for (auto &[name, block] : changed.files) {
+                std::istringstream from(words[0]), to(other);
+                for (std::string a, b; std::getline(from, a, '~') && std::getline(to, b, '~');)
+                    block.text = withWord(block.text, a, b);
+            }
             changed.heading += " (" + other + ")";
             compareRow(document, changed);
         }
