@@ -16,6 +16,7 @@
 #include "tests/process.h"
 #include "tools/check/arguments.h"
 #include "tools/check/lookup.h"
+#include "tools/common/advice.h"
 #include "tools/common/files.h"
 
 using nlohmann::json;
@@ -286,8 +287,14 @@ TEST(Check, ListsAllKinds)
     }
     for (const Row &row : readRows(path, "### `"))
         compareRow(path, row);
-    EXPECT_EQ(runCommand(ORV_CHECK " --help"), 0);
-    EXPECT_NE(document.find("```\n" + readFile("out") + "```\n"), std::string::npos);
+    const std::string messages = plain(readFile(ORV_SOURCE "/docs/preview.md"));
+    for (size_t i = 0; i < MESSAGE_COUNT; ++i) {
+        const auto &[id, told, mending] = adviceOn(static_cast<Message>(i));
+        std::string row = std::string("|") + told + "|" + mending + "|\n";
+        for (size_t at; (at = row.find('%')) != std::string::npos;)
+            row.replace(at, 2, "…");
+        EXPECT_TRUE(!*told || messages.find(plain(row)) != std::string::npos) << row;
+    }
     for (const CommandDef &command : commandTable)
         EXPECT_NE(readFile(ORV_SOURCE "/docs/templates.md")
                       .find("\n- " + std::string(describeCommand(command.id)) + "\n"),

@@ -201,12 +201,22 @@ TEST(OrvRender, MarksLeaveNoFolder)
     }
 }
 
-TEST(Programs, TellThatHelpIsLost)
+// Their help stands in a document each; and where it cannot be written, that is told.
+TEST(Programs, TellTheirHelp)
 {
-    for (const string name : {"orv-render", "orv-textdb", "orv-check", "orv-preview"})
+    const string rows[][2] = {{"orv-render", "hosts"},
+                              {"orv-textdb", "translating"},
+                              {"orv-check", "checking"},
+                              {"orv-preview", "preview"}};
+    for (const auto &[name, document] : rows) {
+        EXPECT_EQ(runCommand("'" ORV_PROGRAMS "/" + name + "' --help"), 0);
+        EXPECT_NE(readFile(ORV_SOURCE "/docs/" + document + ".md")
+                      .find("```\n" + readFile("out") + "```\n"),
+                  string::npos);
         for (const string option : {"--help", "--version"}) {
             EXPECT_EQ(runCommand("'" ORV_PROGRAMS "/" + name + "' " + option + " >/dev/full"), 1);
             EXPECT_EQ(readFile("err"),
                       name + ": cannot write standard output: No space left on device\n");
         }
+    }
 }
