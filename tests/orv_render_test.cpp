@@ -13,7 +13,7 @@ mkdir -p site site-other &&
 printf secret | tee secret.htm held >site-other/x.htm && ln held same &&
 printf inc >site/inc.htm &&
 printf '\n<?include inner.frm?>\n<?Echo?>' >site/outer.frm && printf '\n\n<?Echo?>' >site/inner.frm &&
-printf dots >site/..a..htm &&
+printf dots >site/..a..htm && printf "<?multiquerytext 'select 1 where 0'?>" >site/q.frm &&
 ln -s ../secret.htm site/out.htm &&
 ln -s ../site-other site/other &&
 ln -s "$PWD/site/inc.htm" site/in.htm && ln -s out.htm out.link &&
@@ -150,10 +150,10 @@ TEST(OrvRender, Rows)
         {"--output out.link t.htm && cat out.htm && test -L out.link", "<?echo x?>", "x"},
         {"--output /dev/stdout t.htm | cat", "<?echo x?>", "x"},
         {"--output /dev/fd/3 t.htm 3>>held && cat same", "<?echo x?>", "x"},
-        {"--log --db r.db --set 'x=: WARNING - ' t.htm", "<?multiquerytext 'select 1 where 0'?>",
-         "",
+        {"--log --db r.db --set 'x=: WARNING - ' t.htm", "<?include q.frm?>", "",
          "zarn - CGI-Variable set: x=: WARNING - !\n"
-         "t.htm: No query result received for select 1 where 0.\n"},
+         "q.frm: No query result received for select 1 where 0.\n"
+         "orv-render: q.frm is included at t.htm, line 1\n"},
         {"--log --set x=" + string(500, 'v') + " t.htm", "x<?if eq a ?>y", "xy",
          "zarn - CGI-Variable set: x=" + string(472, 'v') + // a message that is cut
              "t.htm, line 1: Syntax error: Too few arguments in <? if eq\n",

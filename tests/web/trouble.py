@@ -174,9 +174,11 @@ def check_scripts(work):
     subprocess.run(f"cp -r {site} {work}/wrong; sed -i 's/<table/<?oops?>&/' {work}/wrong/login.htm"
                    f"; for i in $(seq 99); do echo '<?oops?>'; done >>{work}/wrong/login.htm", shell=True, check=True)
     stranger = Direct(ZARN, ZARN_DOCROOT=work + "/wrong")
-    stranger.ask("login.htm")
-    check("problems alone, some KiB at most", (True, False, True), (
-        "zarn: login.htm, line " in stranger.log, "Real Time" in stranger.log, len(stranger.log) < 4096))
+    talker = Direct(ZARN, ZARN_LOG="0")
+    for visitor in stranger, talker:
+        visitor.ask("login.htm")
+    check("problems alone, some KiB at most; or all", (True, False, True, True), ("zarn: login.htm, line " in stranger.log,
+          "Real Time" in stranger.log, len(stranger.log) < 4096, "Real Time" in talker.log))
 
 
 def check_calls(work):
