@@ -99,7 +99,7 @@ try:
     equal([d["code"] for d in found], ["escape-missing"])
     equal(found[0]["range"]["start"], {"line": 1, "character": 13})
     text = ("<!DOCTYPE html>\n<?setvariable var:page[title] x?><?include footer.frm?>{?site.menu?}\n"
-            "<?multiquery 'select id, name from device' `<p>\U0001f388 $2 $3 <?echo $var:token?></p>`?>\n"
+            "<?multiquery 'select id, name from device' `<p>\U0001f388 $2 $3 <?echo $var:token?> $1 $0 $19</p>`?>\n"
             "<?echo $var:page[title]?>\n<?query 'select name from device where id = :token'?>"
             "<input name=token><?-- orv-check: ignore text-compared ?>\n<?inc")
     tell("textDocument/didChange", textDocument={"uri": page}, contentChanges=[{"text": text}])
@@ -115,6 +115,9 @@ try:
     for line, piece, known in (
             (2, "multiquery", "`multiquery QUERY BODY` prints its body for each row; values are escaped for HTML."),
             (2, "$2", "`$2`: column 2, **name** of level 0, the body of multiquery."),
+            (2, "$3", "`$3`: column 3 of level 0, the body of multiquery."), (2, "$19", "`$19`: there is no level 1 here."),
+            (2, "$1", "`$1`: column 1, **id** (a number) of level 0, the body of multiquery."),
+            (2, "$0", "`$0`: the counter of level 0, the body of multiquery."),
             (2, "$var:token", "`$var:token`\n\n- set by the web program\n- sent by addresses.htm:21\n"),
             (1, "{?site.menu", "`{?site.menu?}`\n\n- en: Menu\n- de: Menü"), (3, "title", "- set in new.htm:2"),
             (1, "page[title]", "`$var:page[title]`\n\n- set in addresses.htm:1\n"), (1, "title", "- set in new.htm:2"),
@@ -291,6 +294,11 @@ try:
                                             for name in ("one", "none")],
             capabilities={})["result"]["capabilities"], "workspace")
     text = "<?echo $var:user?><?print $var:other?>"
+    script = os.path.join(folder, "one", "web", "s.sql")
+    with open(script, "w", encoding="ascii") as file:
+        file.write("create table if not exists t(a);\ncreate view v as select 1;\ncreate virtual table w using fts5(c);")
+    with open(os.path.join(folder, "one", "orv-check.json"), "w", encoding="ascii") as file:
+        json.dump({"docroot": "web", "databases": {"main": "web/s.sql"}, "variables": {"set": ["user"]}}, file)
     for name, codes in (("one", ["variable-unset"]),
                         ("two", ["variable-unset", "escape-missing"])):
         page = f"file://{folder}/{name}/web/deep/new.page"
@@ -299,6 +307,14 @@ try:
         equal(sorted(d["code"] for d in found), sorted(codes))
         equal([d["range"]["start"]["character"] for d in found if d["code"] == "variable-unset"],
               [26 if name == "one" else 7])
+    page = page.replace("two", "one")
+    for line, table in enumerate("tvw"):
+        text = f"<?query 'select * from {table}'?>"
+        tell("textDocument/didChange", textDocument={"uri": page}, contentChanges=[{"text": text}])
+        here = {"line": line, "character": 0}
+        equal(ask("textDocument/definition", **at(text, 0, f"{table}'"))["result"],
+              [{"uri": f"file://{script}", "range": {"start": here, "end": here}}])
+    page = page.replace("one", "two")
     with open(os.path.join(folder, "two", "orv-check.json"), "w", encoding="ascii") as file:
         file.write('{"variables": {"set": ["user"]},\n "kinds": {"escape-missing": "off"}}')
     tell("workspace/didChangeWatchedFiles", changes=[])

@@ -270,6 +270,7 @@ TEST(Check, ListsAllKinds)
 {
     const std::string path = ORV_SOURCE "/docs/checking.md";
     const std::string document = readFile(path);
+    std::string list;
     for (const Kind &kind : allKinds()) {
         const std::string heading = "\n### `" + std::string(kind.id) + "`\n";
         const size_t begin = document.find(heading);
@@ -280,6 +281,7 @@ TEST(Check, ListsAllKinds)
         EXPECT_EQ(isFound, section.find("```") != std::string::npos) << kind.id;
         const std::string told = explainKind(kind);
         const size_t example = told.find("\n    ");
+        list += (list.empty() ? "" : "\n") + told;
         EXPECT_TRUE(plain(section).starts_with(plain("#" + told.substr(0, example)))) << told;
         EXPECT_TRUE(section.find(told.substr(example)) != std::string::npos ||
                     section.find("\n" + told.substr(example + 5)) != std::string::npos)
@@ -287,6 +289,8 @@ TEST(Check, ListsAllKinds)
     }
     for (const Row &row : readRows(path, "### `"))
         compareRow(path, row);
+    EXPECT_EQ(runCommand(ORV_CHECK " --list"), 0);
+    EXPECT_EQ(readFile("out"), list);
     const std::string messages = plain(readFile(ORV_SOURCE "/docs/preview.md"));
     for (size_t i = 0; i < MESSAGE_COUNT; ++i) {
         const auto &[id, told, mending] = adviceOn(static_cast<Message>(i));
@@ -495,6 +499,8 @@ TEST(Check, KnowsItsSite)
     writeFile("site/z.sql", "create table z(a);"); // has no more tables
     writeFile("site/en.po", "msgid \"a\"\nmsgstr \"b\"\n");
     EXPECT_EQ(runCommand(ORV_CHECK " --init && " ORV_CHECK " --ignore text-unused"), 1);
+    EXPECT_TRUE(readFile("out").starts_with("orv-check.json is written: look through what it "
+                                            "guesses, then run orv-check\nsite/deep/"));
     EXPECT_EQ(readFile("err"), "orv-check: 3 templates checked: 1 error\n");
     EXPECT_NE(readFile(ORV_SOURCE "/docs/checking.md").find(readFile("orv-check.json")),
               std::string::npos);
@@ -548,14 +554,26 @@ TEST(Check, PrintsJsonAndSarif)
          "id": "escape-missing", "text": ")" + text + R"(",
          "notes": [{"file": "t.htm", "line": 1, "column": 6, "text": "included from here"}]}]})"));
     EXPECT_EQ(runCommand(ORV_CHECK " --set user --format sarif t.htm"), 1);
-    const json log = json::parse(readFile("out"), nullptr, false);
+    json log = json::parse(readFile("out"), nullptr, false);
     ASSERT_EQ(log["version"], "2.1.0");
-    const json &run = log["runs"][0];
-    EXPECT_EQ(run["columnKind"], "utf16CodeUnits");
-    json result = run["results"][0];
-    const json &rule = run["tool"]["driver"]["rules"][result["ruleIndex"].get<size_t>()];
-    EXPECT_EQ(rule["id"], "escape-missing");
-    EXPECT_EQ(rule["defaultConfiguration"]["level"], "error");
+    json result = log["runs"][0]["results"][0];
+    const size_t index = result["ruleIndex"];
+    const Kind &kind = allKinds()[index];
+    const std::string help = std::string(kind.explanation) + "\n\nExample: " + kind.example;
+    log["runs"][0].erase("results");
+    EXPECT_EQ(log["runs"][0]["tool"]["driver"]["rules"][index],
+              json({{"id", "escape-missing"},
+                    {"shortDescription", {{"text", kind.explanation}}},
+                    {"help", {{"text", help}, {"markdown", explainKind(kind)}}},
+                    {"defaultConfiguration", {{"level", "error"}}}}));
+    json &driver = log["runs"][0]["tool"]["driver"];
+    driver.erase("rules");
+    EXPECT_EQ(runCommand(ORV_CHECK " --version"), 0);
+    EXPECT_EQ(readFile("out"), "orv-check " + driver["version"].get<std::string>() + "\n");
+    driver.erase("version");
+    EXPECT_EQ(log, json::parse(R"({"$schema": "https://json.schemastore.org/sarif-2.1.0.json",
+        "version": "2.1.0", "runs": [{"columnKind": "utf16CodeUnits",
+                                      "tool": {"driver": {"name": "orv-check"}}}]})"));
     result.erase("ruleIndex");
     EXPECT_EQ(
         result,
