@@ -201,7 +201,11 @@ try:
             ("<?query 'select d.¦ from device d, setting s'?>", "id", "", "value", 5, "INTEGER of device"),
             ("<?query 'select 1 from de¦", "device", "de", "name", 22, ""), ("<?echo $$¦?>", None, "", None, 0, ""),
             ("<?query 'select 1 from device where id = :¦'?>", "token", "", "name", 21, "set by the web program"),
-            ("<?query 'select \"¦'?>", None, "", None, 0, ""),
+            *((f"<?query 'select {quote}¦'?>", None, "", None, 0, "") for quote in '"[`'),
+            *((f"<?query 'select 1 from device {word} ¦'?>", "name", "", "device", 5, "TEXT of device")
+              for word in "where on by having set values limit using ( )".split()),
+            *((f"<?query '{words} ¦'?>", "device", "", "name", 22, "")
+              for words in ("select 1 from", "select 1 from setting,", "select 1 from setting join", "insert into", "update")),
             ("<?echo $var:addr¦", "$var:address[", "$var:addr", "$var:address[]", 6, "set by the web program"),
             ("<?-- orv-check: ignore syntax: so ?><?-- orv-check: ignore escape-¦ ?>", "escape-missing", "escape-", None, 14, None)):
         before, behind = ("<p>\U0001f388" + text).split("¦")
