@@ -202,7 +202,7 @@ try:
             ("<?query 'select 1 from de¦", "device", "de", "name", 22, ""), ("<?echo $$¦?>", None, "", None, 0, ""),
             ("<?query 'select 1 from device where id = :¦'?>", "token", "", "name", 21, "set by the web program"),
             *((f"<?query 'select {quote}¦'?>", None, "", None, 0, "") for quote in '"[`'),
-            *((f"<?query 'select 1 from device {word} ¦'?>", "name", "", "device", 5, "TEXT of device")
+            *((f"<?query 'select 1 from device {word} id, ¦'?>", "name", "", "device", 5, "TEXT of device")
               for word in "where on by having set values limit using ( )".split()),
             *((f"<?query '{words} ¦'?>", "device", "", "name", 22, "")
               for words in ("select 1 from", "select 1 from setting,", "select 1 from setting join", "insert into", "update")),

@@ -305,7 +305,7 @@ TEST(Check, KnowsTheLimits)
         return text;
     };
     auto argument = [](size_t length) {
-        return "<?setvariable var:x '" + std::string(length, 'x') + "'?>";
+        return "<?setvariable var:x '" + std::string(length, 'x') + "{?id?}'?>";
     };
     for (int i = 0; i < 20; ++i)
         writeFile("d" + std::to_string(i) + ".frm",
