@@ -2,7 +2,7 @@
 """tests/web/preview.py ORV-PREVIEW ORV-TEXTDB ORV-CHECK SITE NAMES AXE-FOLDER one|slow|keys|others|hardships - the preview of
 a copy of the demo site, asked by its protocol and by headless Chromium, while the site's files change; its bar by keys
 alone; of other sites; or what needs no browser. NAMES is the list of the variables that the site's web program sets."""
-import ctypes, errno, glob, html, http.client, http.server, json, os, platform, re, select, shutil, signal, socket, sqlite3
+import contextlib, ctypes, errno, glob, html, http.client, http.server, json, os, platform, re, select, shutil, signal, socket, sqlite3
 import struct, subprocess, sys, tempfile, threading, time, urllib.error, urllib.request
 from chromium import device, find_barriers, install_axe, press, resize, run, send, show, with_browser
 from visitor import check, failed, COMPLAINT
@@ -251,6 +251,7 @@ def check_files(preview):
             (b"a=1", "json", "What was sent is in none of the encodings of a form.|" + mend)):
         text = words(preview.ask("overview.htm", form, Content_Type="application/" + kind)[2])
         check(said, True, f"|The request is refused|{said}" in text)
+    check("a language that there is not", "", preview.report("overview.htm?lang=xx")["language"])
     asked = urllib.request.Request(preview.url + "style.css", None, {"Cookie": f"orvtab{preview.port}=marks=0", "Sec-Fetch-Dest": "document"})
     check("an answer to the tab takes its cookie", f"orvtab{preview.port}=; Path=/; Max-Age=0", urllib.request.urlopen(asked).headers["set-cookie"])
     check("another site's name for this machine", 403, preview.ask("", Host="evil.example")[0])
@@ -1125,9 +1126,10 @@ def check_hardships():
         check("one watch", 1, open_files.count("anon_inode:inotify"))
         events = urllib.request.urlopen(preview.url + ".orv-preview/events", timeout=20)
     try:
-        events.read()
-    except http.client.IncompleteRead:
-        pass  # it has ended with the server
+        told = events.read()
+    except http.client.IncompleteRead as ended:  # with the server
+        told = ended.partial
+    check("open pages are told of the start, and that the folder goes and comes", 3, told.count(b'"all":true'))
     check("nothing is left", [], [name for name in os.listdir(tempfile.gettempdir())
                                   if not name.startswith("org.chromium.")])
     with Preview("--port", str(preview.port), "site") as preview:
@@ -1173,6 +1175,8 @@ def check_ends():
     os.symlink(os.path.realpath("bin"), "project/build/demo/tools")  # all is built already
     os.symlink("/bin/true", "bin/cmake")
     options = {"env": {**os.environ, "PATH": os.path.realpath("bin") + ":" + os.environ["PATH"]}}
+    with contextlib.suppress(OSError):  # another program may have it
+        busy = socket.create_server(("127.0.0.1", 8080))
     for program, number, status, left in (
             ("bin/orv-preview --port 0", signal.SIGHUP, 0, 0),
             ("project/demo.sh --preview", signal.SIGTERM, 0, 0),
@@ -1180,7 +1184,8 @@ def check_ends():
             ("nohup bin/orv-preview --port 0", signal.SIGINT, 0, 0),
             ("bin/orv-preview --port 0", None, 2, 0)):
         preview = Preview(program=program.split(), **options)
-        check("folders", 1, folders())
+        said = f"Port 8080 is in use by another program; {preview.port} is taken instead."
+        check("folders, and another port", (1, "--port" not in program), (folders(), said in preview.lines))
         if program.startswith("nohup"):
             preview.process.send_signal(signal.SIGHUP)
             time.sleep(0.3)
@@ -1216,7 +1221,7 @@ def preview_keys():
 def preview_one():
     """On one preview, while its site changes."""
     with of_demo_site() as started:
-        check("all is watched", [], [line for line in started.lines if "by hand" in line])
+        check("all is watched, at any port", ([], True), ([line for line in started.lines if "by hand" in line], started.port > 8100))
         endless = Stopped(started) if is_wanted(check_stopped) else None
         check_files(started)
         check_mistakes(started)
