@@ -792,8 +792,8 @@ TEST(TextDbTool, KeepsWhatTranslatorsHaveMade)
         {"flags that gettext does not know",
          {"# orv-textdb: no-text-length\n#, max-length:20, no-text-tags\n" + entry("x", "A") +
           entry("y", "B")},
-         "#, fuzzy, max-length:9, c-format, no-text-blank\n" + entry("x", "a") +
-             "#, max-length:3\n" + entry("y", "b"),
+         "#, fuzzy, max-length:9, c-format, quote-unicode-check, no-text-blank\n" +
+             entry("x", "a") + "#, max-length:3\n" + entry("y", "b"),
          shown("A") +
              "#, fuzzy, c-format, max-length:20, no-text-blank, no-text-length, "
              "no-text-tags\n" +
