@@ -520,7 +520,7 @@ TEST(TextDbTool, TellsWhatIsLeft)
 TEST(TextDbTool, ListsWordsThatNoFieldStandsFor)
 {
     writeFile("1.htm", "<h1>Hard\n coded</h1>\n<title>x {?a?} Any</title>\n<input value=Send "
-                       "type='submit'><a title=\"{?a?} &nbsp; 5\" href=\"words\">12 &copy;</a>");
+                       "type=submit/><a title=\"{?a?} &nbsp; 5\" href=\"words\">12 &copy;</a>");
     writeFile("2.frm", "<script>x = 'words'</script>{?a?}<?eq 1 2 `<img alt=\"A sign` 'No sign'?>");
     EXPECT_EQ(run("pot --hard-coded 1.htm 2.frm"),
               "1.htm:1: Hard coded\n1.htm:3: Any\n1.htm:4: value: Send\n2.frm:1: alt: A sign\n"

@@ -264,6 +264,9 @@ def check_files(preview):
     check("PUT", (405, "GET, HEAD, POST"), (answer.status, answer.headers["Allow"]))
     asked = urllib.request.Request(preview.url + "style.css", None, {"Cookie": f"orvtab{preview.port}=marks=0", "Sec-Fetch-Dest": "document"})
     check("an answer to the tab takes its cookie", f"orvtab{preview.port}=; Path=/; Max-Age=0", urllib.request.urlopen(asked).headers["set-cookie"])
+    asked = urllib.request.Request(preview.url + "overview.htm", None, dict(asked.headers, Cookie=f"orvtab{preview.port}=language=de"))
+    check("what a page asks for is as it is", f"orvpage{preview.port}=language=de&marks=0&error=; Path=/; SameSite=Strict",
+          urllib.request.urlopen(asked).headers.get_all("set-cookie")[-1])
     check("another site's name for this machine", 403, preview.ask("", Host="evil.example")[0])
     for headers in ({"Sec_Fetch_Site": "cross-site"}, {"Origin": "http://evil.example"}):
         check("another site opens no file", 403, preview.ask(".orv-preview/open", b"file=style.css&line=1", **headers)[0])
