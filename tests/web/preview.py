@@ -251,12 +251,6 @@ def check_files(preview):
             (b"a=1", "json", "What was sent is in none of the encodings of a form.|" + mend)):
         text = words(preview.ask("overview.htm", form, Content_Type="application/" + kind)[2])
         check(said, True, f"|The request is refused|{said}" in text)
-    kinds = "css js mjs json webmanifest txt csv xml svg png jpg jpeg gif webp woff woff2 ttf otf pdf mp3 mp4 webm wasm".split()
-    for kind in kinds:
-        write("site/kinds/x." + kind, "")
-    check("kinds of files", [mimetypes.guess_type("x." + kind)[0] for kind in kinds],
-          [preview.ask("kinds/x." + kind)[1].split(";")[0] for kind in kinds])
-    shutil.rmtree("site/kinds")
     check("a language that there is not", "", preview.report("overview.htm?lang=xx")["language"])
     link = http.client.HTTPConnection("127.0.0.1", preview.port)
     link.request("PUT", "/overview.htm")
@@ -845,6 +839,9 @@ bar.querySelector('.source div')); return [style.whiteSpace, style.fontFamily.in
                   run(said.replace("sheet", "second .soft")))
             press(ESCAPE)
             run("sessionStorage.clear()")
+        for kind in "css js mjs json webmanifest txt csv xml svg png jpg jpeg gif webp woff woff2 ttf otf pdf mp3 mp4 webm wasm".split():
+            write("sheets/x." + kind, "")
+            check(f"files that end in {kind}", mimetypes.guess_type("x." + kind)[0], preview.ask("x." + kind)[1].split(";")[0])
 
 
 def check_fetch(preview):
