@@ -123,7 +123,7 @@ try:
             (1, "page[title]", "`$var:page[title]`\n\n- set in addresses.htm:1\n"), (1, "title", "- set in new.htm:2"),
             (4, ":token", "`:token`\n\n- set by the web program\n- sent by addresses.htm:21\n"),
             (4, "device", "```sql\nCREATE TABLE device (\n"), (4, "device", ") strict\n```"),
-            (4, "name", "`device.name`: TEXT"), (4, "token>", "- sent by new.htm:5"),
+            (4, "name", "`device.name`: TEXT"), (4, "token>", "`$var:token`\n\n- set by the web program\n"), (2, "$var:token", "- sent by new.htm:5"),
             (4, "text-compared", "**text-compared**: A text field in a comparison. Another language, or the marks for "
              "translators, change how it ends.\n\n**ignore-comment**: A comment")):
         told = ask("textDocument/hover", **at(text, line, piece, 1))["result"]["contents"]
@@ -206,6 +206,7 @@ try:
               for word in "where on by having set values limit using ( )".split()),
             *((f"<?query '{words} ¦'?>", "device", "", "name", 22, "")
               for words in ("select 1 from", "select 1 from setting,", "select 1 from setting join", "insert into", "update")),
+            ("<?query 'select [id]¦ from device'?>", "name", "", "device", 5, "TEXT of device"),
             ("<?echo $var:addr¦", "$var:address[", "$var:addr", "$var:address[]", 6, "set by the web program"),
             ("<?-- orv-check: ignore syntax: so ?><?-- orv-check: ignore escape-¦ ?>", "escape-missing", "escape-", None, 14, None)):
         before, behind = ("<p>\U0001f388" + text).split("¦")

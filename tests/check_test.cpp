@@ -204,6 +204,7 @@ static std::string withWord(const std::string &text, const std::string &word,
                 line.replace(pad, word.size() - 1, other.size() - 1, pad > 0 ? '~' : ' ');
         }
     }
+    changed.resize(changed.size() - !text.ends_with('\n'));
     return changed;
 }
 
@@ -227,7 +228,8 @@ static void compareEach(const std::string &document, const Row &row)
             for (auto &[name, block] : changed.files) {
                 std::istringstream from(words[0]), to(other);
                 for (std::string a, b; std::getline(from, a, '~') && std::getline(to, b, '~');)
-                    block.text = withWord(block.text, a, b);
+                    for (std::string *piece : {&block.text, &block.kind})
+                        *piece = withWord(*piece, a, b);
             }
             changed.heading += " (" + other + ")";
             compareRow(document, changed);
