@@ -68,7 +68,7 @@ def check_requests(visitor):
     for parameter, cookie, header, language in [
             ("?lang=de", "en", "en", "de"), ("?lang=xx", "en", "de", "en"),
             ("?lang=../", "de", "en", "de"), ("", "xx", "fr,en;q=0.5,de;q=0.4", "en"),
-            ("", "xx", "fr , de ,en;q=0.5", "de"), ("", "xx", "de;q=0", "en"), ("", "xx", "de;q,en;q=0.001", "en"), ("", "xx", "en;q=0,*,DE-at;q=0.001", "de")]:
+            ("", "xx", "fr , de ,en;q=0.5", "de"), ("", "xx", "de;q=0", "en"), ("", "xx", "de;q=1,en", "de"), ("", "xx", "de;q,en;q=0.001", "en"), ("", "xx", "en;q=0,*,DE-at;q=0.001", "de")]:
         answer = Visitor().ask("login.htm" + parameter, "GET", None,
                                {"Cookie": "zarnlang=" + cookie, "Accept-Language": header})
         check((parameter, cookie, header), True, f'<html lang="{language}"' in answer.text)

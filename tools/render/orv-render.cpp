@@ -3,9 +3,8 @@
  * A pipe or a terminal gets the page piece by piece. For a file it is collected in
  * memory and written at the end, so that a failed write is told. The file of --output is
  * replaced in one step when the page is whole, and else left alone; that may be one of
- * the templates. The
- * diagnostics are collected as well: they follow the page, and whether they
- * tell of errors decides on the exit status. */
+ * the templates. The diagnostics are collected as well: they follow the page, and whether
+ * they tell of errors decides on the exit status. */
 #include "tools/common/files.h"
 #include "host.h"
 #include "tools/common/options.h"
