@@ -28,10 +28,12 @@ static string sourceOf(const Template &tpl, const Command &command, size_t index
 static bool isForeignSign(const Command &command, size_t index)
 {
     static constexpr string_view signs[] = {"!=", "=", "<>", "<", ">", "<=", ">=", "&&", "||"};
-    const auto &elements = command.args[index].elements;
-    if (elements.size() != 1 || elements[0].type != ELEM_TEXT || elements[0].quote)
-        return false;
-    const string &text = elements[0].text;
+    string text; // a "<" may be an element of its own
+    for (const Element &element : command.args[index].elements) {
+        if (element.type != ELEM_TEXT || element.quote)
+            return false;
+        text += element.text;
+    }
     const bool isFull = command.args.size() == 4;
     if (index == 1)
         return text == "==" ||
