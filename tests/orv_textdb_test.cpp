@@ -373,8 +373,8 @@ TEST(TextDbTool, JudgesTranslationsByTheirSource)
         {"<a href=\"x><b>2\">a</a><br>", "<A HREF='x'>ä</A><BR/>", ""},
         {"<a href=\"x\">a</a>", "<a>ä</a>",
          "text-tags: lacks href of <a>: copy the tag from the source text"},
-        {"<area><base><col><embed><hr><img><input><link><meta><source><track>",
-         "<track><source><meta><link><input><img><hr><embed><col><base><area>", ""},
+        {"<area><base><br><col><embed><hr><img><input><link><meta><source><track><wbr>",
+         "<wbr><track><source><meta><link><input><img><hr><embed><col><br><base><area>", ""},
         {"a long word", "ein lan<wbr>ges Wort, 1 < 2 <- x", ""},
         {"R&D &amp; more", "R&D &amp; &#228;&#xe4;&Auml;&nbsp;&ccaron;", ""},
         {"a&nbsp;b", "a&nbps;b",
@@ -726,10 +726,10 @@ TEST(TextDbTool, KeepsWhatTranslatorsHaveMade)
         std::string target, wanted;
     } rows[] = {
         {"lines that end in a backslash, blanks at the edges",
-         {entry("a", "C:\\\\\\n x\\n\\ny\\177\\n\\\\")},
+         {entry("a", "C:\\\\\\n x\\n\\ny\\t\\177\\n\\\\")},
          entry("a", "a"),
-         of("C:\\\\\\n x\\n\\ny\\177\\n\\\\") +
-             "#. \"C:\\\\\"\n#. \" x\"\n#.\n#. \"y\\177\"\n#. \"\\\\\"\n" + entry("a", "a")},
+         of("C:\\\\\\n x\\n\\ny\\t\\177\\n\\\\") +
+             "#. \"C:\\\\\"\n#. \" x\"\n#.\n#. \"y\\t\\177\"\n#. \"\\\\\"\n" + entry("a", "a")},
         {"a source that changes",
          {entry("x", "B")},
          of("A") + entry("x", "a"),
