@@ -107,8 +107,6 @@ TEST(TextDbTool, GivesBackWhatWasBuilt)
     EXPECT_EQ(run("dump t.db >u.po; " ORV_TEXTDB " build -o u.db u.po 2>/dev/null"),
               "u.po: 4 of 4 texts\n=0");
     EXPECT_EQ(readFile("u.db"), readFile("t.db"));
-    EXPECT_EQ(run("dump t.db >/dev/full"),
-              "orv-textdb: cannot write standard output: No space left on device\n=1");
 }
 
 TEST(TextDbTool, ReplacesDatabasesOnly)
@@ -501,7 +499,6 @@ TEST(TextDbTool, TellsWhatIsLeft)
     const std::string left = "it.po:3: b\nit.po:6: c (fuzzy)\nit.po: a\n";
     const std::string less = "orv-textdb: it.po: 25.0 % of the texts are translated, less than ";
     const std::string rows[][2] = {
-        {"--missing it.po en.po", left + "=0"},
         {"--missing --fail-under 25 it.po en.po", left + "=0"},
         {"--missing --fail-under 25.5 it.po en.po", less + "25.5 %\n" + left + "=1"},
         {"--fail-under 101 it.po",
@@ -840,7 +837,6 @@ TEST(TextDbTool, SaysWhyItDoesNothing)
         {"get --what", "wrong option '--what'" + see},
         {"build t.po -o", "option '-o' needs a value" + see},
         {"get t.db", "an argument is missing" + get},
-        {"get t.db a b", "an argument is too much" + get},
         {"build -o t.db t.po 2.htm", "an argument is too much" + build},
         {"get --fuzzy t.db a", "'get' takes no --fuzzy" + get},
         {"pseudo -o x t.po", "'pseudo' takes no --output; usage: orv-textdb pseudo SOURCE.po "

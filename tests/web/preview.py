@@ -445,9 +445,6 @@ def check_site_file():
                 check(new, (True, [message and ("error", os.path.realpath("own/" + path) + line)]),
                       (shown in preview.ask("p.htm")[2], [told[0][:2] if told else None]))
                 check(f"{new} is told", True, not message or message in told[0][2])
-    with Preview("--port", "0", "causes") as preview:
-        check("how to add them", ["A database and texts are not given: add --db FILE and --texts en.po, or say it in "
-            "orv-check.json, which orv-check --init writes."], [line for line in preview.lines if "given" in line])
     # A device's own texts; and a preview that has neither of the other programs beside it.
     for path in "device/etc", "device/var", "alone":
         os.makedirs(path)
@@ -1107,6 +1104,10 @@ def check_hardships():
             check("it is locked", "database is locked", first())
             threading.Timer(0.2, db.execute, ["rollback"]).start()
             check("not for long", False, first() == "database is locked")
+        with Preview("--port", "0", "causes") as other:
+            check("how to add them", ["A database and texts are not given: add --db FILE and --texts en.po, or say it in "
+                "orv-check.json, which orv-check --init writes."], [line for line in other.lines if "given" in line])
+        check("another preview leaves it", 200, preview.ask("overview.htm")[0])
         os.rename("site", "away")
         preview.until("it is shown again when it is back.")
         status, _, text = preview.ask("overview.htm")
