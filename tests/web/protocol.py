@@ -51,7 +51,7 @@ def check_requests(visitor):
         (405, "in that way", "settings.htm", "DELETE"),
         (400, "damaged", "overview.htm?page%5Bid%5D=x"),
         (400, "damaged", "settings.htm", "POST", "a=%00", form),
-        *((400, "damaged", "settings.htm", "POST", "a=" + bytes_, form) for bytes_ in ("%C0%AF", "%C3x", "%E2%82")),
+        *((400, "damaged", "settings.htm", "POST", "a=" + bytes_, form) for bytes_ in ("%C0%AF", "%C3x", "%E2%82", "%E0%80%AF", "%ED%A0%80", "%F4%90%80%80")),
         (400, "damaged", "backup.htm", "POST", "--b\r\n",
          {"Content-Type": "multipart/form-data; boundary=b"}),
         (413, "too large", "overview.htm?" + "a=1&" * 65),
