@@ -198,7 +198,7 @@ try:
             ("<?echo $¦<form><input name=mine></form>", "$var:mine", "$", None, 6, "sent by a form or a link"),
             ("<?query 'select na¦ from device'?>", "name", "na", "device", 5, "TEXT of device"),
             ("<?query 'select ¦ from \"device\"'?>", "name", "", "value", 5, "TEXT of device"),
-            ("<?query 'select d.¦ from device d, setting s'?>", "id", "", "value", 5, "INTEGER of device"),
+            ("<?query 'select d.¦ from device as d, setting s'?>", "id", "", "value", 5, "INTEGER of device"),
             ("<?query 'select 1 from de¦", "device", "de", "name", 22, ""), ("<?echo $$¦?>", None, "", None, 0, ""),
             ("<?query 'select 1 from device where id = :¦'?>", "token", "", "name", 21, "set by the web program"),
             *((f"<?query 'select {quote}¦'?>", None, "", None, 0, "") for quote in '"[`'),
@@ -207,6 +207,7 @@ try:
             *((f"<?query '{words} ¦'?>", "device", "", "name", 22, "")
               for words in ("select 1 from", "select 1 from setting,", "select 1 from setting join", "insert into", "update")),
             ("<?query 'select [id]¦ from device'?>", "name", "", "device", 5, "TEXT of device"),
+            ("<?-- orv-check: ignore syntax: esc¦ ?>", None, "", None, 0, ""),
             ("<?echo $var:addr¦", "$var:address[", "$var:addr", "$var:address[]", 6, "set by the web program"),
             ("<?-- orv-check: ignore syntax: so ?><?-- orv-check: ignore escape-¦ ?>", "escape-missing", "escape-", None, 14, None)):
         before, behind = ("<p>\U0001f388" + text).split("¦")
