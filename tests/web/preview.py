@@ -122,10 +122,12 @@ class Preview:
         check("status after Ctrl-C", 0, self.process.wait(10))
 
     def until(self, end):
+        late = threading.Timer(60, self.process.terminate)  # a line may not come at all
+        late.start()
         for line in self.process.stdout:
             self.lines.append(line.rstrip("\n"))
             if line.rstrip("\n").endswith(end):
-                return
+                return late.cancel()
         sys.exit(f"the preview has ended: {self.lines}")
 
     def ask(self, path, data=None, **headers):
@@ -143,8 +145,9 @@ class Preview:
 
     def settle(self, since):
         """Waits until a change after that time is known, and no other comes."""
-        seen, generation = time.monotonic(), 0
+        seen, generation, late = time.monotonic(), 0, time.monotonic() + 60
         while generation < since * 1000 or time.monotonic() < seen + 0.2:
+            assert time.monotonic() < late, "a change is not noticed"
             with open(self.work + "/changes", encoding="utf-8") as changes:
                 newest = int(json.load(changes)["generation"])
             if newest != generation:
