@@ -301,6 +301,8 @@ def check_mistakes(preview):
     got = preview.messages("broken/page.htm?name=Ann")
     check("mistakes", sorted(expected), sorted(got))
     report = preview.report("broken/page.htm", b"name=Ann")
+    hints = {message["hint"] for message in report["messages"]}
+    check("a hint", True, "The texts have no entry of that id, and the page shows nothing there." in hints)
     check("what a form sets", ("name", "Ann", "the form"), tuple(report["variables"][0][key] for key in ("name", "value", "by")))
     for path, said in (
             ("first", "The page breaks off|The interpreter gave up here, and the rest of the page is lost.|broken/first.htm, "
