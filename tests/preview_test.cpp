@@ -20,7 +20,7 @@ TEST(Markup, Rows)
         {"<a href=x title='>\">'>", ""},
         {"<a it's>", ""}, // a quote inside a name is a letter
         {"<a href = \"x>", "\">"},
-        {"<a href='x>", "'>"},
+        {"<a\fhref='x>", "'>"},
         {"<a href=x", ">"},
         {"<!DOCTYPE html", ">"},
         {"<script>if (a<b) '</p>'</Script >", ""},
