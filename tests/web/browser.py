@@ -218,7 +218,7 @@ def await_rest():
             is_at_work = bool(file.read())
         if page != came or is_at_work:
             came, since = page, time.monotonic()
-        time.sleep(0.03)
+        time.sleep(0.01)
 
 
 def check_double_clicks(width):
