@@ -121,9 +121,10 @@ alone set_up
 if [[ ${1-} == --fuzz ]]; then
     fuzz "$2"
 else
-    # As packages are built: a test installs them.
+    # As packages are built: a test installs them. With half a gigabyte to throw away, g++ looks
+    # for garbage less often, which takes a seventh of its time.
     alone build_in test -DCMAKE_CXX_COMPILER=g++ -DCMAKE_C_COMPILER=gcc -DORV_FUZZ=${name:+ON} \
-        -DCMAKE_INSTALL_PREFIX=/usr -DORV_DOCS=ON
+        -DCMAKE_INSTALL_PREFIX=/usr -DORV_DOCS=ON -DCMAKE_CXX_FLAGS=--param=ggc-min-heapsize=524288
     if [[ -z $name ]]; then
         set -m # a group of its own, which ends with this script
         build_behind test-sanitized "${sanitized[@]}" &

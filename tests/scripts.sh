@@ -18,6 +18,7 @@ check() {
 mkdir -p "$copy" "$work/fake" "$work/links/"{scripts,packaging}
 tar c -C "$source" --exclude=./build --exclude=./.git . | tar x -C "$copy"
 sed -i s/=Release/=None/ "$copy/demo.sh" # sooner built, and the same pages
+export CC=clang CXX=clang++ # likewise
 export CDPATH=$work
 cd "$work/links"
 
