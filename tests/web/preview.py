@@ -889,7 +889,7 @@ page.querySelector('h1')?.textContent + !!page.querySelector('orv-preview')).joi
     check("frames again", ",".join(["v1true"] + 7 * ["v2true"]), wait(frames, ",".join(["v1true"] + 7 * ["v2true"])))
     check("their page stays", True, run("return window.isSame === true"))
     first, tabs = send("/window", "GET"), []
-    for _ in range(10):
+    for _ in range(7):
         tabs.append(send("/window/new", type="tab")["handle"])
         send("/window", handle=tabs[-1])
         show(preview.url + "policy.htm")
