@@ -547,9 +547,9 @@ proxy.server = ("" => (("host" => "127.0.0.1", "port" => {port - 1})))
 def check_load(visitor):
     def fetch(page):
         return visitor.ask(page + ".htm").text.endswith("</html>\n\n")
-    pages = ["overview", "devices", "traffic", "events", "settings"] * 40
+    pages = ["overview", "devices", "traffic", "events", "settings"] * 20
     with concurrent.futures.ThreadPoolExecutor(8) as pool:
-        check("many at a time", 200, sum(pool.map(fetch, pages)))
+        check("many at a time", 100, sum(pool.map(fetch, pages)))
 
 
 def check_log():
