@@ -121,7 +121,7 @@ alone set_up
 if [[ ${1-} == --fuzz ]]; then
     fuzz "$2"
 else
-    # As packages are built: a test installs them. With half a gigabyte to throw away, g++ looks
+    # Laid out as packages are: a test installs them. With half a gigabyte to throw away, g++ looks
     # for garbage less often, which takes a seventh of its time.
     alone build_in test -DCMAKE_CXX_COMPILER=g++ -DCMAKE_C_COMPILER=gcc -DORV_FUZZ=${name:+ON} \
         -DCMAKE_INSTALL_PREFIX=/usr -DORV_DOCS=ON -DCMAKE_CXX_FLAGS=--param=ggc-min-heapsize=524288
