@@ -213,8 +213,7 @@ def check_calls(work):
                     got[0] != 200 or got[1] == expected[1] or cut is not None, got[2] in sound))
     sql("update setting set stored = 'old' where name = 'hostname'")
     # The database is free while a slow browser takes the page.
-    page = run_zarn(ZARN, HTTP_COOKIE="zarnsession=" + owner.cookies["zarnsession"], PATH_INFO="/devices.htm")
-    fcntl.fcntl(page.stdout, fcntl.F_SETPIPE_SZ, 4096)
+    page = run_zarn(ZARN, pipesize=4096, HTTP_COOKIE="zarnsession=" + owner.cookies["zarnsession"], PATH_INFO="/devices.htm")
     text = page.stdout.read(1)
     with contextlib.closing(sqlite3.connect(DB, timeout=0)) as db:
         db.execute("update setting set stored = 'slow' where name = 'hostname'")

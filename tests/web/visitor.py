@@ -35,16 +35,16 @@ def revision():
     return sql("select number from revision")[0][0]
 
 
-def run_zarn(program, body=b"", **more):
-    """Starts the program as a web server would: for what that would refuse or mend, and where
-    calls fail. program: with what runs it, as words; more: of the environment."""
+def run_zarn(program, body=b"", pipesize=-1, **more):
+    """Starts the program as a web server would: for what that would refuse or mend, and where calls
+    fail. program: with what runs it, as words; pipesize: in bytes; more: of the environment."""
     site = os.path.join(os.path.dirname(__file__), "../../examples/site")
     env = {"ZARN_DOCROOT": site, "ZARN_DB": DB, "ZARN_ROOT": os.path.dirname(DB) + "/root",
            "ZARN_SESSIONS": os.path.dirname(SESSIONS),
            "REQUEST_METHOD": "GET", "PATH_INFO": "/login.htm", "HTTP_HOST": "localhost",
            "HTTP_ORIGIN": "http://localhost",
            "CONTENT_LENGTH": str(len(body)), "CONTENT_TYPE": "application/x-www-form-urlencoded"}
-    return subprocess.Popen(program.split(), env={**os.environ, **env, **more},
+    return subprocess.Popen(program.split(), env={**os.environ, **env, **more}, pipesize=pipesize,
                             stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.PIPE)
 
 
