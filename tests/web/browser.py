@@ -309,9 +309,9 @@ for (const name of ['setTimeout', 'setInterval']) {
     run("getSelection().selectAllChildren(document.querySelector('#most tbody th'));"
         "history.replaceState(null, '', '?lang=de')")
     selected = run("return getSelection().toString()")
+    before = texts("#hours td")
     sql("update device set name = 'b' || name")
     sql("update traffic set received = received + 1")
-    before = texts("#hours td")
     await_that("what moves", lambda: texts("#hours td") != before)
     check("a selection and the language stay", [selected, "en", language], [
         run("return getSelection().toString()"), language, send("/cookie/zarnlang", "GET")["value"]])
