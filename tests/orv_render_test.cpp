@@ -84,9 +84,10 @@ TEST(OrvRender, Rows)
     const string failed = "zarn - ERROR in doQuery: fQuery() returned -1! (t.htm)\n";
     for (const auto &[query, reason] : queries) {
         const string page = "<?multiquerycount '" + query + "'?>";
+        const string again = "<?querytext '" + query + "'?>";
         const string err =
             "orv-render: t.htm, line 1: cannot answer query '" + query + "': " + reason + "\n";
-        expectRun("--db r.db t.htm", page, "-1", err, 0);
+        expectRun("--db r.db t.htm", page + again + again, "-1", err + err + err, 0);
         expectRun("--log --db r.db t.htm", page, "-1", err + failed, 1);
     }
 
