@@ -124,8 +124,9 @@ def check_scripts(work):
     fail = "strace -qq -o /dev/null -e inject="
     for program, page, status, said in (
             (f"{fail}openat:error=EMFILE -P {site}/events.htm {ZARN}", "events.htm", 500, "zarn: cannot open template 'events.htm': Too many open files\n"),
-            (f"{fail}openat:error=EMFILE -P {site}/eventtexts.frm {ZARN}", "events.htm", 500, "zarn: the page events.htm cannot be made (0)\n"),
-            (f"{fail}getrandom:error=ENOSYS {ZARN}", "logout.htm", 503, "zarn: there is no randomness: Function not implemented\n"),
+            (f"{fail}openat:error=EMFILE:when=1 -P {site}/footer.frm {ZARN}", "settings.htm", 500, "zarn: the page settings.htm cannot be made (0)\n"),
+            (f"env -u ZARN_SESSIONS {fail}/mkdir:error=EACCES {ZARN}", "login.htm", 500, f"zarn: cannot use /tmp/zarn-{os.geteuid()}/sessions.db: Permission denied\n"),
+            *((f"{fail}getrandom:error=ENOSYS:when={first}+2 {ZARN}", "logout.htm", 503, "zarn: there is no randomness: Function not implemented\n") for first in (1, 2)),
             (f"sh {work}/full", "devices.htm", 0, "zarn: the page devices.htm was not sent whole: No space left on device\n")):
         owner.program = program
         answer = owner.post(page, {"token": token}) if status == 503 else owner.ask(page)
