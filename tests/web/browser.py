@@ -92,6 +92,7 @@ def check_looks():
     sql("update setting set stored = ? where name in ('hostname', 'ssid')", name)
     sql("update device set name = ? where id = 1", name)
     sql("insert into event_add values ('info', 'devices', 'device', ?, null)", name)
+    sql("update status set started = 0")  # long ago: the page that waits for a restart leaves by itself
     for page in ("login", *PAGES):
         show(page + ".htm")
         for start in ("ltr", "rtl"):
