@@ -14,6 +14,7 @@
 
 #include <algorithm>
 #include <string_view>
+#include <utility>
 
 #include "tools/common/words.h"
 
@@ -28,20 +29,19 @@ static const Values ANYTHING = {true, {}};
 
 bool Values::join(const Values &other)
 {
-    const bool wasFree = isFree;
-    const uint8_t jsonBefore = json;
+    if (isFree && (!other.isFree || other.json >= json))
+        return false;
     const size_t countBefore = texts.size();
-    json = isFree && other.isFree ? std::min(json, other.json) : isFree ? json : other.json;
-    isFree = isFree || other.isFree;
-    if (!isFree)
+    const uint8_t jsonBefore = std::exchange(json, other.json);
+    if (!other.isFree) {
         texts.insert(other.texts.begin(), other.texts.end());
-    if (texts.size() > MOST_HELD) {
-        isFree = true;
+        if (texts.size() <= MOST_HELD)
+            return json != jsonBefore || texts.size() != countBefore;
         json = 0;
     }
-    if (isFree)
-        texts.clear();
-    return isFree != wasFree || json != jsonBefore || texts.size() != countBefore;
+    isFree = true;
+    texts.clear();
+    return true;
 }
 
 // ---- what is stored ----
@@ -134,15 +134,21 @@ struct Cursor {
 // Of those that have been set: others hold no text.
 using Registers = std::map<int, Values>;
 
+// Instructions behind one another that are entered at the first one alone.
+struct Stretch {
+    Registers begin;   // what they can hold there
+    bool isDue = true; // more than when it was last run
+};
+
 struct Machine {
     const KnownValues &known;
-    std::map<size_t, Registers> begins; // of stretches, by the first instruction
-    Registers *begin = nullptr;         // of this one
+    std::map<size_t, Stretch> stretches; // by the first instruction
+    Registers *begin = nullptr;          // of this one
     Registers now;                      // those that it has set
     std::map<int, Rows> records;        // of registers that hold a row as one value
     std::map<int, Cursor> cursors;
-    Rows result;
-    bool changed = false;
+    std::vector<Values> result;
+    bool changed = false; // what can be read in any stretch
 
     const Values &get(int reg)
     {
@@ -168,17 +174,16 @@ struct Machine {
             number = cursors[number].same;
         return cursors[number];
     }
-    void goTo(size_t instruction)
+    void goTo(Stretch *there)
     {
-        Registers &there = begins[instruction];
         for (const auto &[reg, values] : now)
-            if (!values.isNumber())
-                add(&there[reg], values);
-        if (&there == begin)
+            if (!values.isNumber() && there->begin[reg].join(values))
+                there->isDue = true;
+        if (&there->begin == begin)
             return;
         for (const auto &[reg, values] : *begin)
-            if (!values.isNumber() && !now.contains(reg))
-                add(&there[reg], values);
+            if (!values.isNumber() && !now.contains(reg) && there->begin[reg].join(values))
+                there->isDue = true;
     }
 };
 } // namespace
@@ -236,12 +241,16 @@ static void openStored(Machine &machine, const Instruction &in)
 
 static void openSame(Machine &machine, const Instruction &in)
 {
-    machine.cursors[in.p1].same = in.p2;
+    Cursor &cursor = machine.cursors[in.p1];
+    machine.changed = machine.changed || cursor.same < 0;
+    cursor.same = in.p2;
 }
 
 static void openRecord(Machine &machine, const Instruction &in)
 {
-    machine.cursor(in.p1).record = in.p2;
+    Cursor &cursor = machine.cursor(in.p1);
+    machine.changed = machine.changed || cursor.record < 0;
+    cursor.record = in.p2;
 }
 
 static void makeRecord(Machine &machine, const Instruction &in)
@@ -277,8 +286,8 @@ static void takeColumn(Machine &machine, const Instruction &in)
 
 static void giveResult(Machine &machine, const Instruction &in)
 {
-    for (int i = 0; i < std::min(in.p2, static_cast<int>(machine.result.columns.size())); ++i)
-        machine.add(&machine.result.columns[static_cast<size_t>(i)], machine.get(in.p1 + i));
+    for (int i = 0; i < std::min(in.p2, static_cast<int>(machine.result.size())); ++i)
+        machine.result[static_cast<size_t>(i)].join(machine.get(in.p1 + i));
 }
 
 // ---- functions ----
@@ -539,6 +548,21 @@ static std::vector<std::set<size_t>> findWays(const std::vector<Instruction> &pr
     return ways;
 }
 
+// Runs it to where the next one begins, and takes what registers hold to where it can lead.
+static void runStretch(Machine &machine, const std::vector<Instruction> &program,
+                       const std::vector<std::set<size_t>> &ways, size_t first)
+{
+    machine.now.clear();
+    for (size_t i = first; i < program.size(); ++i) {
+        program[i].meaning->act(machine, program[i]);
+        for (const size_t way : ways[i])
+            if (const auto there = machine.stretches.find(way); there != machine.stretches.end())
+                machine.goTo(&there->second);
+        if (machine.stretches.contains(i + 1))
+            return;
+    }
+}
+
 std::vector<Values> valuesOf(sqlite3 *db, const KnownValues &known, const string &query,
                              size_t count)
 {
@@ -548,19 +572,21 @@ std::vector<Values> valuesOf(sqlite3 *db, const KnownValues &known, const string
     const bool isLong = program.size() > LONGEST_PROGRAM;
     std::set<size_t> begins;
     const std::vector<std::set<size_t>> ways = findWays(program, isLong, &begins);
-    Machine machine = {known, {}, nullptr, {}, {}, {}, {std::vector<Values>(count), false}, true};
-    while (machine.changed) {
-        machine.changed = false;
-        for (size_t i = 0; i < program.size(); ++i) {
-            if (begins.contains(i)) {
-                machine.begin = &machine.begins[isLong ? 0 : i];
-                machine.now.clear();
-            }
-            program[i].meaning->act(machine, program[i]);
-            for (const size_t way : ways[i])
-                if (begins.contains(way))
-                    machine.goTo(way);
+    Machine machine = {known, {}, nullptr, {}, {}, {}, std::vector<Values>(count)};
+    for (const size_t begin : begins)
+        machine.stretches[begin];
+    for (bool isDone = false; !isDone;) {
+        isDone = true;
+        for (auto &[first, stretch] : machine.stretches) {
+            if (!std::exchange(stretch.isDue, false))
+                continue;
+            isDone = false;
+            machine.begin = &(isLong ? machine.stretches[0] : stretch).begin;
+            runStretch(machine, program, ways, first);
+            if (std::exchange(machine.changed, false) || (isLong && machine.stretches[0].isDue))
+                for (auto &[at, other] : machine.stretches)
+                    other.isDue = true;
         }
     }
-    return machine.result.columns;
+    return machine.result;
 }
