@@ -89,7 +89,7 @@ set_up() {
         nlohmann/json.hpp:nlohmann-json3-dev \
         vim:vim nvim:neovim node:nodejs npm:npm \
         :python3-polib :python3-babel po2xliff:translate-toolkit poedit:poedit xvfb-run:xvfb xauth:xauth xdotool:xdotool \
-        :libclang-rt-dev :lighttpd curl:curl chromium:chromium chromedriver:chromium-driver \
+        :libclang-rt-dev :lighttpd curl:curl chromium:chromium chromium-headless-shell:chromium-headless-shell chromedriver:chromium-driver \
         :locales tidy:tidy faketime:faketime strace:strace :python3 :lighttpd-mod-openssl openssl:openssl npm:npm \
         help2man:help2man pandoc:pandoc mandoc:mandoc dpkg-shlibdeps:dpkg-dev file:file lintian:lintian \
         fcgiapp.h:libfcgi-dev openssl/ssl.h:libssl-dev microhttpd.h:libmicrohttpd-dev nginx:nginx-light fcgiwrap:fcgiwrap \

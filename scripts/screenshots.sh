@@ -80,8 +80,8 @@ def shoot_beside():
         file.write(base64.b64decode(send("/screenshot", "GET")))
 
 
-with_browser(shoot)
-with_browser(shoot_beside)
+with_browser(shoot, is_whole=True)
+with_browser(shoot_beside, is_whole=True)
 END
 PYTHONPATH=tests/web PYTHONDONTWRITEBYTECODE=1 tools/preview/screenshots.py \
     build/demo/tools/orv-preview examples/site docs/screenshots

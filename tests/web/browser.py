@@ -1,6 +1,6 @@
 #!/usr/bin/python3
-"""tests/web/browser.py AXE-FOLDER LANGUAGE... - the demo site as its users meet it, in headless Chromium:
-by keyboard, on a phone and on a desk, in each language, with script or without.
+"""tests/web/browser.py AXE-FOLDER LANGUAGE...|back - the demo site as its users meet it, in headless Chromium:
+by keyboard, on a phone and on a desk, in each language, with script or without; or what Back shows.
 
 Runs under scripts/serve.sh. At the end it looks at all that the browser has complained about.
 An accessibility checker, axe-core, looks at each page in English; npm puts it into AXE-FOLDER."""
@@ -361,10 +361,20 @@ def check_site():
         check_double_clicks(1280)
         resize(360, 800)
         check_double_clicks(360)
-        check_sign_out()
         check_lists()
         check_live()
         check_looks()
+    check_complaints()
+
+
+def check_back():
+    show("login.htm")
+    sign_in()
+    check_sign_out()
+    check_complaints()
+
+
+def check_complaints():
     statuses = r"status of (403|404|422) |INTERNET_DISCONNECTED"  # of the answers above, which Chromium tells as well
     check("complaints", [], [entry["message"] for entry in send("/se/log", type="browser")
                              if entry["level"] in ("WARNING", "SEVERE")
@@ -372,5 +382,8 @@ def check_site():
 
 
 install_axe(AXE_FOLDER)
-with_browser(check_site)
+if LANGUAGES == ["back"]:
+    with_browser(check_back, is_whole=True)
+else:
+    with_browser(check_site)
 sys.exit(bool(failed))

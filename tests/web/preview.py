@@ -375,7 +375,6 @@ const mark = entry.querySelector('mark');
 return [entry.querySelector('.place').textContent,
 mark?.getBoundingClientRect().right < innerWidth && mark.offsetWidth > 2 && mark.textContent,
 entry.querySelector('.text').textContent, bar.querySelectorAll('.entry').length]"""
-    run("sessionStorage.clear()")
     resize(360, 740)
     with Preview("--port", "0", "--db", "router.db", "--texts", "causes/en.po", "--set", "user=Ann", "causes") as preview:
         for i, (place, words, mark, template) in enumerate(CAUSES):
