@@ -377,7 +377,10 @@ def check_kills():
     databases as they were before or as they were to become."""
     stored = sql("select password from account")[0][0]
     change = {"old": PASSWORD, "password": "new-password", "repeat": "new-password"}
-    ended = collections.Counter()
+    ended, first = collections.Counter(), Direct(ZARN)
+    sql("delete from session")
+    first.login()
+    token, session = first.token(), sql("select * from session")[0]
     def one_of(what, state, *sound):
         check("killed: " + what, True, state in sound)
         ended[what, sound.index(state) if state in sound else -1] += 1
@@ -393,8 +396,9 @@ def check_kills():
                 if page == "login.htm":
                     sql("update account set password = null")
                 else:
-                    owner.login()
-                    fields = {**fields, "token": owner.token(), "version": revision()}
+                    sql(f"insert into session values (?{', ?' * (len(session) - 1)})", *session)
+                    owner.cookies = dict(first.cookies)
+                    fields = {**fields, "token": token, "version": revision()}
                 began = sql("select secret, flash from session")
                 owner.program = f"strace -qq -o /dev/null -e inject={call}:signal=KILL:when={number} {ZARN}"
                 status = owner.post(page, fields).status
@@ -448,10 +452,11 @@ def check_figures(work):
         check("status", ({200}, ""), ({page.status for page in pages}, owner.log))
         text = re.sub(r"<option.*?</option>|<legend.*?</legend>|\[[0-9]+, ", " ", "".join(page.text[page.text.index("<h1>"):] for page in pages))
         return re.sub("<[^>]*>", " ", re.sub("</t[dh]>", "|", text)).split("\n")
-    def lines(*marks):
-        return [" ".join(line.replace("|", " ").split()) for line in figures() if any(mark in line for mark in marks)]
+    def lines(mark):
+        return [" ".join(line.replace("|", " ").split()) for line in seen if mark in line]
     for name, text in FIGURES.items():
         write(name, text)
+    whole = seen = figures()
     for mark, wanted in (
             ("Running", "Running for 1 days, 2 hours, 3 minutes"), ("Free", "Free memory 40 / 64 40 / 64 MiB"),
             ("Load", "Load (1, 5, 15 minutes) 0.07, 0.50, 1.25"), ("Gateway", "Gateway 192.0.2.1"), ("Address", "Address 192.0.2.2"),
@@ -459,13 +464,14 @@ def check_figures(work):
             ("Devices online: ", "Devices online: 1 / 2"), ("&lt;b", "&lt;b&gt;?? Home 192.0.2.9"), (":0a|", "02:00:5e:00:00:0a offline"),
             ("2.0,", "2.0, 1.0]"), (time.strftime("%H:00|", time.localtime(3600)), time.strftime("%H:00 1.0 0.1", time.localtime(3600)))):
         check(mark, wanted, next(iter(lines(mark)), ""))
-    whole, marks = figures(), {"uptime": "Running", "loadavg": "Load", "meminfo": "Free", "routes": "Gateway", "leases": "found:"}
+    marks = {"uptime": "Running", "loadavg": "Load", "meminfo": "Free", "routes": "Gateway", "leases": "found:"}
     for name in FIGURES:
         for spoil in ("", "x y\n", "mkfifo", "mkdir", "none"):
             write(name, spoil)
             if spoil in ("mkfifo", "mkdir", "none"):
                 os.remove(f"{work}/figures/{name}")
                 subprocess.run(["true" if spoil == "none" else spoil, f"{work}/figures/{name}"], check=True)
+            seen = figures()
             if name in marks and not (spoil == "x y\n" and name in ("loadavg", "routes", "leases")):
                 check((name, spoil), True, lines(marks[name])[0].endswith(" unknown"))
             others = [line for mark in marks.values() if mark != marks.get(name) for line in lines(mark)]
