@@ -144,8 +144,8 @@ struct Machine {
     const KnownValues &known;
     std::map<size_t, Stretch> stretches; // by the first instruction
     Registers *begin = nullptr;          // of this one
-    Registers now;                      // those that it has set
-    std::map<int, Rows> records;        // of registers that hold a row as one value
+    Registers now;                       // those that it has set
+    std::map<int, Rows> records;         // of registers that hold a row as one value
     std::map<int, Cursor> cursors;
     std::vector<Values> result;
     bool changed = false; // what can be read in any stretch
