@@ -70,6 +70,11 @@ bool isPoName(std::string_view path);
 /* Releases what readPo returned; the texts of its entries are gone. */
 void freePo(PoFile *po);
 
+/* The comments of an entry, the translator's and those from its source: copies, of which gettext's
+ * library makes one at each call and keeps no track, so that nobody can free them. */
+const char *commentsOf(po_message_t message);
+const char *extractedCommentsOf(po_message_t message);
+
 /* Whether an entry, also an obsolete one, has a text or is noted as empty. */
 bool isTranslated(po_message_t message);
 

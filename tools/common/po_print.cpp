@@ -61,8 +61,8 @@ static std::vector<po_message_t> printedOrder(po_file_t file)
 static bool isSame(po_message_t a, po_message_t b)
 {
     using Getter = const char *(*)(po_message_t);
-    static constexpr Getter texts[] = {po_message_msgid, po_message_msgstr, po_message_comments,
-                                       po_message_extracted_comments, po_message_prev_msgid};
+    static constexpr Getter texts[] = {po_message_msgid, po_message_msgstr, commentsOf,
+                                       extractedCommentsOf, po_message_prev_msgid};
     const auto isEqual = [&](Getter get) {
         const char *const one = get(a);
         const char *const other = get(b);

@@ -109,11 +109,11 @@ std::set<std::string> givenFlags(const PoFile &file, const PoEntry &entry)
 void showSource(po_message_t target, const PoEntry &source, uint8_t stands, bool keepsPlaces)
 {
     const bool isTemplate = !source.isTranslated(); // its comments have the text already
-    const std::string old = po_message_extracted_comments(target);
+    const std::string old = extractedCommentsOf(target);
     std::string comments;
     if (!isTemplate)
         appendShown(&comments, source.text);
-    const std::string_view extracted = po_message_extracted_comments(source.message);
+    const std::string_view extracted = extractedCommentsOf(source.message);
     appendLines(&comments, withoutPlaces(extracted));
     appendLines(&comments, commentWithoutNotes(source.comments));
     stands |= placesOf(extracted);

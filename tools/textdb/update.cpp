@@ -108,7 +108,7 @@ static void takeGoneText(Update *update, po_message_t message, const std::string
     const po_message_t from = gone.front();
     if (gone.size() > 1) // in the order in which they stood
         gone.erase(gone.begin());
-    *comments += po_message_comments(from);
+    *comments += commentsOf(from);
     for (const char *word : {NOTE_SOURCE, NOTE_FORMER, NOTE_MARKED})
         setNote(comments, word, nullptr);
     po_message_set_msgstr(message, po_message_msgstr(from));
@@ -152,7 +152,7 @@ static void dropMarkOfNothing(po_message_t message, std::string *comments)
 static void updateEntry(Update *update, po_message_t message, const PoEntry &source)
 {
     const std::string text = sourceText(source);
-    const std::string old = po_message_comments(message);
+    const std::string old = commentsOf(message);
     std::string comments = old;
     std::string former;
     if (isTranslated(message))
@@ -210,8 +210,7 @@ static void retireGone(Update *update, po_file_t target)
             return;
         update->gone += po_message_is_obsolete(message) ? 0 : 1;
         po_message_set_obsolete(message, 1);
-        if (*po_message_msgstr(message) &&
-            findNote(po_message_comments(message), NOTE_SOURCE, &shown))
+        if (*po_message_msgstr(message) && findNote(commentsOf(message), NOTE_SOURCE, &shown))
             update->goneTexts[shown].push_back(message);
     });
 }
