@@ -383,7 +383,7 @@ PoFile readPo(const char *path, std::vector<PoFault> *faults)
         static const po_xerror_handler handler = {onError, onError2};
         current = &state;
         takePoBytes();
-        po.file = losing([&] { return po_file_read(path, &handler); });
+        po.file = parsePo(path, &handler);
         if (po.errors > MAX_SYNTAX_ERRORS && !faults)
             complain(0, "%s: %zu more errors; is it a PO file?", path,
                      po.errors - MAX_SYNTAX_ERRORS);
@@ -417,6 +417,11 @@ void freePo(PoFile *po)
     if (po->file)
         po_file_free(po->file);
     *po = {};
+}
+
+po_file_t parsePo(const char *path, po_xerror_handler_t handler)
+{
+    return losing([&] { return po_file_read(path, handler); });
 }
 
 const char *commentsOf(po_message_t message)

@@ -70,6 +70,10 @@ bool isPoName(std::string_view path);
 /* Releases what readPo returned; the texts of its entries are gone. */
 void freePo(PoFile *po);
 
+/* What gettext's library makes of a file; null when it cannot. The caller frees it by po_file_free.
+ * Of each file but the last one a copy of the path is lost in it. */
+po_file_t parsePo(const char *path, po_xerror_handler_t handler);
+
 /* The comments of an entry, the translator's and those from its source: copies, of which gettext's
  * library makes one at each call and keeps no track, so that nobody can free them. */
 const char *commentsOf(po_message_t message);

@@ -169,7 +169,7 @@ static std::string printTo(int fd, const PoFile &po)
         if (!po.flags.empty())
             putFlags(po, messages, &bytes);
         if (ftruncate(fd, 0) == 0 && writeAll(fd, bytes))
-            read = po_file_read(path.c_str(), &handler);
+            read = parsePo(path.c_str(), &handler);
     }
     const int error = errno;
     const char *const id = read ? findDifference(messages, read) : nullptr;
