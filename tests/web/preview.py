@@ -937,7 +937,7 @@ page.querySelector('h1')?.textContent + !!page.querySelector('orv-preview')).joi
     send("/window", handle=first)
 
 
-SLOW = "with recursive c(i) as (select 1 union all select i + 1 from c where i < 2000000) select 1 from c where i < 0"
+SLOW = "with recursive c(i) as (select 1 union all select i + 1 from c where i < 600000) select 1 from c where i < 0"
 
 
 def hold(preview, page, change=None):
