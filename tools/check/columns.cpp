@@ -148,7 +148,9 @@ struct Machine {
     std::map<int, Rows> records;         // of registers that hold a row as one value
     std::map<int, Cursor> cursors;
     std::vector<Values> result;
-    bool changed = false; // what can be read in any stretch
+    bool changed = false;   // what can be read in any stretch
+    bool awaits = false;    // a register that nothing has been put into
+    bool isSettled = false; // nothing new comes: such a register holds numbers
 
     const Values &get(int reg)
     {
@@ -318,15 +320,30 @@ static constexpr FunctionRow functionRows[] = {
     {Returns::REPLACED, "", "replace"},
 };
 
-// JSON stays what it is without its <, which a script element cannot hold.
+// Text without its <, which a script element cannot hold, stays JSON when it is JSON; a number
+// has its own signs and those of what is put into it.
 static Values replaced(Machine &machine, const Instruction &in)
 {
     const Values &of = machine.get(in.p2);
-    const bool isUnset = !of.isFree && of.texts.empty();
-    if (isUnset || (!machine.get(in.p2 + 1).isFree && machine.get(in.p2 + 1).texts.empty()))
-        return {}; // the program has not come there
-    const bool isLess = machine.get(in.p2 + 1).texts == std::set<string>{"<"};
-    return of.isFree && of.json && isLess ? Values{true, {}, JSON_IN_SCRIPT} : ANYTHING;
+    const Values &what = machine.get(in.p2 + 1);
+    const Values &with = machine.get(in.p2 + 2);
+    if (!machine.isSettled && (of.isNumber() || what.isNumber())) {
+        machine.awaits = true;
+        return {};
+    }
+    if (of.isNumber()) {
+        Values values = {with.isFree, {}};
+        for (const string &text : with.texts)
+            values.texts.insert("-1.5e+10" + text);
+        return values;
+    }
+    const bool isLess = what.texts == std::set<string>{"<"};
+    const bool staysJson =
+        !with.isFree && std::none_of(with.texts.begin(), with.texts.end(), [](const string &text) {
+            return text.find_first_of("<\"") != string::npos;
+        });
+    return of.isFree && of.json && isLess && staysJson ? Values{true, {}, JSON_IN_SCRIPT}
+                                                       : ANYTHING;
 }
 
 // What a function returns: p4 is "NAME(COUNT)", p2 the register of its first argument.
@@ -563,18 +580,10 @@ static void runStretch(Machine &machine, const std::vector<Instruction> &program
     }
 }
 
-std::vector<Values> valuesOf(sqlite3 *db, const KnownValues &known, const string &query,
-                             size_t count)
+// Runs all stretches until nothing new comes.
+static void settle(Machine &machine, const std::vector<Instruction> &program,
+                   const std::vector<std::set<size_t>> &ways, bool isLong)
 {
-    std::vector<Instruction> program;
-    if (!readProgram(db, query, &program) || !recordsAreKnown(program))
-        return std::vector<Values>(count, ANYTHING);
-    const bool isLong = program.size() > LONGEST_PROGRAM;
-    std::set<size_t> begins;
-    const std::vector<std::set<size_t>> ways = findWays(program, isLong, &begins);
-    Machine machine = {known, {}, nullptr, {}, {}, {}, std::vector<Values>(count)};
-    for (const size_t begin : begins)
-        machine.stretches[begin];
     for (bool isDone = false; !isDone;) {
         isDone = true;
         for (auto &[first, stretch] : machine.stretches) {
@@ -587,6 +596,27 @@ std::vector<Values> valuesOf(sqlite3 *db, const KnownValues &known, const string
                 for (auto &[at, other] : machine.stretches)
                     other.isDue = true;
         }
+    }
+}
+
+std::vector<Values> valuesOf(sqlite3 *db, const KnownValues &known, const string &query,
+                             size_t count)
+{
+    std::vector<Instruction> program;
+    if (!readProgram(db, query, &program) || !recordsAreKnown(program))
+        return std::vector<Values>(count, ANYTHING);
+    const bool isLong = program.size() > LONGEST_PROGRAM;
+    std::set<size_t> begins;
+    const std::vector<std::set<size_t>> ways = findWays(program, isLong, &begins);
+    Machine machine = {known, {}, nullptr, {}, {}, {}, std::vector<Values>(count)};
+    for (const size_t begin : begins)
+        machine.stretches[begin];
+    settle(machine, program, ways, isLong);
+    machine.isSettled = true;
+    if (machine.awaits) {
+        for (auto &[first, stretch] : machine.stretches)
+            stretch.isDue = true;
+        settle(machine, program, ways, isLong);
     }
     return machine.result;
 }
